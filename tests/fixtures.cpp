@@ -1,0 +1,58 @@
+#include "fixtures.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+TemporaryFolder::TemporaryFolder()
+{
+    std::string pattern = (std::filesystem::temp_directory_path() / "zel_test_XXXXXX").string();
+    folder_ = mkdtemp(pattern.data());
+}
+
+TemporaryFolder::~TemporaryFolder()
+{
+    std::error_code ignored;
+    std::filesystem::remove_all(folder_, ignored);
+}
+
+std::vector<std::string> TemporaryFolder::files() const
+{
+    std::vector<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(folder_))
+        names.push_back(entry.path().filename().string());
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+static void set_variable(const char* name, const char* value)
+{
+    if (value)
+        setenv(name, value, 1);
+    else
+        unsetenv(name);
+}
+
+Environment::Environment(const char* name, const char* value) : name_(name)
+{
+    if (const char* old = std::getenv(name))
+        before_ = old;
+    set_variable(name, value);
+}
+
+Environment::~Environment()
+{
+    set_variable(name_, before_ ? before_->c_str() : nullptr);
+}
+
+std::string bytes_of(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+void write_bytes(const std::string& path, const std::string& bytes)
+{
+    std::ofstream(path, std::ios::binary) << bytes;
+}

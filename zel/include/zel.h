@@ -1,0 +1,401 @@
+/*
+ * zel: flexible bodies for multibody dynamics.
+ *
+ * One ZELDATA record holds one flexible body: finite-element nodes with their masses, faces, modes (mode shapes, modal
+ * stress and modal strain), generalized matrices, inertia invariants, loads and units. A body is built through the
+ * setters and written, or created from a ZEL file and queried.
+ *
+ * Conventions
+ *   - C linkage, usable from C99 and C++. int has 32 bits. Every function takes the database first.
+ *   - 1 means success and 0 failure unless said otherwise; -1 is a failed index lookup, null a failed pointer result.
+ *   - A "number" or "id" is the caller's own; an "index" is dense and counts from 0.
+ *   - A kind is 0 (mode shapes), 1 (modal stress) or 2 (modal strain). Any other kind gives the failure value.
+ *   - Arrays that a function returns are new, owned by the caller and freed with free(). Arrays that the caller passes
+ *     stay the caller's; they are written only where the parameter is an output.
+ *   - 3x3 matrices are 9 doubles, row by row.
+ *   - Values are in the database's own units (ZEL_SetUnits); rotations are in radians.
+ *   - Messages: the function that finds a fault reports it through ZEL_Error and returns its failure value; the database
+ *     keeps what it had. Nothing is thrown. Numbers in messages follow the host program's LC_NUMERIC locale.
+ *   - Threads: none. The list of databases and the time monitor are process-wide and unguarded; use the library from one
+ *     thread at a time.
+ *
+ * Functions marked "silent" print nothing when they fail.
+ */
+#ifndef ZEL_H
+#define ZEL_H
+
+#include <stdint.h>
+#include <stdio.h>
+
+#if defined(__GNUC__)
+#define ZEL_API __attribute__((visibility("default")))
+#define ZEL_PRINTF __attribute__((format(printf, 1, 2)))
+#else
+#define ZEL_API
+#define ZEL_PRINTF
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ---- Records ------------------------------------------------------------------------------------------------------ */
+
+enum
+{
+    ZEL_MODE_SHAPE = 0,   /* translations x, y, z and rotations about x, y, z */
+    ZEL_MODAL_STRESS = 1, /* stress components x, y, z, xy, xz, yz */
+    ZEL_MODAL_STRAIN = 2, /* strain components x, y, z, xy, xz, yz; shears are engineering shears */
+    ZEL_MODE_KINDS = 3
+};
+
+/* One open file and how its values are encoded. */
+typedef struct ZELSTREAM
+{
+    FILE* file;
+    int xdr;                  /* 1 portable (XDR, RFC 4506), 0 native byte order */
+    void* xdr_stream;         /* owned by zel_file; the mode streams of a database that was read only borrow it */
+    int double_precision;     /* 1 reals are doubles, 0 floats */
+    char* name;               /* owned path */
+    float* conversion_buffer; /* copy of ZELDATA.conversion_buffer, not owned */
+    int temporary;            /* 1: the file is closed and removed with the database (mode streams only) */
+} ZELSTREAM;
+
+typedef struct ZELNODE
+{
+    int id;
+    double x, y, z;
+    double mass;
+    double* inertia; /* owned 6: xx yy zz xy xz yz, or null: the node has no inertia */
+} ZELNODE;
+
+/* Element of the identifier indexes, which are sorted by their first integer. */
+typedef struct ZELIDPAIR
+{
+    int id;
+    int index;
+} ZELIDPAIR;
+
+/* Entry of a sparse generalized matrix. Row and column are mode indexes; -1 where a mode could not be added. */
+typedef struct ZELENTRY
+{
+    int row;
+    int column;
+    double value;
+} ZELENTRY;
+
+typedef struct ZELMATRIX
+{
+    int count;
+    int capacity;
+    ZELENTRY* entries;
+} ZELMATRIX;
+
+/* value[0] mode number, [1] eigenvalue, [2] frequency in cycles and [3] in radians per time unit, [4] generalized mass,
+ * [5] generalized stiffness */
+typedef struct ZELEIGEN
+{
+    double value[6];
+} ZELEIGEN;
+
+typedef struct ZELLOADCASE
+{
+    char label[256];
+    int processed;  /* 1: the first six components are the resultant force and moment on the principal axes */
+    double* values; /* owned; load_capacity doubles, of which one a mode is used */
+} ZELLOADCASE;
+
+typedef struct ZELSTATPAIR
+{
+    int node_id;
+    double value;
+} ZELSTATPAIR;
+
+/* pair[0] largest translation of a mode, [1] rotation, [2] von Mises stress, [3] von Mises strain; the rest is zero. */
+typedef struct ZELSTATISTICS
+{
+    ZELSTATPAIR pair[13];
+} ZELSTATISTICS;
+
+/* One node's pre-stress or pre-strain: x, y, z, xy, xz, yz. */
+typedef struct ZELSIX
+{
+    double v[6];
+} ZELSIX;
+
+/* Row of a unit table: one unit is `factor` kilograms, newtons, metres or seconds. An empty label ends a table. */
+typedef struct ZELUNIT
+{
+    char label[16];
+    double factor;
+} ZELUNIT;
+
+typedef struct ZELUNITS
+{
+    double mass_scale, length_scale, time_scale, force_scale; /* ratios of the last change, old/new; 1.0 at creation */
+    char mass[16], length[16], time[16], force[16];           /* canonical labels; all empty: no units yet */
+} ZELUNITS;
+
+/* The record of one body. Callers may read it; they change it only through the functions below. */
+typedef struct ZELDATA ZELDATA;
+struct ZELDATA
+{
+    ZELDATA* next;                                 /* next live database */
+    ZELSTREAM zel_file;                            /* the file that the database was read from */
+    ZELSTREAM mode_file, stress_file, strain_file; /* where the mode vectors of each kind are */
+    float* conversion_buffer;                      /* owned */
+    int non_diagonal;  /* 1: an off-diagonal generalized mass or stiffness entry was stored */
+    int non_unit_mass; /* 1: a diagonal generalized mass differs from 1 */
+    ZELUNITS units;
+    int version; /* whole version code of the file that was read; 31 at creation */
+    char title[128], date[32], input_file_name[128], input_file_type[16];
+    char comment1[80], comment2[80], comment3[80];
+    char content_flags[100]; /* which blocks have data, laid out as a file's content summary */
+    int node_count, node_capacity, max_mode_nodes;
+    ZELNODE* nodes;                   /* owned */
+    ZELNODE** mode_nodes[3];          /* owned, node_capacity: the nodes of each kind's mode vectors, in order */
+    ZELIDPAIR* node_id_index;         /* owned: (node id, node index), ascending after ZEL_NodeIndex */
+    ZELIDPAIR* mode_node_id_index[3]; /* (node id, position in mode_nodes[kind]); [0] is node_id_index itself */
+    double total_mass, center_of_mass[3];
+    double inertia_tensor[9]; /* off-diagonals are products of inertia, opposite to the tensor's */
+    int mode_count, mode_node_count[3], max_modes;
+    int eigenvalue_count;
+    ZELEIGEN* eigenvalues;      /* owned, eigenvalue_count + 1 records, the last one zero */
+    double* transformation;     /* owned, [i*n + k] component of new mode i on old mode k */
+    int* mode_ids;              /* owned, max_modes: mode number of each mode index */
+    int64_t* mode_positions[3]; /* owned, max_modes: where each mode's record starts in its file */
+    int cached_mode[3];         /* mode index whose vector is in mode_buffer, -1: none */
+    double* mode_buffer[3];     /* owned, 6 a node */
+    ZELMATRIX stiffness, mass, damping;
+    int face_count, face_list_length, face_capacity;
+    int* face_list; /* owned: per face its vertex count, then node indexes */
+    int interface_count, interface_capacity;
+    int* interface_nodes;                                                              /* owned: node indexes */
+    double *invar1, *invar2, *invar3, *invar4, **invar5, *invar7, **invar8, ***invar9; /* owned */
+    int* geometry_nodes; /* owned: cache of ZEL_GeometryNodes */
+    int load_case_count;
+    ZELLOADCASE* load_cases;         /* owned */
+    double* modal_preload;           /* owned */
+    int principal_axes_done;         /* 1: the preload is projected on the principal axes */
+    ZELSTATISTICS* modal_statistics; /* owned */
+    ZELSIX* pre_stress;              /* owned: record p belongs to mode_nodes[1][p] */
+    int pre_stress_capacity;
+    ZELSIX* pre_strain; /* owned: record p belongs to mode_nodes[2][p] */
+    int pre_strain_capacity;
+    int64_t block_offset[33]; /* [i] start of block i + 1 in zel_file, [32] the end of the file */
+    char file_flags[100];     /* content flags as read, never raised by a setter */
+    int64_t file_size;
+    double base_scale[4];     /* mass, length, time, force: product of all unit changes */
+    double mode_factor[3];    /* stored mode values times this are in current units; kind 0: translations */
+    int mode_record_nodes[3]; /* nodes that one stored mode record has room for */
+    int mode_buffer_nodes[3]; /* nodes that mode_buffer has room for */
+    char invar_origin[10];    /* [n] of invariant n: 0 none, 1 computed, 2 set by the caller, 3 read */
+    int invar_modes;          /* mode count that invariants 3 to 9 were made for */
+    int damping_projected;    /* 1: damping is projected on the principal axes */
+    int transformation_order;
+    int modal_statistics_count;
+    int geometry_node_count;
+    int load_capacity; /* doubles in every load vector and in the preload */
+    int selected_count;
+    ZELIDPAIR* selected_modes; /* owned: (mode number, exported number) */
+    void* private_data;        /* owned: the library's own caches */
+};
+
+/* ---- Messages and progress ---------------------------------------------------------------------------------------- */
+
+/**
+ * Print a formatted message, cut after 999 characters. Every line of it, an empty last one included, starts with the
+ * severity's prefix: "ERROR:  " and "WARNING:  " on standard error, none on standard output for information.
+ * Return what the last fprintf returned.
+ */
+ZEL_API int ZEL_Error(const char* format, ...) ZEL_PRINTF;
+ZEL_API int ZEL_Warning(const char* format, ...) ZEL_PRINTF;
+ZEL_API int ZEL_Info(const char* format, ...) ZEL_PRINTF;
+
+/** Starts the progress monitor of an operation of `total_steps` steps. */
+ZEL_API void ZEL_TimeMonitor(int total_steps);
+
+/**
+ * Counts one step as done and prints, over the previous such line, the percentage done, the seconds left and the
+ * estimated total. The estimate is a running average that halves the weight of older steps.
+ */
+ZEL_API void ZEL_TimeMonitorStamp(void);
+
+/* ---- Lifetime ------------------------------------------------------------------------------------------------------ */
+
+/**
+ * A new, empty database at the end of the process's list.
+ * max_mode_nodes  room for so many nodes in each stored mode vector; below 1: none
+ * max_modes       room for so many modes; below 1: none
+ * Null, silently, when memory is short. Freed by ZEL_UnLink or ZEL_Terminate.
+ */
+ZEL_API ZELDATA* ZEL_Create(int max_mode_nodes, int max_modes);
+
+/**
+ * The database of the ZEL file `path`: the live one that was read from the very same path, or a new one that keeps the
+ * file open for as long as it lives. Two callers of one path share one record: a unit change or ZEL_UnLink by one holds
+ * for both. Null for a null path or a file that cannot be opened (silent), or that is no valid ZEL file (with a message).
+ */
+ZEL_API ZELDATA* ZEL_CreateFromZEL(const char* path);
+
+/** Does nothing: a database ends only through ZEL_UnLink or ZEL_Terminate. */
+ZEL_API void ZEL_Destroy(ZELDATA* db);
+
+/** Frees one database with its arrays, streams and temporary files. Null and unknown pointers are ignored. */
+ZEL_API void ZEL_UnLink(ZELDATA* db);
+
+/** Frees every database. Temporary files of a process that ends without this call stay on disk. */
+ZEL_API void ZEL_Terminate(void);
+
+/** 1 when db is a live database, also for a pointer that was freed or never was one; silent. */
+ZEL_API int CheckZEL(const ZELDATA* db);
+
+/* ---- Geometry and mass --------------------------------------------------------------------------------------------- */
+
+/* ---- Mode store ---------------------------------------------------------------------------------------------------- */
+
+/* ---- Matrices, loads, invariants given by the caller --------------------------------------------------------------- */
+
+/* ---- Queries: counts, header, nodes -------------------------------------------------------------------------------- */
+
+/** Number of nodes in the node table; 0 for a null database, silent. */
+ZEL_API int ZEL_NodeCount(const ZELDATA* db);
+
+/** Number of modes; 0 for a null database, silent. */
+ZEL_API int ZEL_ModeCount(const ZELDATA* db);
+
+/* ---- Queries: modes and matrices ----------------------------------------------------------------------------------- */
+
+/**
+ * The eigenvalue record of a mode; any output may be null.
+ * eigenvalue     in force / (mass length); 1.2345e20 stands for infinity
+ * hertz          frequency in cycles per time unit of the database: hertz when that is the second
+ * radians        the same in radians per time unit; hertz and radians are negative for a negative eigenvalue
+ * gen_mass       generalized mass, mass length^2
+ * gen_stiffness  generalized stiffness, force length
+ * Without records they follow from the diagonals of generalized stiffness k (0 when missing) and mass m (1 when the body
+ * has no mass entries): eigenvalue k/m, radians sqrt(ZEL_UCF k/m). Returns 1; 0, silently and with the outputs untouched,
+ * for a null database or an unknown mode.
+ */
+ZEL_API int ZEL_Eigenvalue(ZELDATA* db, int mode_number, double* eigenvalue, double* hertz, double* radians,
+                           double* gen_mass, double* gen_stiffness);
+
+/* ---- Queries: faces, loads, statistics ------------------------------------------------------------------------------ */
+
+/* ---- File ---------------------------------------------------------------------------------------------------------- */
+
+/**
+ * Moves a stdio file to a 64-bit position: whence 0 from the start, 1 from the current position, 2 from the end.
+ * Returns 0; nonzero when the move is impossible (a null file, a negative target, another whence). Positions beyond the
+ * end are allowed.
+ */
+ZEL_API int FileSeek_Win32(FILE* file, int64_t offset, int whence);
+
+/** The current 64-bit position of a stdio file, -1 when it cannot be taken. */
+ZEL_API int64_t FileTell_Win32(FILE* file);
+
+/* ---- File: reading and reporting ----------------------------------------------------------------------------------- */
+
+/* ---- File: writing ------------------------------------------------------------------------------------------------- */
+
+/* ---- Units --------------------------------------------------------------------------------------------------------- */
+
+/**
+ * Unit tables in search order; each ends with an empty label. A label's factor is that of its table: a unit of another
+ * dimension has none.
+ */
+extern ZEL_API const ZELUNIT ZEL_MassUnits[], ZEL_ForceUnits[], ZEL_LengthUnits[], ZEL_TimeUnits[];
+
+/**
+ * Replaces an accepted spelling ("kg", "tonne", "lbf", case ignored) by its canonical label ("KILOGRAM") in place; label
+ * has room for 16 characters. 0, silently and without a change, for an unknown spelling.
+ */
+ZEL_API int ZEL_ConvertUnitsLabel(char* label);
+
+/** SI factor of a canonical label in a table: 1.0 for an empty label, 0.0 for one that the table lacks. */
+ZEL_API double ZEL_UnitsDivider(const char* label, const ZELUNIT* table);
+
+/** `value` in kilograms, newtons, metres or seconds, from the database's unit; 0.0 for a null database. */
+ZEL_API double ZEL_Mass2Kilogram(const ZELDATA* db, double value);
+ZEL_API double ZEL_Force2Newton(const ZELDATA* db, double value);
+ZEL_API double ZEL_Length2Meter(const ZELDATA* db, double value);
+ZEL_API double ZEL_Time2Second(const ZELDATA* db, double value);
+
+/** Label of the first row whose factor is within 0.01 % of `factor`; the text is the table's. Null when none is. */
+ZEL_API const char* ZEL_UnitsLabel(double factor, const ZELUNIT* table);
+
+/**
+ * Unit consistency factor (force time^2) / (length mass), in SI: 1 when a unit force accelerates a unit mass by one unit
+ * of length per time unit squared. 0.0 for a null database or a unit that its dimension's table lacks.
+ */
+ZEL_API double ZEL_UCF(const ZELDATA* db);
+
+/** Copies the four unit labels, the defaults KILOGRAM, METER, SECOND, NEWTON for empty ones, into outputs of 16
+ * characters, any of which may be null. 0 for a null database. */
+ZEL_API int ZEL_Units(const ZELDATA* db, char* mass, char* length, char* time, char* force);
+
+/** Multiplies `count` doubles in place and returns the array. */
+ZEL_API double* ZEL_Convert_Units(double* values, int count, double factor);
+
+/**
+ * Gives the database its units, or changes them and rescales everything that it holds; any accepted spelling will do. The
+ * first call only stores the labels. Returns 1; 0, silently and with the database untouched, for an unknown spelling, a
+ * unit of another dimension on either side of a change, or (with a message) when memory is short.
+ */
+ZEL_API int ZEL_SetUnits(ZELDATA* db, const char* mass, const char* length, const char* time, const char* force);
+
+/** The same by SI factors, for example 0.001 for a length in millimetres; 0 when a table has no such unit. */
+ZEL_API int ZEL_SetUnitsByMultiplierOnSI(ZELDATA* db, double mass, double length, double time, double force);
+
+/**
+ * Multiplies every stored quantity by the factor that its dimension gives with the ratios of the last change (mass m,
+ * length l, time t, force f); ZEL_SetUnits calls it. Modes in a file are scaled when they are read.
+ *   nodal masses m; coordinates l; nodal inertias m l^2; total mass m, centre l, inertia m l^2
+ *   generalized mass m l^2, stiffness f l, damping f l t (projected: f t / l between translations, f t beside one)
+ *   eigenvalue f / (m l), frequencies 1 / t; loads and preload f l (projected: the first three f)
+ *   translations l, rotations 1, stress f / l^2, strain 1; invariant 1 m, 2 and 3 m l, the others m l^2
+ * Returns 1; 0 for a null database or, with the database untouched, when memory is short.
+ */
+ZEL_API int ZEL_ScaleDatabase(ZELDATA* db);
+
+/* ---- Inertia invariants -------------------------------------------------------------------------------------------- */
+
+/* ---- Linear algebra, rigid-body and environment tools -------------------------------------------------------------- */
+
+/** Index of a mode number, the first one when several modes bear it; -1, silently, for an unknown one. */
+ZEL_API int ZEL_ModeIndex(const ZELDATA* db, int mode_number);
+
+/** Mode number at an index, 0 outside 0 to ZEL_ModeCount - 1. */
+ZEL_API int ZEL_ModeNumber(const ZELDATA* db, int mode_index);
+
+/**
+ * How many modes at the front are rigid-body modes: the first k at which the frequency exceeds 10 while the very first
+ * one is below 0.1 in magnitude, or at which its magnitude is more than 10 000 times the one before. 0 when no k
+ * qualifies. Frequencies are taken as stored, in cycles per time unit.
+ */
+ZEL_API int ZEL_RigidBodyModeCount(ZELDATA* db);
+
+/* ---- Node search --------------------------------------------------------------------------------------------------- */
+
+/* ---- Face tools ---------------------------------------------------------------------------------------------------- */
+
+/* ---- Comparison ---------------------------------------------------------------------------------------------------- */
+
+/* ---- Eigen-solver stages: Fortran calling, all by reference, column order ------------------------------------------ */
+
+/* ---- Fortran entry points: all by reference, texts followed by their length by value ------------------------------- */
+
+/* ---- Module identification ----------------------------------------------------------------------------------------- */
+
+/** Name and version of a source module, for example "zelmsg 0.1.0". The text is the library's. */
+ZEL_API const char* zelmsg_VersionId(void);
+ZEL_API const char* zelcreate_VersionId(void);
+ZEL_API const char* zelunits_VersionId(void);
+ZEL_API const char* zeldata_VersionId(void);
+ZEL_API const char* zeltools_VersionId(void);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,188 @@
+// The list of live databases: creation, lookup by file, and the freeing of a record with everything it owns.
+#include "zel.h"
+#include "zeldb.h"
+#include "zelfile.h"
+#include "zelstream.h"
+
+#include <cstring>
+
+using namespace zel;
+
+static_assert(ZEL_MODE_KINDS == 3, "mode, stress and strain streams are separate fields of the record");
+
+static ZELDATA* first_database; // in order of creation, chained through next
+
+namespace zel
+{
+
+ZELDATA* current_database = nullptr;
+
+// Frees an array of `count` owned arrays.
+template <typename T> static void discard_rows(T**& rows, int count)
+{
+    for (int i = 0; rows && i < count; ++i)
+        std::free(static_cast<void*>(rows[i]));
+    discard(rows);
+}
+
+void drop_invariant(ZELDATA* db, int number)
+{
+    switch (number)
+    {
+    case 1: discard(db->invar1); break;
+    case 2: discard(db->invar2); break;
+    case 3: discard(db->invar3); break;
+    case 4: discard(db->invar4); break;
+    case 5: discard_rows(db->invar5, db->invar_modes); break;
+    case 7: discard(db->invar7); break;
+    case 8: discard_rows(db->invar8, db->invar_modes); break;
+    case 9:
+        for (int i = 0; db->invar9 && i < db->invar_modes; ++i)
+            if (db->invar9[i])
+                discard_rows(db->invar9[i], db->invar_modes);
+        discard(db->invar9);
+        break;
+    default: return;
+    }
+    db->invar_origin[number] = 0;
+}
+
+} // namespace zel
+
+static void close_temporary(ZELSTREAM& stream)
+{
+    if (!stream.file || !stream.temporary)
+        return;
+    close_xdr(stream);
+    close_and_remove(stream.file, stream.name);
+    stream.file = nullptr;
+    discard(stream.name);
+}
+
+static void close_zel_file(ZELSTREAM& stream)
+{
+    if (!stream.file)
+        return;
+    close_xdr(stream);
+    discard(stream.name);
+    std::fclose(stream.file);
+    stream.file = nullptr;
+}
+
+// Frees a record with everything it owns; returns what followed it in the list.
+static ZELDATA* free_database(ZELDATA* db)
+{
+    if (!db)
+        return nullptr;
+    for (int node = 0; db->nodes && node < db->node_count; ++node)
+        discard(db->nodes[node].inertia);
+    discard(db->nodes);
+    discard(db->conversion_buffer);
+    discard(db->face_list);
+    discard(db->node_id_index);
+    discard(db->eigenvalues);
+    discard(db->transformation);
+    discard(db->interface_nodes);
+    for (int kind = 0; kind < ZEL_MODE_KINDS; ++kind)
+    {
+        discard(db->mode_nodes[kind]);
+        if (kind != ZEL_MODE_SHAPE) // there it is node_id_index
+            discard(db->mode_node_id_index[kind]);
+        discard(db->mode_buffer[kind]);
+        discard(db->mode_positions[kind]);
+    }
+    for (int number = 1; number <= 9; ++number)
+        drop_invariant(db, number);
+    discard(db->geometry_nodes);
+    close_temporary(db->mode_file);
+    close_temporary(db->stress_file);
+    close_temporary(db->strain_file);
+    close_zel_file(db->zel_file);
+    discard(db->modal_preload);
+    for (int i = 0; db->load_cases && i < db->load_case_count; ++i)
+        discard(db->load_cases[i].values);
+    discard(db->load_cases);
+    discard(db->stiffness.entries);
+    discard(db->mass.entries);
+    discard(db->damping.entries);
+    discard(db->modal_statistics);
+    discard(db->pre_stress);
+    discard(db->pre_strain);
+    discard(db->mode_ids);
+    discard(db->selected_modes);
+    discard(db->private_data);
+    if (current_database == db)
+        current_database = nullptr;
+    ZELDATA* next = db->next;
+    std::free(db);
+    return next;
+}
+
+// The link (head or next field) that points at db, or at null for the end of the list.
+static ZELDATA** link_to(const ZELDATA* db)
+{
+    ZELDATA** link = &first_database;
+    while (*link && *link != db)
+        link = &(*link)->next;
+    return link;
+}
+
+ZELDATA* ZEL_Create(int max_mode_nodes, int max_modes)
+{
+    Scratch<ZELDATA> record(1);
+    Scratch<Private> caches(1);
+    if (!record.data || !caches.data)
+        return nullptr;
+    ZELDATA* db = record.release();
+    db->private_data = caches.release();
+    for (ZELSTREAM* stream : {&db->zel_file, &db->mode_file, &db->stress_file, &db->strain_file})
+        stream->double_precision = 1;
+    for (int kind = 0; kind < ZEL_MODE_KINDS; ++kind)
+    {
+        db->cached_mode[kind] = -1;
+        db->mode_factor[kind] = 1.0;
+    }
+    for (double& scale : db->base_scale)
+        scale = 1.0;
+    db->units.mass_scale = db->units.length_scale = db->units.time_scale = db->units.force_scale = 1.0;
+    db->version = 31;
+    db->max_mode_nodes = max_mode_nodes;
+    db->max_modes = max_modes;
+    *link_to(nullptr) = db;
+    return db;
+}
+
+ZELDATA* ZEL_CreateFromZEL(const char* path)
+{
+    if (!path)
+        return nullptr;
+    for (ZELDATA* db = first_database; db; db = db->next)
+        if (db->zel_file.name && std::strcmp(db->zel_file.name, path) == 0)
+            return db;
+    return nullptr;
+}
+
+void ZEL_Destroy(ZELDATA*) {}
+
+void ZEL_UnLink(ZELDATA* db)
+{
+    ZELDATA** link = link_to(db);
+    if (*link)
+        *link = free_database(*link);
+}
+
+void ZEL_Terminate(void)
+{
+    while (first_database)
+        first_database = free_database(first_database);
+}
+
+int CheckZEL(const ZELDATA* db)
+{
+    return db && *link_to(db) ? 1 : 0;
+}
+
+const char* zelcreate_VersionId(void)
+{
+    return "zelcreate " ZEL_VERSION;
+}

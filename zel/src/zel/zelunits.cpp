@@ -1,0 +1,440 @@
+// Units: the vocabulary of labels with their factors to SI, and the rescaling of a whole body when its units change.
+//
+// Values in memory are scaled at once. Mode vectors and invariant blocks that still lie in a file are not: cumulative
+// factors, base_scale and mode_factor, are applied whenever they are read. The four ratios in ZELUNITS describe the last
+// change only.
+#include "zel.h"
+#include "zeldb.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+using namespace zel;
+
+const ZELUNIT ZEL_MassUnits[] = {
+    {"MEGAGRAM", 1000.0},
+    {"KILOGRAM", 1.0},
+    {"GRAM", 0.001},
+    {"MILLIGRAM", 1e-06},
+    {"MICROGRAM", 1e-09},
+    {"NANOGRAM", 1e-12},
+    {"USTON", 907.18474},
+    {"KPOUND_MASS", 453.59237},
+    {"POUND_MASS", 0.45359237},
+    {"OUNCE_MASS", 0.02834952},
+    {"SLUG", 14.5939029372},
+    {"SLINCH", 175.1271524},
+    {"", 0.0},
+};
+const ZELUNIT ZEL_ForceUnits[] = {
+    {"KNEWTON", 1000.0},
+    {"NEWTON", 1.0},
+    {"MILLINEWTON", 0.001},
+    {"DYNE", 1e-05},
+    {"MICRONEWTON", 1e-06},
+    {"NANONEWTON", 1e-09},
+    {"KPOUND_FORCE", 4448.22161526},
+    {"POUND_FORCE", 4.44822161526},
+    {"KILOGRAM_FORCE", 9.80665},
+    {"OUNCE_FORCE", 0.2780139},
+    {"", 0.0},
+};
+const ZELUNIT ZEL_LengthUnits[] = {
+    {"KILOMETER", 1000.0},   {"METER", 1.0},
+    {"CENTIMETER", 0.01},    {"MILLIMETER", 0.001},
+    {"MICROMETER", 1e-06},   {"NANOMETER", 1e-09},
+    {"ANGSTROM", 1e-10},     {"MILE", 1609.344},
+    {"YARD", 0.9144},        {"FOOT", 0.3048},
+    {"INCH", 0.0254},        {"MIL", 2.54e-05},
+    {"MICROINCH", 2.54e-08}, {"", 0.0},
+};
+const ZELUNIT ZEL_TimeUnits[] = {
+    {"SECOND", 1.0},  {"MILLISECOND", 0.001}, {"MICROSECOND", 1e-06}, {"NANOSECOND", 1e-09},
+    {"DAY", 86400.0}, {"HOUR", 3600.0},       {"MINUTE", 60.0},       {"", 0.0},
+};
+
+namespace
+{
+constexpr int kLongestLabel = 15;
+constexpr int kLongestSpellings = 4;
+
+struct Spellings
+{
+    const char* canonical;
+    const char* accepted[kLongestSpellings]; // null behind the last
+};
+} // namespace
+
+// Matched without regard to case, in this order, the first match winning: so MN is the millinewton and Mg the milligram.
+static constexpr Spellings kSpellings[] = {
+    {"MEGAGRAM", {"mgg", "megagram", "tonne"}},
+    {"KILOGRAM", {"kilogram", "kg"}},
+    {"GRAM", {"gram"}},
+    {"MICROGRAM", {"microgram", "ug"}},
+    {"MILLIGRAM", {"milligram", "mg"}},
+    {"NANOGRAM", {"nanogram", "ng"}},
+    {"USTON", {"uston", "us_ton"}},
+    {"KPOUND_MASS", {"klbm", "kpound_mass"}},
+    {"POUND_MASS", {"pound_mass", "lbm"}},
+    {"OUNCE_MASS", {"ounce_mass", "ozm"}},
+    {"SLUG", {"slug"}},
+    {"SLINCH", {"DOZEN_SLUG", "dozen_slug", "slinch"}},
+    {"KNEWTON", {"knewton", "kn"}},
+    {"NEWTON", {"newton", "n"}},
+    {"MILLINEWTON", {"millinewton", "mn"}},
+    {"DYNE", {"dyne"}},
+    {"MICRONEWTON", {"micronewton", "un"}},
+    {"NANONEWTON", {"nanonewton", "nn"}},
+    {"KPOUND_FORCE", {"kpound_force", "klbf", "kip"}},
+    {"POUND_FORCE", {"pound_force", "lbf"}},
+    {"KILOGRAM_FORCE", {"kilogram_force", "kgf", "kg_force"}},
+    {"OUNCE_FORCE", {"ounce_force", "ozf"}},
+    {"KILOMETER", {"kilometer", "km"}},
+    {"METER", {"meter", "m"}},
+    {"CENTIMETER", {"centimeter", "cm"}},
+    {"MILLIMETER", {"millimeter", "mm"}},
+    {"MICROMETER", {"micrometer", "micron", "um"}},
+    {"NANOMETER", {"nanometer", "nm"}},
+    {"ANGSTROM", {"angstrom", "ang"}},
+    {"MILE", {"mile", "mi"}},
+    {"YARD", {"yard", "yd"}},
+    {"FOOT", {"foot", "ft"}},
+    {"INCH", {"inch", "in"}},
+    {"MIL", {"mil", "milli_inch"}},
+    {"MICROINCH", {"uin", "uinch", "microinch", "micro_inch"}},
+    {"SECOND", {"second", "sec", "s"}},
+    {"MILLISECOND", {"millisecond", "millisec", "ms"}},
+    {"MICROSECOND", {"microsecond", "microsec", "us"}},
+    {"NANOSECOND", {"nanosecond", "nanosec", "ns"}},
+    {"DAY", {"day", "d"}},
+    {"HOUR", {"hour", "hr", "h"}},
+    {"MINUTE", {"minute", "min"}},
+};
+
+// ASCII only, so that a unit means the same in every locale.
+static char folded(char c)
+{
+    return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c;
+}
+
+static bool same_folded(const char* a, const char* b)
+{
+    while (*a && folded(*a) == folded(*b))
+    {
+        ++a;
+        ++b;
+    }
+    return folded(*a) == folded(*b);
+}
+
+int ZEL_ConvertUnitsLabel(char* label)
+{
+    if (!label)
+        return 0;
+    for (const Spellings& unit : kSpellings)
+        for (const char* spelling : unit.accepted)
+            if (spelling && same_folded(label, spelling))
+            {
+                std::strcpy(label, unit.canonical);
+                return 1;
+            }
+    return 0;
+}
+
+double ZEL_UnitsDivider(const char* label, const ZELUNIT* table)
+{
+    if (!label || !table)
+        return 0.0;
+    if (!*label)
+        return 1.0;
+    for (const ZELUNIT* unit = table; *unit->label; ++unit)
+        if (std::strcmp(unit->label, label) == 0)
+            return unit->factor;
+    return 0.0;
+}
+
+double ZEL_Mass2Kilogram(const ZELDATA* db, double value)
+{
+    return db ? value * ZEL_UnitsDivider(db->units.mass, ZEL_MassUnits) : 0.0;
+}
+
+double ZEL_Force2Newton(const ZELDATA* db, double value)
+{
+    return db ? value * ZEL_UnitsDivider(db->units.force, ZEL_ForceUnits) : 0.0;
+}
+
+double ZEL_Length2Meter(const ZELDATA* db, double value)
+{
+    return db ? value * ZEL_UnitsDivider(db->units.length, ZEL_LengthUnits) : 0.0;
+}
+
+double ZEL_Time2Second(const ZELDATA* db, double value)
+{
+    return db ? value * ZEL_UnitsDivider(db->units.time, ZEL_TimeUnits) : 0.0;
+}
+
+const char* ZEL_UnitsLabel(double factor, const ZELUNIT* table)
+{
+    constexpr double kTolerance = 0.0001;
+    for (const ZELUNIT* unit = table; unit && *unit->label; ++unit)
+        if (std::fabs(unit->factor - factor) / std::max(unit->factor, factor) < kTolerance)
+            return unit->label;
+    return nullptr;
+}
+
+double ZEL_UCF(const ZELDATA* db)
+{
+    const double inertial = ZEL_Length2Meter(db, 1.0) * ZEL_Mass2Kilogram(db, 1.0);
+    if (inertial == 0.0)
+        return 0.0;
+    const double time = ZEL_Time2Second(db, 1.0);
+    return ZEL_Force2Newton(db, 1.0) * time * time / inertial;
+}
+
+int ZEL_Units(const ZELDATA* db, char* mass, char* length, char* time, char* force)
+{
+    if (!db)
+        return 0;
+    const struct
+    {
+        char* out;
+        const char *label, *otherwise;
+    } labels[] = {
+        {mass, db->units.mass, "KILOGRAM"},
+        {length, db->units.length, "METER"},
+        {time, db->units.time, "SECOND"},
+        {force, db->units.force, "NEWTON"},
+    };
+    for (const auto& unit : labels)
+        if (unit.out)
+            std::strcpy(unit.out, *unit.label ? unit.label : unit.otherwise);
+    return 1;
+}
+
+double* ZEL_Convert_Units(double* values, int count, double factor)
+{
+    for (int i = 0; values && i < count; ++i)
+        values[i] *= factor;
+    return values;
+}
+
+// ---- Scaling a database ---------------------------------------------------------------------------------------------
+
+namespace
+{
+// The factors of one unit change, by dimension.
+struct Ratios
+{
+    double m, l, t, f;
+    double inertia() const { return m * l * l; }
+    double energy() const { return f * l; }
+    double stress() const { return f / (l * l); }
+};
+} // namespace
+
+static void scale_nodes(ZELDATA* db, const Ratios& r)
+{
+    for (int i = 0; i < db->node_count; ++i)
+    {
+        ZELNODE& node = db->nodes[i];
+        node.mass *= r.m;
+        node.x *= r.l;
+        node.y *= r.l;
+        node.z *= r.l;
+        if (node.inertia)
+            ZEL_Convert_Units(node.inertia, 6, r.inertia());
+    }
+}
+
+// Rows and columns 0 to 2 of a projected damping matrix belong to translations, all others to rotations and modes.
+static void scale_damping(ZELDATA* db, const Ratios& r)
+{
+    const double by_translations[] = {r.energy() * r.t, r.t * r.f, r.t / r.l * r.f};
+    for (int i = 0; i < db->damping.count; ++i)
+    {
+        ZELENTRY& entry = db->damping.entries[i];
+        const auto is_translation = [](int index) { return index >= 0 && index < 3; };
+        const int translations = int(is_translation(entry.row)) + int(is_translation(entry.column));
+        entry.value *= by_translations[db->damping_projected ? translations : 0];
+    }
+}
+
+static void scale_eigenvalues(ZELDATA* db, const Ratios& r)
+{
+    const double factors[6] = {1.0, r.f / (r.m * r.l), 1.0 / r.t, 1.0 / r.t, r.inertia(), r.energy()};
+    for (int i = 0; db->eigenvalues && i < db->eigenvalue_count; ++i)
+        for (int field = 1; field < 6; ++field)
+            if (double& value = db->eigenvalues[i].value[field]; !is_infinite_eigenvalue(value))
+                value *= factors[field];
+}
+
+// The force components of a projected vector scale as forces, its moments and modal components as energies.
+static void scale_load(double* values, int count, bool projected, int rigid_modes, const Ratios& r)
+{
+    if (!values)
+        return;
+    const int forces = projected ? std::min({3, rigid_modes, count}) : 0;
+    ZEL_Convert_Units(values, forces, r.f);
+    ZEL_Convert_Units(values + forces, count - forces, r.energy());
+}
+
+static void scale_statistics(ZELDATA* db, const Ratios& r)
+{
+    for (int i = 0; db->modal_statistics && i < db->modal_statistics_count; ++i)
+    {
+        db->modal_statistics[i].pair[0].value *= r.l;
+        db->modal_statistics[i].pair[2].value *= r.stress();
+    }
+}
+
+static void scale_invariants(ZELDATA* db, const Ratios& r)
+{
+    const int modes = db->invar_modes;
+    if (db->invar1)
+        *db->invar1 *= r.m;
+    ZEL_Convert_Units(db->invar2, 3, r.m * r.l);
+    ZEL_Convert_Units(db->invar3, 3 * modes, r.m * r.l);
+    ZEL_Convert_Units(db->invar4, 3 * modes, r.inertia());
+    ZEL_Convert_Units(db->invar7, 9, r.inertia());
+    for (int i = 0; i < modes; ++i)
+    {
+        if (db->invar5)
+            ZEL_Convert_Units(db->invar5[i], 3 * modes, r.inertia());
+        if (db->invar8)
+            ZEL_Convert_Units(db->invar8[i], 9, r.inertia());
+        for (int j = 0; db->invar9 && db->invar9[i] && j < modes; ++j)
+            ZEL_Convert_Units(db->invar9[i][j], 9, r.inertia());
+    }
+}
+
+// Unit masses that were only assumed must be stored once they are no longer 1.
+static bool store_assumed_masses(ZELDATA* db)
+{
+    ZELMATRIX masses = {};
+    for (int mode = 0; mode < db->mode_count; ++mode)
+        if (!append_entry(masses, mode, mode, 1.0))
+        {
+            std::free(masses.entries);
+            return no_memory("zelunits");
+        }
+    std::free(db->mass.entries);
+    db->mass = masses;
+    db->non_unit_mass = 1;
+    raise_flag(db, kBlockMass);
+    return true;
+}
+
+int ZEL_ScaleDatabase(ZELDATA* db)
+{
+    if (!db)
+        return 0;
+    const Ratios r = {db->units.mass_scale, db->units.length_scale, db->units.time_scale, db->units.force_scale};
+    const int rigid_modes = ZEL_RigidBodyModeCount(db); // reads frequencies, which are scaled below
+    const bool masses_assumed = db->mass.count == 0 && db->eigenvalue_count == 0 && db->mode_count > 0;
+    if (masses_assumed && r.inertia() != 1.0 && !store_assumed_masses(db))
+        return 0;
+    scale_nodes(db, r);
+    for (int i = 0; i < db->mass.count; ++i)
+        db->mass.entries[i].value *= r.inertia();
+    for (int i = 0; i < db->stiffness.count; ++i)
+        db->stiffness.entries[i].value *= r.energy();
+    scale_damping(db, r);
+    scale_eigenvalues(db, r);
+    const int components = std::min(db->mode_count, db->load_capacity);
+    scale_load(db->modal_preload, components, db->principal_axes_done == 1, rigid_modes, r);
+    for (int i = 0; i < db->load_case_count; ++i)
+        scale_load(db->load_cases[i].values, components, db->load_cases[i].processed != 0, rigid_modes, r);
+    for (int i = 0; i < db->pre_stress_capacity; ++i)
+        ZEL_Convert_Units(db->pre_stress[i].v, 6, r.stress());
+    scale_statistics(db, r);
+    scale_invariants(db, r);
+    db->total_mass *= r.m;
+    ZEL_Convert_Units(db->center_of_mass, 3, r.l);
+    ZEL_Convert_Units(db->inertia_tensor, 9, r.inertia());
+    db->mode_factor[ZEL_MODE_SHAPE] *= r.l;
+    db->mode_factor[ZEL_MODAL_STRESS] *= r.stress();
+    const double steps[4] = {r.m, r.l, r.t, r.f};
+    for (int i = 0; i < 4; ++i)
+        db->base_scale[i] *= steps[i];
+    for (int& mode : db->cached_mode)
+        mode = -1;
+    return 1;
+}
+
+// ---- Setting units --------------------------------------------------------------------------------------------------
+
+// One dimension in a change of units: its label and scale in the record, its table and the new label.
+namespace
+{
+struct Dimension
+{
+    char* label;
+    double* scale;
+    const ZELUNIT* table;
+    const char* wanted;
+    char canonical[kLongestLabel + 2]; // room for a label of full width, which is then unknown
+    double ratio;
+};
+} // namespace
+
+int ZEL_SetUnits(ZELDATA* db, const char* mass, const char* length, const char* time, const char* force)
+{
+    if (!db)
+        return 0;
+    ZELUNITS& units = db->units;
+    Dimension dimensions[] = {
+        {units.mass, &units.mass_scale, ZEL_MassUnits, mass, "", 1.0},
+        {units.length, &units.length_scale, ZEL_LengthUnits, length, "", 1.0},
+        {units.time, &units.time_scale, ZEL_TimeUnits, time, "", 1.0},
+        {units.force, &units.force_scale, ZEL_ForceUnits, force, "", 1.0},
+    };
+    bool first = true, same = true;
+    for (Dimension& d : dimensions)
+    {
+        if (!d.wanted)
+            return 0;
+        std::strncpy(d.canonical, d.wanted, kLongestLabel);
+        if (!ZEL_ConvertUnitsLabel(d.canonical))
+            return 0;
+        first = first && !*d.label;
+        same = same && std::strcmp(d.label, d.canonical) == 0;
+    }
+    if (!first)
+        for (Dimension& d : dimensions)
+        {
+            const double old_factor = ZEL_UnitsDivider(d.label, d.table);
+            const double new_factor = ZEL_UnitsDivider(d.canonical, d.table);
+            if (old_factor == 0.0 || !(new_factor > 0.0))
+                return 0;
+            d.ratio = old_factor / new_factor;
+        }
+    if (same)
+        return 1;
+    const ZELUNITS before = units;
+    for (const Dimension& d : dimensions)
+    {
+        std::memset(d.label, 0, sizeof units.mass);
+        std::strcpy(d.label, d.canonical);
+        *d.scale = d.ratio;
+    }
+    if (!first && !ZEL_ScaleDatabase(db))
+    {
+        units = before;
+        return 0;
+    }
+    raise_flag(db, kBlockUnits);
+    return 1;
+}
+
+int ZEL_SetUnitsByMultiplierOnSI(ZELDATA* db, double mass, double length, double time, double force)
+{
+    const char* labels[] = {ZEL_UnitsLabel(mass, ZEL_MassUnits), ZEL_UnitsLabel(length, ZEL_LengthUnits),
+                            ZEL_UnitsLabel(time, ZEL_TimeUnits), ZEL_UnitsLabel(force, ZEL_ForceUnits)};
+    return ZEL_SetUnits(db, labels[0], labels[1], labels[2], labels[3]);
+}
+
+const char* zelunits_VersionId(void)
+{
+    return "zelunits " ZEL_VERSION;
+}
