@@ -1,0 +1,186 @@
+// Values on their way into files and back: the bulk path against libtirpc, widths, positions beyond 4 GiB.
+#include "fixtures.h"
+
+#include "zelstream.h"
+
+#include <rpc/xdr.h>
+
+#include <bit>
+#include <cmath>
+#include <limits>
+#include <random>
+
+using namespace zel;
+
+namespace
+{
+// An anonymous file with a stream record over it.
+struct OpenStream
+{
+    ZELSTREAM stream = {};
+    OpenStream(bool xdr, bool double_precision, bool writing)
+    {
+        stream.file = std::tmpfile();
+        stream.double_precision = double_precision;
+        if (xdr && writing)
+            open_xdr_writer(stream);
+        else if (xdr)
+            open_xdr_reader(stream);
+    }
+    ~OpenStream()
+    {
+        close_xdr(stream);
+        std::fclose(stream.file);
+    }
+    std::string bytes()
+    {
+        std::fflush(stream.file);
+        std::string all(size_t(FileSeek_Win32(stream.file, 0, 2) == 0 ? FileTell_Win32(stream.file) : 0), '\0');
+        FileSeek_Win32(stream.file, 0, 0);
+        EXPECT_EQ(std::fread(all.data(), 1, all.size(), stream.file), all.size());
+        return all;
+    }
+    void fill(const std::string& bytes)
+    {
+        std::fwrite(bytes.data(), 1, bytes.size(), stream.file);
+        std::fflush(stream.file);
+        FileSeek_Win32(stream.file, 0, 0);
+    }
+};
+
+// What libtirpc itself writes for a vector.
+template <typename Item> std::string bytes_of_libtirpc(const std::vector<Item>& items, xdrproc_t encode)
+{
+    OpenStream out(true, true, true);
+    std::vector<Item> copy = items;
+    EXPECT_TRUE(xdr_vector(static_cast<XDR*>(out.stream.xdr_stream), reinterpret_cast<char*>(copy.data()),
+                           u_int(copy.size()), sizeof(Item), encode));
+    return out.bytes();
+}
+
+// Numbers with every awkward bit pattern, then random ones.
+std::vector<double> awkward_reals(size_t count)
+{
+    std::vector<double> reals = {0.0,
+                                 -0.0,
+                                 1.0,
+                                 -1.5e300,
+                                 std::numeric_limits<double>::infinity(),
+                                 -std::numeric_limits<double>::infinity(),
+                                 std::numeric_limits<double>::denorm_min(),
+                                 std::bit_cast<double>(0x7ff8dead'beef1234),
+                                 std::bit_cast<double>(0xfff8000000000001)};
+    std::mt19937_64 random(7);
+    while (reals.size() < count)
+        reals.push_back(std::ldexp(double(random()), int(random() % 60) - 90));
+    reals.resize(count);
+    return reals;
+}
+
+// Around the size of a block of doubles and of one of floats or integers.
+const size_t kLengths[] = {0, 1, 9, 32767, 32768, 32769, 65535, 65536, 65537, 100001};
+} // namespace
+
+TEST(Streams, BulkEncodingGivesTheBytesOfLibtirpc)
+{
+    for (const size_t length : kLengths)
+    {
+        const std::vector<double> reals = awkward_reals(length);
+        const std::vector<float> floats(reals.begin(), reals.end());
+        std::vector<int32_t> ints;
+        for (const double real : reals)
+            ints.push_back(int32_t(std::bit_cast<uint64_t>(real) >> 13));
+
+        OpenStream doubles_out(true, true, true), floats_out(true, false, true), ints_out(true, true, true);
+        ASSERT_TRUE(put_reals(doubles_out.stream, reals.data(), int64_t(length)));
+        ASSERT_TRUE(put_reals(floats_out.stream, reals.data(), int64_t(length)));
+        ASSERT_TRUE(put_ints(ints_out.stream, ints.data(), int64_t(length)));
+        EXPECT_TRUE(doubles_out.bytes() == bytes_of_libtirpc(reals, reinterpret_cast<xdrproc_t>(xdr_double)));
+        EXPECT_TRUE(floats_out.bytes() == bytes_of_libtirpc(floats, reinterpret_cast<xdrproc_t>(xdr_float)));
+        EXPECT_TRUE(ints_out.bytes() == bytes_of_libtirpc(ints, reinterpret_cast<xdrproc_t>(xdr_int)));
+    }
+}
+
+TEST(Streams, EveryEncodingGivesBackWhatWasPut)
+{
+    const std::vector<double> reals = awkward_reals(70000);
+    for (const bool xdr : {false, true})
+        for (const bool double_precision : {false, true})
+        {
+            OpenStream out(xdr, double_precision, true), in(xdr, double_precision, false);
+            const int32_t ints[] = {1, -2, INT32_MIN, INT32_MAX};
+            const char text[] = {'A', '\0', char(0xE9), 'z'};
+            ASSERT_TRUE(put_int(out.stream, -77) && put_text(out.stream, text, 4));
+            ASSERT_TRUE(put_reals(out.stream, reals.data(), 70000) && put_ints(out.stream, ints, 4));
+            const std::string bytes = out.bytes();
+            EXPECT_EQ(bytes.size(), 4u + 4u * (xdr ? 4 : 1) + 70000u * (double_precision ? 8 : 4) + 16u);
+            in.fill(bytes);
+
+            int32_t value = 0, ints_back[4] = {};
+            char text_back[4] = {};
+            std::vector<double> back(reals.size());
+            ASSERT_TRUE(get_int(in.stream, value) && get_text(in.stream, text_back, 4));
+            ASSERT_TRUE(get_reals(in.stream, back.data(), 70000) && get_ints(in.stream, ints_back, 4));
+            EXPECT_EQ(value, -77);
+            EXPECT_EQ(std::string(text_back, 4), std::string(text, 4));
+            EXPECT_EQ(std::vector<int32_t>(ints_back, ints_back + 4), std::vector<int32_t>(ints, ints + 4));
+            for (size_t i = 0; i < reals.size(); ++i)
+            {
+                const double kept = double_precision ? reals[i] : double(float(reals[i]));
+                ASSERT_TRUE(kept == back[i] || (std::isnan(kept) && std::isnan(back[i]))) << i;
+            }
+            EXPECT_FALSE(get_int(in.stream, value)); // the end of the file
+            EXPECT_TRUE(get_ints(in.stream, ints_back, 0));
+            EXPECT_FALSE(get_reals(in.stream, back.data(), 1));
+        }
+}
+
+TEST(Streams, PortableCharactersAreSignExtendedWords)
+{
+    OpenStream out(true, true, true), in(true, true, false);
+    const char text[] = {'A', char(0xE9)};
+    ASSERT_TRUE(put_text(out.stream, text, 2));
+    EXPECT_EQ(out.bytes(), std::string("\0\0\0A\xff\xff\xff\xe9", 8));
+    char back[2] = {};
+    in.fill(std::string("\x12\x34\x56"
+                        "B\0\0\0\xe9",
+                        8)); // the low byte of any word counts
+    ASSERT_TRUE(get_text(in.stream, back, 2));
+    EXPECT_EQ(std::string(back, 2), "B\xe9");
+}
+
+TEST(Streams, SingleItemsStayInStepWithRunsAndSeeks)
+{
+    OpenStream in(true, true, false);
+    in.fill(std::string("\0\0\0\1", 4) + std::string("\x3f\xf0\0\0\0\0\0\0", 8) + std::string("\0\0\0\2\0\0\0\3", 8));
+    int32_t value = 0;
+    double real = 0.0;
+    ASSERT_TRUE(get_int(in.stream, value) && value == 1);
+    {
+        const KeepPosition kept(in.stream.file);
+        ASSERT_TRUE(seek_to(in.stream, 16) && get_int(in.stream, value));
+        EXPECT_EQ(value, 3);
+    }
+    ASSERT_TRUE(get_reals(in.stream, &real, 1) && get_int(in.stream, value));
+    EXPECT_EQ(real, 1.0);
+    EXPECT_EQ(value, 2);
+}
+
+TEST(Streams, PositionsReachBeyondFourGibibytes)
+{
+    FILE* file = std::tmpfile();
+    const int64_t far = (int64_t(5) << 30) + 3;
+    ASSERT_EQ(FileSeek_Win32(file, far, 0), 0);
+    ASSERT_EQ(std::fputc('z', file), 'z');
+    EXPECT_EQ(FileTell_Win32(file), far + 1);
+    EXPECT_EQ(FileSeek_Win32(file, -1, 1), 0);
+    EXPECT_EQ(std::fgetc(file), 'z');
+    EXPECT_EQ(FileSeek_Win32(file, -far, 2), 0);
+    EXPECT_EQ(FileTell_Win32(file), 1);
+    EXPECT_NE(FileSeek_Win32(file, -2, 1), 0);
+    EXPECT_NE(FileSeek_Win32(file, 0, 3), 0);
+    EXPECT_NE(FileSeek_Win32(nullptr, 0, 0), 0);
+    EXPECT_EQ(FileTell_Win32(nullptr), -1);
+    EXPECT_EQ(FileTell_Win32(file), 1);
+    std::fclose(file);
+}
