@@ -296,6 +296,26 @@ ZEL_API int64_t FileTell_Win32(FILE* file);
 
 /* ---- File: reading and reporting ----------------------------------------------------------------------------------- */
 
+/**
+ * Whether the database has a block: 1 or 0, silent. block_index is the block's number less one, 0 to 31; the first three
+ * blocks always exist, the others when they were read or have been set since.
+ */
+ZEL_API int ZEL_Exists(const ZELDATA* db, int block_index);
+
+/**
+ * Positions the file that the database was read from at the start of a block (index 0 to 31). 1, or 0, silently, when
+ * there is no file, the file lacks the block, or the block describes the body no longer (other modes or another origin
+ * since).
+ */
+ZEL_API int ZEL_goto_block(ZELDATA* db, int block_index);
+
+/**
+ * Bytes that a block (index 0 to 31) takes in the file that the database was read from, told from the counts at its
+ * start; the file's position is kept. 0 for an absent block and, with the message of the block, for unreadable counts or
+ * a size beyond the end of the file.
+ */
+ZEL_API int64_t ZEL_size_of_block(ZELDATA* db, int block_index);
+
 /* ---- File: writing ------------------------------------------------------------------------------------------------- */
 
 /* ---- Units --------------------------------------------------------------------------------------------------------- */
@@ -392,6 +412,7 @@ ZEL_API const char* zelmsg_VersionId(void);
 ZEL_API const char* zelcreate_VersionId(void);
 ZEL_API const char* zelunits_VersionId(void);
 ZEL_API const char* zeldata_VersionId(void);
+ZEL_API const char* zeltoc_VersionId(void);
 ZEL_API const char* zeltools_VersionId(void);
 
 #ifdef __cplusplus
