@@ -31,37 +31,71 @@ static uint64_t swapped(uint64_t word)
     return __builtin_bswap64(word);
 }
 
+#if defined(__x86_64__)
+#define ZEL_ALWAYS_INLINE __attribute__((always_inline))
+
+template <typename Loop> [[gnu::target("avx2")]] static void run_with_avx2(const Loop& loop)
+{
+    loop();
+}
+
+// Runs a loop over a block in the widest registers that the processor has; the values are the same in all of them.
+template <typename Loop> static void run_wide(const Loop& loop)
+{
+    static const bool has_avx2 = __builtin_cpu_supports("avx2");
+    if (has_avx2)
+        run_with_avx2(loop);
+    else
+        loop();
+}
+#else
+#define ZEL_ALWAYS_INLINE
+template <typename Loop> static void run_wide(const Loop& loop)
+{
+    loop();
+}
+#endif
+
 // Reverses the bytes of `count` words in place; `bytes` has no alignment.
 template <typename Word> static void swap_words(unsigned char* bytes, int64_t count)
 {
-    for (int64_t i = 0; i < count; ++i)
-    {
-        Word word;
-        std::memcpy(&word, bytes + i * int64_t(sizeof word), sizeof word);
-        word = swapped(word);
-        std::memcpy(bytes + i * int64_t(sizeof word), &word, sizeof word);
-    }
+    run_wide([=]() ZEL_ALWAYS_INLINE {
+        for (int64_t i = 0; i < count; ++i)
+        {
+            Word word;
+            std::memcpy(&word, bytes + i * int64_t(sizeof word), sizeof word);
+            word = swapped(word);
+            std::memcpy(bytes + i * int64_t(sizeof word), &word, sizeof word);
+        }
+    });
 }
 
-static void store_item(unsigned char* at, const int32_t& value, bool swap)
+template <typename Item> using WordOf = std::conditional_t<sizeof(Item) == 8, uint64_t, uint32_t>;
+
+// Puts `count` values into the block as items of type Item.
+template <typename Item, bool swap, typename Value> static void fill_block(const Value* values, int64_t count)
 {
-    uint32_t word = uint32_t(value);
-    word = swap ? swapped(word) : word;
-    std::memcpy(at, &word, sizeof word);
+    run_wide([=]() ZEL_ALWAYS_INLINE {
+        for (int64_t i = 0; i < count; ++i)
+        {
+            WordOf<Item> word = std::bit_cast<WordOf<Item>>(static_cast<Item>(values[i]));
+            word = swap ? swapped(word) : word;
+            std::memcpy(block + i * int64_t(sizeof word), &word, sizeof word);
+        }
+    });
 }
 
-static void store_item(unsigned char* at, const double& value, bool swap)
+// Takes `count` floats from the block.
+template <bool swap> static void widen_block(double* values, int64_t count)
 {
-    uint64_t word = std::bit_cast<uint64_t>(value);
-    word = swap ? swapped(word) : word;
-    std::memcpy(at, &word, sizeof word);
-}
-
-static void store_item(unsigned char* at, const float& value, bool swap)
-{
-    uint32_t word = std::bit_cast<uint32_t>(value);
-    word = swap ? swapped(word) : word;
-    std::memcpy(at, &word, sizeof word);
+    run_wide([=]() ZEL_ALWAYS_INLINE {
+        for (int64_t i = 0; i < count; ++i)
+        {
+            uint32_t word;
+            std::memcpy(&word, block + i * int64_t(sizeof word), sizeof word);
+            values[i] = double(std::bit_cast<float>(swap ? swapped(word) : word));
+        }
+    });
 }
 
 // Writes `count` values as items of type Item, block by block.
@@ -70,12 +104,13 @@ template <typename Item, typename Value> static int put_run(ZELSTREAM& out, cons
     if (!out.xdr && std::is_same_v<Item, Value>)
         return std::fwrite(values, sizeof(Item), size_t(count), out.file) == size_t(count);
     constexpr int64_t per_block = kBlockBytes / int64_t(sizeof(Item));
-    const bool swap = out.xdr != 0;
     while (count > 0)
     {
         const int64_t items = count < per_block ? count : per_block;
-        for (int64_t i = 0; i < items; ++i)
-            store_item(block + i * int64_t(sizeof(Item)), static_cast<Item>(values[i]), swap);
+        if (out.xdr)
+            fill_block<Item, true>(values, items);
+        else
+            fill_block<Item, false>(values, items);
         if (std::fwrite(block, sizeof(Item), size_t(items), out.file) != size_t(items))
             return 0;
         values += items;
@@ -113,13 +148,9 @@ static int get_widened(ZELSTREAM& in, double* values, int64_t count)
         if (std::fread(block, sizeof(float), size_t(items), in.file) != size_t(items))
             return 0;
         if (in.xdr)
-            swap_words<uint32_t>(block, items);
-        for (int64_t i = 0; i < items; ++i)
-        {
-            float value;
-            std::memcpy(&value, block + i * int64_t(sizeof value), sizeof value);
-            values[i] = double(value);
-        }
+            widen_block<true>(values, items);
+        else
+            widen_block<false>(values, items);
         values += items;
         count -= items;
     }
