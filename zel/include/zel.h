@@ -252,6 +252,51 @@ ZEL_API int CheckZEL(const ZELDATA* db);
 
 /* ---- Geometry and mass --------------------------------------------------------------------------------------------- */
 
+/*
+ * Nodes are named by the caller's id, any integer; a setter that names an unknown node adds it at the origin, without
+ * mass. Values that are not finite are refused with a message and change nothing. Setting coordinates, masses or inertias
+ * drops the inertia invariants that were computed from the old ones, but none that was set or read.
+ */
+
+/**
+ * Stores the header texts with the current local date and prints each text through ZEL_Info. Longest texts: title and
+ * input file name 127, file type 15, comments 79 characters; a longer one is cut with a warning. Newlines become blanks,
+ * in the caller's text too; a text without newlines may be a constant. A null text counts as empty.
+ */
+ZEL_API int ZEL_SetHeader(ZELDATA* db, char* title, char* input_file_name, char* input_file_type, char* comment1,
+                          char* comment2, char* comment3);
+
+ZEL_API int ZEL_SetNodeCoordinates(ZELDATA* db, int node_id, double x, double y, double z);
+
+/** Replaces a nodal mass, or adds to it. */
+ZEL_API int ZEL_SetNodalMass(ZELDATA* db, int node_id, double mass);
+ZEL_API int ZEL_AddNodalMass(ZELDATA* db, int node_id, double mass);
+
+/** Replaces a nodal inertia, given as tensor components about the node (off-diagonals are minus the products of inertia). */
+ZEL_API int ZEL_SetNodalInertia(ZELDATA* db, int node_id, double xx, double yy, double zz, double xy, double xz,
+                                double yz);
+
+/**
+ * Replaces one component of a nodal inertia, and with it the symmetric one; the others stay, at first zero. Row and column
+ * count from 1 to 3, or both from 4 to 6 as the rotations of the node.
+ */
+ZEL_API int ZEL_SetNodalInertiaEntry(ZELDATA* db, int node_id, int row, int column, double value);
+
+/**
+ * Adds an element face with its vertices in order round it. A vertex that repeats the one before is dropped, and so is a
+ * last one that repeats the first. 0, with a message, when fewer than two vertices remain; nodes that it named stay added.
+ */
+ZEL_API int ZEL_SetFaceList(ZELDATA* db, int vertex_count, const int* node_ids);
+
+/** The same with vertex_count ids of type int as further arguments. */
+ZEL_API int ZEL_SetFace(ZELDATA* db, int vertex_count, ...);
+
+/** Makes a known node an interface node, once; 0, silently, for an unknown id. */
+ZEL_API int ZEL_SetInterfaceNode(ZELDATA* db, int node_id);
+
+/** Index of a node, which is added when its id is unknown; -1 on failure. */
+ZEL_API int ZEL_LookupOrAddNode(ZELDATA* db, int node_id);
+
 /* ---- Mode store ---------------------------------------------------------------------------------------------------- */
 
 /* ---- Matrices, loads, invariants given by the caller --------------------------------------------------------------- */
@@ -397,6 +442,22 @@ ZEL_API int ZEL_RigidBodyModeCount(ZELDATA* db);
 
 /* ---- Node search --------------------------------------------------------------------------------------------------- */
 
+/** Index of a node id; -1, silently, for an unknown one or a null database. */
+ZEL_API int ZEL_NodeIndex(ZELDATA* db, int node_id);
+
+/**
+ * Position of a node id in the node list of a kind, which is the order of the values in that kind's mode vectors; -1,
+ * silently, when it is not in there.
+ */
+ZEL_API int ZEL_ModeNodeIndex(ZELDATA* db, int kind, int node_id);
+
+/**
+ * Exchanges the records of two nodes: each has the other's index afterwards. Faces, interface nodes and the node lists of
+ * stress and strain go on naming the same ids. Mode shapes do not move: values already stored belong to positions in the
+ * node table. Unknown ids do nothing.
+ */
+ZEL_API void ZEL_SwapNodesByID(ZELDATA* db, int id_a, int id_b);
+
 /* ---- Face tools ---------------------------------------------------------------------------------------------------- */
 
 /* ---- Comparison ---------------------------------------------------------------------------------------------------- */
@@ -410,6 +471,7 @@ ZEL_API int ZEL_RigidBodyModeCount(ZELDATA* db);
 /** Name and version of a source module, for example "zelmsg 0.1.0". The text is the library's. */
 ZEL_API const char* zelmsg_VersionId(void);
 ZEL_API const char* zelcreate_VersionId(void);
+ZEL_API const char* zelset_VersionId(void);
 ZEL_API const char* zelunits_VersionId(void);
 ZEL_API const char* zeldata_VersionId(void);
 ZEL_API const char* zeltoc_VersionId(void);

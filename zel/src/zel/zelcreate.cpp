@@ -110,6 +110,7 @@ static ZELDATA* free_database(ZELDATA* db)
     discard(db->pre_strain);
     discard(db->mode_ids);
     discard(db->selected_modes);
+    discard_caches(own(db));
     discard(db->private_data);
     if (current_database == db)
         current_database = nullptr;

@@ -9,11 +9,32 @@
 namespace zel
 {
 
-// The library's own caches of one database.
+struct NearestNodes; // zeltools_nearest.cpp
+
+// The library's own caches of one database. Those that follow the node table have room for node_capacity nodes.
 struct Private
 {
     // Blocks of the file (by block number) that no longer describe the body: its modes or its origin have changed since.
     char stale_block[33];
+
+    ZELIDPAIR* node_slots; // owned hash table of (node id, node index + 1), 0: free slot; 1 << node_slot_bits slots
+    int node_slot_bits;
+    int hashed_nodes; // so many nodes, from the first, are in node_slots
+    int highest_node_id;
+    int last_node;                      // that a lookup has found; it or the next one is the likely answer
+    int sorted_pairs[ZEL_MODE_KINDS];   // so many pairs at the front of each id index are in order
+    int* mode_position[ZEL_MODE_KINDS]; // owned, kinds 1 and 2: a node's position in mode_nodes + 1, 0: not in there
+    char* is_interface;                 // owned: 1 for a node of interface_nodes
+    int marked_interface_nodes;         // so many entries of interface_nodes are in is_interface
+
+    NearestNodes* nearest[2]; // owned: search structures over all nodes and over the interface nodes
+
+    int last_mode;          // that a lookup has found
+    int repeated_mode;      // 1: a mode number occurs twice
+    int checked_mode_count; // so many modes, from the first, were looked at for that
+
+    double* mode_map[ZEL_MODE_KINDS]; // temporary mode files in memory, null: not mapped
+    int64_t mode_map_bytes[ZEL_MODE_KINDS];
 };
 
 inline Private& own(const ZELDATA* db)
@@ -103,6 +124,51 @@ inline bool append_entry(ZELMATRIX& matrix, int row, int column, double value)
     matrix.entries[matrix.count++] = {row, column, value};
     return true;
 }
+
+// ---- Node table (zeltools_nodes.cpp) ----------------------------------------------------------------------------------
+
+// Room for `count` nodes in the node table and in every array that follows it. 0, with a message and the table as it was,
+// when memory is short.
+int reserve_nodes(ZELDATA* db, int64_t count);
+
+// Appends a node with zero coordinates and no mass, whether or not its id is new; its index, or -1 with a message.
+int append_node(ZELDATA* db, int node_id);
+
+// Index of a node id, -1 for an unknown one; silent. Takes constant time in every order of calls.
+int find_node(const ZELDATA* db, int node_id);
+
+// Appends a node to the node list of kind 1 or 2, whether or not it is there; its position, -1 when all places are taken.
+int append_mode_node(ZELDATA* db, int kind, int node);
+
+// Position of a node in the node list of a kind, -1 when it is not there.
+int mode_node_position(const ZELDATA* db, int kind, int node);
+
+// Rebuilds all lookups after nodes, mode_nodes or their counts were rewritten in place (node_count <= node_capacity):
+// the id indexes, and everything that depends on them.
+void node_table_rewritten(ZELDATA* db);
+
+// Frees the arrays of `caches`, with the mappings of the temporary mode files.
+void discard_caches(Private& caches);
+
+// ---- What a change makes stale ---------------------------------------------------------------------------------------
+
+// Nodes, coordinates or interface nodes have changed: forgets the search structures for nearest nodes.
+void nodes_changed(ZELDATA* db);
+
+// Nodal masses, inertias, coordinates or mode vectors have changed: drops the invariants that were computed from them.
+void mass_or_modes_changed(ZELDATA* db);
+
+// Faces or interface nodes have changed: drops geometry_nodes.
+void faces_changed(ZELDATA* db);
+
+// ---- Invariants --------------------------------------------------------------------------------------------------------
+
+// What invariants 1, 2 and 7 yield (from a filled slot, the file or the nodes), without filling a slot.
+struct RigidInvariants
+{
+    double mass, moment[3], tensor[9];
+};
+int rigid_invariants(ZELDATA* db, RigidInvariants& out); // 0 when the file cannot be read
 
 // The database that the Fortran entry points work on; null when it is freed.
 extern ZELDATA* current_database;
