@@ -303,11 +303,64 @@ ZEL_API int ZEL_LookupOrAddNode(ZELDATA* db, int node_id);
 
 /* ---- Queries: counts, header, nodes -------------------------------------------------------------------------------- */
 
-/** Number of nodes in the node table; 0 for a null database, silent. */
+/*
+ * All queries are silent. A null database, a null output that is the only one, missing data or an index out of range gives
+ * the failure value, 0 unless another is named.
+ */
+
+/** Format version, the low byte of the version code of the file that was read; 31 for a body built in memory. */
+ZEL_API int ZEL_Version(const ZELDATA* db);
+
+/**
+ * Copies the header texts; any output may be null. Room: title and input_file_name 128 characters, date 32,
+ * input_file_type 16, comments 80 each. Returns 1; 0 for a null database.
+ */
+ZEL_API int ZEL_Header(const ZELDATA* db, char* title, char* date, char* input_file_name, char* input_file_type,
+                       char* comment1, char* comment2, char* comment3);
+
+/** Number of nodes in the node table. */
 ZEL_API int ZEL_NodeCount(const ZELDATA* db);
 
-/** Number of modes; 0 for a null database, silent. */
+/** Number of modes. */
 ZEL_API int ZEL_ModeCount(const ZELDATA* db);
+
+/** 1 when stored mode vectors are doubles, 0 when they are floats: tells which of ZEL_Read_Mode_... serves them. */
+ZEL_API int ZEL_Double_Prec(const ZELDATA* db);
+
+/** Number of nodes that the mode vectors of a kind cover. */
+ZEL_API int ZEL_ModeNodeCount(const ZELDATA* db, int kind);
+
+/** ID of the node at a position of a kind's mode vectors, counted from 0. */
+ZEL_API int ZEL_ModeNodeID(const ZELDATA* db, int kind, int position);
+
+/** ID of the node at an index. */
+ZEL_API int ZEL_NodeID(const ZELDATA* db, int node_index);
+
+/** Coordinates of a node; zeros with result 0 for an index out of range. */
+ZEL_API int ZEL_NodeCoordinates(const ZELDATA* db, int node_index, double xyz[3]);
+
+/**
+ * Coordinates of all nodes in the order of the node table.
+ * xyz    [3 * ZEL_NodeCount(db)], node by node; may be null to ask for the count alone
+ * count  number of nodes; may be null
+ * Returns 1; 0, with a count of 0, without a node table.
+ */
+ZEL_API int ZEL_NodeCoordinateList(const ZELDATA* db, double* xyz, int* count);
+
+/** Mass of a node, 0.0 for an index out of range. */
+ZEL_API double ZEL_NodalMass(const ZELDATA* db, int node_index);
+
+/** Mass (may be null) and coordinates of a node; zeros with result 0 for an index out of range. */
+ZEL_API int ZEL_NodalMassAndGeometry(const ZELDATA* db, int node_index, double* mass, double xyz[3]);
+
+/**
+ * The inertia tensor of a node, mass length^2, about the node: symmetric, off-diagonal entries as ZEL_SetNodalInertia took
+ * them. Returns 1; 0, with the output untouched, when the node has no inertia.
+ */
+ZEL_API int ZEL_NodalInertia(const ZELDATA* db, int node_index, double inertia[9]);
+
+/** Diagonal of the bounding box of all nodes, 0.0 without nodes. */
+ZEL_API double ZEL_BodySize(const ZELDATA* db);
 
 /* ---- Queries: modes and matrices ----------------------------------------------------------------------------------- */
 
@@ -325,7 +378,96 @@ ZEL_API int ZEL_ModeCount(const ZELDATA* db);
 ZEL_API int ZEL_Eigenvalue(ZELDATA* db, int mode_number, double* eigenvalue, double* hertz, double* radians,
                            double* gen_mass, double* gen_stiffness);
 
+/** 1 when the database has mode shapes, modal stress or modal strain (kind 0, 1, 2). */
+ZEL_API int ZEL_ModeExist(const ZELDATA* db, int kind);
+
+/**
+ * Generalized stiffness (force length), mass (mass length^2) and damping (force length time; see
+ * ZEL_GenDampPrincipalAndSelected once it is projected). Stiffness and mass without entries count as diagonal, with the
+ * generalized stiffness and mass of the eigenvalue records, or where a mode has no record with 0 and 1. Damping without
+ * entries does not exist.
+ *
+ * Number of entries.
+ */
+ZEL_API int ZEL_NumberOfGenStiff(const ZELDATA* db);
+ZEL_API int ZEL_NumberOfGenMass(const ZELDATA* db);
+ZEL_API int ZEL_NumberOfGenDamp(const ZELDATA* db);
+
+/** 1 when the database has damping entries. */
+ZEL_API int ZEL_GenDampExist(const ZELDATA* db);
+
+/**
+ * The entries as they were given, equal pairs included. All three outputs are [ZEL_NumberOfGen...(db)]; rows and columns
+ * are mode indexes, -1 where a mode could not be added. Returns 1; 0 without entries or with a null output.
+ */
+ZEL_API int ZEL_GenStiffSparse(ZELDATA* db, int* rows, int* columns, double* values);
+ZEL_API int ZEL_GenMassSparse(ZELDATA* db, int* rows, int* columns, double* values);
+ZEL_API int ZEL_GenDampSparse(ZELDATA* db, int* rows, int* columns, double* values);
+
+/**
+ * The full matrix: entry (r, c) at matrix[r * n + c], n the number of modes. Of equal pairs the last one holds; nothing is
+ * mirrored: an entry given for one triangle only is in that triangle only. Returns 1; 0 with the matrix untouched when n
+ * is not the number of modes, 0 with a zero matrix when there is no damping.
+ */
+ZEL_API int ZEL_GenStiffFull(ZELDATA* db, double* matrix, int n);
+ZEL_API int ZEL_GenMassFull(ZELDATA* db, double* matrix, int n);
+ZEL_API int ZEL_GenDampFull(ZELDATA* db, double* matrix, int n);
+
+/**
+ * The n x n submatrix of the named modes, in their order: entry (r, c) at matrix[r * n + c]. Returns 1; 0, with the matrix
+ * untouched, for n below 1 or an unknown mode number.
+ */
+ZEL_API int ZEL_GenStiffSelected(ZELDATA* db, double* matrix, const int* mode_numbers, int n);
+ZEL_API int ZEL_GenMassSelected(ZELDATA* db, double* matrix, const int* mode_numbers, int n);
+
+/**
+ * Damping that is projected on the principal axes, (6 + n) x (6 + n), entry (r, c) at matrix[r * (6 + n) + c]: rows and
+ * columns 0 to 5 are the translations and rotations of the rigid body, the rest the n named modes (n may be 0). Returns 1;
+ * 0, with the matrix untouched, when there is no damping or it is not projected, or for an unknown mode number.
+ */
+ZEL_API int ZEL_GenDampPrincipalAndSelected(ZELDATA* db, double* matrix, const int* mode_numbers, int n);
+
+/**
+ * The transformation from the caller's original modes to the present ones, M x M for M modes: matrix[i * M + k] is the
+ * component of new mode i on old mode k. Returns 1; 0 without one.
+ */
+ZEL_API int ZEL_Transformation(const ZELDATA* db, double* matrix);
+
 /* ---- Queries: faces, loads, statistics ------------------------------------------------------------------------------ */
+
+/** Number of faces, and of integers in the list of ZEL_ElementFaces; either output may be null. */
+ZEL_API void ZEL_FaceListSize(const ZELDATA* db, int* faces, int* length);
+
+/**
+ * The faces: for each its vertex count, then so many node indexes. The two top bits of a count are flags of the file (mask
+ * it with 0x3FFFFFFF). face_list has room for the length that ZEL_FaceListSize gives. Returns 1; 0 without faces.
+ */
+ZEL_API int ZEL_ElementFaces(const ZELDATA* db, int* face_list);
+
+/** New array of the interface nodes, as indexes or as IDs; null with a count of 0 without any. count may be null. */
+ZEL_API int* ZEL_InterfaceNodes(const ZELDATA* db, int* count);
+ZEL_API int* ZEL_InterfaceNodeIDs(const ZELDATA* db, int* count);
+
+/** New array of the preload, one component a mode; null with a count of 0 without a preload. count may be null. */
+ZEL_API double* ZEL_GetModalPreload(const ZELDATA* db, int* count);
+
+/** 1 when the database has a preload. */
+ZEL_API int ZEL_ModalPreloadExist(const ZELDATA* db);
+
+/** Number of modal load cases. */
+ZEL_API int ZEL_GetModalLoadCaseCount(const ZELDATA* db);
+
+/** 1 when a load case, counted from 0, is projected on the principal axes. */
+ZEL_API int ZEL_ModalLoadProcessed(const ZELDATA* db, int load_case);
+
+/** Label of a load case; the output has 256 characters, all of which are written. */
+ZEL_API int ZEL_GetModalLoadCaseLabel(const ZELDATA* db, int load_case, char* label);
+
+/** New array of a load case, one component a mode; null with a count of 0 for an unknown case. count may be null. */
+ZEL_API double* ZEL_GetModalLoad(const ZELDATA* db, int load_case, int* count);
+
+/** 1 when the database has modal statistics. */
+ZEL_API int ZEL_ModalStatisticsExist(const ZELDATA* db);
 
 /* ---- File ---------------------------------------------------------------------------------------------------------- */
 
