@@ -567,6 +567,23 @@ ZEL_API int ZEL_ScaleDatabase(ZELDATA* db);
 
 /* ---- Inertia invariants -------------------------------------------------------------------------------------------- */
 
+/*
+ * Each invariant is what the caller set, else what the file holds, else the sum over the nodes given below; the first use
+ * settles it and keeps it. Node p has mass m, position s and inertia tensor J (where it has one). E is the 3x3 identity.
+ * Without nodal masses, invariants 1, 2 and 7 follow from the global mass, centre and inertia (whose off-diagonals have
+ * the opposite sign), the others are zero. Results are null for a database that is not live (silent) and, with a message,
+ * when memory is short or the file cannot be read.
+ */
+
+/** Total mass, sum of m; 0.0 where other invariants are null. */
+ZEL_API double ZEL_Invar1(ZELDATA* db);
+
+/** First moment of mass, sum of m s: new array of 3. */
+ZEL_API double* ZEL_Invar2(ZELDATA* db);
+
+/** Inertia tensor about the origin, sum of m ((s.s) E - s s^T) + J: new array of 9. */
+ZEL_API double* ZEL_Invar7(ZELDATA* db);
+
 /* ---- Linear algebra, rigid-body and environment tools -------------------------------------------------------------- */
 
 /** Index of a mode number, the first one when several modes bear it; -1, silently, for an unknown one. */
@@ -581,6 +598,53 @@ ZEL_API int ZEL_ModeNumber(const ZELDATA* db, int mode_index);
  * qualifies. Frequencies are taken as stored, in cycles per time unit.
  */
 ZEL_API int ZEL_RigidBodyModeCount(ZELDATA* db);
+
+/**
+ * Compare two elements whose first member is an int, for qsort and bsearch: negative, 0 or positive as the first int of a
+ * is below, equal to or above that of b.
+ */
+ZEL_API int By_Id(const void* a, const void* b);
+
+/** Position of a mode number in `count` ascending ones; -1, silently, when it is not among them. */
+ZEL_API int SelectedModeIndex(int mode_number, const int* sorted_numbers, int count);
+
+/**
+ * LU decomposition in place with row pivoting (Doolittle): perm * a = l * u, l with a unit diagonal.
+ * a     n row pointers; the rows' contents are exchanged and overwritten, the pointers stay
+ * perm  [n] row i of the result was row perm[i]
+ * Returns 1; 0, silently, for null arguments or when a column has no pivot. The last pivot is not tested: when it is zero,
+ * solutions are not finite.
+ */
+ZEL_API int ZEL_LUPDecomposition(double** a, int n, int* perm);
+
+/** Solves with a decomposition; b[n] becomes the solution. 0, with a message, when memory is short or n is below 1. */
+ZEL_API int ZEL_LUPSolve(double** lu, int n, const int* perm, double* b);
+
+/** Replaces a decomposition by the inverse matrix. 0, with a message, when memory is short or n is below 1. */
+ZEL_API int ZEL_LUPInvert(double** lu, int n, const int* perm);
+
+/**
+ * Sets the global mass, centre of mass and inertia from invariants 1, 2 and 7; the centre of a body of mass zero is the
+ * origin. Returns 1; 0, with a message and nothing changed, for a null database or a file that cannot be read.
+ */
+ZEL_API int ZEL_CalculateGlobalMassFromNodeMass(ZELDATA* db);
+
+/**
+ * Name of the running system, for example "Linux_", version "6_1" and build "13", into a buffer of 256.
+ * kind  1, 11 and others: name; 2: "name version"; 3: "name version build"; 12, 13: the same joined by "_"
+ * Returns 0.
+ */
+ZEL_API int ZEL_uname(int kind, char* buffer);
+
+/**
+ * Local date "2024-02-29" (kind 1), time with its offset from universal time "13:05 +0100" (kind 2) or both (any other
+ * kind), into a buffer of 64. A negative kind also prints the universal and the local time. Returns 0. An offset between
+ * zero and minus one hour shows without its sign.
+ */
+ZEL_API int ZEL_localtime_ISO8601(int kind, char* buffer);
+
+/** Processor seconds that the process has used. */
+ZEL_API double ZEL_cputime(void);
 
 /* ---- Node search --------------------------------------------------------------------------------------------------- */
 
@@ -618,6 +682,7 @@ ZEL_API const char* zelunits_VersionId(void);
 ZEL_API const char* zeldata_VersionId(void);
 ZEL_API const char* zeltoc_VersionId(void);
 ZEL_API const char* zeltools_VersionId(void);
+ZEL_API const char* zelinvar_VersionId(void);
 
 #ifdef __cplusplus
 }

@@ -163,6 +163,15 @@ void faces_changed(ZELDATA* db);
 
 // ---- Invariants --------------------------------------------------------------------------------------------------------
 
+// Where the values in an invariant's slot come from (invar_origin).
+enum : char
+{
+    kNoValues = 0,
+    kComputed,
+    kGiven,
+    kRead
+};
+
 // What invariants 1, 2 and 7 yield (from a filled slot, the file or the nodes), without filling a slot.
 struct RigidInvariants
 {

@@ -270,7 +270,6 @@ void nodes_changed(ZELDATA*) {}
 
 void mass_or_modes_changed(ZELDATA* db)
 {
-    constexpr char kComputed = 1;
     if (!std::memchr(db->invar_origin, kComputed, sizeof db->invar_origin))
         return;
     for (int number = 1; number <= 9; ++number)
