@@ -241,6 +241,56 @@ int get_floats(ZELSTREAM& in, float* values, int64_t count)
     return count <= 0 || get_run_in_place<uint32_t>(in, values, count);
 }
 
+ItemReader::ItemReader(ZELSTREAM& in, int64_t bytes) : in_(in), unread_(bytes) {}
+
+// The next `width` bytes, zeros after a failure.
+const unsigned char* ItemReader::take(int width)
+{
+    static constexpr unsigned char kZeros[8] = {};
+    if (end_ - next_ < width)
+    {
+        std::memmove(room_, room_ + next_, size_t(end_ - next_));
+        end_ -= next_;
+        next_ = 0;
+        const int64_t wanted = unread_ < kRoom - end_ ? unread_ : kRoom - end_;
+        const size_t read = wanted > 0 && !failed_ ? std::fread(room_ + end_, 1, size_t(wanted), in_.file) : 0;
+        end_ += int(read);
+        unread_ -= int64_t(read);
+        if (end_ < width)
+        {
+            failed_ = true;
+            end_ = 0;
+            return kZeros;
+        }
+    }
+    const unsigned char* bytes = room_ + next_;
+    next_ += width;
+    return bytes;
+}
+
+template <typename Item> Item ItemReader::item()
+{
+    using Word = std::conditional_t<sizeof(Item) == 8, uint64_t, uint32_t>;
+    Word word;
+    std::memcpy(&word, take(sizeof word), sizeof word);
+    return std::bit_cast<Item>(in_.xdr ? swapped(word) : word);
+}
+
+int32_t ItemReader::integer()
+{
+    return item<int32_t>();
+}
+
+double ItemReader::real()
+{
+    return in_.double_precision ? item<double>() : double(item<float>());
+}
+
+char ItemReader::character()
+{
+    return in_.xdr ? char(item<int32_t>() & 0xFF) : char(*take(1));
+}
+
 // A text is a vector of characters, each widened to a word with its sign in an XDR file.
 static int move_text(ZELSTREAM& stream, char* text, int count)
 {

@@ -47,6 +47,30 @@ inline bool seek_to(ZELSTREAM& stream, int64_t position)
     return FileSeek_Win32(stream.file, position, 0) == 0;
 }
 
+// Hands out the mixed items of a stretch of a file one by one, read ahead in blocks: thousands of small records cost no
+// call to the file each. Beyond the stretch or a failed read every item is 0 and failed() is true.
+class ItemReader
+{
+public:
+    ItemReader(ZELSTREAM& in, int64_t bytes); // the stretch starts at the current position
+    ItemReader(const ItemReader&) = delete;
+    ItemReader& operator=(const ItemReader&) = delete;
+    int32_t integer();
+    double real();
+    char character();
+    bool failed() const { return failed_; }
+
+private:
+    static constexpr int kRoom = 32 * 1024;
+    const unsigned char* take(int width);
+    template <typename Item> Item item();
+    ZELSTREAM& in_;
+    int64_t unread_; // bytes of the stretch that are still in the file
+    int next_ = 0, end_ = 0;
+    bool failed_ = false;
+    unsigned char room_[kRoom];
+};
+
 // Seeks a file back to where it was when the scope began.
 class KeepPosition
 {

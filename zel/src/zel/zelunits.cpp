@@ -5,6 +5,7 @@
 // change only.
 #include "zel.h"
 #include "zeldb.h"
+#include "zelunits.h"
 
 #include <algorithm>
 #include <cmath>
@@ -221,18 +222,6 @@ double* ZEL_Convert_Units(double* values, int count, double factor)
 
 // ---- Scaling a database ---------------------------------------------------------------------------------------------
 
-namespace
-{
-// The factors of one unit change, by dimension.
-struct Ratios
-{
-    double m, l, t, f;
-    double inertia() const { return m * l * l; }
-    double energy() const { return f * l; }
-    double stress() const { return f / (l * l); }
-};
-} // namespace
-
 static void scale_nodes(ZELDATA* db, const Ratios& r)
 {
     for (int i = 0; i < db->node_count; ++i)
@@ -247,16 +236,12 @@ static void scale_nodes(ZELDATA* db, const Ratios& r)
     }
 }
 
-// Rows and columns 0 to 2 of a projected damping matrix belong to translations, all others to rotations and modes.
 static void scale_damping(ZELDATA* db, const Ratios& r)
 {
-    const double by_translations[] = {r.energy() * r.t, r.t * r.f, r.t / r.l * r.f};
     for (int i = 0; i < db->damping.count; ++i)
     {
         ZELENTRY& entry = db->damping.entries[i];
-        const auto is_translation = [](int index) { return index >= 0 && index < 3; };
-        const int translations = int(is_translation(entry.row)) + int(is_translation(entry.column));
-        entry.value *= by_translations[db->damping_projected ? translations : 0];
+        entry.value *= r.damping(entry.row, entry.column, db->damping_projected != 0);
     }
 }
 
