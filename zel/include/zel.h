@@ -503,6 +503,25 @@ ZEL_API int ZEL_goto_block(ZELDATA* db, int block_index);
  */
 ZEL_API int64_t ZEL_size_of_block(ZELDATA* db, int block_index);
 
+/**
+ * Fills a fresh database from a ZEL file that is open for binary reading; ZEL_CreateFromZEL does all of it. Mode vectors
+ * and invariants stay in the file and are read on demand.
+ * file  becomes the database's, which closes it; it stays the caller's only when the database is null or not fresh
+ * name  copied; ZEL_CreateFromZEL finds the database by it; may be null
+ * Returns 1; 0, after one message, for a file that is damaged or no ZEL file: what was read so far stays in the database,
+ * fit for ZEL_UnLink only. A database that has a file, nodes or modes already is refused silently.
+ */
+ZEL_API int ZEL_ReadZEL(ZELDATA* db, FILE* file, const char* name);
+
+/**
+ * Reads a sparse generalized matrix anew from the database's file, in current units, in the place of the one in memory.
+ * The file's position is kept. Returns 1; 0, with the matrix as it was, when the file has no such block or it does not
+ * describe the body any more (silent), or when it cannot be read or memory is short.
+ */
+ZEL_API int ZEL_ReadGeneralizedStiffness(ZELDATA* db);
+ZEL_API int ZEL_ReadGeneralizedMass(ZELDATA* db);
+ZEL_API int ZEL_ReadGeneralizedDamping(ZELDATA* db);
+
 /* ---- File: writing ------------------------------------------------------------------------------------------------- */
 
 /* ---- Units --------------------------------------------------------------------------------------------------------- */
@@ -681,6 +700,7 @@ ZEL_API const char* zelset_VersionId(void);
 ZEL_API const char* zelunits_VersionId(void);
 ZEL_API const char* zeldata_VersionId(void);
 ZEL_API const char* zeltoc_VersionId(void);
+ZEL_API const char* zelread_VersionId(void);
 ZEL_API const char* zeltools_VersionId(void);
 ZEL_API const char* zelinvar_VersionId(void);
 

@@ -50,9 +50,12 @@ struct Block
     const char* label;   // its line in the report's list of blocks
     int counts;          // how many integers at its start tell its size: 0, 1 or 2
     // Size in bytes from these counts, none of which is negative. Of the old element block, which is a chain of groups
-    // that tell their own sizes, only the head; of the faces, which tell theirs in bytes, what they say.
+    // that tell their own sizes, only the head; of the faces, which tell theirs in bytes, what they say. -1: impossible.
     Wide (*bytes)(Wide n, Wide m, const Widths& w);
-    const char* damaged; // message when its size cannot be told or exceeds the file
+    int (*read)(Reader& in, const Block& row); // null: fetched on demand
+    // Messages: its size cannot be told or exceeds the file; a read failed or makes no sense; memory is short; its count
+    // is not that of modes or nodes (null where it need not be).
+    const char *damaged, *unreadable, *no_room, *mismatch;
 };
 
 // Row i describes block i + 1.

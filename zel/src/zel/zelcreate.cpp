@@ -160,6 +160,18 @@ ZELDATA* ZEL_CreateFromZEL(const char* path)
     for (ZELDATA* db = first_database; db; db = db->next)
         if (db->zel_file.name && std::strcmp(db->zel_file.name, path) == 0)
             return db;
+    FILE* file = std::fopen(path, "rb");
+    if (!file)
+        return nullptr;
+    ZELDATA* db = ZEL_Create(0, 0);
+    if (!db)
+    {
+        std::fclose(file);
+        return nullptr;
+    }
+    if (ZEL_ReadZEL(db, file, path))
+        return db;
+    ZEL_UnLink(db); // with the file
     return nullptr;
 }
 

@@ -127,7 +127,7 @@ inline bool append_entry(ZELMATRIX& matrix, int row, int column, double value)
 
 // ---- Node table (zeltools_nodes.cpp) ----------------------------------------------------------------------------------
 
-// Room for `count` nodes in the node table and in every array that follows it. 0, with a message and the table as it was,
+// Room for `count` nodes in the node table and in every array that follows it. 0, silently and with the table as it was,
 // when memory is short.
 int reserve_nodes(ZELDATA* db, int64_t count);
 
@@ -142,6 +142,16 @@ int append_mode_node(ZELDATA* db, int kind, int node);
 
 // Position of a node in the node list of a kind, -1 when it is not there.
 int mode_node_position(const ZELDATA* db, int kind, int node);
+
+// Puts a vertex behind the `kept` ones of a face, unless it repeats the one before or, as the last one given, closes the
+// polygon by repeating the first. Returns how many are kept now.
+inline int keep_vertex(int* vertices, int kept, int node, bool last)
+{
+    const bool repeats = kept > 0 && (node == vertices[kept - 1] || (last && node == vertices[0]));
+    if (!repeats)
+        vertices[kept++] = node;
+    return kept;
+}
 
 // Rebuilds all lookups after nodes, mode_nodes or their counts were rewritten in place (node_count <= node_capacity):
 // the id indexes, and everything that depends on them.

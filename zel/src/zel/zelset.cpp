@@ -204,10 +204,7 @@ int ZEL_SetFaceList(ZELDATA* db, int vertex_count, const int* node_ids)
         const int node = ZEL_LookupOrAddNode(db, node_ids[i]);
         if (node < 0)
             return 0;
-        const bool repeats = kept > 0 && node == vertices[kept - 1];
-        const bool closes = kept > 0 && i == vertex_count - 1 && node == vertices[0];
-        if (!repeats && !closes)
-            vertices[kept++] = node;
+        kept = keep_vertex(vertices, kept, node, i == vertex_count - 1);
     }
     if (kept < 2)
         return fail("A face needs at least two different nodes.");

@@ -104,7 +104,7 @@ int reserve_nodes(ZELDATA* db, int64_t count)
     int64_t room = (std::max(count, doubled) + kGrowth - 1) / kGrowth * kGrowth;
     room = std::min(room, int64_t(INT32_MAX) / 2);
     if (room < count)
-        return no_memory(kModule);
+        return 0;
     Private& caches = own(db);
     const int slot_bits = bits_for(2 * room);
     Scratch<ZELNODE> nodes(room);
@@ -115,9 +115,9 @@ int reserve_nodes(ZELDATA* db, int64_t count)
     Scratch<ZELIDPAIR> slots(int64_t(1) << slot_bits);
     for (int kind = 0; kind < ZEL_MODE_KINDS; ++kind)
         if (!mode_nodes[kind].data || !pairs[kind].data)
-            return no_memory(kModule);
+            return 0;
     if (!nodes.data || !stress_position.data || !strain_position.data || !is_interface.data || !slots.data)
-        return no_memory(kModule);
+        return 0;
 
     copy_into(nodes, db->nodes, db->node_count);
     copy_into(stress_position, caches.mode_position[ZEL_MODAL_STRESS], db->node_count);
@@ -184,7 +184,10 @@ static void tidy_pairs(ZELDATA* db, int kind, int count)
 int append_node(ZELDATA* db, int node_id)
 {
     if (!reserve_nodes(db, int64_t(db->node_count) + 1))
+    {
+        no_memory(kModule);
         return -1;
+    }
     Private& caches = own(db);
     const int node = db->node_count;
     db->nodes[node] = {};

@@ -3,9 +3,9 @@
 // Values in memory are scaled at once. Mode vectors and invariant blocks that still lie in a file are not: cumulative
 // factors, base_scale and mode_factor, are applied whenever they are read. The four ratios in ZELUNITS describe the last
 // change only.
+#include "zelunits.h"
 #include "zel.h"
 #include "zeldb.h"
-#include "zelunits.h"
 
 #include <algorithm>
 #include <cmath>
