@@ -299,6 +299,52 @@ ZEL_API int ZEL_LookupOrAddNode(ZELDATA* db, int node_id);
 
 /* ---- Mode store ---------------------------------------------------------------------------------------------------- */
 
+/*
+ * The vectors that a caller sets go to a temporary file for each kind, made at full size (48 bytes x max_mode_nodes x
+ * max_modes of ZEL_Create) with the first of them, in the folder that TMP names, or under the path in VXR_TMP_MOD,
+ * VXR_TMP_STR or VXR_TMP_STN; its path is printed. It is removed with the database. The vectors of a ZEL file cannot be
+ * set; a kind that the file lacks can.
+ *
+ * Components 1 to 6 are x, y, z translations and rotations of a mode shape, or xx, yy, zz, xy, xz, yz of stress and strain.
+ * Mode shapes cover every node; stress and strain those nodes for which one was set (ZEL_ModeNodeIndex tells the place).
+ * Mode number 0 with stress or strain names the pre-stress or pre-strain of the body instead of a mode.
+ *
+ * The setters return 0, with a message and with everything set before intact, when a file cannot be made, there is no
+ * room for a further mode or node, or a value is not finite; silently for an unknown kind or component.
+ */
+
+/** Adds a mode, without looking for its number among those that are there; its index, or -1 with a message. */
+ZEL_API int ZEL_AddMode(ZELDATA* db, int mode_number);
+
+/** Index of a mode, which is added when its number is unknown; -1 on failure. */
+ZEL_API int ZEL_LookupOrAddMode(ZELDATA* db, int mode_number);
+
+/** Sets the six components of one node in one mode. Unknown modes and nodes are added. */
+ZEL_API int ZEL_SetModeVec(ZELDATA* db, int mode_number, int node_id, int kind, const double values[6]);
+ZEL_API int ZEL_SetMode(ZELDATA* db, int mode_number, int node_id, int kind, double v1, double v2, double v3, double v4,
+                        double v5, double v6);
+
+/** Sets one component, dof from 0 to 5; the others stay, at first zero. */
+ZEL_API int ZEL_SetModeEntry(ZELDATA* db, int mode_number, int node_id, int kind, int dof, double value);
+
+/**
+ * A whole vector: out receives 6 values for each node of the kind's node list. Values that lie in a file are given only in
+ * its precision, Single for floats and Double for doubles; a temporary file holds doubles, and pre-stress and pre-strain
+ * are given in both. Always reads. 0, silently, for an unknown mode, no nodes, the other precision or a failed read.
+ */
+ZEL_API int ZEL_Read_Mode_Single(ZELDATA* db, int mode_number, int kind, float* out);
+ZEL_API int ZEL_Read_Mode_Double(ZELDATA* db, int mode_number, int kind, double* out);
+
+/**
+ * Translations (part 0) or rotations (part 1) of every mode node: 3 values for each node of the kind's node list into out,
+ * which is untouched on failure. One vector of each kind is kept in memory: a second call for the same mode reads nothing,
+ * and does not see what was set in between. 0, silently, for an unknown mode, kind or part or a failed read.
+ */
+ZEL_API int ZEL_Mode(ZELDATA* db, int mode_number, int kind, double* out, int part);
+
+/** The same for one node; on failure out holds zeros. */
+ZEL_API int ZEL_ModeByNode(ZELDATA* db, int mode_number, int kind, int node_id, double out[3], int part);
+
 /* ---- Matrices, loads, invariants given by the caller --------------------------------------------------------------- */
 
 /* ---- Queries: counts, header, nodes -------------------------------------------------------------------------------- */

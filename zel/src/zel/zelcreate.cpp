@@ -2,6 +2,7 @@
 #include "zel.h"
 #include "zeldb.h"
 #include "zelfile.h"
+#include "zelmodes.h"
 #include "zelstream.h"
 
 #include <cstring>
@@ -49,16 +50,6 @@ void drop_invariant(ZELDATA* db, int number)
 
 } // namespace zel
 
-static void close_temporary(ZELSTREAM& stream)
-{
-    if (!stream.file || !stream.temporary)
-        return;
-    close_xdr(stream);
-    close_and_remove(stream.file, stream.name);
-    stream.file = nullptr;
-    discard(stream.name);
-}
-
 static void close_zel_file(ZELSTREAM& stream)
 {
     if (!stream.file)
@@ -89,14 +80,11 @@ static ZELDATA* free_database(ZELDATA* db)
         if (kind != ZEL_MODE_SHAPE) // there it is node_id_index
             discard(db->mode_node_id_index[kind]);
         discard(db->mode_buffer[kind]);
-        discard(db->mode_positions[kind]);
+        close_mode_stream(db, kind);
     }
     for (int number = 1; number <= 9; ++number)
         drop_invariant(db, number);
     discard(db->geometry_nodes);
-    close_temporary(db->mode_file);
-    close_temporary(db->stress_file);
-    close_temporary(db->strain_file);
     close_zel_file(db->zel_file);
     discard(db->modal_preload);
     for (int i = 0; db->load_cases && i < db->load_case_count; ++i)
@@ -126,6 +114,15 @@ static ZELDATA** link_to(const ZELDATA* db)
     while (*link && *link != db)
         link = &(*link)->next;
     return link;
+}
+
+bool zel::held_open(const char* path)
+{
+    for (ZELDATA* db = first_database; db; db = db->next)
+        for (const ZELSTREAM* stream : {&db->zel_file, &db->mode_file, &db->stress_file, &db->strain_file})
+            if (stream->file && names_open_file(path, stream->file))
+                return true;
+    return false;
 }
 
 ZELDATA* ZEL_Create(int max_mode_nodes, int max_modes)

@@ -29,9 +29,9 @@ struct Private
 
     NearestNodes* nearest[2]; // owned: search structures over all nodes and over the interface nodes
 
-    int last_mode;          // that a lookup has found
-    int repeated_mode;      // 1: a mode number occurs twice
-    int checked_mode_count; // so many modes, from the first, were looked at for that
+    int last_mode;     // that a lookup has found
+    int repeated_mode; // 1: a mode number occurs twice
+    int checked_modes; // so many modes, from the first, were looked at for that
 
     double* mode_map[ZEL_MODE_KINDS]; // temporary mode files in memory, null: not mapped
     int64_t mode_map_bytes[ZEL_MODE_KINDS];
@@ -157,7 +157,7 @@ inline int keep_vertex(int* vertices, int kept, int node, bool last)
 // the id indexes, and everything that depends on them.
 void node_table_rewritten(ZELDATA* db);
 
-// Frees the arrays of `caches`, with the mappings of the temporary mode files.
+// Frees the arrays of the caches.
 void discard_caches(Private& caches);
 
 // ---- What a change makes stale ---------------------------------------------------------------------------------------
@@ -188,6 +188,9 @@ struct RigidInvariants
     double mass, moment[3], tensor[9];
 };
 int rigid_invariants(ZELDATA* db, RigidInvariants& out); // 0 when the file cannot be read
+
+// Whether a path leads to a file that a live database holds open.
+bool held_open(const char* path);
 
 // The database that the Fortran entry points work on; null when it is freed.
 extern ZELDATA* current_database;

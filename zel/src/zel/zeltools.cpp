@@ -3,25 +3,42 @@
 #include "zel.h"
 #include "zeldb.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <initializer_list>
 #include <sys/utsname.h>
 #include <utility>
 
 using namespace zel;
 
 static constexpr char kModule[] = "zeltools";
+// Whether a mode number occurs twice; looks only at the modes that were added since the last call.
+static bool has_repeated_mode(const ZELDATA* db)
+{
+    Private& caches = own(db);
+    if (caches.checked_modes > db->mode_count)
+        caches.checked_modes = caches.repeated_mode = 0;
+    for (int& mode = caches.checked_modes; mode < db->mode_count; ++mode)
+        if (std::find(db->mode_ids, db->mode_ids + mode, db->mode_ids[mode]) != db->mode_ids + mode)
+            caches.repeated_mode = 1;
+    return caches.repeated_mode != 0;
+}
 
 int ZEL_ModeIndex(const ZELDATA* db, int mode_number)
 {
     if (!db || !db->mode_ids)
         return -1;
-    for (int mode = 0; mode < db->mode_count; ++mode)
-        if (db->mode_ids[mode] == mode_number)
-            return mode;
-    return -1;
+    int& last = own(db).last_mode;
+    if (!has_repeated_mode(db))
+        for (int guess : {last, last + 1})
+            if (guess < db->mode_count && db->mode_ids[guess] == mode_number)
+                return last = guess;
+    const int* end = db->mode_ids + db->mode_count;
+    const int* found = std::find(static_cast<const int*>(db->mode_ids), end, mode_number);
+    return found == end ? -1 : last = int(found - db->mode_ids);
 }
 
 int ZEL_ModeNumber(const ZELDATA* db, int mode_index)
