@@ -731,6 +731,31 @@ ZEL_API void ZEL_SwapNodesByID(ZELDATA* db, int id_a, int id_b);
 
 /* ---- Face tools ---------------------------------------------------------------------------------------------------- */
 
+/**
+ * The nodes that draw the body: those of its faces and the interface nodes, as node indexes, ascending, each once.
+ * count  how many; may be null
+ * The array is the caller's, freed with free(). Null with a count of 0 when there are none, for a null database or, with
+ * a message, when memory is short.
+ */
+ZEL_API int* ZEL_GeometryNodes(ZELDATA* db, int* count);
+
+/**
+ * Removes the faces between two elements, so that a body of solid elements keeps its skin. Two faces with the same count
+ * word (vertex count and the two flag bits) and the same ring of nodes in opposite directions are removed together; of
+ * copies in the same direction one stays. The faces that stay are rotated to start at their largest node index and sorted
+ * by count word, largest node and then the other nodes from the larger neighbour of the largest one on.
+ * The faces stay as they were when memory is short (with a message).
+ */
+ZEL_API void ZEL_StripCommonFaces(ZELDATA* db);
+
+/**
+ * Replaces the faces by those of a text file: the number of faces, then for each its vertex count, from 1, and so many
+ * node ids, all separated by white space. Faces are taken as they stand there. A file that cannot be opened, is
+ * malformed or names an unknown node gives a warning and leaves the faces as they were. Silent for a null database or
+ * file name.
+ */
+ZEL_API void ZEL_SketchGrid(ZELDATA* db, const char* sketch_file);
+
 /* ---- Comparison ---------------------------------------------------------------------------------------------------- */
 
 /* ---- Eigen-solver stages: Fortran calling, all by reference, column order ------------------------------------------ */
