@@ -94,6 +94,68 @@ TEST_F(Queries, OfNodesGiveWhatTheTableHolds)
     }
 }
 
+TEST_F(Queries, OfTheTotalMassRecomputeIt)
+{
+    add_nodes();
+    zel::raise_flag(db, zel::kBlockMasses);
+    db->total_mass = 77;
+    double mass = 0, inertia[9], center[3];
+    EXPECT_EQ(ZEL_TotalMassInertia(db, &mass, inertia, center), 1);
+    EXPECT_DOUBLE_EQ(mass, 0.75);
+    EXPECT_DOUBLE_EQ(center[0], (0.5 * 1 + 0.25 * 4) / 0.75);
+    EXPECT_DOUBLE_EQ(center[1], (0.5 * 2 + 0.25 * 6) / 0.75);
+    EXPECT_DOUBLE_EQ(center[2], (0.5 * 3 - 0.25 * 9) / 0.75);
+    EXPECT_DOUBLE_EQ(inertia[0], 0.5 * (4 + 9) + 0.25 * (36 + 81) + 1);
+    EXPECT_DOUBLE_EQ(inertia[1], 0.5 * 1 * 2 + 0.25 * 4 * 6 - 4) << "a product of inertia";
+    EXPECT_DOUBLE_EQ(inertia[3], inertia[1]);
+    EXPECT_EQ(ZEL_TotalMassInertia(db, nullptr, nullptr, nullptr), 1);
+    EXPECT_EQ(ZEL_Exists(db, zel::kBlockBody - 1), 0) << "no block is claimed";
+}
+
+TEST_F(Queries, OfMaximaScanTheVectorOrTakeTheRecord)
+{
+    for (int node : {5, 6, 7})
+        ZEL_SetNodeCoordinates(db, node, 0, 0, 0);
+    output_of([&] {
+        for (int kind = 0; kind < 3; ++kind)
+            ZEL_SetMode(db, 1, 5, kind, 0, 0, 0, 0, 0, 0);
+        ZEL_SetMode(db, 2, 5, ZEL_MODE_SHAPE, 2, -3, 6, 0, 0, 0.5); // 7
+        ZEL_SetMode(db, 2, 6, ZEL_MODE_SHAPE, 0, 7, 0, 0, 0, -2);   // as much: the first one stays
+        ZEL_SetMode(db, 2, 7, ZEL_MODE_SHAPE, 1, 1, 1, 0, 0, 0);
+        ZEL_SetMode(db, 2, 6, ZEL_MODAL_STRESS, 100, 100, 100, 0, 0, 0); // hydrostatic: none at all
+        ZEL_SetMode(db, 2, 7, ZEL_MODAL_STRESS, 0, 0, 0, 3, 0, -4);      // pure shear of 5: 5 sqrt(3)
+        ZEL_SetMode(db, 2, 5, ZEL_MODAL_STRESS, -8, 0, 0, 0, 0, 0);      // uniaxial: 8
+        ZEL_SetMode(db, 2, 7, ZEL_MODAL_STRAIN, 4, -2, -2, 0, 0, 0);     // incompressible, uniaxial: 4
+        ZEL_SetMode(db, 2, 5, ZEL_MODAL_STRAIN, 0, 0, 0, 0, 6, 0);       // shear of 6: 6 / sqrt(3)
+    });
+    const auto largest = [&](auto query, int mode_number) {
+        int node = -1;
+        double magnitude = -1;
+        EXPECT_EQ(query(db, mode_number, &node, &magnitude), 1);
+        return std::pair(node, magnitude);
+    };
+    using Found = std::pair<int, double>;
+    const auto near = [](Found a, Found b) { return a.first == b.first && std::fabs(a.second - b.second) < 1e-14; };
+    EXPECT_EQ(largest(ZEL_GetMaxModeDisplacement, 2), Found(5, 7.0));
+    EXPECT_EQ(largest(ZEL_GetMaxModeRotation, 2), Found(6, 2.0));
+    EXPECT_TRUE(near(largest(ZEL_GetMaxVonMisesStress, 2), {7, 5 * std::sqrt(3.0)}));
+    EXPECT_TRUE(near(largest(ZEL_GetMaxVonMisesStrain, 2), {7, 4.0}));
+    EXPECT_EQ(largest(ZEL_GetMaxVonMisesStress, 1), Found(0, 0.0)) << "zeros have no node";
+    EXPECT_EQ(ZEL_GetMaxVonMisesStress(db, 1, nullptr, nullptr), 1);
+    int node = 3;
+    double magnitude = 3;
+    EXPECT_EQ(ZEL_GetMaxModeRotation(db, 9, &node, &magnitude), 0) << "unknown mode";
+    EXPECT_TRUE(node == 0 && magnitude == 0);
+
+    db->modal_statistics = zel::allocate<ZELSTATISTICS>(2);
+    db->modal_statistics_count = 2;
+    db->modal_statistics[1].pair[0] = {6, 9.0};
+    EXPECT_EQ(largest(ZEL_GetMaxModeDisplacement, 2), Found(6, 9.0));
+    EXPECT_EQ(largest(ZEL_GetMaxModeRotation, 2), Found(6, 2.0)) << "not in the record";
+    db->modal_statistics_count = 1;
+    EXPECT_EQ(largest(ZEL_GetMaxModeDisplacement, 2), Found(5, 7.0)) << "records of other modes";
+}
+
 TEST_F(Queries, OfHeaderVersionAndPrecision)
 {
     db->version = 0x33C;
@@ -294,6 +356,8 @@ TEST_F(Queries, WithoutDataAreSilentFailures)
         EXPECT_EQ(ZEL_NodalMass(of, 0) + ZEL_BodySize(of), 0);
         EXPECT_EQ(ZEL_NodalMassAndGeometry(of, 0, values, center), 0);
         EXPECT_EQ(ZEL_NodalInertia(of, 0, values), 0);
+        EXPECT_EQ(ZEL_GetMaxModeDisplacement(of, 1, &count, values) + ZEL_GetMaxVonMisesStrain(of, 1, &count, values),
+                  0);
         EXPECT_EQ(ZEL_Eigenvalue(of, 1, values, nullptr, nullptr, nullptr, nullptr), 0);
         EXPECT_EQ(ZEL_NumberOfGenStiff(of) + ZEL_NumberOfGenMass(of) + ZEL_NumberOfGenDamp(of) + ZEL_GenDampExist(of),
                   0);
@@ -323,6 +387,9 @@ TEST_F(Queries, WithoutDataAreSilentFailures)
                   0);
     };
     EXPECT_EQ(output_of([&] { EXPECT_EQ(errors_of([&] { ask(nullptr), ask(db); }), ""); }), "");
+    double mass = 5, inertia[9] = {5}, center[3] = {5};
+    EXPECT_EQ(ZEL_TotalMassInertia(nullptr, &mass, inertia, center), 0);
+    EXPECT_EQ(mass + inertia[0] + center[0], 0);
     EXPECT_EQ(ZEL_Version(nullptr) + ZEL_Double_Prec(nullptr), 0);
     EXPECT_EQ(ZEL_Header(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr), 0);
     EXPECT_EQ(ZEL_Version(db), 31);

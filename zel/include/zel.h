@@ -405,6 +405,13 @@ ZEL_API int ZEL_NodalMassAndGeometry(const ZELDATA* db, int node_index, double* 
  */
 ZEL_API int ZEL_NodalInertia(const ZELDATA* db, int node_index, double inertia[9]);
 
+/**
+ * Total mass, inertia (products of inertia off the diagonal, opposite to the tensor's, about the origin) and centre of mass,
+ * first recomputed by ZEL_CalculateGlobalMassFromNodeMass: what ZEL_SetGlobalMass stored is lost once there are nodal
+ * masses. Any output may be null. Returns 1; 0, with all outputs zero, for a null database.
+ */
+ZEL_API int ZEL_TotalMassInertia(ZELDATA* db, double* mass, double inertia[9], double center[3]);
+
 /** Diagonal of the bounding box of all nodes, 0.0 without nodes. */
 ZEL_API double ZEL_BodySize(const ZELDATA* db);
 
@@ -478,6 +485,19 @@ ZEL_API int ZEL_GenDampPrincipalAndSelected(ZELDATA* db, double* matrix, const i
  * component of new mode i on old mode k. Returns 1; 0 without one.
  */
 ZEL_API int ZEL_Transformation(const ZELDATA* db, double* matrix);
+
+/**
+ * Where a mode moves, turns or is strained most: the largest magnitude of translation, rotation, von Mises stress or von
+ * Mises strain over the mode's nodes, and the ID of the first node that has it (0 when all are zero). From the modal
+ * statistics of the file, else from the mode's vector.
+ *   stress  sqrt(((x-y)^2 + (y-z)^2 + (z-x)^2) / 2 + 3 (xy^2 + xz^2 + yz^2))
+ *   strain  2/3 sqrt(((x-y)^2 + (y-z)^2 + (z-x)^2) / 2 + 3/4 (xy^2 + xz^2 + yz^2)), with engineering shears
+ * Either output may be null. Returns 1; 0 with both outputs zero for an unknown mode or one without such data.
+ */
+ZEL_API int ZEL_GetMaxModeDisplacement(ZELDATA* db, int mode_number, int* node_id, double* magnitude);
+ZEL_API int ZEL_GetMaxModeRotation(ZELDATA* db, int mode_number, int* node_id, double* magnitude);
+ZEL_API int ZEL_GetMaxVonMisesStress(ZELDATA* db, int mode_number, int* node_id, double* magnitude);
+ZEL_API int ZEL_GetMaxVonMisesStrain(ZELDATA* db, int mode_number, int* node_id, double* magnitude);
 
 /* ---- Queries: faces, loads, statistics ------------------------------------------------------------------------------ */
 

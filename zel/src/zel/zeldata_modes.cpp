@@ -1,10 +1,14 @@
-// Queries of modes: whether a kind has data and eigenvalues.
+// Queries of modes: whether a kind has data, eigenvalues, and the nodes that move, turn or are strained most.
 #include "zel.h"
 #include "zeldb.h"
+#include "zelmodes.h"
+#include "zelstatistics.h"
 
 #include <cmath>
 
 using namespace zel;
+
+static constexpr char kModule[] = "zeldata";
 
 int ZEL_ModeExist(const ZELDATA* db, int kind)
 {
@@ -52,4 +56,66 @@ int ZEL_Eigenvalue(ZELDATA* db, int mode_number, double* eigenvalue, double* her
         if (outputs[field])
             *outputs[field] = record.value[field + 1];
     return 1;
+}
+
+// The statistic as the file recorded it; false when it did not. After a write of some of the modes the records are those
+// of the file and no longer stand beside the modes.
+static bool recorded_statistic(const ZELDATA* db, int mode, Statistic statistic, ZELSTATPAIR& largest)
+{
+    if (!db->modal_statistics || db->modal_statistics_count != db->mode_count)
+        return false;
+    largest = db->modal_statistics[mode].pair[statistic];
+    return largest.node_id != 0 || largest.value != 0.0;
+}
+
+// The statistic from the mode's vector.
+static bool scanned_statistic(ZELDATA* db, int mode, Statistic statistic, ZELSTATPAIR& largest)
+{
+    const int kind = statistic_kind(statistic), nodes = db->mode_node_count[kind];
+    if (nodes < 1)
+        return false;
+    Scratch<double> vector(int64_t(kComponents) * nodes);
+    if (!vector.data)
+        return no_memory(kModule);
+    if (!read_mode_slice(db, kind, mode, 0, nodes, vector.data))
+        return false;
+    StatisticScan scan(statistic);
+    scan.take(db->mode_nodes[kind], vector.data, nodes);
+    largest = scan.result();
+    return true;
+}
+
+static int largest_magnitude(ZELDATA* db, int mode_number, Statistic statistic, int* node_id, double* magnitude)
+{
+    ZELSTATPAIR largest = {};
+    const int mode = ZEL_ModeIndex(db, mode_number);
+    const bool found = mode >= 0 && (recorded_statistic(db, mode, statistic, largest) ||
+                                     scanned_statistic(db, mode, statistic, largest));
+    if (!found)
+        largest = {};
+    if (node_id)
+        *node_id = largest.node_id;
+    if (magnitude)
+        *magnitude = largest.value;
+    return found ? 1 : 0;
+}
+
+int ZEL_GetMaxModeDisplacement(ZELDATA* db, int mode_number, int* node_id, double* magnitude)
+{
+    return largest_magnitude(db, mode_number, kLargestTranslation, node_id, magnitude);
+}
+
+int ZEL_GetMaxModeRotation(ZELDATA* db, int mode_number, int* node_id, double* magnitude)
+{
+    return largest_magnitude(db, mode_number, kLargestRotation, node_id, magnitude);
+}
+
+int ZEL_GetMaxVonMisesStress(ZELDATA* db, int mode_number, int* node_id, double* magnitude)
+{
+    return largest_magnitude(db, mode_number, kLargestStress, node_id, magnitude);
+}
+
+int ZEL_GetMaxVonMisesStrain(ZELDATA* db, int mode_number, int* node_id, double* magnitude)
+{
+    return largest_magnitude(db, mode_number, kLargestStrain, node_id, magnitude);
 }
