@@ -283,6 +283,14 @@ ZEL_API int ZEL_SetNodalInertia(ZELDATA* db, int node_id, double xx, double yy, 
 ZEL_API int ZEL_SetNodalInertiaEntry(ZELDATA* db, int node_id, int row, int column, double value);
 
 /**
+ * Stores total mass, center of mass and inertia (3x3) of the body. Off-diagonals of the stored inertia are products of
+ * inertia, with the sign opposite to the tensor's; see ZEL_TotalMassInertia. Each of the three draws a warning when it
+ * differs by more than 1e-8 (relative to values above 1) from invariants 1, 2 and 7 as set, read or summed over the nodes.
+ * Invariant 7 is the tensor, so an inertia with off-diagonals draws it. 0 for a null array or values that are not finite.
+ */
+ZEL_API int ZEL_SetGlobalMass(ZELDATA* db, double mass, const double center[3], const double inertia[9]);
+
+/**
  * Adds an element face with its vertices in order round it. A vertex that repeats the one before is dropped, and so is a
  * last one that repeats the first. 0, with a message, when fewer than two vertices remain; nodes that it named stay added.
  */
@@ -346,6 +354,47 @@ ZEL_API int ZEL_Mode(ZELDATA* db, int mode_number, int kind, double* out, int pa
 ZEL_API int ZEL_ModeByNode(ZELDATA* db, int mode_number, int kind, int node_id, double out[3], int part);
 
 /* ---- Matrices, loads, invariants given by the caller --------------------------------------------------------------- */
+
+/* Modes are named by number, and added when unknown. Values that are not finite are refused with a message. */
+
+/**
+ * Appends an entry to a generalized matrix. Entries are not merged and not mirrored: a symmetric matrix needs both of a
+ * pair. A mode for which there is no room gives a message and an entry with index -1.
+ */
+ZEL_API int ZEL_SetGeneralizedMass(ZELDATA* db, int row_mode, int column_mode, double value);
+ZEL_API int ZEL_SetGeneralizedStiffness(ZELDATA* db, int row_mode, int column_mode, double value);
+ZEL_API int ZEL_SetGeneralizedDamping(ZELDATA* db, int row_mode, int column_mode, double value);
+
+/**
+ * Sets a mode's component of a load case, which counts from 0. Cases up to it are added, with zero components and the
+ * labels "Load Case 1", "Load Case 2" and so on. 0, with a message, for a negative case.
+ */
+ZEL_API int ZEL_SetModalLoad(ZELDATA* db, int load_case, int mode_number, double value);
+
+/** Labels a load case with up to 255 characters, more are cut with a warning; an empty or null label gives its number. */
+ZEL_API int ZEL_SetModalLoadLabel(ZELDATA* db, int load_case, const char* label);
+
+/** Sets a mode's component of the preload, at first zero. */
+ZEL_API int ZEL_SetModalPreload(ZELDATA* db, int mode_number, double value);
+
+/**
+ * Inertia invariants that the caller knows; they take the place of computed ones. M is the mode count: add all modes
+ * first, since a later one empties invariants 3 to 9. 0, silently, for a null array or, from 3 on but for 7, no modes.
+ *   1  the total mass, greater than zero      2  3 values               3, 4  3 x M, by component row
+ *   5  a 3 x M matrix for each mode           6  M diagonal entries of the generalized mass, each exactly 1.0
+ *   7  3 x 3, the inertia tensor              8  3 x 3 for each mode    9  3 x 3 for each pair of modes i, j; j runs faster
+ * 5 and 9 draw a warning, and are stored, when column j of mode i is not minus column i of mode j, or pair j, i not the
+ * transpose of pair i, j, within 1e-8 of the largest value.
+ */
+ZEL_API int ZEL_SetInvar1(ZELDATA* db, double value);
+ZEL_API int ZEL_SetInvar2(ZELDATA* db, const double values[3]);
+ZEL_API int ZEL_SetInvar3(ZELDATA* db, const double* values);
+ZEL_API int ZEL_SetInvar4(ZELDATA* db, const double* values);
+ZEL_API int ZEL_SetInvar5(ZELDATA* db, const double* values);
+ZEL_API int ZEL_SetInvar6(ZELDATA* db, const double* values);
+ZEL_API int ZEL_SetInvar7(ZELDATA* db, const double values[9]);
+ZEL_API int ZEL_SetInvar8(ZELDATA* db, const double* values);
+ZEL_API int ZEL_SetInvar9(ZELDATA* db, const double* values);
 
 /* ---- Queries: counts, header, nodes -------------------------------------------------------------------------------- */
 

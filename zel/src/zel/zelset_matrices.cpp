@@ -1,0 +1,317 @@
+// Setters of the modal quantities that are no vectors: generalized matrices, loads, preload, and invariants that the
+// caller knows. A mode that is not known yet is added by the setter that names it.
+#include "zel.h"
+#include "zeldb.h"
+#include "zelinvar.h"
+
+#include <algorithm>
+#include <cmath>
+
+using namespace zel;
+
+static constexpr const char* kModule = "zelset";
+
+// ---- Generalized matrices ----------------------------------------------------------------------------------------------
+
+// Appends an entry; entries are never merged. A mode that cannot be added has index -1, which is stored.
+static int add_entry(ZELDATA* db, ZELMATRIX& matrix, const char* name, int row_mode, int column_mode, double value)
+{
+    if (!std::isfinite(value))
+        return fail("The generalized %s of modes %d and %d is not finite: %g.", name, row_mode, column_mode, value);
+    const int row = ZEL_LookupOrAddMode(db, row_mode), column = ZEL_LookupOrAddMode(db, column_mode);
+    return append_entry(matrix, row, column, value) ? 1 : no_memory(kModule);
+}
+
+// What the writer and the queries want to know of mass and stiffness without a search.
+static void note_form(ZELDATA* db, const ZELENTRY& entry, bool is_mass)
+{
+    constexpr double kUnitTolerance = 1e-8;
+    if (entry.row != entry.column)
+        db->non_diagonal = 1;
+    else if (is_mass && std::fabs(1.0 - entry.value) > kUnitTolerance)
+        db->non_unit_mass = 1;
+}
+
+int ZEL_SetGeneralizedMass(ZELDATA* db, int row_mode, int column_mode, double value)
+{
+    if (!db)
+        return no_database();
+    if (!add_entry(db, db->mass, "mass", row_mode, column_mode, value))
+        return 0;
+    note_form(db, db->mass.entries[db->mass.count - 1], true);
+    raise_flag(db, kBlockMass);
+    return 1;
+}
+
+int ZEL_SetGeneralizedStiffness(ZELDATA* db, int row_mode, int column_mode, double value)
+{
+    if (!db)
+        return no_database();
+    if (!add_entry(db, db->stiffness, "stiffness", row_mode, column_mode, value))
+        return 0;
+    note_form(db, db->stiffness.entries[db->stiffness.count - 1], false);
+    raise_flag(db, kBlockStiffness);
+    return 1;
+}
+
+int ZEL_SetGeneralizedDamping(ZELDATA* db, int row_mode, int column_mode, double value)
+{
+    if (!db)
+        return no_database();
+    if (!add_entry(db, db->damping, "damping", row_mode, column_mode, value))
+        return 0;
+    raise_flag(db, kBlockDamping);
+    return 1;
+}
+
+// ---- Loads and preload -------------------------------------------------------------------------------------------------
+
+// Puts a vector in a larger one, zero at its end.
+static void move_load(double*& vector, double* larger, int count)
+{
+    if (vector)
+        std::copy_n(vector, count, larger);
+    std::free(vector);
+    vector = larger;
+}
+
+// Room for every mode, present and to come, in all load vectors and the preload. On 0 they are as before.
+static int reserve_load_components(ZELDATA* db)
+{
+    if (db->mode_count <= db->load_capacity)
+        return 1;
+    const int room = std::max(db->max_modes, db->mode_count);
+    Scratch<double*> larger(int64_t(db->load_case_count) + 1); // the last one is the preload's
+    bool complete = larger.data != nullptr;
+    for (int i = 0; complete && i <= db->load_case_count; ++i)
+        if (i < db->load_case_count || db->modal_preload)
+            complete = (larger[i] = allocate<double>(room)) != nullptr;
+    if (!complete)
+    {
+        for (int i = 0; larger.data && i <= db->load_case_count; ++i)
+            std::free(larger[i]);
+        return no_memory(kModule);
+    }
+    for (int i = 0; i < db->load_case_count; ++i)
+        move_load(db->load_cases[i].values, larger[i], db->load_capacity);
+    if (db->modal_preload)
+        move_load(db->modal_preload, larger[db->load_case_count], db->load_capacity);
+    db->load_capacity = room;
+    return 1;
+}
+
+// Adds load cases, all zero, up to `load_case`. On 0 there are as many as before.
+static int reserve_load_cases(ZELDATA* db, int load_case)
+{
+    if (load_case < 0 || load_case == INT32_MAX)
+        return fail("The load case index %d is illegal.\nThe load case index must be non-negative.", load_case);
+    if (load_case < db->load_case_count)
+        return 1;
+    ZELLOADCASE* cases = reallocate(db->load_cases, int64_t(load_case) + 1);
+    if (!cases)
+        return no_memory(kModule);
+    db->load_cases = cases;
+    for (int added = db->load_case_count; added <= load_case; ++added)
+    {
+        cases[added] = {};
+        cases[added].values = allocate<double>(db->load_capacity);
+        if (!cases[added].values)
+        {
+            while (--added >= db->load_case_count)
+                std::free(cases[added].values);
+            return no_memory(kModule);
+        }
+        std::snprintf(cases[added].label, sizeof cases[added].label, "Load Case %d", added + 1);
+    }
+    db->load_case_count = load_case + 1;
+    return 1;
+}
+
+int ZEL_SetModalLoad(ZELDATA* db, int load_case, int mode_number, double value)
+{
+    if (!db)
+        return no_database();
+    if (load_case < 0 || load_case == INT32_MAX)
+        return reserve_load_cases(db, load_case);
+    if (!std::isfinite(value))
+        return fail("The load of mode %d in load case %d is not finite: %g.", mode_number, load_case, value);
+    const int mode = ZEL_LookupOrAddMode(db, mode_number);
+    if (mode < 0 || !reserve_load_components(db) || !reserve_load_cases(db, load_case))
+        return 0;
+    db->load_cases[load_case].values[mode] = value;
+    raise_flag(db, kBlockLoads);
+    return 1;
+}
+
+int ZEL_SetModalLoadLabel(ZELDATA* db, int load_case, const char* label)
+{
+    if (!db)
+        return no_database();
+    if (!reserve_load_components(db) || !reserve_load_cases(db, load_case))
+        return 0;
+    char(&field)[256] = db->load_cases[load_case].label;
+    const size_t longest = sizeof field - 1, length = label ? std::strlen(label) : 0;
+    if (length > longest)
+        ZEL_Warning("Modal load label too big: max size %ld, specified size %ld.  Truncating label.", long(longest),
+                    long(length));
+    std::memset(field, 0, sizeof field);
+    if (length > 0)
+        std::memcpy(field, label, std::min(length, longest));
+    else
+        std::snprintf(field, sizeof field, "%d", load_case + 1);
+    raise_flag(db, kBlockLoads);
+    return 1;
+}
+
+int ZEL_SetModalPreload(ZELDATA* db, int mode_number, double value)
+{
+    if (!db)
+        return no_database();
+    if (!std::isfinite(value))
+        return fail("The preload of mode %d is not finite: %g.", mode_number, value);
+    const int mode = ZEL_LookupOrAddMode(db, mode_number);
+    if (mode < 0 || !reserve_load_components(db))
+        return 0;
+    if (!db->modal_preload)
+    {
+        db->modal_preload = allocate<double>(db->load_capacity);
+        if (!db->modal_preload)
+            return no_memory(kModule);
+        db->principal_axes_done = 0;
+    }
+    db->modal_preload[mode] = value;
+    raise_flag(db, kBlockPreload);
+    return 1;
+}
+
+// ---- Invariants --------------------------------------------------------------------------------------------------------
+
+// Stores the values of an invariant in the order of its block.
+static int set_invariant(ZELDATA* db, int number, const double* values)
+{
+    const Invariant& row = invariant_row(number);
+    if (!values || (row.modal && db->mode_count == 0))
+        return 0;
+    const Pieces pieces = invariant_pieces(number, db->mode_count);
+    const double* const end = values + pieces.count * pieces.length;
+    if (!std::all_of(values, end, [](double value) { return std::isfinite(value); }))
+        return fail("Inertia Invariant %d has a value that is not finite.", number);
+    if (!invariant_filled(db, number) && !open_invariant(db, number, kGiven))
+        return 0;
+    for (int64_t piece = 0; piece < pieces.count; ++piece)
+        std::copy_n(values + piece * pieces.length, pieces.length, invariant_piece(db, number, piece));
+    db->invar_origin[number] = kGiven;
+    raise_flag(db, row.block);
+    return 1;
+}
+
+// A value may miss its symmetric counterpart by this part of the largest one.
+static double symmetry_tolerance(const double* values, int64_t count)
+{
+    constexpr double kRelative = 1e-8;
+    double largest = 0.0;
+    for (int64_t i = 0; i < count; ++i)
+        largest = std::max(largest, std::fabs(values[i]));
+    return kRelative * largest;
+}
+
+// Whether slice i, row c, column j is minus slice j, row c, column i everywhere.
+static bool is_antisymmetric(const double* values, int64_t modes)
+{
+    const double tolerance = symmetry_tolerance(values, 3 * modes * modes);
+    for (int64_t i = 0; i < modes; ++i)
+        for (int64_t c = 0; c < 3; ++c)
+            for (int64_t j = 0; j <= i; ++j)
+                if (std::fabs(values[(3 * i + c) * modes + j] + values[(3 * j + c) * modes + i]) > tolerance)
+                    return false;
+    return true;
+}
+
+// Whether the matrix of modes (j, i) is the transpose of that of (i, j) everywhere.
+static bool is_transposed(const double* values, int64_t modes)
+{
+    const double tolerance = symmetry_tolerance(values, 9 * modes * modes);
+    for (int64_t i = 0; i < modes; ++i)
+        for (int64_t j = 0; j <= i; ++j)
+        {
+            const double *one = values + 9 * (i * modes + j), *other = values + 9 * (j * modes + i);
+            for (int r = 0; r < 3; ++r)
+                for (int c = 0; c < 3; ++c)
+                    if (std::fabs(one[3 * r + c] - other[3 * c + r]) > tolerance)
+                        return false;
+        }
+    return true;
+}
+
+int ZEL_SetInvar1(ZELDATA* db, double value)
+{
+    if (!db)
+        return no_database();
+    if (!(value > 0.0))
+        return fail("Inertia Invariant 1 must be greater than zero");
+    return set_invariant(db, 1, &value);
+}
+
+int ZEL_SetInvar2(ZELDATA* db, const double values[3])
+{
+    return db ? set_invariant(db, 2, values) : no_database();
+}
+
+int ZEL_SetInvar3(ZELDATA* db, const double* values)
+{
+    return db ? set_invariant(db, 3, values) : no_database();
+}
+
+int ZEL_SetInvar4(ZELDATA* db, const double* values)
+{
+    return db ? set_invariant(db, 4, values) : no_database();
+}
+
+int ZEL_SetInvar5(ZELDATA* db, const double* values)
+{
+    if (!db)
+        return no_database();
+    if (!set_invariant(db, 5, values))
+        return 0;
+    if (!is_antisymmetric(values, db->mode_count))
+        ZEL_Warning("Inertia Invariant 5 is not antisymmetric in its modes.");
+    return 1;
+}
+
+int ZEL_SetInvar6(ZELDATA* db, const double* values)
+{
+    if (!db)
+        return no_database();
+    if (!values)
+        return 0;
+    for (int mode = 0; mode < db->mode_count; ++mode)
+    {
+        if (values[mode] != 1.0)
+            return fail("Inertia Invariant 6 must be an identity matrix.");
+        const int mode_number = ZEL_ModeNumber(db, mode);
+        if (!ZEL_SetGeneralizedMass(db, mode_number, mode_number, 1.0))
+            return 0;
+    }
+    return 1;
+}
+
+int ZEL_SetInvar7(ZELDATA* db, const double values[9])
+{
+    return db ? set_invariant(db, 7, values) : no_database();
+}
+
+int ZEL_SetInvar8(ZELDATA* db, const double* values)
+{
+    return db ? set_invariant(db, 8, values) : no_database();
+}
+
+int ZEL_SetInvar9(ZELDATA* db, const double* values)
+{
+    if (!db)
+        return no_database();
+    if (!set_invariant(db, 9, values))
+        return 0;
+    if (!is_transposed(values, db->mode_count))
+        ZEL_Warning("Inertia Invariant 9 of modes j, i is not the transpose of that of modes i, j.");
+    return 1;
+}
