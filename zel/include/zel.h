@@ -715,8 +715,36 @@ ZEL_API double ZEL_Invar1(ZELDATA* db);
 /** First moment of mass, sum of m s: new array of 3. */
 ZEL_API double* ZEL_Invar2(ZELDATA* db);
 
+/*
+ * Invariants 3 to 9 belong to the M modes; mode k has translations phi and rotations psi at node p. Indexes count from 0.
+ * Null, silently, without modes or for an unknown index. Sums that some node with a mass or an inertia, but without mode
+ * shapes, would be missing from are zero. A mode that cannot be read counts as zero. Memory beside the result stays below
+ * 64 MiB; the stored mode shapes are read once for 3, 4 and 8 together, once for 5 and 9 together.
+ */
+
+/** Sum of m phi: new array of 3 M, component c of mode k at [c M + k]. */
+ZEL_API double* ZEL_Invar3(ZELDATA* db);
+
+/** Sum of m s x phi + J^T psi: new array of 3 M, component c of mode k at [c M + k]. */
+ZEL_API double* ZEL_Invar4(ZELDATA* db);
+
+/**
+ * Sum of m phi_i x phi_j for mode i and every mode j: new array of 3 M, component c at [c M + j]. Exactly antisymmetric in
+ * the modes.
+ */
+ZEL_API double* ZEL_Invar5(ZELDATA* db, int mode_index);
+
+/** The generalized mass: new array of M M, as ZEL_GenMassFull fills it. */
+ZEL_API double* ZEL_Invar6(ZELDATA* db);
+
 /** Inertia tensor about the origin, sum of m ((s.s) E - s s^T) + J: new array of 9. */
 ZEL_API double* ZEL_Invar7(ZELDATA* db);
+
+/** Sum of m (phi s^T - (phi.s) E) of one mode: new array of 9. */
+ZEL_API double* ZEL_Invar8(ZELDATA* db, int mode_index);
+
+/** Sum of m (phi_j phi_i^T - (phi_i.phi_j) E) of two modes: new array of 9. (j, i) is exactly the transpose of (i, j). */
+ZEL_API double* ZEL_Invar9(ZELDATA* db, int mode_index_i, int mode_index_j);
 
 /* ---- Linear algebra, rigid-body and environment tools -------------------------------------------------------------- */
 
@@ -762,6 +790,29 @@ ZEL_API int ZEL_LUPInvert(double** lu, int n, const int* perm);
  * origin. Returns 1; 0, with a message and nothing changed, for a null database or a file that cannot be read.
  */
 ZEL_API int ZEL_CalculateGlobalMassFromNodeMass(ZELDATA* db);
+
+/**
+ * Replaces the first six components of the preload and of every modal load case, which belong to the R rigid-body modes
+ * (ZEL_RigidBodyModeCount), by the resultant force and moment about the origin; once for each. The resultant of a load q
+ * is the sum over the rigid-body modes of q_k / g_k times the momentum of the mode, g_k its generalized mass: sums of m phi
+ * and m s x phi over the nodes, or invariants 3 and 4 (which also know nodal inertias) when there are no nodal masses,
+ * when some of them lie where no mode shapes are, or when VXR_MFORCE_NO_FEA_MASS is set in the environment. Results of
+ * magnitude 1e-10 and less become 0. Warns of a preload with such a resultant, and of loads with fewer than six rigid-body
+ * modes. When memory is short, prints a message and leaves all loads as they were.
+ */
+ZEL_API void ZEL_RigidBodyForcesOnPrincipalAxes(ZELDATA* db);
+
+/**
+ * Replaces the first six rows and columns of the generalized damping, which belong to the rigid-body modes, by those of the
+ * six principal rigid-body velocities: C := Q' C Q, where Q expresses the rates of the modes by them (from invariants 1,
+ * 2, 3, 4 and 7) such that the power stays the same. Done once, and only with damping and six rigid-body modes. Returns 1,
+ * also when there is nothing to do; 0, with a message and nothing changed, for a null database, when the modes do not span
+ * the rigid-body motions, or when memory is short.
+ */
+ZEL_API int ZEL_DampingOnPrincipalAxes(ZELDATA* db);
+
+/** Both projections above, loads first. Returns 1; 0, with a message, for a null database. */
+ZEL_API int ZEL_RigidModes2KORAL(ZELDATA* db);
 
 /**
  * Name of the running system, for example "Linux_", version "6_1" and build "13", into a buffer of 256.

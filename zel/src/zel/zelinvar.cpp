@@ -293,24 +293,32 @@ int rigid_invariants(ZELDATA* db, RigidInvariants& out)
 
 // ---- Accessors ------------------------------------------------------------------------------------------------------
 
-// Fills a slot unless it is filled; 0, with a message, when that fails.
-static int fill_invariant(ZELDATA* db, int number)
+namespace zel
+{
+
+int fill_invariant(ZELDATA* db, int number)
 {
     if (invariant_filled(db, number))
         return 1;
     const Invariant& row = invariant_row(number);
     if (ZEL_goto_block(db, row.block - 1))
         return read_invariant(db, row);
+    if (number == 5 || number == 9) // what costs one costs the other too
+        return sum_modal_invariants(db, {5, 9});
+    if (row.modal)
+        return sum_modal_invariants(db, {3, 4, 8});
     if (!open_invariant(db, number, kComputed))
         return 0;
     sum_rigid(db, number, invariant_piece(db, number, 0));
     return 1;
 }
 
-// A copy for the caller of `count` pieces of an invariant.
+} // namespace zel
+
+// A copy for the caller of `count` pieces of an invariant, from piece `first` on.
 static double* copy_of(ZELDATA* db, int number, int64_t first, int64_t count)
 {
-    if (!fill_invariant(db, number))
+    if (!CheckZEL(db) || (invariant_row(number).modal && db->mode_count < 1) || !fill_invariant(db, number))
         return nullptr;
     const int64_t length = invariant_pieces(number, db->invar_modes).length;
     Scratch<double> copy(count * length);
@@ -322,6 +330,11 @@ static double* copy_of(ZELDATA* db, int number, int64_t first, int64_t count)
     return copy.release();
 }
 
+static bool is_mode(const ZELDATA* db, int mode)
+{
+    return CheckZEL(db) && mode >= 0 && mode < db->mode_count;
+}
+
 double ZEL_Invar1(ZELDATA* db)
 {
     return CheckZEL(db) && fill_invariant(db, 1) ? *db->invar1 : 0.0;
@@ -329,12 +342,49 @@ double ZEL_Invar1(ZELDATA* db)
 
 double* ZEL_Invar2(ZELDATA* db)
 {
-    return CheckZEL(db) ? copy_of(db, 2, 0, 1) : nullptr;
+    return copy_of(db, 2, 0, 1);
+}
+
+double* ZEL_Invar3(ZELDATA* db)
+{
+    return copy_of(db, 3, 0, 3);
+}
+
+double* ZEL_Invar4(ZELDATA* db)
+{
+    return copy_of(db, 4, 0, 3);
+}
+
+double* ZEL_Invar5(ZELDATA* db, int mode_index)
+{
+    return is_mode(db, mode_index) ? copy_of(db, 5, int64_t(3) * mode_index, 3) : nullptr;
+}
+
+double* ZEL_Invar6(ZELDATA* db)
+{
+    if (!CheckZEL(db) || db->mode_count < 1)
+        return nullptr;
+    Scratch<double> matrix(int64_t(db->mode_count) * db->mode_count);
+    if (!matrix.data)
+        return no_memory(kModule);
+    return ZEL_GenMassFull(db, matrix.data, db->mode_count) ? matrix.release() : nullptr;
 }
 
 double* ZEL_Invar7(ZELDATA* db)
 {
-    return CheckZEL(db) ? copy_of(db, 7, 0, 1) : nullptr;
+    return copy_of(db, 7, 0, 1);
+}
+
+double* ZEL_Invar8(ZELDATA* db, int mode_index)
+{
+    return is_mode(db, mode_index) ? copy_of(db, 8, mode_index, 1) : nullptr;
+}
+
+double* ZEL_Invar9(ZELDATA* db, int mode_index_i, int mode_index_j)
+{
+    if (!is_mode(db, mode_index_i) || !is_mode(db, mode_index_j))
+        return nullptr;
+    return copy_of(db, 9, int64_t(mode_index_i) * db->mode_count + mode_index_j, 1);
 }
 
 const char* zelinvar_VersionId(void)

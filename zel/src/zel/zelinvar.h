@@ -5,6 +5,8 @@
 
 #include "zeldb.h"
 
+#include <initializer_list>
+
 namespace zel
 {
 
@@ -41,6 +43,52 @@ bool invariant_filled(const ZELDATA* db, int number);
 // Zeroed values of the given origin (kComputed, kGiven, kRead) in an empty slot, for the modes of now; first all slots
 // that were made for another number of modes are emptied. 0, with a message and the slot empty, when memory is short.
 int open_invariant(ZELDATA* db, int number, char origin);
+
+// The slot of an invariant filled, from its block of the file or from the nodes, unless it is filled already. 0, with a
+// message, when that fails. Those made for modes need a mode.
+int fill_invariant(ZELDATA* db, int number);
+
+// ---- Sums over the nodes (zelinvar_modal.cpp) ---------------------------------------------------------------------------
+
+// Whether nodal data can say anything of the modes: there are nodal masses, and every node with a mass or an inertia is
+// one that the mode shapes cover. Where not, invariants 3, 4, 5, 8 and 9 are zero: part of a sum would be worse.
+bool shapes_cover_masses(const ZELDATA* db);
+
+// Fills those of the modal invariants among `numbers` that have neither values nor a block in the file, all in one pass
+// over the mode shapes. 0, with a message and none of them filled, when memory is short.
+int sum_modal_invariants(ZELDATA* db, std::initializer_list<int> numbers);
+
+// Sums over the masses m at (x, y, z) for the first `modes` mode shapes phi: of m phi, m x phi, m y phi and m z phi, each
+// [3 * modes] with component a of mode i at [3 * i + a], one behind the other. Zero where shapes_cover_masses does not
+// hold. 0, with a message, when memory is short.
+int mass_moments(ZELDATA* db, int modes, double* moments);
+
+// The cross product of position and mode shape, summed over the masses: sum of m s x phi of one mode, out of its moments.
+void angular_moment(const double* moments, int modes, int mode, double out[3]);
+
+// ---- What is asked for, and changes (zelinvar_changes.cpp) ----------------------------------------------------------------
+
+enum class InvariantSet
+{
+    rigid, // 1, 2, 3, 7
+    fast,  // 1, 2, 3, 4, 7, 8
+    all
+};
+
+// Whether the body has the data that a set is made of; what it lacks would become zero.
+bool mass_data_suffices(const ZELDATA* db, InvariantSet set);
+
+// Fills the slots of a set, all sums over modes in one pass. 0, with a message, when one of them cannot be had.
+int fill_invariants(ZELDATA* db, InvariantSet set);
+
+// The modes become `modes` combinations of the present ones: new mode i has the component basis[i * mode_count + k] on old
+// mode k. Modal invariants from the caller and the file are transformed, and the file's are not read again; computed ones
+// are dropped where they can be computed anew, else transformed too. Called before mode_count changes, which it leaves to
+// the caller. 0, with a message and everything as it was, when memory is short or a block cannot be read.
+int change_invariant_basis(ZELDATA* db, const double* basis, int modes);
+
+// The origin moves to a point, given in the present frame: likewise. Called before the nodes are moved.
+int shift_invariant_origin(ZELDATA* db, const double origin[3]);
 
 } // namespace zel
 
