@@ -291,6 +291,51 @@ char ItemReader::character()
     return in_.xdr ? char(item<int32_t>() & 0xFF) : char(*take(1));
 }
 
+// Room for the next `width` bytes.
+unsigned char* ItemWriter::place(int width)
+{
+    if (kRoom - end_ < width)
+        finish();
+    end_ += width;
+    return room_ + end_ - width;
+}
+
+template <typename Item> void ItemWriter::item(Item value)
+{
+    using Word = WordOf<Item>;
+    const Word word = std::bit_cast<Word>(value);
+    const Word encoded = out_.xdr ? swapped(word) : word;
+    std::memcpy(place(sizeof encoded), &encoded, sizeof encoded);
+}
+
+void ItemWriter::integer(int32_t value)
+{
+    item(value);
+}
+
+void ItemWriter::real(double value)
+{
+    if (out_.double_precision)
+        item(value);
+    else
+        item(float(value));
+}
+
+void ItemWriter::character(char value)
+{
+    if (out_.xdr)
+        item(int32_t(value));
+    else
+        *place(1) = static_cast<unsigned char>(value);
+}
+
+int ItemWriter::finish()
+{
+    failed_ = failed_ || std::fwrite(room_, 1, size_t(end_), out_.file) != size_t(end_);
+    end_ = 0;
+    return !failed_;
+}
+
 // A text is a vector of characters, each widened to a word with its sign in an XDR file.
 static int move_text(ZELSTREAM& stream, char* text, int count)
 {

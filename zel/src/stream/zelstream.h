@@ -71,6 +71,28 @@ private:
     unsigned char room_[kRoom];
 };
 
+// Collects mixed items and writes them in blocks: thousands of small records cost no call to the file each.
+class ItemWriter
+{
+public:
+    explicit ItemWriter(ZELSTREAM& out) : out_(out) {}
+    ItemWriter(const ItemWriter&) = delete;
+    ItemWriter& operator=(const ItemWriter&) = delete;
+    void integer(int32_t value);
+    void real(double value);
+    void character(char value);
+    int finish(); // writes what is left; 0 when an item did not reach the file
+
+private:
+    static constexpr int kRoom = 32 * 1024;
+    template <typename Item> void item(Item value);
+    unsigned char* place(int width);
+    ZELSTREAM& out_;
+    int end_ = 0;
+    bool failed_ = false;
+    unsigned char room_[kRoom];
+};
+
 // Seeks a file back to where it was when the scope began.
 class KeepPosition
 {
