@@ -639,6 +639,33 @@ ZEL_API int ZEL_ReadGeneralizedDamping(ZELDATA* db);
 
 /* ---- File: writing ------------------------------------------------------------------------------------------------- */
 
+/**
+ * Writes the database to a ZEL file. The environment variable VXR_ZELWRITE_OPTIONS, when set, says how. Each keyword
+ * counts wherever it occurs in it, also inside another keyword or an argument:
+ *   format    full_str (stress and strain for all mode nodes, version 41), single (precision), no_xdr (native byte order),
+ *             82_comp and 81_comp (versions 20 and 10), sparse_str (no stress and strain where they are zero)
+ *   modes     no_ortho (as they are), lowpass(hz) and highpass(hz): a run of modes up to and above these frequencies
+ *   content   full_invar, fast_invar (inertia invariants, modal data only at geometry nodes), empty (no modal content),
+ *             MKS (in SI units)
+ *   geometry  lbrf2cm (origin to the centre of mass), sketch("file") (faces of a sketch file), strip_face (no inner faces),
+ *             coarsen(percent, degrees, preserve_str ids) (fewer faces)
+ * What the options do to the body stays done to the database, also when the write fails. Modes are written with numbers
+ * from 1. Returns 1; 0, with a message and without an output file, when options exclude one another, the database cannot
+ * be written as it is, or memory or disk is short. The file that the database was read from is refused as output, and so
+ * is a file that cannot be opened: these leave an existing file as it was.
+ */
+ZEL_API int ZEL_write_ZEL(ZELDATA* db, const char* name);
+
+/**
+ * Generalized masses that couple two groups of modes, the first `count1` and the `count2` behind them: for mode i of the
+ * first and j of the second group the sum over the nodes of mass t_i . t_j + r_j . I r_i, with t and r the translations and
+ * rotations of the mode shapes and I the nodal inertia. Each is stored as the entries (i, j) and (j, i). A mode of the
+ * second group whose shape cannot be read couples with 0. Returns 1, also when a group is empty; 0, with a message, when
+ * the counts do not add up to the mode count, there are no nodes or memory is short, and 0 when a mode of the first group
+ * cannot be read.
+ */
+ZEL_API int ZEL_AnsysAddGenMass(ZELDATA* db, int count1, int count2);
+
 /* ---- Units --------------------------------------------------------------------------------------------------------- */
 
 /**
@@ -893,6 +920,7 @@ ZEL_API const char* zeldata_VersionId(void);
 ZEL_API const char* zeltoc_VersionId(void);
 ZEL_API const char* zelread_VersionId(void);
 ZEL_API const char* zeltools_VersionId(void);
+ZEL_API const char* zelwrite_VersionId(void);
 ZEL_API const char* zelinvar_VersionId(void);
 
 #ifdef __cplusplus

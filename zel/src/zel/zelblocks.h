@@ -41,6 +41,7 @@ Widths widths_of(const ZELDATA* db);
 __extension__ typedef __int128 Wide;
 
 struct Reader; // zelread.h
+struct Writer; // zelwrite_blocks.h
 
 struct Block
 {
@@ -56,6 +57,8 @@ struct Block
     // Messages: its size cannot be told or exceeds the file; a read failed or makes no sense; memory is short; its count
     // is not that of modes or nodes (null where it need not be).
     const char *damaged, *unreadable, *no_room, *mismatch;
+    int (*write)(Writer& out, const Block& row);
+    const char* unwritten; // message when that fails
 };
 
 // Row i describes block i + 1.

@@ -154,7 +154,7 @@ inline int keep_vertex(int* vertices, int kept, int node, bool last)
 }
 
 // Rebuilds all lookups after nodes, mode_nodes or their counts were rewritten in place (node_count <= node_capacity):
-// the id indexes, and everything that depends on them.
+// the id indexes, and everything that depends on them. Invariants stay: a new order of the nodes does not change them.
 void node_table_rewritten(ZELDATA* db);
 
 // Frees the arrays of the caches.

@@ -255,7 +255,6 @@ void node_table_rewritten(ZELDATA* db)
             positions[db->mode_nodes[kind][position - 1] - db->nodes] = position;
     }
     nodes_changed(db);
-    mass_or_modes_changed(db);
     faces_changed(db);
 }
 

@@ -1,0 +1,272 @@
+// What the writer puts into a file: every block of a body that has them all, byte by byte in every format.
+#include "fixtures.h"
+#include "sample_file.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace
+{
+
+// A format and the options that ask for it.
+struct FormatOptions
+{
+    FileFormat format;
+    const char* options;
+};
+const FormatOptions kFormats[] = {
+    {{60, true, false}, "no_ortho"},
+    {{60, true, true}, "single no_ortho"},
+    {{60, false, false}, "no_xdr no_ortho"},
+    {{60, false, true}, "no_ortho no_xdr,single"},
+    {format_of_version(41), "full_str no_ortho"},
+    {format_of_version(40), "full_str no_xdr no_ortho"},
+    {format_of_version(51), "full_str single no_ortho"},
+    {format_of_version(50), "full_str single no_xdr no_ortho"},
+    {format_of_version(20), "82_comp no_ortho"},
+    {format_of_version(10), "81_comp no_ortho"},
+};
+
+class Writing : public ZelTest
+{
+protected:
+    // The sample body as a database, read from a file of its own. Invariants make the writer do more than copy.
+    ZELDATA* sample_body(bool with_invariants = false)
+    {
+        const std::string path = folder.path("sample" + std::to_string(++files) + ".zel");
+        SampleFile file = sample_file({60, true, false});
+        for (int block = 19; block <= 26 && !with_invariants; ++block)
+            file.blocks.erase(block);
+        write_bytes(path, file.bytes());
+        return ZEL_CreateFromZEL(path.c_str());
+    }
+    std::string write(ZELDATA* db, const char* options)
+    {
+        const Environment variable("VXR_ZELWRITE_OPTIONS", options);
+        const std::string path = folder.path("out" + std::to_string(++files) + ".zel");
+        EXPECT_EQ(ZEL_write_ZEL(db, path.c_str()), 1);
+        return bytes_of(path);
+    }
+    TemporaryFolder folder;
+    int files = 0;
+};
+
+// ---- The sample body as it has to be written without orthogonalisation ---------------------------------------------------------
+
+// A header field's last character is lost on reading.
+std::string header_block(const SampleFile& file)
+{
+    std::string bytes = sample_file(file.format).blocks[2];
+    const size_t width = file.format.xdr ? 4 : 1;
+    bytes.replace(bytes.size() - width, width, std::string(width, '\0'));
+    return bytes;
+}
+
+std::string nodes_block(const SampleFile& file)
+{
+    FileBuilder out = file.build();
+    out.integers({7, 3});
+    for (int id : sample::node_ids)
+        out.integer(id).reals({sample::coordinate(id, 0), sample::coordinate(id, 1), sample::coordinate(id, 2)});
+    return out.bytes;
+}
+
+std::string masses_block(const SampleFile& file)
+{
+    FileBuilder out = file.build();
+    out.integers({7, 1});
+    for (int id : sample::node_ids)
+        out.integer(id).real(id == 60 || id == 10 || id == 30 ? sample::mass(id) : 0.0);
+    return out.bytes;
+}
+
+// The three diagonals of each tensor, and the products that are not zero.
+std::string inertias_block(const SampleFile& file)
+{
+    const struct
+    {
+        int id, row, column;
+        double value;
+    } entries[] = {{20, 4, 4, 160.0}, {20, 5, 5, 160.125}, {20, 6, 6, 160.25}, {20, 4, 6, 160.375},
+                   {60, 4, 4, 0.0},   {60, 5, 5, 0.0},     {60, 6, 6, 0.0},    {60, 5, 6, 160.5}};
+    FileBuilder out = file.build();
+    out.integer(8);
+    for (const auto& entry : entries)
+        out.integer(entry.id).character(entry.row).character(entry.column).real(entry.value);
+    return out.bytes;
+}
+
+std::string matrix_block(const SampleFile& file, int block, int second)
+{
+    FileBuilder out = file.build();
+    out.integer(int64_t(sample::matrix_entries.size())).integer(second);
+    int k = 0;
+    for (const std::vector<int>& entry : sample::matrix_entries)
+        out.integers(entry).real(sample::real(block, k++)).integer(0);
+    return out.bytes;
+}
+
+// Vectors of a kind for the given nodes, zeros for those that it does not have; modes are numbered from 1.
+std::string vectors_block(const SampleFile& file, int kind, const std::vector<int>& ids)
+{
+    const std::vector<int>& own = sample::ids_of_kind(kind);
+    FileBuilder out = file.build();
+    out.integer(sample::modes).integer(int64_t(ids.size())).integers(ids);
+    for (int mode = 0; mode < sample::modes; ++mode)
+    {
+        if (file.format.version != 10)
+            out.integer(mode + 1);
+        for (int id : ids)
+            for (int component = 0; component < 6; ++component)
+                out.real(std::count(own.begin(), own.end(), id)
+                             ? sample::mode_value(kind, sample::mode_numbers[size_t(mode)], id, component)
+                             : 0.0);
+    }
+    return out.bytes;
+}
+
+std::string tensors_block(const SampleFile& file, int block, const std::vector<int>& ids)
+{
+    const std::vector<int>& own = sample::ids_of_kind(block == 31 ? 1 : 2);
+    FileBuilder out = file.build();
+    out.integer(int64_t(ids.size()));
+    for (int id : ids)
+        for (int component = 0; component < 6; ++component)
+        {
+            const auto at = std::find(own.begin(), own.end(), id);
+            out.real(at == own.end() ? 0.0 : sample::real(block, 6 * int(at - own.begin()) + component));
+        }
+    return out.bytes;
+}
+
+double sum_of_squares(double a, double b, double c)
+{
+    return a * a + b * b + c * c;
+}
+
+// Values grow with the node id, so that the largest translations, rotations and shears are at the highest id; the normal
+// components x, y, z of every node are apart by 1/8.
+std::string statistics_block(const SampleFile& file, int last_strain_id)
+{
+    FileBuilder out = file.build();
+    out.integer(sample::modes);
+    for (int mode : sample::mode_numbers)
+    {
+        const auto squares = [mode](int kind, int id, int first) {
+            const auto value = [=](int component) { return sample::mode_value(kind, mode, id, first + component); };
+            return sum_of_squares(value(0), value(1), value(2));
+        };
+        const double normal = 0.5 * (1 + 1 + 4) / 64.0;
+        out.integers({70, 70, 70, last_strain_id, 0, 0, 0, 0, 0, 0, 0, 0, 0});
+        out.real(std::sqrt(squares(0, 70, 0)));
+        out.real(std::sqrt(squares(0, 70, 3)));
+        out.real(std::sqrt(normal + 3.0 * squares(1, 70, 3)));
+        out.real(std::sqrt(4.0 / 9.0 * (normal + 0.75 * squares(2, last_strain_id, 3))));
+        out.reals(std::vector<double>(9, 0.0));
+    }
+    return out.bytes;
+}
+
+// Quadrilateral with its flag, then triangle; as one group each.
+std::string topology_block(const SampleFile& file)
+{
+    FileBuilder out = file.build();
+    out.integers({2, 2, 1, 1, 4, 1, 1, 10, 30, 20, 50, 2, 1, 3, 2, 0, 40, 70, 60});
+    return out.bytes;
+}
+
+SampleFile written_sample(FileFormat format)
+{
+    SampleFile sample = sample_file({60, format.xdr, format.single});
+    SampleFile file = {format, {}, {}};
+    const bool full = format.version < 60;
+    const std::vector<int>& stress_ids = full ? sample::shape_node_ids : sample::stress_node_ids;
+    const std::vector<int>& strain_ids = full ? sample::shape_node_ids : sample::strain_node_ids;
+    auto& blocks = file.blocks;
+    blocks[2] = header_block(file);
+    blocks[4] = nodes_block(file);
+    blocks[6] = sample.blocks[6];
+    blocks[8] = vectors_block(file, 0, sample::shape_node_ids);
+    blocks[9] = masses_block(file);
+    blocks[10] = inertias_block(file);
+    blocks[11] = file.build().text("MEGAGRAM", 16).text("MILLIMETER", 16).text("SECOND", 16).text("NEWTON", 16).bytes;
+    blocks[12] = matrix_block(file, 12, sample::modes);
+    blocks[13] = matrix_block(file, 13, sample::modes);
+    blocks[15] = matrix_block(file, 15, 1);
+    blocks[17] = sample.blocks[17];
+    blocks[18] = vectors_block(file, 1, stress_ids);
+    if (format.version == 10 || format.version == 20)
+    {
+        blocks[5] = topology_block(file);
+        return file;
+    }
+    blocks[14] = sample.blocks[14];
+    for (int block : {27, 28})
+        blocks[block] = sample.blocks[block];
+    blocks[29] = vectors_block(file, 2, strain_ids);
+    blocks[30] = statistics_block(file, full ? 30 : 60);
+    blocks[31] = tensors_block(file, 31, stress_ids);
+    blocks[32] = tensors_block(file, 32, strain_ids);
+    return file;
+}
+
+} // namespace
+
+TEST_F(Writing, LaysOutEveryBlockInEveryFormat)
+{
+    for (const FormatOptions& row : kFormats)
+    {
+        SCOPED_TRACE(row.format.name());
+        const SampleFile expected = written_sample(row.format);
+        const std::string written = write(sample_body(), row.options);
+        for (const auto& [number, content] : expected.blocks)
+            EXPECT_EQ(written.substr(size_t(expected.offset(number)), content.size()), content) << "block " << number;
+        EXPECT_EQ(written, expected.bytes());
+    }
+}
+
+// Invariants go through unchanged, and the properties of the body follow from them.
+TEST_F(Writing, CopiesInvariantsAndDerivesTheBodyFromThem)
+{
+    for (const FormatOptions& row : kFormats)
+    {
+        if (row.format.version < 60)
+            continue;
+        SCOPED_TRACE(row.format.name());
+        const SampleFile sample = sample_file(row.format);
+        SampleFile expected = written_sample(row.format);
+        const double mass = sample::real(19, 0);
+        FileBuilder body = expected.build();
+        body.real(mass);
+        for (int axis = 0; axis < 3; ++axis)
+            body.real(sample::real(20, axis) / mass);
+        for (int entry = 0; entry < 9; ++entry) // products of inertia are the negatives of a tensor's
+            body.real(entry == 0 || entry == 4 || entry == 8 ? sample::real(24, entry) : -sample::real(24, entry));
+        expected.blocks[6] = body.bytes;
+        for (int block = 19; block <= 26; ++block)
+            expected.blocks[block] = sample.blocks.at(block);
+        const std::string written = write(sample_body(true), row.options);
+        ASSERT_EQ(written.size(), expected.bytes().size());
+        for (const auto& [number, content] : expected.blocks)
+            if (number <= 26) // loads are projected on the principal axes
+            {
+                EXPECT_EQ(written.substr(size_t(expected.offset(number)), content.size()), content)
+                    << "block " << number;
+            }
+    }
+}
+
+// A written file reads back as what it was written from: writing it again gives the same bytes.
+TEST_F(Writing, RepeatsItself)
+{
+    for (const FormatOptions& row : kFormats)
+    {
+        SCOPED_TRACE(row.format.name());
+        const std::string first = write(sample_body(), row.options);
+        const std::string path = folder.path("again" + std::to_string(++files) + ".zel");
+        write_bytes(path, first);
+        ZELDATA* db = ZEL_CreateFromZEL(path.c_str());
+        ASSERT_TRUE(db);
+        EXPECT_EQ(write(db, row.options), first);
+    }
+}

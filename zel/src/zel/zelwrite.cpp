@@ -1,0 +1,425 @@
+// The writer: turns a database into a ZEL file.
+//
+// A write is a pipeline of steps over one Writer record. The first steps change the database as the options ask: geometry,
+// orthogonal modes, invariants, projection on principal axes, reduction of the modal data, units. Then the blocks are
+// written in the order of their numbers, each by the function of its row in the table of blocks. The output appears as a
+// whole or not at all.
+#include "zel.h"
+#include "zelfile.h"
+#include "zelinvar.h"
+#include "zelwrite_blocks.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <initializer_list>
+
+using namespace zel;
+
+static constexpr char kModule[] = "zelwrite";
+
+namespace zel
+{
+
+Writer::~Writer()
+{
+    close_xdr(file);
+    for (ModeNodes& nodes : mode_nodes)
+    {
+        discard(nodes.ids);
+        discard(nodes.positions);
+    }
+}
+
+} // namespace zel
+
+// ---- Geometry ------------------------------------------------------------------------------------------------------------------
+
+// Moves the origin of the body's frame to its centre of mass. Only node coordinates and the invariants move with it.
+static void shift_origin_to_mass_center(ZELDATA* db)
+{
+    double mass = 0.0, moment[3] = {};
+    for (int node = 0; node < db->node_count; ++node)
+    {
+        const ZELNODE& at = db->nodes[node];
+        mass += at.mass;
+        moment[0] += at.mass * at.x;
+        moment[1] += at.mass * at.y;
+        moment[2] += at.mass * at.z;
+    }
+    if (mass == 0.0)
+        return;
+    const double center[3] = {moment[0] / mass, moment[1] / mass, moment[2] / mass};
+    if (!shift_invariant_origin(db, center))
+        return;
+    for (int node = 0; node < db->node_count; ++node)
+    {
+        db->nodes[node].x -= center[0];
+        db->nodes[node].y -= center[1];
+        db->nodes[node].z -= center[2];
+    }
+    nodes_changed(db);
+    ZEL_Info("Shifting LBRF to CM at (%.3e,%.3e,%.3e)\n", center[0], center[1], center[2]);
+    std::fill_n(db->center_of_mass, 3, 0.0);
+}
+
+static void change_geometry(Writer& out)
+{
+    const WriteOptions& options = out.options;
+    if (options.shift_origin)
+        shift_origin_to_mass_center(out.db);
+    if (options.sketch.given())
+        ZEL_SketchGrid(out.db, options.sketch.text);
+    if (options.strip_faces)
+        ZEL_StripCommonFaces(out.db);
+    if (options.shift_origin)
+        shift_origin_to_mass_center(out.db);
+}
+
+// ---- Format ----------------------------------------------------------------------------------------------------------------------
+
+static int open_stream(Writer& out, const char* name)
+{
+    out.compatible = check_conflicts(out.options);
+    out.file.double_precision = !code_is_single(out.options.version);
+    if (code_is_xdr(out.options.version) && !open_xdr_writer(out.file))
+        return fail("Unable to open %s for write. Please check write permissions.", name);
+    return 1;
+}
+
+// ---- Content: what the database has ----------------------------------------------------------------------------------------------
+
+// The block that holds the faces.
+static int face_block(const Writer& out)
+{
+    return out.is_oldest_format() ? kBlockTopology : kBlockFaces;
+}
+
+static bool has_faces(const Writer& out)
+{
+    return out.db->face_count > 0 || (!out.is_oldest_format() && has_flag(out.db->content_flags, kBlockFaces));
+}
+
+static void copy_flags(Writer& out, std::initializer_list<int> blocks)
+{
+    for (int block : blocks)
+        out.set(block, has_flag(out.db->content_flags, block));
+}
+
+static void take_plain_content(Writer& out)
+{
+    copy_flags(out,
+               {kBlockNodes, kBlockModes, kBlockMasses, kBlockInertias, kBlockDamping, kBlockInterface, kBlockStress});
+    out.set(kBlockUnits, true);
+    out.set(face_block(out), has_faces(out));
+}
+
+static void settle_modes(Writer& out)
+{
+    ZELDATA* db = out.db;
+    if (out.options.keep_modes)
+    {
+        out.set(kBlockStiffness, true);
+        out.set(kBlockMass, true);
+    }
+    else
+    {
+        out.set(kBlockTransformation, db->mode_count > 0 && db->transformation);
+        out.set(kBlockEigenvalues, db->mode_count > 0);
+    }
+    out.set(kBlockModes, out.has(kBlockModes) && db->mode_count > 0);
+}
+
+// ---- Range of modes --------------------------------------------------------------------------------------------------------------
+
+// Without eigenvalues there are no frequencies to choose by.
+static bool has_frequencies(const ZELDATA* db)
+{
+    return db->eigenvalues || !db->non_diagonal;
+}
+
+static void choose_by_frequency(Writer& out)
+{
+    ZELDATA* db = out.db;
+    const int modes = db->mode_count;
+    int first = modes, last = modes;
+    for (int mode = 0; mode < modes && (first == modes || last == modes); ++mode)
+    {
+        double hertz = 0.0, mass = 1.0;
+        ZEL_Eigenvalue(db, ZEL_ModeNumber(db, mode), nullptr, &hertz, nullptr, &mass, nullptr);
+        if (first == modes && hertz > out.options.lowest_hz)
+            first = mode;
+        if (last == modes && (mass == 0.0 || hertz > out.options.highest_hz))
+            last = mode;
+    }
+    out.first = first == modes ? 0 : first; // no mode above the lower limit: it is taken for a mistake
+    out.count = std::max(0, last - out.first);
+}
+
+static void choose_range(Writer& out)
+{
+    ZELDATA* db = out.db;
+    ZEL_Info("Exporting frequency range [%le,%le]\n", out.options.lowest_hz, out.options.highest_hz);
+    if (has_frequencies(db))
+        choose_by_frequency(out);
+    else
+    {
+        out.count = db->mode_count;
+        if (out.options.range_given)
+            ZEL_Warning("Attempting to look at eigenvalues of non-orthogonal data");
+    }
+    for (int i = 0; i < db->selected_count; ++i)
+        db->selected_modes[i].index -= out.first;
+}
+
+// ---- Invariants and body properties ----------------------------------------------------------------------------------------------
+
+namespace
+{
+struct InvariantNotes
+{
+    const char *announcement, *extent;
+};
+} // namespace
+
+// Announces and fills a set of invariants. What cannot be had stays zero or fails when its block is written.
+static void compute_invariants(ZELDATA* db, InvariantSet set)
+{
+    const InvariantNotes notes = set == InvariantSet::rigid ? InvariantNotes{"Computing *rigid* invariants", "full"}
+                                 : set == InvariantSet::fast
+                                     ? InvariantNotes{"Computing fast set of invariants", "partial"}
+                                     : InvariantNotes{"Computing *all* invariants", "full"};
+    ZEL_Info("%s", notes.announcement);
+    if (!mass_data_suffices(db, set))
+        ZEL_Warning("There is insufficient mass data to compute a %s set of mass invariants.\n"
+                    "Some or all mass invariants will be set to zero.",
+                    notes.extent);
+    fill_invariants(db, set);
+}
+
+static void settle_invariants(Writer& out)
+{
+    for (const Invariant& invariant : kInvariants)
+        copy_flags(out, {invariant.block});
+    switch (out.options.invariants)
+    {
+    case InvariantOption::none: break;
+    case InvariantOption::illegal: fail("Illegal invariants option, use full_invar or fast_invar."); break;
+    case InvariantOption::all:
+        compute_invariants(out.db, InvariantSet::all);
+        for (const Invariant& invariant : kInvariants)
+            out.set(invariant.block, true);
+        break;
+    case InvariantOption::fast:
+        compute_invariants(out.db, InvariantSet::fast);
+        for (const Invariant& invariant : kInvariants)
+            out.set(invariant.block, invariant.number != 5 && invariant.number != 9);
+        break;
+    }
+}
+
+// Mass, centre of mass and inertia of the body from invariants 1, 2 and 7. The properties hold products of inertia, the
+// invariant a tensor, which has their negatives.
+static int take_body_properties(ZELDATA* db)
+{
+    for (int number : {1, 2, 7})
+        if (!fill_invariant(db, number))
+            return 0;
+    db->total_mass = *db->invar1;
+    for (int axis = 0; axis < 3; ++axis)
+        db->center_of_mass[axis] = db->total_mass == 0.0 ? 0.0 : db->invar2[axis] / db->total_mass;
+    for (int entry = 0; entry < 9; ++entry)
+        db->inertia_tensor[entry] = entry % 4 == 0 ? db->invar7[entry] : -db->invar7[entry];
+    return 1;
+}
+
+// Projects on principal axes and reduces the modal data, both of which need the invariants of the whole body. 0 when the
+// properties of the body cannot be had.
+static int settle_body(Writer& out)
+{
+    ZELDATA* db = out.db;
+    out.convertible = out.options.invariants != InvariantOption::illegal;
+    const bool computed =
+        out.options.invariants == InvariantOption::all || out.options.invariants == InvariantOption::fast;
+    if (computed || out.has(kBlockInvar3))
+    {
+        ZEL_RigidBodyForcesOnPrincipalAxes(db);
+        ZEL_DampingOnPrincipalAxes(db);
+        if (out.convertible)
+            out.convertible = reduce_to_geometry_nodes(db);
+        out.set(kBlockBody, true);
+        return take_body_properties(db);
+    }
+    copy_flags(out, {kBlockBody});
+    if (!out.has(kBlockBody) && out.has(kBlockNodes) && out.has(kBlockMasses))
+    {
+        ZEL_CalculateGlobalMassFromNodeMass(db);
+        out.set(kBlockBody, true);
+    }
+    return 1;
+}
+
+// ---- Loads, statistics, pruning, units -------------------------------------------------------------------------------------------
+
+static int settle_loads_and_statistics(Writer& out)
+{
+    ZELDATA* db = out.db;
+    copy_flags(out, {kBlockPreload, kBlockLoads, kBlockStrain, kBlockPreStress, kBlockPreStrain});
+    out.set(kBlockStatistics, out.count > 0);
+    Scratch<ZELSTATISTICS> statistics(out.count);
+    if (!statistics.data)
+        return no_memory(kModule);
+    replace(db->modal_statistics, statistics);
+    db->modal_statistics_count = out.count;
+    if (out.count == 0)
+        discard(db->modal_statistics);
+    return 1;
+}
+
+static void drop_statistics(Writer& out)
+{
+    out.set(kBlockStatistics, false);
+    discard(out.db->modal_statistics);
+    out.db->modal_statistics_count = 0;
+}
+
+// Leaves the body without its modes.
+static void prune_modal_content(Writer& out)
+{
+    const bool properties = out.has(kBlockBody);
+    std::memset(out.flags, 0, sizeof out.flags);
+    copy_flags(out, {kBlockNodes, kBlockMasses, kBlockInertias, kBlockInterface});
+    out.set(kBlockBody, properties);
+    out.set(kBlockUnits, true);
+    out.set(face_block(out), has_faces(out));
+    drop_statistics(out);
+    compute_invariants(out.db, InvariantSet::rigid);
+    for (int block : {kBlockInvar1, kBlockInvar2, kBlockInvar7})
+        out.set(block, true);
+}
+
+static void convert_units(Writer& out)
+{
+    if (out.options.si_units && out.convertible && !ZEL_SetUnits(out.db, "KILOGRAM", "METER", "SECOND", "NEWTON"))
+        ZEL_Warning("The units cannot be converted to SI and stay as they are.");
+}
+
+// The oldest formats end with modal stress.
+static void prune_to_format(Writer& out)
+{
+    if (!out.is_oldest_format())
+        return;
+    for (int block = kBlockStress + 1; block <= kBlockCount; ++block)
+        out.set(block, false);
+    drop_statistics(out);
+}
+
+static void print_summary(const Writer& out)
+{
+    const struct
+    {
+        const char* item;
+        int block;
+    } kItems[] = {
+        {"Nodal Coords", kBlockNodes},
+        {"Element Faces", face_block(out)},
+        {"Eigenvalues", kBlockEigenvalues},
+        {"Mode Shapes", kBlockModes},
+        {"Global Mass Properties", kBlockBody},
+        {"Nodal Masses", kBlockMasses},
+        {"Nodal Inertias", kBlockInertias},
+        {"Generalized Stiffness", kBlockStiffness},
+        {"Generalized Mass", kBlockMass},
+        {"Generalized Damping", kBlockDamping},
+        {"Mode Transformation", kBlockTransformation},
+        {"Stress Modes", kBlockStress},
+        {"Interface Nodes", kBlockInterface},
+        {"Inertia Invariants", kBlockInvar1},
+        {"Modal Preload", kBlockPreload},
+        {"Modal Loads", kBlockLoads},
+        {"Strain Modes", kBlockStrain},
+        {"Nodal Pre-Stress", kBlockPreStress},
+        {"Nodal Pre-Strain", kBlockPreStrain},
+    };
+    ZEL_Info("\nCreating a Vornic File with the following information:\n");
+    for (const auto& [item, block] : kItems)
+        ZEL_Info("%30s %s", item, out.has(block) ? "Yes" : "No");
+}
+
+// ---- Blocks ----------------------------------------------------------------------------------------------------------------------
+
+static int write_block(Writer& out, int number)
+{
+    const Block& row = block_row(number);
+    out.last_block = number;
+    return row.write(out, row) ? 1 : fail("%s", row.unwritten);
+}
+
+static void start_progress(Writer& out)
+{
+    out.shows_progress = isatty(fileno(stdout));
+    int kinds = 0;
+    for (int block : {kBlockModes, kBlockStress, kBlockStrain})
+        kinds += out.has(block);
+    if (out.shows_progress)
+        ZEL_TimeMonitor(kinds * out.count);
+}
+
+static int write_content(Writer& out)
+{
+    start_progress(out);
+    if (!write_block(out, kBlockSummary))
+        return 0;
+    for (int number = kBlockSummary + 1; number <= kBlockCount; ++number)
+        if (out.has(number) && !write_block(out, number))
+            return 0;
+    return 1;
+}
+
+static int run_pipeline(Writer& out, const char* name)
+{
+    change_geometry(out);
+    if (!open_stream(out, name) || !write_block(out, kBlockVersion) || !write_block(out, kBlockHeader))
+        return 0;
+    take_plain_content(out);
+    settle_modes(out);
+    choose_range(out);
+    settle_invariants(out);
+    if (!settle_body(out) || !settle_loads_and_statistics(out))
+        return 0;
+    if (out.options.no_modal_content)
+        prune_modal_content(out);
+    convert_units(out);
+    prune_to_format(out);
+    if (!settle_mode_nodes(out))
+        return 0;
+    print_summary(out);
+    return write_content(out);
+}
+
+// ---- Exported --------------------------------------------------------------------------------------------------------------------
+
+int ZEL_write_ZEL(ZELDATA* db, const char* name)
+{
+    if (!CheckZEL(db) || !name)
+        return 0;
+    if (db->zel_file.name && std::strcmp(db->zel_file.name, name) == 0)
+        return fail("The output ZEL name must be different than the current ZEL name.\n"
+                    "  Current ZEL name:  %s\n  Output ZEL name:  %s",
+                    db->zel_file.name, name);
+    const HoldFileSizeSignal hold;
+    OutputFile output(name);
+    if (!output.file())
+        return fail("Unable to open %s for write. Please check write permissions.", name);
+    Writer out(db, output.file());
+    out.options = read_write_options();
+    if (!run_pipeline(out, name))
+        return 0;
+    close_xdr(out.file);
+    return output.commit() ? 1 : fail("%s", block_row(out.last_block).unwritten);
+}
+
+const char* zelwrite_VersionId(void)
+{
+    return "zelwrite " ZEL_VERSION;
+}
