@@ -907,6 +907,54 @@ ZEL_API void ZEL_SketchGrid(ZELDATA* db, const char* sketch_file);
 
 /* ---- Eigen-solver stages: Fortran calling, all by reference, column order ------------------------------------------ */
 
+/*
+ * The four stages of the QZ algorithm for A x = lambda B x, to be called in this order on the same arrays, and the
+ * precision that the second one uses (C. B. Moler and G. W. Stewart, SIAM J. Numer. Anal. 10, 1973; R. C. Ward, SIAM J.
+ * Numer. Anal. 12, 1975; argument lists and results of the routines published by B. S. Garbow, version of August 1983).
+ *
+ *   nm      leading dimension of a, b and z
+ *   n       order of the pair; the stages do nothing when it is below 1
+ *   a, b    [nm * n] the pair in column order, each stage's result on return
+ *   matz    nonzero: accumulate the transformations in z; 0: z is not touched and may be null
+ *   z       [nm * n] in column order
+ *   alfr, alfi, beta  [n] lambda_j = (alfr[j] + i alfi[j]) / beta[j]; beta[j] >= 0, and 0 for an infinite eigenvalue.
+ *           Complex pairs are neighbours, the one with the positive imaginary part first.
+ *
+ * Nothing is checked and no message given: arguments that are not finite give results that are not, and ierr is the only
+ * sign of failure. For a diagonal pair A and B stay as they are and Z is exactly the identity, until the last stage.
+ */
+
+/** A to upper Hessenberg, B to upper triangular form; sets z to the accumulated transformation of columns. */
+ZEL_API void ZEL_QZHESS(const int* nm, const int* n, double* a, double* b, const int* matz, double* z);
+
+/**
+ * A to quasi-triangular form (1x1 and 2x2 blocks) by QZ sweeps. Elements up to a precision times the norm (1 for a zero
+ * matrix) count as zero, the precision being eps1 when that is above 0, else EIGPSN of 1.0. b[n - 1], which lies below
+ * the triangle, returns B's threshold to the next stages.
+ * ierr  0, or the number j from 1 of the eigenvalue that was sought when 30 n sweeps were used up; those after it are found
+ */
+ZEL_API void ZEL_QZITT(const int* nm, const int* n, double* a, double* b, const double* eps1, const int* matz,
+                       double* z, int* ierr);
+
+/** Eigenvalues. Splits the 2x2 blocks with real eigenvalues: A keeps blocks for complex pairs only. */
+ZEL_API void ZEL_QZVALL(const int* nm, const int* n, double* a, double* b, double* alfr, double* alfi, double* beta,
+                        const int* matz, double* z);
+
+/**
+ * Eigenvectors. z brings in the transformations of the other stages and returns the vectors: column j for a real
+ * eigenvalue, scaled so that its largest component has magnitude 1; columns j and j + 1 are the real and imaginary part
+ * of the vector of alfr[j] + i alfi[j], scaled so that its largest component has modulus 1, and the other one of the
+ * pair is its conjugate. Signs and phases are arbitrary. B is destroyed, A is not.
+ */
+ZEL_API void ZEL_QZVECC(const int* nm, const int* n, double* a, double* b, const double* alfr, const double* alfi,
+                        const double* beta, double* z);
+
+/**
+ * Halves x until 1 + x is 1 in the arithmetic of the machine, stores the result in x and returns it: 2^-53 from 1.0. An
+ * x that already is so small, or is infinite or not a number, stays as it is.
+ */
+ZEL_API double EIGPSN(double* x);
+
 /* ---- Fortran entry points: all by reference, texts followed by their length by value ------------------------------- */
 
 /* ---- Module identification ----------------------------------------------------------------------------------------- */

@@ -1,0 +1,121 @@
+// The four QZ stages against LAPACK's dgghrd, dhgeqz and dtgevc (with the vectors taken back to the original coordinates)
+// on dense symmetric-definite pairs. LAPACK is handed a triangular B, which the QZ stages make themselves. Times are the
+// processor's, the best of a few runs. Arguments: the orders, by default those that take a second or less.
+#include "zel.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <random>
+#include <vector>
+
+extern "C" {
+void dgeqrf_(const int* m, const int* n, double* a, const int* lda, double* tau, double* work, const int* lwork,
+             int* info);
+void dormqr_(const char* side, const char* trans, const int* m, const int* n, const int* k, const double* a,
+             const int* lda, const double* tau, double* c, const int* ldc, double* work, const int* lwork, int* info);
+void dgghrd_(const char* compq, const char* compz, const int* n, const int* ilo, const int* ihi, double* a,
+             const int* lda, double* b, const int* ldb, double* q, const int* ldq, double* z, const int* ldz,
+             int* info);
+void dhgeqz_(const char* job, const char* compq, const char* compz, const int* n, const int* ilo, const int* ihi,
+             double* h, const int* ldh, double* t, const int* ldt, double* alphar, double* alphai, double* beta,
+             double* q, const int* ldq, double* z, const int* ldz, double* work, const int* lwork, int* info);
+void dtgevc_(const char* side, const char* howmny, const int* select, const int* n, const double* s, const int* lds,
+             const double* p, const int* ldp, double* vl, const int* ldvl, double* vr, const int* ldvr, const int* mm,
+             int* m, double* work, int* info);
+}
+
+namespace
+{
+
+using Values = std::vector<double>;
+
+double seconds()
+{
+    return double(std::clock()) / CLOCKS_PER_SEC;
+}
+
+// X·X' + n I / 10, X normally distributed.
+Values positive_definite(int n, unsigned seed)
+{
+    std::mt19937_64 random(seed);
+    std::normal_distribution<double> normal;
+    const size_t order = size_t(n);
+    Values x(order * order), m(order * order);
+    for (double& value : x)
+        value = normal(random);
+    for (size_t j = 0; j < order; ++j)
+    {
+        for (size_t k = 0; k < order; ++k)
+            for (size_t i = 0; i < order; ++i)
+                m[i + j * order] += x[i + k * order] * x[j + k * order];
+        m[j + j * order] += 0.1 * n;
+    }
+    return m;
+}
+
+double time_ours(int n, Values a, Values b)
+{
+    const int accumulate = 1;
+    const double eps1 = 0.0;
+    int ierr = 0;
+    Values z(a.size()), real(size_t(n), 0.0), imaginary = real, beta = real;
+    const double start = seconds();
+    ZEL_QZHESS(&n, &n, a.data(), b.data(), &accumulate, z.data());
+    ZEL_QZITT(&n, &n, a.data(), b.data(), &eps1, &accumulate, z.data(), &ierr);
+    ZEL_QZVALL(&n, &n, a.data(), b.data(), real.data(), imaginary.data(), beta.data(), &accumulate, z.data());
+    ZEL_QZVECC(&n, &n, a.data(), b.data(), real.data(), imaginary.data(), beta.data(), z.data());
+    if (ierr != 0)
+        std::exit(1);
+    return seconds() - start;
+}
+
+double time_lapack(int n, Values a, Values b)
+{
+    const int first = 1, one = 1, work_size = 64 * n;
+    int info = 0, found = 0;
+    Values z(a.size()), real(size_t(n), 0.0), imaginary = real, beta = real, tau = real, work(size_t(work_size), 0.0);
+    dgeqrf_(&n, &n, b.data(), &n, tau.data(), work.data(), &work_size, &info);
+    dormqr_("L", "T", &n, &n, &n, b.data(), &n, tau.data(), a.data(), &n, work.data(), &work_size, &info);
+    for (int j = 0; j < n; ++j)
+        std::fill(b.begin() + j * n + j + 1, b.begin() + j * n + n, 0.0);
+    const double start = seconds();
+    dgghrd_("N", "I", &n, &first, &n, a.data(), &n, b.data(), &n, nullptr, &one, z.data(), &n, &info);
+    dhgeqz_("S", "N", "V", &n, &first, &n, a.data(), &n, b.data(), &n, real.data(), imaginary.data(), beta.data(),
+            nullptr, &one, z.data(), &n, work.data(), &work_size, &info);
+    dtgevc_("R", "B", nullptr, &n, a.data(), &n, b.data(), &n, nullptr, &one, z.data(), &n, &n, &found, work.data(),
+            &info);
+    if (info != 0)
+        std::exit(1);
+    return seconds() - start;
+}
+
+template <typename Measure> double best_of(int runs, Measure measure)
+{
+    double best = measure();
+    while (--runs > 0)
+        best = std::min(best, measure());
+    return best;
+}
+
+} // namespace
+
+int main(int count, char** arguments)
+{
+    std::vector<int> orders{50, 100, 200, 500, 512};
+    if (count > 1)
+        orders.assign(size_t(count - 1), 0);
+    for (int i = 1; i < count; ++i)
+        orders[size_t(i - 1)] = std::atoi(arguments[i]);
+    std::printf("%6s %12s %12s %8s\n", "order", "zel [ms]", "LAPACK [ms]", "ratio");
+    for (const int n : orders)
+    {
+        const Values a = positive_definite(n, 1), b = positive_definite(n, 2);
+        const int runs = n < 300 ? 9 : n < 800 ? 3 : 1;
+        const double ours = best_of(runs, [&] { return time_ours(n, a, b); });
+        const double lapack = best_of(runs, [&] { return time_lapack(n, a, b); });
+        std::printf("%6d %12.2f %12.2f %8.2f\n", n, 1e3 * ours, 1e3 * lapack, ours / lapack);
+    }
+    return 0;
+}
