@@ -80,23 +80,30 @@ void expect_nodes(ZELDATA* db)
     EXPECT_EQ(db->face_count, 2);
 }
 
-// The node list of a kind and each of its vectors, read at the recorded positions.
+// The node list of a kind and each of its vectors, by every route.
 void expect_modes(ZELDATA* db, int kind)
 {
     const std::vector<int>& ids = sample::ids_of_kind(kind);
     const int nodes = int(ids.size());
-    ASSERT_EQ(db->mode_node_count[kind], nodes);
-    EXPECT_EQ(db->mode_record_nodes[kind], nodes);
-    ZELSTREAM& stream = kind == 0 ? db->mode_file : kind == 1 ? db->stress_file : db->strain_file;
-    for (size_t mode = 0; mode < sample::modes; ++mode)
+    ASSERT_EQ(ZEL_ModeNodeCount(db, kind), nodes);
+    EXPECT_EQ(ZEL_ModeExist(db, kind), 1);
+    for (int number : sample::mode_numbers)
     {
-        std::vector<double> vector(6 * ids.size());
-        ASSERT_TRUE(zel::seek_to(stream, db->mode_positions[kind][mode]));
-        ASSERT_TRUE(zel::get_reals(stream, vector.data(), int64_t(vector.size())));
-        for (size_t node = 0; node < ids.size(); ++node)
-            for (size_t component = 0; component < 6; ++component)
-                EXPECT_EQ(vector[6 * node + component],
-                          sample::mode_value(kind, sample::mode_numbers[mode], ids[node], int(component)));
+        std::vector<double> whole(6 * ids.size()), first(3 * ids.size()), second(3 * ids.size());
+        std::vector<float> narrow(6 * ids.size());
+        const bool is_double = db->zel_file.double_precision == 1;
+        EXPECT_EQ(ZEL_Read_Mode_Double(db, number, kind, whole.data()), is_double ? 1 : 0);
+        EXPECT_EQ(ZEL_Read_Mode_Single(db, number, kind, narrow.data()), is_double ? 0 : 1);
+        ASSERT_TRUE(ZEL_Mode(db, number, kind, first.data(), 0) && ZEL_Mode(db, number, kind, second.data(), 1));
+        for (size_t i = 0; i < whole.size(); ++i)
+        {
+            const double expected = sample::mode_value(kind, number, ids[i / 6], int(i % 6));
+            EXPECT_EQ(is_double ? whole[i] : double(narrow[i]), expected);
+            EXPECT_EQ(i % 6 < 3 ? first[3 * (i / 6) + i % 6] : second[3 * (i / 6) + i % 6 - 3], expected);
+        }
+        double by_node[3];
+        ASSERT_EQ(ZEL_ModeByNode(db, number, kind, ids[1], by_node, 1), 1);
+        EXPECT_EQ(by_node[2], sample::mode_value(kind, number, ids[1], 5));
     }
     for (int position = 0; position < nodes; ++position)
     {

@@ -15,12 +15,16 @@ namespace zel
 #ifdef ZEL_TEST_HOOKS
 // The allocation that fails next, counted from 0; negative: none does.
 inline int64_t failing_allocation = -1;
+// The largest request so far, in bytes.
+inline double largest_allocation = 0.0;
 #endif
 
 // Whether `count` elements of `size` bytes are a request that can be made at all.
 inline bool allocation_allowed(int64_t count, size_t size)
 {
 #ifdef ZEL_TEST_HOOKS
+    const double bytes = double(count) * double(size);
+    largest_allocation = bytes > largest_allocation ? bytes : largest_allocation;
     if (failing_allocation >= 0 && failing_allocation-- == 0)
         return false;
 #endif
