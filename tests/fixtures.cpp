@@ -56,3 +56,15 @@ void write_bytes(const std::string& path, const std::string& bytes)
 {
     std::ofstream(path, std::ios::binary) << bytes;
 }
+
+std::string report_of(ZELDATA* db, int block)
+{
+    char* text = nullptr;
+    size_t length = 0;
+    FILE* stream = open_memstream(&text, &length);
+    ZEL_Contents(db, block, stream);
+    std::fclose(stream);
+    const std::string report(text, length);
+    std::free(text);
+    return report;
+}

@@ -64,6 +64,9 @@ private:
     std::optional<std::string> before_;
 };
 
+// The contents report of one block.
+std::string report_of(ZELDATA* db, int block);
+
 std::string bytes_of(const std::string& path);
 void write_bytes(const std::string& path, const std::string& bytes);
 

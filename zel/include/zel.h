@@ -637,6 +637,13 @@ ZEL_API int ZEL_ReadGeneralizedStiffness(ZELDATA* db);
 ZEL_API int ZEL_ReadGeneralizedMass(ZELDATA* db);
 ZEL_API int ZEL_ReadGeneralizedDamping(ZELDATA* db);
 
+/**
+ * Prints one block of a database, number 1 to 32, in readable form: what the database holds, and of mode vectors and
+ * invariants what is still in its file. Nothing is computed and nothing changes. Prints nothing for an invalid database or
+ * block number.
+ */
+ZEL_API void ZEL_Contents(ZELDATA* db, int block, FILE* stream);
+
 /* ---- File: writing ------------------------------------------------------------------------------------------------- */
 
 /**
