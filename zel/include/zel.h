@@ -964,6 +964,122 @@ ZEL_API double EIGPSN(double* x);
 
 /* ---- Fortran entry points: all by reference, texts followed by their length by value ------------------------------- */
 
+/*
+ * A Fortran program builds one body at a time, the current database. Each routine forwards to the operation named in its
+ * comment or alike in name; ierr becomes 0 on success and 1 on failure, without a current database after the message
+ * "No ZELDATA object.  Call ZEL_CREATE first". A text is followed by its length; trailing blanks belong to no header text,
+ * unit or label. Arrays lie in memory as the C functions have them, so a Fortran program declares them the other way round.
+ *
+ * Each entry point is exported twice. CALL ZEL_CREATE(...) in a program that gfortran compiles links to zel_create_, which
+ * takes the lengths of texts as size_t behind all other arguments; the module in zel.f90 uses the names below. The names of
+ * -fsecond-underscore are not there.
+ */
+
+/**
+ * Makes a new current database. When there is one already, every database of the process is freed first, also those that
+ * were created through the C functions.
+ */
+ZEL_API void ZEL_CREATE(const int* max_mode_nodes, const int* max_modes, int* ierr);
+
+/**
+ * Makes the database of a file the current one; the one before stays in the list. The name is taken as it is, blanks at
+ * its end included. After a failure there is no current database.
+ */
+ZEL_API void ZEL_CREATE_FROM_ZEL(const char* name, int name_len, int* ierr);
+
+/** ZEL_Terminate: frees every database. */
+ZEL_API void ZEL_TERMINATE(int* ierr);
+
+/** ZEL_SetHeader; the program's texts are never changed. */
+ZEL_API void ZEL_SET_HEADER(const char* title, int title_len, const char* file_name, int file_name_len,
+                            const char* file_type, int file_type_len, const char* comment1, int comment1_len,
+                            const char* comment2, int comment2_len, const char* comment3, int comment3_len, int* ierr);
+ZEL_API void ZEL_SET_UNITS(const char* mass, int mass_len, const char* length, int length_len, const char* time,
+                           int time_len, const char* force, int force_len, int* ierr);
+/** ZEL_SetUnitsByMultiplierOnSI */
+ZEL_API void ZEL_UNITS_SI_MULTIPLIERS(const double* mass, const double* length, const double* time, const double* force,
+                                      int* ierr);
+
+ZEL_API void ZEL_SET_NODE_COORDINATES(const int* node_id, const double* x, const double* y, const double* z, int* ierr);
+ZEL_API void ZEL_SET_NODE_COORDINATES_VEC(const int* node_id, const double xyz[3], int* ierr);
+ZEL_API void ZEL_SET_NODAL_MASS(const int* node_id, const double* mass, int* ierr);
+ZEL_API void ZEL_SET_GLOBAL_MASS(const double* mass, const double center[3], const double inertia[9], int* ierr);
+
+/** ZEL_SetNodalInertia; the matrix is used by its upper triangle, after a warning when it is not symmetric. */
+ZEL_API void ZEL_SET_NODAL_INERTIA(const int* node_id, const double* xx, const double* yy, const double* zz,
+                                   const double* xy, const double* xz, const double* yz, int* ierr);
+ZEL_API void ZEL_SET_NODAL_INERTIA_VEC(const int* node_id, const double values[6], int* ierr);
+ZEL_API void ZEL_SET_NODAL_INERTIA_ENTRY(const int* node_id, const int* row, const int* column, const double* value,
+                                         int* ierr);
+ZEL_API void ZEL_SET_NODAL_INERTIA_MAT(const int* node_id, const double matrix[9], int* ierr);
+
+/** ZEL_SetModeVec and ZEL_SetModeEntry for mode shapes; dof counts from 1 to 6. */
+ZEL_API void ZEL_SET_MODE_SHAPE(const int* mode, const int* node_id, const double* tx, const double* ty,
+                                const double* tz, const double* rx, const double* ry, const double* rz, int* ierr);
+ZEL_API void ZEL_SET_MODE_SHAPE_VEC(const int* mode, const int* node_id, const double values[6], int* ierr);
+ZEL_API void ZEL_SET_MODE_SHAPE_ENTRY(const int* mode, const int* node_id, const int* dof, const double* value,
+                                      int* ierr);
+
+/** ZEL_SetModeVec and ZEL_ModeByNode for modal stress and strain; mode 0 names the pre-stress and the pre-strain. */
+ZEL_API void ZEL_SET_MODAL_STRESS(const int* mode, const int* node_id, const double* xx, const double* yy,
+                                  const double* zz, const double* xy, const double* xz, const double* yz, int* ierr);
+ZEL_API void ZEL_SET_MODAL_STRESS_VEC(const int* mode, const int* node_id, const double values[6], int* ierr);
+ZEL_API void ZEL_SET_MODAL_STRAIN(const int* mode, const int* node_id, const double* xx, const double* yy,
+                                  const double* zz, const double* xy, const double* xz, const double* yz, int* ierr);
+ZEL_API void ZEL_SET_MODAL_STRAIN_VEC(const int* mode, const int* node_id, const double values[6], int* ierr);
+ZEL_API void ZEL_GET_MODAL_STRESS(const int* mode, const int* node_id, double* xx, double* yy, double* zz, double* xy,
+                                  double* xz, double* yz, int* ierr);
+ZEL_API void ZEL_GET_MODAL_STRAIN(const int* mode, const int* node_id, double* xx, double* yy, double* zz, double* xy,
+                                  double* xz, double* yz, int* ierr);
+ZEL_API void ZEL_GET_MODE_COUNT(int* count, int* ierr);
+
+/** Load cases count from 1; an all-blank label is the number of the case. */
+ZEL_API void ZEL_SET_MODAL_LOAD(const int* load_case, const int* mode, const double* value, int* ierr);
+ZEL_API void ZEL_SET_LOADCASE_LABEL(const int* load_case, const char* label, int label_len, int* ierr);
+ZEL_API void ZEL_SET_MODAL_PRELOAD(const int* mode, const double* value, int* ierr);
+ZEL_API void ZEL_SET_GENERALIZED_MASS(const int* row_mode, const int* column_mode, const double* value, int* ierr);
+ZEL_API void ZEL_SET_GENERALIZED_STIFFNESS(const int* row_mode, const int* column_mode, const double* value, int* ierr);
+ZEL_API void ZEL_SET_GENERALIZED_DAMPING(const int* row_mode, const int* column_mode, const double* value, int* ierr);
+
+/**
+ * For M modes a Fortran program declares invariants 3 and 4 as v(M,3), 5 as v(M,3,M) with mode i last, 7 as v(3,3) with
+ * (column, row), 8 as v(3,3,M) with (column, row, k), 9 as v(3,3,M,M) with (column, row, j, i).
+ */
+ZEL_API void ZEL_SET_INVAR1(const double* value, int* ierr);
+ZEL_API void ZEL_SET_INVAR2(const double* values, int* ierr);
+ZEL_API void ZEL_SET_INVAR3(const double* values, int* ierr);
+ZEL_API void ZEL_SET_INVAR4(const double* values, int* ierr);
+ZEL_API void ZEL_SET_INVAR5(const double* values, int* ierr);
+ZEL_API void ZEL_SET_INVAR6(const double* values, int* ierr);
+ZEL_API void ZEL_SET_INVAR7(const double* values, int* ierr);
+ZEL_API void ZEL_SET_INVAR8(const double* values, int* ierr);
+ZEL_API void ZEL_SET_INVAR9(const double* values, int* ierr);
+
+/**
+ * ZEL_SetFaceList. ZEL_SET_FACE takes 2 to 8 vertices; any other number draws the message "Unable to create a face with
+ * %d vertices", creates no face and leaves ierr at 0.
+ */
+ZEL_API void ZEL_SET_INTERFACE_NODE(const int* node_id, int* ierr);
+ZEL_API void ZEL_SET_FACE(const int* vertex_count, const int* node_ids, int* ierr);
+ZEL_API void ZEL_SET_FACE_2(const int* a, const int* b, int* ierr);
+ZEL_API void ZEL_SET_FACE_3(const int* a, const int* b, const int* c, int* ierr);
+ZEL_API void ZEL_SET_FACE_4(const int* a, const int* b, const int* c, const int* d, int* ierr);
+ZEL_API void ZEL_SET_FACE_5(const int* a, const int* b, const int* c, const int* d, const int* e, int* ierr);
+ZEL_API void ZEL_SET_FACE_6(const int* a, const int* b, const int* c, const int* d, const int* e, const int* f,
+                            int* ierr);
+ZEL_API void ZEL_SET_FACE_7(const int* a, const int* b, const int* c, const int* d, const int* e, const int* f,
+                            const int* g, int* ierr);
+ZEL_API void ZEL_SET_FACE_8(const int* a, const int* b, const int* c, const int* d, const int* e, const int* f,
+                            const int* g, const int* h, int* ierr);
+
+/**
+ * The rows of the transformation from old modes that belong to the selected ones: t(count, M) of Fortran for M modes, so
+ * that (components on the selected old modes) = t (components on the new modes). t[count * i + j] is the component of new
+ * mode i on the old mode with the number mode_numbers[j]. An unknown number gives zeros and, at the end, ierr 1; so does a
+ * database without modes or without transformation, with t untouched. Nothing happens for a count below 1.
+ */
+ZEL_API void ZEL_GET_TRANSFORM_TO_SELMOD(double* t, const int* mode_numbers, const int* count, int* ierr);
+
 /* ---- Module identification ----------------------------------------------------------------------------------------- */
 
 /** Name and version of a source module, for example "zelmsg 0.1.0". The text is the library's. */
@@ -977,6 +1093,7 @@ ZEL_API const char* zelread_VersionId(void);
 ZEL_API const char* zeltools_VersionId(void);
 ZEL_API const char* zelwrite_VersionId(void);
 ZEL_API const char* zelinvar_VersionId(void);
+ZEL_API const char* zel_fortran_VersionId(void);
 
 #ifdef __cplusplus
 }

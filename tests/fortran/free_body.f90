@@ -1,0 +1,146 @@
+! The same body as in fixed form, through the module and its explicit interfaces.
+subroutine free_body(failures)
+  use, intrinsic :: iso_c_binding, only: c_double, c_int
+  use zel
+  implicit none
+  integer(c_int), intent(out) :: failures
+  integer(c_int), parameter :: m = 3
+  integer(c_int) :: i, j, k, n, count, ierr
+  real(c_double) :: last, v(9), s(6), ones(m), v3(m, 3), v5(m, 3, m), v8(3, 3, m), v9(3, 3, m, m)
+  character(len=80) :: title = 'Cube of eight nodes', comment = 'built by Fortran'
+  character(len=20) :: unit = 'mm'
+
+  failures = 0
+  last = 0
+  call zel_create(8, m, ierr); call tally
+  call zel_set_header(title, 'cube.f', 'FORTRAN ', comment, ' ', 'last', ierr); call tally
+  call zel_set_units('KILOGRAM', unit, 's  ', 'N', ierr); call tally
+  do n = 11, 18
+    v(1:3) = next(3)
+    if (mod(n, 2) == 0) then
+      call zel_set_node_coordinates(n, v(1), v(2), v(3), ierr)
+    else
+      call zel_set_node_coordinates_vec(n, v(1:3), ierr)
+    end if
+    call tally
+    v(1:1) = next(1)
+    call zel_set_nodal_mass(n, v(1), ierr); call tally
+  end do
+  s = next(6)
+  call zel_set_nodal_inertia(11, s(1), s(2), s(3), s(4), s(5), s(6), ierr); call tally
+  s = next(6)
+  call zel_set_nodal_inertia_vec(12, s, ierr); call tally
+  s(1:1) = next(1)
+  call zel_set_nodal_inertia_entry(13, 4, 6, s(1), ierr); call tally
+  v = next(9)
+  v(4) = v(2); v(7) = v(3); v(8) = v(6)
+  call zel_set_nodal_inertia_mat(14, v, ierr); call tally
+  call zel_set_interface_node(18, ierr); call tally
+  call zel_set_face(4, [11, 12, 13, 14], ierr); call tally
+  call zel_set_face_2(11, 15, ierr); call tally
+  call zel_set_face_3(11, 12, 16, ierr); call tally
+  call zel_set_face_4(12, 13, 17, 16, ierr); call tally
+  call zel_set_face_5(11, 12, 13, 14, 15, ierr); call tally
+  call zel_set_face_6(11, 12, 13, 14, 15, 16, ierr); call tally
+  call zel_set_face_7(11, 12, 13, 14, 15, 16, 17, ierr); call tally
+  call zel_set_face_8(11, 12, 13, 14, 15, 16, 17, 18, ierr); call tally
+  do i = 1, m
+    do n = 11, 18
+      s = next(6)
+      if (i == 1) then
+        call zel_set_mode_shape(i, n, s(1), s(2), s(3), s(4), s(5), s(6), ierr)
+      else
+        call zel_set_mode_shape_vec(i, n, s, ierr)
+      end if
+      call tally
+    end do
+    s(1:1) = next(1)
+    call zel_set_mode_shape_entry(i, 18, 6, s(1), ierr); call tally
+    s = next(6)
+    call zel_set_modal_stress(i, 17, s(1), s(2), s(3), s(4), s(5), s(6), ierr); call tally
+    call zel_get_modal_stress(i, 17, v(1), v(2), v(3), v(4), v(5), v(6), ierr); call tally
+    failures = failures + count_different(v(1:6), s)
+    s = next(6)
+    call zel_set_modal_stress_vec(i, 12, s, ierr); call tally
+    s = next(6)
+    call zel_set_modal_strain(i, 13, s(1), s(2), s(3), s(4), s(5), s(6), ierr); call tally
+    s = next(6)
+    call zel_set_modal_strain_vec(i, 14, s, ierr); call tally
+    call zel_get_modal_strain(i, 14, v(1), v(2), v(3), v(4), v(5), v(6), ierr); call tally
+    failures = failures + count_different(v(1:6), s)
+  end do
+  s = next(6)
+  call zel_set_modal_stress_vec(0, 17, s, ierr); call tally
+  s = next(6)
+  call zel_set_modal_strain_vec(0, 14, s, ierr); call tally
+  call zel_get_mode_count(count, ierr); call tally
+  if (count /= m) failures = failures + 1
+  do i = 1, m
+    v(1:5) = next(5)
+    call zel_set_generalized_stiffness(i, i, v(1), ierr); call tally
+    call zel_set_generalized_damping(i, 1, v(2), ierr); call tally
+    call zel_set_modal_preload(i, v(3), ierr); call tally
+    call zel_set_modal_load(1, i, v(4), ierr); call tally
+    call zel_set_modal_load(3, i, v(5), ierr); call tally
+  end do
+  call zel_set_loadcase_label(1, title, ierr); call tally
+  call zel_set_loadcase_label(2, '   ', ierr); call tally
+  s(1:1) = next(1)
+  call zel_set_invar1(s(1), ierr); call tally
+  s(1:3) = next(3)
+  call zel_set_invar2(s(1:3), ierr); call tally
+  v3 = reshape(next(3 * m), shape(v3))
+  call zel_set_invar3(v3, ierr); call tally
+  call zel_set_invar4(v3, ierr); call tally
+  do i = 1, m
+    do k = 1, 3
+      v5(:, k, i) = next(m)
+    end do
+  end do
+  call zel_set_invar5(v5, ierr); call tally
+  ones = 1
+  call zel_set_invar6(ones, ierr); call tally
+  v = next(9)
+  call zel_set_invar7(v, ierr); call tally
+  do i = 1, m
+    v8(:, :, i) = reshape(next(9), [3, 3])
+  end do
+  call zel_set_invar8(v8, ierr); call tally
+  do i = 1, m
+    do j = 1, m
+      v9(:, :, j, i) = reshape(next(9), [3, 3])
+    end do
+  end do
+  call zel_set_invar9(v9, ierr); call tally
+  call zel_set_generalized_mass(1, 1, 1.0_c_double, ierr); call tally
+  s(1:4) = next(4)
+  v = next(9)
+  call zel_set_global_mass(s(1), s(2:4), v, ierr); call tally
+
+contains
+
+  subroutine tally
+    failures = failures + ierr
+  end subroutine
+
+  ! The next values of the series 1/8, 2/8, ...
+  function next(length) result(values)
+    integer(c_int), intent(in) :: length
+    real(c_double) :: values(length)
+    integer(c_int) :: at
+    do at = 1, length
+      last = last + 0.125_c_double
+      values(at) = last
+    end do
+  end function
+
+  integer(c_int) function count_different(a, b)
+    real(c_double), intent(in) :: a(6), b(6)
+    integer(c_int) :: at
+    count_different = 0
+    do at = 1, 6
+      if (abs(a(at) - b(at)) > 0) count_different = count_different + 1
+    end do
+  end function
+
+end subroutine
