@@ -16,6 +16,7 @@ struct Private
 {
     // Blocks of the file (by block number) that no longer describe the body: its modes or its origin have changed since.
     char stale_block[33];
+    int transformation_unused; // 1: the transformation is that of modes which could not be written
 
     ZELIDPAIR* node_slots; // owned hash table of (node id, node index + 1), 0: free slot; 1 << node_slot_bits slots
     int node_slot_bits;
