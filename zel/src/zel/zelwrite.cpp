@@ -106,12 +106,20 @@ static void copy_flags(Writer& out, std::initializer_list<int> blocks)
         out.set(block, has_flag(out.db->content_flags, block));
 }
 
-static void take_plain_content(Writer& out)
+// What there is without modes. Nodes that were named without coordinates are at the origin: other blocks need theirs.
+static void take_rigid_content(Writer& out)
 {
-    copy_flags(out,
-               {kBlockNodes, kBlockModes, kBlockMasses, kBlockInertias, kBlockDamping, kBlockInterface, kBlockStress});
+    copy_flags(out, {kBlockNodes, kBlockMasses, kBlockInertias, kBlockInterface});
+    if (out.db->node_count > 0)
+        out.set(kBlockNodes, true);
     out.set(kBlockUnits, true);
     out.set(face_block(out), has_faces(out));
+}
+
+static void take_plain_content(Writer& out)
+{
+    take_rigid_content(out);
+    copy_flags(out, {kBlockModes, kBlockDamping, kBlockStress});
 }
 
 static void settle_modes(Writer& out)
@@ -288,10 +296,8 @@ static void prune_modal_content(Writer& out)
 {
     const bool properties = out.has(kBlockBody);
     std::memset(out.flags, 0, sizeof out.flags);
-    copy_flags(out, {kBlockNodes, kBlockMasses, kBlockInertias, kBlockInterface});
+    take_rigid_content(out);
     out.set(kBlockBody, properties);
-    out.set(kBlockUnits, true);
-    out.set(face_block(out), has_faces(out));
     drop_statistics(out);
     compute_invariants(out.db, InvariantSet::rigid);
     for (int block : {kBlockInvar1, kBlockInvar2, kBlockInvar7})

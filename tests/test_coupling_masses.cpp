@@ -1,0 +1,70 @@
+// Generalized masses between two groups of modes.
+#include "assembly.h"
+#include "fixtures.h"
+
+#include <cmath>
+
+using CouplingMasses = ZelTest;
+
+// mass t_i . t_j + r_j . I r_i, summed over the nodes by definition
+static double coupling(const Assembly& body, size_t i, size_t j)
+{
+    long double sum = 0.0L;
+    for (size_t p = 0; p < body.points.size(); ++p)
+    {
+        const auto &a = body.modes[i][p], &b = body.modes[j][p];
+        for (size_t k = 0; k < 3; ++k)
+            sum += static_cast<long double>(body.points[p].mass) * a[k] * b[k];
+        if (const auto& t = body.points[p].inertia; !t.empty())
+        {
+            const double rows[3][3] = {{t[0], t[3], t[4]}, {t[3], t[1], t[5]}, {t[4], t[5], t[2]}};
+            for (size_t r = 0; r < 3; ++r)
+                for (size_t c = 0; c < 3; ++c)
+                    sum += static_cast<long double>(rows[r][c]) * b[3 + r] * a[3 + c];
+        }
+    }
+    return double(sum);
+}
+
+TEST_F(CouplingMasses, AreSumsOverTheNodes)
+{
+    const Assembly body = random_assembly(150, 7, 12, true); // more nodes than the smallest block
+    ZELDATA* db = database_of(body);
+    ZEL_SetNodeCoordinates(db, 1000, 1, 1, 1);
+    ASSERT_EQ(ZEL_AnsysAddGenMass(db, 3, 4), 1);
+    ASSERT_EQ(db->mass.count, 2 * 3 * 4);
+    EXPECT_EQ(db->non_diagonal, 1);
+    int entry = 0;
+    for (size_t i = 0; i < 3; ++i)
+        for (size_t j = 3; j < 7; ++j)
+            for (bool transposed : {false, true})
+            {
+                const ZELENTRY& stored = db->mass.entries[entry++];
+                EXPECT_EQ(stored.row, int(transposed ? j : i));
+                EXPECT_EQ(stored.column, int(transposed ? i : j));
+                EXPECT_NEAR(stored.value, coupling(body, i, j), 1e-12 * 150);
+            }
+}
+
+TEST_F(CouplingMasses, NeedMatchingCountsAndNodes)
+{
+    ZELDATA* db = database_of(random_assembly(3, 4, 1, false));
+    for (int count : {-1, 0, 4, 5})
+    {
+        EXPECT_EQ(ZEL_AnsysAddGenMass(db, count, 4 - count), 1);
+        EXPECT_EQ(db->mass.count, 0);
+    }
+    const char* mismatch = "ERROR:  Mode count mismatch while generating additional generalized masses.\n";
+    EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_AnsysAddGenMass(db, 1, 2), 0); }), mismatch);
+    EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_AnsysAddGenMass(db, 2147483647, 2147483647), 0); }), mismatch);
+    EXPECT_EQ(errors_of([] { EXPECT_EQ(ZEL_AnsysAddGenMass(nullptr, 1, 2), 0); }),
+              "ERROR:  The database has not been initialized.\n");
+    ZELDATA* nodeless = ZEL_Create(0, 2);
+    ZEL_AddMode(nodeless, 1);
+    ZEL_AddMode(nodeless, 2);
+    EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_AnsysAddGenMass(nodeless, 1, 1), 0); }).find("ERROR:  Failed to allocate"),
+              0u);
+    ZEL_SetNodalMass(nodeless, 1, 1.0); // a node, but no shapes: the first mode cannot be read
+    EXPECT_EQ(ZEL_AnsysAddGenMass(nodeless, 1, 1), 0);
+    EXPECT_EQ(nodeless->mass.count, 0);
+}

@@ -1,0 +1,236 @@
+// Output that cannot be completed leaves no file, and a write that is refused leaves the file that is there.
+#include "assembly.h"
+#include "fixtures.h"
+#include "sample_file.h"
+
+#include "zelmem.h"
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+
+namespace
+{
+
+// Files of this process end at `bytes` while it lives.
+class FileSizeLimit
+{
+public:
+    explicit FileSizeLimit(rlim_t bytes)
+    {
+        getrlimit(RLIMIT_FSIZE, &before_);
+        const rlimit limit = {bytes, before_.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() { setrlimit(RLIMIT_FSIZE, &before_); }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+private:
+    rlimit before_;
+};
+
+// What `action` writes to a descriptor, through a pipe: a file would end at the limit as well. It holds 64 KiB.
+template <typename Action> std::string through_pipe(int descriptor, Action action)
+{
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    const int before = dup(descriptor);
+    dup2(ends[1], descriptor);
+    close(ends[1]);
+    action();
+    std::fflush(stdout);
+    dup2(before, descriptor);
+    close(before);
+    std::string text;
+    char part[4096];
+    for (ssize_t bytes; (bytes = read(ends[0], part, sizeof part)) > 0;)
+        text.append(part, size_t(bytes));
+    close(ends[0]);
+    return text;
+}
+
+class FailingWrites : public ZelTest
+{
+protected:
+    ZELDATA* sample_body()
+    {
+        const std::string path = folder.path("sample.zel");
+        write_bytes(path, sample_file({60, true, false}).bytes());
+        return ZEL_CreateFromZEL(path.c_str());
+    }
+    // Writes; keeps what went to standard error.
+    int write(ZELDATA* db, const std::string& name, const char* options)
+    {
+        const Environment variable("VXR_ZELWRITE_OPTIONS", options);
+        int result = -1;
+        errors = through_pipe(STDERR_FILENO,
+                              [&] { through_pipe(STDOUT_FILENO, [&] { result = ZEL_write_ZEL(db, name.c_str()); }); });
+        return result;
+    }
+    bool reported(const std::string& text) const { return errors.find("ERROR:  " + text) != std::string::npos; }
+
+    TemporaryFolder folder;
+    std::string errors;
+    const std::string out = folder.path("out.zel");
+};
+
+constexpr const char* kUnwritten[] = {
+    "version number.",
+    "header information.",
+    "content summary.",
+    "nodal coordinates.",
+    "Global Body Properties.",
+    "Mode Shapes.",
+    "Nodal Masses.",
+    "Nodal Inertia info.",
+    "Units strings.",
+    "Generalized Stiffness",
+    "Generalized Mass info",
+    "element face info.",
+    "Generalized Damping",
+    "Interface Nodes.",
+    "Modal Stress.",
+    "Invariant 1.",
+    "Invariant 2.",
+    "Invariant 3.",
+    "Invariant 4.",
+    "Invariant 5.",
+    "Invariant 7.",
+    "Invariant 8.",
+    "Invariant 9.",
+    "Preload.",
+    "Modal Loads.",
+    "Modal Strain.",
+    "Modal Statistics.",
+    "Pre-Stress.",
+    "Pre-Strain.",
+};
+
+} // namespace
+
+TEST_F(FailingWrites, AFullDiskLeavesNoFile)
+{
+    ZELDATA* db = sample_body();
+    for (const char* options : {"no_ortho", "no_ortho no_xdr single"})
+    {
+        ASSERT_EQ(write(db, out, options), 1);
+        const std::string whole = bytes_of(out);
+        for (size_t bytes = 0; bytes < whole.size(); bytes += bytes < 600 ? 97 : 331)
+        {
+            {
+                const FileSizeLimit limit(bytes);
+                ASSERT_EQ(write(db, out, options), 0) << bytes;
+            }
+            ASSERT_EQ(folder.files(), std::vector<std::string>{"sample.zel"});
+            const bool named = std::any_of(std::begin(kUnwritten), std::end(kUnwritten), [&](const char* block) {
+                return reported(std::string("Problem writing ") + block);
+            });
+            EXPECT_TRUE(named) << errors;
+        }
+        ASSERT_EQ(write(db, out, options), 1); // the database has lost nothing
+        EXPECT_EQ(bytes_of(out), whole);
+    }
+}
+
+TEST_F(FailingWrites, TheSignalOfTheLimitStaysWithTheHost)
+{
+    static int signals;
+    ZELDATA* db = sample_body();
+    const auto handler = std::signal(SIGXFSZ, [](int) { ++signals; });
+    {
+        const FileSizeLimit limit(1000);
+        EXPECT_EQ(write(db, out, "no_ortho"), 0);
+    }
+    std::signal(SIGXFSZ, handler);
+    EXPECT_EQ(signals, 0);
+}
+
+TEST_F(FailingWrites, MissingMemoryLeavesNoFileAndAUsableBody)
+{
+    for (const char* options : {"no_ortho full_invar", "no_ortho sparse_str", "no_ortho 82_comp"})
+    {
+        int successes = 0;
+        for (int allocation = 0; successes == 0; ++allocation)
+        {
+            ZELDATA* db = database_of(random_assembly(7, 2, 4, true));
+            const double values[6] = {1, 0, 0, 0, 0, 0};
+            output_of([&] { ZEL_SetModeVec(db, 101, 3, 1, values); });
+            ZEL_SetFace(db, 3, 2, 3, 5);
+            zel::failing_allocation = allocation;
+            const int written = write(db, out, options);
+            const bool failed = zel::failing_allocation < 0;
+            zel::failing_allocation = -1;
+            if (written && !failed)
+                ++successes;
+            if (!written)
+            {
+                EXPECT_TRUE(reported("Failed to allocate memory at line ")) << allocation << errors;
+                EXPECT_TRUE(folder.files().empty());
+            }
+            ASSERT_EQ(write(db, out, options), 1) << allocation;
+            std::remove(out.c_str());
+            ZEL_UnLink(db);
+        }
+    }
+}
+
+TEST_F(FailingWrites, RefusalsKeepTheFileThatIsThere)
+{
+    ZELDATA* db = sample_body();
+    const std::string own = folder.path("sample.zel"), before = bytes_of(own);
+    EXPECT_EQ(write(db, own, "no_ortho"), 0);
+    EXPECT_EQ(errors, "ERROR:  The output ZEL name must be different than the current ZEL name.\nERROR:    Current ZEL "
+                      "name:  " +
+                          own + "\nERROR:    Output ZEL name:  " + own + "\n");
+    EXPECT_EQ(bytes_of(own), before);
+    EXPECT_EQ(ZEL_write_ZEL(db, nullptr), 0);
+    EXPECT_EQ(ZEL_write_ZEL(nullptr, out.c_str()), 0);
+    ZELDATA stranger = {};
+    EXPECT_EQ(ZEL_write_ZEL(&stranger, out.c_str()), 0);
+    const std::string nowhere = folder.path("missing/out.zel");
+    EXPECT_EQ(write(db, nowhere, "no_ortho"), 0);
+    EXPECT_EQ(errors, "ERROR:  Unable to open " + nowhere + " for write. Please check write permissions.\n");
+    EXPECT_EQ(folder.files(), std::vector<std::string>{"sample.zel"});
+}
+
+TEST_F(FailingWrites, ConflictingOptionsEndTheWriteAfterTheGeometryChanged)
+{
+    ZELDATA* db = database_of(random_assembly(3, 1, 4, false));
+    const double x = db->nodes[0].x;
+    EXPECT_EQ(write(db, out, "full_str sparse_str lbrf2cm"), 0);
+    EXPECT_EQ(errors, "ERROR:  Cannot specify full and sparse stress and strain modes.\n"
+                      "ERROR:  Problem writing version number.\n");
+    EXPECT_TRUE(folder.files().empty());
+    EXPECT_NE(db->nodes[0].x, x);
+}
+
+TEST_F(FailingWrites, AReductionWithoutDiskSpaceOnlySkipsTheUnits)
+{
+    ZELDATA* db = ZEL_Create(2000, 20); // each mode file takes 1.9 MB
+    output_of([&] {
+        ZEL_SetUnits(db, "kg", "mm", "s", "N");
+        for (int id = 1; id <= 4; ++id)
+        {
+            const double values[6] = {1.0 * id, 0, 0, 0, 0, 0};
+            ZEL_SetNodeCoordinates(db, id, id, 0, 1);
+            ZEL_SetNodalMass(db, id, 1.0);
+            ZEL_SetModeVec(db, 1, id, 0, values);
+        }
+        ZEL_SetFace(db, 2, 1, 2);
+    });
+    {
+        const FileSizeLimit limit(1000000);
+        EXPECT_EQ(write(db, out, "no_ortho fast_invar MKS"), 1);
+    }
+    EXPECT_TRUE(reported("Insufficient disk space for file "));
+    EXPECT_NE(
+        errors.find(".  Specify different temporary\nERROR:  file directory by setting the TMP environment variable\n"),
+        std::string::npos);
+    ZELDATA* read = ZEL_CreateFromZEL(out.c_str());
+    ASSERT_TRUE(read);
+    EXPECT_EQ(ZEL_ModeNodeCount(read, 0), 4);
+    EXPECT_STREQ(read->units.length, "MILLIMETER");
+}
