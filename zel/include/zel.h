@@ -877,6 +877,27 @@ ZEL_API int ZEL_NodeIndex(ZELDATA* db, int node_id);
 ZEL_API int ZEL_ModeNodeIndex(ZELDATA* db, int kind, int node_id);
 
 /**
+ * Index of the node nearest to a point, of all nodes or, with use_subset, of the interface nodes if there are any. Of
+ * several at the same distance the first one, in the order of the nodes or the interface nodes. -1 without nodes. The
+ * distance is computed as dx^2 + dy^2 + dz^2; with many candidates a search tree is built on the way and kept until nodes,
+ * coordinates or interface nodes change.
+ */
+ZEL_API int ZEL_ClosestNode(ZELDATA* db, const double point[3], int use_subset);
+
+/**
+ * New array of the k nearest nodes, or of all when there are fewer, nearest first and ties in the same order; their number
+ * in count, which may be null. Null and 0 when k is below 1 or there are no nodes, or (with a message) memory is short.
+ */
+ZEL_API int* ZEL_ClosestNodes(ZELDATA* db, const double point[3], int k, int use_subset, int* count);
+
+/**
+ * New array of all nodes whose distance from a point does not exceed radius, nearest first, with their number in count
+ * and, unless it is null, a new array of their distances in *distances. Null, 0 and null when there is none.
+ */
+ZEL_API int* ZEL_ClosestNodesInNeighborhood(ZELDATA* db, const double point[3], double radius, int* count,
+                                            double** distances);
+
+/**
  * Exchanges the records of two nodes: each has the other's index afterwards. Faces, interface nodes and the node lists of
  * stress and strain go on naming the same ids. Mode shapes do not move: values already stored belong to positions in the
  * node table. Unknown ids do nothing.

@@ -98,6 +98,7 @@ static ZELDATA* free_database(ZELDATA* db)
     discard(db->pre_strain);
     discard(db->mode_ids);
     discard(db->selected_modes);
+    nodes_changed(db);
     discard_caches(own(db));
     discard(db->private_data);
     if (current_database == db)

@@ -28,7 +28,8 @@ struct Private
     char* is_interface;                 // owned: 1 for a node of interface_nodes
     int marked_interface_nodes;         // so many entries of interface_nodes are in is_interface
 
-    NearestNodes* nearest[2]; // owned: search structures over all nodes and over the interface nodes
+    NearestNodes* nearest[2]; // owned: search trees over all nodes and over the interface nodes, null: none yet
+    int scans_before_tree[2]; // queries that are answered by scanning before a tree is built
 
     int last_mode;     // that a lookup has found
     int repeated_mode; // 1: a mode number occurs twice

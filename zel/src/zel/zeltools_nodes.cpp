@@ -268,8 +268,6 @@ void discard_caches(Private& caches)
 
 // ---- What a change makes stale -------------------------------------------------------------------------------------------
 
-void nodes_changed(ZELDATA*) {}
-
 void mass_or_modes_changed(ZELDATA* db)
 {
     if (!std::memchr(db->invar_origin, kComputed, sizeof db->invar_origin))

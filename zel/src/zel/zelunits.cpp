@@ -320,6 +320,7 @@ int ZEL_ScaleDatabase(ZELDATA* db)
     if (masses_assumed && r.inertia() != 1.0 && !store_assumed_masses(db))
         return 0;
     scale_nodes(db, r);
+    nodes_changed(db);
     for (int i = 0; i < db->mass.count; ++i)
         db->mass.entries[i].value *= r.inertia();
     for (int i = 0; i < db->stiffness.count; ++i)
