@@ -15,3 +15,6 @@ double EIGPSN(double* x)
     }
     return *x = half;
 }
+
+// The name that gfortran looks for.
+extern "C" ZEL_API decltype(EIGPSN) eigpsn_ __attribute__((alias("EIGPSN")));

@@ -148,3 +148,6 @@ void ZEL_QZHESS(const int* nm, const int* n, double* a, double* b, const int* ma
     for (Index k = 0; k < order - 2; ++k)
         reduce_column(stiffness, mass, vectors, accumulate, order, k);
 }
+
+// The name that gfortran looks for.
+extern "C" ZEL_API decltype(ZEL_QZHESS) zel_qzhess_ __attribute__((alias("ZEL_QZHESS")));

@@ -274,3 +274,6 @@ void ZEL_QZITT(const int* nm, const int* n, double* a, double* b, const double* 
     if (*n > 1)
         mass(*n - 1, 0) = iteration.negligible_b(); // kept there for the next stages
 }
+
+// The name that gfortran looks for.
+extern "C" ZEL_API decltype(ZEL_QZITT) zel_qzitt_ __attribute__((alias("ZEL_QZITT")));

@@ -211,3 +211,6 @@ void ZEL_QZVALL(const int* nm, const int* n, double* a, double* b, double* alfr,
         }
     mass(order - 1, 0) = negligible_b;
 }
+
+// The name that gfortran looks for.
+extern "C" ZEL_API decltype(ZEL_QZVALL) zel_qzvall_ __attribute__((alias("ZEL_QZVALL")));

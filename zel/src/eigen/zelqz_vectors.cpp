@@ -267,3 +267,6 @@ void ZEL_QZVECC(const int* nm, const int* n, double* a, double* b, const double*
             --i;
         }
 }
+
+// The name that gfortran looks for.
+extern "C" ZEL_API decltype(ZEL_QZVECC) zel_qzvecc_ __attribute__((alias("ZEL_QZVECC")));
