@@ -12,6 +12,12 @@ endif()
 message(STATUS "BLAS and LAPACK: ${LAPACK_LIBRARIES} ${BLAS_LIBRARIES}")
 
 find_package(nanoflann REQUIRED)
+
+# Of the command: arguments and JSON.
+if(ZEL_TOOLS)
+  find_package(CLI11 REQUIRED)
+  find_package(nlohmann_json REQUIRED)
+endif()
 if(ZEL_TESTS)
   find_package(GTest REQUIRED)
 endif()

@@ -1,0 +1,172 @@
+#include "body.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+
+extern "C" void dsyev_(const char* vectors, const char* triangle, const int* n, double* a, const int* lda,
+                       double* values, double* work, const int* work_size, int* failed);
+
+namespace zel_command
+{
+
+const std::array<const char*, kBlocks> kBlockNames = {
+    "version_code",
+    "header",
+    "content_summary",
+    "nodal_coords",
+    "element_topology",
+    "global_body_props",
+    "eigenvalues",
+    "mode_shapes",
+    "nodal_masses",
+    "nodal_inertias",
+    "units",
+    "generalized_stiff",
+    "generalized_mass",
+    "element_faces",
+    "generalized_damping",
+    "mode_shape_transformation",
+    "interface_nodes",
+    "modal_stress",
+    "invar1",
+    "invar2",
+    "invar3",
+    "invar4",
+    "invar5",
+    "invar7",
+    "invar8",
+    "invar9",
+    "preload",
+    "modal_loads",
+    "modal_strain",
+    "modal_statistics",
+    "pre_stress",
+    "pre_strain",
+};
+
+MessagesAside::MessagesAside()
+{
+    std::fflush(stdout);
+    output_ = dup(STDOUT_FILENO);
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+}
+
+MessagesAside::~MessagesAside()
+{
+    std::fflush(stdout);
+    dup2(output_, STDOUT_FILENO);
+    close(output_);
+}
+
+Body::Body(const std::string& path)
+{
+    const MessagesAside aside;
+    if (access(path.c_str(), R_OK) != 0)
+        throw std::runtime_error(path + ": " + std::strerror(errno));
+    db_ = ZEL_CreateFromZEL(path.c_str());
+    if (!db_)
+        throw std::runtime_error(path + ": not a readable ZEL file");
+}
+
+Body::~Body()
+{
+    ZEL_UnLink(db_);
+}
+
+std::array<std::string, 4> units_of(const ZELDATA* db)
+{
+    char mass[16], length[16], time[16], force[16];
+    ZEL_Units(db, mass, length, time, force);
+    return {mass, length, time, force};
+}
+
+MassProperties mass_properties(ZELDATA* db)
+{
+    MassProperties body = {};
+    ZEL_TotalMassInertia(db, &body.mass, body.tensor.data(), body.center.data());
+    for (const size_t off_diagonal : {1u, 2u, 3u, 5u, 6u, 7u}) // products of inertia
+        body.tensor[off_diagonal] *= -1.0;
+    return body;
+}
+
+std::vector<double> eigenvalues_of(std::vector<double> matrix, int n)
+{
+    std::vector<double> values(static_cast<size_t>(n)), work(static_cast<size_t>(8 * n + 1));
+    const int work_size = int(work.size());
+    int failed = 0;
+    if (n > 0)
+        dsyev_("N", "U", &n, matrix.data(), &n, values.data(), work.data(), &work_size, &failed);
+    if (failed)
+        throw std::runtime_error("the eigenvalues of a matrix do not converge");
+    return values;
+}
+
+std::array<double, 3> principal_values(std::array<double, 9> tensor)
+{
+    const std::vector<double> values = eigenvalues_of({tensor.begin(), tensor.end()}, 3);
+    return {values[0], values[1], values[2]};
+}
+
+std::array<double, 9> about_center(const MassProperties& body)
+{
+    const auto& c = body.center;
+    const double square = c[0] * c[0] + c[1] * c[1] + c[2] * c[2];
+    std::array<double, 9> tensor = body.tensor;
+    for (size_t i = 0; i < 3; ++i)
+        for (size_t j = 0; j < 3; ++j)
+            tensor[3 * i + j] -= body.mass * ((i == j ? square : 0.0) - c[i] * c[j]);
+    return tensor;
+}
+
+std::vector<Mode> modes_of(ZELDATA* db)
+{
+    const int rigid = ZEL_RigidBodyModeCount(db);
+    std::vector<Mode> modes;
+    for (int i = 0; i < ZEL_ModeCount(db); ++i)
+    {
+        Mode mode = {ZEL_ModeNumber(db, i), 0.0, 0.0, 0.0, 0.0, i < rigid};
+        ZEL_Eigenvalue(db, mode.number, &mode.eigenvalue, &mode.hertz, nullptr, &mode.mass, &mode.stiffness);
+        modes.push_back(mode);
+    }
+    return modes;
+}
+
+std::vector<std::vector<int>> faces_of(const ZELDATA* db)
+{
+    int count = 0, length = 0;
+    ZEL_FaceListSize(db, &count, &length);
+    std::vector<int> list(static_cast<size_t>(length));
+    std::vector<std::vector<int>> faces;
+    if (length == 0 || !ZEL_ElementFaces(db, list.data()))
+        return faces;
+    constexpr int kCountBits = 0x3FFFFFFF; // the two bits above travel with the face
+    for (auto word = list.begin(); word != list.end();)
+    {
+        const int vertices = *word++ & kCountBits;
+        faces.emplace_back(word, word + vertices);
+        word += vertices;
+    }
+    return faces;
+}
+
+std::vector<double> coordinates_of(const ZELDATA* db)
+{
+    int count = 0;
+    std::vector<double> xyz(3 * static_cast<size_t>(ZEL_NodeCount(db)));
+    ZEL_NodeCoordinateList(db, xyz.data(), &count);
+    return xyz;
+}
+
+std::vector<int> interface_of(const ZELDATA* db)
+{
+    int count = 0;
+    const std::unique_ptr<int, void (*)(void*)> nodes(ZEL_InterfaceNodes(db, &count), std::free);
+    return {nodes.get(), nodes.get() + count};
+}
+
+} // namespace zel_command

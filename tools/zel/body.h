@@ -1,0 +1,93 @@
+// A body that was opened from a file, and what several subcommands ask of it.
+#ifndef BODY_H
+#define BODY_H
+
+#include <zel.h>
+
+#include <array>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace zel_command
+{
+
+constexpr int kBlocks = 32;
+
+// Short names of the blocks, block 1 first.
+extern const std::array<const char*, kBlocks> kBlockNames;
+
+// Sends what the library prints on standard output to standard error for the length of a scope.
+class MessagesAside
+{
+public:
+    MessagesAside();
+    ~MessagesAside();
+    MessagesAside(const MessagesAside&) = delete;
+    MessagesAside& operator=(const MessagesAside&) = delete;
+
+private:
+    int output_;
+};
+
+// An open file. Throws std::runtime_error, naming the file, when it cannot be opened or read.
+class Body
+{
+public:
+    explicit Body(const std::string& path);
+    ~Body();
+    Body(const Body&) = delete;
+    Body& operator=(const Body&) = delete;
+    operator ZELDATA*() const { return db_; }
+    ZELDATA* operator->() const { return db_; }
+
+private:
+    ZELDATA* db_;
+};
+
+// The four labels of a text such as "mm,t,s,N", in any order, as canonical labels of mass, length, time and force. Throws
+// std::runtime_error when a unit is unknown or missing.
+std::array<std::string, 4> parse_units(const std::string& text);
+
+// Labels of mass, length, time and force.
+std::array<std::string, 4> units_of(const ZELDATA* db);
+
+struct MassProperties
+{
+    double mass;
+    std::array<double, 3> center;
+    std::array<double, 9> tensor; // about the origin
+};
+
+// From the nodal masses or the stored global properties, whichever the body has.
+MassProperties mass_properties(ZELDATA* db);
+
+// Eigenvalues of a symmetric 3x3 tensor, ascending.
+std::array<double, 3> principal_values(std::array<double, 9> tensor);
+
+// The tensor about the centre of mass (Huygens and Steiner).
+std::array<double, 9> about_center(const MassProperties& body);
+
+struct Mode
+{
+    int number;
+    double eigenvalue, hertz, mass, stiffness;
+    bool rigid;
+};
+std::vector<Mode> modes_of(ZELDATA* db);
+
+// Vertices of every face as node indexes.
+std::vector<std::vector<int>> faces_of(const ZELDATA* db);
+
+// Node coordinates, three a node.
+std::vector<double> coordinates_of(const ZELDATA* db);
+
+// Indexes of the interface nodes.
+std::vector<int> interface_of(const ZELDATA* db);
+
+// Eigenvalues of a symmetric matrix, ascending.
+std::vector<double> eigenvalues_of(std::vector<double> matrix, int n);
+
+} // namespace zel_command
+
+#endif

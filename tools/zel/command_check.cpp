@@ -1,0 +1,361 @@
+// `zel check`: is this body fit for a multibody solver? Each line says Okay or CHECK!, with the figures behind it.
+#include "body.h"
+#include "commands.h"
+
+#include <CLI/CLI.hpp>
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdarg>
+#include <memory>
+#include <numeric>
+
+namespace zel_command
+{
+
+namespace
+{
+struct Finding
+{
+    std::string check;
+    bool okay;
+    std::string figures;
+};
+using Findings = std::vector<Finding>;
+
+using Values = std::unique_ptr<double, void (*)(void*)>;
+} // namespace
+
+[[gnu::format(printf, 1, 2)]] static std::string text(const char* format, ...)
+{
+    std::array<char, 256> line;
+    va_list values;
+    va_start(values, format);
+    std::vsnprintf(line.data(), line.size(), format, values);
+    va_end(values);
+    return line.data();
+}
+
+// Differences below this are rounding: of the file's reals, and of sums over many nodes.
+static double rounding(const ZELDATA* db)
+{
+    return ZEL_Double_Prec(db) ? 1e-8 : 1e-4;
+}
+
+static double largest(const double* values, size_t count)
+{
+    double size = 0.0;
+    for (size_t i = 0; i < count; ++i)
+        size = std::max(size, std::fabs(values[i]));
+    return size;
+}
+
+static double relative_difference(const double* a, const double* b, size_t count, double scale)
+{
+    double difference = 0.0;
+    for (size_t i = 0; i < count; ++i)
+        difference = std::max(difference, std::fabs(a[i] - b[i]));
+    return scale > 0.0 ? difference / scale : difference;
+}
+
+// ---- The file ---------------------------------------------------------------------------------------------------------
+
+static void check_file(ZELDATA* db, Findings& findings)
+{
+    int64_t bytes = 0;
+    for (int block = 0; block < kBlocks; ++block)
+        bytes += ZEL_size_of_block(db, block);
+    findings.push_back(
+        {"blocks fill the file", bytes == db->file_size,
+         text("%lld of %lld bytes", static_cast<long long>(bytes), static_cast<long long>(db->file_size))});
+    int unreadable = 0, vectors = 0;
+    for (int kind = 0; kind < ZEL_MODE_KINDS; ++kind)
+    {
+        std::vector<double> vector(6 * static_cast<size_t>(ZEL_ModeNodeCount(db, kind)));
+        for (int i = 0; ZEL_ModeExist(db, kind) && i < ZEL_ModeCount(db); ++i, ++vectors)
+            unreadable += ZEL_Mode(db, ZEL_ModeNumber(db, i), kind, vector.data(), 0) == 0;
+    }
+    findings.push_back({"mode vectors can be read", unreadable == 0, text("%d of %d", vectors - unreadable, vectors)});
+}
+
+static void check_counts(ZELDATA* db, Findings& findings)
+{
+    const int modes = ZEL_ModeCount(db);
+    const bool agree = (!ZEL_Exists(db, 6) || db->eigenvalue_count == modes) &&
+                       (!ZEL_Exists(db, 15) || db->transformation_order == modes) &&
+                       ZEL_ModeNodeCount(db, 0) <= ZEL_NodeCount(db);
+    findings.push_back({"counts agree", agree,
+                        text("%d modes, %d eigenvalues, %d of %d nodes in the modes", modes, db->eigenvalue_count,
+                             ZEL_ModeNodeCount(db, 0), ZEL_NodeCount(db))});
+}
+
+// ---- Mass -------------------------------------------------------------------------------------------------------------
+
+// The global properties as stored, with a tensor instead of products of inertia.
+static MassProperties stored_properties(const ZELDATA* db)
+{
+    MassProperties body = {};
+    body.mass = db->total_mass;
+    std::copy_n(db->center_of_mass, 3, body.center.begin());
+    std::copy_n(db->inertia_tensor, 9, body.tensor.begin());
+    for (const size_t off_diagonal : {1u, 2u, 3u, 5u, 6u, 7u})
+        body.tensor[off_diagonal] *= -1.0;
+    return body;
+}
+
+static MassProperties nodal_properties(const ZELDATA* db)
+{
+    MassProperties body = {};
+    for (int node = 0; node < ZEL_NodeCount(db); ++node)
+    {
+        double mass, s[3], inertia[9];
+        ZEL_NodalMassAndGeometry(db, node, &mass, s);
+        body.mass += mass;
+        const bool has_inertia = ZEL_NodalInertia(db, node, inertia) != 0;
+        for (size_t i = 0; i < 3; ++i)
+        {
+            body.center[i] += mass * s[i];
+            for (size_t j = 0; j < 3; ++j)
+                body.tensor[3 * i + j] +=
+                    mass * ((i == j ? s[0] * s[0] + s[1] * s[1] + s[2] * s[2] : 0.0) - s[i] * s[j]) +
+                    (has_inertia ? inertia[3 * i + j] : 0.0);
+        }
+    }
+    for (double& coordinate : body.center)
+        coordinate = body.mass != 0.0 ? coordinate / body.mass : 0.0;
+    return body;
+}
+
+static MassProperties invariant_properties(ZELDATA* db)
+{
+    MassProperties body = {};
+    body.mass = ZEL_Invar1(db);
+    const Values moment(ZEL_Invar2(db), std::free), tensor(ZEL_Invar7(db), std::free);
+    for (size_t i = 0; moment && i < 3; ++i)
+        body.center[i] = body.mass != 0.0 ? moment.get()[i] / body.mass : 0.0;
+    if (tensor)
+        std::copy_n(tensor.get(), 9, body.tensor.begin());
+    return body;
+}
+
+static void check_mass(ZELDATA* db, Findings& findings)
+{
+    constexpr int kBody = 5, kMasses = 8, kInvariant1 = 18;
+    std::vector<std::pair<const char*, MassProperties>> sources;
+    if (ZEL_Exists(db, kBody))
+        sources.emplace_back("stored", stored_properties(db));
+    if (ZEL_Exists(db, kMasses))
+        sources.emplace_back("nodes", nodal_properties(db));
+    if (ZEL_Exists(db, kInvariant1))
+        sources.emplace_back("invariants", invariant_properties(db));
+    if (sources.empty())
+    {
+        findings.push_back({"mass properties", false, "the body has none"});
+        return;
+    }
+    std::string figures;
+    double difference = 0.0;
+    const MassProperties& base = sources[0].second;
+    const double size = ZEL_BodySize(db);
+    for (const auto& [name, body] : sources)
+    {
+        figures += text("%s %.6g ", name, body.mass);
+        difference =
+            std::max({difference, relative_difference(&body.mass, &base.mass, 1, std::fabs(base.mass)),
+                      relative_difference(body.center.data(), base.center.data(), 3, size),
+                      relative_difference(body.tensor.data(), base.tensor.data(), 9, largest(base.tensor.data(), 9))});
+    }
+    const bool okay = base.mass > 0.0 && difference <= rounding(db);
+    findings.push_back(
+        {"mass, centre and inertia agree", okay, figures + text("(largest difference %.1e)", difference)});
+}
+
+// ---- Modes ------------------------------------------------------------------------------------------------------------
+
+// A generalized matrix: is it symmetric, and are its eigenvalues not below zero?
+static void check_matrix(ZELDATA* db, const char* name, int (*query)(ZELDATA*, double*, int), bool definite,
+                         Findings& findings)
+{
+    const int n = ZEL_ModeCount(db);
+    std::vector<double> matrix(static_cast<size_t>(n) * static_cast<size_t>(n));
+    if (n == 0 || !query(db, matrix.data(), n))
+        return;
+    const double size = largest(matrix.data(), matrix.size());
+    double asymmetry = 0.0;
+    for (size_t i = 0; i < size_t(n); ++i)
+        for (size_t j = 0; j < i; ++j)
+            asymmetry = std::max(asymmetry, std::fabs(matrix[i * size_t(n) + j] - matrix[j * size_t(n) + i]));
+    const double lowest = eigenvalues_of(matrix, n).front();
+    constexpr double kSmall = 1e-8;
+    const bool okay = asymmetry <= kSmall * size && (definite ? lowest > 0.0 : lowest >= -kSmall * size);
+    findings.push_back({std::string(name) + (definite ? " symmetric and positive" : " symmetric and not negative"),
+                        okay,
+                        text("asymmetry %.1e, lowest eigenvalue %.3e", size > 0.0 ? asymmetry / size : 0.0, lowest)});
+}
+
+// Sum over the nodes of mass times the product of two modes' translations. It is the trace of an invariant: the trace of
+// the sum of m (phi_j phi_i' - (phi_i.phi_j) E) is -2 times it.
+static double mass_product(ZELDATA* db, int i, int j)
+{
+    const Values invariant(ZEL_Invar9(db, i, j), std::free);
+    return invariant ? -0.5 * (invariant.get()[0] + invariant.get()[4] + invariant.get()[8]) : 0.0;
+}
+
+static void check_rigid_modes(ZELDATA* db, Findings& findings)
+{
+    constexpr int kRigid = 6;
+    constexpr double kOrthogonal = 1e-3;
+    const int rigid = ZEL_RigidBodyModeCount(db), modes = ZEL_ModeCount(db);
+    findings.push_back({"six rigid-body modes in front", rigid == kRigid, text("%d found", rigid)});
+    double diagonal = 0.0, outside = 0.0, deviation = 0.0;
+    for (int i = 0; i < modes; ++i)
+        for (int j = i; j < modes; ++j)
+        {
+            const double product = mass_product(db, i, j);
+            diagonal = i == j ? std::max(diagonal, std::fabs(product)) : diagonal;
+            outside = i != j && i < rigid && j < rigid ? std::max(outside, std::fabs(product)) : outside;
+            double generalized = i == j ? 1.0 : 0.0;
+            if (i == j)
+                ZEL_Eigenvalue(db, ZEL_ModeNumber(db, i), nullptr, nullptr, nullptr, &generalized, nullptr);
+            deviation = std::max(deviation, std::fabs(product - generalized) / std::max(1.0, std::fabs(generalized)));
+        }
+    if (diagonal == 0.0)
+    {
+        findings.push_back({"modes orthonormal over the nodal masses", true,
+                            "not tested: neither nodal masses under all modes nor invariant 9"});
+        return;
+    }
+    findings.push_back({"rigid-body modes orthogonal", outside <= kOrthogonal * diagonal,
+                        text("largest product %.1e of %.3g", outside, diagonal)});
+    // Lumped masses differ from the consistent ones that normalised the modes, more so for higher modes.
+    constexpr double kLumping = 0.1;
+    findings.push_back({"modes orthonormal over the nodal masses", deviation <= kLumping,
+                        text("largest deviation from the generalized mass %.1e", deviation)});
+}
+
+// Invariant 3 against its sums over the nodes, where the modes cover the masses.
+static void check_invariants(ZELDATA* db, Findings& findings)
+{
+    constexpr int kMasses = 8, kInvariant3 = 20;
+    const size_t nodes = size_t(ZEL_NodeCount(db)), modes = size_t(ZEL_ModeCount(db));
+    if (!ZEL_Exists(db, kMasses) || !ZEL_Exists(db, kInvariant3) || ZEL_ModeNodeCount(db, 0) != ZEL_NodeCount(db))
+        return;
+    const Values stored(ZEL_Invar3(db), std::free);
+    std::vector<double> shape(3 * nodes), sums(3 * modes);
+    double scale = 0.0;
+    for (size_t k = 0; stored && k < modes; ++k)
+    {
+        if (!ZEL_Mode(db, ZEL_ModeNumber(db, int(k)), ZEL_MODE_SHAPE, shape.data(), 0))
+            continue;
+        for (size_t p = 0; p < nodes; ++p)
+            for (size_t c = 0; c < 3; ++c)
+            {
+                const double term = ZEL_NodalMass(db, int(p)) * shape[3 * p + c];
+                sums[c * modes + k] += term;
+                scale += std::fabs(term);
+            }
+    }
+    const double difference = stored ? relative_difference(stored.get(), sums.data(), sums.size(), scale) : 1.0;
+    findings.push_back({"invariant 3 follows from modes and masses", difference <= rounding(db),
+                        text("largest difference %.1e", difference)});
+}
+
+// ---- Nodes and units --------------------------------------------------------------------------------------------------
+
+static void check_nodes(ZELDATA* db, Findings& findings)
+{
+    const std::vector<double> xyz = coordinates_of(db);
+    const size_t nodes = xyz.size() / 3;
+    std::vector<size_t> order(nodes);
+    std::iota(order.begin(), order.end(), size_t(0));
+    const auto point = [&](size_t node) {
+        return std::array<double, 3>{xyz[3 * node], xyz[3 * node + 1], xyz[3 * node + 2]};
+    };
+    std::sort(order.begin(), order.end(), [&](size_t a, size_t b) { return point(a) < point(b); });
+    int coincident = 0, at_origin = 0;
+    for (size_t i = 0; i < nodes; ++i)
+    {
+        coincident += i > 0 && point(order[i]) == point(order[i - 1]);
+        at_origin += point(i) == std::array<double, 3>{};
+    }
+    findings.push_back({"nodes at distinct points", coincident == 0 && at_origin <= 1,
+                        text("%d coincide with another, %d at the origin", coincident, at_origin)});
+
+    const int moving = ZEL_ModeNodeCount(db, 0);
+    std::vector<bool> on_face(nodes);
+    for (const std::vector<int>& face : faces_of(db))
+        for (const int node : face)
+            on_face[size_t(node)] = true;
+    int isolated = 0;
+    for (size_t node = 0; node < nodes; ++node)
+        isolated += on_face[node] && int(node) >= moving;
+    findings.push_back({"face nodes move with the modes", isolated == 0, text("%d do not", isolated)});
+
+    const std::vector<int> interface_nodes = interface_of(db);
+    const auto off = std::count_if(interface_nodes.begin(), interface_nodes.end(),
+                                   [&](int node) { return node >= moving || !on_face[size_t(node)]; });
+    findings.push_back({"interface nodes on the body", off == 0 && !interface_nodes.empty(),
+                        text("%zu interface nodes, %td without mode shapes or faces", interface_nodes.size(), off)});
+}
+
+static void check_units(ZELDATA* db, Findings& findings)
+{
+    const double factor = ZEL_UCF(db);
+    const auto units = units_of(db);
+    const std::string meaning = std::fabs(factor - 1.0) <= 1e-4
+                                    ? ""
+                                    : text(": eigenvalues are multiplied by %.6g to give squared frequencies", factor);
+    findings.push_back({"units consistent", meaning.empty(),
+                        units[0] + ", " + units[1] + ", " + units[2] + ", " + units[3] + meaning});
+}
+
+static Findings findings_of(ZELDATA* db)
+{
+    Findings findings;
+    check_file(db, findings);
+    check_counts(db, findings);
+    check_mass(db, findings);
+    check_rigid_modes(db, findings);
+    check_matrix(db, "generalized mass", ZEL_GenMassFull, true, findings);
+    check_matrix(db, "generalized stiffness", ZEL_GenStiffFull, false, findings);
+    check_invariants(db, findings);
+    check_nodes(db, findings);
+    check_units(db, findings);
+    return findings;
+}
+
+} // namespace zel_command
+
+using namespace zel_command;
+
+void add_check_command(CLI::App& app, int& status)
+{
+    struct Options
+    {
+        std::string file;
+        bool json = false;
+    };
+    const auto options = std::make_shared<Options>();
+    CLI::App* command = app.add_subcommand("check", "Is the body fit for a multibody solver?");
+    command->add_option("FILE", options->file, "ZEL file")->required();
+    command->add_flag("--json", options->json, "print JSON");
+    command->callback([options, &status] {
+        const Body body(options->file);
+        const Findings findings = findings_of(body);
+        nlohmann::ordered_json list = nlohmann::ordered_json::array();
+        status = kFine;
+        for (const Finding& f : findings)
+        {
+            if (!f.okay)
+                status = kDifferences;
+            if (options->json)
+                list.push_back({{"check", f.check}, {"okay", f.okay}, {"figures", f.figures}});
+            else
+                std::printf("%-7s %-42s %s\n", f.okay ? "Okay" : "CHECK!", f.check.c_str(), f.figures.c_str());
+        }
+        if (options->json)
+            std::printf("%s\n", list.dump(2).c_str());
+    });
+}

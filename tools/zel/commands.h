@@ -1,0 +1,20 @@
+// The subcommands of `zel`, one file each: every function adds its own to the application and leaves the exit status.
+#ifndef COMMANDS_H
+#define COMMANDS_H
+
+namespace CLI
+{
+class App;
+}
+
+constexpr int kFine = 0;        // exit status
+constexpr int kDifferences = 1; // differences were found, or checks failed
+constexpr int kUnusable = 2;    // bad usage or an unreadable file
+
+void add_info_command(CLI::App& app, int& status);
+void add_contents_command(CLI::App& app, int& status);
+void add_check_command(CLI::App& app, int& status);
+void add_convert_command(CLI::App& app, int& status);
+void add_export_command(CLI::App& app, int& status);
+
+#endif

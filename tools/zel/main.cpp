@@ -1,0 +1,30 @@
+// zel: flexible bodies at the command line. Results go to standard output, messages and progress to standard error.
+#include <CLI/CLI.hpp>
+
+#include "commands.h"
+
+int main(int argc, char** argv)
+{
+    CLI::App app{"Makes, shows and checks flexible bodies for multibody dynamics.", "zel"};
+    app.set_version_flag("--version", "zel " ZEL_VERSION);
+    app.require_subcommand(1);
+    app.footer("Exit status: 0 fine, 1 differences or failed checks, 2 wrong usage or an unusable file.");
+    int status = kFine;
+    for (const auto add :
+         {add_info_command, add_contents_command, add_check_command, add_convert_command, add_export_command})
+        add(app, status);
+    try
+    {
+        app.parse(argc, argv);
+    }
+    catch (const CLI::ParseError& error)
+    {
+        return app.exit(error) == 0 ? kFine : kUnusable;
+    }
+    catch (const std::exception& problem)
+    {
+        std::fprintf(stderr, "zel: %s\n", problem.what());
+        return kUnusable;
+    }
+    return status;
+}
