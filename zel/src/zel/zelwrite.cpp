@@ -182,48 +182,40 @@ static void choose_range(Writer& out)
 
 // ---- Invariants and body properties ----------------------------------------------------------------------------------------------
 
-namespace
+// Announces and fills a set of invariants. 0, with a message, when one cannot be had.
+static int compute_invariants(ZELDATA* db, InvariantSet set)
 {
-struct InvariantNotes
-{
-    const char *announcement, *extent;
-};
-} // namespace
-
-// Announces and fills a set of invariants. What cannot be had stays zero or fails when its block is written.
-static void compute_invariants(ZELDATA* db, InvariantSet set)
-{
-    const InvariantNotes notes = set == InvariantSet::rigid ? InvariantNotes{"Computing *rigid* invariants", "full"}
-                                 : set == InvariantSet::fast
-                                     ? InvariantNotes{"Computing fast set of invariants", "partial"}
-                                     : InvariantNotes{"Computing *all* invariants", "full"};
-    ZEL_Info("%s", notes.announcement);
+    const char *what = "*all* invariants", *extent = "full";
+    if (set == InvariantSet::rigid)
+        what = "*rigid* invariants";
+    if (set == InvariantSet::fast)
+    {
+        what = "fast set of invariants";
+        extent = "partial";
+    }
+    ZEL_Info("Computing %s", what);
     if (!mass_data_suffices(db, set))
         ZEL_Warning("There is insufficient mass data to compute a %s set of mass invariants.\n"
                     "Some or all mass invariants will be set to zero.",
-                    notes.extent);
-    fill_invariants(db, set);
+                    extent);
+    return fill_invariants(db, set);
 }
 
-static void settle_invariants(Writer& out)
+static int settle_invariants(Writer& out)
 {
     for (const Invariant& invariant : kInvariants)
         copy_flags(out, {invariant.block});
-    switch (out.options.invariants)
+    if (out.options.invariants == InvariantOption::illegal)
     {
-    case InvariantOption::none: break;
-    case InvariantOption::illegal: fail("Illegal invariants option, use full_invar or fast_invar."); break;
-    case InvariantOption::all:
-        compute_invariants(out.db, InvariantSet::all);
-        for (const Invariant& invariant : kInvariants)
-            out.set(invariant.block, true);
-        break;
-    case InvariantOption::fast:
-        compute_invariants(out.db, InvariantSet::fast);
-        for (const Invariant& invariant : kInvariants)
-            out.set(invariant.block, invariant.number != 5 && invariant.number != 9);
-        break;
+        fail("Illegal invariants option, use full_invar or fast_invar.");
+        return 1; // the write goes on with what there is
     }
+    if (out.options.invariants == InvariantOption::none)
+        return 1;
+    const bool all = out.options.invariants == InvariantOption::all;
+    for (const Invariant& invariant : kInvariants)
+        out.set(invariant.block, all || (invariant.number != 5 && invariant.number != 9));
+    return compute_invariants(out.db, all ? InvariantSet::all : InvariantSet::fast);
 }
 
 // Mass, centre of mass and inertia of the body from invariants 1, 2 and 7. The properties hold products of inertia, the
@@ -292,16 +284,16 @@ static void drop_statistics(Writer& out)
 }
 
 // Leaves the body without its modes.
-static void prune_modal_content(Writer& out)
+static int prune_modal_content(Writer& out)
 {
     const bool properties = out.has(kBlockBody);
     std::memset(out.flags, 0, sizeof out.flags);
     take_rigid_content(out);
     out.set(kBlockBody, properties);
     drop_statistics(out);
-    compute_invariants(out.db, InvariantSet::rigid);
     for (int block : {kBlockInvar1, kBlockInvar2, kBlockInvar7})
         out.set(block, true);
+    return compute_invariants(out.db, InvariantSet::rigid);
 }
 
 static void convert_units(Writer& out)
@@ -390,11 +382,10 @@ static int run_pipeline(Writer& out, const char* name)
     take_plain_content(out);
     settle_modes(out);
     choose_range(out);
-    settle_invariants(out);
-    if (!settle_body(out) || !settle_loads_and_statistics(out))
+    if (!settle_invariants(out) || !settle_body(out) || !settle_loads_and_statistics(out))
         return 0;
-    if (out.options.no_modal_content)
-        prune_modal_content(out);
+    if (out.options.no_modal_content && !prune_modal_content(out))
+        return 0;
     convert_units(out);
     prune_to_format(out);
     if (!settle_mode_nodes(out))
