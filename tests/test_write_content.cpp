@@ -189,6 +189,40 @@ TEST_F(WriteContent, ModesThatAreNotOrthogonalHaveNoFrequencies)
     EXPECT_EQ(errors, "WARNING:  Attempting to look at eigenvalues of non-orthogonal data\n");
 }
 
+// Modes 1 and 2 are coupled by stiffness; the file has their combinations, and what they are made of.
+TEST_F(WriteContent, OrthogonalModesComeWithEigenvaluesAndTransformation)
+{
+    ZELDATA* db = bar();
+    for (const auto& [row, column] : {std::pair{11, 12}, std::pair{12, 11}})
+        ZEL_SetGeneralizedStiffness(db, row, column, 2000.0);
+    const double a = stiffness_of(10.0), b = stiffness_of(20.0), mean = 0.5 * (a + b),
+                 root = std::hypot(0.5 * (b - a), 2000.0);
+    ZELDATA* read = rewrite(db, "");
+    EXPECT_EQ(errors, "");
+    for (int block : {7, 8, 16})
+        EXPECT_TRUE(ZEL_Exists(read, block - 1)) << block;
+    EXPECT_FALSE(ZEL_Exists(read, 11) || ZEL_Exists(read, 12));
+    const double eigenvalues[kModes] = {mean - root, mean + root, stiffness_of(30.0), stiffness_of(40.0)};
+    std::vector<double> transformation(kModes * kModes), values(6 * kNodes);
+    ASSERT_TRUE(ZEL_Transformation(read, transformation.data()));
+    for (int mode = 0; mode < kModes; ++mode)
+    {
+        double eigenvalue, mass;
+        ASSERT_TRUE(ZEL_Eigenvalue(read, mode + 1, &eigenvalue, nullptr, nullptr, &mass, nullptr));
+        EXPECT_NEAR(eigenvalue, eigenvalues[mode], 1e-11 * eigenvalues[3]);
+        EXPECT_EQ(mass, 1.0);
+        ASSERT_TRUE(ZEL_Read_Mode_Double(read, mode + 1, 0, values.data()));
+        double expected = 0.0; // of node 3, rotation about y
+        for (int old = 0; old < kModes; ++old)
+            expected += transformation[size_t(mode * kModes + old)] * shape(old, 3, 4);
+        EXPECT_NEAR(values[6 * 2 + 4], expected, 1e-11 * 1000.0);
+    }
+    // Modes that are orthogonal stay what they are.
+    const std::string first = bytes_of(read->zel_file.name);
+    EXPECT_EQ(bytes_of(rewrite(read, "")->zel_file.name), first);
+    EXPECT_EQ(ZEL_ModeCount(rewrite(read, "lowpass(25) no_ortho")), 2);
+}
+
 TEST_F(WriteContent, ABodyWithoutModesIsWritten)
 {
     ZELDATA* db = ZEL_Create(0, 0);

@@ -4,12 +4,11 @@
 // orthogonal modes, invariants, projection on principal axes, reduction of the modal data, units. Then the blocks are
 // written in the order of their numbers, each by the function of its row in the table of blocks. The output appears as a
 // whole or not at all.
+#include "zelwrite.h"
 #include "zel.h"
 #include "zelfile.h"
 #include "zelinvar.h"
 #include "zelwrite_blocks.h"
-
-#include <unistd.h>
 
 #include <algorithm>
 #include <initializer_list>
@@ -132,7 +131,11 @@ static void settle_modes(Writer& out)
     }
     else
     {
-        out.set(kBlockTransformation, db->mode_count > 0 && db->transformation);
+        const bool had_transformation = db->transformation;
+        const int orthogonal = orthogonalise_modes(db);
+        if (!orthogonal && db->mode_count > 0)
+            check_eigenvalues(db); // only for the records: what is wrong with the modes is no reason to stop
+        out.set(kBlockTransformation, db->mode_count > 0 && (orthogonal || had_transformation));
         out.set(kBlockEigenvalues, db->mode_count > 0);
     }
     out.set(kBlockModes, out.has(kBlockModes) && db->mode_count > 0);
@@ -353,19 +356,18 @@ static int write_block(Writer& out, int number)
     return row.write(out, row) ? 1 : fail("%s", row.unwritten);
 }
 
-static void start_progress(Writer& out)
+static Progress progress_of(const Writer& out)
 {
-    out.shows_progress = isatty(fileno(stdout));
     int kinds = 0;
     for (int block : {kBlockModes, kBlockStress, kBlockStrain})
         kinds += out.has(block);
-    if (out.shows_progress)
-        ZEL_TimeMonitor(kinds * out.count);
+    return Progress(int64_t(kinds) * out.count);
 }
 
 static int write_content(Writer& out)
 {
-    start_progress(out);
+    const Progress progress = progress_of(out);
+    out.progress = &progress;
     if (!write_block(out, kBlockSummary))
         return 0;
     for (int number = kBlockSummary + 1; number <= kBlockCount; ++number)

@@ -4,6 +4,7 @@
 
 #include "zelblocks.h"
 #include "zelstream.h"
+#include "zelwrite.h"
 #include "zelwrite_options.h"
 
 namespace zel
@@ -27,9 +28,9 @@ struct Writer
     char flags[100] = {};     // content summary of the file
     int first = 0, count = 0; // of the modes that are exported; the file numbers them from 1
     ModeNodes mode_nodes[ZEL_MODE_KINDS] = {};
-    bool convertible = true; // the units may be changed to SI
-    bool shows_progress = false;
-    int last_block = kBlockVersion; // that was begun
+    bool convertible = true;            // the units may be changed to SI
+    const Progress* progress = nullptr; // one step for each mode vector that is written
+    int last_block = kBlockVersion;     // that was begun
 
     Writer(ZELDATA* database, FILE* open_file) : db(database) { file.file = open_file; }
     ~Writer();
@@ -46,11 +47,6 @@ struct Writer
 // name no nodes of their own: a block of zero vectors is added where modal stress is missing, or they are left out when
 // there are no modes. 0, with a message, when memory is short or a stored vector cannot be read.
 int settle_mode_nodes(Writer& out);
-
-// Drops the modal data of nodes that carry no geometry (zelwrite_reduce.cpp); the nodes themselves stay, those of the mode
-// shapes first. Inertia invariants, which are of the whole body, stay too. 1, also when there is nothing to drop; 0, with a
-// message and the database as it was, when memory or disk is short.
-int reduce_to_geometry_nodes(ZELDATA* db);
 
 // The writers of the table's rows: 1; 0 when something cannot be written or read, or, with a message, when memory is short.
 // zelwrite_blocks.cpp:

@@ -339,8 +339,7 @@ int write_mode_vectors(Writer& out, const Block& row)
             return 0;
         if (!write_vector(out, kind, mode, source, slice.data))
             return 0;
-        if (out.shows_progress)
-            ZEL_TimeMonitorStamp();
+        out.progress->step();
     }
     return 1;
 }

@@ -4,7 +4,7 @@
 #include "zeldb.h"
 #include "zelfaces.h"
 #include "zelmodes.h"
-#include "zelwrite_blocks.h"
+#include "zelwrite.h"
 
 #include <algorithm>
 
