@@ -1,16 +1,16 @@
 // Mode vectors that are set in any order come back as set, from files of the stated layout; what fails loses nothing.
 #include "fixtures.h"
 
-#include "zelmem.h"
+#include "zeldb.h"
 #include "zelmodes.h"
 
 #include <sys/mount.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstring>
 #include <map>
 #include <random>
 
@@ -113,4 +113,269 @@ TEST_F(Modes, ComeBackFromEveryOrderOfCalls)
     set_at_random(50, 2000);
     zel::refuse_reservation = true;
     set_at_random(3000, 2000);
+}
+
+// Twelve records of six values of eight bytes for five nodes each; stress positions follow the order of first mention.
+TEST_F(Modes, LieAtTheStatedOffsets)
+{
+    ZELDATA* db = ZEL_Create(5, 12);
+    for (int id : {30, 10, 20})
+        ZEL_SetNodeCoordinates(db, id, 0, 0, 0);
+    ASSERT_EQ(ZEL_SetMode(db, 8, 20, ZEL_MODE_SHAPE, 1, 2, 3, 4, 5, 6), 1);
+    ASSERT_EQ(ZEL_SetModeEntry(db, 9, 30, ZEL_MODAL_STRESS, 3, 0.25), 1);
+    ASSERT_EQ(ZEL_SetModeEntry(db, 9, 10, ZEL_MODAL_STRESS, 5, 0.5), 1);
+    const auto value_at = [](const std::string& bytes, size_t at) {
+        double value;
+        std::memcpy(&value, bytes.data() + at, sizeof value);
+        return value;
+    };
+    const std::string shapes = bytes_of(db->mode_file.name), stresses = bytes_of(db->stress_file.name);
+    ASSERT_EQ(shapes.size(), 12u * 5 * 48);
+    ASSERT_EQ(stresses.size(), 12u * 5 * 48);
+    EXPECT_EQ(value_at(shapes, 2 * 48), 1.0); // mode index 0, node index 2
+    EXPECT_EQ(value_at(shapes, 2 * 48 + 40), 6.0);
+    EXPECT_EQ(value_at(stresses, 5 * 48 + 24), 0.25); // mode index 1, stress position 0
+    EXPECT_EQ(value_at(stresses, 5 * 48 + 48 + 40), 0.5);
+    EXPECT_EQ(std::count(shapes.begin(), shapes.end(), '\0'), std::ptrdiff_t(shapes.size()) - 11);
+    EXPECT_EQ(folder_.files().size(), 2u);
+    ZEL_UnLink(db);
+    EXPECT_TRUE(folder_.files().empty());
+}
+
+TEST_F(Modes, OfOneNumberAreReadOnce)
+{
+    ZELDATA* db = ZEL_Create(10, 3);
+    ZEL_SetMode(db, 1, 5, ZEL_MODAL_STRESS, 1, 2, 3, 4, 5, 6);
+    ZEL_SetMode(db, 0, 5, ZEL_MODAL_STRESS, 7, 8, 9, 10, 11, 12); // pre-stress
+    double out[6] = {};
+    const int64_t before = zel::mode_reads;
+    ASSERT_EQ(ZEL_Mode(db, 1, ZEL_MODAL_STRESS, out, 0), 1);
+    ASSERT_EQ(ZEL_Mode(db, 1, ZEL_MODAL_STRESS, out + 3, 1), 1);
+    EXPECT_EQ((std::vector<double>(out, out + 6)), (std::vector<double>{1, 2, 3, 4, 5, 6}));
+    EXPECT_EQ(zel::mode_reads, before + 1);
+    ZEL_SetModeEntry(db, 1, 5, ZEL_MODAL_STRESS, 0, -1); // stays stale here, but not for whole vectors
+    ASSERT_EQ(ZEL_ModeByNode(db, 1, ZEL_MODAL_STRESS, 5, out, 0), 1);
+    EXPECT_EQ(out[0], 1.0);
+    EXPECT_EQ(zel::mode_reads, before + 1);
+    EXPECT_EQ(whole_vector(db, 1, ZEL_MODAL_STRESS)[0], -1.0);
+
+    // The pre-stress takes the place of the vector; a mode that is added then is not mistaken for it.
+    ASSERT_EQ(ZEL_ModeByNode(db, 0, ZEL_MODAL_STRESS, 5, out, 0), 1);
+    EXPECT_EQ(out[0], 7.0);
+    ASSERT_EQ(ZEL_AddMode(db, 2), 1);
+    ASSERT_EQ(ZEL_ModeByNode(db, 2, ZEL_MODAL_STRESS, 5, out, 0), 1);
+    EXPECT_EQ(out[0], 0.0);
+    ASSERT_EQ(ZEL_ModeByNode(db, 0, ZEL_MODAL_STRESS, 5, out, 1), 1);
+    ZEL_SetModeEntry(db, 0, 5, ZEL_MODAL_STRESS, 3, 70);
+    ASSERT_EQ(ZEL_ModeByNode(db, 0, ZEL_MODAL_STRESS, 5, out, 1), 1);
+    EXPECT_EQ(out[0], 70.0);
+
+    // A vector that has become longer is read anew.
+    ASSERT_EQ(ZEL_Mode(db, 1, ZEL_MODAL_STRESS, out, 0), 1);
+    ZEL_SetModeEntry(db, 1, 6, ZEL_MODAL_STRESS, 1, 60);
+    ASSERT_EQ(ZEL_ModeByNode(db, 1, ZEL_MODAL_STRESS, 6, out, 0), 1);
+    EXPECT_EQ(out[1], 60.0);
+    out[0] = out[1] = 5.0;
+    EXPECT_EQ(ZEL_ModeByNode(db, 1, ZEL_MODAL_STRESS, 7, out, 0), 0);
+    EXPECT_EQ(out[0] + out[1], 0.0);
+    EXPECT_EQ(ZEL_Mode(db, 1, ZEL_MODAL_STRESS, out, 2), 0);
+    EXPECT_EQ(ZEL_Mode(db, 3, ZEL_MODAL_STRESS, out, 0), 0);
+    EXPECT_EQ(ZEL_Mode(db, 1, ZEL_MODE_SHAPE, out, 0), 0); // no shape was ever set
+}
+
+TEST_F(Modes, WithNumberZeroOfStressAndStrainArePreloads)
+{
+    ZELDATA* db = ZEL_Create(1, 1); // room for one stress record says nothing of the pre-stress
+    ZEL_SetNodeCoordinates(db, 1, 0, 0, 0);
+    for (int id : {7, 3, 9, 3})
+        ASSERT_EQ(ZEL_SetMode(db, 0, id, ZEL_MODAL_STRAIN, id, 0, 0, 0, 0, 0.1), 1);
+    ASSERT_EQ(ZEL_SetModeEntry(db, 0, 1, ZEL_MODAL_STRAIN, 1, 2.5), 1);
+    EXPECT_EQ(db->mode_count, 0);
+    EXPECT_TRUE(folder_.files().empty());
+    const std::vector<double> doubles = whole_vector(db, 0, ZEL_MODAL_STRAIN);
+    const std::vector<double> expected = {7, 0, 0, 0, 0, 0.1, 3, 0,   0, 0, 0, 0.1,
+                                          9, 0, 0, 0, 0, 0.1, 0, 2.5, 0, 0, 0, 0};
+    EXPECT_EQ(doubles, expected);
+    std::vector<float> floats(24);
+    ASSERT_EQ(ZEL_Read_Mode_Single(db, 0, ZEL_MODAL_STRAIN, floats.data()), 1);
+    EXPECT_EQ(floats[5], 0.1f);
+    EXPECT_EQ(ZEL_Read_Mode_Single(db, 0, ZEL_MODAL_STRESS, floats.data()), 0);
+    for (int id = 100; id < 2600; ++id)
+        ASSERT_EQ(ZEL_SetModeEntry(db, 0, id, ZEL_MODAL_STRAIN, 5, id), 1);
+    EXPECT_EQ(whole_vector(db, 0, ZEL_MODAL_STRAIN)[6 * 2503 + 5], 2599.0);
+
+    // With a mode shape, zero is a number like any other; temporary files hold doubles only.
+    ASSERT_EQ(ZEL_SetMode(db, 0, 1, ZEL_MODE_SHAPE, 1, 0, 0, 0, 0, 0), 1);
+    EXPECT_EQ(db->mode_count, 1);
+    std::vector<float> shape(6 * 3000);
+    EXPECT_EQ(ZEL_Read_Mode_Single(db, 0, ZEL_MODE_SHAPE, shape.data()), 0);
+}
+
+// Everything that was set before a failure is still there after it.
+TEST_F(Modes, SurviveBadInput)
+{
+    ZELDATA* db = ZEL_Create(2, 2);
+    ZEL_SetMode(db, 5, 1, 0, 1, 2, 3, 4, 5, 6);
+    ZEL_SetMode(db, 6, 2, 0, 7, 8, 9, 10, 11, 12);
+    const double six[6] = {}, not_finite[6] = {0, 0, std::nan(""), 0, 0, 0};
+    const auto message = [](auto action) {
+        int result = -2;
+        const std::string text = errors_of([&] { result = action(); });
+        EXPECT_LE(result, 0);
+        return text;
+    };
+    EXPECT_EQ(message([&] { return ZEL_SetModeVec(db, 7, 1, 0, six); }),
+              "ERROR:  Insufficient room for mode 7 in temporary mode shape file.  \n"
+              "ERROR:  Specify larger number of modes in ZEL_Create.\nERROR:  \n");
+    EXPECT_EQ(message([&] { return ZEL_AddMode(db, 5); }).find("ERROR:  Insufficient room for mode 5"), 0u);
+    EXPECT_NE(message([&] { return ZEL_SetModeVec(db, 5, 77, 0, six); }).find("node 77"), std::string::npos);
+    EXPECT_NE(message([&] { return ZEL_SetModeVec(db, 5, 1, 0, not_finite); }).find("node 1 in mode 5"),
+              std::string::npos);
+    for (int kind : {-1, 3})
+        EXPECT_EQ(message([&] { return ZEL_SetModeVec(db, 5, 1, kind, six); }), "");
+    for (int dof : {-1, 6})
+        EXPECT_EQ(message([&] { return ZEL_SetModeEntry(db, 5, 1, 0, dof, 1.0); }), "");
+    EXPECT_EQ(message([&] { return ZEL_SetModeVec(db, 5, 1, 0, nullptr); }), "");
+    const std::string no_database = "ERROR:  The database has not been initialized.\n";
+    EXPECT_EQ(message([&] { return ZEL_SetModeVec(nullptr, 5, 1, 0, six); }), no_database);
+    EXPECT_EQ(message([&] { return ZEL_AddMode(nullptr, 5); }), no_database);
+    EXPECT_EQ(message([&] { return ZEL_Read_Mode_Double(nullptr, 5, 0, nullptr); }), "");
+    EXPECT_EQ(db->node_count, 2);
+    EXPECT_EQ(db->mode_count, 2);
+    EXPECT_EQ(whole_vector(db, 5, 0), (std::vector<double>{1, 2, 3, 4, 5, 6, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(whole_vector(db, 6, 0), (std::vector<double>{0, 0, 0, 0, 0, 0, 7, 8, 9, 10, 11, 12}));
+
+    ZELDATA* roomless = ZEL_Create(-4, 2);
+    EXPECT_NE(message([&] { return ZEL_SetModeVec(roomless, 5, 1, 0, six); }), "");
+    ZELDATA* boundless = ZEL_Create(INT32_MAX, INT32_MAX);
+    EXPECT_NE(message([&] { return ZEL_SetModeVec(boundless, 5, 1, 0, six); }), "");
+    EXPECT_EQ(boundless->node_count + boundless->mode_count, 0);
+}
+
+// The file cannot be made; when it can be later, the same call succeeds.
+static void expect_no_file(ZELDATA* db, int kind, const std::string& message)
+{
+    const double six[6] = {1, 2, 3, 4, 5, 6};
+    const std::string text = errors_of([&] { EXPECT_EQ(ZEL_SetModeVec(db, 1, 1, kind, six), 0); });
+    EXPECT_EQ(text.substr(0, message.size()), message);
+    EXPECT_EQ(zel::mode_stream(db, kind).file, nullptr);
+}
+
+TEST_F(Modes, NeedAFileThatCanBeWritten)
+{
+    const char* variables[] = {"VXR_TMP_MOD", "VXR_TMP_STR", "VXR_TMP_STN"};
+    const std::string subjects[] = {"mode shape", "modal stress", "modal strain"};
+    ZELDATA* db = ZEL_Create(1000, 100);
+    ZEL_SetNodalMass(db, 1, 2.0);
+    for (int kind = 0; kind < 3; ++kind)
+    {
+        const std::string path = folder_.path("missing/file");
+        {
+            Environment variable(variables[kind], path.c_str());
+            expect_no_file(db, kind,
+                           "ERROR:  Unable to open temporary " + subjects[kind] + " file " + path +
+                               ".\nERROR:  To write elsewhere, specify directory name in environment variable TMP,\n"
+                               "ERROR:  or specify path name (file name) in environment variable " +
+                               variables[kind] + ".\n");
+        }
+        rlimit before;
+        getrlimit(RLIMIT_FSIZE, &before);
+        const rlimit small = {100000, before.rlim_max};
+        for (bool refuse : {false, true})
+        {
+            zel::refuse_reservation = refuse;
+            setrlimit(RLIMIT_FSIZE, &small);
+            expect_no_file(db, kind,
+                           "ERROR:  Insufficient disk space for temporary " + subjects[kind] + " file" +
+                               (kind == 0 ? "  " : " ") + folder_.folder());
+            setrlimit(RLIMIT_FSIZE, &before);
+            EXPECT_EQ(folder_.files().size(), size_t(kind));
+        }
+        ASSERT_EQ(ZEL_SetMode(db, 1, 1, kind, 1, 2, 3, 4, 5, 6), 1);
+    }
+    EXPECT_EQ(db->nodes[0].mass, 2.0);
+}
+
+TEST_F(Modes, SurviveAFullDisk)
+{
+    if (mount("tmpfs", folder_.folder().c_str(), "tmpfs", 0, "size=1m") != 0)
+        GTEST_SKIP() << "only a privileged user can make a small file system";
+    ZELDATA* db = ZEL_Create(1000, 15); // 720 kB a kind
+    EXPECT_EQ(ZEL_SetMode(db, 1, 1, ZEL_MODE_SHAPE, 1, 2, 3, 4, 5, 6), 1);
+    expect_no_file(db, ZEL_MODAL_STRESS, "ERROR:  Insufficient disk space");
+    EXPECT_EQ(folder_.files().size(), 1u);
+    EXPECT_EQ(whole_vector(db, 1, 0)[5], 6.0);
+    ZEL_UnLink(db);
+    EXPECT_EQ(umount(folder_.folder().c_str()), 0);
+}
+
+TEST_F(Modes, OfTwoDatabasesUnderOnePathStayApart)
+{
+    const std::string path = folder_.path("shapes");
+    Environment variable("VXR_TMP_MOD", path.c_str());
+    ZELDATA *first = ZEL_Create(1, 1), *second = ZEL_Create(1, 1);
+    ASSERT_EQ(ZEL_SetMode(first, 1, 1, 0, 1, 1, 1, 1, 1, 1), 1);
+    ASSERT_EQ(ZEL_SetMode(second, 1, 1, 0, 2, 2, 2, 2, 2, 2), 1);
+    EXPECT_EQ(whole_vector(first, 1, 0)[0], 1.0);
+    EXPECT_EQ(whole_vector(second, 1, 0)[0], 2.0);
+    ZEL_UnLink(first); // the name belongs to the second one by now
+    EXPECT_EQ(folder_.files(), std::vector<std::string>{"shapes"});
+    ZEL_UnLink(second);
+    EXPECT_TRUE(folder_.files().empty());
+}
+
+TEST_F(Modes, AreReplacedAsAWholeOrNotAtAll)
+{
+    ZELDATA* db = ZEL_Create(2, 2);
+    ZEL_SetMode(db, 1, 1, 0, 1, 2, 3, 4, 5, 6);
+    ASSERT_EQ(ZEL_SetUnits(db, "kg", "m", "s", "N"), 1);
+    ASSERT_EQ(ZEL_SetUnits(db, "kg", "mm", "s", "N"), 1);
+    const double values[6] = {10, 20, 30, 40, 50, 60};
+    for (bool install : {false, true})
+    {
+        zel::ModeReplacement replacement;
+        ASSERT_EQ(replacement.open(db, 0, 1, 3), zel::ModeReplacement::kReady);
+        EXPECT_EQ(replacement.write(0, 2, 2, values), 0); // only three nodes
+        EXPECT_EQ(replacement.write(1, 0, 1, values), 0);
+        ASSERT_EQ(replacement.write(0, 0, 1, values), 1);
+        EXPECT_EQ(folder_.files().size(), 2u);
+        if (install)
+            replacement.install();
+    }
+    EXPECT_EQ(folder_.files().size(), 1u);
+    EXPECT_EQ(whole_vector(db, 1, 0), (std::vector<double>{10, 20, 30, 40, 50, 60})); // in current units
+    EXPECT_EQ(db->mode_record_nodes[0], 3);
+}
+
+TEST_F(Modes, SurviveEveryFailedAllocation)
+{
+    for (int64_t failing = 0;; ++failing)
+    {
+        ZELDATA* db = ZEL_Create(2000, 3);
+        for (int id = 1; id <= 1000; ++id)
+            ZEL_SetNodalMass(db, id, id);
+        ASSERT_EQ(ZEL_SetMode(db, 1, 1000, 1, 1, 2, 3, 4, 5, 6), 1);
+        zel::failing_allocation = failing;
+        int results[3] = {};
+        const std::string text = errors_of([&] {
+            results[0] = ZEL_SetMode(db, 2, 5000, 0, 1, 2, 3, 4, 5, 6); // a new file, and a larger node table
+            results[1] = ZEL_SetMode(db, 0, 1, 1, 1, 2, 3, 4, 5, 6);    // a new pre-stress
+            results[2] = ZEL_ModeByNode(db, 1, 1, 1000, std::array<double, 3>().data(), 0);
+        });
+        const bool all_done = zel::failing_allocation >= 0;
+        zel::failing_allocation = -1;
+        EXPECT_EQ(results[0] + results[1] + results[2], all_done ? 3 : 2) << failing;
+        EXPECT_EQ(text.empty(), all_done);
+        EXPECT_EQ(ZEL_SetMode(db, 2, 5000, 0, 1, 2, 3, 4, 5, 6), 1);
+        EXPECT_EQ(ZEL_SetMode(db, 0, 1, 1, 1, 2, 3, 4, 5, 6), 1);
+        EXPECT_EQ(db->mode_node_count[1], 2);
+        EXPECT_EQ(db->mode_nodes[1][0]->mass, 1000.0);
+        EXPECT_EQ(whole_vector(db, 1, 1)[5], 6.0);
+        EXPECT_EQ(ZEL_ModeNodeIndex(db, 0, 5000), 1000);
+        EXPECT_EQ(db->mode_node_id_index[0], db->node_id_index);
+        ZEL_UnLink(db);
+        if (all_done)
+            break;
+        ASSERT_LT(failing, 60);
+    }
 }

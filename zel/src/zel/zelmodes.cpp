@@ -116,11 +116,11 @@ static ModeReplacement::Result make_records(RecordFile& records, NamedFile opene
     const int64_t record_bytes = kNodeBytes * records.nodes;
     if (__builtin_mul_overflow(record_bytes, int64_t(modes), &records.bytes))
         return ModeReplacement::kNoSpace;
-    for (int mode = 0; mode < modes; ++mode)
-        records.positions[mode] = record_bytes * mode;
     const int file = fileno(opened.file);
     if (!reserve_bytes(file, records.bytes))
         return ModeReplacement::kNoSpace;
+    for (int mode = 0; mode < modes; ++mode)
+        records.positions[mode] = record_bytes * mode;
     records.map = map_file(file, records.bytes);
     return ModeReplacement::kReady;
 }
