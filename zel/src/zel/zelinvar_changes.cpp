@@ -12,7 +12,7 @@
 
 using namespace zel;
 
-static constexpr char kModule[] = "zelinvar_changes";
+static constexpr char kModule[] = "zelinvar";
 
 // ---- Sets -----------------------------------------------------------------------------------------------------------
 

@@ -17,13 +17,13 @@
 
 using namespace zel;
 
-static constexpr char kModule[] = "zelinvar_modal";
+static constexpr char kModule[] = "zelinvar";
 
 namespace
 {
 constexpr int64_t kMiB = int64_t(1) << 20;
-constexpr int64_t kBlockBytes =
-    2 * kMiB; // for a block of nodes: 8 MiB, beyond the caches, took up to three times as long
+// For a block of nodes. 8 MiB, which is beyond the caches, took up to three times as long.
+constexpr int64_t kBlockBytes = 2 * kMiB;
 constexpr int64_t kMostBytes = 48 * kMiB; // for a block that has the fewest nodes worth a read
 constexpr int kFewestNodes = 256;
 constexpr int kTileModes = 32;   // rows of a tile of the Gram matrix, three a mode

@@ -9,7 +9,7 @@
 
 using namespace zel;
 
-static constexpr char kModule[] = "zeltools_rigid";
+static constexpr char kModule[] = "zeltools";
 static constexpr int kRigid = 6;
 
 // ---- Global mass properties -----------------------------------------------------------------------------------------
