@@ -2,7 +2,8 @@
 !
 ! Every routine works on one current database and ends with an error flag, 0 on success and 1 on failure; what each does
 ! is said at the C function of the same name in zel.h. Texts may be padded with blanks: trailing ones are not part of a
-! header text, a unit, a label or the file name of zel_write_zel.
+! header text, a unit, a label or the file name of zel_write_zel; zel_create_from_zel and zel_write_ansys_zel take their name
+! as it is, so give them trim(name).
 !
 ! Programs that do without the module say CALL ZEL_CREATE(...) just so, also in fixed form: the library exports the names
 ! that gfortran gives to external routines (not those of -fsecond-underscore).
@@ -20,7 +21,8 @@ module zel
       zel_set_generalized_stiffness, zel_set_generalized_damping, zel_set_modal_load, zel_set_modal_preload, &
       zel_set_invar1, zel_set_invar2, zel_set_invar3, zel_set_invar4, zel_set_invar5, zel_set_invar6, &
       zel_set_invar7, zel_set_invar8, zel_set_invar9, zel_create_from_zel, zel_set_header, zel_set_units, &
-      zel_set_loadcase_label
+      zel_set_loadcase_label, zel_write_zel, zel_write_ansys_zel, zel_qzhess, zel_qzitt, zel_qzvall, zel_qzvecc, &
+      eigpsn
 
   interface
 
@@ -287,6 +289,36 @@ module zel
       integer(c_int), intent(out) :: ierr
     end subroutine
 
+    ! The stages of the QZ algorithm for A x = lambda B x
+    subroutine zel_qzhess(nm, n, a, b, matz, z) bind(C, name='ZEL_QZHESS')
+      import :: c_double, c_int
+      integer(c_int), intent(in) :: nm, n, matz
+      real(c_double), intent(inout) :: a(nm, *), b(nm, *), z(nm, *)
+    end subroutine
+    subroutine zel_qzitt(nm, n, a, b, eps1, matz, z, ierr) bind(C, name='ZEL_QZITT')
+      import :: c_double, c_int
+      integer(c_int), intent(in) :: nm, n, matz
+      real(c_double), intent(in) :: eps1
+      real(c_double), intent(inout) :: a(nm, *), b(nm, *), z(nm, *)
+      integer(c_int), intent(out) :: ierr
+    end subroutine
+    subroutine zel_qzvall(nm, n, a, b, alfr, alfi, beta, matz, z) bind(C, name='ZEL_QZVALL')
+      import :: c_double, c_int
+      integer(c_int), intent(in) :: nm, n, matz
+      real(c_double), intent(inout) :: a(nm, *), b(nm, *), z(nm, *)
+      real(c_double), intent(out) :: alfr(*), alfi(*), beta(*)
+    end subroutine
+    subroutine zel_qzvecc(nm, n, a, b, alfr, alfi, beta, z) bind(C, name='ZEL_QZVECC')
+      import :: c_double, c_int
+      integer(c_int), intent(in) :: nm, n
+      real(c_double), intent(inout) :: a(nm, *), b(nm, *), z(nm, *)
+      real(c_double), intent(in) :: alfr(*), alfi(*), beta(*)
+    end subroutine
+    real(c_double) function eigpsn(x) bind(C, name='EIGPSN')
+      import :: c_double
+      real(c_double), intent(inout) :: x
+    end function
+
     ! Texts come with their length; the procedures below take it from the program's variable.
     subroutine c_create_from_zel(name, name_len, ierr) &
         bind(C, name='ZEL_CREATE_FROM_ZEL')
@@ -319,6 +351,21 @@ module zel
       integer(c_int), value :: label_len
       integer(c_int), intent(out) :: ierr
     end subroutine
+    subroutine c_write_zel(name, name_len, ierr) &
+        bind(C, name='ZEL_WRITE_ZEL')
+      import :: c_char, c_int
+      character(kind=c_char), intent(in) :: name(*)
+      integer(c_int), value :: name_len
+      integer(c_int), intent(out) :: ierr
+    end subroutine
+    subroutine c_write_ansys_zel(name, name_len, count1, count2, ierr) &
+        bind(C, name='ZEL_WRITE_ANSYS_ZEL')
+      import :: c_char, c_int
+      character(kind=c_char), intent(in) :: name(*)
+      integer(c_int), value :: name_len
+      integer(c_int), intent(in) :: count1, count2
+      integer(c_int), intent(out) :: ierr
+    end subroutine
   end interface
 
 contains
@@ -348,4 +395,18 @@ contains
     integer(c_int), intent(out) :: ierr
     call c_set_loadcase_label(load_case, label, len(label), ierr)
   end subroutine
+
+  subroutine zel_write_zel(name, ierr)
+    character(len=*), intent(in) :: name
+    integer(c_int), intent(out) :: ierr
+    call c_write_zel(name, len(name), ierr)
+  end subroutine
+
+  subroutine zel_write_ansys_zel(name, count1, count2, ierr)
+    character(len=*), intent(in) :: name
+    integer(c_int), intent(in) :: count1, count2
+    integer(c_int), intent(out) :: ierr
+    call c_write_ansys_zel(name, len(name), count1, count2, ierr)
+  end subroutine
+
 end module zel

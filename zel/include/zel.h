@@ -1101,6 +1101,15 @@ ZEL_API void ZEL_SET_FACE_8(const int* a, const int* b, const int* c, const int*
  */
 ZEL_API void ZEL_GET_TRANSFORM_TO_SELMOD(double* t, const int* mode_numbers, const int* count, int* ierr);
 
+/** ZEL_write_ZEL; of the name, at most 1023 characters are used, without the blanks at their end. */
+ZEL_API void ZEL_WRITE_ZEL(const char* name, int name_len, int* ierr);
+
+/**
+ * ZEL_AnsysAddGenMass for the two groups of modes, whose failure does not stop the write, then ZEL_write_ZEL. The name is
+ * taken as it is, blanks at its end included.
+ */
+ZEL_API void ZEL_WRITE_ANSYS_ZEL(const char* name, int name_len, const int* count1, const int* count2, int* ierr);
+
 /* ---- Module identification ----------------------------------------------------------------------------------------- */
 
 /** Name and version of a source module, for example "zelmsg 0.1.0". The text is the library's. */

@@ -455,6 +455,39 @@ ZEL_INVARIANT_ENTRY(ZEL_SET_INVAR7, zel_set_invar7_, ZEL_SetInvar7)
 ZEL_INVARIANT_ENTRY(ZEL_SET_INVAR8, zel_set_invar8_, ZEL_SetInvar8)
 ZEL_INVARIANT_ENTRY(ZEL_SET_INVAR9, zel_set_invar9_, ZEL_SetInvar9)
 
+// ---- Writing ----------------------------------------------------------------------------------------------------------
+
+// Names are cut after 1023 characters and lose the blanks at their end.
+void ZEL_WRITE_ZEL(const char* name, int name_len, int* ierr)
+{
+    on_current(ierr, [&](ZELDATA* db) {
+        constexpr int kLongestName = 1023;
+        const Text path(name, std::min(name_len, kLongestName));
+        return copied({&path}) ? ZEL_write_ZEL(db, path.get()) : 0;
+    });
+}
+
+extern "C" ZEL_API void zel_write_zel_(const char* name, int* ierr, size_t name_len)
+{
+    ZEL_WRITE_ZEL(name, length_of(name_len), ierr);
+}
+
+// Coupling masses that cannot be had do not keep the body from being written.
+void ZEL_WRITE_ANSYS_ZEL(const char* name, int name_len, const int* count1, const int* count2, int* ierr)
+{
+    on_current(ierr, [&](ZELDATA* db) {
+        ZEL_AnsysAddGenMass(db, *count1, *count2);
+        const Text path(name, name_len, Text::kKept);
+        return copied({&path}) ? ZEL_write_ZEL(db, path.get()) : 0;
+    });
+}
+
+extern "C" ZEL_API void zel_write_ansys_zel_(const char* name, const int* count1, const int* count2, int* ierr,
+                                             size_t name_len)
+{
+    ZEL_WRITE_ANSYS_ZEL(name, length_of(name_len), count1, count2, ierr);
+}
+
 const char* zel_fortran_VersionId(void)
 {
     return "zel_fortran " ZEL_VERSION;
