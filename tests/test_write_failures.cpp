@@ -1,5 +1,6 @@
 // Output that cannot be completed leaves no file, and a write that is refused leaves the file that is there.
 #include "assembly.h"
+#include "exercise.h"
 #include "fixtures.h"
 #include "sample_file.h"
 
@@ -10,6 +11,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <random>
 
 namespace
 {
@@ -135,6 +137,13 @@ TEST_F(FailingWrites, AFullDiskLeavesNoFile)
     }
 }
 
+TEST_F(FailingWrites, ADeviceThatIsFullStays)
+{
+    EXPECT_EQ(write(sample_body(), "/dev/full", "no_ortho"), 0);
+    EXPECT_TRUE(reported("Problem writing "));
+    EXPECT_EQ(access("/dev/full", F_OK), 0);
+}
+
 TEST_F(FailingWrites, TheSignalOfTheLimitStaysWithTheHost)
 {
     static int signals;
@@ -233,4 +242,37 @@ TEST_F(FailingWrites, AReductionWithoutDiskSpaceOnlySkipsTheUnits)
     ASSERT_TRUE(read);
     EXPECT_EQ(ZEL_ModeNodeCount(read, 0), 4);
     EXPECT_STREQ(read->units.length, "MILLIMETER");
+}
+
+// Whatever opens, damaged or not, can be written in every way, and what was written opens again.
+TEST_F(FailingWrites, DamagedBodiesAreWrittenOrRefused)
+{
+    constexpr const char* kOptions[] = {
+        "",         "no_ortho full_invar", "full_invar MKS",        "82_comp empty",   "sparse_str highpass(0)",
+        "full_str", "no_ortho lbrf2cm",    "strip_face fast_invar", "no_ortho 81_comp"};
+    std::mt19937 random(20260106);
+    std::vector<std::string> seeds;
+    for (const FileFormat& format : all_formats())
+        seeds.push_back(sample_file(format).bytes());
+    const std::string in = folder.path("in.zel");
+    int written = 0, opened = 0, reread = 0;
+    for (int i = 0; i < 900; ++i)
+    {
+        ZELDATA* db = nullptr;
+        write_bytes(in, mutated(seeds[size_t(i) % seeds.size()], random));
+        errors_of([&] { db = ZEL_CreateFromZEL(in.c_str()); });
+        if (!db)
+            continue;
+        ++opened;
+        if (write(db, out, kOptions[size_t(i) % std::size(kOptions)]))
+        {
+            ++written;
+            const std::string refusal = errors_of([&] { reread += ZEL_CreateFromZEL(out.c_str()) != nullptr; });
+            EXPECT_EQ(refusal.find("ERROR"), std::string::npos) << i << refusal;
+        }
+        ZEL_Terminate();
+    }
+    EXPECT_GT(opened, 100);
+    EXPECT_EQ(reread, written);
+    EXPECT_GT(written, opened * 9 / 10);
 }

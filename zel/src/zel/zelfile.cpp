@@ -51,9 +51,16 @@ bool names_open_file(const char* name, FILE* file)
            named.st_dev == open.st_dev;
 }
 
+// Output may go to a device or a pipe, which is nobody's to remove.
+static bool is_regular(FILE* file)
+{
+    struct stat open;
+    return fstat(fileno(file), &open) == 0 && S_ISREG(open.st_mode);
+}
+
 void close_and_remove(FILE* file, const char* name)
 {
-    const bool ours = names_open_file(name, file);
+    const bool ours = is_regular(file) && names_open_file(name, file);
     std::fclose(file);
     if (ours)
         std::remove(name);
@@ -85,9 +92,11 @@ bool OutputFile::commit()
     FILE* file = std::exchange(file_, nullptr);
     if (std::fflush(file) == 0 && !std::ferror(file))
     {
+        const bool regular = is_regular(file);
         if (std::fclose(file) == 0)
             return true;
-        std::remove(name_);
+        if (regular)
+            std::remove(name_);
         return false;
     }
     close_and_remove(file, name_);

@@ -25,7 +25,7 @@ NamedFile create_temporary_file();
 // Whether `name` still leads to the very file that is open as `file`.
 bool names_open_file(const char* name, FILE* file);
 
-// Closes a file and removes it, unless its name leads to another file by now.
+// Closes a file and removes it, unless its name leads to another file by now or it is a device.
 void close_and_remove(FILE* file, const char* name);
 
 // While it lives, writing beyond the process's file size limit fails with EFBIG instead of ending the process: the signal

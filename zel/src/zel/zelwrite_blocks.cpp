@@ -1,6 +1,7 @@
 // Writers of the blocks that describe the body without its modes: header, nodes, faces, masses, units. Nodes are named by
 // their ids, as everywhere in a file.
 #include "zelwrite_blocks.h"
+#include "zelfaces.h"
 
 #include <algorithm>
 
@@ -137,15 +138,12 @@ int write_interface_nodes(Writer& out, const Block&)
 
 namespace
 {
-constexpr uint32_t kVertexCountBits = 0x3FFFFFFF; // of a count word; the two bits above them are flags
-constexpr int kFlagShift = 30;
-
-// A face in the face list: its count word, then node indexes.
+// A face in the face list: its count word, with two flags in its top bits, then node indexes.
 struct Face
 {
     const int* words;
-    int vertices() const { return int(uint32_t(words[0]) & kVertexCountBits); }
-    int flags() const { return int(uint32_t(words[0]) >> kFlagShift); }
+    int vertices() const { return vertex_count(words[0]); }
+    int flags() const { return int(uint32_t(words[0]) >> 30); }
     Face next() const { return {words + 1 + vertices()}; }
 };
 } // namespace
