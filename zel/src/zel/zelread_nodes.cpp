@@ -18,15 +18,14 @@ int read_nodes(Reader& in, const Block& row)
         return no_room(row);
     for (int node = 0; node < count; ++node)
     {
-        const int node_id = items.integer();
-        const double x = items.real(), y = items.real(), z = items.real();
-        if (items.failed() || find_node(db, node_id) >= 0) // an id stands for one node only
-            return unreadable(row);
-        append_node(db, node_id);
-        db->nodes[node].x = x;
-        db->nodes[node].y = y;
-        db->nodes[node].z = z;
+        ZELNODE& record = db->nodes[node];
+        record.id = items.integer();
+        record.x = items.real();
+        record.y = items.real();
+        record.z = items.real();
     }
+    if (items.failed() || !adopt_nodes(db, count)) // an id stands for one node only
+        return unreadable(row);
     return 1;
 }
 

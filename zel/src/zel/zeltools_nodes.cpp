@@ -206,6 +206,25 @@ int append_node(ZELDATA* db, int node_id)
     return node;
 }
 
+bool adopt_nodes(ZELDATA* db, int count)
+{
+    Private& caches = own(db);
+    const ZELIDPAIR* pairs = db->node_id_index;
+    for (int node = 0; node < count; ++node)
+    {
+        db->mode_nodes[ZEL_MODE_SHAPE][node] = db->nodes + node;
+        append_pair(db, ZEL_MODE_SHAPE, node, {db->nodes[node].id, node});
+    }
+    sort_pairs(db, ZEL_MODE_SHAPE, count);
+    for (int i = 1; i < count; ++i)
+        if (pairs[i].id == pairs[i - 1].id)
+            return false;
+    caches.highest_node_id = count > 0 ? pairs[count - 1].id : 0;
+    db->node_count = db->mode_node_count[ZEL_MODE_SHAPE] = count;
+    nodes_changed(db);
+    return true;
+}
+
 int append_mode_node(ZELDATA* db, int kind, int node)
 {
     const int position = db->mode_node_count[kind];
