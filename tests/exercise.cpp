@@ -116,11 +116,43 @@ void look_at_the_whole_body(ZELDATA* db)
     double mass, center[3], tensor[9];
     ZEL_TotalMassInertia(db, &mass, tensor, center);
     ZEL_Invar1(db);
-    ZEL_Invar2(db);
-    ZEL_Invar7(db);
+    for (auto invariant : {ZEL_Invar2, ZEL_Invar3, ZEL_Invar4, ZEL_Invar7})
+        std::free(invariant(db));
+    const int modes = ZEL_ModeCount(db);
+    for (int i : {-1, 0, modes - 1, modes})
+        if (modes <= kFewModes)
+        {
+            std::free(ZEL_Invar5(db, i));
+            std::free(ZEL_Invar8(db, i));
+            std::free(ZEL_Invar9(db, i, 0));
+        }
+    if (modes <= kFewModes)
+        std::free(ZEL_Invar6(db));
+}
+
+void look_around(ZELDATA* db)
+{
+    const double point[3] = {20.0, -3.0, 0.5};
     int count = 0;
+    for (int subset : {0, 1})
+    {
+        ZEL_ClosestNode(db, point, subset);
+        std::free(ZEL_ClosestNodes(db, point, 3, subset, &count));
+    }
+    double* distances = nullptr;
+    std::free(ZEL_ClosestNodesInNeighborhood(db, point, 25.0, &count, &distances));
+    std::free(distances);
     std::free(ZEL_GeometryNodes(db, &count));
     std::free(ZEL_GeometryNodes(db, &count));
+}
+
+// Blocks 23, 25 and 26 print the square of the mode count or more.
+void print_blocks(ZELDATA* db, FILE* report)
+{
+    for (int number = 0; number <= 33; ++number)
+        if (ZEL_ModeCount(db) <= kFewModes || number < 19 || number > 26)
+            ZEL_Contents(db, number, report);
+    std::fflush(report);
 }
 
 size_t below(size_t end, std::mt19937& random)
@@ -144,7 +176,10 @@ void exercise(ZELDATA* db, FILE* report)
     look_at_matrices(db);
     look_at_faces_and_loads(db);
     look_at_modes(db);
+    if (report)
+        print_blocks(db, report);
     look_at_the_whole_body(db);
+    look_around(db);
     for (int index = -1; index < 33; ++index)
     {
         ZEL_Exists(db, index);
@@ -154,7 +189,7 @@ void exercise(ZELDATA* db, FILE* report)
     ZEL_SetUnits(db, "g", "cm", "ms", "kN");
     ZEL_SetUnits(db, "gram", "cm", "ms", "kN");
     look_at_modes(db);
-    std::fflush(report);
+    ZEL_StripCommonFaces(db);
 }
 
 bool exercise_file(const std::string& bytes, FILE* report)

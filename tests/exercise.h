@@ -8,7 +8,8 @@
 #include <random>
 #include <string>
 
-// Calls every query with indexes and numbers inside, at and beyond their ranges, and prints every block to `report`.
+// Calls every query with indexes and numbers inside, at and beyond their ranges, and prints every block to `report`, if
+// there is one.
 void exercise(ZELDATA* db, FILE* report);
 
 // Reads a file that lies in memory and, if it opens, exercises it. Whether it opened.

@@ -48,7 +48,7 @@ void put(SampleFile& file, int block, size_t position, int value)
 TEST_F(DamagedFiles, FailAtEveryLengthThatIsTooShort)
 {
     const std::string path = folder.path("cut.zel");
-    for (const FileFormat& format : {kPlain, kXdr, format_of_version(51), format_of_version(10)})
+    for (const FileFormat& format : {kPlain, FileFormat{60, true, true}})
     {
         const std::string whole = sample_file(format).bytes();
         write_bytes(path, whole);
@@ -238,7 +238,8 @@ TEST_F(DamagedFiles, NeverCrashOrTakeMemoryWithoutBound)
     ::testing::internal::CaptureStderr();
     ::testing::internal::CaptureStdout();
     for (int i = 0; i < kFiles; ++i)
-        opened += exercise_file(mutated(seeds[size_t(i) % seeds.size()], random), report) ? 1 : 0;
+        opened +=
+            exercise_file(mutated(seeds[size_t(i) % seeds.size()], random), i % 4 == 0 ? report : nullptr) ? 1 : 0;
     ::testing::internal::GetCapturedStdout();
     ::testing::internal::GetCapturedStderr();
     std::fclose(report);
