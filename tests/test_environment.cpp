@@ -1,8 +1,8 @@
 // What the library tells of the running system: its name, local time and processor time.
 #include "fixtures.h"
 
+#include <cctype>
 #include <ctime>
-#include <regex>
 #include <sys/utsname.h>
 
 static std::string system_text(int kind)
@@ -19,6 +19,15 @@ static std::string time_text(int kind)
     return text;
 }
 
+// A text with every digit as 9.
+static std::string shape_of(std::string text)
+{
+    for (char& c : text)
+        if (std::isdigit(static_cast<unsigned char>(c)))
+            c = '9';
+    return text;
+}
+
 TEST(System, IsNamedWithItsVersion)
 {
     utsname system = {};
@@ -26,13 +35,13 @@ TEST(System, IsNamedWithItsVersion)
     const std::string name = std::string(system.sysname) + "_";
     for (int kind : {1, 11, 0, -5, 99})
         EXPECT_EQ(system_text(kind), name);
-    std::smatch found;
-    const std::string all = system_text(3);
-    ASSERT_TRUE(std::regex_match(all, found, std::regex("(\\w+) (\\d+)_(\\d+) (\\d+)"))) << all;
-    EXPECT_EQ(std::string(system.release).rfind(found.str(2) + "." + found.str(3), 0), 0u) << all;
-    EXPECT_EQ(system_text(2), name + " " + found.str(2) + "_" + found.str(3));
-    EXPECT_EQ(system_text(12), name + "_" + found.str(2) + "_" + found.str(3));
-    EXPECT_EQ(system_text(13), system_text(12) + "_" + found.str(4));
+    int major = -1, minor = -1, build = -1;
+    ASSERT_EQ(std::sscanf(system_text(3).c_str(), (name + " %d_%d %d").c_str(), &major, &minor, &build), 3);
+    const std::string version = std::to_string(major) + "_" + std::to_string(minor);
+    EXPECT_EQ(std::string(system.release).rfind(std::to_string(major) + "." + std::to_string(minor), 0), 0u);
+    EXPECT_EQ(system_text(2), name + " " + version);
+    EXPECT_EQ(system_text(12), name + "_" + version);
+    EXPECT_EQ(system_text(13), name + "_" + version + "_" + std::to_string(build));
     EXPECT_EQ(ZEL_uname(1, nullptr), 0);
 }
 
@@ -49,16 +58,15 @@ TEST(LocalTime, CarriesItsOffsetFromUniversalTime)
     for (const auto& zone : cases)
     {
         Environment local("TZ", zone.zone);
-        const std::string both = time_text(11);
-        EXPECT_TRUE(std::regex_match(both, std::regex("\\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d [+-]\\d{4}"))) << both;
-        EXPECT_EQ(both.substr(both.size() - 5), zone.offset);
+        const std::string both = time_text(11), offset = zone.offset;
+        EXPECT_EQ(shape_of(both), "9999-99-99 99:99 " + shape_of(offset));
+        EXPECT_EQ(both.substr(both.size() - 5), offset);
         const std::string printed = output_of([] { time_text(-2); });
-        EXPECT_TRUE(std::regex_match(printed,
-                                     std::regex("%utl_23-v-val, GMT = \\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d, tz_value\\(" +
-                                                std::string(zone.seconds) +
-                                                "\\)\n%utl_23-v-val, Loc = \\d{4}-\\d\\d-\\d\\d \\d\\d:\\d\\d \\" +
-                                                zone.offset + "\n")))
-            << printed;
+        EXPECT_EQ(shape_of(printed),
+                  shape_of("%utl_23-v-val, GMT = 0000-00-00 00:00, tz_value(" + std::string(zone.seconds) +
+                           ")\n%utl_23-v-val, Loc = 0000-00-00 00:00 " + offset + "\n"));
+        EXPECT_NE(printed.find("tz_value(" + std::string(zone.seconds) + ")"), std::string::npos);
+        EXPECT_NE(printed.find(" " + offset + "\n"), std::string::npos);
         EXPECT_EQ(time_text(1).size(), 10u);
         EXPECT_EQ(time_text(2).size(), 11u);
     }
