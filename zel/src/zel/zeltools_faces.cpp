@@ -14,8 +14,54 @@ using namespace zel;
 
 static constexpr char kModule[] = "zeltools";
 
+static int32_t largest_node(const int32_t* face)
+{
+    return *std::max_element(face + 1, face + 1 + vertex_count(*face));
+}
+
 namespace zel
 {
+
+Ring ring_of(const int32_t* face)
+{
+    const int32_t* nodes = face + 1;
+    const int32_t count = vertex_count(*face);
+    Ring ring = {face, int32_t(std::max_element(nodes, nodes + count) - nodes), false};
+    ring.forward = count > 1 && ring.node(count - 1) < ring.node(1);
+    return ring;
+}
+
+int compare(const Ring& a, const Ring& b)
+{
+    if (*a.face != *b.face)
+        return *a.face < *b.face ? -1 : 1;
+    for (int32_t step = 0; step < a.size(); ++step)
+        if (const int32_t left = a.walked(step), right = b.walked(step); left != right)
+            return left < right ? -1 : 1;
+    return 0;
+}
+
+void sort_rings(Ring* rings, int32_t count)
+{
+    std::sort(rings, rings + count, [](const Ring& a, const Ring& b) {
+        const int order = compare(a, b);
+        return order != 0 ? order < 0 : a.face < b.face;
+    });
+}
+
+void fill_buckets(const FaceWords& list, FaceBuckets& buckets)
+{
+    Scratch<int32_t>& start = buckets.start; // of node n at n + 2 while counting, at n + 1 while filling, then at n
+    for_each_face(list, [&](const int32_t* face) { ++start[largest_node(face) + 2]; });
+    for (int32_t node = 0; node < list.node_count; ++node)
+    {
+        buckets.largest = std::max(buckets.largest, start[node + 2]);
+        start[node + 2] += start[node + 1];
+    }
+    for_each_face(list, [&](const int32_t* face) {
+        buckets.faces[start[largest_node(face) + 1]++] = int32_t(face - list.words);
+    });
+}
 
 void install_faces(ZELDATA* db, int32_t* list, int32_t faces, int32_t words, int32_t capacity)
 {
@@ -33,13 +79,6 @@ void install_faces(ZELDATA* db, int32_t* list, int32_t faces, int32_t words, int
 
 } // namespace zel
 
-// Calls action(face) for every face of the list, in order.
-template <typename Action> static void for_each_face(const ZELDATA* db, Action action)
-{
-    for (int64_t at = 0; at < db->face_list_length; at += 1 + vertex_count(db->face_list[at]))
-        action(db->face_list + at);
-}
-
 // ---- Geometry nodes -----------------------------------------------------------------------------------------------
 
 // Fills the cache with the nodes of faces and interface nodes, ascending; it stays empty when there are none.
@@ -55,7 +94,7 @@ static int find_geometry_nodes(ZELDATA* db)
         used[node] = 1;
         ++count;
     };
-    for_each_face(db, [&](const int32_t* face) { std::for_each_n(face + 1, vertex_count(*face), use); });
+    for_each_face(faces_of(db), [&](const int32_t* face) { std::for_each_n(face + 1, vertex_count(*face), use); });
     for (int32_t i = 0; i < db->interface_count; ++i)
         use(db->interface_nodes[i]);
     if (count == 0)
@@ -91,60 +130,13 @@ int* ZEL_GeometryNodes(ZELDATA* db, int* count)
 
 // ---- Common faces -------------------------------------------------------------------------------------------------
 
-namespace
-{
-// A face of the list, read from its largest node on.
-struct Ring
-{
-    const int32_t* face; // the count word, behind it the nodes
-    int32_t start;       // position of the largest node, the first one on a tie
-    bool forward;        // the larger neighbour of the largest node comes next in the face, not before it
-    int32_t size() const { return vertex_count(*face); }
-    int32_t node(int32_t position) const // of the rotated face
-    {
-        const int32_t from_start = size() - start;
-        return face[1 + (position < from_start ? start + position : position - from_start)];
-    }
-    // The walk towards the larger neighbour, step 0 the largest node.
-    int32_t walked(int32_t step) const { return node(forward || step == 0 ? step : size() - step); }
-};
-} // namespace
-
-static Ring ring_of(const int32_t* face)
-{
-    const int32_t* nodes = face + 1;
-    const int32_t count = vertex_count(*face);
-    Ring ring = {face, int32_t(std::max_element(nodes, nodes + count) - nodes), false};
-    ring.forward = count > 1 && ring.node(count - 1) < ring.node(1);
-    return ring;
-}
-
-static int32_t largest_node(const int32_t* face)
-{
-    return *std::max_element(face + 1, face + 1 + vertex_count(*face));
-}
-
-// Order of the faces that stay: negative, zero or positive as a comes before, with or behind b.
-static int compare(const Ring& a, const Ring& b)
-{
-    if (*a.face != *b.face)
-        return *a.face < *b.face ? -1 : 1;
-    for (int32_t step = 0; step < a.size(); ++step)
-        if (const int32_t left = a.walked(step), right = b.walked(step); left != right)
-            return left < right ? -1 : 1;
-    return 0;
-}
-
-// Sorts the rings of one bucket, equal ones in the order of the face list, and keeps what is no common face: of copies
-// with the same direction the last one, of opposite copies none. `last_of_all`: the last ring ends the whole sorted list;
-// it is kept only if it is new or has the direction of the one before, even when that one is gone with its opposite.
-// The kept faces go to `kept`; returns how many they are.
+// Sorts the rings of one bucket and keeps what is no common face: of copies with the same direction the last one, of
+// opposite copies none. `last_of_all`: the last ring ends the whole sorted list; it is kept only if it is new or has the
+// direction of the one before, even when that one is gone with its opposite. The kept faces go to `kept`; returns how
+// many they are.
 static int32_t strip_bucket(Ring* rings, int32_t count, bool last_of_all, const int32_t* list, int32_t* kept)
 {
-    std::sort(rings, rings + count, [](const Ring& a, const Ring& b) {
-        const int order = compare(a, b);
-        return order != 0 ? order < 0 : a.face < b.face;
-    });
+    sort_rings(rings, count);
     int32_t kept_count = 0;
     for (int32_t i = 0; i < count; ++i)
     {
@@ -162,56 +154,37 @@ static int32_t strip_bucket(Ring* rings, int32_t count, bool last_of_all, const 
     return kept_count;
 }
 
-namespace
+// The largest node of the face that ends the whole sorted list.
+static int32_t last_bucket(const FaceWords& list)
 {
-// Faces grouped by their largest node, in the order of the face list: bucket n is faces[start[n]] to faces[start[n + 1]].
-struct Buckets
-{
-    Scratch<int32_t> start, faces; // a face is named by the place of its count word in the list
-    int32_t largest_bucket = 0;
-    int32_t last_bucket = 0; // has the last face of the whole sorted list
-};
-} // namespace
-
-// Counting sort; both arrays have been allocated.
-static void fill_buckets(const ZELDATA* db, Buckets& buckets)
-{
-    Scratch<int32_t>& start = buckets.start;
-    int32_t last_word = INT32_MIN;
-    for_each_face(db, [&](const int32_t* face) {
-        const int32_t node = largest_node(face);
-        ++start[node + 2];
-        if (*face >= last_word)
-            buckets.last_bucket = *face > last_word ? node : std::max(buckets.last_bucket, node);
-        last_word = std::max(last_word, *face);
+    int32_t last_word = INT32_MIN, last_node = -1;
+    for_each_face(list, [&](const int32_t* face) {
+        if (*face < last_word)
+            return;
+        last_node = *face > last_word ? largest_node(face) : std::max(last_node, largest_node(face));
+        last_word = *face;
     });
-    for (int32_t node = 0; node < db->node_count; ++node)
-    {
-        buckets.largest_bucket = std::max(buckets.largest_bucket, start[node + 2]);
-        start[node + 2] += start[node + 1];
-    }
-    for_each_face(db, [&](const int32_t* face) {
-        buckets.faces[start[largest_node(face) + 1]++] = int32_t(face - db->face_list);
-    });
+    return last_node;
 }
 
 // Drops the common faces from the buckets; the others move to the front of buckets.faces, in order. Returns how many
 // they are.
-static int32_t strip_buckets(const ZELDATA* db, Buckets& buckets, Ring* rings)
+static int32_t strip_buckets(const FaceWords& faces, FaceBuckets& buckets, Ring* rings)
 {
-    const int32_t* list = db->face_list;
-    int32_t* faces = buckets.faces.data;
+    const int32_t* list = faces.words;
+    const int32_t last = last_bucket(faces);
+    int32_t* const stripped = buckets.faces.data;
     int32_t kept = 0;
-    for (int32_t node = 0; node < db->node_count; ++node)
+    for (int32_t node = 0; node < faces.node_count; ++node)
     {
-        const int32_t begin = buckets.start[node], count = buckets.start[node + 1] - begin;
+        const int32_t count = buckets.size(node);
         for (int32_t i = 0; i < count; ++i)
-            rings[i] = ring_of(list + faces[begin + i]);
-        kept += strip_bucket(rings, count, node == buckets.last_bucket, list, faces + kept);
+            rings[i] = ring_of(list + buckets.faces[buckets.begin(node) + i]);
+        kept += strip_bucket(rings, count, node == last, list, stripped + kept);
     }
     // One bucket after the other, the faces are in order already where all count words are the same.
-    if (!std::is_sorted(faces, faces + kept, [list](int32_t a, int32_t b) { return list[a] < list[b]; }))
-        std::sort(faces, faces + kept,
+    if (!std::is_sorted(stripped, stripped + kept, [list](int32_t a, int32_t b) { return list[a] < list[b]; }))
+        std::sort(stripped, stripped + kept,
                   [list](int32_t a, int32_t b) { return compare(ring_of(list + a), ring_of(list + b)) < 0; });
     return kept;
 }
@@ -222,14 +195,15 @@ void ZEL_StripCommonFaces(ZELDATA* db)
         return void(no_database());
     if (db->face_count <= 0)
         return;
-    Buckets buckets = {Scratch<int32_t>(int64_t(db->node_count) + 2), Scratch<int32_t>(db->face_count)};
-    if (!buckets.start.data || !buckets.faces.data)
+    const FaceWords faces = faces_of(db);
+    FaceBuckets buckets(faces);
+    if (!buckets.allocated())
         return void(no_memory(kModule));
-    fill_buckets(db, buckets);
-    Scratch<Ring> rings(buckets.largest_bucket);
+    fill_buckets(faces, buckets);
+    Scratch<Ring> rings(buckets.largest);
     if (!rings.data)
         return void(no_memory(kModule));
-    const int32_t kept = strip_buckets(db, buckets, rings.data);
+    const int32_t kept = strip_buckets(faces, buckets, rings.data);
 
     int32_t words = 0;
     for (int32_t i = 0; i < kept; ++i)
