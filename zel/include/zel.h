@@ -931,6 +931,24 @@ ZEL_API void ZEL_StripCommonFaces(ZELDATA* db);
  */
 ZEL_API void ZEL_SketchGrid(ZELDATA* db, const char* sketch_file);
 
+/**
+ * Coarsens the face mesh. A body that is closed and oriented (every directed edge of a face has its opposite in another)
+ * stays so. Only nodes that are there are used; the node table keeps them all. Interface nodes stay on the faces.
+ * text  numbers and words, separated by blanks or commas:
+ *       - the resolution in percent of the longest side of the body's bounding box, 0 to 50: nodes that edges connect
+ *         inside a grid cell of this size become one, corners and sharp edges before others, but never sides that face
+ *         opposite ways, so that thin plates keep both skins; 0 merges none
+ *       - the face angle in degrees, 0 to 45, 0 when not given: neighbouring faces whose normals are within it of the
+ *         largest one's become one polygon, and always those within 0.01 degrees
+ *       - "preserve_str" and the ids of nodes that must stay on the faces, unknown ones ignored; without ids, all nodes
+ *         that carry modal stress or strain. Without the word, vertices in the middle of straight edges go.
+ * Flat-sided bodies keep their volume; where a resolution comes near the size of the body's parts, or the angle is large,
+ * the body visibly shrinks. Polygons can be concave where triangles would be more than the faces merged.
+ * Returns 1; 0 with a message and the faces as they were for a null database, a text without a number, a number out of
+ * range, a face with an unknown node, or when memory is short.
+ */
+ZEL_API int ZEL_TrimGeometry(ZELDATA* db, const char* text);
+
 /* ---- Comparison ---------------------------------------------------------------------------------------------------- */
 
 /* ---- Eigen-solver stages: Fortran calling, all by reference, column order ------------------------------------------ */
@@ -1122,6 +1140,7 @@ ZEL_API const char* zeltoc_VersionId(void);
 ZEL_API const char* zelread_VersionId(void);
 ZEL_API const char* zeltools_VersionId(void);
 ZEL_API const char* zelwrite_VersionId(void);
+ZEL_API const char* zelcoarse_VersionId(void);
 ZEL_API const char* zelinvar_VersionId(void);
 ZEL_API const char* zel_fortran_VersionId(void);
 

@@ -28,11 +28,15 @@ inline FaceWords faces_of(const ZELDATA* db)
     return {db->face_list, db->face_list_length, db->face_count, db->node_count};
 }
 
-// Calls action(face) with the count word of every face, in order.
+// Calls action(face) with the count word of every face, in order. The action may write over the face and those before it.
 template <typename Action> void for_each_face(const FaceWords& list, Action action)
 {
-    for (int64_t at = 0; at < list.length; at += 1 + vertex_count(list.words[at]))
-        action(list.words + at);
+    for (int64_t at = 0; at < list.length;)
+    {
+        const int32_t* face = list.words + at;
+        at += 1 + vertex_count(*face);
+        action(face);
+    }
 }
 
 // A face read from its largest node on, so that faces on the same nodes can be compared.
