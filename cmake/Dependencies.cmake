@@ -1,5 +1,5 @@
 # What the library stands on: XDR from libtirpc, BLAS and LAPACK with OpenBLAS preferred (a reference BLAS is many times
-# slower in the dense steps), nanoflann for nearest nodes.
+# slower in the dense steps).
 find_package(PkgConfig REQUIRED)
 pkg_check_modules(TIRPC REQUIRED IMPORTED_TARGET libtirpc)
 
@@ -11,7 +11,6 @@ if(NOT LAPACK_FOUND)
 endif()
 message(STATUS "BLAS and LAPACK: ${LAPACK_LIBRARIES} ${BLAS_LIBRARIES}")
 
-find_package(nanoflann REQUIRED)
 
 # Of the command: arguments and JSON.
 if(ZEL_TOOLS)

@@ -324,6 +324,37 @@ TEST_F(Modes, OfTwoDatabasesUnderOnePathStayApart)
     EXPECT_TRUE(folder_.files().empty());
 }
 
+// A body that was read keeps the vectors of its file; a kind that the file lacks can be set, for all of its nodes.
+TEST_F(Modes, OfAFileCannotBeSet)
+{
+    const std::string path = folder_.path("body.zel");
+    ZELDATA* built = ZEL_Create(3, 1);
+    for (int id : {1, 2, 3})
+    {
+        ZEL_SetNodeCoordinates(built, id, 1, id, 0);
+        ZEL_SetMode(built, 1, id, ZEL_MODE_SHAPE, id, 0, 0, 0, 0, 0);
+    }
+    ASSERT_EQ(ZEL_write_ZEL(built, path.c_str()), 1);
+    ZEL_UnLink(built);
+    ZELDATA* db = ZEL_CreateFromZEL(path.c_str());
+    ASSERT_NE(db, nullptr);
+    const std::string file = bytes_of(path);
+    const std::vector<double> shape = whole_vector(db, 1, ZEL_MODE_SHAPE);
+    const std::string text = errors_of([&] {
+        EXPECT_EQ(ZEL_SetMode(db, 1, 1, ZEL_MODE_SHAPE, 9, 9, 9, 9, 9, 9), 0);
+        EXPECT_EQ(ZEL_SetMode(db, 6, 1, ZEL_MODAL_STRESS, 9, 9, 9, 9, 9, 9), 0); // no room for a second mode
+    });
+    EXPECT_EQ(text.rfind("ERROR:  The mode shape data of a ZEL file cannot be changed.\nERROR:  Insufficient room", 0),
+              0u);
+    for (int id : {3, 1, 2})
+        EXPECT_EQ(ZEL_SetMode(db, 1, id, ZEL_MODAL_STRESS, id, 0, 0, 0, 0, 0), 1);
+    EXPECT_EQ(whole_vector(db, 1, ZEL_MODAL_STRESS)[6], 1.0);
+    EXPECT_EQ(whole_vector(db, 1, ZEL_MODE_SHAPE), shape);
+    ZEL_UnLink(db);
+    EXPECT_EQ(folder_.files(), std::vector<std::string>{"body.zel"});
+    EXPECT_EQ(bytes_of(path), file);
+}
+
 TEST_F(Modes, AreReplacedAsAWholeOrNotAtAll)
 {
     ZELDATA* db = ZEL_Create(2, 2);

@@ -1,5 +1,5 @@
 # Sourced by ./demo and ./test: installs the Debian packages that are missing, and nothing when none is.
-packages="g++ gfortran cmake ninja-build pkg-config binutils libtirpc-dev libopenblas-dev libnanoflann-dev
+packages="g++ gfortran cmake ninja-build pkg-config binutils libtirpc-dev libopenblas-dev
   libgtest-dev libbenchmark-dev libcli11-dev nlohmann-json3-dev ${ZEL_EXTRA_PACKAGES:-}"
 missing=
 for package in $packages; do

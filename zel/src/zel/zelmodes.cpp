@@ -110,15 +110,15 @@ static ModeReplacement::Result make_records(RecordFile& records, NamedFile opene
     if (!opened.file)
         return ModeReplacement::kNotOpened;
     records.nodes = std::max(nodes, 0);
-    records.positions = allocate<int64_t>(modes);
-    if (!records.positions)
-        return ModeReplacement::kNoMemory;
     const int64_t record_bytes = kNodeBytes * records.nodes;
     if (__builtin_mul_overflow(record_bytes, int64_t(modes), &records.bytes))
         return ModeReplacement::kNoSpace;
     const int file = fileno(opened.file);
     if (!reserve_bytes(file, records.bytes))
         return ModeReplacement::kNoSpace;
+    records.positions = allocate<int64_t>(modes);
+    if (!records.positions)
+        return ModeReplacement::kNoMemory;
     for (int mode = 0; mode < modes; ++mode)
         records.positions[mode] = record_bytes * mode;
     records.map = map_file(file, records.bytes);
