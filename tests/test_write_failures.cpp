@@ -159,7 +159,7 @@ TEST_F(FailingWrites, TheSignalOfTheLimitStaysWithTheHost)
 
 TEST_F(FailingWrites, MissingMemoryLeavesNoFileAndAUsableBody)
 {
-    for (const char* options : {"no_ortho full_invar", "no_ortho sparse_str", "no_ortho 82_comp"})
+    for (const char* options : {"no_ortho full_invar", "no_ortho sparse_str", "no_ortho 82_comp", "lbrf2cm"})
     {
         int successes = 0;
         for (int allocation = 0; successes == 0; ++allocation)
@@ -216,7 +216,7 @@ TEST_F(FailingWrites, ConflictingOptionsEndTheWriteAfterTheGeometryChanged)
     EXPECT_NE(db->nodes[0].x, x);
 }
 
-TEST_F(FailingWrites, AReductionWithoutDiskSpaceOnlySkipsTheUnits)
+TEST_F(FailingWrites, WithoutDiskSpaceForNewModesTheOldOnesAreWritten)
 {
     ZELDATA* db = ZEL_Create(2000, 20); // each mode file takes 1.9 MB
     output_of([&] {
@@ -230,15 +230,21 @@ TEST_F(FailingWrites, AReductionWithoutDiskSpaceOnlySkipsTheUnits)
         }
         ZEL_SetFace(db, 2, 1, 2);
     });
-    {
+    const auto write_with_little_space = [&](const char* options) {
         const FileSizeLimit limit(1000000);
-        EXPECT_EQ(write(db, out, "no_ortho fast_invar MKS"), 1);
-    }
-    EXPECT_TRUE(reported("Insufficient disk space for file "));
+        EXPECT_EQ(write(db, out, options), 1);
+        EXPECT_TRUE(reported("Insufficient disk space for file "));
+    };
+    write_with_little_space(""); // no orthogonal modes, but eigenvalues
+    ZELDATA* read = ZEL_CreateFromZEL(out.c_str());
+    ASSERT_TRUE(read);
+    EXPECT_TRUE(ZEL_Exists(read, 6) && !ZEL_Exists(read, 15));
+    ZEL_UnLink(read);
+    write_with_little_space("no_ortho fast_invar MKS"); // no reduction, and so no other units
     EXPECT_NE(
         errors.find(".  Specify different temporary\nERROR:  file directory by setting the TMP environment variable\n"),
         std::string::npos);
-    ZELDATA* read = ZEL_CreateFromZEL(out.c_str());
+    read = ZEL_CreateFromZEL(out.c_str());
     ASSERT_TRUE(read);
     EXPECT_EQ(ZEL_ModeNodeCount(read, 0), 4);
     EXPECT_STREQ(read->units.length, "MILLIMETER");
