@@ -482,7 +482,7 @@ TEST_F(Reading, KeepsUnknownUnitsAndRowsOfNoMode)
     EXPECT_EQ(db->stiffness.entries[1].row, 8);
 }
 
-// Two modes of 90 million nodes, of which the file system holds only the ends: the second one lies beyond 4 GiB.
+// 300 modes of 400 000 nodes, 5.8 GB, of which the file system holds little more than the numbers in front of the records.
 TEST_F(Reading, FindsBlocksBeyondFourGiB)
 {
     constexpr int kNodes = 400'000;
