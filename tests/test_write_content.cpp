@@ -501,6 +501,25 @@ TEST_F(WriteContent, TheOriginIsShiftedTwice)
     EXPECT_FALSE(told("Shifting"));
 }
 
+TEST_F(WriteContent, TheGeometryIsChangedInAFixedOrder)
+{
+    ZELDATA* db = bar();
+    const std::string sketch = folder.path("faces.txt");
+    write_bytes(sketch, "3  3 1 2 3  3 3 2 1  4 2 4 6 5"); // the first two are the sides of one face
+    ZELDATA* read = rewrite(db, ("coarsen(0) strip_face lbrf2cm no_ortho sketch(\"" + sketch + "\")").c_str());
+    size_t at = 0;
+    for (const std::string& step :
+         {std::string("Shifting LBRF"), "Using sketch file " + sketch, std::string("Shifting LBRF"),
+          std::string("Coarsening to resolution 0%"), std::string("Exporting")})
+    {
+        at = output.find(step, at);
+        ASSERT_NE(at, std::string::npos) << step << " in " << output;
+        at += step.size();
+    }
+    EXPECT_TRUE(told("Face reduction from 1 to 1\n") && told("\nNumber of Element Faces: 1\n"));
+    EXPECT_EQ(read->face_count, 1);
+}
+
 // ---- What is printed ------------------------------------------------------------------------------------------------------------
 
 TEST_F(WriteContent, TheSummaryAndTheWarningsTellOfTheBody)

@@ -73,6 +73,8 @@ static void change_geometry(Writer& out)
         ZEL_StripCommonFaces(out.db);
     if (options.shift_origin)
         shift_origin_to_mass_center(out.db);
+    if (options.coarsen.given())
+        ZEL_TrimGeometry(out.db, options.coarsen.text);
 }
 
 // ---- Format ----------------------------------------------------------------------------------------------------------------------
