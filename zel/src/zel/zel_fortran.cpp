@@ -26,6 +26,9 @@ template <typename Operation> static void on_current(int* ierr, Operation operat
         *ierr = 0;
 }
 
+namespace
+{
+
 // A terminated copy of a program's text, so that nothing changes the program's own. Null when memory is short.
 class Text
 {
@@ -49,6 +52,8 @@ public:
 private:
     Scratch<char> copy_;
 };
+
+} // namespace
 
 // Whether all copies could be made; reports when not.
 static bool copied(std::initializer_list<const Text*> texts)

@@ -16,6 +16,9 @@ static bool has_entries(const ZELMATRIX& matrix)
     return matrix.entries && matrix.count > 0;
 }
 
+namespace
+{
+
 // A generalized matrix as its list of entries, stored or implied.
 struct EntryList
 {
@@ -34,6 +37,8 @@ struct EntryList
         return {i, i, recorded ? db->eigenvalues[i].value[record_field] : otherwise};
     }
 };
+
+} // namespace
 
 static EntryList stiffness_of(const ZELDATA* db)
 {
@@ -80,6 +85,9 @@ static int give_full(const EntryList& list, double* matrix, int n)
     return count > 0 ? 1 : 0;
 }
 
+namespace
+{
+
 // Which rows and columns of a selection show a mode: a mode may be named several times.
 class Selection
 {
@@ -100,6 +108,8 @@ private:
     int mode_count_;
     Scratch<int> first_, next_;
 };
+
+} // namespace
 
 // The submatrix of the modes at indexes 0 to `leading` - 1 and the n named ones.
 static int give_selected(const EntryList& list, double* matrix, int leading, const int* mode_numbers, int n)

@@ -10,6 +10,9 @@ using namespace zel;
 
 static constexpr char kModule[] = "zeltoc";
 
+namespace
+{
+
 // One block number on its way to the stream.
 struct Report
 {
@@ -19,6 +22,8 @@ struct Report
 
     bool exists() const { return ZEL_Exists(db, block - 1) != 0; }
 };
+
+} // namespace
 
 static void print_rule(FILE* to, char symbol, int width)
 {
@@ -200,11 +205,17 @@ static void print_eigenvalues(const Report& report)
     }
 }
 
+namespace
+{
+
 // What the reports of the three kinds of mode vectors say.
 struct ModeReport
 {
     const char *counted, *noun, *heading, *absent, *what;
 };
+
+} // namespace
+
 static constexpr ModeReport kModeReports[ZEL_MODE_KINDS] = {
     {"Mode Shapes", "MODE",
      " ID             dx               dy               dz               ax               ay               az\n", "",
@@ -397,6 +408,9 @@ static void print_loads(const Report& report)
 
 // ---- Invariants -------------------------------------------------------------------------------------------------------
 
+namespace
+{
+
 // An array that an accessor returned, freed with its scope; null unless the database or its file has the block.
 struct Invariant
 {
@@ -409,6 +423,8 @@ struct Invariant
     Invariant(const Invariant&) = delete;
     Invariant& operator=(const Invariant&) = delete;
 };
+
+} // namespace
 
 // An array of three component rows, one mode a line.
 static void print_columns(const double* rows, int modes, FILE* to)
@@ -434,22 +450,22 @@ static void print_invariant_2(const Report& report)
         std::fputs("\tNo Invariant 2 information\n\n", report.to);
 }
 
-static void print_invariant_3(const Report& report)
+static void print_vectors(const Invariant& columns, const char* absent, const Report& report)
 {
-    const Invariant columns(report, ZEL_Invar3);
     if (columns.values)
         print_columns(columns.values, report.db->mode_count, report.to);
     else
-        std::fputs("\tNo Invariant 3 information\n\n", report.to);
+        std::fputs(absent, report.to);
+}
+
+static void print_invariant_3(const Report& report)
+{
+    print_vectors({report, ZEL_Invar3}, "\tNo Invariant 3 information\n\n", report);
 }
 
 static void print_invariant_4(const Report& report)
 {
-    const Invariant columns(report, ZEL_Invar4);
-    if (columns.values)
-        print_columns(columns.values, report.db->mode_count, report.to);
-    else
-        std::fputs("\tNo Invariant 4 information\n\n", report.to);
+    print_vectors({report, ZEL_Invar4}, "\tNo Invariant 4 information\n\n", report);
 }
 
 static void print_invariant_5(const Report& report)
