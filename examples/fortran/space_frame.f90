@@ -52,6 +52,7 @@ program space_frame
   call assemble
   call reduce
   call write_body
+  deallocate (xyz, stiffness, mass, basis)
 
 contains
 
