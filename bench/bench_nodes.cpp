@@ -1,52 +1,56 @@
 // A million nodes set one by one in ascending, descending and random order of their ids. The reference is a plain append
 // of the same records in memory.
+//   build/.../bench/nodes [nodes]
+#include "harness.h"
 #include "zel.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <ctime>
 #include <numeric>
 #include <random>
 #include <vector>
 
-// Of the processor, so that other programs disturb less.
-static double seconds()
+static void set_nodes(benchmark::State& state, const std::vector<int>& ids)
 {
-    return double(std::clock()) / CLOCKS_PER_SEC;
-}
-
-static double time_of_setting(const std::vector<int>& ids)
-{
-    const double start = seconds();
-    ZELDATA* db = ZEL_Create(0, 0);
-    for (int id : ids)
-        ZEL_SetNodeCoordinates(db, id, 1.0, 2.0, 3.0);
-    const double taken = seconds() - start;
+    ZELDATA* db = nullptr;
+    for (auto _ : state)
+    {
+        db = ZEL_Create(0, 0);
+        for (int id : ids)
+            ZEL_SetNodeCoordinates(db, id, 1.0, 2.0, 3.0);
+    }
     ZEL_UnLink(db);
-    return taken;
 }
 
-static double time_of_appending(const std::vector<int>& ids)
+static void append_records(benchmark::State& state, size_t count)
 {
-    const double start = seconds();
     std::vector<ZELNODE> nodes;
-    for (int id : ids)
-        nodes.push_back({id, 1.0, 2.0, 3.0, 0.0, nullptr});
-    const double taken = seconds() - start;
-    return nodes.size() == ids.size() ? taken : 0.0;
+    for (auto _ : state)
+        for (int id = 1; id <= int(count); ++id)
+            nodes.push_back({id, 1.0, 2.0, 3.0, 0.0, nullptr});
+    benchmark::DoNotOptimize(nodes.data());
 }
 
-int main()
+int main(int argc, char** argv)
 {
-    std::vector<int> ascending(1000000);
+    bench::start(argc, argv);
+    std::vector<int> ascending(size_t(bench::argument(argc, argv, 1, 1000000)));
     std::iota(ascending.begin(), ascending.end(), 1);
     std::vector<int> descending(ascending.rbegin(), ascending.rend()), random = ascending;
     std::shuffle(random.begin(), random.end(), std::mt19937(1));
-    const double reference = time_of_appending(ascending);
-    const double times[] = {time_of_setting(ascending), time_of_setting(descending), time_of_setting(random)};
-    const char* orders[] = {"ascending", "descending", "random"};
-    for (int i = 0; i < 3; ++i)
-        std::printf("%-10s  %.3f s, %.1f times a plain append\n", orders[i], times[i], times[i] / reference);
-    std::printf("slowest over fastest: %.2f (target 4)\n",
-                *std::max_element(times, times + 3) / *std::min_element(times, times + 3));
+
+    bench::add("append", 1, [&](benchmark::State& state) { append_records(state, ascending.size()); });
+    bench::add("ascending", 1, [&](benchmark::State& state) { set_nodes(state, ascending); });
+    bench::add("descending", 1, [&](benchmark::State& state) { set_nodes(state, descending); });
+    bench::add("random", 1, [&](benchmark::State& state) { set_nodes(state, random); });
+
+    for (const char* order : {"ascending", "descending", "random"})
+        bench::show(std::string(order) + " over append", bench::ratio(order, "append"));
+    bench::at_most("slowest order over fastest", 4, [](const bench::SecondsOf& of) {
+        const auto [least, most] = std::minmax({of("ascending"), of("descending"), of("random")});
+        return most / least;
+    });
+    bench::at_most("slowest order [s]", 1, [](const bench::SecondsOf& of) {
+        return std::max({of("ascending"), of("descending"), of("random")});
+    });
+    return bench::run();
 }
