@@ -1,18 +1,25 @@
 // Nearest of a million nodes for ten thousand points, the building of the search tree included, against scanning all nodes.
+//   build/.../bench/nearest [nodes]
+#include "harness.h"
 #include "zel.h"
 
-#include <algorithm>
-#include <cstdio>
-#include <ctime>
 #include <limits>
 #include <random>
+#include <string>
 #include <vector>
 
-// Of the processor, so that other programs disturb less.
-static double seconds()
+namespace
 {
-    return double(std::clock()) / CLOCKS_PER_SEC;
-}
+constexpr int kQueries = 10000, kScans = 100;
+
+struct Search
+{
+    ZELDATA* db;
+    std::vector<double> points;
+    std::vector<int> found;
+    int wrong = 0;
+};
+} // namespace
 
 static int scan(const ZELDATA* db, const double p[3])
 {
@@ -31,40 +38,55 @@ static int scan(const ZELDATA* db, const double p[3])
     return best;
 }
 
-int main()
+// Nodes at random, or on a grid of steps of a hundredth; points at random.
+static Search make_search(bool grid, int nodes, std::mt19937& random)
 {
-    constexpr int kNodes = 1000000, kQueries = 10000, kScans = 100;
-    std::mt19937 random(1);
     std::uniform_real_distribution<double> coordinate(0.0, 1.0);
-    for (const char* cloud : {"random", "grid"})
-    {
-        ZELDATA* db = ZEL_Create(0, 0);
-        for (int i = 0; i < kNodes; ++i)
-            if (*cloud == 'r')
-                ZEL_SetNodeCoordinates(db, i, coordinate(random), coordinate(random), coordinate(random));
-            else
-                ZEL_SetNodeCoordinates(db, i, i % 100 * 0.01, i / 100 % 100 * 0.01, i / 10000 * 0.01);
-        std::vector<double> points(3 * kQueries);
-        for (double& value : points)
-            value = coordinate(random);
-        std::vector<int> found(kQueries);
+    Search search = {ZEL_Create(0, 0), std::vector<double>(3 * kQueries), std::vector<int>(kQueries)};
+    for (int i = 0; i < nodes; ++i)
+        if (grid)
+            ZEL_SetNodeCoordinates(search.db, i, i % 100 * 0.01, i / 100 % 100 * 0.01, i / 10000 * 0.01);
+        else
+            ZEL_SetNodeCoordinates(search.db, i, coordinate(random), coordinate(random), coordinate(random));
+    for (double& value : search.points)
+        value = coordinate(random);
+    return search;
+}
 
-        double start = seconds();
-        found[0] = ZEL_ClosestNode(db, points.data(), 0);
-        const double build = seconds() - start;
-        for (int i = 1; i < kQueries; ++i)
-            found[size_t(i)] = ZEL_ClosestNode(db, points.data() + 3 * i, 0);
-        const double all = seconds() - start;
+static void query(benchmark::State& state, Search& search, int from, int to)
+{
+    for (auto _ : state)
+        for (int i = from; i < to; ++i)
+            search.found[size_t(i)] = ZEL_ClosestNode(search.db, search.points.data() + 3 * i, 0);
+}
 
-        start = seconds();
-        int wrong = 0;
+static void scan(benchmark::State& state, Search& search)
+{
+    for (auto _ : state)
         for (int i = 0; i < kScans; ++i)
-            wrong += scan(db, points.data() + 3 * i) != found[size_t(i)];
-        const double one_scan = (seconds() - start) / kScans;
-        std::printf(
-            "%-6s  build %.3f s, query %.2f us, scan %.2f ms; %d queries %.0f times faster (target 100), %d wrong\n",
-            cloud, build, (all - build) / (kQueries - 1) * 1e6, one_scan * 1e3, kQueries, one_scan * kQueries / all,
-            wrong);
-        ZEL_UnLink(db);
-    }
+            search.wrong += scan(search.db, search.points.data() + 3 * i) != search.found[size_t(i)];
+}
+
+static void add_cases(Search& search, const std::string& cloud)
+{
+    const std::string first = cloud + ", tree and first query", others = cloud + ", other queries",
+                      scans = cloud + ", 100 scans";
+    bench::add(first, 1, [&](benchmark::State& state) { query(state, search, 0, 1); });
+    bench::add(others, 1, [&](benchmark::State& state) { query(state, search, 1, kQueries); });
+    bench::add(scans, 1, [&](benchmark::State& state) { scan(state, search); });
+    bench::at_least(cloud + ", 10 000 queries, speed over scans", 100, [=](const bench::SecondsOf& of) {
+        return of(scans) / kScans * kQueries / (of(first) + of(others));
+    });
+    bench::at_most(cloud + ", nodes other than those of the scans", 0, [&] { return double(search.wrong); });
+}
+
+int main(int argc, char** argv)
+{
+    bench::start(argc, argv);
+    const int nodes = bench::argument(argc, argv, 1, 1000000);
+    std::mt19937 random(1);
+    Search cloud = make_search(false, nodes, random), grid = make_search(true, nodes, random);
+    add_cases(cloud, "random");
+    add_cases(grid, "grid");
+    return bench::run();
 }

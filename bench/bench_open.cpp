@@ -2,18 +2,16 @@
 // microseconds a mode; and reading one mode vector on demand, against fread of the same bytes. Everything is in the page
 // cache. Of the modes, the file system holds only those that are read.
 //   build/.../bench/open [repetitions]
+#include "harness.h"
 #include "zel.h"
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <bit>
-#include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -82,58 +80,64 @@ void write_file(const char* path)
     std::fclose(out);
 }
 
-double best_seconds(
-    int repetitions, const std::function<bool()>& pass, const std::function<void()>& after = [] {})
+// Reads bytes from a position with one fread.
+void read_plain(benchmark::State& state, FILE* file, int64_t position, std::vector<char>& bytes)
 {
-    double best = 1e30;
-    for (int i = 0; i < repetitions; ++i)
-    {
-        const auto start = std::chrono::steady_clock::now();
-        if (!pass())
-            std::exit(1);
-        best = std::min(best, std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
-        after();
-    }
-    return best;
+    for (auto _ : state)
+        if (FileSeek_Win32(file, position, 0) != 0 || std::fread(bytes.data(), 1, bytes.size(), file) != bytes.size())
+            state.SkipWithError("The file cannot be read");
+}
+
+void open_file(benchmark::State& state, const char* path)
+{
+    ZELDATA* db = nullptr;
+    for (auto _ : state)
+        db = ZEL_CreateFromZEL(path);
+    if (!db)
+        state.SkipWithError("The file cannot be opened");
+    ZEL_UnLink(db);
+}
+
+// The database stays open from one pass to the next.
+void read_vector(benchmark::State& state, const char* path, int mode, std::vector<double>& vector)
+{
+    static ZELDATA* db = ZEL_CreateFromZEL(path);
+    for (auto _ : state)
+        if (ZEL_Read_Mode_Double(db, mode, ZEL_MODE_SHAPE, vector.data()) != 1)
+            state.SkipWithError("The vector cannot be read");
 }
 } // namespace
 
 int main(int argc, char** argv)
 {
-    const int repetitions = argc > 1 ? std::atoi(argv[1]) : 10;
+    bench::start(argc, argv);
+    const int passes = bench::argument(argc, argv, 1, 10);
     const std::string path = (std::filesystem::temp_directory_path() / "zel_bench_open.zel").string();
     write_file(path.c_str());
-    std::vector<char> bytes(size_t(std::max(kNodeBytes, kVector)));
-    std::vector<double> vector(size_t(kVector / 8));
     FILE* plain = std::fopen(path.c_str(), "rb");
     if (!plain)
         return 1;
-
-    const double block = best_seconds(repetitions, [&] {
-        return FileSeek_Win32(plain, kNodeBlock, 0) == 0 &&
-               std::fread(bytes.data(), 1, size_t(kNodeBytes), plain) == size_t(kNodeBytes);
-    });
-    ZELDATA* db = nullptr;
-    const double open = best_seconds(
-        repetitions, [&] { return (db = ZEL_CreateFromZEL(path.c_str())) != nullptr; }, [&] { ZEL_UnLink(db); });
-    const double allowed = 2.0 * block + 20e-6 * kModes;
-    std::printf(
-        "open         %7.2f ms   %5.2f x (2 x fread of %.1f MB of nodes in %.2f ms + 20 us x %d modes) (target 1)\n",
-        1e3 * open, open / allowed, double(kNodeBytes) * 1e-6, 1e3 * block, kModes);
-
-    db = ZEL_CreateFromZEL(path.c_str());
+    std::vector<char> node_block(static_cast<size_t>(kNodeBytes)), record(static_cast<size_t>(kVector));
+    std::vector<double> vector(size_t(kVector / 8));
     int mode = 0;
     const auto next = [&] { return mode++ % kModesRead; };
-    const double fread_vector = best_seconds(2 * repetitions, [&] {
-        return FileSeek_Win32(plain, kFirstMode + next() * (4 + kVector) + 4, 0) == 0 &&
-               std::fread(bytes.data(), 1, size_t(kVector), plain) == size_t(kVector);
+
+    bench::add("fread of the node block", passes,
+               [&](benchmark::State& state) { read_plain(state, plain, kNodeBlock, node_block); });
+    bench::add("open", passes, [&](benchmark::State& state) { open_file(state, path.c_str()); });
+    bench::add("fread of a mode vector", 2 * passes, [&](benchmark::State& state) {
+        read_plain(state, plain, kFirstMode + next() * (4 + kVector) + 4, record);
     });
-    const double read_vector = best_seconds(
-        2 * repetitions, [&] { return ZEL_Read_Mode_Double(db, 1 + next(), ZEL_MODE_SHAPE, vector.data()) == 1; });
-    std::printf("mode vector  %7.2f ms   %5.2f x fread of %.1f MB in %.2f ms (target 0.5)\n", 1e3 * read_vector,
-                fread_vector / read_vector, double(kVector) * 1e-6, 1e3 * fread_vector);
+    bench::add("mode vector", 2 * passes,
+               [&](benchmark::State& state) { read_vector(state, path.c_str(), 1 + next(), vector); });
+    bench::at_most("open over 2 fread and 20 us a mode", 1, [](const bench::SecondsOf& of) {
+        return of("open") / (2.0 * of("fread of the node block") + 20e-6 * kModes);
+    });
+    bench::at_least("mode vector, speed over fread", 0.5, bench::ratio("fread of a mode vector", "mode vector"));
+
+    const int result = bench::run();
     std::fclose(plain);
     ZEL_Terminate();
     std::remove(path.c_str());
-    return 0;
+    return result;
 }
