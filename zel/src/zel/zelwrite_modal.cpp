@@ -257,11 +257,11 @@ public:
     // The values of `count` nodes from place `first` of the list on; a mode is read from its first slice to its last.
     int read(int mode, int first, int count, double* slice)
     {
+        if (stored_ && !nodes_.positions)
+            return read_mode_slice(db_, kind_, mode, first, count, slice);
         std::memset(slice, 0, size_t(count) * kComponents * sizeof(double));
         if (!stored_)
             return 1;
-        if (!nodes_.positions)
-            return read_mode_slice(db_, kind_, mode, first, count, slice);
         if (first == 0 && !read_mode_slice(db_, kind_, mode, 0, db_->mode_node_count[kind_], whole_.data))
             return 0;
         for (int i = 0; i < count; ++i)
