@@ -1,26 +1,16 @@
 // ZEL_TrimGeometry on a torus of 500 000 triangles, against the sloppy simplifier of meshoptimizer, which is asked for the
-// same number of triangles. Prints the processor time of each and the mean distance of its result from the torus.
+// same number of triangles, with the mean distance of each result from the torus.
+//   build/.../bench/coarsen [passes]
+#include "harness.h"
 #include "zel.h"
 
 #include <meshoptimizer.h>
 
-#include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
-#include <ctime>
-#include <fcntl.h>
 #include <malloc.h>
-#include <unistd.h>
+#include <string>
 #include <vector>
-
-// Processor time, which does not count what other programs take of a busy machine.
-static double processor_seconds()
-{
-    timespec now = {};
-    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
-    return double(now.tv_sec) + 1e-9 * double(now.tv_nsec);
-}
 
 static constexpr double kRing = 1.0, kTube = 0.4; // radii
 static constexpr int kSteps = 500;                // around the ring and around the tube
@@ -31,6 +21,12 @@ struct Mesh
 {
     std::vector<double> points; // x, y, z a vertex
     std::vector<unsigned> triangles;
+};
+
+struct Result
+{
+    std::vector<unsigned> triangles;
+    double distance = bench::kNotMeasured;
 };
 } // namespace
 
@@ -99,22 +95,6 @@ static double mean_distance(const Mesh& mesh)
     return distance / total;
 }
 
-// Messages go to standard output; the figures are printed here.
-static double time_trim(ZELDATA* db, const char* text)
-{
-    std::fflush(stdout);
-    const int output = dup(1), nowhere = open("/dev/null", O_WRONLY);
-    dup2(nowhere, 1);
-    const double start = processor_seconds();
-    const int result = ZEL_TrimGeometry(db, text);
-    const double seconds = processor_seconds() - start;
-    std::fflush(stdout);
-    dup2(output, 1);
-    close(output);
-    close(nowhere);
-    return result ? seconds : -1.0;
-}
-
 static void set_faces(ZELDATA* db, const Mesh& mesh)
 {
     std::free(db->face_list);
@@ -139,49 +119,64 @@ static std::vector<unsigned> triangles_of(const ZELDATA* db)
     return triangles;
 }
 
-int main()
+// Keeps the triangles with their distance from the torus, and shows both.
+static void keep(benchmark::State& state, Result& result, const Mesh& torus, const std::vector<unsigned>& triangles)
 {
-    constexpr double kMostTime = 4.0, kMostDistance = 1.2;
-    constexpr int kRuns = 5;
+    if (result.triangles != triangles)
+        result = {triangles, mean_distance({torus.points, triangles})};
+    state.counters["triangles"] = double(triangles.size() / 3);
+    state.counters["mean_distance"] = result.distance;
+}
+
+static void trim(benchmark::State& state, ZELDATA* db, const char* resolution, const Mesh& torus, Result& result)
+{
+    set_faces(db, torus);
+    for (auto _ : state)
+        if (!ZEL_TrimGeometry(db, resolution))
+            state.SkipWithError("The faces cannot be trimmed");
+    keep(state, result, torus, triangles_of(db));
+}
+
+// To as many triangles as `own` has.
+static void simplify(benchmark::State& state, const std::vector<float>& positions, const Mesh& torus, const Result& own,
+                     Result& result)
+{
+    std::vector<unsigned> triangles(torus.triangles.size());
+    size_t count = 0;
+    for (auto _ : state)
+        count =
+            meshopt_simplifySloppy(triangles.data(), torus.triangles.data(), torus.triangles.size(), positions.data(),
+                                   positions.size() / 3, 3 * sizeof(float), own.triangles.size(), 1.0f, nullptr);
+    triangles.resize(count);
+    keep(state, result, torus, triangles);
+}
+
+int main(int argc, char** argv)
+{
+    bench::start(argc, argv);
     // Memory that was freed stays with the process, for both alike: the kernel's time for pages is not what is compared.
     mallopt(M_MMAP_THRESHOLD, 1 << 30);
     mallopt(M_TRIM_THRESHOLD, 1 << 30);
+    const int passes = bench::argument(argc, argv, 1, 5);
     const Mesh torus = make_torus();
     ZELDATA* db = ZEL_Create(0, 0);
     for (size_t i = 0; i < torus.points.size(); i += 3)
         ZEL_SetNodeCoordinates(db, int(i / 3) + 1, torus.points[i], torus.points[i + 1], torus.points[i + 2]);
     const std::vector<float> positions(torus.points.begin(), torus.points.end());
 
-    std::printf("%zu triangles; mean distance %.3g\n", torus.triangles.size() / 3, mean_distance(torus));
-    for (const char* resolution : {"1", "2", "5", "10"})
+    static const char* const kResolutions[] = {"1", "2", "5", "10"};
+    Result own[std::size(kResolutions)], reference[std::size(kResolutions)];
+    for (size_t i = 0; i < std::size(kResolutions); ++i)
     {
-        Mesh own = {torus.points, {}}, reference = own;
-        double own_time = 1e9, reference_time = 1e9;
-        for (int run = 0; run < kRuns; ++run)
-        {
-            set_faces(db, torus);
-            own_time = std::min(own_time, time_trim(db, resolution));
-        }
-        own.triangles = triangles_of(db);
-        for (int run = 0; run < kRuns; ++run)
-        {
-            reference.triangles.resize(torus.triangles.size());
-            const double start = processor_seconds();
-            const size_t count = meshopt_simplifySloppy(reference.triangles.data(), torus.triangles.data(),
-                                                        torus.triangles.size(), positions.data(), positions.size() / 3,
-                                                        3 * sizeof(float), own.triangles.size(), 1.0f, nullptr);
-            reference_time = std::min(reference_time, processor_seconds() - start);
-            reference.triangles.resize(count);
-        }
-        const double own_distance = mean_distance(own), reference_distance = mean_distance(reference);
-        std::printf("resolution %s%%\n", resolution);
-        std::printf("  meshoptimizer  %6zu triangles  %6.1f ms  mean distance %.3e\n", reference.triangles.size() / 3,
-                    1e3 * reference_time, reference_distance);
-        std::printf("  zel            %6zu triangles  %6.1f ms  mean distance %.3e\n", own.triangles.size() / 3,
-                    1e3 * own_time, own_distance);
-        std::printf("  ratios: time %.2f (target: at most %.0f), distance %.2f (target: at most %.1f)\n",
-                    own_time / reference_time, kMostTime, own_distance / reference_distance, kMostDistance);
+        const std::string name = std::string(kResolutions[i]) + " %", other = name + ", meshoptimizer";
+        bench::add(name, passes, [&, i](benchmark::State& state) { trim(state, db, kResolutions[i], torus, own[i]); });
+        bench::add(other, passes,
+                   [&, i](benchmark::State& state) { simplify(state, positions, torus, own[i], reference[i]); });
+        bench::at_most(name + ", time over meshoptimizer", 4, bench::ratio(name, other));
+        bench::at_most(name + ", distance over meshoptimizer", 1.2,
+                       [&, i] { return own[i].distance / reference[i].distance; });
     }
+    const int result = bench::run();
     ZEL_Terminate();
-    return 0;
+    return result;
 }

@@ -1,47 +1,13 @@
 // ZEL_StripCommonFaces on the 6 million quadrilaterals of a block of 100^3 hexahedra, against a plain sort of one record
-// and one private copy of its nodes a face. Prints both times, their ratio and the memory that each took beside the list.
+// and one private copy of its nodes a face, and the memory that each takes beside the list.
+//   build/.../bench/faces [hexahedra along an edge]
+#include "harness.h"
 #include "zel.h"
 
-#include <malloc.h>
-
 #include <algorithm>
-#include <chrono>
-#include <cstdio>
+#include <cmath>
 #include <cstdlib>
-#include <cstring>
 #include <vector>
-
-using Clock = std::chrono::steady_clock;
-
-static double seconds_since(Clock::time_point start)
-{
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-// A figure of /proc/self/status [MB]: VmRSS now, VmHWM at most since the last call of forget_peak().
-static double memory(const char* figure)
-{
-    FILE* status = std::fopen("/proc/self/status", "r");
-    char line[256];
-    long kilobytes = 0;
-    while (status && std::fgets(line, sizeof line, status))
-        if (std::strncmp(line, figure, std::strlen(figure)) == 0)
-            kilobytes = std::atol(line + std::strlen(figure) + 1);
-    if (status)
-        std::fclose(status);
-    return double(kilobytes) / 1024.0;
-}
-
-// Also gives freed memory back, so that its reuse counts.
-static void forget_peak()
-{
-    malloc_trim(0);
-    if (FILE* refs = std::fopen("/proc/self/clear_refs", "w"))
-    {
-        std::fputs("5", refs);
-        std::fclose(refs);
-    }
-}
 
 static std::vector<int> faces_of_block(int n)
 {
@@ -119,43 +85,56 @@ static std::vector<int> strip_by_sorting(const std::vector<int>& list)
 
 // -------------------------------------------------------------------------------------------------------------------
 
-int main()
+// Strips a fresh copy of the list. Returns the memory taken meanwhile [MiB].
+static double strip(benchmark::State& state, ZELDATA* db, const std::vector<int>& list)
 {
-    constexpr int kElements = 100;
-    constexpr double kMostExtra = 300.0, kLeastRatio = 4.0;
-    const std::vector<int> list = faces_of_block(kElements);
-    ZELDATA* db = ZEL_Create(0, 0);
-    for (int node = 0; node < (kElements + 1) * (kElements + 1) * (kElements + 1); ++node)
-        ZEL_SetNodeCoordinates(db, node + 1, 0.0, 0.0, 0.0);
-
-    double own = 1e9, own_extra = 0.0;
-    for (int run = 0; run < 3; ++run)
-    {
-        std::free(db->face_list);
-        db->face_list = static_cast<int*>(std::malloc(list.size() * sizeof(int)));
-        std::copy(list.begin(), list.end(), db->face_list);
-        db->face_count = int(list.size() / 5);
-        db->face_list_length = db->face_capacity = int(list.size());
-        forget_peak();
-        const double before = memory("VmRSS:");
-        const Clock::time_point start = Clock::now();
+    std::free(db->face_list);
+    db->face_list = static_cast<int*>(std::malloc(list.size() * sizeof(int)));
+    std::copy(list.begin(), list.end(), db->face_list);
+    db->face_count = int(list.size() / 5);
+    db->face_list_length = db->face_capacity = int(list.size());
+    bench::forget_peak();
+    const double before = bench::status_mib("VmRSS");
+    for (auto _ : state)
         ZEL_StripCommonFaces(db);
-        own = std::min(own, seconds_since(start));
-        own_extra = std::max(own_extra, memory("VmHWM:") - before);
-    }
+    const double extra = bench::status_mib("VmHWM") - before;
+    state.counters["extra_MiB"] = extra;
+    state.counters["faces_left"] = db->face_count;
+    return extra;
+}
 
-    forget_peak();
-    const double before = memory("VmRSS:");
-    const Clock::time_point start = Clock::now();
-    const std::vector<int> expected = strip_by_sorting(list);
-    const double reference = seconds_since(start), reference_extra = memory("VmHWM:") - before;
+static std::vector<int> strip_by_sorting(benchmark::State& state, const std::vector<int>& list)
+{
+    bench::forget_peak();
+    const double before = bench::status_mib("VmRSS");
+    std::vector<int> kept;
+    for (auto _ : state)
+        kept = strip_by_sorting(list);
+    state.counters["extra_MiB"] = bench::status_mib("VmHWM") - before;
+    return kept;
+}
 
-    const bool same =
-        expected.size() == size_t(db->face_list_length) && std::equal(expected.begin(), expected.end(), db->face_list);
-    std::printf("%zu faces, %d left; results %s\n", list.size() / 5, db->face_count, same ? "agree" : "DIFFER");
-    std::printf("sort of records  %7.3f s  %7.1f MB extra\n", reference, reference_extra);
-    std::printf("zel              %7.3f s  %7.1f MB extra (target: below %.0f)\n", own, own_extra, kMostExtra);
-    std::printf("ratio            %7.2f    (target: at least %.0f)\n", reference / own, kLeastRatio);
+int main(int argc, char** argv)
+{
+    bench::start(argc, argv);
+    const int elements = bench::argument(argc, argv, 1, 100);
+    const std::vector<int> list = faces_of_block(elements);
+    ZELDATA* db = ZEL_Create(0, 0);
+    for (int node = 0; node < (elements + 1) * (elements + 1) * (elements + 1); ++node)
+        ZEL_SetNodeCoordinates(db, node + 1, 0.0, 0.0, 0.0);
+    double extra = bench::kNotMeasured;
+    std::vector<int> expected;
+
+    bench::add("zel", 3, [&](benchmark::State& state) { extra = std::fmax(extra, strip(state, db, list)); });
+    bench::add("sort of records", 1, [&](benchmark::State& state) { expected = strip_by_sorting(state, list); });
+    bench::at_least("speed over a sort of records", 4, bench::ratio("sort of records", "zel"));
+    bench::at_most("memory beside the list [MiB]", 300, [&] { return extra; });
+    bench::at_most("lists that differ", 0, [&] {
+        const bool same =
+            std::equal(expected.begin(), expected.end(), db->face_list, db->face_list + db->face_list_length);
+        return expected.empty() ? bench::kNotMeasured : double(!same);
+    });
+    const int result = bench::run();
     ZEL_Terminate();
-    return same ? 0 : 1;
+    return result;
 }

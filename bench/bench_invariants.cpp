@@ -1,16 +1,16 @@
 // Inertia invariants 1 to 9 of 20 000 nodes with 100 modes: the library against the plain loops of their definition, which
 // fetch mode j for every mode i; then 200 000 nodes with 100 modes, with the memory that the sums take beside the result.
-//   build/.../bench/invariants [nodes of the second body]
+//   build/.../bench/invariants [nodes of the second body [of the first]]
+#include "harness.h"
 #include "zel.h"
 
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <functional>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -24,13 +24,6 @@ struct Invariants
     std::vector<double> cross, products, third, fourth, eighth;
 };
 } // namespace
-
-static double seconds(const std::function<void()>& work)
-{
-    const auto start = std::chrono::steady_clock::now();
-    work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-}
 
 static double pseudo_random(uint64_t& state)
 {
@@ -160,6 +153,8 @@ static Invariants by_definition(ZELDATA* db)
 
 static double difference(const std::vector<double>& a, const std::vector<double>& b)
 {
+    if (a.size() != b.size())
+        return bench::kNotMeasured;
     double largest = 0.0, apart = 0.0;
     for (size_t i = 0; i < a.size(); ++i)
     {
@@ -167,20 +162,6 @@ static double difference(const std::vector<double>& a, const std::vector<double>
         apart = std::max(apart, std::fabs(a[i] - b[i]));
     }
     return apart / largest;
-}
-
-// A line of the process's status, in MiB.
-static double status_mib(const char* name)
-{
-    FILE* status = std::fopen("/proc/self/status", "r");
-    char line[256];
-    long kib = 0;
-    while (status && std::fgets(line, sizeof line, status))
-        if (std::strncmp(line, name, std::strlen(name)) == 0)
-            std::sscanf(line + std::strlen(name), ": %ld", &kib);
-    if (status)
-        std::fclose(status);
-    return double(kib) / 1024.0;
 }
 
 // The most that the heap and stacks take while `work` runs, looked at once a millisecond. The mapped mode file is not part
@@ -192,7 +173,7 @@ static double peak_of(const std::function<void()>& work)
     std::thread watch([&] {
         while (!done)
         {
-            peak = std::max(peak, status_mib("RssAnon"));
+            peak = std::max(peak, bench::status_mib("RssAnon"));
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
     });
@@ -202,31 +183,48 @@ static double peak_of(const std::function<void()>& work)
     return peak;
 }
 
-int main(int count, char** arguments)
+int main(int argc, char** argv)
 {
-    const int many_nodes = count > 1 ? std::atoi(arguments[1]) : 200000;
-    ZELDATA* db = body(20000);
-    Invariants expected;
-    const double plain = seconds([&] { expected = by_definition(db); });
-    const double own = seconds([&] { fill_slots(db); });
-    const Invariants found = values_of(db);
-    std::printf("20000 x %d: all invariants %.3f s, plain loops %.3f s: %.1f x faster (target 20)\n", kModes, own,
-                plain, plain / own);
-    std::printf(
-        "largest difference, relative to the largest entry: %.1e 3, %.1e 4, %.1e 5, %.1e 8, %.1e 9 (limit 1e-12)\n",
-        difference(found.third, expected.third), difference(found.fourth, expected.fourth),
-        difference(found.cross, expected.cross), difference(found.eighth, expected.eighth),
-        difference(found.products, expected.products));
-    ZEL_Terminate();
+    bench::start(argc, argv);
+    const int many_nodes = bench::argument(argc, argv, 1, 200000), nodes = bench::argument(argc, argv, 2, 20000);
+    ZELDATA* db = body(nodes);
+    Invariants expected, found;
+    double scratch = bench::kNotMeasured;
 
-    db = body(many_nodes);
-    const double before = status_mib("RssAnon");
-    double large = 0.0;
-    const double peak = peak_of([&] { large = seconds([&] { fill_slots(db); }); });
-    std::printf("%d x %d: all invariants %.3f s, %.1f MiB above the %.1f MiB before, results of %.1f MiB included "
-                "(limit for scratch 64); peak resident with the mapped file %.0f MiB\n",
-                many_nodes, kModes, large, peak - before, before, 8.0 * 12 * kModes * kModes / 1048576.0,
-                status_mib("VmHWM"));
+    bench::add("plain loops", 1, [&](benchmark::State& state) {
+        for (auto _ : state)
+            expected = by_definition(db);
+    });
+    bench::add("all invariants", 1, [&](benchmark::State& state) {
+        for (auto _ : state)
+            fill_slots(db);
+        found = values_of(db);
+    });
+    bench::add("all invariants, large", 1, [&](benchmark::State& state) {
+        ZEL_Terminate();
+        ZELDATA* large = body(many_nodes);
+        const double before = bench::status_mib("RssAnon");
+        for (auto _ : state)
+            scratch = peak_of([&] { fill_slots(large); }) - before;
+        state.counters["results_MiB"] = 8.0 * 12 * kModes * kModes / 1048576.0;
+        state.counters["peak_resident_MiB"] = bench::status_mib("VmHWM"); // with the mapped file
+    });
+
+    bench::at_least("speed over plain loops", 20, bench::ratio("plain loops", "all invariants"));
+    const struct
+    {
+        const char* name;
+        std::vector<double> Invariants::*values;
+    } rows[] = {{"3", &Invariants::third},
+                {"4", &Invariants::fourth},
+                {"5", &Invariants::cross},
+                {"8", &Invariants::eighth},
+                {"9", &Invariants::products}};
+    for (const auto& row : rows)
+        bench::at_most(std::string("difference in invariant ") + row.name, 1e-12,
+                       [&, values = row.values] { return difference(found.*values, expected.*values); });
+    bench::at_most("memory of the large sums, results included [MiB]", 64, [&] { return scratch; });
+    const int result = bench::run();
     ZEL_Terminate();
-    return 0;
+    return result;
 }

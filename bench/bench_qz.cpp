@@ -1,13 +1,12 @@
 // The four QZ stages against LAPACK's dgghrd, dhgeqz and dtgevc (with the vectors taken back to the original coordinates)
-// on dense symmetric-definite pairs. LAPACK is handed a triangular B, which the QZ stages make themselves. Times are the
-// processor's, the best of a few runs. Arguments: the orders, by default those that take a second or less.
+// on dense symmetric-definite pairs. LAPACK is handed a triangular B, which the QZ stages make themselves.
+//   build/.../bench/qz [orders]   by default those that take a second or less
+#include "harness.h"
 #include "zel.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <ctime>
 #include <random>
+#include <string>
 #include <vector>
 
 extern "C" {
@@ -31,11 +30,6 @@ namespace
 
 using Values = std::vector<double>;
 
-double seconds()
-{
-    return double(std::clock()) / CLOCKS_PER_SEC;
-}
-
 // X·X' + n I / 10, X normally distributed.
 Values positive_definite(int n, unsigned seed)
 {
@@ -55,23 +49,24 @@ Values positive_definite(int n, unsigned seed)
     return m;
 }
 
-double time_ours(int n, Values a, Values b)
+void run_qz(benchmark::State& state, int n, Values a, Values b)
 {
     const int accumulate = 1;
     const double eps1 = 0.0;
     int ierr = 0;
     Values z(a.size()), real(size_t(n), 0.0), imaginary = real, beta = real;
-    const double start = seconds();
-    ZEL_QZHESS(&n, &n, a.data(), b.data(), &accumulate, z.data());
-    ZEL_QZITT(&n, &n, a.data(), b.data(), &eps1, &accumulate, z.data(), &ierr);
-    ZEL_QZVALL(&n, &n, a.data(), b.data(), real.data(), imaginary.data(), beta.data(), &accumulate, z.data());
-    ZEL_QZVECC(&n, &n, a.data(), b.data(), real.data(), imaginary.data(), beta.data(), z.data());
+    for (auto _ : state)
+    {
+        ZEL_QZHESS(&n, &n, a.data(), b.data(), &accumulate, z.data());
+        ZEL_QZITT(&n, &n, a.data(), b.data(), &eps1, &accumulate, z.data(), &ierr);
+        ZEL_QZVALL(&n, &n, a.data(), b.data(), real.data(), imaginary.data(), beta.data(), &accumulate, z.data());
+        ZEL_QZVECC(&n, &n, a.data(), b.data(), real.data(), imaginary.data(), beta.data(), z.data());
+    }
     if (ierr != 0)
-        std::exit(1);
-    return seconds() - start;
+        state.SkipWithError("An eigenvalue does not converge");
 }
 
-double time_lapack(int n, Values a, Values b)
+void run_lapack(benchmark::State& state, int n, Values a, Values b)
 {
     const int first = 1, one = 1, work_size = 64 * n;
     int info = 0, found = 0;
@@ -80,42 +75,36 @@ double time_lapack(int n, Values a, Values b)
     dormqr_("L", "T", &n, &n, &n, b.data(), &n, tau.data(), a.data(), &n, work.data(), &work_size, &info);
     for (int j = 0; j < n; ++j)
         std::fill(b.begin() + j * n + j + 1, b.begin() + j * n + n, 0.0);
-    const double start = seconds();
-    dgghrd_("N", "I", &n, &first, &n, a.data(), &n, b.data(), &n, nullptr, &one, z.data(), &n, &info);
-    dhgeqz_("S", "N", "V", &n, &first, &n, a.data(), &n, b.data(), &n, real.data(), imaginary.data(), beta.data(),
-            nullptr, &one, z.data(), &n, work.data(), &work_size, &info);
-    dtgevc_("R", "B", nullptr, &n, a.data(), &n, b.data(), &n, nullptr, &one, z.data(), &n, &n, &found, work.data(),
-            &info);
+    for (auto _ : state)
+    {
+        dgghrd_("N", "I", &n, &first, &n, a.data(), &n, b.data(), &n, nullptr, &one, z.data(), &n, &info);
+        dhgeqz_("S", "N", "V", &n, &first, &n, a.data(), &n, b.data(), &n, real.data(), imaginary.data(), beta.data(),
+                nullptr, &one, z.data(), &n, work.data(), &work_size, &info);
+        dtgevc_("R", "B", nullptr, &n, a.data(), &n, b.data(), &n, nullptr, &one, z.data(), &n, &n, &found, work.data(),
+                &info);
+    }
     if (info != 0)
-        std::exit(1);
-    return seconds() - start;
-}
-
-template <typename Measure> double best_of(int runs, Measure measure)
-{
-    double best = measure();
-    while (--runs > 0)
-        best = std::min(best, measure());
-    return best;
+        state.SkipWithError("LAPACK fails");
 }
 
 } // namespace
 
-int main(int count, char** arguments)
+int main(int argc, char** argv)
 {
+    bench::start(argc, argv);
     std::vector<int> orders{50, 100, 200, 500, 512};
-    if (count > 1)
-        orders.assign(size_t(count - 1), 0);
-    for (int i = 1; i < count; ++i)
-        orders[size_t(i - 1)] = std::atoi(arguments[i]);
-    std::printf("%6s %12s %12s %8s\n", "order", "zel [ms]", "LAPACK [ms]", "ratio");
+    if (argc > 1)
+        orders.clear();
+    for (int i = 1; i < argc; ++i)
+        orders.push_back(bench::argument(argc, argv, i, 0));
     for (const int n : orders)
     {
         const Values a = positive_definite(n, 1), b = positive_definite(n, 2);
-        const int runs = n < 300 ? 9 : n < 800 ? 3 : 1;
-        const double ours = best_of(runs, [&] { return time_ours(n, a, b); });
-        const double lapack = best_of(runs, [&] { return time_lapack(n, a, b); });
-        std::printf("%6d %12.2f %12.2f %8.2f\n", n, 1e3 * ours, 1e3 * lapack, ours / lapack);
+        const int passes = n < 300 ? 9 : n < 800 ? 3 : 1;
+        const std::string order = "order " + std::to_string(n);
+        bench::add(order, passes, [=](benchmark::State& state) { run_qz(state, n, a, b); });
+        bench::add(order + ", LAPACK", passes, [=](benchmark::State& state) { run_lapack(state, n, a, b); });
+        bench::at_most(order + ", time over LAPACK", 1.5, bench::ratio(order, order + ", LAPACK"));
     }
-    return 0;
+    return bench::run();
 }

@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
-#include <limits>
 #include <map>
 #include <vector>
 
@@ -45,7 +44,8 @@ std::vector<Line> lines;
 std::map<std::string, Times> best; // by the name of the case
 size_t longest_name = 0;
 
-// Standard output while cases run: to the null device, for the library tells there what it does.
+// Standard output between start() and the figures, but for the table: to the null device, for the library tells there what
+// it does.
 class Silence
 {
 public:
@@ -71,6 +71,12 @@ private:
     int screen_, nowhere_;
 };
 
+Silence& silence()
+{
+    static Silence only;
+    return only;
+}
+
 // Times by the clock and of the processor, children included.
 Times times_of(const benchmark::BenchmarkReporter::Run& run)
 {
@@ -90,7 +96,7 @@ public:
     {
         const bool go_on = ConsoleReporter::ReportContext(context);
         name_field_width_ = longest_name;
-        silence_.begin();
+        silence().begin();
         return go_on;
     }
 
@@ -106,12 +112,12 @@ public:
         fastest.run_name.function_name = name;
         if (!fastest.error_occurred)
             keep(name, runs);
-        silence_.end();
+        silence().end();
         ConsoleReporter::ReportRuns({fastest});
-        silence_.begin();
+        silence().begin();
     }
 
-    void Finalize() override { silence_.end(); }
+    void Finalize() override { silence().end(); }
 
 private:
     static void keep(const std::string& name, const std::vector<Run>& runs)
@@ -123,15 +129,13 @@ private:
             least = {std::min(least.clock, times.clock), std::min(least.processor, times.processor)};
         }
     }
-
-    Silence silence_;
 };
 
 double evaluate(const Ratio& ratio, double Times::*which)
 {
     return ratio([which](const std::string& name) {
         const auto found = best.find(name);
-        return found == best.end() ? std::numeric_limits<double>::quiet_NaN() : found->second.*which;
+        return found == best.end() ? kNotMeasured : found->second.*which;
     });
 }
 
@@ -158,6 +162,7 @@ void print(const Line& line)
 void start(int& argc, char** argv)
 {
     benchmark::Initialize(&argc, argv);
+    silence().begin();
 }
 
 int argument(int argc, char** argv, int position, int usual)
@@ -203,6 +208,7 @@ void show(const std::string& what, const Ratio& ratio)
 
 int run()
 {
+    silence().end();
     Reporter reporter;
     if (benchmark::RunSpecifiedBenchmarks(&reporter) > 0)
         for (const Line& line : lines)

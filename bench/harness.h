@@ -8,12 +8,16 @@
 #include <benchmark/benchmark.h>
 
 #include <functional>
+#include <limits>
 #include <string>
 
 namespace bench
 {
 
-// Seconds of the fastest pass of a case; NaN when it did not run.
+// Of a case that did not run.
+constexpr double kNotMeasured = std::numeric_limits<double>::quiet_NaN();
+
+// Seconds of the fastest pass of a case.
 using SecondsOf = std::function<double(const std::string& name)>;
 
 // Evaluated once by the clock and once with processor times, which other programs on the machine disturb less.
