@@ -1,25 +1,20 @@
-// Comparison of two files against reading them: fread of both from end to end, alternately in blocks of 1 MiB. Figures are
-// those of the best of a few runs, with the files in the page cache. Arguments: nodes and modes.
+// Comparison of two files against reading them: fread of both from end to end, alternately in blocks of 1 MiB, with
+// the files in the page cache.
+//   build/.../bench/compare [nodes [modes]]
+#include "harness.h"
 #include "zel.h"
 
+#include <unistd.h>
+
 #include <bit>
-#include <chrono>
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
+#include <filesystem>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 namespace
 {
-
-double seconds()
-{
-    return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-}
 
 // A file of version 60 in XDR and double precision with coordinates, eigenvalues and mode shapes.
 class Output
@@ -89,60 +84,57 @@ void write_file(const char* path, int nodes, int modes)
     }
 }
 
-double time_reading(const std::string paths[2], int64_t& bytes)
+void read_files(benchmark::State& state, const std::string paths[2])
 {
     static std::vector<char> block(1 << 20);
-    const double start = seconds();
-    FILE* files[2] = {std::fopen(paths[0].c_str(), "rb"), std::fopen(paths[1].c_str(), "rb")};
-    bytes = 0;
-    for (bool more = true; more;)
+    int64_t bytes = 0;
+    for (auto _ : state)
     {
-        more = false;
+        FILE* files[2] = {std::fopen(paths[0].c_str(), "rb"), std::fopen(paths[1].c_str(), "rb")};
+        for (bool more = true; more;)
+        {
+            more = false;
+            for (FILE* file : files)
+                if (const size_t got = std::fread(block.data(), 1, block.size(), file); got > 0)
+                {
+                    bytes += int64_t(got);
+                    more = true;
+                }
+        }
         for (FILE* file : files)
-            if (const size_t got = std::fread(block.data(), 1, block.size(), file); got > 0)
-            {
-                bytes += int64_t(got);
-                more = true;
-            }
+            std::fclose(file);
     }
-    for (FILE* file : files)
-        std::fclose(file);
-    return seconds() - start;
+    state.SetBytesProcessed(bytes);
 }
 
-double time_comparison(const std::string paths[2])
+void compare_files(benchmark::State& state, const std::string paths[2])
 {
-    const double start = seconds();
-    ZELDATA *base = ZEL_CreateFromZEL(paths[0].c_str()), *made = ZEL_CreateFromZEL(paths[1].c_str());
-    if (!base || !made || ZEL_Compare(base, made, 0, 1e-12) != 0)
-        std::exit(1);
-    ZEL_Terminate();
-    return seconds() - start;
+    for (auto _ : state)
+    {
+        ZELDATA *base = ZEL_CreateFromZEL(paths[0].c_str()), *made = ZEL_CreateFromZEL(paths[1].c_str());
+        if (!base || !made || ZEL_Compare(base, made, 0, 1e-12) != 0)
+            state.SkipWithError("The files do not compare as equal");
+        ZEL_Terminate();
+    }
 }
 
 } // namespace
 
-int main(int count, char** arguments)
+int main(int argc, char** argv)
 {
-    constexpr int kRuns = 3;
-    const int nodes = count > 1 ? std::atoi(arguments[1]) : 100000, modes = count > 2 ? std::atoi(arguments[2]) : 100;
-    const char* folder = std::getenv("TMPDIR");
-    const std::string stem = std::string(folder ? folder : "/tmp") + "/bench_compare_" + std::to_string(getpid());
+    bench::start(argc, argv);
+    constexpr int kPasses = 3;
+    const int nodes = bench::argument(argc, argv, 1, 100000), modes = bench::argument(argc, argv, 2, 100);
+    const std::string stem =
+        (std::filesystem::temp_directory_path() / ("bench_compare_" + std::to_string(getpid()))).string();
     const std::string paths[2] = {stem + "_base.zel", stem + "_new.zel"};
     for (const std::string& path : paths)
         write_file(path.c_str(), nodes, modes);
-    int64_t bytes = 0;
-    double reading = HUGE_VAL, comparing = HUGE_VAL;
-    for (int run = 0; run < kRuns; ++run)
-    {
-        reading = std::min(reading, time_reading(paths, bytes));
-        comparing = std::min(comparing, time_comparison(paths));
-    }
+    bench::add("fread", kPasses, [&](benchmark::State& state) { read_files(state, paths); });
+    bench::add("compare", kPasses, [&](benchmark::State& state) { compare_files(state, paths); });
+    bench::at_least("speed of comparing over reading", 0.3, bench::ratio("fread", "compare"));
+    const int result = bench::run();
     for (const std::string& path : paths)
         std::remove(path.c_str());
-    std::printf("%d nodes x %d modes, %.0f MB in two files\n", nodes, modes, 1e-6 * double(bytes));
-    std::printf("fread    %8.3f s %8.0f MB/s\n", reading, 1e-6 * double(bytes) / reading);
-    std::printf("compare  %8.3f s %8.0f MB/s\n", comparing, 1e-6 * double(bytes) / comparing);
-    std::printf("speed of the comparison relative to reading: %.2f\n", reading / comparing);
-    return 0;
+    return result;
 }
