@@ -104,16 +104,18 @@ public:
     {
         if (runs.empty() || runs[0].run_type == Run::RT_Aggregate)
             return;
-        Run fastest = *std::min_element(runs.begin(), runs.end(), [](const Run& a, const Run& b) {
-            return !b.error_occurred && (a.error_occurred || a.real_accumulated_time < b.real_accumulated_time);
+        // A pass that failed speaks for its case.
+        Run shown = *std::min_element(runs.begin(), runs.end(), [](const Run& a, const Run& b) {
+            return a.error_occurred != b.error_occurred ? a.error_occurred
+                                                        : a.real_accumulated_time < b.real_accumulated_time;
         });
-        const std::string name = fastest.run_name.function_name;
-        fastest.run_name = {};
-        fastest.run_name.function_name = name;
-        if (!fastest.error_occurred)
+        const std::string name = shown.run_name.function_name;
+        shown.run_name = {};
+        shown.run_name.function_name = name;
+        if (!shown.error_occurred)
             keep(name, runs);
         silence().end();
-        ConsoleReporter::ReportRuns({fastest});
+        ConsoleReporter::ReportRuns({shown});
         silence().begin();
     }
 
