@@ -16,5 +16,6 @@ void add_contents_command(CLI::App& app, int& status);
 void add_check_command(CLI::App& app, int& status);
 void add_convert_command(CLI::App& app, int& status);
 void add_export_command(CLI::App& app, int& status);
+void add_import_command(CLI::App& app, int& status);
 
 #endif

@@ -1,0 +1,218 @@
+// Import of a block of about 50 000 nodes in ten-node tetrahedra with two interfaces and 20 modes, from matrices that are
+// assembled and written here as the solver would. Prints the phases, the peak memory, and the ratio to what importing at least
+// costs: the reading of both matrix files line by line with the C library.
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <sys/resource.h>
+
+#include "elements.h"
+#include "import.h"
+
+using namespace zel_import;
+using Eigen::MatrixXd;
+using Eigen::Vector3d;
+using Eigen::VectorXd;
+using Clock = std::chrono::steady_clock;
+
+constexpr int kCells[3] = {40, 9, 16};
+constexpr double kCell = 10.0; // mm
+constexpr double kAimSeconds = 60.0, kAimBytes = 4.0 * 1024 * 1024 * 1024;
+
+static double seconds_since(Clock::time_point start)
+{
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+static int grid_node(int i, int j, int k)
+{
+    return (i * (2 * kCells[1] + 1) + j) * (2 * kCells[2] + 1) + k;
+}
+
+// Corners of the six tetrahedra of a cube, on a grid of half cells: one for each order in which the axes are walked.
+static std::vector<std::array<std::array<int, 3>, 4>> tetrahedra()
+{
+    std::vector<std::array<std::array<int, 3>, 4>> result;
+    int axes[3] = {0, 1, 2};
+    do
+    {
+        std::array<std::array<int, 3>, 4> corners{};
+        for (size_t c = 1; c < 4; ++c)
+        {
+            corners[c] = corners[c - 1];
+            corners[c][size_t(axes[c - 1])] += 2;
+        }
+        const bool odd = (axes[1] - axes[0] + 3) % 3 != 1;
+        if (odd)
+            std::swap(corners[1], corners[2]);
+        result.push_back(corners);
+    } while (std::next_permutation(axes, axes + 3));
+    return result;
+}
+
+static Mesh block()
+{
+    Mesh mesh;
+    mesh.files = {"block.inp"};
+    for (int i = 0; i <= 2 * kCells[0]; ++i)
+        for (int j = 0; j <= 2 * kCells[1]; ++j)
+            for (int k = 0; k <= 2 * kCells[2]; ++k)
+                mesh.nodes.push_back({grid_node(i, j, k) + 1, kCell / 2 * Vector3d(i, j, k)});
+    constexpr int kEdges[6][2] = {{0, 1}, {1, 2}, {2, 0}, {0, 3}, {1, 3}, {2, 3}};
+    for (int i = 0; i < kCells[0]; ++i)
+        for (int j = 0; j < kCells[1]; ++j)
+            for (int k = 0; k < kCells[2]; ++k)
+                for (const auto& corners : tetrahedra())
+                {
+                    Element element{
+                        .id = int(mesh.elements.size()) + 1, .type = find_element_type("C3D10"), .density = 7.85e-9};
+                    auto node = [&](const auto& a, const auto& b) {
+                        return grid_node(2 * i + (a[0] + b[0]) / 2, 2 * j + (a[1] + b[1]) / 2,
+                                         2 * k + (a[2] + b[2]) / 2);
+                    };
+                    for (size_t c = 0; c < 4; ++c)
+                        element.nodes[c] = node(corners[c], corners[c]);
+                    for (size_t e = 0; e < 6; ++e)
+                        element.nodes[4 + e] = node(corners[size_t(kEdges[e][0])], corners[size_t(kEdges[e][1])]);
+                    mesh.elements.push_back(element);
+                }
+    return mesh;
+}
+
+// Stiffness of an element of steel with four integration points.
+static MatrixXd element_stiffness(const Mesh& mesh, const Element& element)
+{
+    const double e = 210000, nu = 0.3, lambda = e * nu / (1 + nu) / (1 - 2 * nu), mu = e / 2 / (1 + nu);
+    constexpr double a = 0.58541019662496845, b = 0.13819660112501051;
+    Eigen::Matrix3Xd at(3, 10);
+    for (int i = 0; i < 10; ++i)
+        at.col(i) = mesh.nodes[size_t(element.nodes[size_t(i)])].at;
+    MatrixXd stiffness = MatrixXd::Zero(30, 30), gradient;
+    VectorXd value;
+    for (const Vector3d& point : {Vector3d(a, b, b), Vector3d(b, a, b), Vector3d(b, b, a), Vector3d(b, b, b)})
+    {
+        shape_functions(Shape::tet10, point, value, gradient);
+        const Eigen::Matrix3d jacobian = at * gradient;
+        const MatrixXd slope = gradient * jacobian.inverse(); // one row a node
+        const double weight = jacobian.determinant() / 24;
+        for (int m = 0; m < 10; ++m)
+            for (int n = 0; n < 10; ++n)
+                stiffness.block<3, 3>(3 * m, 3 * n) +=
+                    weight *
+                    (lambda * slope.row(m).transpose() * slope.row(n) + mu * slope.row(n).transpose() * slope.row(m) +
+                     mu * slope.row(m).dot(slope.row(n)) * Eigen::Matrix3d::Identity());
+    }
+    return stiffness;
+}
+
+struct Couple
+{
+    Eigen::Matrix3d stiffness = Eigen::Matrix3d::Zero();
+    double mass = 0.0;
+};
+
+// Deck and matrices of the block, in the solver's form.
+static void write_job(const std::string& job)
+{
+    const Mesh mesh = block();
+    std::vector<std::map<int, Couple>> columns(mesh.nodes.size()); // by node of the row, not above the column's
+    std::vector<MatrixXd> stiffness, mass;                         // the cubes are alike
+    for (size_t t = 0; t < 6; ++t)
+    {
+        stiffness.push_back(element_stiffness(mesh, mesh.elements[t]));
+        mass.push_back(element_mass(mesh, mesh.elements[t]).consistent);
+    }
+    for (size_t e = 0; e < mesh.elements.size(); ++e)
+        for (int m = 0; m < 10; ++m)
+            for (int n = 0; n < 10; ++n)
+            {
+                const int row = mesh.elements[e].nodes[size_t(m)], column = mesh.elements[e].nodes[size_t(n)];
+                if (row > column)
+                    continue;
+                Couple& couple = columns[size_t(column)][row];
+                couple.stiffness += stiffness[e % 6].block<3, 3>(3 * m, 3 * n);
+                couple.mass += mass[e % 6](m, n);
+            }
+    FILE *sti = std::fopen((job + ".sti").c_str(), "w"), *mas = std::fopen((job + ".mas").c_str(), "w"),
+         *dof = std::fopen((job + ".dof").c_str(), "w");
+    for (size_t node = 0; node < columns.size(); ++node)
+        for (int c = 0; c < 3; ++c)
+        {
+            const int column = 3 * int(node) + c;
+            std::fprintf(dof, "%zu.%d\n", node + 1, c + 1);
+            for (const auto& [other, couple] : columns[node])
+                for (int r = 0; r < 3 && 3 * other + r <= column; ++r)
+                {
+                    std::fprintf(sti, "%d %d %.13e\n", 3 * other + r + 1, column + 1, couple.stiffness(r, c));
+                    std::fprintf(mas, "%d %d %.13e\n", 3 * other + r + 1, column + 1, r == c ? couple.mass : 0.0);
+                }
+        }
+    for (FILE* file : {sti, mas, dof})
+        std::fclose(file);
+    std::ofstream deck(job + ".inp");
+    deck << "*NODE\n";
+    for (const Node& node : mesh.nodes)
+        deck << node.id << ", " << node.at[0] << ", " << node.at[1] << ", " << node.at[2] << "\n";
+    deck << "*ELEMENT, TYPE=C3D10, ELSET=BLOCK\n";
+    for (const Element& element : mesh.elements)
+    {
+        deck << element.id;
+        for (size_t i = 0; i < 10; ++i)
+            deck << ", " << element.nodes[i] + 1;
+        deck << "\n";
+    }
+    const int face = (2 * kCells[1] + 1) * (2 * kCells[2] + 1), last = int(mesh.nodes.size());
+    deck << "*NSET, NSET=ROOT, GENERATE\n1, " << face << "\n*NSET, NSET=TIP, GENERATE\n"
+         << last - face + 1 << ", " << last
+         << "\n*MATERIAL, NAME=STEEL\n*DENSITY\n7.85e-9\n*SOLID SECTION, ELSET=BLOCK, MATERIAL=STEEL\n";
+}
+
+// Reads a matrix file line by line as plainly as can be.
+static double plain_reading(const std::string& path)
+{
+    const auto start = Clock::now();
+    FILE* file = std::fopen(path.c_str(), "r");
+    char line[200];
+    double sum = 0.0;
+    while (std::fgets(line, sizeof(line), file))
+    {
+        char* at = line;
+        std::strtol(at, &at, 10);
+        std::strtol(at, &at, 10);
+        sum += std::strtod(at, &at);
+    }
+    std::fclose(file);
+    return sum == sum ? seconds_since(start) : 0.0;
+}
+
+int main()
+{
+    const std::filesystem::path folder = std::filesystem::temp_directory_path() / "zel_bench_import";
+    std::filesystem::create_directories(folder);
+    const std::string job = (folder / "block").string();
+    write_job(job);
+    const double reading = plain_reading(job + ".sti") + plain_reading(job + ".mas");
+
+    ImportOptions options;
+    options.deck = job;
+    options.output = (folder / "block.zel").string();
+    options.interfaces = {"ROOT", "TIP"};
+    options.units = "mm,t,s,N";
+    options.verbose = true;
+    const auto start = Clock::now();
+    const int status = import_ccx(options);
+    const double seconds = seconds_since(start);
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    const double bytes = double(usage.ru_maxrss) * 1024;
+    std::printf("import: %.1f s, %.2f of the aim of %.0f s; peak %.2f GiB, %.2f of the aim of 4 GiB\n", seconds,
+                seconds / kAimSeconds, kAimSeconds, bytes / (1 << 30), bytes / kAimBytes);
+    std::printf("reference: both matrix files read with fgets and strtod, %.1f s; import takes %.1f times that\n",
+                reading, seconds / reading);
+    std::filesystem::remove_all(folder);
+    return status;
+}

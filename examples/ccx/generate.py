@@ -1,0 +1,136 @@
+#!/usr/bin/env python3
+"""Makes the CalculiX jobs of this directory anew: meshes, decks, and the solver's results, all compressed.
+
+Needs ccx (calculix-ccx) and gmsh. Lengths are in mm, masses in t, times in s, forces in N.
+"""
+import gzip
+import os
+import subprocess
+import sys
+import tempfile
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+TESTS = os.path.join(HERE, "..", "..", "tests", "data", "ccx")
+STEEL = "*MATERIAL, NAME=STEEL\n*ELASTIC\n210000., 0.3\n*DENSITY\n7.85e-9\n"
+MATRICES = "*STEP\n*FREQUENCY, SOLVER=MATRIXSTORAGE\n*END STEP\n"
+# corners, then mid-side nodes, of a 20-node brick on a grid of half elements
+BRICK = [(0, 0, 0), (2, 0, 0), (2, 2, 0), (0, 2, 0), (0, 0, 2), (2, 0, 2), (2, 2, 2), (0, 2, 2),
+         (1, 0, 0), (2, 1, 0), (1, 2, 0), (0, 1, 0), (1, 0, 2), (2, 1, 2), (1, 2, 2), (0, 1, 2),
+         (0, 0, 1), (2, 0, 1), (2, 2, 1), (0, 2, 1)]
+
+
+def id_lines(ids, width=12):
+    return "".join(", ".join(map(str, ids[i:i + width])) + ",\n" for i in range(0, len(ids), width))
+
+
+def beam(cells, size):
+    """Nodes, elements and end sets of a block of C3D20 bricks along x, its axis through the origin."""
+    numbers, nodes, elements = {}, [], []
+
+    def node(at):
+        if at not in numbers:
+            numbers[at] = len(numbers) + 1
+            x, y, z = (size[k] * (at[k] / (2 * cells[k]) - (0.5 if k else 0)) for k in range(3))
+            nodes.append(f"{numbers[at]}, {x:.10g}, {y:.10g}, {z:.10g}\n")
+        return numbers[at]
+
+    for i in range(cells[0]):
+        for j in range(cells[1]):
+            for k in range(cells[2]):
+                ids = [node((2 * i + a, 2 * j + b, 2 * k + c)) for a, b, c in BRICK]
+                number = len(elements) + 1
+                elements.append(f"{number}, " + ", ".join(map(str, ids[:10])) + ",\n" + ", ".join(map(str, ids[10:])) + "\n")
+    ends = [[n for at, n in numbers.items() if at[0] == end] for end in (0, 2 * cells[0])]
+    return ("*NODE, NSET=ALL\n" + "".join(nodes) + "*ELEMENT, TYPE=C3D20, ELSET=BEAM\n" + "".join(elements) +
+            "*NSET, NSET=ROOT\n" + id_lines(ends[0]) + "*NSET, NSET=TIP\n" + id_lines(ends[1]), len(nodes))
+
+
+def unit_steps(references):
+    """Static steps that move one freedom of one reference node each, then the modes with all of them held."""
+    names = [node for pair in references for node in pair]
+    held = "".join(f"{name}, 1, 3\n" for name in names)
+    steps = ""
+    for name in names:
+        for component in (1, 2, 3):
+            steps += (f"*STEP\n*STATIC\n*BOUNDARY, OP=NEW\n{held}{name}, {component}, {component}, 1.\n"
+                      "*NODE FILE, OUTPUT=3D\nU\n*EL FILE\nS\n*NODE PRINT, NSET=REFERENCES\nU, RF\n*END STEP\n")
+    return steps + (f"*STEP\n*FREQUENCY\n10\n*BOUNDARY, OP=NEW\n{held}*NODE FILE\nU\n*EL FILE\nS\n*END STEP\n")
+
+
+def rod_mesh(scratch):
+    """The mesh that gmsh makes of rod.geo, as a deck: solid elements and node sets only, numbered from 1."""
+    path = os.path.join(scratch, "rod_mesh.inp")
+    subprocess.run(["gmsh", "-3", "-v", "1", "-format", "inp", os.path.join(HERE, "rod.geo"), "-o", path], check=True)
+    kept, keep = [], False
+    for line in open(path):
+        word = line.upper().replace(" ", "")
+        if line.startswith("*"):
+            keep = word.startswith(("*NODE", "*NSET")) or "TYPE=C3D10" in word
+            line = line.replace("ELSET=Volume9", "ELSET=STEELROD")
+        if keep:
+            kept.append(line)
+    return "".join(kept)
+
+
+def solve(name, deck, scratch, results, target=HERE):
+    """Runs ccx on the deck and keeps it and the named results here, compressed, without a time in them."""
+    with open(os.path.join(scratch, name + ".inp"), "w") as file:
+        file.write(deck)
+    environment = dict(os.environ, OPENBLAS_NUM_THREADS="1", OMP_NUM_THREADS="1")
+    subprocess.run(["ccx", name], cwd=scratch, env=environment, check=True, stdout=subprocess.DEVNULL)
+    for suffix in ["inp"] + results:
+        with open(os.path.join(scratch, f"{name}.{suffix}"), "rb") as source:
+            data = source.read()
+        with open(os.path.join(target, f"{name}.{suffix}.gz"), "wb") as file:
+            with gzip.GzipFile("", "wb", 9, file, 0) as packed:
+                packed.write(data)
+        print(f"{name}.{suffix}: {len(data)} bytes", file=sys.stderr)
+
+
+def small_jobs(scratch, heading, section):
+    """A short beam with a lumped mass for the tests: free, and with its ends tied by the solver in both ways."""
+    mesh, count = beam((3, 1, 1), (60., 20., 10.))
+    model = (mesh + STEEL + section.format("BEAM") + "*ELEMENT, TYPE=MASS, ELSET=LUMP\n1000, 13\n*MASS, ELSET=LUMP\n2.e-5\n")
+    solve("small", heading.format("Short beam") + model + MATRICES, scratch, ["dof", "sti", "mas"], TESTS)
+    ties = (f"*NODE\n{count + 1}, 0.\n{count + 2}, 60.\n*RIGID BODY, NSET=ROOT, REF NODE={count + 1}\n"
+            "*SURFACE, NAME=TIPFACE\n3, S4\n"
+            f"*COUPLING, REF NODE={count + 2}, SURFACE=TIPFACE, CONSTRAINT NAME=TIP\n*KINEMATIC\n1, 3\n")
+    solve("small_tied", heading.format("Short beam, tied") + model + ties + MATRICES, scratch, ["dof", "sti", "mas"], TESTS)
+    solve("plate", heading.format("Plate 200 x 40 x 5 mm of S8R shells") + plate((10, 2), (200., 40.)) + STEEL +
+          "*SHELL SECTION, ELSET=PLATE, MATERIAL=STEEL\n5.\n*STEP\n*FREQUENCY\n8\n*NODE FILE, OUTPUT=2D\nU\n*END STEP\n",
+          scratch, ["frd"], TESTS)
+
+
+def plate(cells, size):
+    """Nodes and S8R elements of a rectangle in the plane z = 0."""
+    corners = [(0, 0), (2, 0), (2, 2), (0, 2), (1, 0), (2, 1), (1, 2), (0, 1)]
+    grid = [(i, j) for i in range(2 * cells[0] + 1) for j in range(2 * cells[1] + 1) if not (i % 2 and j % 2)]
+    number = {at: k + 1 for k, at in enumerate(grid)}
+    elements = [[number[2 * i + a, 2 * j + b] for a, b in corners] for i in range(cells[0]) for j in range(cells[1])]
+    return ("*NODE\n" + "".join(f"{number[i, j]}, {size[0] * i / (2 * cells[0]):.10g}, {size[1] * j / (2 * cells[1]):.10g}\n"
+                                for i, j in grid) + "*ELEMENT, TYPE=S8R, ELSET=PLATE\n" +
+            "".join(f"{k + 1}, " + ", ".join(map(str, ids)) + "\n" for k, ids in enumerate(elements)))
+
+
+def main():
+    heading = "*HEADING\n{}\n"
+    section = "*SOLID SECTION, ELSET={}, MATERIAL=STEEL\n"
+    with tempfile.TemporaryDirectory() as scratch:
+        small_jobs(scratch, heading, section)
+        mesh, count = beam((20, 2, 2), (1000., 40., 20.))
+        model = mesh + STEEL + section.format("BEAM")
+        title = heading.format("Steel beam 1000 x 40 x 20 mm of C3D20 bricks")
+        solve("cantilever", title + model + MATRICES, scratch, ["dof", "sti", "mas"])
+        free = "*STEP\n*FREQUENCY\n16\n*NODE FILE\nU\n*EL FILE\nS\n*END STEP\n"
+        solve("free_beam", title + model + free, scratch, ["frd", "dat"])
+        ends = [(count + 1, count + 2), (count + 3, count + 4)]
+        ties = (f"*NODE\n{count + 1}, 0.\n{count + 2}, 0.\n{count + 3}, 1000.\n{count + 4}, 1000.\n"
+                f"*NSET, NSET=REFERENCES\n" + id_lines([n for pair in ends for n in pair]) +
+                "".join(f"*RIGID BODY, NSET={s}, REF NODE={a}, ROT NODE={b}\n" for s, (a, b) in zip(("ROOT", "TIP"), ends)))
+        solve("tied_beam", title + mesh + ties + STEEL + section.format("BEAM") + unit_steps(ends), scratch, ["frd", "dat"])
+        solve("rod", heading.format("Connecting rod") + rod_mesh(scratch) + STEEL + section.format("STEELROD") + MATRICES,
+              scratch, ["dof", "sti", "mas"])
+
+
+if __name__ == "__main__":
+    main()

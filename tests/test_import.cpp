@@ -1,0 +1,757 @@
+// Import of CalculiX jobs: elements against closed forms, reductions against dense algebra and beam theory, the two routes
+// against each other, and decks and results that are damaged in every way.
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+#include <numbers>
+
+#include "body.h"
+#include "dat.h"
+#include "fixtures.h"
+#include "frd.h"
+#include "import.h"
+#include "nodal_mass.h"
+#include "results.h"
+
+using namespace zel_import;
+using Eigen::Index;
+using Eigen::MatrixXd;
+using Eigen::Vector3d;
+using Eigen::VectorXd;
+
+static const std::string kExamples = ZEL_SOURCE "/examples/ccx/", kSmall = ZEL_SOURCE "/tests/data/ccx/";
+static const Progress kSilent = [](const char*) {};
+
+static std::string write_file(const TemporaryFolder& folder, const std::string& name, const std::string& text)
+{
+    std::ofstream(folder.path(name), std::ios::binary) << text;
+    return folder.path(name);
+}
+
+// What reading says is wrong, less the folder; empty when nothing is.
+template <typename Read> static std::string complaint(const TemporaryFolder& folder, Read read)
+{
+    try
+    {
+        read();
+    }
+    catch (const std::exception& error)
+    {
+        const std::string text = error.what(), prefix = folder.folder() + "/";
+        return text.rfind(prefix, 0) == 0 ? text.substr(prefix.size()) : text;
+    }
+    return "";
+}
+
+// ---- Elements ----------------------------------------------------------------------------------------------------------
+
+constexpr Shape kShapes[] = {Shape::tet4,  Shape::tet10, Shape::wedge6, Shape::wedge15, Shape::hex8,
+                             Shape::hex20, Shape::tri3,  Shape::tri6,   Shape::quad4,   Shape::quad8};
+constexpr const char* kNames[] = {"C3D4", "C3D10", "C3D6", "C3D15", "C3D8", "C3D20", "S3", "S6", "S4", "S8"};
+
+TEST(Elements, InterpolateTheirNodesAndLinearFields)
+{
+    for (Shape shape : kShapes)
+    {
+        const auto& at = node_positions(shape);
+        VectorXd value;
+        MatrixXd gradient, unused;
+        for (Index i = 0; i < at.cols(); ++i)
+        {
+            shape_functions(shape, at.col(i), value, unused);
+            EXPECT_NEAR((value - VectorXd::Unit(at.cols(), i)).norm(), 0.0, 1e-12);
+        }
+        const Vector3d point(0.2, 0.3, is_shell(shape) ? 0.0 : 0.15);
+        shape_functions(shape, point, value, gradient);
+        EXPECT_NEAR(value.sum(), 1.0, 1e-12);
+        EXPECT_NEAR((at * value - point).norm(), 0.0, 1e-12);
+        for (Index axis = 0; axis < gradient.cols(); ++axis)
+        {
+            VectorXd ahead, behind;
+            shape_functions(shape, point + 1e-5 * Vector3d::Unit(axis), ahead, unused);
+            shape_functions(shape, point - 1e-5 * Vector3d::Unit(axis), behind, unused);
+            EXPECT_NEAR(((ahead - behind) / 2e-5 - gradient.col(axis)).norm(), 0.0, 1e-8);
+        }
+    }
+}
+
+// One element of every type under an affine map with determinant 24.
+static Mesh mapped_element(size_t which)
+{
+    Eigen::Matrix3d map;
+    map << 2, 1, 0, 0, 3, 1, 0, 0, 4;
+    Mesh mesh;
+    mesh.files = {"mapped.inp"};
+    Element element{.id = 7, .type = find_element_type(kNames[which]), .density = 2.0, .thickness = 0.5, .line = 3};
+    const auto& at = node_positions(kShapes[which]);
+    for (Index i = 0; i < at.cols(); ++i)
+    {
+        mesh.nodes.push_back({int(i) + 1, map * at.col(i) + Vector3d(1, -2, 5)});
+        element.nodes[size_t(i)] = int(i);
+    }
+    mesh.elements = {element};
+    return mesh;
+}
+
+TEST(Elements, HaveTheMassOfTheirVolumeAndAClosedSkin)
+{
+    const double volume[] = {4, 4, 24, 24, 192, 192}; // 1/6, 1 and 8 local units
+    for (size_t which = 0; which < 6; ++which)
+    {
+        const Mesh mesh = mapped_element(which);
+        const ElementMass mass = element_mass(mesh, mesh.elements[0]);
+        EXPECT_NEAR(mass.volume, volume[which], 1e-10) << kNames[which];
+        EXPECT_NEAR(mass.consistent.sum(), 2 * volume[which], 1e-10);
+        EXPECT_NEAR((mass.consistent - mass.consistent.transpose()).norm(), 0.0, 1e-12);
+        // second moments once by quadrature of x x^T, once as X M X^T
+        Eigen::Matrix3Xd at(3, Index(mesh.nodes.size()));
+        for (Index i = 0; i < at.cols(); ++i)
+            at.col(i) = mesh.nodes[size_t(i)].at;
+        EXPECT_NEAR((at * mass.consistent * at.transpose() - mass.moments.second).norm(), 0.0, 1e-9);
+        // Gauss: the volume is a third of the flux of x through the skin, outward
+        double flux = 0.0;
+        for (const Face& face : skin(mesh))
+            for (size_t i = 1; i + 1 < face.size(); ++i)
+            {
+                const Vector3d a = mesh.nodes[size_t(face[0])].at, b = mesh.nodes[size_t(face[i])].at,
+                               c = mesh.nodes[size_t(face[i + 1])].at;
+                flux += a.dot((b - a).cross(c - a)) / 2;
+            }
+        EXPECT_NEAR(flux / 3, volume[which], 1e-10) << kNames[which];
+    }
+    // of a tetrahedron: V/20 (sum x x^T + (sum x)(sum x)^T)
+    const Mesh tet = mapped_element(0);
+    Eigen::Matrix3d second = Eigen::Matrix3d::Zero();
+    Vector3d sum = Vector3d::Zero();
+    for (const Node& node : tet.nodes)
+    {
+        second += node.at * node.at.transpose();
+        sum += node.at;
+    }
+    const Eigen::Matrix3d expected = 2.0 * 4.0 / 20.0 * (second + sum * sum.transpose());
+    EXPECT_NEAR((element_mass(tet, tet.elements[0]).moments.second - expected).norm(), 0.0, 1e-9);
+}
+
+TEST(Elements, ThatAreInsideOutNameTheirLine)
+{
+    Mesh mesh = mapped_element(5);
+    std::swap(mesh.elements[0].nodes[0], mesh.elements[0].nodes[4]);
+    TemporaryFolder folder;
+    EXPECT_EQ(complaint(folder, [&] { element_mass(mesh, mesh.elements[0]); }),
+              "mapped.inp:3: element 7 (C3D20) has a Jacobian that is not positive");
+    Mesh tet = mapped_element(1);
+    std::swap(tet.elements[0].nodes[8], tet.elements[0].nodes[9]);
+    EXPECT_NE(complaint(folder, [&] { element_mass(tet, tet.elements[0]); }).find("mid-side nodes are exchanged"),
+              std::string::npos);
+}
+
+// ---- Nodal masses ------------------------------------------------------------------------------------------------------
+
+TEST(NodalMasses, AreCorrectedToTheInertiaOfTheBody)
+{
+    const Deck deck = read_deck(kExamples + "cantilever.inp");
+    const MeshMass mass = mesh_mass(deck.mesh);
+    EXPECT_NEAR(mass.moments.mass, 7.85e-9 * 1000 * 40 * 20, 1e-14);
+    const Eigen::Matrix3d target = mass.moments.inertia(mass.moments.center());
+    EXPECT_NEAR(target(0, 0), mass.moments.mass * (40. * 40 + 20 * 20) / 12, 1e-10 * target(0, 0));
+    auto inertia = [&](MassMethod method) {
+        std::string note;
+        const std::vector<double> masses = nodal_masses(deck.mesh, mass, method, mass.moments, note);
+        EXPECT_EQ(note, "");
+        if (method != MassMethod::row_sum)
+            EXPECT_GT(*std::min_element(masses.begin(), masses.end()), 0.0);
+        else
+            EXPECT_LT(*std::min_element(masses.begin(), masses.end()), 0.0); // corners of serendipity bricks
+        const MassMoments moments = moments_of(deck.mesh, masses);
+        EXPECT_NEAR(moments.mass, mass.moments.mass, 1e-12 * moments.mass);
+        return Eigen::Matrix3d(moments.inertia(mass.moments.center()));
+    };
+    EXPECT_NEAR((inertia(MassMethod::matched) - target).norm() / target(0, 0), 0.0, 1e-8);
+    EXPECT_GT(inertia(MassMethod::scaled)(0, 0), 1.1 * target(0, 0));
+    // squares of the coordinates are among the functions of the bricks, so that sums of rows are exact
+    EXPECT_NEAR(inertia(MassMethod::row_sum)(0, 0), target(0, 0), 1e-10 * target(0, 0));
+}
+
+TEST(NodalMasses, StayScaledWhereNoPositiveOnesExist)
+{
+    const Deck deck = read_deck(kSmall + "small.inp"); // one element across: every node lies on the surface
+    const MeshMass mass = mesh_mass(deck.mesh);
+    EXPECT_NEAR(mass.moments.mass, 7.85e-9 * 60 * 20 * 10 + 2e-5, 1e-16);
+    std::string note;
+    const std::vector<double> matched = nodal_masses(deck.mesh, mass, MassMethod::matched, mass.moments, note);
+    EXPECT_NE(note.find("no positive nodal masses"), std::string::npos);
+    std::string none;
+    EXPECT_EQ(matched, nodal_masses(deck.mesh, mass, MassMethod::scaled, mass.moments, none));
+    EXPECT_GT(matched[12], 2e-5); // the lump at node 13
+}
+
+// ---- Decks -------------------------------------------------------------------------------------------------------------
+
+static const std::string kTet = "*NODE\n1,0,0,0\n2,1,0,0\n3,0,1,0\n4,0,0,1\n*ELEMENT,TYPE=C3D4,ELSET=E\n9,1,2,3,4\n";
+static const std::string kSteel = "*MATERIAL,NAME=M\n*DENSITY\n2.\n*SOLID SECTION,ELSET=E,MATERIAL=M\n";
+
+TEST(Decks, AreReadAsTheSolverDoes)
+{
+    TemporaryFolder folder;
+    write_file(folder, "nodes.inc", "4, 0., 0., 1.D+0\r\n** a comment\n 3, ,1,\n");
+    const std::string path =
+        write_file(folder, "job.inp",
+                   "*heading\nA tetrahedron\n*Node, nset = all\n1\n2, 1.\n*INCLUDE, INPUT=nodes.inc\n"
+                   "5, 5,5,5\n6, 6,6,6\n*ELEMENT, TYPE=C3D4,\n ELSET=E\n9, 1, 2,\n3, 4\n"
+                   "*NSET, NSET=odd, GENERATE\n1, 2000000000, 2\n*NSET,NSET=mixed\nODD, 4,\n"
+                   "*Surface, name=base\nE, S1\n*SURFACE, NAME=TOP, TYPE=NODE\n4\n"
+                   "*COUPLING, REF NODE=5, SURFACE=BASE, CONSTRAINT NAME=C\n*KINEMATIC\n1, 3\n"
+                   "*RIGID BODY, NSET=MIXED, REF NODE=5, ROT NODE=6\n" +
+                       kSteel + "*STEP\n*FREQUENCY, SOLVER = matrixstorage\n*END STEP\n");
+    const Deck deck = read_deck(path);
+    EXPECT_EQ(deck.heading, "A tetrahedron");
+    EXPECT_EQ(deck.mesh.nodes[3].at, Vector3d(0, 0, 1));
+    EXPECT_EQ(deck.node_sets.at("ALL"), (std::vector<int>{1, 2, 3, 4, 5, 6}));
+    EXPECT_EQ(deck.node_sets.at("MIXED"), (std::vector<int>{1, 3, 4, 5}));
+    ASSERT_EQ(deck.ties.size(), 2u);
+    EXPECT_EQ(deck.ties[0].node_ids, (std::vector<int>{1, 2, 3}));
+    EXPECT_EQ(deck.ties[1].node_ids, (std::vector<int>{1, 3, 4})); // not the reference node
+    EXPECT_EQ(deck.ties[1].rotation_id, 6);
+    EXPECT_TRUE(deck.steps.at(0).stores_matrices);
+    EXPECT_NEAR(mesh_mass(deck.mesh).moments.mass, 2.0 / 6, 1e-15);
+    const Mesh& mesh = deck.mesh;
+    EXPECT_EQ(mesh.place(mesh.elements[0]).line, 11);
+}
+
+TEST(Decks, ThatCannotBeImportedNameFileAndLine)
+{
+    const std::pair<std::string, std::string> faults[] = {
+        {"1, 2\n", "job.inp:1: data before the first keyword"},
+        {"*NODE\n1, x\n", "job.inp:2: \"x\" is not a number"},
+        {"*NODE\n1.5, 0\n", "job.inp:2: \"1.5\" is not a whole number"},
+        {"*NODE\n1, 1e999\n", "job.inp:2: \"1e999\" is not a number"},
+        {"*NODE\n-4, 0\n", "job.inp:2: node number -4 is not positive"},
+        {"*NODE\n1,0,0,0\n", "job.inp: the deck has no elements"},
+        {"*ELEMENT\n", "job.inp:1: *ELEMENT without TYPE="},
+        {"*ELEMENT,TYPE=B32\n", "job.inp:1: elements of type B32 cannot be imported"},
+        {"*ELEMENT,TYPE=C3D4\n1,1,2\n", "job.inp:2: an element of type C3D4 has 4 nodes, not 2"},
+        {kTet + "9,1,2,3,4\n", "job.inp:8: element 9 is defined twice"},
+        {kTet + "8,1,2,3,77\n" + kSteel, "job.inp:8: element 8: node 77 is not defined"},
+        {kTet, "job.inp:7: element 9 has no section"},
+        {kTet + "*SOLID SECTION,ELSET=E,MATERIAL=M\n", "job.inp:8: there is no material named M"},
+        {kTet + "*MATERIAL,NAME=M\n*SOLID SECTION,ELSET=E,MATERIAL=M\n", "job.inp:9: the material M has no *DENSITY"},
+        {kTet + "*MATERIAL,NAME=M\n*DENSITY\n-1\n", "job.inp:10: the density is negative"},
+        {kTet + "*EQUATION\n", "job.inp:8: *EQUATION cannot be imported"},
+        {kTet + "*mpc\n", "job.inp:8: *mpc cannot be imported"},
+        {kTet + "*TRANSFORM,NSET=A\n", "job.inp:8: *TRANSFORM cannot be imported"},
+        {kTet + "*NSET,NSET=A\n1,B\n", "job.inp:9: there is no node set named B"},
+        {kTet + "*NSET,NSET=A\n1,88\n", "job.inp:9: node set member 88 is not defined"},
+        {kTet + "*NSET,NSET=A,GENERATE\n1,4,0\n", "job.inp:9: the increment of GENERATE is not positive"},
+        {kTet + "*SURFACE,NAME=A\nE,S5\n", "job.inp:9: element 9 has no face \"S5\""},
+        {kTet + "*RIGID BODY,NSET=E,REF NODE=1\n", "job.inp:8: there is no node set named E"},
+        {kTet + "*NSET,NSET=A\n1\n*RIGID BODY,NSET=A,REF NODE=66\n", "job.inp:10: node 66 is not defined"},
+        {kTet + "*SURFACE,NAME=A\nE,S1\n*COUPLING,SURFACE=A,REF NODE=4\n*KINEMATIC\n1,2\n",
+         "job.inp:11: *KINEMATIC must tie the components 1 to 3"},
+        {kTet + "*SURFACE,NAME=A\nE,S1\n*COUPLING,SURFACE=A,REF NODE=4\n*DISTRIBUTING\n",
+         "job.inp:11: *DISTRIBUTING leaves its reference node without freedoms"},
+        {kTet + "*SURFACE,NAME=A\nE,S1\n*COUPLING,SURFACE=A,REF NODE=4\n*STEP\n",
+         "job.inp:10: *COUPLING without *KINEMATIC"},
+        {"*INCLUDE,INPUT=none.inc\n", "job.inp:1: the included file none.inc does not exist"},
+        {"*INCLUDE,INPUT=job.inp\n", "job.inp:1: files include each other too deeply"},
+    };
+    TemporaryFolder folder;
+    for (const auto& [text, expected] : faults)
+    {
+        const std::string path = write_file(folder, "job.inp", text);
+        EXPECT_EQ(complaint(folder, [&] { read_deck(path); }).substr(0, expected.size()), expected) << text;
+    }
+    write_file(folder, "part.inc", "*NODE\n1, ?\n");
+    const std::string path = write_file(folder, "job.inp", "*INCLUDE, INPUT=part.inc\n");
+    EXPECT_EQ(complaint(folder, [&] { read_deck(path); }), "part.inc:2: \"?\" is not a number");
+}
+
+// ---- Matrices ----------------------------------------------------------------------------------------------------------
+
+TEST(Matrices, ThatAreDamagedNameFileAndLine)
+{
+    const std::string dof = "1.1\n1.2\n", good = "1 1  1.0e+00\n1 2  0.5\n2 2  1.5\n";
+    const std::tuple<std::string, std::string, std::string> faults[] = {
+        {dof, good, ""},
+        {"1.1\nx\n", good, "m.dof:2: expected node.component, found \"x\""},
+        {"1.1\n1.4\n", good, "m.dof:2: \"1.4\" names no displacement of a node"},
+        {"", good, "m.dof: has no freedoms"},
+        {dof + "1.3\n", good, "m.sti:3: ends before the last of 3 columns: it is cut off"},
+        {"1.1\n", good, "m.sti:2: entry (1, 2) is not the next one"},
+        {dof, "1 1 1.0\n1 2 abc\n", "m.sti:2: expected \"row column value\", found \"1 2 abc\""},
+        {dof, "1 1 1.0\n1 2 nan\n", "m.sti:2: expected \"row column value\""},
+        {dof, "1 1 1.0\n2 1 1.0\n", "m.sti:2: entry (2, 1) is not the next one"},
+        {dof, "1 1 1.0\n1 2 0.5\n1 2 0.5\n", "m.sti:3: entry (1, 2) is not the next one"},
+        {dof, "1 1 1.0\n1 2 0.5\n2 2 1", "m.sti:3: ends before the last of 2 columns: it is cut off"},
+        {dof, "0 1 1.0\n", "m.sti:1: entry (0, 1) is not the next one"},
+    };
+    TemporaryFolder folder;
+    write_file(folder, "m.mas", good);
+    for (const auto& [freedoms, stiffness, expected] : faults)
+    {
+        write_file(folder, "m.dof", freedoms);
+        write_file(folder, "m.sti", stiffness);
+        EXPECT_EQ(complaint(folder, [&] { read_matrices(folder.path("m")); }).substr(0, expected.size()), expected);
+    }
+    std::filesystem::copy(kSmall + "small.sti.gz", folder.path("m.sti.gz"));
+    std::filesystem::resize_file(folder.path("m.sti.gz"), 9000);
+    std::filesystem::remove(folder.path("m.sti"));
+    EXPECT_NE(complaint(folder, [&] { read_matrices(folder.path("m")); }).find("m.sti.gz:"), std::string::npos);
+}
+
+// ---- Reductions --------------------------------------------------------------------------------------------------------
+
+static std::vector<int> nodes_at(const Deck& deck, double x)
+{
+    const std::vector<char> used = used_nodes(deck.mesh);
+    std::vector<int> nodes;
+    for (size_t i = 0; i < used.size(); ++i)
+        if (used[i] && std::abs(deck.mesh.nodes[i].at[0] - x) < 1e-9)
+            nodes.push_back(int(i));
+    return nodes;
+}
+
+static int node_at(const Deck& deck, const Vector3d& at)
+{
+    for (const Node& node : deck.mesh.nodes)
+        if ((node.at - at).norm() < 1e-9)
+            return node.id;
+    return 0;
+}
+
+static MatrixXd dense(const SparseMatrix& upper)
+{
+    return MatrixXd(MatrixXd(upper).selfadjointView<Eigen::Upper>());
+}
+
+// Interfaces at both ends of the beam of length `length`, their reference nodes 1001 and 1002 on the axis.
+static std::vector<Interface> both_ends(const Deck& deck, double length)
+{
+    return {{1001, Vector3d::Zero(), nodes_at(deck, 0.0)}, {1002, Vector3d(length, 0, 0), nodes_at(deck, length)}};
+}
+
+// The short beam of the test data, as it is and with its ends tied by the solver.
+struct Small
+{
+    Deck deck = read_deck(kSmall + "small.inp"), tied_deck = read_deck(kSmall + "small_tied.inp");
+    Model model = make_model(deck, read_matrices(kSmall + "small"), both_ends(deck, 60.0));
+    Model tied = make_model(tied_deck, read_matrices(kSmall + "small_tied"), {});
+};
+
+TEST(CraigBampton, EqualsTheSameReductionDoneDensely)
+{
+    const Small small;
+    constexpr int kModes = 8;
+    const Reduction reduction = reduce_craig_bampton(small.model, kModes, kSilent);
+    // u = T q with q = (12 motions of the references, interior freedoms)
+    const auto& freedoms = small.model.matrices.freedoms;
+    const Index order = Index(freedoms.size());
+    MatrixXd t = MatrixXd::Zero(order, 12 + order);
+    Index interior = 0;
+    for (Index i = 0; i < order; ++i)
+    {
+        const auto [id, component] = freedoms[size_t(i)];
+        const Vector3d at = small.deck.mesh.nodes[size_t(small.deck.find_node(id))].at;
+        const int end = at[0] == 0.0 ? 0 : at[0] == 60.0 ? 1 : -1;
+        if (end < 0)
+            t(i, 12 + interior++) = 1.0;
+        else
+        {
+            const Vector3d r = at - Vector3d(60.0 * end, 0, 0);
+            t(i, 6 * end + component - 1) = 1.0;
+            for (int axis = 0; axis < 3; ++axis)
+                t(i, 6 * end + 3 + axis) = Vector3d::Unit(axis).cross(r)[component - 1];
+        }
+    }
+    t.conservativeResize(order, 12 + interior);
+    const MatrixXd k = t.transpose() * dense(small.model.matrices.stiffness) * t;
+    const MatrixXd m = t.transpose() * dense(small.model.matrices.mass) * t;
+    const Eigen::GeneralizedSelfAdjointEigenSolver<MatrixXd> fixed(k.bottomRightCorner(interior, interior),
+                                                                   m.bottomRightCorner(interior, interior));
+    MatrixXd basis = MatrixXd::Zero(12 + interior, 12 + kModes);
+    basis.topLeftCorner(12, 12).setIdentity();
+    basis.bottomLeftCorner(interior, 12) =
+        -k.bottomRightCorner(interior, interior).ldlt().solve(k.bottomLeftCorner(interior, 12));
+    basis.bottomRightCorner(interior, kModes) = fixed.eigenvectors().leftCols(kModes);
+    const VectorXd expected = generalized_eigenvalues(basis.transpose() * k * basis, basis.transpose() * m * basis);
+    const VectorXd values = generalized_eigenvalues(reduction.stiffness, reduction.mass);
+    for (Index i = 6; i < values.size(); ++i)
+        EXPECT_NEAR(values[i], expected[i], 1e-6 * expected[i]);
+    EXPECT_LT(values.head(6).cwiseAbs().maxCoeff(), 1e-9 * values[6]);
+    EXPECT_LT(reduction.rigid_after, 0.1 * reduction.rigid_before);
+
+    // the shapes that go with it give the same matrices, and rotations of a reference node turn its nodes
+    const MatrixXd& shapes = reduction.motion;
+    EXPECT_LT((shapes.transpose() * dense(small.model.matrices.mass) * shapes - reduction.mass).norm(),
+              1e-9 * reduction.mass.norm());
+    EXPECT_LT((shapes.transpose() * dense(small.model.matrices.stiffness) * shapes - reduction.stiffness).norm(),
+              1e-9 * reduction.stiffness.norm());
+}
+
+TEST(CraigBampton, DoesNotMindWhoTiesTheNodes)
+{
+    const Small small;
+    Model tied = small.tied;
+    for (const Tie& tie : small.tied_deck.ties) // *RIGID BODY at the root, *COUPLING at the tip
+    {
+        std::vector<int> nodes;
+        for (int id : tie.node_ids)
+            nodes.push_back(small.tied_deck.find_node(id));
+        tied.interfaces.push_back({tie.reference_id,
+                                   small.tied_deck.mesh.nodes[size_t(small.tied_deck.find_node(tie.reference_id))].at,
+                                   nodes});
+    }
+    const Reduction ours = reduce_craig_bampton(small.model, 6, kSilent),
+                    solvers = reduce_craig_bampton(tied, 6, kSilent);
+    EXPECT_LT((ours.stiffness - solvers.stiffness).cwiseAbs().maxCoeff(), 1e-9 * ours.stiffness.maxCoeff());
+    EXPECT_LT((ours.mass.cwiseAbs() - solvers.mass.cwiseAbs()).cwiseAbs().maxCoeff(), 1e-9 * ours.mass.maxCoeff());
+    const MatrixXd a = node_motion(small.model, ours), b = node_motion(tied, solvers).topRows(a.rows());
+    EXPECT_LT((a - b).leftCols(12).cwiseAbs().maxCoeff(), 1e-9 * a.leftCols(12).cwiseAbs().maxCoeff());
+    const MassMoments mass = matrix_moments(small.model), same = matrix_moments(tied);
+    EXPECT_LT((mass.second - same.second).norm(), 1e-9 * mass.second.norm());
+    EXPECT_LT((mass.second - mesh_mass(small.deck.mesh).moments.second).norm(), 1e-9 * mass.second.norm());
+}
+
+TEST(FreeModes, AreThoseOfTheFullModelBehindExactRigidMotions)
+{
+    Small small;
+    small.model.interfaces.clear();
+    const MatrixXd k = dense(small.model.matrices.stiffness), m = dense(small.model.matrices.mass);
+    const Eigen::GeneralizedSelfAdjointEigenSolver<MatrixXd> full(k, m);
+    const Reduction free = reduce_free(small.model, 9, kSilent);
+    for (Index i = 6; i < 15; ++i)
+        EXPECT_NEAR(free.stiffness(i, i), full.eigenvalues()[i], 1e-7 * full.eigenvalues()[i]);
+    EXPECT_EQ(free.stiffness.topLeftCorner(6, 6).norm(), 0.0);
+    const MatrixXd& phi = free.motion;
+    EXPECT_LT((phi.transpose() * m * phi - MatrixXd::Identity(15, 15)).norm(), 1e-9);
+    EXPECT_LT((k * phi.leftCols(6)).cwiseAbs().maxCoeff(), 1e-9 * (k * phi.col(6)).cwiseAbs().maxCoeff());
+}
+
+TEST(Models, ThatAreHeldOrOfAnotherDeckAreRefused)
+{
+    const Small small;
+    TemporaryFolder folder;
+    StoredMatrices held = small.model.matrices;
+    held.stiffness.coeffRef(40, 40) *= 1.5;
+    EXPECT_NE(complaint(folder, [&] { make_model(small.deck, held, {}); }).find("resists rigid motion"),
+              std::string::npos);
+    StoredMatrices missing = small.model.matrices;
+    missing.freedoms[3].node_id = 1; // in place of node 2
+    EXPECT_NE(complaint(folder, [&] { make_model(small.deck, missing, {}); }).find("node 2 has no freedoms"),
+              std::string::npos);
+    missing.freedoms[3].node_id = 5000;
+    EXPECT_NE(complaint(folder, [&] { make_model(small.deck, missing, {}); }).find("freedoms of node 5000"),
+              std::string::npos);
+}
+
+// ---- Against beam theory, and the two routes against each other ---------------------------------------------------------
+
+// Bending of a free Timoshenko beam (Huang, J. Appl. Mech. 28, 1961): zeros of this function of the frequency in hertz, for
+// the steel beam of the examples bent across its side `h`; shear coefficient of Cowper (1966).
+static double free_timoshenko(double hertz, double h)
+{
+    const double e = 210000, nu = 0.3, rho = 7.85e-9, l = 1000, kappa = 10 * (1 + nu) / (12 + 11 * nu);
+    const double inertia_over_area = h * h / 12, g = e / (2 * (1 + nu)), omega = 2 * std::numbers::pi * hertz;
+    const double b = std::sqrt(rho / (e * inertia_over_area)) * l * l * omega;
+    const double r2 = inertia_over_area / (l * l), s2 = e * inertia_over_area / (kappa * g * l * l);
+    const double root = std::sqrt((r2 - s2) * (r2 - s2) + 4 / (b * b));
+    const double alpha = b * std::sqrt((root - (r2 + s2)) / 2), beta = b * std::sqrt((root + (r2 + s2)) / 2);
+    return 2 - 2 * std::cosh(alpha) * std::cos(beta) +
+           b / std::sqrt(1 - b * b * r2 * s2) * (b * b * r2 * (r2 - s2) * (r2 - s2) + 3 * r2 - s2) * std::sinh(alpha) *
+               std::sin(beta);
+}
+
+static double root_near(double hertz, double h)
+{
+    double low = 0.97 * hertz, high = 1.03 * hertz;
+    EXPECT_LT(free_timoshenko(low, h) * free_timoshenko(high, h), 0.0) << hertz;
+    for (int i = 0; i < 60; ++i)
+    {
+        const double middle = (low + high) / 2;
+        (free_timoshenko(low, h) * free_timoshenko(middle, h) <= 0.0 ? high : low) = middle;
+    }
+    return low;
+}
+
+static double hertz(double eigenvalue)
+{
+    return std::sqrt(eigenvalue) / (2 * std::numbers::pi);
+}
+
+TEST(Beam, BendsAsTimoshenkoSays)
+{
+    const Deck deck = read_deck(kExamples + "cantilever.inp");
+    const Model model = make_model(deck, read_matrices(kExamples + "cantilever"), {});
+    const Reduction free = reduce_free(model, 6, kSilent);
+    const double sides[] = {20, 40, 20, 40}; // across which the first four bending modes go
+    const int modes[] = {6, 7, 8, 10};
+    for (int i = 0; i < 4; ++i)
+    {
+        const double f = hertz(free.stiffness(modes[i], modes[i]));
+        EXPECT_NEAR(f, root_near(f, sides[i]), 3e-3 * f) << "mode " << modes[i] + 1;
+    }
+}
+
+TEST(Beam, IsACantileverWhenItsRootIsHeld)
+{
+    const Deck deck = read_deck(kExamples + "cantilever.inp");
+    const Model model = make_model(deck, read_matrices(kExamples + "cantilever"), both_ends(deck, 1000.0));
+    const Reduction body = reduce_craig_bampton(model, 10, kSilent);
+    const VectorXd held =
+        generalized_eigenvalues(body.stiffness.bottomRightCorner(16, 16), body.mass.bottomRightCorner(16, 16));
+    // Euler: (1.875104)^2 sqrt(EI / (rho A L^4)) / 2 pi, for either side; a rigid root section stiffens by half a percent
+    for (int i = 0; i < 2; ++i)
+    {
+        const double h = i == 0 ? 20 : 40;
+        const double euler = 3.516015 * std::sqrt(210000 / 7.85e-9 * h * h / 12) / 1e6 / (2 * std::numbers::pi);
+        EXPECT_NEAR(hertz(held[i]), euler, 8e-3 * euler);
+    }
+    // stiffness between the ends: EA/L to the end effects of rigid end sections
+    EXPECT_NEAR(body.stiffness(0, 0), 210000.0 * 800 / 1000, 5e-3 * body.stiffness(0, 0));
+    EXPECT_NEAR(body.stiffness(0, 6), -body.stiffness(0, 0), 1e-6 * body.stiffness(0, 0));
+}
+
+TEST(Results, GiveTheSameBodyAsTheMatrices)
+{
+    const Deck deck = read_deck(kExamples + "tied_beam.inp");
+    const std::vector<Interface> ends = {{622, Vector3d::Zero(), nodes_at(deck, 0.0)},
+                                         {624, Vector3d(1000, 0, 0), nodes_at(deck, 1000.0)}};
+    const ResultBody results = body_from_results(deck, ends, kExamples + "tied_beam");
+    const Deck free_deck = read_deck(kExamples + "cantilever.inp");
+    const Model free_model =
+        make_model(free_deck, read_matrices(kExamples + "cantilever"), both_ends(free_deck, 1000.0));
+    const Reduction body = reduce_craig_bampton(free_model, 10, kSilent);
+    // forces are printed with seven digits, displacements stored with six
+    const auto scale = body.stiffness.diagonal().head(12).cwiseSqrt();
+    const MatrixXd difference = (results.stiffness - body.stiffness).topLeftCorner(12, 12);
+    EXPECT_LT((scale.asDiagonal().inverse() * difference * scale.asDiagonal().inverse()).cwiseAbs().maxCoeff(), 1e-5);
+    EXPECT_LT((results.mass - body.mass).topLeftCorner(12, 12).norm(), 1e-5 * body.mass.norm());
+    for (int i = 12; i < 22; ++i)
+        EXPECT_NEAR(results.stiffness(i, i), body.stiffness(i, i), 1e-6 * body.stiffness(i, i));
+    const MatrixXd motion = node_motion(free_model, body).leftCols(12); // without the four nodes of the ties
+    EXPECT_LT((results.motion.topLeftCorner(motion.rows(), 12) - motion).cwiseAbs().maxCoeff(), 1e-2);
+    EXPECT_LT(results.mass_error, 1e-4);
+    // half way: pressure E/L when the root moves along the beam, shear of V/A at least in the plane in which it moves across
+    const int middle = deck.find_node(node_at(deck, Vector3d(500, 0, 0)));
+    const Eigen::Matrix<double, 6, 3> stress = results.stress.block<6, 3>(6 * middle, 0);
+    EXPECT_NEAR(stress(0, 0), -210.0, 1.0);
+    EXPECT_GT(std::abs(stress(3, 1)), results.stiffness(1, 1) / 800); // two elements across overdo it at the axis
+    EXPECT_GT(std::abs(stress(4, 2)), results.stiffness(2, 2) / 800);
+    EXPECT_LT(std::abs(stress(5, 1)) + std::abs(stress(4, 1)) + std::abs(stress(5, 2)) + std::abs(stress(3, 2)), 1e-2);
+}
+
+TEST(Results, OfAFrequencyStepGetExactRigidMotions)
+{
+    const Deck deck = read_deck(kExamples + "free_beam.inp");
+    const ResultBody results = body_from_results(deck, {}, kExamples + "free_beam");
+    EXPECT_EQ(results.rigid_count, 6);
+    const Reduction free = reduce_free(make_model(deck, read_matrices(kExamples + "cantilever"), {}), 10, kSilent);
+    for (int i = 6; i < 16; ++i)
+        EXPECT_NEAR(results.stiffness(i, i), free.stiffness(i, i), 1e-6 * free.stiffness(i, i));
+    const Vector3d a = deck.mesh.nodes[0].at, b = deck.mesh.nodes[500].at;
+    for (int i = 0; i < 6; ++i) // rigid: the distance of two nodes does not change
+        EXPECT_NEAR((results.motion.col(i).segment<3>(1500) - results.motion.col(i).head<3>()).dot(b - a), 0.0, 1e-8);
+}
+
+// The same two nodes and their results in the forms that the solver writes.
+static std::string result_file(bool binary)
+{
+    auto node = [&](int id, std::vector<double> values, bool floats) {
+        std::string text;
+        char field[32];
+        if (!binary)
+        {
+            std::snprintf(field, sizeof(field), " -1%10d", id);
+            text = field;
+            for (double v : values)
+            {
+                std::snprintf(field, sizeof(field), "%12.5E", v);
+                text += field;
+            }
+            return text + "\n";
+        }
+        text.append(reinterpret_cast<const char*>(&id), 4);
+        for (double v : values)
+        {
+            const float single = float(v);
+            text.append(floats ? reinterpret_cast<const char*>(&single) : reinterpret_cast<const char*>(&v),
+                        floats ? 4 : 8);
+        }
+        return text;
+    };
+    const std::string end = binary ? "" : " -3\n";
+    const std::string blanks(37, ' ');
+    return "    1C\n    2C" + std::string(29, ' ') + "2" + blanks + (binary ? "3\n" : "1\n") +
+           node(4, {-100.25, -2.5, 3}, false) + node(7, {-1e6, 0, 0.5}, false) + end + "    1PSTEP" +
+           std::string(25, ' ') + "1           1           9\n    1PMODE                         3\n" +
+           "  100CL  101 107.2685930           2                     2   13MODAL      " + (binary ? "2" : "1") +
+           "\n -4  DISP        4    1\n -5  D1          1    2    1    0\n -5  D2          1    2    2    0\n"
+           " -5  D3          1    2    3    0\n -5  ALL         1    2    0    0    1ALL\n" +
+           node(4, {-0.5, -0.25, -8}, true) + node(7, {1, 2, 3}, true) + end +
+           "  100CL  101 107.2685930           2                     2   13MODAL      " + (binary ? "2" : "1") +
+           "\n -4  STRESS      6    1\n -5  SXX         1    4    1    1\n -5  SYY         1    4    2    2\n"
+           " -5  SZZ         1    4    3    3\n -5  SXY         1    4    1    2\n -5  SYZ         1    4    2    3\n"
+           " -5  SZX         1    4    3    1\n" +
+           node(7, {1, 2, 3, 4, 5, 6}, true) + node(4, {-1, -2, -3, -4, -5, -6}, true) + end + " 9999\n";
+}
+
+TEST(Results, AreReadFromTextAndBinaryAndRefusedWhenCutAnywhere)
+{
+    TemporaryFolder folder;
+    for (bool binary : {false, true})
+    {
+        const std::string text = result_file(binary);
+        const FrdFile frd = read_frd(write_file(folder, "r.frd", text));
+        EXPECT_EQ(frd.node_ids, (std::vector<int>{4, 7}));
+        EXPECT_EQ(frd.coordinates.col(1), Vector3d(-1e6, 0, 0.5));
+        ASSERT_EQ(frd.solutions.size(), 1u);
+        EXPECT_EQ(frd.solutions[0].step, 9);
+        EXPECT_EQ(frd.solutions[0].mode, 3);
+        EXPECT_EQ(frd.solutions[0].value, 107.268593);
+        EXPECT_EQ(frd.solutions[0].displacement.head<3>(), Vector3d(-0.5, -0.25, -8));
+        EXPECT_EQ(frd.solutions[0].stress.tail<6>(), (Eigen::Vector<double, 6>{1, 2, 3, 4, 6, 5})); // yz, zx exchanged
+        for (size_t length = 0; length + 1 < text.size(); ++length)
+            EXPECT_NE(complaint(folder, [&] { read_frd(write_file(folder, "r.frd", text.substr(0, length))); }), "")
+                << length;
+    }
+    const std::string dat = "\n displacements (vx,vy,vz) for set R and time  0.1E+01\n\n  5  1.0 0. 0.\n\n"
+                            " forces (fx,fy,fz) for set R and time  0.1E+01\n\n  5  7.0 x 0.\n\n";
+    EXPECT_EQ(complaint(folder, [&] { read_printed_steps(write_file(folder, "r.dat", dat)); }),
+              "r.dat:8: \"x\" is not a number");
+}
+
+// ---- The whole import ---------------------------------------------------------------------------------------------------
+
+class Import : public ZelTest
+{
+protected:
+    TemporaryFolder folder;
+    ImportOptions options;
+    std::string printed, messages;
+
+    void SetUp() override
+    {
+        options.output = folder.path("body.zel");
+        options.units = "mm,t,s,N";
+        options.modes = 10;
+    }
+    int run()
+    {
+        int status = -1;
+        messages = errors_of([&] { printed = output_of([&] { status = import_ccx(options); }); });
+        return status;
+    }
+};
+
+TEST_F(Import, WritesABodyThatReadsBack)
+{
+    options.deck = kExamples + "rod";
+    options.interfaces = {"LARGE@0,0,0", "small@150,0,0"};
+    ASSERT_EQ(run(), 0) << messages << printed;
+    EXPECT_EQ(printed.find("CHECK!"), std::string::npos) << printed;
+    EXPECT_EQ(folder.files(), std::vector<std::string>{"body.zel"});
+    ZELDATA* db = ZEL_CreateFromZEL(options.output.c_str());
+    ASSERT_TRUE(db);
+    EXPECT_EQ(ZEL_ModeCount(db), 22);
+    EXPECT_EQ(ZEL_NodeCount(db), 4288 + 2);
+    int count = 0;
+    int* references = ZEL_InterfaceNodeIDs(db, &count);
+    ASSERT_EQ(count, 2);
+    EXPECT_EQ(references[1] - references[0], 1);
+    // bores of 24 and 11 mm, 20 and 18 mm deep, in a body of steel
+    double mass = 0.0, inertia[9], center[3], eigenvalue = 0.0, first = 0.0;
+    EXPECT_TRUE(ZEL_TotalMassInertia(db, &mass, inertia, center));
+    EXPECT_NEAR(mass, 7.85e-9 * 76746, 1e-4 * mass);
+    EXPECT_NEAR(center[1], 0.0, 1e-3);
+    for (int mode = 1; mode <= 7; ++mode)
+        ASSERT_TRUE(ZEL_Eigenvalue(db, mode, &eigenvalue, &first, nullptr, nullptr, nullptr));
+    EXPECT_GT(first, 1236.78); // of the rod with soft bores
+    EXPECT_LT(first, 1.06 * 1236.78);
+    char text[40];
+    std::snprintf(text, sizeof(text), "%.6g ", first);
+    EXPECT_NE(printed.find(text), std::string::npos) << text << printed;
+    ASSERT_TRUE(ZEL_Eigenvalue(db, 6, &eigenvalue, nullptr, nullptr, nullptr, nullptr));
+    EXPECT_LT(std::abs(eigenvalue), 1.0);
+    // a reference node turns with its bore: u = U + theta x r at a node of it
+    const Deck deck = read_deck(options.deck + ".inp");
+    double u[3], theta[3], moved[3];
+    ASSERT_TRUE(ZEL_ModeByNode(db, 9, 0, references[0], u, 0) && ZEL_ModeByNode(db, 9, 0, references[0], theta, 1));
+    const int on_bore = deck.node_sets.at("LARGE")[5];
+    ASSERT_TRUE(ZEL_ModeByNode(db, 9, 0, on_bore, moved, 0));
+    const Vector3d r = deck.mesh.nodes[size_t(deck.find_node(on_bore))].at;
+    EXPECT_NEAR(r.head<2>().norm(), 24.0, 0.01);
+    const Vector3d expected = Vector3d(u) + Vector3d(theta).cross(r);
+    EXPECT_GT(Vector3d(theta).norm(), 0.0);
+    EXPECT_LT((Vector3d(moved) - expected).norm(), 1e-9 * expected.norm());
+    free(references);
+}
+
+TEST_F(Import, TakesTheModesOfShells)
+{
+    options.deck = kSmall + "plate";
+    ASSERT_EQ(run(), 0) << messages << printed;
+    ZELDATA* db = ZEL_CreateFromZEL(options.output.c_str());
+    ASSERT_TRUE(db);
+    double mass = 0.0, inertia[9], center[3], first = 0.0;
+    EXPECT_TRUE(ZEL_TotalMassInertia(db, &mass, inertia, center));
+    EXPECT_NEAR(mass, 7.85e-9 * 200 * 40 * 5, 1e-12);
+    // Euler's free beam: (4.730041)^2 sqrt(E t^2 / (12 rho)) / (2 pi L^2)
+    EXPECT_TRUE(ZEL_Eigenvalue(db, 7, nullptr, &first, nullptr, nullptr, nullptr));
+    const double euler = 22.373285 * std::sqrt(210000 * 25 / 12 / 7.85e-9) / (2 * std::numbers::pi * 200 * 200);
+    EXPECT_NEAR(first, euler, 5e-3 * euler);
+    options.route = Route::matrices;
+    EXPECT_EQ(run(), 2);
+    EXPECT_NE(messages.find("plate.inp.gz:"), std::string::npos) << messages;
+}
+
+TEST_F(Import, GivesTheSameBytesTwice)
+{
+    options.deck = kSmall + "small.inp";
+    options.modes = 3;
+    options.free = true;
+    ASSERT_EQ(run(), 0) << messages;
+    std::ifstream first(options.output, std::ios::binary);
+    const std::string bytes((std::istreambuf_iterator<char>(first)), {});
+    options.output = folder.path("again.zel");
+    ASSERT_EQ(run(), 0);
+    std::ifstream second(options.output, std::ios::binary);
+    std::string others((std::istreambuf_iterator<char>(second)), {});
+    ASSERT_EQ(bytes.size(), others.size());
+    size_t different = 0; // the date in the header
+    for (size_t i = 0; i < bytes.size(); ++i)
+        different += bytes[i] != others[i];
+    EXPECT_LE(different, 8u);
+}
+
+TEST_F(Import, RefusesWhatItCannotUseAndLeavesNoFile)
+{
+    options.deck = kSmall + "small";
+    const std::pair<void (*)(ImportOptions&), const char*> faults[] = {
+        {[](ImportOptions& o) { o.units = "mm,t,s"; }, "the units must name one each of mass, length, time and force"},
+        {[](ImportOptions& o) { o.units = "mm,t,s,stone"; }, "\"stone\" is not a unit"},
+        {[](ImportOptions& o) { o.units = "mm,m,s,N"; }, "the units name both MILLIMETER and METER"},
+        {[](ImportOptions& o) { o.units = "mm,kg,s,N"; }, "the units do not belong together: 1 NEWTON is 1000"},
+        {[](ImportOptions& o) { o.interfaces = {"NOSUCH"}; }, "the deck has no node set named NOSUCH"},
+        {[](ImportOptions& o) { o.interfaces = {"ROOT@1,2"}; }, "an interface reads SET or SET@x,y,z, not ROOT@1,2"},
+        {[](ImportOptions& o) { o.interfaces = {"ROOT@1,2,x"}; }, "\"x\" is not a number"},
+        {[](ImportOptions& o) {
+             o.interfaces = {"ROOT", "ALL"};
+         },
+         "belongs to another interface as well"},
+        {[](ImportOptions& o) { o.interfaces = {"ALL"}; }, "all nodes of the body are tied"},
+        {[](ImportOptions& o) { o.modes = 100000; }, "ask for fewer modes"},
+        {[](ImportOptions& o) { o.deck = "nowhere/job"; }, "nowhere/job.inp: no such file"},
+        {[](ImportOptions& o) { o.route = Route::results; }, "small.frd: no such file"},
+        {[](ImportOptions& o) { o.output = "/nowhere/body.zel"; }, "/nowhere/body.zel cannot be written"},
+    };
+    const ImportOptions good = options;
+    for (const auto& [spoil, expected] : faults)
+    {
+        options = good;
+        spoil(options);
+        EXPECT_EQ(run(), 2) << expected;
+        EXPECT_NE(messages.find(expected), std::string::npos) << messages;
+        EXPECT_EQ(printed, "");
+        EXPECT_TRUE(folder.files().empty());
+    }
+}

@@ -1,0 +1,285 @@
+// Fills a database through the library's setters, node by node in ascending order so that every mode is written as one run,
+// and lets the library write it beside the wanted file.
+#include "body.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <set>
+#include <unistd.h>
+
+#include "zel.h"
+
+namespace zel_import
+{
+
+using Eigen::Index;
+using Eigen::Vector3d;
+
+constexpr int kSpokes = 12;       // faces from a reference node to nodes that follow it
+constexpr size_t kLabelRoom = 16; // of a unit, its end included
+
+// Symbols that engineers write and the library does not know.
+static const std::map<std::string, std::string> kSymbols = {{"t", "tonne"}, {"g", "gram"}};
+
+Units parse_units(const std::string& text)
+{
+    const std::pair<const ZELUNIT*, std::string Units::*> dimensions[] = {{ZEL_MassUnits, &Units::mass},
+                                                                          {ZEL_LengthUnits, &Units::length},
+                                                                          {ZEL_TimeUnits, &Units::time},
+                                                                          {ZEL_ForceUnits, &Units::force}};
+    Units units;
+    double factor[4] = {1, 1, 1, 1};
+    for (size_t start = 0; start <= text.size();)
+    {
+        const size_t comma = std::min(text.find(',', start), text.size());
+        const std::string spelling(trim(std::string_view(text).substr(start, comma - start)));
+        start = comma + 1;
+        char label[kLabelRoom] = "";
+        if (spelling.empty() || spelling.size() >= kLabelRoom)
+            throw std::runtime_error(in_quotes(spelling) + " is not a unit");
+        const auto symbol = kSymbols.find(spelling);
+        (symbol != kSymbols.end() ? symbol->second : spelling).copy(label, kLabelRoom - 1);
+        if (!ZEL_ConvertUnitsLabel(label))
+            throw std::runtime_error(in_quotes(spelling) + " is not a unit");
+        for (int d = 0; d < 4; ++d)
+            if (const double si = ZEL_UnitsDivider(label, dimensions[d].first); si > 0.0)
+            {
+                std::string& slot = units.*dimensions[d].second;
+                if (!slot.empty())
+                    throw std::runtime_error("the units name both " + slot + " and " + label);
+                slot = label;
+                factor[d] = si;
+            }
+    }
+    for (const auto& [table, field] : dimensions)
+        if ((units.*field).empty())
+            throw std::runtime_error("the units must name one each of mass, length, time and force, as in mm,t,s,N");
+    units.consistency = factor[3] * factor[2] * factor[2] / (factor[0] * factor[1]);
+    return units;
+}
+
+std::vector<char> used_nodes(const Mesh& mesh)
+{
+    std::vector<char> used(mesh.nodes.size());
+    for (const Element& element : mesh.elements)
+        for (int i = 0; i < node_count(element.type->shape); ++i)
+            used[size_t(element.nodes[size_t(i)])] = 1;
+    return used;
+}
+
+static void require(int done, const char* what)
+{
+    if (!done)
+        throw std::runtime_error(std::string("the library cannot store ") + what);
+}
+
+struct Unlink
+{
+    void operator()(ZELDATA* db) const { ZEL_UnLink(db); }
+};
+using Database = std::unique_ptr<ZELDATA, Unlink>;
+
+// Sends what the library prints as information to standard error, or nowhere, for as long as it lives: standard output
+// is for the results of the command.
+class InformationElsewhere
+{
+public:
+    explicit InformationElsewhere(bool verbose)
+    {
+        std::fflush(stdout);
+        saved_ = dup(STDOUT_FILENO);
+        const int to = verbose ? dup(STDERR_FILENO) : open("/dev/null", O_WRONLY);
+        if (saved_ >= 0 && to >= 0)
+            dup2(to, STDOUT_FILENO);
+        if (to >= 0)
+            close(to);
+    }
+    ~InformationElsewhere()
+    {
+        std::fflush(stdout);
+        if (saved_ < 0)
+            return;
+        dup2(saved_, STDOUT_FILENO);
+        close(saved_);
+    }
+    InformationElsewhere(const InformationElsewhere&) = delete;
+    InformationElsewhere& operator=(const InformationElsewhere&) = delete;
+
+private:
+    int saved_;
+};
+
+// Some of the tied nodes, spread evenly: each next one is the farthest from those that were taken before.
+static std::vector<int> spread_nodes(const Mesh& mesh, const Interface& interface)
+{
+    std::vector<int> taken;
+    std::vector<double> distance;
+    for (int node : interface.tied)
+        distance.push_back((mesh.nodes[size_t(node)].at - interface.at).norm());
+    while (taken.size() < size_t(kSpokes))
+    {
+        const auto farthest = std::max_element(distance.begin(), distance.end());
+        if (farthest == distance.end() || *farthest <= 0.0)
+            break;
+        taken.push_back(interface.tied[size_t(farthest - distance.begin())]);
+        for (size_t i = 0; i < distance.size(); ++i)
+        {
+            const Vector3d between = mesh.nodes[size_t(interface.tied[i])].at - mesh.nodes[size_t(taken.back())].at;
+            distance[i] = std::min(distance[i], between.norm());
+        }
+    }
+    return taken;
+}
+
+// A node as the file has it: one of the mesh or the reference node of an interface.
+struct BodyNode
+{
+    int id;
+    Vector3d at;
+    int node;      // of the mesh, -1 for a reference node
+    int interface; // -1 for a node of the mesh
+};
+
+static std::vector<BodyNode> body_nodes(const Body& body)
+{
+    const Mesh& mesh = body.deck->mesh;
+    std::vector<BodyNode> nodes;
+    std::set<int> references;
+    for (size_t j = 0; j < body.interfaces.size(); ++j)
+    {
+        references.insert(body.interfaces[j].reference_id);
+        nodes.push_back({body.interfaces[j].reference_id, body.interfaces[j].at, -1, int(j)});
+    }
+    const std::vector<char> used = used_nodes(mesh);
+    for (size_t i = 0; i < mesh.nodes.size(); ++i)
+        if (used[i] && !references.count(mesh.nodes[i].id))
+            nodes.push_back({mesh.nodes[i].id, mesh.nodes[i].at, int(i), -1});
+    std::sort(nodes.begin(), nodes.end(), [](const BodyNode& a, const BodyNode& b) { return a.id < b.id; });
+    return nodes;
+}
+
+static void set_nodes(ZELDATA* db, const Body& body, const std::vector<BodyNode>& nodes)
+{
+    for (const BodyNode& n : nodes)
+        require(ZEL_SetNodeCoordinates(db, n.id, n.at[0], n.at[1], n.at[2]), "a node");
+    for (const BodyNode& n : nodes)
+    {
+        const int node = n.node >= 0 ? n.node : body.deck->find_node(n.id);
+        require(ZEL_SetNodalMass(db, n.id, node >= 0 ? body.nodal_masses[size_t(node)] : 0.0), "a nodal mass");
+    }
+    for (const Interface& interface : body.interfaces)
+        require(ZEL_SetInterfaceNode(db, interface.reference_id), "an interface node");
+}
+
+static void set_faces(ZELDATA* db, const Body& body)
+{
+    const Mesh& mesh = body.deck->mesh;
+    std::vector<int> ids;
+    for (const Face& face : skin(mesh))
+    {
+        ids.clear();
+        for (int node : face)
+            ids.push_back(mesh.nodes[size_t(node)].id);
+        require(ZEL_SetFaceList(db, int(ids.size()), ids.data()), "a face");
+    }
+    for (const Interface& interface : body.interfaces)
+        for (int node : spread_nodes(mesh, interface))
+        {
+            const int spoke[2] = {interface.reference_id, mesh.nodes[size_t(node)].id};
+            require(ZEL_SetFaceList(db, 2, spoke), "a face");
+        }
+}
+
+static void set_modes(ZELDATA* db, const Body& body, const std::vector<BodyNode>& nodes)
+{
+    for (Index mode = 0; mode < body.motion.cols(); ++mode)
+        for (const BodyNode& n : nodes)
+        {
+            double values[6] = {};
+            Eigen::Map<Eigen::Matrix<double, 6, 1>> v(values);
+            if (n.interface >= 0)
+                v = body.reference_motion.col(mode).segment<6>(6 * n.interface);
+            else
+            {
+                v.head<3>() = body.motion.col(mode).segment<3>(3 * n.node);
+                if (body.rotation.size() > 0)
+                    v.tail<3>() = body.rotation.col(mode).segment<3>(3 * n.node);
+            }
+            require(ZEL_SetModeVec(db, int(mode) + 1, n.id, ZEL_MODE_SHAPE, values), "a mode shape");
+        }
+    for (Index mode = 0; mode < body.stress.cols(); ++mode)
+        for (const BodyNode& n : nodes)
+            if (n.node >= 0)
+                require(ZEL_SetModeVec(db, int(mode) + 1, n.id, ZEL_MODAL_STRESS,
+                                       body.stress.col(mode).data() + 6 * n.node),
+                        "a modal stress");
+}
+
+// Exact zeros off the diagonals are left out: the database takes a missing entry for zero.
+static void set_matrices(ZELDATA* db, const Body& body)
+{
+    for (Index row = 0; row < body.mass.rows(); ++row)
+        for (Index column = 0; column < body.mass.cols(); ++column)
+        {
+            const int r = int(row) + 1, c = int(column) + 1;
+            if (row == column || body.stiffness(row, column) != 0.0)
+                require(ZEL_SetGeneralizedStiffness(db, r, c, body.stiffness(row, column)), "a stiffness");
+            if (row == column || body.mass(row, column) != 0.0)
+                require(ZEL_SetGeneralizedMass(db, r, c, body.mass(row, column)), "a generalized mass");
+        }
+}
+
+static void set_header(ZELDATA* db, const Deck& deck)
+{
+    const std::string file = std::filesystem::path(deck.mesh.files[0]).filename().string();
+    std::string texts[6] = {deck.heading.empty() ? file : deck.heading, file, "CalculiX", "", "", ""};
+    require(ZEL_SetHeader(db, texts[0].data(), texts[1].data(), texts[2].data(), texts[3].data(), texts[4].data(),
+                          texts[5].data()),
+            "the header");
+}
+
+// The file that is written first; gone unless it becomes the wanted one.
+class PartialFile
+{
+public:
+    explicit PartialFile(const std::string& wanted) : wanted_(wanted), partial(wanted + ".part") {}
+    ~PartialFile() { std::remove(partial.c_str()); }
+    PartialFile(const PartialFile&) = delete;
+    PartialFile& operator=(const PartialFile&) = delete;
+    bool commit() const { return std::rename(partial.c_str(), wanted_.c_str()) == 0; }
+
+private:
+    std::string wanted_;
+
+public:
+    const std::string partial;
+};
+
+void write_body(const Body& body, const std::string& output, const std::string& write_options, bool verbose)
+{
+    const std::vector<BodyNode> nodes = body_nodes(body);
+    const InformationElsewhere elsewhere(verbose);
+    const Database db(ZEL_Create(int(nodes.size()), int(body.motion.cols())));
+    if (!db)
+        throw std::runtime_error("out of memory");
+    set_header(db.get(), *body.deck);
+    require(ZEL_SetUnits(db.get(), body.units.mass.c_str(), body.units.length.c_str(), body.units.time.c_str(),
+                         body.units.force.c_str()),
+            "the units");
+    set_nodes(db.get(), body, nodes);
+    set_faces(db.get(), body);
+    set_modes(db.get(), body, nodes);
+    set_matrices(db.get(), body);
+    require(ZEL_CalculateGlobalMassFromNodeMass(db.get()), "the global mass");
+    setenv("VXR_ZELWRITE_OPTIONS", write_options.c_str(), 1);
+    const PartialFile file(output);
+    if (!ZEL_write_ZEL(db.get(), file.partial.c_str()) || !file.commit())
+        throw std::runtime_error(output + " cannot be written");
+}
+
+} // namespace zel_import

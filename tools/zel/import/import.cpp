@@ -1,0 +1,394 @@
+// The import from end to end: deck, interfaces, one of the two routes, nodal masses, checks, file.
+#include "import.h"
+
+#include <cstdio>
+#include <limits>
+#include <numbers>
+#include <utility>
+
+#include "body.h"
+#include "report.h"
+#include "results.h"
+#include "zel.h"
+
+namespace zel_import
+{
+
+using Eigen::Index;
+using Eigen::MatrixXd;
+using Eigen::Vector3d;
+using Eigen::VectorXd;
+
+constexpr double kMassTolerance = 1e-3;  // elements against matrices, whose quadratures differ on curved elements
+constexpr double kMatchTolerance = 1e-8; // matched nodal masses
+constexpr double kModeMassTolerance =
+    5e-3; // of modes in six digits, whose masses the solver integrates with few points
+constexpr double kShellMassTolerance = 5e-2; // the same without the rotary inertia of shells
+constexpr double kRigidRatio = 1e-6;         // rigid-body eigenvalues against the first flexible one
+constexpr double kConsistentUnits = 1e-6;    // relative
+constexpr double kSpanTolerance = 1e-10;     // of the tied nodes' rigid motions, squared
+constexpr int kFrequenciesShown = 6;
+
+// "dir/JOB" of "dir/JOB.inp" or "dir/JOB.inp.gz".
+static std::string job_of(std::string deck)
+{
+    for (const char* suffix : {".gz", ".inp"})
+        if (deck.ends_with(suffix))
+            deck.resize(deck.size() - std::string_view(suffix).size());
+    return deck;
+}
+
+// ---- Interfaces --------------------------------------------------------------------------------------------------------
+
+static std::vector<int> indexes_of(const Deck& deck, const std::vector<int>& node_ids)
+{
+    std::vector<int> nodes;
+    for (int id : node_ids)
+        nodes.push_back(deck.find_node(id));
+    return nodes;
+}
+
+static Vector3d parse_point(std::string_view text, const std::string& option)
+{
+    Vector3d at;
+    for (int axis = 0; axis < 3; ++axis)
+    {
+        const size_t comma = std::min(text.find(','), text.size());
+        if ((axis < 2) != (comma < text.size()))
+            throw std::runtime_error("an interface reads SET or SET@x,y,z, not " + option);
+        at[axis] = parse_real(text.substr(0, comma), {"--interface " + option, 0});
+        text.remove_prefix(std::min(comma + 1, text.size()));
+    }
+    return at;
+}
+
+// "SET" or "SET@x,y,z"; a set without a point is joined at the mean of its nodes.
+static Interface interface_from_option(const Deck& deck, const std::string& option, int reference_id)
+{
+    const size_t sign = option.find('@');
+    std::string name = option.substr(0, sign);
+    for (char& c : name)
+        c = char(std::toupper(static_cast<unsigned char>(c)));
+    const auto set = deck.node_sets.find(name);
+    if (set == deck.node_sets.end() || set->second.empty())
+        throw std::runtime_error("the deck has no node set named " + option.substr(0, sign));
+    Interface interface {
+        reference_id, Vector3d::Zero(), indexes_of(deck, set->second)
+    };
+    for (int node : interface.tied)
+        interface.at += deck.mesh.nodes[size_t(node)].at / double(interface.tied.size());
+    if (sign != std::string::npos)
+        interface.at = parse_point(std::string_view(option).substr(sign + 1), option);
+    return interface;
+}
+
+// Nodes on one line, or a single one, would leave the reference node a rotation that nothing resists.
+static void check_span(const Mesh& mesh, const Interface& interface, const std::string& name)
+{
+    double size = 0.0;
+    for (int node : interface.tied)
+        size = std::max(size, (mesh.nodes[size_t(node)].at - interface.at).norm());
+    Eigen::Matrix<double, 6, 6> span = Eigen::Matrix<double, 6, 6>::Zero();
+    for (int node : interface.tied)
+    {
+        Eigen::Matrix<double, 3, 6> motion = rigid_motion(mesh.nodes[size_t(node)].at, interface.at);
+        motion.rightCols<3>() /= size > 0.0 ? size : 1.0;
+        span += motion.transpose() * motion;
+    }
+    const Eigen::SelfAdjointEigenSolver<Eigen::Matrix<double, 6, 6>> solver(span);
+    if (solver.eigenvalues()[0] < kSpanTolerance * solver.eigenvalues()[5])
+        throw std::runtime_error(name + ": its tied nodes lie on one line, which leaves a rotation free");
+}
+
+static void check_interfaces(const Deck& deck, const std::vector<Interface>& interfaces)
+{
+    const Mesh& mesh = deck.mesh;
+    std::vector<int> owner(mesh.nodes.size());
+    std::vector<char> structural(mesh.nodes.size());
+    for (const Element& element : mesh.elements)
+        for (int i = 0; element.type->shape != Shape::point && i < node_count(element.type->shape); ++i)
+            structural[size_t(element.nodes[size_t(i)])] = 1;
+    for (const Interface& interface : interfaces)
+    {
+        const std::string name = "interface with reference node " + std::to_string(interface.reference_id);
+        const int reference = deck.find_node(interface.reference_id);
+        if (reference >= 0 && structural[size_t(reference)])
+            throw std::runtime_error(name + ": the reference node belongs to an element");
+        for (int node : interface.tied)
+        {
+            const std::string which = name + ": node " + std::to_string(mesh.nodes[size_t(node)].id);
+            if (!structural[size_t(node)])
+                throw std::runtime_error(which + " belongs to no element");
+            if (std::exchange(owner[size_t(node)], interface.reference_id) != 0)
+                throw std::runtime_error(which + " belongs to another interface as well");
+        }
+        check_span(mesh, interface, name);
+    }
+}
+
+static std::vector<Interface> choose_interfaces(const Deck& deck, const ImportOptions& options)
+{
+    std::vector<Interface> interfaces;
+    if (options.free)
+        return interfaces;
+    int next_id = deck.mesh.nodes.back().id;
+    for (const std::string& option : options.interfaces)
+    {
+        if (next_id == std::numeric_limits<int>::max())
+            throw std::runtime_error("there is no node number left for the reference node of " + option);
+        interfaces.push_back(interface_from_option(deck, option, ++next_id));
+    }
+    if (options.interfaces.empty())
+        for (const Tie& tie : deck.ties)
+            interfaces.push_back({tie.reference_id, deck.mesh.nodes[size_t(deck.find_node(tie.reference_id))].at,
+                                  indexes_of(deck, tie.node_ids)});
+    check_interfaces(deck, interfaces);
+    return interfaces;
+}
+
+// ---- Checks ------------------------------------------------------------------------------------------------------------
+
+static double relative(double a, double b)
+{
+    return std::abs(a - b) / std::max(std::abs(b), 1e-300);
+}
+
+// Largest difference of the inertia about the centre, in units of its trace.
+static double inertia_error(const MassMoments& a, const MassMoments& b)
+{
+    const Eigen::Matrix3d ja = a.inertia(b.center()), jb = b.inertia(b.center());
+    return (ja - jb).cwiseAbs().maxCoeff() / jb.trace();
+}
+
+static double gyration(const MassMoments& moments)
+{
+    return std::sqrt(moments.inertia(moments.center()).trace() / moments.mass);
+}
+
+static void report_mass(Report& report, const Units& units, const MeshMass& elements, const MassMoments& matrix)
+{
+    const MassMoments& own = elements.moments;
+    report.figure("volume", format("%.6e %s^3", elements.volume, units.length.c_str()));
+    report.check("mass", format("%.6e %s, volume x density %.6e", matrix.mass, units.mass.c_str(), own.mass),
+                 relative(matrix.mass, own.mass) < kMassTolerance);
+    const Vector3d center = matrix.center();
+    report.check("centre of mass", format("%.6e %.6e %.6e", center[0], center[1], center[2]),
+                 (center - own.center()).norm() < kMassTolerance * gyration(own));
+    const Eigen::Vector3d principal =
+        Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d>(matrix.inertia(center)).eigenvalues();
+    report.check("principal inertias", format("%.6e %.6e %.6e", principal[0], principal[1], principal[2]),
+                 inertia_error(matrix, own) < kMassTolerance);
+}
+
+static void report_nodal_masses(Report& report, const Body& body, const MassMoments& target, MassMethod method)
+{
+    const std::vector<char> used = used_nodes(body.deck->mesh);
+    double smallest = std::numeric_limits<double>::infinity();
+    for (size_t i = 0; i < used.size(); ++i)
+        if (used[i])
+            smallest = std::min(smallest, body.nodal_masses[i]);
+    report.check("smallest nodal mass", format("%.3e %s", smallest, body.units.mass.c_str()), smallest >= 0.0);
+    const MassMoments own = moments_of(body.deck->mesh, body.nodal_masses);
+    const double worst = std::max({relative(own.mass, target.mass), inertia_error(own, target),
+                                   (own.center() - target.center()).norm() / gyration(target)});
+    const std::string value = format("differ by %.1e in mass, centre or inertia", worst);
+    if (method == MassMethod::matched)
+        report.check("nodal masses", value, worst < kMatchTolerance);
+    else
+        report.figure("nodal masses", value);
+}
+
+static double seconds_of(const Units& units)
+{
+    return ZEL_UnitsDivider(units.time.c_str(), ZEL_TimeUnits);
+}
+
+static std::string frequencies(const VectorXd& eigenvalues, Index first, double seconds)
+{
+    std::string text;
+    for (Index k = first; k < std::min<Index>(first + kFrequenciesShown, eigenvalues.size()); ++k)
+        text += format("%s%.6g", k > first ? " " : "",
+                       std::sqrt(std::max(eigenvalues[k], 0.0)) / seconds / (2 * std::numbers::pi));
+    return text.empty() ? "none" : text + " Hz";
+}
+
+// Eigenvalues of the written body: six rigid ones, and all others well above them.
+static void report_modes(Report& report, const Body& body, double before)
+{
+    VectorXd values = generalized_eigenvalues(body.stiffness, body.mass);
+    const double rigid = values.head(6).cwiseAbs().maxCoeff();
+    const bool has_flexible = values.size() > 6;
+    report.check("six rigid-body modes", format("largest |eigenvalue| %.2e, %.2e as computed", rigid, before),
+                 !has_flexible || (values[6] > 0.0 && rigid < kRigidRatio * values[6]));
+    report.figure("free frequencies", frequencies(values, 6, seconds_of(body.units)));
+}
+
+// ---- Routes ------------------------------------------------------------------------------------------------------------
+
+static Route choose_route(const std::string& job, Route wanted)
+{
+    if (wanted != Route::automatic)
+        return wanted;
+    if (input_exists(job + ".sti"))
+        return Route::matrices;
+    if (input_exists(job + ".frd"))
+        return Route::results;
+    throw InputError({job + ".sti", 0}, "no such file, nor " + job +
+                                            ".frd: solve the deck with *FREQUENCY, "
+                                            "SOLVER=MATRIXSTORAGE first");
+}
+
+// Unit motions of each reference node in its own six constraint modes.
+static MatrixXd unit_reference_motion(size_t interfaces, Index modes)
+{
+    MatrixXd motion = MatrixXd::Zero(6 * Index(interfaces), modes);
+    motion.leftCols(motion.rows()).setIdentity();
+    return motion;
+}
+
+static void report_mesh(Report& report, const Body& body)
+{
+    const Mesh& mesh = body.deck->mesh;
+    report.figure("mesh", format("%zu nodes, %zu elements", mesh.nodes.size(), mesh.elements.size()));
+    for (const Interface& i : body.interfaces)
+        report.figure("interface node", format("%d, tied to %zu nodes, at %.6g %.6g %.6g", i.reference_id,
+                                               i.tied.size(), i.at[0], i.at[1], i.at[2]));
+}
+
+static void import_matrices(const ImportOptions& options, const std::string& job, Body& body, const MeshMass& elements,
+                            PhaseLog& log, Report& report)
+{
+    const Progress progress = [&](const char* phase) { log.begin(phase); };
+    for (const Element& element : body.deck->mesh.elements)
+        if (is_shell(element.type->shape))
+            throw InputError(body.deck->mesh.place(element),
+                             "shells have matrices of layers that the deck does not show: import their modes, from "
+                             "*NODE FILE, OUTPUT=2D, with --route results");
+    log.begin("read the matrices");
+    const Model model = make_model(*body.deck, read_matrices(job), body.interfaces);
+    const bool free = body.interfaces.empty();
+    Reduction reduction =
+        free ? reduce_free(model, options.modes, progress) : reduce_craig_bampton(model, options.modes, progress);
+    log.begin("shapes and nodal masses");
+    body.motion = node_motion(model, reduction);
+    body.stiffness = std::move(reduction.stiffness);
+    body.mass = std::move(reduction.mass);
+    body.reference_motion = unit_reference_motion(body.interfaces.size(), body.motion.cols());
+    const MassMoments target = matrix_moments(model);
+    std::string note;
+    body.nodal_masses = nodal_masses(body.deck->mesh, elements, options.mass, target, note);
+
+    report.title(free ? "Free-free modes from the matrices of " + job
+                      : "Craig-Bampton reduction from the matrices of " + job);
+    report_mesh(report, body);
+    report.figure("modes", free ? format("6 rigid, %d flexible", options.modes)
+                                : format("%d constraint, %d fixed-interface", reduction.boundary_count, options.modes));
+    report_mass(report, body.units, elements, target);
+    if (!note.empty())
+        report.note(note);
+    report_nodal_masses(report, body, target, note.empty() ? options.mass : MassMethod::scaled);
+    report_modes(report, body, reduction.rigid_before);
+    if (!free)
+        report.figure("fixed-interface frequencies",
+                      frequencies(body.stiffness.diagonal().tail(options.modes), 0, seconds_of(body.units)));
+}
+
+static void import_results(const ImportOptions& options, const std::string& job, Body& body, const MeshMass& elements,
+                           PhaseLog& log, Report& report)
+{
+    log.begin("read the results");
+    ResultBody results = body_from_results(*body.deck, body.interfaces, job);
+    log.begin("shapes and nodal masses");
+    std::string note;
+    body.nodal_masses = nodal_masses(body.deck->mesh, elements, options.mass, elements.moments, note);
+    const bool free = results.boundary_count == 0;
+    double before = results.rigid_before;
+    if (!free)
+    {
+        Reduction reduction;
+        reduction.stiffness = results.stiffness;
+        reduction.mass = results.mass;
+        repair_rigid_motions(body.interfaces, reduction);
+        results.stiffness = reduction.stiffness;
+        before = reduction.rigid_before;
+    }
+    body.stiffness = std::move(results.stiffness);
+    body.mass = std::move(results.mass);
+    body.motion = std::move(results.motion);
+    body.reference_motion = std::move(results.reference_motion);
+    body.stress = std::move(results.stress);
+
+    const int modes = int(body.mass.rows()) - results.boundary_count - results.rigid_count;
+    report.title((free ? "Modes from the results of " : "Craig-Bampton basis from the results of ") + job);
+    report_mesh(report, body);
+    report.figure("modes", free ? format("%d rigid, %d flexible", results.rigid_count, modes)
+                                : format("%d constraint, %d fixed-interface", results.boundary_count, modes));
+    report.figure("modal stress", body.stress.size() > 0 ? "yes" : "no");
+    report_mass(report, body.units, elements, elements.moments);
+    if (!note.empty())
+        report.note(note);
+    report_nodal_masses(report, body, elements.moments, note.empty() ? options.mass : MassMethod::scaled);
+    bool shells = false;
+    for (const Element& element : body.deck->mesh.elements)
+        shells = shells || is_shell(element.type->shape);
+    report.check("masses of the modes", format("differ from 1 by %.1e at most", results.mass_error),
+                 results.mass_error < (shells ? kShellMassTolerance : kModeMassTolerance));
+    if (!free)
+        report.figure("asymmetry of the forces", format("%.1e", results.asymmetry));
+    if (!free || results.rigid_count > 0)
+        report_modes(report, body, before);
+    else
+        report.figure("frequencies", frequencies(body.stiffness.diagonal(), 0, seconds_of(body.units)));
+}
+
+static int run(const ImportOptions& options)
+{
+    const std::string job = job_of(options.deck);
+    PhaseLog log(!options.verbose);
+    Report report;
+    Body body;
+    body.units = parse_units(options.units);
+    if (relative(body.units.consistency, 1.0) > kConsistentUnits)
+        throw std::runtime_error(format("the units do not belong together: 1 %s is %g %s %s/%s^2, and a deck has one "
+                                        "system of units throughout",
+                                        body.units.force.c_str(), body.units.consistency, body.units.mass.c_str(),
+                                        body.units.length.c_str(), body.units.time.c_str()));
+    log.begin("read the deck");
+    const Deck deck = read_deck(job + ".inp");
+    const MeshMass elements = mesh_mass(deck.mesh);
+    body.deck = &deck;
+    body.interfaces = choose_interfaces(deck, options);
+    if (choose_route(job, options.route) == Route::matrices)
+        import_matrices(options, job, body, elements, log, report);
+    else
+        import_results(options, job, body, elements, log, report);
+    log.begin("write the file");
+    write_body(body, options.output, options.write_options, options.verbose);
+    log.finish();
+    report.print();
+    std::printf("%s is written.\n", options.output.c_str());
+    return report.all_hold() ? 0 : 1;
+}
+
+int import_ccx(const ImportOptions& options)
+{
+    try
+    {
+        return run(options);
+    }
+    catch (const InputError& error)
+    {
+        std::fprintf(stderr, "zel: %s\n", error.what());
+    }
+    catch (const std::bad_alloc&)
+    {
+        std::fprintf(stderr, "zel: %s: out of memory\n", options.deck.c_str());
+    }
+    catch (const std::exception& error)
+    {
+        std::fprintf(stderr, "zel: %s: %s\n", options.deck.c_str(), error.what());
+    }
+    return 2;
+}
+
+} // namespace zel_import

@@ -1,0 +1,53 @@
+#include "report.h"
+
+#include <cstdarg>
+#include <cstdio>
+
+namespace zel_import
+{
+
+std::string format(const char* pattern, ...)
+{
+    char text[1000];
+    va_list arguments;
+    va_start(arguments, pattern);
+    std::vsnprintf(text, sizeof(text), pattern, arguments);
+    va_end(arguments);
+    return text;
+}
+
+void PhaseLog::begin(const std::string& phase)
+{
+    finish();
+    phase_ = phase;
+    started_ = std::chrono::steady_clock::now();
+}
+
+void PhaseLog::finish()
+{
+    if (phase_.empty())
+        return;
+    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - started_;
+    if (!quiet_)
+        std::fprintf(stderr, "  %-34s %8.2f s\n", phase_.c_str(), seconds.count());
+    phase_.clear();
+}
+
+void Report::figure(const std::string& name, const std::string& value)
+{
+    lines_.push_back(format("  %-26s %s", name.c_str(), value.c_str()));
+}
+
+void Report::check(const std::string& name, const std::string& value, bool holds)
+{
+    lines_.push_back(format("  %-26s %-56s %s", name.c_str(), value.c_str(), holds ? "Okay" : "CHECK!"));
+    all_hold_ = all_hold_ && holds;
+}
+
+void Report::print() const
+{
+    for (const std::string& line : lines_)
+        std::printf("%s\n", line.c_str());
+}
+
+} // namespace zel_import

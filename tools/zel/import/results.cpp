@@ -1,0 +1,239 @@
+// Two kinds of jobs. A frequency step alone gives modes with K = diag(omega^2) and M = I; six modes near zero are an arbitrary
+// mixture of rigid motions and are replaced by exact ones. Static steps that move one freedom of one reference node each,
+// and a frequency step with all of them held, give a Craig-Bampton basis: columns of K from the printed reaction forces, M
+// from the consistent mass of the elements.
+#include "results.h"
+
+#include <numbers>
+#include <utility>
+
+#include "dat.h"
+
+namespace zel_import
+{
+
+using Eigen::Index;
+using Eigen::MatrixXd;
+using Eigen::VectorXd;
+
+constexpr double kUnitTolerance = 1e-6;  // of a prescribed unit motion, and of printed times
+constexpr double kNearRigid = 1e-4;      // eigenvalues against the first flexible one
+constexpr double kSameNode = 1e-4;       // of the body's size: coordinates in text have six digits
+constexpr double kAsymmetryLimit = 1e-3; // of printed forces
+
+// Position in the file of every node that elements use; -1 elsewhere.
+static std::vector<int> match_nodes(const Deck& deck, const FrdFile& frd, const std::string& path)
+{
+    const auto& nodes = deck.mesh.nodes;
+    std::vector<int> position(nodes.size(), -1);
+    double size = 0.0;
+    for (const Node& node : nodes)
+        size = std::max(size, (node.at - nodes[0].at).norm());
+    for (size_t i = 0; i < frd.node_ids.size(); ++i)
+    {
+        const int node = deck.find_node(frd.node_ids[i]);
+        if (node < 0 || (nodes[size_t(node)].at - frd.coordinates.col(Index(i))).norm() > kSameNode * size)
+            throw InputError({path, 0}, "node " + std::to_string(frd.node_ids[i]) +
+                                            " is not that of the deck (shells must be written with OUTPUT=2D)");
+        position[size_t(node)] = int(i);
+    }
+    const std::vector<char> used = used_nodes(deck.mesh);
+    for (size_t i = 0; i < nodes.size(); ++i)
+        if (used[i] && position[i] < 0)
+            throw InputError({path, 0}, "has no node " + std::to_string(nodes[i].id));
+    return position;
+}
+
+// The values of a solution in the order of the mesh.
+static VectorXd in_mesh_order(const VectorXd& values, const std::vector<int>& position, Index width)
+{
+    VectorXd ordered = VectorXd::Zero(width * Index(position.size()));
+    for (size_t i = 0; i < position.size(); ++i)
+        if (position[i] >= 0)
+            ordered.segment(width * Index(i), width) = values.segment(width * position[i], width);
+    return ordered;
+}
+
+// Phi^T M Phi with the consistent mass of the elements.
+static MatrixXd projected_mass(const Mesh& mesh, const MatrixXd& motion)
+{
+    MatrixXd mass = MatrixXd::Zero(motion.cols(), motion.cols());
+    for (const Element& element : mesh.elements)
+    {
+        const MatrixXd own = element_mass(mesh, element).consistent;
+        MatrixXd local(own.rows(), motion.cols());
+        for (int axis = 0; axis < 3; ++axis)
+        {
+            for (Index i = 0; i < own.rows(); ++i)
+                local.row(i) = motion.row(3 * Index(element.nodes[size_t(i)]) + axis);
+            mass.noalias() += local.transpose() * (own * local);
+        }
+    }
+    return 0.5 * (mass + mass.transpose());
+}
+
+static double square(double x)
+{
+    return x * x;
+}
+
+static bool has_stress(const std::vector<const FrdSolution*>& solutions)
+{
+    for (const FrdSolution* s : solutions)
+        if (s->stress.size() == 0)
+            return false;
+    return true;
+}
+
+// Six exact rigid motions of unit mass in place of as many modes near zero; returns how many were replaced.
+static int replace_rigid_modes(const Mesh& mesh, ResultBody& body)
+{
+    const VectorXd values = body.stiffness.diagonal();
+    if (values.size() < 7 || values.head(6).cwiseAbs().maxCoeff() > kNearRigid * values[6])
+        return 0;
+    body.rigid_before = values.head(6).cwiseAbs().maxCoeff();
+    MassMoments moments;
+    for (const Element& element : mesh.elements)
+        moments += element_mass(mesh, element).moments;
+    MatrixXd rigid(3 * Index(mesh.nodes.size()), 6);
+    for (size_t i = 0; i < mesh.nodes.size(); ++i)
+        rigid.middleRows<3>(3 * Index(i)) = rigid_motion(mesh.nodes[i].at, moments.center());
+    const Eigen::LLT<MatrixXd> normal(projected_mass(mesh, rigid));
+    body.motion.leftCols(6) = normal.matrixU().solve<Eigen::OnTheRight>(rigid);
+    body.stiffness.diagonal().head(6).setZero();
+    if (body.stress.size() > 0)
+        body.stress.leftCols(6).setZero();
+    return 6;
+}
+
+// The reference freedom, from 0, that a static step moves by one while all others are held.
+static int moved_freedom(const PrintedStep& step, const std::vector<int>& freedom_nodes)
+{
+    int moved = -1;
+    for (size_t f = 0; f < freedom_nodes.size(); ++f)
+    {
+        const auto at = step.displacements.find(freedom_nodes[f]);
+        if (at == step.displacements.end())
+            throw InputError(step.place,
+                             "the displacement of node " + std::to_string(freedom_nodes[f]) +
+                                 " is not printed: *NODE PRINT must name all reference nodes, with U and RF");
+        const double value = at->second.v[f % 3];
+        if (std::abs(value) > kUnitTolerance && (moved >= 0 || std::abs(value - 1.0) > kUnitTolerance))
+            throw InputError(step.place, "the step does not move one reference freedom by one and hold the others");
+        if (std::abs(value) > kUnitTolerance)
+            moved = int(f);
+    }
+    if (moved < 0)
+        throw InputError(step.place, "the step moves no reference freedom");
+    return moved;
+}
+
+// Nodes whose components 1 to 3 are the reference freedoms, each three times: translations, then rotations of every tie.
+static std::vector<int> freedom_nodes(const Deck& deck, const std::vector<Interface>& interfaces)
+{
+    std::vector<int> nodes;
+    for (const Interface& interface : interfaces)
+        for (const Tie& tie : deck.ties)
+            if (tie.reference_id == interface.reference_id)
+            {
+                if (tie.rotation_id == 0)
+                    throw InputError(tie.place, "a unit rotation needs a node of its own: name one with ROT NODE=");
+                nodes.insert(nodes.end(), 3, tie.reference_id);
+                nodes.insert(nodes.end(), 3, tie.rotation_id);
+            }
+    return nodes;
+}
+
+// Boundary stiffness from the printed forces; order[f] is the printed step that moves freedom f.
+static MatrixXd boundary_stiffness(const std::vector<PrintedStep>& steps, const std::vector<int>& nodes,
+                                   std::vector<int>& order)
+{
+    MatrixXd stiffness = MatrixXd::Zero(Index(nodes.size()), Index(nodes.size()));
+    order.assign(nodes.size(), -1);
+    for (size_t s = 0; s < steps.size(); ++s)
+    {
+        const int column = moved_freedom(steps[s], nodes);
+        if (std::exchange(order[size_t(column)], int(s)) >= 0)
+            throw InputError(steps[s].place, "a second step moves the same reference freedom");
+        for (size_t f = 0; f < nodes.size(); ++f)
+        {
+            const auto at = steps[s].forces.find(nodes[f]);
+            if (at == steps[s].forces.end())
+                throw InputError(steps[s].place, "the force at node " + std::to_string(nodes[f]) + " is not printed");
+            stiffness(Index(f), column) = at->second.v[f % 3];
+        }
+    }
+    return stiffness;
+}
+
+static void take_constraint_modes(const FrdFile& frd, const std::string& job, const std::vector<int>& nodes,
+                                  std::vector<const FrdSolution*>& solutions, ResultBody& body)
+{
+    const std::vector<PrintedStep> steps = read_printed_steps(job + ".dat");
+    std::vector<int> order;
+    const MatrixXd forces = boundary_stiffness(steps, nodes, order);
+    body.asymmetry = (forces - forces.transpose()).cwiseAbs().maxCoeff() / forces.cwiseAbs().maxCoeff();
+    if (body.asymmetry > kAsymmetryLimit)
+        throw InputError({job + ".dat", 0},
+                         "the printed forces are not those of a symmetric stiffness: the static steps "
+                         "must be linear, without PERTURBATION");
+    for (size_t f = 0; f < order.size(); ++f)
+    {
+        const FrdSolution* found = nullptr;
+        for (const FrdSolution& s : frd.solutions)
+            if (order[f] >= 0 && s.mode == 0 && std::abs(s.value - steps[size_t(order[f])].time) < kUnitTolerance)
+                found = &s;
+        if (!found)
+            throw InputError({job + ".frd", 0}, "has no static step that moves component " + std::to_string(f % 3 + 1) +
+                                                    " of node " + std::to_string(nodes[f]));
+        solutions.push_back(found);
+    }
+    body.boundary_count = int(nodes.size());
+    body.stiffness.topLeftCorner(forces.rows(), forces.cols()) = 0.5 * (forces + forces.transpose());
+}
+
+ResultBody body_from_results(const Deck& deck, const std::vector<Interface>& interfaces, const std::string& job)
+{
+    const std::string path = job + ".frd";
+    const FrdFile frd = read_frd(path);
+    const std::vector<int> position = match_nodes(deck, frd, path);
+    std::vector<const FrdSolution*> modes, solutions;
+    for (const FrdSolution& s : frd.solutions)
+        if (s.mode > 0)
+            modes.push_back(&s);
+    const std::vector<int> nodes = freedom_nodes(deck, interfaces);
+    const Index count = Index(nodes.size() + modes.size());
+    ResultBody body;
+    body.stiffness = MatrixXd::Zero(count, count);
+    if (!nodes.empty())
+        take_constraint_modes(frd, job, nodes, solutions, body);
+    solutions.insert(solutions.end(), modes.begin(), modes.end());
+    if (solutions.empty())
+        throw InputError({path, 0}, "has no modes");
+
+    body.motion.resize(3 * Index(position.size()), count);
+    if (has_stress(solutions))
+        body.stress.resize(6 * Index(position.size()), count);
+    for (Index k = 0; k < count; ++k)
+    {
+        const FrdSolution& s = *solutions[size_t(k)];
+        if (s.displacement.size() == 0)
+            throw InputError({path, 0}, "a step has no displacements: *NODE FILE must name U");
+        body.motion.col(k) = in_mesh_order(s.displacement, position, 3);
+        if (body.stress.size() > 0)
+            body.stress.col(k) = in_mesh_order(s.stress, position, 6);
+        if (k >= body.boundary_count)
+            body.stiffness(k, k) = square(2 * std::numbers::pi * s.value);
+    }
+    body.reference_motion = MatrixXd::Zero(Index(nodes.size()), count);
+    body.reference_motion.leftCols(body.boundary_count).setIdentity();
+    if (body.boundary_count == 0)
+        body.rigid_count = replace_rigid_modes(deck.mesh, body);
+    body.mass = projected_mass(deck.mesh, body.motion);
+    body.mass_error = (body.mass.diagonal().tail(Index(modes.size())).array() - 1.0).abs().maxCoeff();
+    if (body.boundary_count == 0)
+        body.mass.setIdentity();
+    return body;
+}
+
+} // namespace zel_import

@@ -1,0 +1,26 @@
+// A body from the modes that the solver has computed.
+#ifndef IMPORT_RESULTS_H
+#define IMPORT_RESULTS_H
+
+#include "body.h"
+#include "frd.h"
+
+namespace zel_import
+{
+
+struct ResultBody
+{
+    Eigen::MatrixXd stiffness, mass, motion, reference_motion, stress; // as in Body
+    int boundary_count = 0;    // static unit steps; 0: free or supported modes only
+    int rigid_count = 0;       // modes that exact rigid motions have replaced
+    double rigid_before = 0.0; // largest |eigenvalue| of the rigid motions as the solver has it
+    double mass_error = 0.0;   // largest difference of the solver's mode mass and the elements', which should be 1
+    double asymmetry = 0.0;    // of the printed forces, relative to the largest of them
+};
+
+// From JOB.frd, and JOB.dat when the deck has static unit steps. Interfaces are those of the deck's ties.
+ResultBody body_from_results(const Deck& deck, const std::vector<Interface>& interfaces, const std::string& job);
+
+} // namespace zel_import
+
+#endif
