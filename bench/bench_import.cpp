@@ -1,14 +1,15 @@
 // Import of a block of about 50 000 nodes in ten-node tetrahedra with two interfaces and 20 modes, from matrices that are
-// assembled and written here as the solver would. Prints the phases, the peak memory, and the ratio to what importing at least
-// costs: the reading of both matrix files line by line with the C library.
+// assembled and written here as the solver would. The phases come on standard error. The reference is what importing costs at
+// least: the reading of both matrix files line by line with the C library.
+//   build/.../bench/import [cubes along the block]
+#include "harness.h"
+
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <sys/resource.h>
 
 #include "elements.h"
 #include "import.h"
@@ -17,20 +18,13 @@ using namespace zel_import;
 using Eigen::MatrixXd;
 using Eigen::Vector3d;
 using Eigen::VectorXd;
-using Clock = std::chrono::steady_clock;
 
-constexpr int kCells[3] = {40, 9, 16};
-constexpr double kCell = 10.0; // mm
-constexpr double kAimSeconds = 60.0, kAimBytes = 4.0 * 1024 * 1024 * 1024;
-
-static double seconds_since(Clock::time_point start)
-{
-    return std::chrono::duration<double>(Clock::now() - start).count();
-}
+constexpr int kCells[2] = {9, 16}; // across the block
+constexpr double kCell = 10.0;     // mm
 
 static int grid_node(int i, int j, int k)
 {
-    return (i * (2 * kCells[1] + 1) + j) * (2 * kCells[2] + 1) + k;
+    return (i * (2 * kCells[0] + 1) + j) * (2 * kCells[1] + 1) + k;
 }
 
 // Corners of the six tetrahedra of a cube, on a grid of half cells: one for each order in which the axes are walked.
@@ -54,18 +48,18 @@ static std::vector<std::array<std::array<int, 3>, 4>> tetrahedra()
     return result;
 }
 
-static Mesh block()
+static Mesh block(int length)
 {
     Mesh mesh;
     mesh.files = {"block.inp"};
-    for (int i = 0; i <= 2 * kCells[0]; ++i)
-        for (int j = 0; j <= 2 * kCells[1]; ++j)
-            for (int k = 0; k <= 2 * kCells[2]; ++k)
+    for (int i = 0; i <= 2 * length; ++i)
+        for (int j = 0; j <= 2 * kCells[0]; ++j)
+            for (int k = 0; k <= 2 * kCells[1]; ++k)
                 mesh.nodes.push_back({grid_node(i, j, k) + 1, kCell / 2 * Vector3d(i, j, k)});
     constexpr int kEdges[6][2] = {{0, 1}, {1, 2}, {2, 0}, {0, 3}, {1, 3}, {2, 3}};
-    for (int i = 0; i < kCells[0]; ++i)
-        for (int j = 0; j < kCells[1]; ++j)
-            for (int k = 0; k < kCells[2]; ++k)
+    for (int i = 0; i < length; ++i)
+        for (int j = 0; j < kCells[0]; ++j)
+            for (int k = 0; k < kCells[1]; ++k)
                 for (const auto& corners : tetrahedra())
                 {
                     Element element{
@@ -116,9 +110,9 @@ struct Couple
 };
 
 // Deck and matrices of the block, in the solver's form.
-static void write_job(const std::string& job)
+static void write_job(const std::string& job, int length)
 {
-    const Mesh mesh = block();
+    const Mesh mesh = block(length);
     std::vector<std::map<int, Couple>> columns(mesh.nodes.size()); // by node of the row, not above the column's
     std::vector<MatrixXd> stiffness, mass;                         // the cubes are alike
     for (size_t t = 0; t < 6; ++t)
@@ -165,16 +159,15 @@ static void write_job(const std::string& job)
             deck << ", " << element.nodes[i] + 1;
         deck << "\n";
     }
-    const int face = (2 * kCells[1] + 1) * (2 * kCells[2] + 1), last = int(mesh.nodes.size());
+    const int face = (2 * kCells[0] + 1) * (2 * kCells[1] + 1), last = int(mesh.nodes.size());
     deck << "*NSET, NSET=ROOT, GENERATE\n1, " << face << "\n*NSET, NSET=TIP, GENERATE\n"
          << last - face + 1 << ", " << last
          << "\n*MATERIAL, NAME=STEEL\n*DENSITY\n7.85e-9\n*SOLID SECTION, ELSET=BLOCK, MATERIAL=STEEL\n";
 }
 
 // Reads a matrix file line by line as plainly as can be.
-static double plain_reading(const std::string& path)
+static double sum_of_entries(const std::string& path)
 {
-    const auto start = Clock::now();
     FILE* file = std::fopen(path.c_str(), "r");
     char line[200];
     double sum = 0.0;
@@ -186,16 +179,24 @@ static double plain_reading(const std::string& path)
         sum += std::strtod(at, &at);
     }
     std::fclose(file);
-    return sum == sum ? seconds_since(start) : 0.0;
+    return sum;
 }
 
-int main()
+static void import(benchmark::State& state, const ImportOptions& options, double& peak)
 {
+    for (auto _ : state)
+        if (import_ccx(options) != 0)
+            state.SkipWithError("The block cannot be imported");
+    peak = bench::status_mib("VmHWM");
+}
+
+int main(int argc, char** argv)
+{
+    bench::start(argc, argv);
     const std::filesystem::path folder = std::filesystem::temp_directory_path() / "zel_bench_import";
     std::filesystem::create_directories(folder);
     const std::string job = (folder / "block").string();
-    write_job(job);
-    const double reading = plain_reading(job + ".sti") + plain_reading(job + ".mas");
+    write_job(job, bench::argument(argc, argv, 1, 40));
 
     ImportOptions options;
     options.deck = job;
@@ -203,16 +204,16 @@ int main()
     options.interfaces = {"ROOT", "TIP"};
     options.units = "mm,t,s,N";
     options.verbose = true;
-    const auto start = Clock::now();
-    const int status = import_ccx(options);
-    const double seconds = seconds_since(start);
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    const double bytes = double(usage.ru_maxrss) * 1024;
-    std::printf("import: %.1f s, %.2f of the aim of %.0f s; peak %.2f GiB, %.2f of the aim of 4 GiB\n", seconds,
-                seconds / kAimSeconds, kAimSeconds, bytes / (1 << 30), bytes / kAimBytes);
-    std::printf("reference: both matrix files read with fgets and strtod, %.1f s; import takes %.1f times that\n",
-                reading, seconds / reading);
+    double peak = bench::kNotMeasured;
+    bench::add("fgets and strtod", 1, [&](benchmark::State& state) {
+        for (auto _ : state)
+            benchmark::DoNotOptimize(sum_of_entries(job + ".sti") + sum_of_entries(job + ".mas"));
+    });
+    bench::add("import", 1, [&](benchmark::State& state) { import(state, options, peak); });
+    bench::show("import over fgets and strtod", bench::ratio("import", "fgets and strtod"));
+    bench::at_most("import [s]", 60, [](const bench::SecondsOf& of) { return of("import"); });
+    bench::at_most("peak memory [MiB]", 4096, [&] { return peak; });
+    const int result = bench::run();
     std::filesystem::remove_all(folder);
-    return status;
+    return result;
 }
