@@ -154,6 +154,27 @@ TEST_F(Command, ChecksABody)
     EXPECT_EQ(failed, expected);
 }
 
+TEST_F(Command, ComparesFiles)
+{
+    ASSERT_EQ(run(folder, "convert box.zel same.zel --native --options full_invar").status, 0);
+    const Outcome same = run(folder, "compare box.zel same.zel");
+    EXPECT_EQ(same.status, 0) << same.output;
+    EXPECT_NE(same.output.find(" Files are equivalent\n"), std::string::npos);
+
+    ZELDATA* heavier = Box().database();
+    ZEL_SetNodalMass(heavier, 1, 3.03);
+    output_of([&] { ASSERT_TRUE(ZEL_write_ZEL(heavier, folder.path("heavier.zel").c_str())); });
+    EXPECT_EQ(run(folder, "compare box.zel heavier.zel").status, 1);
+    EXPECT_EQ(run(folder, "compare box.zel heavier.zel --tolerance 0.1").status, 0);
+
+    ZEL_SetNodeCoordinates(heavier, 99, 5.0, 5.0, 5.0); // a node that the base lacks ends the comparison at once
+    output_of([&] { ASSERT_TRUE(ZEL_write_ZEL(heavier, folder.path("other.zel").c_str())); });
+    const Outcome other = run(folder, "compare box.zel other.zel");
+    EXPECT_EQ(other.status, 1);
+    EXPECT_NE(other.output.find("->Fail Node 99 does not exist in base file (Exit)\n"), std::string::npos);
+    EXPECT_EQ(run(folder, "compare box.zel absent.zel").status, 2);
+}
+
 TEST_F(Command, ConvertsUnitsAndEncodings)
 {
     const Outcome done =

@@ -13,6 +13,7 @@ constexpr int kUnusable = 2;    // bad usage or an unreadable file
 
 void add_info_command(CLI::App& app, int& status);
 void add_contents_command(CLI::App& app, int& status);
+void add_compare_command(CLI::App& app, int& status);
 void add_check_command(CLI::App& app, int& status);
 void add_convert_command(CLI::App& app, int& status);
 void add_export_command(CLI::App& app, int& status);
