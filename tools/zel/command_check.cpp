@@ -296,7 +296,7 @@ static void check_nodes(ZELDATA* db, Findings& findings)
     const std::vector<int> interface_nodes = interface_of(db);
     const auto off = std::count_if(interface_nodes.begin(), interface_nodes.end(),
                                    [&](int node) { return node >= moving || !on_face[size_t(node)]; });
-    findings.push_back({"interface nodes on the body", off == 0 && !interface_nodes.empty(),
+    findings.push_back({"interface nodes on the body", off == 0,
                         text("%zu interface nodes, %td without mode shapes or faces", interface_nodes.size(), off)});
 }
 
