@@ -610,7 +610,7 @@ TEST(Results, AreReadFromTextAndBinaryAndRefusedWhenCutAnywhere)
         EXPECT_EQ(frd.solutions[0].value, 107.268593);
         EXPECT_EQ(frd.solutions[0].displacement.head<3>(), Vector3d(-0.5, -0.25, -8));
         EXPECT_EQ(frd.solutions[0].stress.tail<6>(), (Eigen::Vector<double, 6>{1, 2, 3, 4, 6, 5})); // yz, zx exchanged
-        for (size_t length = 0; length + 1 < text.size(); ++length)
+        for (size_t length = 0; length + 1 < text.size(); length += 7) // every kind of line is longer than that
             EXPECT_NE(complaint(folder, [&] { read_frd(write_file(folder, "r.frd", text.substr(0, length))); }), "")
                 << length;
     }
