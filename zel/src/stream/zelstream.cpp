@@ -15,7 +15,7 @@ static_assert(std::endian::native == std::endian::little, "XDR items are swapped
 
 namespace
 {
-constexpr int64_t kBlockBytes = 256 * 1024;
+constexpr int64_t kBlockBytes = 1024 * 1024;
 } // namespace
 
 // The block that is being encoded or decoded. One for the process, which uses the library from one thread at a time.
@@ -60,12 +60,14 @@ template <typename Loop> static void run_wide(const Loop& loop)
 template <typename Word> static void swap_words(unsigned char* bytes, int64_t count)
 {
     run_wide([=]() ZEL_ALWAYS_INLINE {
-        for (int64_t i = 0; i < count; ++i)
+        unsigned char* const at = bytes; // locals: a store through a character pointer might change what is captured
+        const int64_t words = count;
+        for (int64_t i = 0; i < words; ++i)
         {
             Word word;
-            std::memcpy(&word, bytes + i * int64_t(sizeof word), sizeof word);
+            std::memcpy(&word, at + i * int64_t(sizeof word), sizeof word);
             word = swapped(word);
-            std::memcpy(bytes + i * int64_t(sizeof word), &word, sizeof word);
+            std::memcpy(at + i * int64_t(sizeof word), &word, sizeof word);
         }
     });
 }
@@ -76,9 +78,11 @@ template <typename Item> using WordOf = std::conditional_t<sizeof(Item) == 8, ui
 template <typename Item, bool swap, typename Value> static void fill_block(const Value* values, int64_t count)
 {
     run_wide([=]() ZEL_ALWAYS_INLINE {
-        for (int64_t i = 0; i < count; ++i)
+        const Value* const from = values;
+        const int64_t items = count;
+        for (int64_t i = 0; i < items; ++i)
         {
-            WordOf<Item> word = std::bit_cast<WordOf<Item>>(static_cast<Item>(values[i]));
+            WordOf<Item> word = std::bit_cast<WordOf<Item>>(static_cast<Item>(from[i]));
             word = swap ? swapped(word) : word;
             std::memcpy(block + i * int64_t(sizeof word), &word, sizeof word);
         }
