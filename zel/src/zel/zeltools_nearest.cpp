@@ -20,9 +20,9 @@ static constexpr const char* kModule = "zeltools";
 
 namespace
 {
-constexpr int kLeaf = 16;            // points that are not divided further
-constexpr int kChildren = 8;         // of a cube
-constexpr int kWorthATree = 1000;    // fewer candidates are scanned
+constexpr int kLeaf = 64;         // points that are not divided further: larger leaves make the tree cheaper to build
+constexpr int kChildren = 8;      // of a cube
+constexpr int kWorthATree = 1000; // fewer candidates are scanned
 constexpr int kQueriesPerBuild = 64; // a build costs about so many scans
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
