@@ -3,7 +3,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include <pty.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <array>
 #include <cmath>
@@ -28,6 +30,48 @@ Outcome run(const TemporaryFolder& folder, const std::string& arguments)
     result.status = WEXITSTATUS(pclose(pipe));
     result.errors = bytes_of(errors);
     return result;
+}
+
+// Everything that a terminal of its own is sent when the command runs on it.
+std::string sent_to_terminal(const TemporaryFolder& folder, const std::string& command)
+{
+    int terminal = -1;
+    const winsize size = {24, 100, 0, 0};
+    const pid_t child = forkpty(&terminal, nullptr, nullptr, &size);
+    if (child == 0)
+    {
+        execl("/bin/sh", "sh", "-c", ("cd " + folder.folder() + " && " + command).c_str(), nullptr);
+        std::_Exit(127);
+    }
+    std::string sent;
+    std::array<char, 4096> part;
+    for (ssize_t got; (got = read(terminal, part.data(), part.size())) > 0;)
+        sent.append(part.data(), size_t(got));
+    close(terminal);
+    waitpid(child, nullptr, 0);
+    return sent;
+}
+
+// What it shows in the end: a carriage return lets a line be written over. Blanks at the end of a line do not show.
+std::string screen_of(const std::string& sent)
+{
+    std::string screen, line;
+    size_t column = 0;
+    for (const char c : sent)
+        if (c == '\r')
+            column = 0;
+        else if (c == '\n')
+        {
+            screen += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
+            line.clear();
+            column = 0;
+        }
+        else
+        {
+            line.resize(std::max(line.size(), column + 1), ' ');
+            line[column++] = c;
+        }
+    return screen + line.substr(0, line.find_last_not_of(' ') + 1);
 }
 
 // A box of 2 x 1 x 1 whose eight corners weigh 3 each: mass 24, centre in the middle. Its modes are the six rigid-body
@@ -217,6 +261,36 @@ TEST_F(Command, ExportsForParaViewAndScripts)
     std::memcpy(point.data(), vtu.data() + data + 7 * (8 + bytes) + 8 + 7 * 24, sizeof point);
     EXPECT_EQ(point, (std::array<double, 3>{2.0, 1.0, 1.0}));
     EXPECT_EQ(run(folder, "export box.zel -o box.txt").status, 2);
+}
+
+TEST_F(Command, ShowsABarAndColoursOnATerminalOnly)
+{
+    const std::string zel = ZEL_COMMAND;
+    const Outcome piped = run(folder, "check box.zel");
+    EXPECT_EQ(piped.errors, "");
+    EXPECT_EQ(piped.output.find('\033'), std::string::npos);
+
+    const std::string coloured = sent_to_terminal(folder, zel + " check box.zel");
+    EXPECT_NE(coloured.find("\r  read the modes"), std::string::npos) << coloured;
+    EXPECT_NE(coloured.find("[####---"), std::string::npos);
+    EXPECT_NE(coloured.find("\033[32mOkay\033[0m"), std::string::npos);
+    const std::string plain = sent_to_terminal(folder, "NO_COLOR=1 " + zel + " check box.zel");
+    EXPECT_EQ(plain.find('\033'), std::string::npos);
+    EXPECT_EQ(screen_of(plain), screen_of(piped.output)); // the bar is gone
+    EXPECT_NE(sent_to_terminal(folder, "NO_COLOR= " + zel + " info absent").find("\033[31mzel:"), std::string::npos);
+    // results in a file, messages on the terminal
+    EXPECT_EQ(screen_of(sent_to_terminal(folder, zel + " check box.zel >found")), "");
+    EXPECT_EQ(bytes_of(folder.path("found")), piped.output);
+
+    // what the library prints meanwhile stays, also when it ends the process
+    const std::string converted = sent_to_terminal(folder, zel + " convert box.zel small.zel --options no_ortho");
+    EXPECT_NE(converted.find("\r  write the file"), std::string::npos) << converted;
+    EXPECT_EQ(screen_of(converted), screen_of(run(folder, "convert box.zel piped.zel --options no_ortho").errors));
+    ZELDATA* other = Box().database();
+    ZEL_SetNodeCoordinates(other, 99, 5.0, 5.0, 5.0);
+    output_of([&] { ASSERT_TRUE(ZEL_write_ZEL(other, folder.path("other.zel").c_str())); });
+    const std::string compared = sent_to_terminal(folder, zel + " compare box.zel other.zel");
+    EXPECT_NE(screen_of(compared).find("\n->Fail Node 99 does not exist in base file (Exit)\n"), std::string::npos);
 }
 
 TEST_F(Command, TellsWrongUsageAndUnusableFilesByItsStatus)

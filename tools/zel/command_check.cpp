@@ -1,6 +1,7 @@
 // `zel check`: is this body fit for a multibody solver? Each line says Okay or CHECK!, with the figures behind it.
 #include "body.h"
 #include "commands.h"
+#include "progress.h"
 
 #include <CLI/CLI.hpp>
 
@@ -62,7 +63,7 @@ static double relative_difference(const double* a, const double* b, size_t count
 
 // ---- The file ---------------------------------------------------------------------------------------------------------
 
-static void check_file(ZELDATA* db, Findings& findings)
+static void check_file(ZELDATA* db, ProgressBar& bar, Findings& findings)
 {
     int64_t bytes = 0;
     for (int block = 0; block < kBlocks; ++block)
@@ -70,12 +71,16 @@ static void check_file(ZELDATA* db, Findings& findings)
     findings.push_back(
         {"blocks fill the file", bytes == db->file_size,
          text("%lld of %lld bytes", static_cast<long long>(bytes), static_cast<long long>(db->file_size))});
+    bar.begin("read the modes");
     int unreadable = 0, vectors = 0;
     for (int kind = 0; kind < ZEL_MODE_KINDS; ++kind)
     {
         std::vector<double> vector(6 * static_cast<size_t>(ZEL_ModeNodeCount(db, kind)));
         for (int i = 0; ZEL_ModeExist(db, kind) && i < ZEL_ModeCount(db); ++i, ++vectors)
+        {
             unreadable += ZEL_Mode(db, ZEL_ModeNumber(db, i), kind, vector.data(), 0) == 0;
+            bar.advance(double(i + 1) / ZEL_ModeCount(db));
+        }
     }
     findings.push_back({"mode vectors can be read", unreadable == 0, text("%d of %d", vectors - unreadable, vectors)});
 }
@@ -203,14 +208,15 @@ static double mass_product(ZELDATA* db, int i, int j)
     return invariant ? -0.5 * (invariant.get()[0] + invariant.get()[4] + invariant.get()[8]) : 0.0;
 }
 
-static void check_rigid_modes(ZELDATA* db, Findings& findings)
+static void check_rigid_modes(ZELDATA* db, ProgressBar& bar, Findings& findings)
 {
     constexpr int kRigid = 6;
     constexpr double kOrthogonal = 1e-3;
     const int rigid = ZEL_RigidBodyModeCount(db), modes = ZEL_ModeCount(db);
     findings.push_back({"six rigid-body modes in front", rigid == kRigid, text("%d found", rigid)});
     double diagonal = 0.0, outside = 0.0, deviation = 0.0;
-    for (int i = 0; i < modes; ++i)
+    bar.begin("multiply the modes");
+    for (int i = 0; i < modes; bar.advance(double(++i) / modes))
         for (int j = i; j < modes; ++j)
         {
             const double product = mass_product(db, i, j);
@@ -311,15 +317,18 @@ static void check_units(ZELDATA* db, Findings& findings)
                         units[0] + ", " + units[1] + ", " + units[2] + ", " + units[3] + meaning});
 }
 
-static Findings findings_of(ZELDATA* db)
+static Findings findings_of(const std::string& path)
 {
+    ProgressBar bar("open the file");
+    const Body db(path);
     Findings findings;
-    check_file(db, findings);
+    check_file(db, bar, findings);
     check_counts(db, findings);
     check_mass(db, findings);
-    check_rigid_modes(db, findings);
+    check_rigid_modes(db, bar, findings);
     check_matrix(db, "generalized mass", ZEL_GenMassFull, true, findings);
     check_matrix(db, "generalized stiffness", ZEL_GenStiffFull, false, findings);
+    bar.begin("nodes and invariants");
     check_invariants(db, findings);
     check_nodes(db, findings);
     check_units(db, findings);
@@ -342,8 +351,7 @@ void add_check_command(CLI::App& app, int& status)
     command->add_option("FILE", options->file, "ZEL file")->required();
     command->add_flag("--json", options->json, "print JSON");
     command->callback([options, &status] {
-        const Body body(options->file);
-        const Findings findings = findings_of(body);
+        const Findings findings = findings_of(options->file);
         nlohmann::ordered_json list = nlohmann::ordered_json::array();
         status = kFine;
         for (const Finding& f : findings)
@@ -353,7 +361,8 @@ void add_check_command(CLI::App& app, int& status)
             if (options->json)
                 list.push_back({{"check", f.check}, {"okay", f.okay}, {"figures", f.figures}});
             else
-                std::printf("%-7s %-42s %s\n", f.okay ? "Okay" : "CHECK!", f.check.c_str(), f.figures.c_str());
+                std::printf("%s%s %-42s %s\n", verdict(f.okay).c_str(), f.okay ? "   " : " ", f.check.c_str(),
+                            f.figures.c_str());
         }
         if (options->json)
             std::printf("%s\n", list.dump(2).c_str());

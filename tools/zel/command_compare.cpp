@@ -1,6 +1,7 @@
 // `zel compare`: a new file against a base file.
 #include "body.h"
 #include "commands.h"
+#include "progress.h"
 
 #include <CLI/CLI.hpp>
 
@@ -15,6 +16,7 @@ static void end_with_difference()
 {
     if (!comparing)
         return;
+    ProgressBar::end_current();
     std::fflush(nullptr);
     std::_Exit(kDifferences);
 }
@@ -41,9 +43,11 @@ void add_compare_command(CLI::App& app, int& status)
     const auto quiet = command->add_flag("-q,--quiet", options->quiet, "print failures only");
     command->add_flag("-v,--verbose", options->verbose, "print what passes, too")->excludes(quiet);
     command->callback([options, &status] {
+        ProgressBar bar("open the files");
         const Body base(options->base), fresh(options->fresh);
         std::atexit(end_with_difference);
         comparing = true;
+        bar.begin("compare");
         const int verbosity = options->quiet ? 0 : options->verbose ? 2 : 1;
         status = ZEL_Compare(base, fresh, verbosity, options->tolerance) == 0 ? kFine : kDifferences;
         comparing = false;

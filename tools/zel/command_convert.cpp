@@ -1,6 +1,7 @@
 // `zel convert`: reads a file and writes it anew, in other units, encodings or with other write options.
 #include "body.h"
 #include "commands.h"
+#include "progress.h"
 
 #include <CLI/CLI.hpp>
 
@@ -57,6 +58,7 @@ void add_convert_command(CLI::App& app, int& status)
     command->add_flag("--single", options->single, "single precision");
     command->add_flag("--native", options->native, "native byte order instead of XDR");
     command->callback([options, &status] {
+        ProgressBar bar("open the file");
         const Body body(options->in);
         if (!options->units.empty())
         {
@@ -67,6 +69,7 @@ void add_convert_command(CLI::App& app, int& status)
         const std::string all =
             options->write_options + (options->single ? " single" : "") + (options->native ? " no_xdr" : "");
         setenv("VXR_ZELWRITE_OPTIONS", all.c_str(), 1);
+        bar.begin("write the file");
         const MessagesAside aside;
         if (!ZEL_write_ZEL(body, options->out.c_str()))
             throw std::runtime_error(options->out + " could not be written");

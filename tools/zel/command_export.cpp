@@ -1,6 +1,7 @@
 // `zel export`: a body for ParaView (.vtu, .pvd) or for scripts (.json).
 #include "body.h"
 #include "commands.h"
+#include "progress.h"
 
 #include <CLI/CLI.hpp>
 
@@ -19,6 +20,18 @@ namespace zel_command
 // raw data at the end (www.vtk.org, VTK file formats). A file that is not finished is removed.
 namespace
 {
+// So many equal parts of the work, counted as they are done.
+class Steps
+{
+public:
+    Steps(ProgressBar& bar, size_t count) : bar_(bar), count_(double(count)) {}
+    void advance() { bar_.advance(++done_ / count_); }
+
+private:
+    ProgressBar& bar_;
+    double count_, done_ = 0.0;
+};
+
 class VtuFile
 {
 public:
@@ -45,7 +58,7 @@ public:
     VtuFile& operator=(const VtuFile&) = delete;
 
     // Point data: the displacement of every node in each mode, fetched one mode at a time.
-    void write(ZELDATA* db, const std::vector<Mode>& modes, const std::vector<std::string>& names)
+    void write(ZELDATA* db, const std::vector<Mode>& modes, const std::vector<std::string>& names, Steps& steps)
     {
         const size_t vector_bytes = xyz_.size() * sizeof(double);
         out_ << "<?xml version=\"1.0\"?>\n<VTKFile type=\"UnstructuredGrid\" version=\"1.0\" "
@@ -67,6 +80,7 @@ public:
             if (!ZEL_Mode(db, mode.number, ZEL_MODE_SHAPE, shape.data(), 0))
                 throw std::runtime_error("mode " + std::to_string(mode.number) + " cannot be read");
             append(shape);
+            steps.advance();
         }
         append(xyz_);
         append(connectivity_);
@@ -110,25 +124,28 @@ static std::string mode_name(const Mode& mode)
     return name.data();
 }
 
-static void export_vtu(ZELDATA* db, const std::string& path)
+static void export_vtu(ZELDATA* db, const std::string& path, ProgressBar& bar)
 {
     const std::vector<Mode> modes = ZEL_ModeExist(db, ZEL_MODE_SHAPE) ? modes_of(db) : std::vector<Mode>();
     std::vector<std::string> names;
     for (const Mode& mode : modes)
         names.push_back(mode_name(mode));
-    VtuFile(path, db).write(db, modes, names);
+    Steps steps(bar, modes.size());
+    VtuFile(path, db).write(db, modes, names, steps);
 }
 
 // A collection of one .vtu file a mode, whose time is the frequency.
-static void export_pvd(ZELDATA* db, const std::string& path)
+static void export_pvd(ZELDATA* db, const std::string& path, ProgressBar& bar)
 {
     namespace fs = std::filesystem;
     const fs::path stem = fs::path(path).replace_extension();
+    const std::vector<Mode> modes = ZEL_ModeExist(db, ZEL_MODE_SHAPE) ? modes_of(db) : std::vector<Mode>();
+    Steps steps(bar, modes.size());
     std::string list;
-    for (const Mode& mode : ZEL_ModeExist(db, ZEL_MODE_SHAPE) ? modes_of(db) : std::vector<Mode>())
+    for (const Mode& mode : modes)
     {
         const std::string file = stem.string() + "_mode" + std::to_string(mode.number) + ".vtu";
-        VtuFile(file, db).write(db, {mode}, {"displacement"});
+        VtuFile(file, db).write(db, {mode}, {"displacement"}, steps);
         std::array<char, 64> time;
         std::snprintf(time.data(), time.size(), "%.10g", mode.hertz);
         list += "<DataSet timestep=\"" + std::string(time.data()) + "\" file=\"" + fs::path(file).filename().string() +
@@ -142,7 +159,7 @@ static void export_pvd(ZELDATA* db, const std::string& path)
         throw std::runtime_error(path + ": cannot be written");
 }
 
-static void export_json(ZELDATA* db, const std::string& path)
+static void export_json(ZELDATA* db, const std::string& path, ProgressBar& bar)
 {
     const auto units = units_of(db);
     nlohmann::ordered_json body = {{"units", {units[0], units[1], units[2], units[3]}},
@@ -166,7 +183,9 @@ static void export_json(ZELDATA* db, const std::string& path)
         body["faces"].push_back(ids(face));
     body["interface_nodes"] = ids(interface_of(db));
     const size_t values = 3 * size_t(ZEL_ModeNodeCount(db, ZEL_MODE_SHAPE));
-    for (const Mode& mode : modes_of(db))
+    const std::vector<Mode> modes = modes_of(db);
+    Steps steps(bar, modes.size());
+    for (const Mode& mode : modes)
     {
         std::vector<double> translations(values), rotations(values);
         if (values > 0 && ZEL_Mode(db, mode.number, ZEL_MODE_SHAPE, translations.data(), 0))
@@ -179,6 +198,7 @@ static void export_json(ZELDATA* db, const std::string& path)
                                  {"rigid", mode.rigid},
                                  {"translations", translations},
                                  {"rotations", rotations}});
+        steps.advance();
     }
     std::ofstream out(path);
     out << body.dump() << "\n";
@@ -209,8 +229,10 @@ void add_export_command(CLI::App& app, int& status)
                                              : nullptr;
         if (!write)
             throw std::runtime_error("-o takes a file name that ends in .vtu, .pvd or .json");
+        ProgressBar bar("open the file");
         const Body body(options->file);
-        write(body, options->out);
+        bar.begin("write the file");
+        write(body, options->out, bar);
         status = kFine;
     });
 }

@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 
 #include "commands.h"
+#include "progress.h"
 
 int main(int argc, char** argv)
 {
@@ -23,7 +24,7 @@ int main(int argc, char** argv)
     }
     catch (const std::exception& problem)
     {
-        std::fprintf(stderr, "zel: %s\n", problem.what());
+        zel_command::print_problem(problem.what());
         return kUnusable;
     }
     return status;

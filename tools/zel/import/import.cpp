@@ -378,15 +378,15 @@ int import_ccx(const ImportOptions& options)
     }
     catch (const InputError& error)
     {
-        std::fprintf(stderr, "zel: %s\n", error.what());
+        zel_command::print_problem(error.what());
     }
     catch (const std::bad_alloc&)
     {
-        std::fprintf(stderr, "zel: %s: out of memory\n", options.deck.c_str());
+        zel_command::print_problem(options.deck + ": out of memory");
     }
     catch (const std::exception& error)
     {
-        std::fprintf(stderr, "zel: %s: %s\n", options.deck.c_str(), error.what());
+        zel_command::print_problem(options.deck + ": " + error.what());
     }
     return 2;
 }

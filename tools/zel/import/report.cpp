@@ -18,12 +18,28 @@ std::string format(const char* pattern, ...)
 
 void PhaseLog::begin(const std::string& phase)
 {
-    finish();
+    end_phase();
     phase_ = phase;
     started_ = std::chrono::steady_clock::now();
+    if (bar_)
+        bar_->begin(phase);
+    else
+        bar_.emplace(phase);
+}
+
+void PhaseLog::advance(double share)
+{
+    if (bar_)
+        bar_->advance(share);
 }
 
 void PhaseLog::finish()
+{
+    end_phase();
+    bar_.reset();
+}
+
+void PhaseLog::end_phase()
 {
     if (phase_.empty())
         return;
@@ -35,19 +51,19 @@ void PhaseLog::finish()
 
 void Report::figure(const std::string& name, const std::string& value)
 {
-    lines_.push_back(format("  %-26s %s", name.c_str(), value.c_str()));
+    lines_.push_back({format("  %-26s %s", name.c_str(), value.c_str()), {}});
 }
 
 void Report::check(const std::string& name, const std::string& value, bool holds)
 {
-    lines_.push_back(format("  %-26s %-56s %s", name.c_str(), value.c_str(), holds ? "Okay" : "CHECK!"));
+    lines_.push_back({format("  %-26s %-56s", name.c_str(), value.c_str()), holds});
     all_hold_ = all_hold_ && holds;
 }
 
 void Report::print() const
 {
-    for (const std::string& line : lines_)
-        std::printf("%s\n", line.c_str());
+    for (const auto& [text, holds] : lines_)
+        std::printf("%s%s%s\n", text.c_str(), holds ? " " : "", holds ? zel_command::verdict(*holds).c_str() : "");
 }
 
 } // namespace zel_import

@@ -3,23 +3,31 @@
 #define IMPORT_REPORT_H
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
+
+#include "../progress.h"
 
 namespace zel_import
 {
 
-// Names each phase on standard error when it ends, with the seconds that it took.
+// Shows the phases of an import as they go, on a terminal. Unless it is quiet, it also names each one on standard error
+// when it ends, with the seconds that it took.
 class PhaseLog
 {
 public:
     explicit PhaseLog(bool quiet) : quiet_(quiet) {}
     ~PhaseLog() { finish(); }
     void begin(const std::string& phase);
+    void advance(double share); // of the phase that is done, where it can be known
     void finish();
 
 private:
+    void end_phase();
+
     bool quiet_;
+    std::optional<zel_command::ProgressBar> bar_;
     std::string phase_;
     std::chrono::steady_clock::time_point started_;
 };
@@ -27,8 +35,8 @@ private:
 class Report
 {
 public:
-    void title(const std::string& text) { lines_.push_back(text); }
-    void note(const std::string& text) { lines_.push_back("  Note: " + text); }
+    void title(const std::string& text) { lines_.push_back({text, {}}); }
+    void note(const std::string& text) { lines_.push_back({"  Note: " + text, {}}); }
     // A figure that only informs.
     void figure(const std::string& name, const std::string& value);
     // A figure that must hold: its line ends with Okay or CHECK!
@@ -37,7 +45,13 @@ public:
     void print() const; // to standard output
 
 private:
-    std::vector<std::string> lines_;
+    struct Line
+    {
+        std::string text;
+        std::optional<bool> holds; // of a check
+    };
+
+    std::vector<Line> lines_;
     bool all_hold_ = true;
 };
 
