@@ -12,13 +12,12 @@ endif()
 message(STATUS "BLAS and LAPACK: ${LAPACK_LIBRARIES} ${BLAS_LIBRARIES}")
 
 
-# Of the command: arguments and JSON; for imports sparse Cholesky, Lanczos and compressed input. CHOLMOD comes without a
+# Of the command: arguments and JSON; for imports dense and sparse algebra and compressed input. CHOLMOD comes without a
 # CMake package.
 if(ZEL_TOOLS)
   find_package(CLI11 REQUIRED)
   find_package(nlohmann_json REQUIRED)
   find_package(Eigen3 REQUIRED NO_MODULE)
-  find_package(spectra REQUIRED NO_MODULE)
   find_package(ZLIB REQUIRED)
   find_path(CHOLMOD_INCLUDE_DIR cholmod.h PATH_SUFFIXES suitesparse REQUIRED)
   find_library(CHOLMOD_LIBRARY cholmod REQUIRED)

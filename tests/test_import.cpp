@@ -21,7 +21,7 @@ using Eigen::Vector3d;
 using Eigen::VectorXd;
 
 static const std::string kExamples = ZEL_SOURCE "/examples/ccx/", kSmall = ZEL_SOURCE "/tests/data/ccx/";
-static const Progress kSilent = [](const char*) {};
+static PhaseLog silent(true);
 
 static std::string write_file(const TemporaryFolder& folder, const std::string& name, const std::string& text)
 {
@@ -291,12 +291,13 @@ TEST(Matrices, ThatAreDamagedNameFileAndLine)
     {
         write_file(folder, "m.dof", freedoms);
         write_file(folder, "m.sti", stiffness);
-        EXPECT_EQ(complaint(folder, [&] { read_matrices(folder.path("m")); }).substr(0, expected.size()), expected);
+        EXPECT_EQ(complaint(folder, [&] { read_matrices(folder.path("m"), silent); }).substr(0, expected.size()),
+                  expected);
     }
     std::filesystem::copy(kSmall + "small.sti.gz", folder.path("m.sti.gz"));
     std::filesystem::resize_file(folder.path("m.sti.gz"), 9000);
     std::filesystem::remove(folder.path("m.sti"));
-    EXPECT_NE(complaint(folder, [&] { read_matrices(folder.path("m")); }).find("m.sti.gz:"), std::string::npos);
+    EXPECT_NE(complaint(folder, [&] { read_matrices(folder.path("m"), silent); }).find("m.sti.gz:"), std::string::npos);
 }
 
 // ---- Reductions --------------------------------------------------------------------------------------------------------
@@ -334,15 +335,15 @@ static std::vector<Interface> both_ends(const Deck& deck, double length)
 struct Small
 {
     Deck deck = read_deck(kSmall + "small.inp"), tied_deck = read_deck(kSmall + "small_tied.inp");
-    Model model = make_model(deck, read_matrices(kSmall + "small"), both_ends(deck, 60.0));
-    Model tied = make_model(tied_deck, read_matrices(kSmall + "small_tied"), {});
+    Model model = make_model(deck, read_matrices(kSmall + "small", silent), both_ends(deck, 60.0));
+    Model tied = make_model(tied_deck, read_matrices(kSmall + "small_tied", silent), {});
 };
 
 TEST(CraigBampton, EqualsTheSameReductionDoneDensely)
 {
     const Small small;
     constexpr int kModes = 8;
-    const Reduction reduction = reduce_craig_bampton(small.model, kModes, kSilent);
+    const Reduction reduction = reduce_craig_bampton(small.model, kModes, silent);
     // u = T q with q = (12 motions of the references, interior freedoms)
     const auto& freedoms = small.model.matrices.freedoms;
     const Index order = Index(freedoms.size());
@@ -401,8 +402,8 @@ TEST(CraigBampton, DoesNotMindWhoTiesTheNodes)
                                    small.tied_deck.mesh.nodes[size_t(small.tied_deck.find_node(tie.reference_id))].at,
                                    nodes});
     }
-    const Reduction ours = reduce_craig_bampton(small.model, 6, kSilent),
-                    solvers = reduce_craig_bampton(tied, 6, kSilent);
+    const Reduction ours = reduce_craig_bampton(small.model, 6, silent),
+                    solvers = reduce_craig_bampton(tied, 6, silent);
     EXPECT_LT((ours.stiffness - solvers.stiffness).cwiseAbs().maxCoeff(), 1e-9 * ours.stiffness.maxCoeff());
     EXPECT_LT((ours.mass.cwiseAbs() - solvers.mass.cwiseAbs()).cwiseAbs().maxCoeff(), 1e-9 * ours.mass.maxCoeff());
     const MatrixXd a = node_motion(small.model, ours), b = node_motion(tied, solvers).topRows(a.rows());
@@ -418,7 +419,7 @@ TEST(FreeModes, AreThoseOfTheFullModelBehindExactRigidMotions)
     small.model.interfaces.clear();
     const MatrixXd k = dense(small.model.matrices.stiffness), m = dense(small.model.matrices.mass);
     const Eigen::GeneralizedSelfAdjointEigenSolver<MatrixXd> full(k, m);
-    const Reduction free = reduce_free(small.model, 9, kSilent);
+    const Reduction free = reduce_free(small.model, 9, silent);
     for (Index i = 6; i < 15; ++i)
         EXPECT_NEAR(free.stiffness(i, i), full.eigenvalues()[i], 1e-7 * full.eigenvalues()[i]);
     EXPECT_EQ(free.stiffness.topLeftCorner(6, 6).norm(), 0.0);
@@ -481,8 +482,8 @@ static double hertz(double eigenvalue)
 TEST(Beam, BendsAsTimoshenkoSays)
 {
     const Deck deck = read_deck(kExamples + "cantilever.inp");
-    const Model model = make_model(deck, read_matrices(kExamples + "cantilever"), {});
-    const Reduction free = reduce_free(model, 6, kSilent);
+    const Model model = make_model(deck, read_matrices(kExamples + "cantilever", silent), {});
+    const Reduction free = reduce_free(model, 6, silent);
     const double sides[] = {20, 40, 20, 40}; // across which the first four bending modes go
     const int modes[] = {6, 7, 8, 10};
     for (int i = 0; i < 4; ++i)
@@ -495,8 +496,8 @@ TEST(Beam, BendsAsTimoshenkoSays)
 TEST(Beam, IsACantileverWhenItsRootIsHeld)
 {
     const Deck deck = read_deck(kExamples + "cantilever.inp");
-    const Model model = make_model(deck, read_matrices(kExamples + "cantilever"), both_ends(deck, 1000.0));
-    const Reduction body = reduce_craig_bampton(model, 10, kSilent);
+    const Model model = make_model(deck, read_matrices(kExamples + "cantilever", silent), both_ends(deck, 1000.0));
+    const Reduction body = reduce_craig_bampton(model, 10, silent);
     const VectorXd held =
         generalized_eigenvalues(body.stiffness.bottomRightCorner(16, 16), body.mass.bottomRightCorner(16, 16));
     // Euler: (1.875104)^2 sqrt(EI / (rho A L^4)) / 2 pi, for either side; a rigid root section stiffens by half a percent
@@ -519,8 +520,8 @@ TEST(Results, GiveTheSameBodyAsTheMatrices)
     const ResultBody results = body_from_results(deck, ends, kExamples + "tied_beam");
     const Deck free_deck = read_deck(kExamples + "cantilever.inp");
     const Model free_model =
-        make_model(free_deck, read_matrices(kExamples + "cantilever"), both_ends(free_deck, 1000.0));
-    const Reduction body = reduce_craig_bampton(free_model, 10, kSilent);
+        make_model(free_deck, read_matrices(kExamples + "cantilever", silent), both_ends(free_deck, 1000.0));
+    const Reduction body = reduce_craig_bampton(free_model, 10, silent);
     // forces are printed with seven digits, displacements stored with six
     const auto scale = body.stiffness.diagonal().head(12).cwiseSqrt();
     const MatrixXd difference = (results.stiffness - body.stiffness).topLeftCorner(12, 12);
@@ -545,7 +546,8 @@ TEST(Results, OfAFrequencyStepGetExactRigidMotions)
     const Deck deck = read_deck(kExamples + "free_beam.inp");
     const ResultBody results = body_from_results(deck, {}, kExamples + "free_beam");
     EXPECT_EQ(results.rigid_count, 6);
-    const Reduction free = reduce_free(make_model(deck, read_matrices(kExamples + "cantilever"), {}), 10, kSilent);
+    const Reduction free =
+        reduce_free(make_model(deck, read_matrices(kExamples + "cantilever", silent), {}), 10, silent);
     for (int i = 6; i < 16; ++i)
         EXPECT_NEAR(results.stiffness(i, i), free.stiffness(i, i), 1e-6 * free.stiffness(i, i));
     const Vector3d a = deck.mesh.nodes[0].at, b = deck.mesh.nodes[500].at;

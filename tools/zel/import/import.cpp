@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <limits>
+#include <malloc.h>
 #include <numbers>
 #include <utility>
 
@@ -258,17 +259,16 @@ static void report_mesh(Report& report, const Body& body)
 static void import_matrices(const ImportOptions& options, const std::string& job, Body& body, const MeshMass& elements,
                             PhaseLog& log, Report& report)
 {
-    const Progress progress = [&](const char* phase) { log.begin(phase); };
     for (const Element& element : body.deck->mesh.elements)
         if (is_shell(element.type->shape))
             throw InputError(body.deck->mesh.place(element),
                              "shells have matrices of layers that the deck does not show: import their modes, from "
                              "*NODE FILE, OUTPUT=2D, with --route results");
     log.begin("read the matrices");
-    const Model model = make_model(*body.deck, read_matrices(job), body.interfaces);
+    const Model model = make_model(*body.deck, read_matrices(job, log), body.interfaces);
     const bool free = body.interfaces.empty();
     Reduction reduction =
-        free ? reduce_free(model, options.modes, progress) : reduce_craig_bampton(model, options.modes, progress);
+        free ? reduce_free(model, options.modes, log) : reduce_craig_bampton(model, options.modes, log);
     log.begin("shapes and nodal masses");
     body.motion = node_motion(model, reduction);
     body.stiffness = std::move(reduction.stiffness);
@@ -372,6 +372,9 @@ static int run(const ImportOptions& options)
 
 int import_ccx(const ImportOptions& options)
 {
+    // Blocks of vectors come and go: memory that is freed stays with the process, where it need not be cleared again.
+    mallopt(M_MMAP_THRESHOLD, std::numeric_limits<int>::max());
+    mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());
     try
     {
         return run(options);

@@ -2,11 +2,18 @@
 // compressed columns as they come and nothing has to be sorted.
 #include "matrices.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <functional>
 
 namespace zel_import
 {
+
+// Of an entry, its end included. Room for all entries of a plain file is taken once, so that they need not move; what is
+// not used of it costs nothing.
+constexpr int64_t kShortestLine = 24;
+constexpr int64_t kColumnsTold = 1000; // between two reports of progress
 
 static std::vector<Freedom> read_freedoms(const std::string& path)
 {
@@ -56,43 +63,48 @@ static bool parse_entry(std::string_view line, Entry& entry)
     return at == end && std::isfinite(entry.value);
 }
 
-static SparseMatrix read_matrix(const std::string& path, int64_t order)
+// Zeros off the diagonal, which are two thirds of a mass matrix, are left out.
+static SparseMatrix read_matrix(const std::string& path, int64_t order, const std::function<void(double)>& advance)
 {
     LineReader reader(path);
-    std::vector<int64_t> starts{0}, rows;
-    std::vector<double> values;
+    SparseMatrix matrix(order, order);
+    matrix.reserve(std::min(reader.file_bytes() / kShortestLine, order * (order + 1) / 2));
     std::string_view line;
     Entry entry{};
-    int64_t last_row = 0;
+    int64_t column = 1, last_row = 0;
+    matrix.startVec(0);
     while (reader.next(line))
     {
         if (!parse_entry(line, entry))
             reader.fail("expected \"row column value\", found " + in_quotes(line));
-        const int64_t column = int64_t(starts.size());
         if (entry.column != column || entry.row <= last_row || entry.row > column || column > order)
             reader.fail("entry (" + std::to_string(entry.row) + ", " + std::to_string(entry.column) +
                         ") is not the next one of an upper triangle of order " + std::to_string(order));
-        rows.push_back(entry.row - 1);
-        values.push_back(entry.value);
         last_row = entry.row;
+        if (entry.value != 0.0 || entry.row == column)
+            matrix.insertBack(entry.row - 1, column - 1) = entry.value;
         if (entry.row == column) // the diagonal ends its column
         {
-            starts.push_back(int64_t(rows.size()));
             last_row = 0;
+            if (column++ < order)
+                matrix.startVec(column - 1);
+            if (column % kColumnsTold == 0)
+                advance(reader.share_read());
         }
     }
-    if (int64_t(starts.size()) != order + 1 || last_row != 0 || !reader.line_ended())
+    if (column != order + 1 || last_row != 0 || !reader.line_ended())
         reader.fail("ends before the last of " + std::to_string(order) + " columns: it is cut off");
-    return Eigen::Map<const SparseMatrix>(order, order, starts.back(), starts.data(), rows.data(), values.data());
+    matrix.finalize();
+    return matrix;
 }
 
-StoredMatrices read_matrices(const std::string& job)
+StoredMatrices read_matrices(const std::string& job, PhaseLog& log)
 {
     StoredMatrices stored;
     stored.freedoms = read_freedoms(job + ".dof");
     const int64_t order = int64_t(stored.freedoms.size());
-    stored.stiffness = read_matrix(job + ".sti", order);
-    stored.mass = read_matrix(job + ".mas", order);
+    stored.stiffness = read_matrix(job + ".sti", order, [&](double share) { log.advance(0.5 * share); });
+    stored.mass = read_matrix(job + ".mas", order, [&](double share) { log.advance(0.5 + 0.5 * share); });
     return stored;
 }
 

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "report.h"
 #include "text_file.h"
 
 namespace zel_import
@@ -28,7 +29,7 @@ struct StoredMatrices
 };
 
 // Reads JOB.dof, JOB.sti and JOB.mas, or their gzip forms; InputError for files that are damaged or disagree.
-StoredMatrices read_matrices(const std::string& job);
+StoredMatrices read_matrices(const std::string& job, PhaseLog& log);
 
 } // namespace zel_import
 

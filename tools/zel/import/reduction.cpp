@@ -1,12 +1,8 @@
 // Interior freedoms are eliminated with one sparse Cholesky factor, which serves the constraint modes as a block of right
-// sides and the fixed-interface modes as the operator of shift-invert Lanczos (Ericsson and Ruhe, Math. Comp. 35, 1980).
-// Lanczos vectors get one more inverse iteration and a Rayleigh-Ritz step: a mass matrix integrated with few points is
-// singular, and its null space would otherwise creep into the modes.
+// sides and the fixed-interface modes as the operator of their solver.
 #include "reduction.h"
 
-#include <Spectra/SymGEigsShiftSolver.h>
 #include <algorithm>
-#include <cholmod.h>
 #include <utility>
 
 namespace zel_import
@@ -19,190 +15,7 @@ using Eigen::VectorXd;
 using Matrix3x6 = Eigen::Matrix<double, 3, 6>;
 using Vector6 = Eigen::Matrix<double, 6, 1>;
 
-constexpr int kLanczosRestarts = 300;
-constexpr double kLanczosTolerance = 1e-10; // the Rayleigh-Ritz step squares what is left of it
-constexpr double kRigidTolerance = 1e-6;    // of K R, relative to the sums of |K| |R|; stored values have 14 digits
-
-// ---- Sparse Cholesky ---------------------------------------------------------------------------------------------------
-
-struct Cholesky::State
-{
-    cholmod_common common;
-    cholmod_factor* factor = nullptr;
-    cholmod_dense *y = nullptr, *e = nullptr; // workspaces of the solver, kept from call to call
-};
-
-// The matrix as CHOLMOD sees it, without a copy.
-static cholmod_sparse view_of(const SparseMatrix& upper)
-{
-    cholmod_sparse view{};
-    view.nrow = view.ncol = size_t(upper.cols());
-    view.nzmax = size_t(upper.nonZeros());
-    view.p = const_cast<int64_t*>(upper.outerIndexPtr());
-    view.i = const_cast<int64_t*>(upper.innerIndexPtr());
-    view.x = const_cast<double*>(upper.valuePtr());
-    view.stype = 1;
-    view.itype = CHOLMOD_LONG;
-    view.xtype = CHOLMOD_REAL;
-    view.dtype = CHOLMOD_DOUBLE;
-    view.sorted = view.packed = 1;
-    return view;
-}
-
-Cholesky::Cholesky(const SparseMatrix& upper) : state_(std::make_unique<State>())
-{
-    cholmod_common* common = &state_->common;
-    cholmod_l_start(common);
-    common->print = 0;
-    common->supernodal = CHOLMOD_SUPERNODAL;
-    cholmod_sparse matrix = view_of(upper);
-    state_->factor = cholmod_l_analyze(&matrix, common);
-    const bool factored =
-        state_->factor && cholmod_l_factorize(&matrix, state_->factor, common) && common->status == CHOLMOD_OK;
-    if (factored)
-        return;
-    const int status = common->status;
-    cholmod_l_free_factor(&state_->factor, common);
-    cholmod_l_finish(common);
-    throw std::runtime_error(status == CHOLMOD_NOT_POSDEF ? "the stiffness matrix is not positive definite: a part of "
-                                                            "the body is not held"
-                                                          : "out of memory while factoring the stiffness matrix");
-}
-
-Cholesky::~Cholesky()
-{
-    cholmod_l_free_dense(&state_->y, &state_->common);
-    cholmod_l_free_dense(&state_->e, &state_->common);
-    cholmod_l_free_factor(&state_->factor, &state_->common);
-    cholmod_l_finish(&state_->common);
-}
-
-double Cholesky::factor_bytes() const
-{
-    return double(state_->factor->xsize) * double(sizeof(double));
-}
-
-void Cholesky::solve(const MatrixXd& right, MatrixXd& x) const
-{
-    cholmod_dense b{};
-    b.nrow = b.d = size_t(right.rows());
-    b.ncol = size_t(right.cols());
-    b.nzmax = b.nrow * b.ncol;
-    b.x = const_cast<double*>(right.data());
-    b.xtype = CHOLMOD_REAL;
-    b.dtype = CHOLMOD_DOUBLE;
-    x.resize(right.rows(), right.cols());
-    if (right.size() == 0)
-        return;
-    cholmod_dense* result = nullptr;
-    if (!cholmod_l_solve2(CHOLMOD_A, state_->factor, &b, nullptr, &result, nullptr, &state_->y, &state_->e,
-                          &state_->common))
-        throw std::runtime_error("out of memory while solving with the stiffness matrix");
-    x = Eigen::Map<const MatrixXd>(static_cast<const double*>(result->x), x.rows(), x.cols());
-    cholmod_l_free_dense(&result, &state_->common);
-}
-
-// ---- Modes -------------------------------------------------------------------------------------------------------------
-
-static MatrixXd times(const SparseMatrix& upper, const MatrixXd& x)
-{
-    return upper.selfadjointView<Eigen::Upper>() * x;
-}
-
-// x less its part along the rigid modes, in the mass inner product; mass_rigid is M times rigid.
-static void deflate(const MatrixXd& rigid, const MatrixXd& mass_rigid, Eigen::Ref<MatrixXd> x)
-{
-    if (rigid.cols() > 0)
-        x -= rigid * (mass_rigid.transpose() * x);
-}
-
-// The two operators that Lanczos needs, with the names that Spectra asks for.
-struct InverseOperator
-{
-    using Scalar = double;
-    const Cholesky& factor;
-    const MatrixXd &rigid, &mass_rigid;
-    Index order;
-    mutable MatrixXd right = {}, solution = {};
-
-    Index rows() const { return order; }
-    Index cols() const { return order; }
-    void set_shift(double) const {} // the factor is that of the shifted matrix already
-    void perform_op(const double* x, double* y) const
-    {
-        right = Eigen::Map<const VectorXd>(x, order);
-        factor.solve(right, solution);
-        deflate(rigid, mass_rigid, solution);
-        Eigen::Map<VectorXd>(y, order) = solution.col(0);
-    }
-};
-
-struct MassOperator
-{
-    using Scalar = double;
-    const SparseMatrix& mass;
-
-    Index rows() const { return mass.rows(); }
-    Index cols() const { return mass.cols(); }
-    void perform_op(const double* x, double* y) const
-    {
-        Eigen::Map<VectorXd>(y, mass.rows()).noalias() =
-            mass.selfadjointView<Eigen::Upper>() * Eigen::Map<const VectorXd>(x, mass.rows());
-    }
-};
-
-static Eigenmodes rayleigh_ritz(const SparseMatrix& stiffness, const SparseMatrix& mass, const MatrixXd& basis)
-{
-    const MatrixXd k = basis.transpose() * times(stiffness, basis), m = basis.transpose() * times(mass, basis);
-    const Eigen::GeneralizedSelfAdjointEigenSolver<MatrixXd> solver(0.5 * (k + k.transpose()),
-                                                                    0.5 * (m + m.transpose()));
-    if (solver.info() != Eigen::Success)
-        throw std::runtime_error("the modes are not independent: ask for fewer");
-    return {solver.eigenvalues(), basis * solver.eigenvectors()};
-}
-
-// The largest component of every shape is positive, so that signs do not depend on rounding.
-static void fix_signs(MatrixXd& shapes)
-{
-    for (Index k = 0; k < shapes.cols(); ++k)
-    {
-        const double largest = shapes.col(k).cwiseAbs().maxCoeff();
-        Index first = 0; // among components that are equal but for rounding
-        while (first + 1 < shapes.rows() && std::abs(shapes(first, k)) < (1.0 - 1e-6) * largest)
-            ++first;
-        if (shapes(first, k) < 0.0)
-            shapes.col(k) *= -1.0;
-    }
-}
-
-Eigenmodes lowest_modes(const SparseMatrix& stiffness, const SparseMatrix& mass, const Cholesky& shifted, double shift,
-                        const MatrixXd& rigid, int count)
-{
-    const Index order = stiffness.rows();
-    if (count < 1)
-        return {VectorXd(0), MatrixXd(order, 0)};
-    if (count + rigid.cols() >= order)
-        throw std::runtime_error("the model has only " + std::to_string(order) + " freedoms: ask for fewer modes");
-    const MatrixXd mass_rigid = times(mass, rigid);
-    InverseOperator inverse{shifted, rigid, mass_rigid, order};
-    MassOperator mass_operator{mass};
-    const Index subspace = std::min<Index>(order, std::max<Index>(2 * count + 1, 20));
-    Spectra::SymGEigsShiftSolver<InverseOperator, MassOperator, Spectra::GEigsMode::ShiftInvert> solver(
-        inverse, mass_operator, count, subspace, shift);
-    VectorXd start(order); // no direction of symmetry, and the same on every run
-    for (Index i = 0; i < order; ++i)
-        start[i] = std::sin(1.0 + 0.7 * double(i)) + 0.1;
-    deflate(rigid, mass_rigid, start);
-    solver.init(start.data());
-    if (solver.compute(Spectra::SortRule::LargestMagn, kLanczosRestarts, kLanczosTolerance) < count)
-        throw std::runtime_error("the modes did not converge: ask for fewer");
-    MatrixXd basis;
-    shifted.solve(times(mass, solver.eigenvectors(count)), basis);
-    deflate(rigid, mass_rigid, basis);
-    Eigenmodes modes = rayleigh_ritz(stiffness, mass, basis);
-    fix_signs(modes.shapes);
-    return modes;
-}
+constexpr double kRigidTolerance = 1e-6; // of K R, relative to the sums of |K| |R|; stored values have 14 digits
 
 VectorXd generalized_eigenvalues(const MatrixXd& stiffness, const MatrixXd& mass)
 {
@@ -472,7 +285,7 @@ void repair_rigid_motions(const std::vector<Interface>& interfaces, Reduction& r
     reduction.rigid_after = largest_rigid(reduction);
 }
 
-Reduction reduce_craig_bampton(const Model& model, int mode_count, const Progress& progress)
+Reduction reduce_craig_bampton(const Model& model, int mode_count, PhaseLog& log)
 {
     const Index boundary = 6 * Index(model.interfaces.size()), modes = boundary + mode_count;
     const Split split = split_freedoms(model);
@@ -480,15 +293,14 @@ Reduction reduce_craig_bampton(const Model& model, int mode_count, const Progres
         throw std::runtime_error("all nodes of the body are tied to its interfaces");
     const Partition k = partition(model.matrices.stiffness, split, boundary);
     const Partition m = partition(model.matrices.mass, split, boundary);
-    progress("factor the stiffness matrix");
+    log.begin("factor the stiffness matrix");
     const Cholesky factor(k.interior);
-    progress("constraint modes");
-    MatrixXd constraint; // displacements of the interior under unit motions of the reference nodes
-    factor.solve(-k.coupling, constraint);
-    progress("fixed-interface modes");
-    const Eigenmodes fixed =
-        lowest_modes(k.interior, m.interior, factor, 0.0, MatrixXd(split.interior_count, 0), mode_count);
-    progress("generalized matrices");
+    log.begin("constraint modes");
+    const MatrixXd constraint = factor.solve(-k.coupling); // of the interior, under unit motions of the reference nodes
+    log.begin("fixed-interface modes");
+    const Eigenmodes fixed = lowest_modes(k.interior, m.interior, factor, MatrixXd(split.interior_count, 0), mode_count,
+                                          [&](double share) { log.advance(share); });
+    log.begin("generalized matrices");
     const MatrixXd inertia = times(m.interior, constraint) + m.coupling;
     Reduction reduction;
     reduction.boundary_count = int(boundary);
@@ -542,13 +354,13 @@ static double bending_scale(const Model& model, const MatrixXd& rigid)
         else if (component - 1 == longest)
             bend(i, 0) = -2.0 * r[longest] * r[across];
     }
-    deflate(rigid, times(model.matrices.mass, rigid), bend);
+    bend -= rigid * (times(model.matrices.mass, rigid).transpose() * bend);
     const double stiffness = (bend.transpose() * times(model.matrices.stiffness, bend))(0, 0);
     const double mass = (bend.transpose() * times(model.matrices.mass, bend))(0, 0);
     return stiffness / mass;
 }
 
-Reduction reduce_free(const Model& model, int mode_count, const Progress& progress)
+Reduction reduce_free(const Model& model, int mode_count, PhaseLog& log)
 {
     const SparseMatrix &k = model.matrices.stiffness, &m = model.matrices.mass;
     MatrixXd rigid = model.rigid_motions(mesh_center(model.deck->mesh));
@@ -560,10 +372,11 @@ Reduction reduce_free(const Model& model, int mode_count, const Progress& progre
     const double shift = -bending_scale(model, rigid);
     if (!(shift < 0.0))
         throw std::runtime_error("the stiffness matrix has no stiffness against bending");
-    progress("factor the shifted stiffness matrix");
+    log.begin("factor the shifted stiffness matrix");
     const Cholesky factor(SparseMatrix(k - shift * m));
-    progress("free-free modes");
-    const Eigenmodes flexible = lowest_modes(k, m, factor, shift, rigid, mode_count);
+    log.begin("free-free modes");
+    const Eigenmodes flexible =
+        lowest_modes(k, m, factor, rigid, mode_count, [&](double share) { log.advance(share); });
     Reduction reduction;
     reduction.factor_bytes = factor.factor_bytes();
     reduction.motion.resize(rigid.rows(), 6 + mode_count);

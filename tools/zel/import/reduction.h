@@ -4,17 +4,15 @@
 #define IMPORT_REDUCTION_H
 
 #include <Eigen/Dense>
-#include <functional>
-#include <memory>
 #include <vector>
 
 #include "deck.h"
 #include "matrices.h"
+#include "report.h"
+#include "sparse_modes.h"
 
 namespace zel_import
 {
-
-using Progress = std::function<void(const char* phase)>;
 
 // Nodes that follow one reference node, through which the body is joined to others.
 struct Interface
@@ -23,33 +21,6 @@ struct Interface
     Eigen::Vector3d at = Eigen::Vector3d::Zero();
     std::vector<int> tied; // indexes into Mesh::nodes, ascending
 };
-
-// Sparse Cholesky factor of a symmetric positive definite matrix (CHOLMOD, supernodal).
-class Cholesky
-{
-public:
-    explicit Cholesky(const SparseMatrix& upper); // std::runtime_error when it is not positive definite
-    ~Cholesky();
-    Cholesky(const Cholesky&) = delete;
-    Cholesky& operator=(const Cholesky&) = delete;
-    void solve(const Eigen::MatrixXd& right, Eigen::MatrixXd& x) const;
-    double factor_bytes() const;
-
-private:
-    struct State;
-    std::unique_ptr<State> state_;
-};
-
-struct Eigenmodes
-{
-    Eigen::VectorXd values; // ascending
-    Eigen::MatrixXd shapes; // M-orthonormal, one column a mode
-};
-
-// The `count` modes of K x = lambda M x that are nearest above `shift`; both matrices as upper triangles, the factor that
-// of K - shift M. Columns of `rigid` are M-orthonormal modes to leave out; there may be none.
-Eigenmodes lowest_modes(const SparseMatrix& stiffness, const SparseMatrix& mass, const Cholesky& shifted, double shift,
-                        const Eigen::MatrixXd& rigid, int count);
 
 // Six motions of a rigid body at a point: translations x, y, z and rotations about the axes through `center`; the rows
 // are the displacement of `at`.
@@ -81,10 +52,10 @@ struct Reduction
 Model make_model(const Deck& deck, StoredMatrices matrices, std::vector<Interface> interfaces);
 
 // Fixed-interface modes and constraint modes (Craig and Bampton, AIAA J. 6, 1968).
-Reduction reduce_craig_bampton(const Model& model, int mode_count, const Progress& progress);
+Reduction reduce_craig_bampton(const Model& model, int mode_count, PhaseLog& log);
 
 // Six rigid-body modes, exact and M-orthonormal, and the flexible modes behind them.
-Reduction reduce_free(const Model& model, int mode_count, const Progress& progress);
+Reduction reduce_free(const Model& model, int mode_count, PhaseLog& log);
 
 // Takes out of the boundary stiffness what resists the rigid motions of the reference nodes.
 void repair_rigid_motions(const std::vector<Interface>& interfaces, Reduction& reduction);

@@ -42,11 +42,18 @@ LineReader::LineReader(const std::string& path) : path_(is_file(path) || !is_fil
     if (!file_)
         throw InputError({path_, 0}, "cannot be opened");
     gzbuffer(file_, unsigned(kBlockBytes));
+    struct stat status;
+    file_bytes_ = stat(path_.c_str(), &status) == 0 ? int64_t(status.st_size) : 0;
 }
 
 LineReader::~LineReader()
 {
     gzclose(file_);
+}
+
+double LineReader::share_read() const
+{
+    return file_bytes_ > 0 ? double(gzoffset(file_)) / double(file_bytes_) : 1.0;
 }
 
 // Moves what is left to the front and appends a block; false at the end of the file.

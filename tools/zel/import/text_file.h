@@ -44,6 +44,8 @@ public:
     bool line_ended() const { return line_ended_; }
     // Exactly `bytes` raw bytes that follow the current line; false when the file ends before them.
     bool read_raw(char* to, size_t bytes);
+    int64_t file_bytes() const { return file_bytes_; } // as it lies on disk
+    double share_read() const;                         // of these, 0 to 1
     Place place() const { return {path_, line_}; }
     [[noreturn]] void fail(const std::string& what) const { throw InputError(place(), what); }
 
@@ -51,6 +53,7 @@ private:
     bool fill();
 
     std::string path_;
+    int64_t file_bytes_;
     gzFile file_;
     std::string buffer_;
     size_t start_ = 0;
