@@ -100,35 +100,54 @@ static void add_cross(double sum[3], double w, const double* u, const double* v)
     sum[2] += w * (u[0] * v[1] - u[1] * v[0]);
 }
 
-static Invariants by_definition(ZELDATA* db)
+// Invariants 3, 4 and 8, each by itself.
+static void sum_moments(ZELDATA* db, Invariants& all, std::vector<double>& phi)
 {
     const int nodes = ZEL_NodeCount(db);
-    Invariants all;
-    all.third.resize(3 * kModes);
-    all.fourth.resize(3 * kModes);
-    all.eighth.resize(9 * kModes);
-    all.cross.resize(size_t(3) * kModes * kModes);
-    all.products.resize(size_t(9) * kModes * kModes);
-    std::vector<double> phi(size_t(3) * size_t(nodes)), other(phi);
+    double mass, s[3];
     for (int i = 0; i < kModes; ++i)
     {
         ZEL_Mode(db, i + 1, ZEL_MODE_SHAPE, phi.data(), 0);
-        double sum[3] = {}, angular[3] = {};
+        for (int node = 0; node < nodes; ++node)
+            for (int axis = 0; axis < 3; ++axis)
+                all.third[size_t(axis * kModes + i)] += ZEL_NodalMass(db, node) * phi[size_t(3 * node + axis)];
+    }
+    for (int i = 0; i < kModes; ++i)
+    {
+        double angular[3] = {}, inertia[9];
+        ZEL_Mode(db, i + 1, ZEL_MODE_SHAPE, phi.data(), 0);
         for (int node = 0; node < nodes; ++node)
         {
-            double mass, s[3];
             ZEL_NodalMassAndGeometry(db, node, &mass, s);
-            const double* shape = phi.data() + 3 * node;
-            for (int axis = 0; axis < 3; ++axis)
-                sum[axis] += mass * shape[axis];
-            add_cross(angular, mass, s, shape);
-            add_product(&all.eighth[size_t(9 * i)], mass, shape, s);
+            add_cross(angular, mass, s, &phi[size_t(3 * node)]);
         }
+        ZEL_Mode(db, i + 1, ZEL_MODE_SHAPE, phi.data(), 1);
+        for (int node = 0; node < nodes; ++node)
+            if (ZEL_NodalInertia(db, node, inertia))
+                for (int k = 0; k < 9; ++k)
+                    angular[k % 3] += inertia[k] * phi[size_t(3 * node + k / 3)];
         for (int axis = 0; axis < 3; ++axis)
-        {
-            all.third[size_t(axis * kModes + i)] = sum[axis];
             all.fourth[size_t(axis * kModes + i)] = angular[axis];
+    }
+    for (int i = 0; i < kModes; ++i)
+    {
+        ZEL_Mode(db, i + 1, ZEL_MODE_SHAPE, phi.data(), 0);
+        for (int node = 0; node < nodes; ++node)
+        {
+            ZEL_NodalMassAndGeometry(db, node, &mass, s);
+            add_product(&all.eighth[size_t(9 * i)], mass, &phi[size_t(3 * node)], s);
         }
+    }
+}
+
+// Invariants 5 and 9.
+static void sum_pairs(ZELDATA* db, Invariants& all, std::vector<double>& phi)
+{
+    const int nodes = ZEL_NodeCount(db);
+    std::vector<double> other(phi.size());
+    for (int i = 0; i < kModes; ++i)
+    {
+        ZEL_Mode(db, i + 1, ZEL_MODE_SHAPE, phi.data(), 0);
         for (int j = i; j < kModes; ++j)
         {
             ZEL_Mode(db, j + 1, ZEL_MODE_SHAPE, other.data(), 0);
@@ -148,6 +167,19 @@ static Invariants by_definition(ZELDATA* db)
             }
         }
     }
+}
+
+static Invariants by_definition(ZELDATA* db)
+{
+    Invariants all;
+    all.third.resize(3 * kModes);
+    all.fourth.resize(3 * kModes);
+    all.eighth.resize(9 * kModes);
+    all.cross.resize(size_t(3) * kModes * kModes);
+    all.products.resize(size_t(9) * kModes * kModes);
+    std::vector<double> phi(size_t(3) * size_t(ZEL_NodeCount(db)));
+    sum_moments(db, all, phi);
+    sum_pairs(db, all, phi);
     return all;
 }
 
@@ -195,9 +227,12 @@ int main(int argc, char** argv)
         for (auto _ : state)
             expected = by_definition(db);
     });
-    bench::add("all invariants", 1, [&](benchmark::State& state) {
+    bench::add("all invariants", 5, [&](benchmark::State& state) {
         for (auto _ : state)
+        {
+            ZEL_SetNodalMass(db, 1, ZEL_NodalMass(db, 0)); // drops what was computed
             fill_slots(db);
+        }
         found = values_of(db);
     });
     bench::add("all invariants, large", 1, [&](benchmark::State& state) {

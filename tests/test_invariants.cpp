@@ -6,6 +6,7 @@
 #include "zelmodes.h"
 
 #include <cmath>
+#include <map>
 
 static const std::vector<int> kNumbers = {1, 2, 3, 4, 5, 7, 8, 9};
 
@@ -113,7 +114,8 @@ TEST_F(InvariantsOf, PointMassesAreTheirSums)
         }
 }
 
-// Whole numbers, of which no sum is rounded: also with negative masses, in any order of summation.
+// Whole numbers, of which no plain sum is rounded, with masses of both signs. Only the Gram matrix behind invariants 5 and 9
+// takes roots of the masses.
 TEST_F(InvariantsOf, WholeNumbersAreExact)
 {
     Assembly body = random_assembly(50, 4, 9u, false);
@@ -129,7 +131,10 @@ TEST_F(InvariantsOf, WholeNumbersAreExact)
                 value = std::floor(10.0 * value);
     ZELDATA* db = database_of(body);
     for (int number : kNumbers)
-        EXPECT_EQ(library_invariant(db, number), defined_invariant(body, number)) << number;
+        if (number == 5 || number == 9)
+            expect_near(library_invariant(db, number), defined_invariant(body, number), 1e-14);
+        else
+            EXPECT_EQ(library_invariant(db, number), defined_invariant(body, number)) << number;
 }
 
 // ---- Laws -----------------------------------------------------------------------------------------------------------
@@ -336,14 +341,17 @@ TEST_F(InvariantsOf, AFileAreSummedAndReadInEveryEncoding)
         const TemporaryFolder folder;
         ZELDATA* db = opened(folder, file);
         ASSERT_NE(db, nullptr);
+        std::map<int, std::vector<double>> stored;
         for (const zel::Invariant& row : zel::kInvariants)
         {
             FileBuilder block = file.build();
             const std::vector<double> values = library_invariant(db, row.number);
-            expect_near(values, defined_invariant(body, row.number), 1e-12);
+            // The sample's shapes are nearly parallel: their cross products are ten thousand times smaller than they are.
+            expect_near(values, defined_invariant(body, row.number), row.number == 5 ? 1e-11 : 1e-12);
             if (row.modal)
                 block.integer(body.mode_count());
             file.blocks[row.block] = block.reals(values).bytes;
+            stored[row.number] = values;
         }
         ZEL_UnLink(db);
 
@@ -359,7 +367,7 @@ TEST_F(InvariantsOf, AFileAreSummedAndReadInEveryEncoding)
         EXPECT_NE(db->base_scale[0] * db->base_scale[1], 1.0);
         for (const zel::Invariant& row : zel::kInvariants)
         {
-            std::vector<double> expected = defined_invariant(body, row.number);
+            std::vector<double> expected = stored[row.number];
             for (double& value : expected)
                 value *= db->base_scale[0] * std::pow(db->base_scale[1], row.lengths);
             expect_near(library_invariant(db, row.number), expected, format.single ? 1e-7 : 1e-12);

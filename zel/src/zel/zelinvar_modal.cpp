@@ -1,19 +1,19 @@
 // Invariants 3, 4, 5, 8 and 9 from the nodes, in one pass over the stored mode shapes and in bounded memory.
 //
 // A file keeps its vectors mode by mode, while a sum over the nodes wants all modes of one node. So the pass takes the nodes
-// in blocks: of each mode it reads the one run of values that belongs to the nodes of the block (one seek and one read) and
-// spreads the translations into three columns of a matrix X, which has a row for each node of the block that has a mass.
-// Everything else is dense products, with m the masses and (x, y, z) the positions of these nodes:
-//   X' [m, mx, my, mz]  the moments, of which invariants 3, 4 and 8 consist
-//   (mX)' X             the Gram matrix of the modes, by mode pairs of 3x3: invariant 5 is the antisymmetric part of a pair,
-//                       invariant 9 its transpose less its trace
-// The masses weight one side only: there is no square root, so that masses may be negative and sums of whole numbers are
-// exact. The Gram matrix is never whole: tiles of it, on and above the diagonal, are added to the invariants' slots.
+// in blocks: of each mode it looks at the one run of values that belongs to the nodes of the block (in place where the file
+// is mapped, else after one seek and one read). With m the masses and (x, y, z) the positions of these nodes, a run gives
+//   the moments         sums of the translations times m, mx, my, mz, of which invariants 3, 4 and 8 consist
+//   columns of X        the translations times the root of |m|, a row for each node of the block that has a mass
+// and the columns of all modes give the Gram matrix X' X of the modes, by mode pairs of 3x3: invariant 5 is the
+// antisymmetric part of a pair, invariant 9 its transpose less its trace. Rows of negative mass come last; their product is
+// subtracted. The Gram matrix is never whole: tiles of it, on and above the diagonal, are added to the invariants' slots.
 #include "zelblas.h"
 #include "zelinvar.h"
 #include "zelmodes.h"
 
 #include <algorithm>
+#include <cmath>
 
 using namespace zel;
 
@@ -22,12 +22,10 @@ static constexpr char kModule[] = "zelinvar";
 namespace
 {
 constexpr int64_t kMiB = int64_t(1) << 20;
-// For a block of nodes. 8 MiB, which is beyond the caches, took up to three times as long.
-constexpr int64_t kBlockBytes = 2 * kMiB;
+constexpr int64_t kBlockBytes = 2 * kMiB; // for a block of nodes: within the caches
 constexpr int64_t kMostBytes = 48 * kMiB; // for a block that has the fewest nodes worth a read
-constexpr int kFewestNodes = 256;
-constexpr int kTileModes = 32;   // rows of a tile of the Gram matrix, three a mode
-constexpr int kPanelModes = 256; // columns of a tile
+constexpr int kFewestNodes = 256, kMostNodes = 4096;
+constexpr int kTileModes = 128; // rows and columns of a tile of the Gram matrix, three a mode
 
 // What a pass is to sum, over the first `modes` modes; null or false: not wanted.
 struct Wanted
@@ -36,6 +34,7 @@ struct Wanted
     double* moments;      // as mass_moments gives them
     double* turning;      // [3 * modes] sum of J' psi, psi the rotations of a mode shape
     bool cross, products; // into the slots of invariants 5 and 9
+    bool gram() const { return cross || products; }
 };
 
 // The nodes of one block that count, and their shapes.
@@ -43,25 +42,28 @@ struct NodeBlock
 {
     int capacity; // nodes
     int first, count;
-    int masses, inertias;                 // nodes with a mass; with an inertia
-    Scratch<int> mass_node, inertia_node; // counted from `first`
-    Scratch<double> weights;              // 4 columns of `masses`: m, m x, m y, m z
-    Scratch<double> inertia;              // 9 each
-    Scratch<double> slice;                // one mode's values of all nodes of the block
-    Scratch<double> shapes;               // X: column 3 i + a has component a of mode i
-    Scratch<double> weighted;             // some columns of X times m
-    Scratch<double> tile;                 // 3 kTileModes x 3 kPanelModes, column by column
+    int masses, positive;      // nodes with a mass; the first of them, of which it is positive
+    int inertias;              // nodes with an inertia
+    Scratch<int> mass_node;    // counted from `first`
+    Scratch<int> inertia_node; // likewise
+    Scratch<double> root;      // of |m|, a value for each node with a mass
+    Scratch<double> weights;   // m, mx, my, mz of each node
+    Scratch<double> inertia;   // 9 each
+    Scratch<double> slice;     // one mode's values of all nodes of the block
+    Scratch<double> shapes;    // X: column 3 i + a has component a of mode i
+    Scratch<double> tile;      // 3 kTileModes squared, column by column
 
+    // `modes` of which the columns are kept, none when no Gram matrix is wanted
     NodeBlock(int nodes, int modes)
-        : capacity(nodes), first(0), count(0), masses(0), inertias(0), mass_node(nodes), inertia_node(nodes),
-          weights(int64_t(4) * nodes), inertia(int64_t(9) * nodes), slice(int64_t(kComponents) * nodes),
-          shapes(int64_t(3) * modes * nodes), weighted(int64_t(3) * kTileModes * nodes),
-          tile(int64_t(9) * kTileModes * kPanelModes)
+        : capacity(nodes), first(0), count(0), masses(0), positive(0), inertias(0), mass_node(nodes),
+          inertia_node(nodes), root(nodes), weights(int64_t(4) * nodes), inertia(int64_t(9) * nodes),
+          slice(int64_t(kComponents) * nodes), shapes(int64_t(3) * modes * nodes),
+          tile(int64_t(9) * std::min(modes, kTileModes) * std::min(modes, kTileModes))
     {}
     bool complete() const
     {
-        return mass_node.data && inertia_node.data && weights.data && inertia.data && slice.data && shapes.data &&
-               weighted.data && tile.data;
+        return mass_node.data && inertia_node.data && root.data && weights.data && inertia.data && slice.data &&
+               shapes.data && tile.data;
     }
     double* shape_columns(int mode) { return shapes.data + int64_t(3) * mode * masses; }
 };
@@ -92,62 +94,89 @@ bool shapes_cover_masses(const ZELDATA* db)
 
 static int nodes_in_block(const ZELDATA* db, int modes)
 {
-    const int64_t reals = 3 * (int64_t(modes) + kTileModes) + 4 + 9 + kComponents, integers = 2;
+    const int64_t reals = int64_t(3) * modes + 1 + 4 + 9 + kComponents, integers = 2;
     const int64_t bytes = reals * int64_t(sizeof(double)) + integers * int64_t(sizeof(int));
     const int64_t nodes = std::max(kBlockBytes / bytes, std::min<int64_t>(kFewestNodes, kMostBytes / bytes));
-    return int(std::clamp<int64_t>(nodes, 1, std::max(covered_nodes(db), 1)));
+    return int(std::clamp<int64_t>(nodes, 1, std::clamp(covered_nodes(db), 1, kMostNodes)));
 }
 
 static void choose_nodes(const ZELDATA* db, NodeBlock& block, int first, bool with_inertias)
 {
     block.first = first;
     block.count = std::min(block.capacity, covered_nodes(db) - first);
-    block.masses = block.inertias = 0;
+    block.inertias = 0;
     for (int i = 0; i < block.count; ++i)
     {
-        if (db->nodes[first + i].mass != 0.0)
-            block.mass_node[block.masses++] = i;
+        const ZELNODE& node = db->nodes[first + i];
+        const double weights[4] = {node.mass, node.mass * node.x, node.mass * node.y, node.mass * node.z};
+        std::copy_n(weights, 4, &block.weights[int64_t(4) * i]);
         if (with_inertias && ZEL_NodalInertia(db, first + i, &block.inertia[int64_t(9) * block.inertias]))
             block.inertia_node[block.inertias++] = i;
     }
-    for (int row = 0; row < block.masses; ++row)
-    {
-        const ZELNODE& node = db->nodes[first + block.mass_node[row]];
-        const double weights[4] = {node.mass, node.mass * node.x, node.mass * node.y, node.mass * node.z};
-        for (int column = 0; column < 4; ++column)
-            block.weights[int64_t(column) * block.masses + row] = weights[column];
-    }
+    block.masses = 0;
+    const auto take_nodes = [&block](auto wanted) {
+        for (int i = 0; i < block.count; ++i)
+            if (const double mass = block.weights[int64_t(4) * i]; wanted(mass))
+            {
+                block.root[block.masses] = std::sqrt(std::fabs(mass));
+                block.mass_node[block.masses++] = i;
+            }
+    };
+    take_nodes([](double mass) { return !(mass <= 0.0); }); // one that is no number shows in the sums
+    block.positive = block.masses;
+    take_nodes([](double mass) { return mass < 0.0; });
 }
 
-static void add_turning(const NodeBlock& block, double turning[3])
+static void add_turning(const NodeBlock& block, const double* slice, double turning[3])
 {
     for (int i = 0; i < block.inertias; ++i)
     {
         const double* inertia = block.inertia.data + int64_t(9) * i;
-        const double* rotation = block.slice.data + int64_t(kComponents) * block.inertia_node[i] + 3;
+        const double* rotation = slice + int64_t(kComponents) * block.inertia_node[i] + 3;
         for (int axis = 0; axis < 3; ++axis)
             turning[axis] +=
                 inertia[axis] * rotation[0] + inertia[3 + axis] * rotation[1] + inertia[6 + axis] * rotation[2];
     }
 }
 
-// Takes one mode's values of the block's nodes; zeros for a mode whose vector cannot be read.
-static bool gather_mode(ZELDATA* db, NodeBlock& block, int mode, bool readable, double* turning)
+static void add_moments(const NodeBlock& block, const double* slice, const Wanted& wanted, int mode)
 {
-    double* const columns = block.shape_columns(mode);
-    if (!readable || !read_mode_slice(db, ZEL_MODE_SHAPE, mode, block.first, block.count, block.slice.data))
-    {
-        std::fill_n(columns, int64_t(3) * block.masses, 0.0);
-        return !readable;
-    }
+    double sums[4][3] = {};
+    const double *weight = block.weights.data, *value = slice;
+    for (int i = 0; i < block.count; ++i, weight += 4, value += kComponents)
+        for (int about = 0; about < 4; ++about)
+            for (int axis = 0; axis < 3; ++axis)
+                sums[about][axis] += weight[about] * value[axis];
+    for (int about = 0; about < 4; ++about)
+        for (int axis = 0; axis < 3; ++axis)
+            wanted.moments[int64_t(3) * wanted.modes * about + int64_t(3) * mode + axis] += sums[about][axis];
+}
+
+static void spread_columns(NodeBlock& block, const double* slice, int mode)
+{
+    double* const x = block.shape_columns(mode);
+    double *const y = x + block.masses, *const z = y + block.masses;
     for (int row = 0; row < block.masses; ++row)
     {
-        const double* values = block.slice.data + int64_t(kComponents) * block.mass_node[row];
-        for (int axis = 0; axis < 3; ++axis)
-            columns[int64_t(axis) * block.masses + row] = values[axis];
+        const double root = block.root[row], *values = slice + int64_t(kComponents) * block.mass_node[row];
+        x[row] = root * values[0];
+        y[row] = root * values[1];
+        z[row] = root * values[2];
     }
-    if (turning)
-        add_turning(block, turning + int64_t(3) * mode);
+}
+
+// Takes one mode's values of the block's nodes. False when the vector cannot be read.
+static bool take_mode(ZELDATA* db, const Wanted& wanted, NodeBlock& block, int mode)
+{
+    const double* slice = mode_slice(db, ZEL_MODE_SHAPE, mode, block.first, block.count, block.slice.data);
+    if (!slice)
+        return false;
+    if (wanted.moments)
+        add_moments(block, slice, wanted, mode);
+    if (wanted.turning)
+        add_turning(block, slice, wanted.turning + int64_t(3) * mode);
+    if (wanted.gram())
+        spread_columns(block, slice, mode);
     return true;
 }
 
@@ -174,31 +203,41 @@ static void add_pair(ZELDATA* db, const Wanted& wanted, int i, int j, const doub
     }
 }
 
+// The tile of the rows of modes top ... and the columns of modes left ...; of one on the diagonal only the upper triangle.
+static void sum_tile(NodeBlock& block, int top, int rows, int left, int columns)
+{
+    const int nodes = block.masses, negative = nodes - block.positive;
+    const double *a = block.shape_columns(top), *b = block.shape_columns(left);
+    const auto add = [&](int first, int count, double sign, double keep) {
+        if (top == left)
+            blas::syrk('U', 'T', 3 * rows, count, sign, a + first, nodes, keep, block.tile.data, 3 * rows);
+        else
+            blas::gemm('T', 'N', 3 * rows, 3 * columns, count, sign, a + first, nodes, b + first, nodes, keep,
+                       block.tile.data, 3 * rows);
+    };
+    add(0, block.positive, 1.0, 0.0);
+    if (negative > 0)
+        add(block.positive, negative, -1.0, 1.0);
+    for (int column = 0; top == left && column < 3 * rows;
+         ++column) // below the diagonal, within the pair of a mode and itself
+        for (int row = column + 1; row < column / 3 * 3 + 3; ++row)
+            block.tile[row + int64_t(column) * 3 * rows] = block.tile[column + int64_t(row) * 3 * rows];
+}
+
 // Adds the block's part of the Gram matrix, tile by tile.
 static void add_gram(ZELDATA* db, const Wanted& wanted, NodeBlock& block)
 {
-    const int nodes = block.masses;
     for (int top = 0; top < wanted.modes; top += kTileModes)
-    {
-        const int rows = std::min(kTileModes, wanted.modes - top);
-        for (int column = 0; column < 3 * rows; ++column)
+        for (int left = top; left < wanted.modes; left += kTileModes)
         {
-            const double* shape = block.shape_columns(top) + int64_t(column) * nodes;
-            double* weighted = block.weighted.data + int64_t(column) * nodes;
-            for (int node = 0; node < nodes; ++node)
-                weighted[node] = block.weights[node] * shape[node];
-        }
-        for (int left = top; left < wanted.modes; left += kPanelModes)
-        {
-            const int columns = std::min(kPanelModes, wanted.modes - left);
-            blas::gemm('T', 'N', 3 * rows, 3 * columns, nodes, 1.0, block.weighted.data, nodes,
-                       block.shape_columns(left), nodes, 0.0, block.tile.data, 3 * rows);
-            for (int i = top; i < top + rows; ++i)
-                for (int j = std::max(i, left); j < left + columns; ++j)
+            const int rows = std::min(kTileModes, wanted.modes - top),
+                      columns = std::min(kTileModes, wanted.modes - left);
+            sum_tile(block, top, rows, left, columns);
+            for (int j = left; j < left + columns; ++j)
+                for (int i = top; i < std::min(j + 1, top + rows); ++i)
                     add_pair(db, wanted, i, j, &block.tile[int64_t(3) * (i - top) + int64_t(9) * rows * (j - left)],
                              3 * rows);
         }
-    }
 }
 
 // ---- The pass -------------------------------------------------------------------------------------------------------
@@ -227,17 +266,19 @@ static bool pass_over_nodes(ZELDATA* db, const Wanted& wanted, NodeBlock& block,
             continue;
         bool complete = true;
         for (int mode = 0; mode < wanted.modes; ++mode)
-            if (!gather_mode(db, block, mode, !unreadable[mode], wanted.turning))
+            if (unreadable[mode])
+            {
+                if (wanted.gram())
+                    std::fill_n(block.shape_columns(mode), int64_t(3) * block.masses, 0.0);
+            }
+            else if (!take_mode(db, wanted, block, mode))
             {
                 unreadable[mode] = 1;
                 complete = false;
             }
         if (!complete)
             return false;
-        if (block.masses > 0 && wanted.moments)
-            blas::gemm('T', 'N', 3 * wanted.modes, 4, block.masses, 1.0, block.shapes.data, block.masses,
-                       block.weights.data, block.masses, 1.0, wanted.moments, 3 * wanted.modes);
-        if (block.masses > 0 && (wanted.cross || wanted.products))
+        if (block.masses > 0 && wanted.gram())
             add_gram(db, wanted, block);
     }
     return true;
@@ -249,7 +290,8 @@ static int sum_over_nodes(ZELDATA* db, const Wanted& wanted)
     clear_sums(db, wanted);
     if (!shapes_cover_masses(db))
         return 1;
-    NodeBlock block(nodes_in_block(db, wanted.modes), wanted.modes);
+    const int columns = wanted.gram() ? wanted.modes : 0;
+    NodeBlock block(nodes_in_block(db, columns), columns);
     Scratch<char> unreadable(wanted.modes);
     if (!block.complete() || !unreadable.data)
         return no_memory(kModule);

@@ -3,6 +3,8 @@
 #ifndef ZELMEM_H
 #define ZELMEM_H
 
+#include <sys/mman.h>
+
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -39,6 +41,23 @@ template <typename T> T* allocate(int64_t count)
     return static_cast<T*>(std::calloc(size_t(count > 0 ? count : 1), sizeof(T)));
 }
 
+// The same for an array that is going to be filled: a large one lies on huge pages where the system has them, since the
+// page faults of small ones can cost more than what is done with the memory.
+template <typename T> T* allocate_to_fill(int64_t count)
+{
+    constexpr size_t kHuge = size_t(1) << 21;
+    if (!allocation_allowed(count, sizeof(T)))
+        return nullptr;
+    const size_t bytes = size_t(count > 0 ? count : 1) * sizeof(T);
+    if (bytes < kHuge)
+        return static_cast<T*>(std::calloc(bytes, 1));
+    void* array = std::aligned_alloc(kHuge, (bytes + kHuge - 1) / kHuge * kHuge);
+    if (!array)
+        return nullptr;
+    madvise(array, bytes, MADV_HUGEPAGE);
+    return static_cast<T*>(std::memset(array, 0, bytes));
+}
+
 // realloc to `count` elements (at least one). On null the old array is as it was.
 template <typename T> T* reallocate(T* array, int64_t count)
 {
@@ -58,7 +77,7 @@ template <typename T> void discard(T*& array)
 template <typename T> struct Scratch
 {
     T* data;
-    explicit Scratch(int64_t count) : data(allocate<T>(count)) {}
+    explicit Scratch(int64_t count) : data(allocate_to_fill<T>(count)) {}
     ~Scratch() { std::free(static_cast<void*>(data)); }
     Scratch(const Scratch&) = delete;
     Scratch& operator=(const Scratch&) = delete;

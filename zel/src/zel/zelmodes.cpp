@@ -275,6 +275,19 @@ int read_mode_slice(ZELDATA* db, int kind, int mode, int first, int count, doubl
     return 1;
 }
 
+const double* mode_slice(ZELDATA* db, int kind, int mode, int first, int count, double* buffer)
+{
+    const bool in_range = valid_kind(kind) && mode >= 0 && mode < db->mode_count && first >= 0 && count >= 0;
+    if (in_range && own(db).mode_map[kind] && db->mode_factor[kind] == 1.0 &&
+        count <= db->mode_record_nodes[kind] - first)
+    {
+        ++mode_reads;
+        return own(db).mode_map[kind] + db->mode_positions[kind][mode] / int64_t(sizeof(double)) +
+               kComponents * int64_t(first);
+    }
+    return read_mode_slice(db, kind, mode, first, count, buffer) ? buffer : nullptr;
+}
+
 void close_mode_stream(ZELDATA* db, int kind)
 {
     Private& caches = own(db);

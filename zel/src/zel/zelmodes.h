@@ -26,6 +26,10 @@ extern int64_t mode_reads;
 // cannot be read. The position of a ZEL file changes.
 int read_mode_slice(ZELDATA* db, int kind, int mode, int first, int count, double* out);
 
+// The same, but in place where the values lie in memory as they are wanted; else `buffer`, filled. Null when it failed. What
+// it points at holds until vectors are set, streams change or the buffer goes.
+const double* mode_slice(ZELDATA* db, int kind, int mode, int first, int count, double* buffer);
+
 // Opens the temporary file of a kind, unless it is open. 0, with a message, when it cannot be made or the kind's vectors
 // are those of the ZEL file that the database was read from.
 int open_mode_file(ZELDATA* db, int kind);
