@@ -1,7 +1,7 @@
 // Mode vectors on disk. While a body is built they go to a temporary file for each kind, which is reserved at full size,
 // so that a full disk shows at once, and then mapped: setting a vector is a copy into the page cache, in any order of
 // modes and nodes, and the heap holds none of it. Where a file cannot be mapped, values are written and read at their
-// positions. The vectors of a body that was read stay in its ZEL file.
+// positions; so are those of a replacement, which comes and goes in long runs that cost less than the page faults of a map. The vectors of a body that was read stay in its ZEL file.
 #include "zelmodes.h"
 #include "zeldb.h"
 #include "zelfile.h"
@@ -121,7 +121,6 @@ static ModeReplacement::Result make_records(RecordFile& records, NamedFile opene
         return ModeReplacement::kNoMemory;
     for (int mode = 0; mode < modes; ++mode)
         records.positions[mode] = record_bytes * mode;
-    records.map = map_file(file, records.bytes);
     return ModeReplacement::kReady;
 }
 
@@ -218,6 +217,7 @@ int open_mode_file(ZELDATA* db, int kind)
         discard_records(records);
         return 0;
     }
+    records.map = map_file(fileno(records.stream.file), records.bytes);
     adopt(db, kind, records);
     if (kind == ZEL_MODE_SHAPE)
         db->mode_node_count[kind] = db->node_count;
@@ -275,17 +275,31 @@ int read_mode_slice(ZELDATA* db, int kind, int mode, int first, int count, doubl
     return 1;
 }
 
+// Whether vectors can be used where they are mapped.
+static bool usable_in_place(const ZELDATA* db, int kind)
+{
+    return own(db).mode_map[kind] && db->mode_factor[kind] == 1.0;
+}
+
 const double* mode_slice(ZELDATA* db, int kind, int mode, int first, int count, double* buffer)
 {
     const bool in_range = valid_kind(kind) && mode >= 0 && mode < db->mode_count && first >= 0 && count >= 0;
-    if (in_range && own(db).mode_map[kind] && db->mode_factor[kind] == 1.0 &&
-        count <= db->mode_record_nodes[kind] - first)
+    if (in_range && usable_in_place(db, kind) && count <= db->mode_record_nodes[kind] - first)
     {
         ++mode_reads;
         return own(db).mode_map[kind] + db->mode_positions[kind][mode] / int64_t(sizeof(double)) +
                kComponents * int64_t(first);
     }
     return read_mode_slice(db, kind, mode, first, count, buffer) ? buffer : nullptr;
+}
+
+const double* mode_columns(const ZELDATA* db, int kind, int64_t& stride)
+{
+    stride = kComponents * int64_t(db->mode_record_nodes[kind]);
+    if (!usable_in_place(db, kind) || db->mode_record_nodes[kind] < db->mode_node_count[kind])
+        return nullptr;
+    mode_reads += db->mode_count;
+    return own(db).mode_map[kind]; // whose records follow each other
 }
 
 void close_mode_stream(ZELDATA* db, int kind)
@@ -334,7 +348,6 @@ int ModeReplacement::write(int mode, int first, int count, const double* values)
 {
     if (!file_.positions || mode < 0 || mode >= modes_ || first < 0 || count < 0 || count > nodes_ - first)
         return 0;
-    // Not through the map, although there is one: runs this long cost less as writes than the page faults of a new file.
     return write_values(file_.stream.file, nullptr, file_.positions[mode] + kNodeBytes * first, values,
                         kComponents * int64_t(count));
 }

@@ -30,6 +30,10 @@ int read_mode_slice(ZELDATA* db, int kind, int mode, int first, int count, doubl
 // it points at holds until vectors are set, streams change or the buffer goes.
 const double* mode_slice(ZELDATA* db, int kind, int mode, int first, int count, double* buffer);
 
+// All vectors of a kind as the columns of a matrix in memory, `stride` values apart: where they lie there as they are
+// wanted, for all nodes of the kind; else null. It holds as long as mode_slice.
+const double* mode_columns(const ZELDATA* db, int kind, int64_t& stride);
+
 // Opens the temporary file of a kind, unless it is open. 0, with a message, when it cannot be made or the kind's vectors
 // are those of the ZEL file that the database was read from.
 int open_mode_file(ZELDATA* db, int kind);

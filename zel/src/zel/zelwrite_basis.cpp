@@ -8,6 +8,8 @@
 #include "zelwrite.h"
 
 #include <algorithm>
+#include <climits>
+#include <optional>
 
 namespace zel
 {
@@ -147,7 +149,7 @@ static int transform_damping(ZELDATA* db, const Basis& basis, ZELMATRIX& made)
 // ---- Mode vectors -----------------------------------------------------------------------------------------------------
 
 static constexpr int64_t kBlockBytes = 16 << 20; // of old and new vectors together
-static constexpr int64_t kNodeBytes = 6 * sizeof(double);
+static constexpr int64_t kNodeBytes = kComponents * sizeof(double);
 
 static int no_mode_data()
 {
@@ -180,7 +182,7 @@ static int copy_modes(ZELDATA* db, int kind, const Basis& basis, const ScaledPer
 {
     const int nodes = db->mode_node_count[kind];
     const int per_slice = int(std::min<int64_t>(nodes, kBlockBytes / kNodeBytes));
-    Scratch<double> slice(6 * int64_t(per_slice));
+    Scratch<double> slice(kComponents * int64_t(per_slice));
     if (!slice.data)
         return no_memory(kModule);
     for (int i = 0; i < basis.new_count; ++i)
@@ -190,7 +192,7 @@ static int copy_modes(ZELDATA* db, int kind, const Basis& basis, const ScaledPer
             if (!read_mode_slice(db, kind, from.old_of[i], first, count, slice.data))
                 return no_mode_data();
             if (from.multiple[i] != 1.0)
-                for (int64_t value = 0; value < 6 * int64_t(count); ++value)
+                for (int64_t value = 0; value < kComponents * int64_t(count); ++value)
                     slice[value] *= from.multiple[i];
             if (!made.write(i, first, count, slice.data))
                 return disk_full(made);
@@ -198,25 +200,67 @@ static int copy_modes(ZELDATA* db, int kind, const Basis& basis, const ScaledPer
     return 1;
 }
 
-// A block of nodes is gathered as one slice of each old mode, a column each; the product with the basis gives one slice of
-// each new mode. A block is small enough for the processor's caches to help and large enough for long runs in the file.
+namespace
+{
+// Old vectors of a kind, block by block of nodes, as the columns of a matrix: in place, else gathered slice by slice.
+class OldVectors
+{
+public:
+    OldVectors(ZELDATA* db, int kind, int modes)
+        : db_(db), kind_(kind), modes_(modes), in_place_(mode_columns(db, kind, stride_))
+    {
+        if (stride_ > INT_MAX)
+            in_place_ = nullptr;
+    }
+    bool in_place() const { return in_place_; }
+    // Room for a block, if any is needed.
+    bool reserve(int nodes)
+    {
+        gathered_.emplace(in_place_ ? 0 : int64_t(kComponents) * nodes * modes_);
+        return gathered_->data;
+    }
+    // The block, its columns `stride` values apart; null when a vector cannot be read.
+    const double* block(int first, int count, int& stride)
+    {
+        stride = in_place_ ? int(stride_) : kComponents * count;
+        if (in_place_)
+            return in_place_ + int64_t(kComponents) * first;
+        for (int mode = 0; mode < modes_; ++mode)
+            if (!read_mode_slice(db_, kind_, mode, first, count, gathered_->data + int64_t(mode) * stride))
+                return nullptr;
+        return gathered_->data;
+    }
+
+private:
+    ZELDATA* db_;
+    int kind_, modes_;
+    int64_t stride_ = 0;
+    const double* in_place_;
+    std::optional<Scratch<double>> gathered_;
+};
+} // namespace
+
+// The product of a block of nodes of all old modes with the basis gives one slice of each new mode. A block is small enough
+// for the processor's caches to help and large enough for long runs in the file.
 static int multiply_modes(ZELDATA* db, int kind, const Basis& basis, ModeReplacement& made)
 {
     const int nodes = db->mode_node_count[kind], n = basis.old_count, m = basis.new_count;
-    const int64_t fitting = kBlockBytes / (kNodeBytes * (int64_t(n) + m));
+    OldVectors old(db, kind, n);
+    const int64_t columns = int64_t(old.in_place() ? 0 : n) + m;
+    const int64_t fitting = kBlockBytes / (kNodeBytes * std::max<int64_t>(columns, 1));
     const int per_block = int(std::min<int64_t>(nodes, std::max<int64_t>(fitting, 64)));
-    Scratch<double> old(6 * int64_t(per_block) * n), fresh(6 * int64_t(per_block) * m);
-    if (!old.data || !fresh.data)
+    Scratch<double> fresh(kComponents * int64_t(per_block) * m);
+    if (!old.reserve(per_block) || !fresh.data)
         return no_memory(kModule);
     const Progress progress((nodes + per_block - 1) / per_block);
     for (int first = 0; first < nodes; first += per_block)
     {
-        const int count = std::min(per_block, nodes - first);
-        const int rows = 6 * count;
-        for (int k = 0; k < n; ++k)
-            if (!read_mode_slice(db, kind, k, first, count, old.data + int64_t(k) * rows))
-                return no_mode_data();
-        blas::gemm('N', 'N', rows, m, n, 1.0, old.data, rows, basis.vectors, n, 0.0, fresh.data, rows);
+        const int count = std::min(per_block, nodes - first), rows = kComponents * count;
+        int stride = 0;
+        const double* block = old.block(first, count, stride);
+        if (!block)
+            return no_mode_data();
+        blas::gemm('N', 'N', rows, m, n, 1.0, block, stride, basis.vectors, n, 0.0, fresh.data, rows);
         for (int i = 0; i < m; ++i)
             if (!made.write(i, first, count, fresh.data + int64_t(i) * rows))
                 return disk_full(made);

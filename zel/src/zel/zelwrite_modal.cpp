@@ -249,26 +249,27 @@ public:
     VectorSource(Writer& out, int kind)
         : db_(out.db), nodes_(out.mode_nodes[kind]), kind_(kind),
           stored_(has_flag(out.db->content_flags, kVectorKinds[kind].block)),
-          whole_(int64_t(kComponents) * db_->mode_node_count[kind])
+          slice_(int64_t(kComponents) * kSliceNodes), whole_(int64_t(kComponents) * db_->mode_node_count[kind])
     {}
-    bool allocated() const { return whole_.data; }
+    bool allocated() const { return slice_.data && whole_.data; }
     int nodes() const { return nodes_.count; }
 
-    // The values of `count` nodes from place `first` of the list on; a mode is read from its first slice to its last.
-    int read(int mode, int first, int count, double* slice)
+    // The values of `count` nodes, at most kSliceNodes, from place `first` of the list on, until the next call; null when they
+    // cannot be read. A mode is read from its first slice to its last.
+    const double* read(int mode, int first, int count)
     {
         if (stored_ && !nodes_.positions)
-            return read_mode_slice(db_, kind_, mode, first, count, slice);
-        std::memset(slice, 0, size_t(count) * kComponents * sizeof(double));
+            return mode_slice(db_, kind_, mode, first, count, slice_.data);
+        std::memset(slice_.data, 0, size_t(count) * kComponents * sizeof(double));
         if (!stored_)
-            return 1;
+            return slice_.data;
         if (first == 0 && !read_mode_slice(db_, kind_, mode, 0, db_->mode_node_count[kind_], whole_.data))
-            return 0;
+            return nullptr;
         for (int i = 0; i < count; ++i)
             if (const int position = nodes_.positions[first + i]; position >= 0)
-                std::memcpy(slice + kComponents * i, whole_.data + int64_t(kComponents) * position,
+                std::memcpy(slice_.data + kComponents * i, whole_.data + int64_t(kComponents) * position,
                             kComponents * sizeof(double));
-        return 1;
+        return slice_.data;
     }
 
 private:
@@ -276,6 +277,7 @@ private:
     const ModeNodes& nodes_;
     int kind_;
     bool stored_;
+    Scratch<double> slice_;
     Scratch<double> whole_; // a whole vector, where the list picks from it
 };
 } // namespace
@@ -298,7 +300,7 @@ static void record_peaks(Writer& out, int kind, int mode, const Peak peaks[2])
 }
 
 // Copies the vector of an exported mode to the file.
-static int write_vector(Writer& out, int kind, int mode, VectorSource& source, double* slice)
+static int write_vector(Writer& out, int kind, int mode, VectorSource& source)
 {
     const VectorKind& row = kVectorKinds[kind];
     Peak peaks[2];
@@ -306,7 +308,8 @@ static int write_vector(Writer& out, int kind, int mode, VectorSource& source, d
     for (int first = 0; first < source.nodes(); first += kSliceNodes)
     {
         const int nodes = std::min(kSliceNodes, source.nodes() - first);
-        if (!source.read(out.first + mode, first, nodes, slice))
+        const double* slice = source.read(out.first + mode, first, nodes);
+        if (!slice)
             return 0;
         zero = zero && all_zero(slice, kComponents * nodes);
         for (int i = 0; i < 2 && row.finders[i]; ++i)
@@ -327,9 +330,8 @@ int write_mode_vectors(Writer& out, const Block& row)
     ZEL_Info("\n%s info:\n   Modes: %ld\n   Nodes: %ld", kVectorKinds[kind].title, long(out.count), long(nodes.count));
     if (kind == ZEL_MODE_SHAPE)
         ZEL_Info("\nWriting Mode Shapes");
-    Scratch<double> slice(int64_t(kComponents) * kSliceNodes);
     VectorSource source(out, kind);
-    if (!slice.data || !source.allocated())
+    if (!source.allocated())
         return no_memory(kModule);
     if (!put_int(out.file, out.count) || !put_int(out.file, nodes.count) || !put_ints(out.file, nodes.ids, nodes.count))
         return 0;
@@ -337,7 +339,7 @@ int write_mode_vectors(Writer& out, const Block& row)
     {
         if (out.format() != kVersion10 && !put_int(out.file, mode + 1))
             return 0;
-        if (!write_vector(out, kind, mode, source, slice.data))
+        if (!write_vector(out, kind, mode, source))
             return 0;
         out.progress->step();
     }
@@ -411,9 +413,8 @@ static int list_shape_nodes(Writer& out, int kind)
 static int mark_stressed_nodes(Writer& out, int kind, char* stressed)
 {
     const ZELDATA* db = out.db;
-    Scratch<double> slice(int64_t(kComponents) * kSliceNodes);
     VectorSource source(out, kind);
-    if (!slice.data || !source.allocated())
+    if (!source.allocated())
         return no_memory(kModule);
     const int count = source.nodes();
     for (int position = 0; position < count; ++position)
@@ -423,10 +424,11 @@ static int mark_stressed_nodes(Writer& out, int kind, char* stressed)
         for (int first = 0; first < count; first += kSliceNodes)
         {
             const int nodes = std::min(kSliceNodes, count - first);
-            if (!source.read(out.first + mode, first, nodes, slice.data))
+            const double* slice = source.read(out.first + mode, first, nodes);
+            if (!slice)
                 return fail("%s", block_row(kVectorKinds[kind].block).unwritten);
             for (int i = 0; i < nodes; ++i)
-                stressed[first + i] |= char(!all_zero(slice.data + kComponents * i, kComponents));
+                stressed[first + i] |= char(!all_zero(slice + kComponents * i, kComponents));
         }
     return 1;
 }
