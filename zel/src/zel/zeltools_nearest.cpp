@@ -1,16 +1,16 @@
 // Nodes nearest to a point, exactly as a scan over all candidates would find them: by squared distance, equal ones in the
 // order of the candidates, which are the nodes of the table or the interface nodes.
 //
-// Many candidates are put in the order of a Morton curve (G. M. Morton, 1966), in which every cube of an octree is a run;
-// the octree's occupied cubes become a tree of tight bounding boxes. It is built by one sort and one pass, in less than
-// the time of a hundred scans. A box is skipped only when its squared distance is strictly greater than the worst that is
+// Many candidates are sorted into the cells of a grid, which are numbered along a Morton curve (G. M. Morton, 1966): every
+// cube of cells, and so every cube of an octree over the grid, is a run of points. A cell that holds many points gets a
+// grid of its own. The occupied cubes become a tree of tight bounding boxes; most bodies take one counting sort and one
+// pass, about fifty scans. A box is skipped only when its squared distance is strictly greater than the worst that is
 // wanted. Rounding is monotone and products are not contracted, so the distance of a box never exceeds that of a point in
 // it, and ties stay exact.
 #include "zel.h"
 #include "zeldb.h"
 
 #include <algorithm>
-#include <bit>
 #include <cmath>
 #include <limits>
 
@@ -29,13 +29,6 @@ constexpr double kInfinity = std::numeric_limits<double>::infinity();
 struct Box
 {
     double low[3], high[3];
-};
-
-// A point's place on the curve.
-struct Place
-{
-    uint64_t key;
-    int position;
 };
 
 // A candidate by its distance to the point in question.
@@ -61,6 +54,12 @@ struct Candidates
 
 namespace zel
 {
+struct Point
+{
+    double xyz[3];
+    int position; // in the order of the candidates
+};
+
 // A cube of the octree: a run of points and, unless they are few, a run of smaller cubes.
 struct Cube
 {
@@ -73,9 +72,8 @@ struct NearestNodes
 {
     Cube* cubes; // owned; children stand behind their parents
     int cube_count, cube_capacity;
-    double* coordinates; // owned: x, y, z of each point
-    int* positions;      // owned: candidate of each point
-    int queries;         // answered so far, up to kQueriesPerBuild
+    Point* points; // owned
+    int queries;   // answered so far, up to kQueriesPerBuild
 };
 } // namespace zel
 
@@ -84,8 +82,7 @@ static void discard_tree(NearestNodes*& tree)
     if (!tree)
         return;
     discard(tree->cubes);
-    discard(tree->coordinates);
-    discard(tree->positions);
+    discard(tree->points);
     discard(tree);
 }
 
@@ -103,16 +100,41 @@ void zel::nodes_changed(ZELDATA* db)
 
 // ---- Building ----------------------------------------------------------------------------------------------------------
 
-// Moves the low 21 bits of a number to every third bit.
-static uint64_t spread(uint64_t bits)
+namespace
 {
-    bits &= 0x1fffff;
-    bits = (bits | bits << 32) & 0x001f00000000ffff;
-    bits = (bits | bits << 16) & 0x001f0000ff0000ff;
-    bits = (bits | bits << 8) & 0x100f00f00f00f00f;
-    bits = (bits | bits << 4) & 0x10c30c30c30c30c3;
-    return (bits | bits << 2) & 0x1249249249249249;
-}
+constexpr int kMaxLevels = 5;                    // of a grid: 2^5 cells along an edge
+constexpr int kMaxCells = 1 << (3 * kMaxLevels); // of a grid
+constexpr int kCellPoints = kLeaf / 2;           // that a cell is meant to hold
+constexpr int kSpread[1 << kMaxLevels] = {       // the bits of a number, each moved to every third place
+    0x0000, 0x0001, 0x0008, 0x0009, 0x0040, 0x0041, 0x0048, 0x0049, 0x0200, 0x0201, 0x0208,
+    0x0209, 0x0240, 0x0241, 0x0248, 0x0249, 0x1000, 0x1001, 0x1008, 0x1009, 0x1040, 0x1041,
+    0x1048, 0x1049, 0x1200, 0x1201, 0x1208, 0x1209, 0x1240, 0x1241, 0x1248, 0x1249};
+
+constexpr Box kEmptyBox = {{kInfinity, kInfinity, kInfinity}, {-kInfinity, -kInfinity, -kInfinity}};
+
+// Cubic cells over the bounding box of some points, 2^levels along its longest edge.
+struct Grid
+{
+    double low[3];
+    double scale; // cells a length
+    int levels, cells;
+    int cell_of(const Point& point) const
+    {
+        const double last = (1 << levels) - 1;
+        int cell = 0;
+        for (int axis = 0; axis < 3; ++axis)
+            cell |= kSpread[int(std::min((point.xyz[axis] - low[axis]) * scale, last))] << axis;
+        return cell;
+    }
+};
+
+struct Builder
+{
+    NearestNodes& tree;
+    Scratch<uint16_t> cell_of_point;
+    Scratch<int> ends; // behind the last point of each cell
+};
+} // namespace
 
 static void enlarge(Box& box, const double low[3], const double high[3])
 {
@@ -123,54 +145,41 @@ static void enlarge(Box& box, const double low[3], const double high[3])
     }
 }
 
-static constexpr Box kEmptyBox = {{kInfinity, kInfinity, kInfinity}, {-kInfinity, -kInfinity, -kInfinity}};
-
-// Places on the curve through the bounding cube of all candidates; false when a coordinate or the cube is not finite.
-static bool place_on_curve(const Candidates& from, Scratch<Place>& places)
+// A grid whose scale is not finite cannot tell the points apart.
+template <typename PointAt> static Grid grid_over(const PointAt& point_at, int points)
 {
-    constexpr double kCells = 2097151.0; // along an edge of the cube
-    Box all = kEmptyBox;
-    for (int position = 0; position < from.count; ++position)
+    Box box = kEmptyBox;
+    for (int i = 0; i < points; ++i)
     {
-        const ZELNODE& node = from.nodes[from.node(position)];
-        if (!std::isfinite(node.x) || !std::isfinite(node.y) || !std::isfinite(node.z))
-            return false;
-        const double point[3] = {node.x, node.y, node.z};
-        enlarge(all, point, point);
+        const Point point = point_at(i);
+        enlarge(box, point.xyz, point.xyz);
     }
-    const double edge = std::max({all.high[0] - all.low[0], all.high[1] - all.low[1], all.high[2] - all.low[2]});
-    if (!std::isfinite(edge))
-        return false;
-    const double scale = std::isfinite(kCells / edge) ? kCells / edge : 0.0;
-    for (int position = 0; position < from.count; ++position)
-    {
-        const ZELNODE& node = from.nodes[from.node(position)];
-        const double point[3] = {node.x, node.y, node.z};
-        uint64_t key = 0;
-        for (int axis = 0; axis < 3; ++axis)
-            key |= spread(uint64_t(std::min((point[axis] - all.low[axis]) * scale, kCells))) << axis;
-        places[position] = {key, position};
-    }
-    return true;
+    Grid grid = {{box.low[0], box.low[1], box.low[2]}, 0.0, 1, 8};
+    for (; grid.levels < kMaxLevels && grid.cells < points / kCellPoints; ++grid.levels)
+        grid.cells *= 8;
+    grid.scale =
+        (1 << grid.levels) / std::max({box.high[0] - box.low[0], box.high[1] - box.low[1], box.high[2] - box.low[2]});
+    return grid;
 }
 
-// Stable radix sort by key, 11 bits a pass.
-static void sort_places(Scratch<Place>& places, Scratch<Place>& other, int count)
+// Puts points into `sorted` by the cells of the grid; where that cannot tell them apart, evenly as they come.
+template <typename PointAt>
+static void sort_into_cells(Builder& builder, const Grid& grid, const PointAt& point_at, int points, Point* sorted)
 {
-    constexpr int kDigitBits = 11, kDigits = 1 << kDigitBits, kKeyBits = 63;
-    const auto digit_of = [](const Place& place, int shift) { return int(place.key >> shift) & (kDigits - 1); };
-    for (int shift = 0; shift < kKeyBits; shift += kDigitBits)
+    int* starts = builder.ends.data;
+    std::fill(starts, starts + grid.cells, 0);
+    const bool even = !std::isfinite(grid.scale);
+    for (int i = 0; i < points; ++i)
     {
-        int starts[kDigits] = {};
-        for (int i = 0; i < count; ++i)
-            ++starts[digit_of(places[i], shift)];
-        int start = 0;
-        for (int& digit : starts)
-            start += std::exchange(digit, start);
-        for (int i = 0; i < count; ++i)
-            other[starts[digit_of(places[i], shift)]++] = places[i];
-        std::swap(places.data, other.data);
+        const int cell = even ? int(int64_t(i) * grid.cells / points) : grid.cell_of(point_at(i));
+        builder.cell_of_point[i] = uint16_t(cell);
+        ++starts[cell];
     }
+    int start = 0;
+    for (int cell = 0; cell < grid.cells; ++cell)
+        start += std::exchange(starts[cell], start);
+    for (int i = 0; i < points; ++i)
+        sorted[starts[builder.cell_of_point[i]]++] = point_at(i);
 }
 
 static bool append_cube(NearestNodes& tree, int first_point, int points)
@@ -182,34 +191,64 @@ static bool append_cube(NearestNodes& tree, int first_point, int points)
     return true;
 }
 
-// Behind the points from `first` on that lie in the same child of a cube. The keys of the points before `last` differ in
-// the three bits at `shift` and below; points in one cell of the curve are divided evenly instead.
-static int end_of_child(const Scratch<Place>& places, int first, int last, int shift, int even_share)
+// Divides a cube into the occupied ones of its eight parts, and these in turn. The cube has `cells` cells of the grid from
+// `first_cell` on, whose points begin at `grid_point`. A single cell is left as it is. False when memory is short.
+static bool add_children(Builder& builder, int cube, int first_cell, int cells, int grid_point)
 {
-    if (shift < 0)
-        return std::min(last, first + even_share);
-    const uint64_t digit = places[first].key >> shift;
-    const auto in_child = [=](const Place& place) { return place.key >> shift == digit; };
-    return int(std::partition_point(places.data + first, places.data + last, in_child) - places.data);
-}
-
-// Divides a cube of many points; false when memory is short.
-static bool divide(NearestNodes& tree, int cube, const Scratch<Place>& places)
-{
-    const int first = tree.cubes[cube].first_point, last = first + tree.cubes[cube].points;
-    if (last - first <= kLeaf)
+    NearestNodes& tree = builder.tree;
+    if (tree.cubes[cube].points <= kLeaf || cells == 1)
         return true;
-    const int differing_bits = 64 - std::countl_zero(places[first].key ^ places[last - 1].key);
-    const int shift = differing_bits == 0 ? -1 : (differing_bits - 1) / 3 * 3;
-    const int even_share = (last - first + kChildren - 1) / kChildren;
-    tree.cubes[cube].first_child = tree.cube_count;
-    for (int begin = first; begin < last;)
+    const int part = cells / kChildren, first_child = tree.cube_count;
+    int begin = tree.cubes[cube].first_point, cell_of_child[kChildren];
+    for (int cell = first_cell; cell < first_cell + cells; cell += part)
     {
-        const int end = end_of_child(places, begin, last, shift, even_share);
+        const int end = grid_point + builder.ends[cell + part - 1];
+        if (end == begin)
+            continue;
+        cell_of_child[tree.cube_count - first_child] = cell;
         if (!append_cube(tree, begin, end - begin))
             return false;
-        ++tree.cubes[cube].children;
         begin = end;
+    }
+    const int children = tree.cube_count - first_child;
+    tree.cubes[cube].first_child = first_child;
+    tree.cubes[cube].children = children;
+    for (int child = 0; child < children; ++child)
+        if (!add_children(builder, first_child + child, cell_of_child[child], part, grid_point))
+            return false;
+    return true;
+}
+
+// Divides a cube of many points, which `point_at` yields, over a grid of its own.
+template <typename PointAt> static bool divide(Builder& builder, int cube, const Grid& grid, const PointAt& point_at)
+{
+    const int first = builder.tree.cubes[cube].first_point;
+    sort_into_cells(builder, grid, point_at, builder.tree.cubes[cube].points, builder.tree.points + first);
+    return add_children(builder, cube, 0, grid.cells, first);
+}
+
+// Divides what is still too large. The largest cell of the first grid bounds the room that this takes.
+static bool divide_cells(Builder& builder)
+{
+    NearestNodes& tree = builder.tree;
+    int largest = 0;
+    for (int cube = 0; cube < tree.cube_count; ++cube)
+        if (tree.cubes[cube].children == 0)
+            largest = std::max(largest, tree.cubes[cube].points);
+    if (largest <= kLeaf)
+        return true;
+    Scratch<Point> copy(largest);
+    if (!copy.data)
+        return false;
+    const auto copied = [&](int i) { return copy[i]; };
+    for (int cube = 0; cube < tree.cube_count; ++cube)
+    {
+        const Cube now = tree.cubes[cube];
+        if (now.children > 0 || now.points <= kLeaf)
+            continue;
+        std::copy_n(tree.points + now.first_point, now.points, copy.data);
+        if (!divide(builder, cube, grid_over(copied, now.points), copied))
+            return false;
     }
     return true;
 }
@@ -223,19 +262,40 @@ static void bound(NearestNodes& tree, Cube& cube)
     }
     for (int i = 0; cube.children == 0 && i < cube.points; ++i)
     {
-        const double* point = tree.coordinates + 3 * int64_t(cube.first_point + i);
-        enlarge(cube.box, point, point);
+        const Point& point = tree.points[cube.first_point + i];
+        enlarge(cube.box, point.xyz, point.xyz);
     }
 }
 
-static bool build_cubes(NearestNodes& tree, const Scratch<Place>& places, int count)
+// Whether all coordinates, and the extent of the whole, are finite.
+static bool fits_into_a_tree(const Candidates& from)
 {
-    if (!append_cube(tree, 0, count))
+    Box all = kEmptyBox;
+    bool finite = true;
+    for (int position = 0; position < from.count; ++position)
+    {
+        const ZELNODE& node = from.nodes[from.node(position)];
+        const double point[3] = {node.x, node.y, node.z};
+        finite = finite && std::isfinite(node.x + node.y + node.z);
+        enlarge(all, point, point);
+    }
+    return finite && std::isfinite(all.high[0] - all.low[0]) && std::isfinite(all.high[1] - all.low[1]) &&
+           std::isfinite(all.high[2] - all.low[2]);
+}
+
+static bool fill_tree(NearestNodes& tree, const Candidates& from)
+{
+    Builder builder = {tree, Scratch<uint16_t>(from.count), Scratch<int>(kMaxCells)};
+    tree.points = allocate_to_fill<Point>(from.count);
+    if (!builder.cell_of_point.data || !builder.ends.data || !tree.points || !append_cube(tree, 0, from.count))
         return false;
-    for (int cube = 0; cube < tree.cube_count; ++cube)
-        if (!divide(tree, cube, places))
-            return false;
-    for (int cube = tree.cube_count - 1; cube >= 0; --cube)
+    const auto candidate = [&](int position) {
+        const ZELNODE& node = from.nodes[from.node(position)];
+        return Point{{node.x, node.y, node.z}, position};
+    };
+    if (!divide(builder, 0, grid_over(candidate, from.count), candidate) || !divide_cells(builder))
+        return false;
+    for (int cube = tree.cube_count - 1; cube >= 0; --cube) // children stand behind their parents
         bound(tree, tree.cubes[cube]);
     return true;
 }
@@ -243,30 +303,8 @@ static bool build_cubes(NearestNodes& tree, const Scratch<Place>& places, int co
 // Null when memory is short or the candidates do not fit into a tree: they must be scanned.
 static NearestNodes* build_tree(const Candidates& from)
 {
-    Scratch<Place> places(from.count), other(from.count);
-    NearestNodes* tree = allocate<NearestNodes>(1);
-    bool complete = tree && places.data && other.data && place_on_curve(from, places);
-    if (complete)
-    {
-        tree->coordinates = allocate<double>(3 * int64_t(from.count));
-        tree->positions = allocate<int>(from.count);
-        complete = tree->coordinates && tree->positions;
-    }
-    if (complete)
-    {
-        sort_places(places, other, from.count);
-        for (int i = 0; i < from.count; ++i)
-        {
-            const ZELNODE& node = from.nodes[from.node(places[i].position)];
-            double* point = tree->coordinates + 3 * int64_t(i);
-            point[0] = node.x;
-            point[1] = node.y;
-            point[2] = node.z;
-            tree->positions[i] = places[i].position;
-        }
-        complete = build_cubes(*tree, places, from.count);
-    }
-    if (!complete)
+    NearestNodes* tree = fits_into_a_tree(from) ? allocate<NearestNodes>(1) : nullptr;
+    if (tree && !fill_tree(*tree, from))
         discard_tree(tree);
     return tree;
 }
@@ -329,11 +367,11 @@ static void search_points(const NearestNodes& tree, const Cube& cube, const doub
 {
     for (int i = cube.first_point; i < cube.first_point + cube.points; ++i)
     {
-        const double* xyz = tree.coordinates + 3 * int64_t(i);
+        const double* xyz = tree.points[i].xyz;
         const double dx = xyz[0] - point[0], dy = xyz[1] - point[1], dz = xyz[2] - point[2];
         const double squared = dx * dx + dy * dy + dz * dz;
         if (squared <= keeper.bound())
-            keeper.offer({squared, tree.positions[i]});
+            keeper.offer({squared, tree.points[i].position});
     }
 }
 
