@@ -86,7 +86,7 @@ static void add_cases(Values<Item>& values, const std::string& items, xdrproc_t 
 int main(int argc, char** argv)
 {
     bench::start(argc, argv);
-    const int passes = bench::argument(argc, argv, 1, 5);
+    const int passes = bench::argument(argc, argv, 1, 15);
     Values<double> doubles;
     Values<float> floats;
     add_cases(doubles, "doubles", reinterpret_cast<xdrproc_t>(xdr_double), passes);

@@ -1,6 +1,7 @@
 # What the library stands on: XDR from libtirpc, BLAS and LAPACK with OpenBLAS preferred (a reference BLAS is many times
 # slower in the dense steps).
 find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
 pkg_check_modules(TIRPC REQUIRED IMPORTED_TARGET libtirpc)
 
 set(BLA_VENDOR OpenBLAS)

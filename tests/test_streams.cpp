@@ -77,8 +77,10 @@ std::vector<double> awkward_reals(size_t count)
     return reals;
 }
 
-// Around the size of a block of doubles and of one of floats or integers.
-const size_t kLengths[] = {0, 1, 9, 131071, 131072, 131073, 262143, 262144, 262145, 400001};
+// Around the size of a block of doubles and of one of floats or integers, and around the runs that two threads share.
+const size_t kLengths[] = {0,      1,      9,      131071, 131072,  131073,  262143,
+                           262144, 262145, 524287, 524288, 1048575, 1048576, 1500001};
+constexpr int64_t kSharedRun = 1100003; // shared by two threads in every encoding
 } // namespace
 
 TEST(Streams, BulkEncodingGivesTheBytesOfLibtirpc)
@@ -103,7 +105,7 @@ TEST(Streams, BulkEncodingGivesTheBytesOfLibtirpc)
 
 TEST(Streams, EveryEncodingGivesBackWhatWasPut)
 {
-    const std::vector<double> reals = awkward_reals(300000);
+    const std::vector<double> reals = awkward_reals(size_t(kSharedRun));
     for (const bool xdr : {false, true})
         for (const bool double_precision : {false, true})
         {
@@ -111,16 +113,16 @@ TEST(Streams, EveryEncodingGivesBackWhatWasPut)
             const int32_t ints[] = {1, -2, INT32_MIN, INT32_MAX};
             const char text[] = {'A', '\0', char(0xE9), 'z'};
             ASSERT_TRUE(put_int(out.stream, -77) && put_text(out.stream, text, 4));
-            ASSERT_TRUE(put_reals(out.stream, reals.data(), 300000) && put_ints(out.stream, ints, 4));
+            ASSERT_TRUE(put_reals(out.stream, reals.data(), kSharedRun) && put_ints(out.stream, ints, 4));
             const std::string bytes = out.bytes();
-            EXPECT_EQ(bytes.size(), 4u + 4u * (xdr ? 4 : 1) + 300000u * (double_precision ? 8 : 4) + 16u);
+            EXPECT_EQ(bytes.size(), 4u + 4u * (xdr ? 4 : 1) + uint64_t(kSharedRun) * (double_precision ? 8 : 4) + 16u);
             in.fill(bytes);
 
             int32_t value = 0, ints_back[4] = {};
             char text_back[4] = {};
             std::vector<double> back(reals.size());
             ASSERT_TRUE(get_int(in.stream, value) && get_text(in.stream, text_back, 4));
-            ASSERT_TRUE(get_reals(in.stream, back.data(), 300000) && get_ints(in.stream, ints_back, 4));
+            ASSERT_TRUE(get_reals(in.stream, back.data(), kSharedRun) && get_ints(in.stream, ints_back, 4));
             EXPECT_EQ(value, -77);
             EXPECT_EQ(std::string(text_back, 4), std::string(text, 4));
             EXPECT_EQ(std::vector<int32_t>(ints_back, ints_back + 4), std::vector<int32_t>(ints, ints + 4));
@@ -133,6 +135,28 @@ TEST(Streams, EveryEncodingGivesBackWhatWasPut)
             EXPECT_TRUE(get_ints(in.stream, ints_back, 0));
             EXPECT_FALSE(get_reals(in.stream, back.data(), 1));
         }
+}
+
+TEST(Streams, LongRunsFailOnAFullDeviceOrACutFile)
+{
+    const std::vector<double> reals = awkward_reals(size_t(kSharedRun));
+    std::vector<double> back(reals.size());
+    for (const bool double_precision : {false, true})
+    {
+        OpenStream out(true, double_precision, true), in(true, double_precision, false),
+            full(true, double_precision, true);
+        ASSERT_TRUE(put_reals(out.stream, reals.data(), kSharedRun));
+        const std::string whole = out.bytes();
+        for (const size_t left : {whole.size() / 3, whole.size() - 1}) // cut in the first half, in the second
+        {
+            ASSERT_EQ(ftruncate(fileno(in.stream.file), 0), 0);
+            FileSeek_Win32(in.stream.file, 0, 0);
+            in.fill(whole.substr(0, left));
+            EXPECT_FALSE(get_reals(in.stream, back.data(), kSharedRun));
+        }
+        full.stream.file = std::freopen("/dev/full", "wb", full.stream.file);
+        EXPECT_FALSE(put_reals(full.stream, reals.data(), kSharedRun));
+    }
 }
 
 TEST(Streams, PortableCharactersAreSignExtendedWords)

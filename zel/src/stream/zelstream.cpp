@@ -4,10 +4,16 @@
 
 #include <rpc/xdr.h>
 
+#include <unistd.h>
+
+#include <algorithm>
 #include <bit>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
+#include <thread>
 #include <type_traits>
 
 static_assert(sizeof(int) == 4 && sizeof(float) == 4 && sizeof(double) == 8, "item widths of a file");
@@ -16,10 +22,11 @@ static_assert(std::endian::native == std::endian::little, "XDR items are swapped
 namespace
 {
 constexpr int64_t kBlockBytes = 1024 * 1024;
+constexpr int64_t kSharedBytes = 4 * 1024 * 1024; // a run of so many takes two threads
 } // namespace
 
-// The block that is being encoded or decoded. One for the process, which uses the library from one thread at a time.
-alignas(64) static unsigned char block[kBlockBytes];
+// The blocks that are being encoded or decoded. For the whole process, which uses the library from one thread at a time.
+alignas(64) static unsigned char blocks[2][kBlockBytes];
 
 static uint32_t swapped(uint32_t word)
 {
@@ -74,23 +81,25 @@ template <typename Word> static void swap_words(unsigned char* bytes, int64_t co
 
 template <typename Item> using WordOf = std::conditional_t<sizeof(Item) == 8, uint64_t, uint32_t>;
 
-// Puts `count` values into the block as items of type Item.
-template <typename Item, bool swap, typename Value> static void fill_block(const Value* values, int64_t count)
+// Puts `count` values into a block as items of type Item.
+template <typename Item, bool swap, typename Value>
+static void fill_block(unsigned char* block, const Value* values, int64_t count)
 {
     run_wide([=]() ZEL_ALWAYS_INLINE {
+        unsigned char* const to = block;
         const Value* const from = values;
         const int64_t items = count;
         for (int64_t i = 0; i < items; ++i)
         {
             WordOf<Item> word = std::bit_cast<WordOf<Item>>(static_cast<Item>(from[i]));
             word = swap ? swapped(word) : word;
-            std::memcpy(block + i * int64_t(sizeof word), &word, sizeof word);
+            std::memcpy(to + i * int64_t(sizeof word), &word, sizeof word);
         }
     });
 }
 
-// Takes `count` floats from the block.
-template <bool swap> static void widen_block(double* values, int64_t count)
+// Takes `count` floats from a block.
+template <bool swap> static void widen_block(double* values, const unsigned char* block, int64_t count)
 {
     run_wide([=]() ZEL_ALWAYS_INLINE {
         for (int64_t i = 0; i < count; ++i)
@@ -102,25 +111,99 @@ template <bool swap> static void widen_block(double* values, int64_t count)
     });
 }
 
+namespace
+{
+// A place in a file at which one thread is at work while another is elsewhere in the file.
+class Place
+{
+public:
+    Place(FILE* file, int64_t position) : file_(fileno(file)), position_(position) {}
+    bool write(const unsigned char* bytes, int64_t count) { return move(pwrite, bytes, count); }
+    bool read(unsigned char* bytes, int64_t count) { return move(pread, bytes, count); }
+
+private:
+    int file_;
+    int64_t position_;
+    template <typename Call, typename Byte> bool move(const Call& call, Byte* bytes, int64_t count)
+    {
+        while (count > 0)
+        {
+            const ssize_t moved = call(file_, bytes, size_t(count), position_);
+            if (moved < 0 && errno == EINTR)
+                continue;
+            if (moved <= 0)
+                return false;
+            bytes += moved;
+            count -= moved;
+            position_ += moved;
+        }
+        return true;
+    }
+};
+
+// The place of the stream itself, through its buffer.
+struct OwnPlace
+{
+    FILE* file;
+    bool write(const unsigned char* bytes, int64_t count)
+    {
+        return std::fwrite(bytes, 1, size_t(count), file) == size_t(count);
+    }
+    bool read(unsigned char* bytes, int64_t count)
+    {
+        return std::fread(bytes, 1, size_t(count), file) == size_t(count);
+    }
+};
+} // namespace
+
+// Moves `count` items from `first` on, each block of them with `move(place, block, first, items)`.
+template <typename At, typename Move> static bool move_blocks(At place, unsigned char* block, int64_t first,
+                                                              int64_t count, int64_t item_bytes, const Move& move)
+{
+    const int64_t per_block = kBlockBytes / item_bytes;
+    for (const int64_t end = first + count; first < end; first += per_block)
+        if (!move(place, block, first, std::min(per_block, end - first)))
+            return false;
+    return true;
+}
+
+// Moves a whole run. A long one goes in two halves, each by a thread of its own: while one waits for the file or for
+// memory the other converts.
+template <typename Move> static int move_run(FILE* file, int64_t count, int64_t item_bytes, const Move& move)
+{
+    int64_t start = -1;
+    if (count * item_bytes < kSharedBytes || std::fflush(file) != 0 || (start = ftello(file)) < 0)
+        return move_blocks(OwnPlace{file}, blocks[0], 0, count, item_bytes, move);
+    const int64_t half = count / 2;
+    bool moved = false;
+    const auto move_half = [&] { moved = move_blocks(Place(file, start), blocks[0], 0, half, item_bytes, move); };
+    std::thread helper;
+    try
+    {
+        helper = std::thread(move_half);
+    }
+    catch (const std::exception&)
+    {
+        move_half(); // no thread to be had
+    }
+    const Place middle(file, start + half * item_bytes);
+    const bool rest = move_blocks(middle, blocks[1], half, count - half, item_bytes, move);
+    if (helper.joinable())
+        helper.join();
+    return moved && rest && fseeko(file, start + count * item_bytes, SEEK_SET) == 0;
+}
+
 // Writes `count` values as items of type Item, block by block.
 template <typename Item, typename Value> static int put_run(ZELSTREAM& out, const Value* values, int64_t count)
 {
     if (!out.xdr && std::is_same_v<Item, Value>)
         return std::fwrite(values, sizeof(Item), size_t(count), out.file) == size_t(count);
-    constexpr int64_t per_block = kBlockBytes / int64_t(sizeof(Item));
-    while (count > 0)
-    {
-        const int64_t items = count < per_block ? count : per_block;
-        if (out.xdr)
-            fill_block<Item, true>(values, items);
-        else
-            fill_block<Item, false>(values, items);
-        if (std::fwrite(block, sizeof(Item), size_t(items), out.file) != size_t(items))
-            return 0;
-        values += items;
-        count -= items;
-    }
-    return 1;
+    const auto fill = out.xdr ? fill_block<Item, true, Value> : fill_block<Item, false, Value>;
+    return move_run(out.file, count, sizeof(Item),
+                    [=](auto& place, unsigned char* block, int64_t first, int64_t items) {
+                        fill(block, values + first, items);
+                        return place.write(block, items * int64_t(sizeof(Item)));
+                    });
 }
 
 // Reads `count` items whose width is that of Value straight into place, swapping each block while it is in the cache.
@@ -129,36 +212,26 @@ template <typename Word, typename Value> static int get_run_in_place(ZELSTREAM& 
     static_assert(sizeof(Word) == sizeof(Value));
     if (!in.xdr)
         return std::fread(values, sizeof(Value), size_t(count), in.file) == size_t(count);
-    constexpr int64_t per_block = kBlockBytes / int64_t(sizeof(Word));
-    while (count > 0)
-    {
-        const int64_t items = count < per_block ? count : per_block;
-        if (std::fread(values, sizeof(Value), size_t(items), in.file) != size_t(items))
-            return 0;
-        swap_words<Word>(reinterpret_cast<unsigned char*>(values), items);
-        values += items;
-        count -= items;
-    }
-    return 1;
+    return move_run(in.file, count, sizeof(Value), [=](auto& place, unsigned char*, int64_t first, int64_t items) {
+        unsigned char* const bytes = reinterpret_cast<unsigned char*>(values + first);
+        if (!place.read(bytes, items * int64_t(sizeof(Word))))
+            return false;
+        swap_words<Word>(bytes, items);
+        return true;
+    });
 }
 
 // Reads `count` floats and widens them.
 static int get_widened(ZELSTREAM& in, double* values, int64_t count)
 {
-    constexpr int64_t per_block = kBlockBytes / int64_t(sizeof(float));
-    while (count > 0)
-    {
-        const int64_t items = count < per_block ? count : per_block;
-        if (std::fread(block, sizeof(float), size_t(items), in.file) != size_t(items))
-            return 0;
-        if (in.xdr)
-            widen_block<true>(values, items);
-        else
-            widen_block<false>(values, items);
-        values += items;
-        count -= items;
-    }
-    return 1;
+    const auto widen = in.xdr ? widen_block<true> : widen_block<false>;
+    return move_run(in.file, count, sizeof(float),
+                    [=](auto& place, unsigned char* block, int64_t first, int64_t items) {
+                        if (!place.read(block, items * int64_t(sizeof(float))))
+                            return false;
+                        widen(values + first, block, items);
+                        return true;
+                    });
 }
 
 namespace zel
