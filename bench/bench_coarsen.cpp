@@ -157,7 +157,7 @@ int main(int argc, char** argv)
     // Memory that was freed stays with the process, for both alike: the kernel's time for pages is not what is compared.
     mallopt(M_MMAP_THRESHOLD, 1 << 30);
     mallopt(M_TRIM_THRESHOLD, 1 << 30);
-    const int passes = bench::argument(argc, argv, 1, 5);
+    const int passes = bench::argument(argc, argv, 1, 15);
     const Mesh torus = make_torus();
     ZELDATA* db = ZEL_Create(0, 0);
     for (size_t i = 0; i < torus.points.size(); i += 3)

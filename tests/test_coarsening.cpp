@@ -1,4 +1,5 @@
 // Coarsening of the face mesh: bodies stay closed, kept nodes stay, flat sides become single faces, messages.
+#include "deck.h"
 #include "fixtures.h"
 #include "zelmem.h"
 
@@ -227,6 +228,34 @@ TEST_F(Coarsening, KeepsTheSkinsOfAPlateApartAndItsInterfaceNodes)
             EXPECT_EQ(nodes.count(db->interface_nodes[i]), 1u);
         // Cells are up to 1500 times as thick as the plate. Asked nodes beside the rim draw parts of the rim inwards.
         EXPECT_NEAR(volume(), 9.0, asked ? 1.5 : 1e-9) << angle;
+    });
+}
+
+// Two bores, pockets and fillets, with mid-side nodes on every edge.
+TEST_F(Coarsening, KeepsTheSkinOfAConnectingRodClosed)
+{
+    const zel_import::Deck deck = zel_import::read_deck(ZEL_SOURCE "/examples/ccx/rod.inp");
+    const std::vector<int>& bore = deck.node_sets.at("LARGE");
+    const auto build = [&] {
+        for (const auto& node : deck.mesh.nodes)
+            add_node(node.at[0], node.at[1], node.at[2]);
+        for (const auto& face : zel_import::skin(deck.mesh))
+            add_face(face);
+        ASSERT_TRUE(ZEL_SetInterfaceNode(db, deck.find_node(bore[0]) + 1));
+    };
+    build();
+    const double whole = volume();
+    const size_t faces_before = faces().size();
+    for_all_settings(build, [&](double resolution, double angle, bool) {
+        EXPECT_EQ(face_nodes().count(db->interface_nodes[0]), 1u);
+        if (resolution <= 4.0 && angle <= 20.0)
+        {
+            EXPECT_NEAR(volume(), whole, 0.05 * whole);
+        }
+        if (resolution >= 4.0)
+        {
+            EXPECT_LT(faces().size(), faces_before / 2);
+        }
     });
 }
 
