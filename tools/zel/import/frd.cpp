@@ -224,7 +224,8 @@ FrdFile FrdReader::read()
             skip_elements();
         else if (columns(0, 7) == "100CL")
             read_result();
-        ended = head == "9999";
+        else
+            ended = head == "9999";
     }
     if (!ended)
         reader_.fail("the file is cut off: its last line is missing");

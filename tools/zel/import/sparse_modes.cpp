@@ -247,8 +247,9 @@ Index Lanczos::step(Index count)
         restart(std::min(expanded_, count + block_));
     const MatrixXd image = shifted_.solve(mass_basis_.middleCols(rigid_ + expanded_, block_));
     const Index size = expanded_ + block_;
-    projected_.block(0, expanded_, size, newest) = inner_products(mass_basis_.middleCols(rigid_, size), image);
-    projected_.block(expanded_, 0, newest, size) = projected_.block(0, expanded_, size, newest).transpose();
+    const MatrixXd products = inner_products(mass_basis_.middleCols(rigid_, size), image);
+    projected_.block(0, expanded_, size, newest) = products;
+    projected_.block(expanded_, 0, newest, size) = products.transpose();
     append(image);
     const Eigen::SelfAdjointEigenSolver<MatrixXd> ritz(projected_.topLeftCorner(size, size));
     ritz_values_ = ritz.eigenvalues();
