@@ -13,13 +13,14 @@ endif()
 message(STATUS "BLAS and LAPACK: ${LAPACK_LIBRARIES} ${BLAS_LIBRARIES}")
 
 
-# Of the command: arguments and JSON; for imports dense and sparse algebra and compressed input. CHOLMOD comes without a
+# Of the command: arguments and JSON; for imports dense and sparse algebra, Lanczos and compressed input. CHOLMOD comes without a
 # CMake package.
 if(ZEL_TOOLS)
   find_package(CLI11 REQUIRED)
   find_package(nlohmann_json REQUIRED)
   find_package(Eigen3 REQUIRED NO_MODULE)
   find_package(ZLIB REQUIRED)
+  pkg_check_modules(ARPACK REQUIRED IMPORTED_TARGET arpack)
   find_path(CHOLMOD_INCLUDE_DIR cholmod.h PATH_SUFFIXES suitesparse REQUIRED)
   find_library(CHOLMOD_LIBRARY cholmod REQUIRED)
   add_library(SuiteSparse::cholmod UNKNOWN IMPORTED)

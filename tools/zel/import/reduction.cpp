@@ -298,8 +298,8 @@ Reduction reduce_craig_bampton(const Model& model, int mode_count, PhaseLog& log
     log.begin("constraint modes");
     const MatrixXd constraint = factor.solve(-k.coupling); // of the interior, under unit motions of the reference nodes
     log.begin("fixed-interface modes");
-    const Eigenmodes fixed = lowest_modes(k.interior, m.interior, factor, MatrixXd(split.interior_count, 0), mode_count,
-                                          [&](double share) { log.advance(share); });
+    const Eigenmodes fixed =
+        lowest_modes(k.interior, m.interior, factor, MatrixXd(split.interior_count, 0), mode_count);
     log.begin("generalized matrices");
     const MatrixXd inertia = times(m.interior, constraint) + m.coupling;
     Reduction reduction;
@@ -375,8 +375,7 @@ Reduction reduce_free(const Model& model, int mode_count, PhaseLog& log)
     log.begin("factor the shifted stiffness matrix");
     const Cholesky factor(SparseMatrix(k - shift * m));
     log.begin("free-free modes");
-    const Eigenmodes flexible =
-        lowest_modes(k, m, factor, rigid, mode_count, [&](double share) { log.advance(share); });
+    const Eigenmodes flexible = lowest_modes(k, m, factor, rigid, mode_count);
     Reduction reduction;
     reduction.factor_bytes = factor.factor_bytes();
     reduction.motion.resize(rigid.rows(), 6 + mode_count);

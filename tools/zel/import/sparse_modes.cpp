@@ -1,16 +1,16 @@
-// Block Lanczos on the shifted and inverted pencil (Grimes, Lewis and Simon, SIAM J. Matrix Anal. Appl. 15, 1994) with full
-// orthogonalisation, and thick restarts (Wu and Simon, same journal 22, 2000) where the basis would grow too large. Solving
-// for four vectors at once takes twice the time of one, since the factor has to come from memory once only; more of them need
-// more vectors in all. The modes
-// get one more inverse iteration and a Rayleigh-Ritz step: a mass matrix integrated with few points is singular, and its
-// null space would otherwise creep into them.
+// Lanczos on the shifted and inverted pencil with implicit restarts: ARPACK (R. B. Lehoucq, D. C. Sorensen and C. Yang,
+// ARPACK Users' Guide, SIAM 1998) asks for products, CHOLMOD's factor answers. The modes get one more inverse iteration and
+// a Rayleigh-Ritz step: a mass matrix integrated with few points is singular, and its null space would otherwise creep into
+// them.
 #include "sparse_modes.h"
 
 #include <algorithm>
+#include <arpack/arpack.h>
 #include <cholmod.h>
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace zel_import
 {
@@ -19,10 +19,8 @@ using Eigen::Index;
 using Eigen::MatrixXd;
 using Eigen::VectorXd;
 
-constexpr double kResidual = 1e-8;     // of a converged mode; the Rayleigh-Ritz step squares what is left of it
-constexpr double kIndependent = 1e-14; // squared lengths in a block, against the longest
-constexpr int kSteps = 300;
-constexpr Index kSmallestBlock = 4, kLargestBlock = 16;
+constexpr double kTolerance = 1e-10; // of an eigenvalue; the Rayleigh-Ritz step squares the error of a shape
+constexpr int kRestarts = 1000, kSmallestBasis = 20;
 
 extern "C" void dgemm_(const char* left_form, const char* right_form, const int* rows, const int* columns,
                        const int* inner, const double* alpha, const double* left, const int* left_stride,
@@ -159,110 +157,62 @@ static MatrixXd combination(const Eigen::Ref<const MatrixXd>& columns, const Mat
 
 namespace
 {
-// An M-orthonormal basis and what the inverse operator A = (K - shift M)^-1 M makes of it: A Q = Q T + R b, where Q are the
-// expanded columns and R is the block that comes next.
-class Lanczos
+// The operator (K - shift M)^-1 M of shift and invert, beside some M-orthonormal modes.
+struct Inverse
 {
-public:
-    Lanczos(const SparseMatrix& mass, const Cholesky& shifted, const MatrixXd& rigid, Index block, Index most);
-
-    // Expands the newest block. Returns how many of the first `count` Ritz pairs have converged.
-    Index step(Index count);
-    // Shapes of the first `count` Ritz pairs.
-    MatrixXd shapes(Index count) const
+    const SparseMatrix& mass;
+    const Cholesky& shifted;
+    const MatrixXd& rigid;
+    const MatrixXd mass_rigid = times(mass, rigid);
+    MatrixXd of_mass_times(const MatrixXd& x) const
     {
-        return combination(basis_.middleCols(rigid_, expanded_), ritz_.rightCols(count));
+        MatrixXd y = shifted.solve(x);
+        if (rigid.cols() > 0)
+            multiply('N', rigid, inner_products(mass_rigid, y), -1.0, 1.0, y);
+        return y;
     }
-    bool exhausted() const { return block_ == 0; }
-
-private:
-    void append(MatrixXd block);
-    void restart(Index kept);
-
-    const SparseMatrix& mass_;
-    const Cholesky& shifted_;
-    Index rigid_, expanded_ = 0, block_ = 0; // columns of the basis: to leave out, expanded, newest block
-    MatrixXd basis_, mass_basis_, projected_;
-    VectorXd ritz_values_; // ascending: the wanted ones come last
-    MatrixXd ritz_;
+    MatrixXd times_block(const MatrixXd& x) const { return of_mass_times(times(mass, x)); }
 };
 } // namespace
 
-Lanczos::Lanczos(const SparseMatrix& mass, const Cholesky& shifted, const MatrixXd& rigid, Index block, Index most)
-    : mass_(mass), shifted_(shifted), rigid_(rigid.cols()), basis_(mass.rows(), rigid_ + most),
-      mass_basis_(mass.rows(), rigid_ + most), projected_(MatrixXd::Zero(most, most))
+// The eigenvectors of the operator with the largest eigenvalues.
+static MatrixXd dominant_vectors(const Inverse& inverse, int count)
 {
-    basis_.leftCols(rigid_) = rigid;
-    mass_basis_.leftCols(rigid_) = times(mass, rigid);
+    const int order = int(inverse.mass.rows()), free = order - int(inverse.rigid.cols());
+    const int columns = std::min(free, std::max(2 * count + 1, kSmallestBasis));
     std::minstd_rand random; // no direction of symmetry, and the same on every run
-    const MatrixXd start =
-        MatrixXd::NullaryExpr(mass.rows(), block, [&] { return double(random()) / double(random.max()) - 0.5; });
-    append(shifted.solve(times(mass, start)));
-}
-
-// Makes the block orthonormal and orthogonal to the basis; directions that are not independent are dropped. The second
-// pass removes what rounding leaves of the first ("twice is enough").
-void Lanczos::append(MatrixXd block)
-{
-    const Index columns = rigid_ + expanded_ + block_;
-    for (int pass = 0; pass < 2; ++pass)
+    MatrixXd residual = MatrixXd::NullaryExpr(order, 1, [&] { return double(random()) / double(random.max()) - 0.5; });
+    residual = inverse.times_block(residual);
+    MatrixXd basis(order, columns);
+    VectorXd vectors(3 * Index(order)), work(Index(columns) * (columns + 8));
+    int parameters[11] = {1, 0, kRestarts, 1, 0, 0, 3}, places[11] = {}; // exact shifts; mode 3: shift and invert
+    int request = 0, status = 1;                                         // 1: `residual` is where to start
+    const auto asked = [&](int place) { return Eigen::Map<VectorXd>(vectors.data() + places[place] - 1, order); };
+    for (;;)
     {
-        if (columns > 0)
-            multiply('N', basis_.leftCols(columns), inner_products(mass_basis_.leftCols(columns), block), -1.0, 1.0,
-                     block);
-        MatrixXd mass_block = times(mass_, block);
-        const Eigen::SelfAdjointEigenSolver<MatrixXd> lengths(inner_products(block, mass_block));
-        const VectorXd& squares = lengths.eigenvalues();
-        const Index independent = std::min<Index>((squares.array() > kIndependent * squares.tail(1).value()).count(),
-                                                  basis_.cols() - columns);
-        const MatrixXd directions = lengths.eigenvectors().rightCols(independent) *
-                                    squares.tail(independent).cwiseSqrt().cwiseInverse().asDiagonal();
-        block = combination(block, directions);
-        mass_basis_.middleCols(columns, independent) = combination(mass_block, directions);
+        dsaupd_c(&request, "G", order, "LM", count, kTolerance, residual.data(), columns, basis.data(), order,
+                 parameters, places, vectors.data(), work.data(), int(work.size()), &status);
+        if (request == -1)
+            asked(1) = inverse.times_block(asked(0));
+        else if (request == 1) // which has the product with the mass matrix already
+            asked(1) = inverse.of_mass_times(asked(2));
+        else if (request == 2)
+            asked(1) = times(inverse.mass, asked(0));
+        else
+            break;
     }
-    expanded_ += block_;
-    block_ = block.cols();
-    basis_.middleCols(columns, block_) = block;
-}
-
-// Keeps the best Ritz vectors in place of the expanded columns.
-void Lanczos::restart(Index kept)
-{
-    const MatrixXd best = ritz_.rightCols(kept);
-    for (MatrixXd* columns : {&basis_, &mass_basis_})
-    {
-        const MatrixXd combined = combination(columns->middleCols(rigid_, expanded_), best),
-                       newest = columns->middleCols(rigid_ + expanded_, block_);
-        columns->middleCols(rigid_, kept + block_) << combined, newest;
-    }
-    projected_.setZero();
-    projected_.diagonal().head(kept) = ritz_values_.tail(kept);
-    expanded_ = kept;
-}
-
-Index Lanczos::step(Index count)
-{
-    const Index newest = block_, capacity = basis_.cols() - rigid_;
-    if (expanded_ + 2 * block_ > capacity)
-        restart(std::min(expanded_, count + block_));
-    const MatrixXd image = shifted_.solve(mass_basis_.middleCols(rigid_ + expanded_, block_));
-    const Index size = expanded_ + block_;
-    const MatrixXd products = inner_products(mass_basis_.middleCols(rigid_, size), image);
-    projected_.block(0, expanded_, size, newest) = products;
-    projected_.block(expanded_, 0, newest, size) = products.transpose();
-    append(image);
-    const Eigen::SelfAdjointEigenSolver<MatrixXd> ritz(projected_.topLeftCorner(size, size));
-    ritz_values_ = ritz.eigenvalues();
-    ritz_ = ritz.eigenvectors();
-    if (exhausted())
-        return std::min(count, size);
-    const MatrixXd coupling = inner_products(mass_basis_.middleCols(rigid_ + size, block_), image);
-    const VectorXd residuals = (coupling * ritz_.bottomRows(newest)).colwise().norm();
-    Index converged = 0;
-    while (converged < std::min(count, size) &&
-           residuals[size - 1 - converged] <= kResidual * ritz_values_[size - 1 - converged])
-        ++converged;
-    return converged;
+    if (status == 1)
+        throw std::runtime_error("only " + std::to_string(parameters[4]) + " modes converged: ask for fewer");
+    MatrixXd shapes(order, count);
+    VectorXd values(count);
+    const std::vector<int> select(static_cast<size_t>(columns)); // workspace
+    if (status == 0)
+        dseupd_c(1, "A", select.data(), values.data(), shapes.data(), order, 0.0, "G", order, "LM", count, kTolerance,
+                 residual.data(), columns, basis.data(), order, parameters, places, vectors.data(), work.data(),
+                 int(work.size()), &status);
+    if (status != 0)
+        throw std::runtime_error("the modes are not independent: ask for fewer");
+    return shapes;
 }
 
 static Eigenmodes rayleigh_ritz(const SparseMatrix& stiffness, const SparseMatrix& mass, const MatrixXd& basis)
@@ -290,27 +240,15 @@ static void fix_signs(MatrixXd& shapes)
 }
 
 Eigenmodes lowest_modes(const SparseMatrix& stiffness, const SparseMatrix& mass, const Cholesky& shifted,
-                        const MatrixXd& rigid, int count, const std::function<void(double)>& advance)
+                        const MatrixXd& rigid, int count)
 {
-    const Index order = stiffness.rows(), free = order - rigid.cols();
+    const Index order = stiffness.rows();
     if (count < 1)
         return {VectorXd(0), MatrixXd(order, 0)};
-    if (count >= free)
+    if (count >= order - rigid.cols())
         throw std::runtime_error("the model has only " + std::to_string(order) + " freedoms: ask for fewer modes");
-    const Index block = std::min(free, std::clamp<Index>(count / 5, kSmallestBlock, kLargestBlock));
-    Lanczos lanczos(mass, shifted, rigid, block, std::min(free, 3 * count + 4 * block) + block);
-    Index converged = 0;
-    for (int step = 0; step < kSteps && converged < count && !lanczos.exhausted(); ++step)
-    {
-        converged = lanczos.step(count);
-        advance(double(converged) / count);
-    }
-    if (converged < count)
-        throw std::runtime_error("only " + std::to_string(converged) + " modes converged: ask for fewer");
-    MatrixXd basis = shifted.solve(times(mass, lanczos.shapes(count)));
-    if (rigid.cols() > 0)
-        basis -= rigid * (times(mass, rigid).transpose() * basis);
-    Eigenmodes modes = rayleigh_ritz(stiffness, mass, basis);
+    const Inverse inverse{mass, shifted, rigid};
+    Eigenmodes modes = rayleigh_ritz(stiffness, mass, inverse.times_block(dominant_vectors(inverse, count)));
     fix_signs(modes.shapes);
     return modes;
 }

@@ -1,9 +1,8 @@
-// Lowest modes of large sparse pencils, by one Cholesky factor and a block of solutions at a time.
+// Lowest modes of large sparse pencils, by one Cholesky factor.
 #ifndef IMPORT_SPARSE_MODES_H
 #define IMPORT_SPARSE_MODES_H
 
 #include <Eigen/Dense>
-#include <functional>
 #include <memory>
 
 #include "matrices.h"
@@ -38,10 +37,9 @@ struct Eigenmodes
 };
 
 // The `count` modes of K x = lambda M x that are nearest above `shift`; both matrices as upper triangles, the factor that
-// of K - shift M. Columns of `rigid` are M-orthonormal modes to leave out; there may be none. `advance` is told the share
-// of the modes that have converged.
+// of K - shift M. Columns of `rigid` are M-orthonormal modes to leave out; there may be none.
 Eigenmodes lowest_modes(const SparseMatrix& stiffness, const SparseMatrix& mass, const Cholesky& shifted,
-                        const Eigen::MatrixXd& rigid, int count, const std::function<void(double)>& advance);
+                        const Eigen::MatrixXd& rigid, int count);
 
 } // namespace zel_import
 
