@@ -7,7 +7,8 @@
 //   columns of X        the translations times the root of |m|, a row for each node of the block that has a mass
 // and the columns of all modes give the Gram matrix X' X of the modes, by mode pairs of 3x3: invariant 5 is the
 // antisymmetric part of a pair, invariant 9 its transpose less its trace. Rows of negative mass come last; their product is
-// subtracted. The Gram matrix is never whole: tiles of it, on and above the diagonal, are added to the invariants' slots.
+// subtracted. The Gram matrix of very many modes is never whole: tiles of it, on and above the diagonal, are added to the
+// invariants' slots.
 #include "zelblas.h"
 #include "zelinvar.h"
 #include "zelmodes.h"
@@ -25,7 +26,7 @@ constexpr int64_t kMiB = int64_t(1) << 20;
 constexpr int64_t kBlockBytes = 2 * kMiB; // for a block of nodes: within the caches
 constexpr int64_t kMostBytes = 48 * kMiB; // for a block that has the fewest nodes worth a read
 constexpr int kFewestNodes = 256, kMostNodes = 4096;
-constexpr int kTileModes = 128; // rows and columns of a tile of the Gram matrix, three a mode
+constexpr int kTileModes = 256; // rows and columns of a tile of the Gram matrix, three a mode
 
 // What a pass is to sum, over the first `modes` modes; null or false: not wanted.
 struct Wanted
@@ -51,20 +52,22 @@ struct NodeBlock
     Scratch<double> inertia;   // 9 each
     Scratch<double> slice;     // one mode's values of all nodes of the block
     Scratch<double> shapes;    // X: column 3 i + a has component a of mode i
-    Scratch<double> tile;      // 3 kTileModes squared, column by column
+    int64_t tile_reals;
+    Scratch<double> tile; // 3 kTileModes squared, column by column
 
     // `modes` of which the columns are kept, none when no Gram matrix is wanted
     NodeBlock(int nodes, int modes)
         : capacity(nodes), first(0), count(0), masses(0), positive(0), inertias(0), mass_node(nodes),
           inertia_node(nodes), root(nodes), weights(int64_t(4) * nodes), inertia(int64_t(9) * nodes),
           slice(int64_t(kComponents) * nodes), shapes(int64_t(3) * modes * nodes),
-          tile(int64_t(9) * std::min(modes, kTileModes) * std::min(modes, kTileModes))
+          tile_reals(int64_t(9) * std::min(modes, kTileModes) * std::min(modes, kTileModes)), tile(tile_reals)
     {}
     bool complete() const
     {
         return mass_node.data && inertia_node.data && root.data && weights.data && inertia.data && slice.data &&
                shapes.data && tile.data;
     }
+    void clear_tile() { std::fill_n(tile.data, tile_reals, 0.0); }
     double* shape_columns(int mode) { return shapes.data + int64_t(3) * mode * masses; }
 };
 } // namespace
@@ -203,40 +206,54 @@ static void add_pair(ZELDATA* db, const Wanted& wanted, int i, int j, const doub
     }
 }
 
-// The tile of the rows of modes top ... and the columns of modes left ...; of one on the diagonal only the upper triangle.
-static void sum_tile(NodeBlock& block, int top, int rows, int left, int columns)
+// Puts the block's part of the rows of modes top ... and the columns of modes left ... into the tile, or adds it to what the
+// tile holds: `keep` is 0 or 1. Of a tile on the diagonal only the upper triangle.
+static void sum_tile(NodeBlock& block, int top, int rows, int left, int columns, double keep)
 {
     const int nodes = block.masses, negative = nodes - block.positive;
     const double *a = block.shape_columns(top), *b = block.shape_columns(left);
-    const auto add = [&](int first, int count, double sign, double keep) {
+    const auto add = [&](int first, int count, double sign, double factor) {
         if (top == left)
-            blas::syrk('U', 'T', 3 * rows, count, sign, a + first, nodes, keep, block.tile.data, 3 * rows);
+            blas::syrk('U', 'T', 3 * rows, count, sign, a + first, nodes, factor, block.tile.data, 3 * rows);
         else
-            blas::gemm('T', 'N', 3 * rows, 3 * columns, count, sign, a + first, nodes, b + first, nodes, keep,
+            blas::gemm('T', 'N', 3 * rows, 3 * columns, count, sign, a + first, nodes, b + first, nodes, factor,
                        block.tile.data, 3 * rows);
     };
-    add(0, block.positive, 1.0, 0.0);
+    add(0, block.positive, 1.0, keep);
     if (negative > 0)
         add(block.positive, negative, -1.0, 1.0);
+}
+
+// Adds a tile to the slots.
+static void add_tile(ZELDATA* db, const Wanted& wanted, NodeBlock& block, int top, int rows, int left, int columns)
+{
     for (int column = 0; top == left && column < 3 * rows;
          ++column) // below the diagonal, within the pair of a mode and itself
         for (int row = column + 1; row < column / 3 * 3 + 3; ++row)
             block.tile[row + int64_t(column) * 3 * rows] = block.tile[column + int64_t(row) * 3 * rows];
+    for (int j = left; j < left + columns; ++j)
+        for (int i = top; i < std::min(j + 1, top + rows); ++i)
+            add_pair(db, wanted, i, j, &block.tile[int64_t(3) * (i - top) + int64_t(9) * rows * (j - left)], 3 * rows);
+}
+
+// A Gram matrix of one tile stays in it to the end of the pass.
+static bool fits_one_tile(const Wanted& wanted)
+{
+    return wanted.modes <= kTileModes;
 }
 
 // Adds the block's part of the Gram matrix, tile by tile.
 static void add_gram(ZELDATA* db, const Wanted& wanted, NodeBlock& block)
 {
+    if (fits_one_tile(wanted))
+        return sum_tile(block, 0, wanted.modes, 0, wanted.modes, 1.0);
     for (int top = 0; top < wanted.modes; top += kTileModes)
         for (int left = top; left < wanted.modes; left += kTileModes)
         {
             const int rows = std::min(kTileModes, wanted.modes - top),
                       columns = std::min(kTileModes, wanted.modes - left);
-            sum_tile(block, top, rows, left, columns);
-            for (int j = left; j < left + columns; ++j)
-                for (int i = top; i < std::min(j + 1, top + rows); ++i)
-                    add_pair(db, wanted, i, j, &block.tile[int64_t(3) * (i - top) + int64_t(9) * rows * (j - left)],
-                             3 * rows);
+            sum_tile(block, top, rows, left, columns, 0.0);
+            add_tile(db, wanted, block, top, rows, left, columns);
         }
 }
 
@@ -281,6 +298,8 @@ static bool pass_over_nodes(ZELDATA* db, const Wanted& wanted, NodeBlock& block,
         if (block.masses > 0 && wanted.gram())
             add_gram(db, wanted, block);
     }
+    if (wanted.gram() && fits_one_tile(wanted))
+        add_tile(db, wanted, block, 0, wanted.modes, 0, wanted.modes);
     return true;
 }
 
@@ -296,7 +315,10 @@ static int sum_over_nodes(ZELDATA* db, const Wanted& wanted)
     if (!block.complete() || !unreadable.data)
         return no_memory(kModule);
     while (!pass_over_nodes(db, wanted, block, unreadable))
+    {
         clear_sums(db, wanted);
+        block.clear_tile();
+    }
     return 1;
 }
 
