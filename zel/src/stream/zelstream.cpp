@@ -21,7 +21,8 @@ static_assert(std::endian::native == std::endian::little, "XDR items are swapped
 
 namespace
 {
-constexpr int64_t kBlockBytes = 1024 * 1024;
+constexpr int64_t kBlockBytes = 1024 * 1024;      // written at once: two threads get in each other's way less often
+constexpr int64_t kReadBlockBytes = 256 * 1024;   // read at once: still in the cache when the items are converted
 constexpr int64_t kSharedBytes = 4 * 1024 * 1024; // a run of so many takes two threads
 } // namespace
 
@@ -156,11 +157,10 @@ struct OwnPlace
 };
 } // namespace
 
-// Moves `count` items from `first` on, each block of them with `move(place, block, first, items)`.
+// Moves `count` items from `first` on, `per_block` at once, with `move(place, block, first, items)`.
 template <typename At, typename Move> static bool move_blocks(At place, unsigned char* block, int64_t first,
-                                                              int64_t count, int64_t item_bytes, const Move& move)
+                                                              int64_t count, int64_t per_block, const Move& move)
 {
-    const int64_t per_block = kBlockBytes / item_bytes;
     for (const int64_t end = first + count; first < end; first += per_block)
         if (!move(place, block, first, std::min(per_block, end - first)))
             return false;
@@ -169,14 +169,16 @@ template <typename At, typename Move> static bool move_blocks(At place, unsigned
 
 // Moves a whole run. A long one goes in two halves, each by a thread of its own: while one waits for the file or for
 // memory the other converts.
-template <typename Move> static int move_run(FILE* file, int64_t count, int64_t item_bytes, const Move& move)
+template <typename Move>
+static int move_run(FILE* file, int64_t count, int64_t item_bytes, int64_t block_bytes, const Move& move)
 {
+    const int64_t per_block = block_bytes / item_bytes;
     int64_t start = -1;
     if (count * item_bytes < kSharedBytes || std::fflush(file) != 0 || (start = ftello(file)) < 0)
-        return move_blocks(OwnPlace{file}, blocks[0], 0, count, item_bytes, move);
+        return move_blocks(OwnPlace{file}, blocks[0], 0, count, per_block, move);
     const int64_t half = count / 2;
     bool moved = false;
-    const auto move_half = [&] { moved = move_blocks(Place(file, start), blocks[0], 0, half, item_bytes, move); };
+    const auto move_half = [&] { moved = move_blocks(Place(file, start), blocks[0], 0, half, per_block, move); };
     std::thread helper;
     try
     {
@@ -187,7 +189,7 @@ template <typename Move> static int move_run(FILE* file, int64_t count, int64_t 
         move_half(); // no thread to be had
     }
     const Place middle(file, start + half * item_bytes);
-    const bool rest = move_blocks(middle, blocks[1], half, count - half, item_bytes, move);
+    const bool rest = move_blocks(middle, blocks[1], half, count - half, per_block, move);
     if (helper.joinable())
         helper.join();
     return moved && rest && fseeko(file, start + count * item_bytes, SEEK_SET) == 0;
@@ -199,7 +201,7 @@ template <typename Item, typename Value> static int put_run(ZELSTREAM& out, cons
     if (!out.xdr && std::is_same_v<Item, Value>)
         return std::fwrite(values, sizeof(Item), size_t(count), out.file) == size_t(count);
     const auto fill = out.xdr ? fill_block<Item, true, Value> : fill_block<Item, false, Value>;
-    return move_run(out.file, count, sizeof(Item),
+    return move_run(out.file, count, sizeof(Item), kBlockBytes,
                     [=](auto& place, unsigned char* block, int64_t first, int64_t items) {
                         fill(block, values + first, items);
                         return place.write(block, items * int64_t(sizeof(Item)));
@@ -212,20 +214,21 @@ template <typename Word, typename Value> static int get_run_in_place(ZELSTREAM& 
     static_assert(sizeof(Word) == sizeof(Value));
     if (!in.xdr)
         return std::fread(values, sizeof(Value), size_t(count), in.file) == size_t(count);
-    return move_run(in.file, count, sizeof(Value), [=](auto& place, unsigned char*, int64_t first, int64_t items) {
-        unsigned char* const bytes = reinterpret_cast<unsigned char*>(values + first);
-        if (!place.read(bytes, items * int64_t(sizeof(Word))))
-            return false;
-        swap_words<Word>(bytes, items);
-        return true;
-    });
+    return move_run(in.file, count, sizeof(Value), kReadBlockBytes,
+                    [=](auto& place, unsigned char*, int64_t first, int64_t items) {
+                        unsigned char* const bytes = reinterpret_cast<unsigned char*>(values + first);
+                        if (!place.read(bytes, items * int64_t(sizeof(Word))))
+                            return false;
+                        swap_words<Word>(bytes, items);
+                        return true;
+                    });
 }
 
 // Reads `count` floats and widens them.
 static int get_widened(ZELSTREAM& in, double* values, int64_t count)
 {
     const auto widen = in.xdr ? widen_block<true> : widen_block<false>;
-    return move_run(in.file, count, sizeof(float),
+    return move_run(in.file, count, sizeof(float), kReadBlockBytes,
                     [=](auto& place, unsigned char* block, int64_t first, int64_t items) {
                         if (!place.read(block, items * int64_t(sizeof(float))))
                             return false;
