@@ -13,6 +13,7 @@
 #include "import.h"
 #include "nodal_mass.h"
 #include "results.h"
+#include "shells.h"
 
 using namespace zel_import;
 using Eigen::Index;
@@ -517,7 +518,8 @@ TEST(Results, GiveTheSameBodyAsTheMatrices)
     const Deck deck = read_deck(kExamples + "tied_beam.inp");
     const std::vector<Interface> ends = {{622, Vector3d::Zero(), nodes_at(deck, 0.0)},
                                          {624, Vector3d(1000, 0, 0), nodes_at(deck, 1000.0)}};
-    const ResultBody results = body_from_results(deck, ends, kExamples + "tied_beam");
+    const ResultBody results =
+        body_from_results(deck, ends, read_frd(kExamples + "tied_beam.frd"), kExamples + "tied_beam");
     const Deck free_deck = read_deck(kExamples + "cantilever.inp");
     const Model free_model =
         make_model(free_deck, read_matrices(kExamples + "cantilever", silent), both_ends(free_deck, 1000.0));
@@ -544,7 +546,8 @@ TEST(Results, GiveTheSameBodyAsTheMatrices)
 TEST(Results, OfAFrequencyStepGetExactRigidMotions)
 {
     const Deck deck = read_deck(kExamples + "free_beam.inp");
-    const ResultBody results = body_from_results(deck, {}, kExamples + "free_beam");
+    const ResultBody results =
+        body_from_results(deck, {}, read_frd(kExamples + "free_beam.frd"), kExamples + "free_beam");
     EXPECT_EQ(results.rigid_count, 6);
     const Reduction free =
         reduce_free(make_model(deck, read_matrices(kExamples + "cantilever", silent), {}), 10, silent);
@@ -701,9 +704,105 @@ TEST_F(Import, TakesTheModesOfShells)
     EXPECT_TRUE(ZEL_Eigenvalue(db, 7, nullptr, &first, nullptr, nullptr, nullptr));
     const double euler = 22.373285 * std::sqrt(210000 * 25 / 12 / 7.85e-9) / (2 * std::numbers::pi * 200 * 200);
     EXPECT_NEAR(first, euler, 5e-3 * euler);
-    options.route = Route::matrices;
-    EXPECT_EQ(run(), 2);
-    EXPECT_NE(messages.find("plate.inp.gz:"), std::string::npos) << messages;
+}
+
+// A strip of 200 x 20 x 4, whose nodes 1 to 5 are one end.
+struct StripMotion
+{
+    double u[3], theta[3];
+    StripMotion(ZELDATA* db, int mode, int node)
+    {
+        EXPECT_TRUE(ZEL_ModeByNode(db, mode, 0, node, u, 0) && ZEL_ModeByNode(db, mode, 0, node, theta, 1));
+    }
+};
+
+TEST_F(Import, GivesShellsTheirRotationsByBothRoutes)
+{
+    const double root = 4.730041,
+                 euler = root * root * std::sqrt(210000 * 16 / 12 / 7.85e-9) / 4e4 / (2 * std::numbers::pi);
+    for (const char* job : {"strip", "strip_layers"}) // from matrices, from modes at the nodes of the layers
+    {
+        options.deck = kSmall + job;
+        options.modes = 6;
+        ASSERT_EQ(run(), 0) << messages << printed;
+        ZELDATA* db = ZEL_CreateFromZEL(options.output.c_str());
+        ASSERT_TRUE(db);
+        double first = 0.0;
+        EXPECT_TRUE(ZEL_Eigenvalue(db, 7, nullptr, &first, nullptr, nullptr, nullptr));
+        EXPECT_NEAR(first, euler, 3e-3 * euler);
+        for (int mode = 1; mode <= 6; ++mode) // rigid; shells do not tell a rotation about their normal
+        {
+            const StripMotion at(db, mode, 1), other(db, mode, 69);
+            const Vector3d r(200, 20, 0), theta(at.theta);
+            EXPECT_LT((Vector3d(other.theta) - theta).norm(), 1e-9 * theta.norm() + 1e-9);
+            EXPECT_NEAR(other.u[2] - at.u[2], theta.cross(r)[2], 1e-9 * Vector3d(at.u).norm() + 1e-9);
+        }
+        // Euler's free beam slopes by 0.982502 x 4.730041 / L at its end for a unit deflection
+        const StripMotion end(db, 7, 3);
+        EXPECT_NEAR(end.theta[1] / end.u[2], 0.982502 * root / 200, 0.01 * 0.0232);
+        EXPECT_LT(std::abs(end.theta[0]) + std::abs(end.theta[2]), 1e-4 * std::abs(end.theta[1]));
+        ZEL_UnLink(db);
+    }
+}
+
+TEST_F(Import, TiesAllLayersOfShells)
+{
+    options.deck = kSmall + "strip";
+    options.interfaces = {"ROOT"};
+    options.modes = 6;
+    ASSERT_EQ(run(), 0) << messages << printed;
+    ZELDATA* db = ZEL_CreateFromZEL(options.output.c_str());
+    ASSERT_TRUE(db);
+    for (int mode = 1; mode <= 12; ++mode) // the end moves with its reference node, rotations included
+    {
+        const StripMotion reference(db, mode, 70), corner(db, mode, 1);
+        const Vector3d theta(reference.theta), expected = Vector3d(reference.u) + theta.cross(Vector3d(0, -10, 0)),
+                                               in_plane(theta[0], theta[1], 0.0);
+        EXPECT_LT((Vector3d(corner.u) - expected).norm(), 1e-9 * expected.norm() + 1e-9);
+        EXPECT_LT((Vector3d(corner.theta) - in_plane).norm(), 1e-8 * theta.norm() + 1e-8);
+    }
+}
+
+TEST_F(Import, TakesTheModesInsideIncompatibleElements)
+{
+    options.deck = kSmall + "incompatible";
+    options.modes = 6;
+    ASSERT_EQ(run(), 0) << messages << printed;
+    ZELDATA* db = ZEL_CreateFromZEL(options.output.c_str());
+    ASSERT_TRUE(db);
+    double hertz[12] = {}, mass = 0.0, inertia[9], center[3];
+    for (int mode = 1; mode <= 12; ++mode)
+        EXPECT_TRUE(ZEL_Eigenvalue(db, mode, nullptr, &hertz[mode - 1], nullptr, nullptr, nullptr));
+    EXPECT_NEAR(hertz[7], hertz[6], 1e-5 * hertz[6]); // of a cube: alike in three directions
+    EXPECT_GT(hertz[6], 1e3);
+    EXPECT_TRUE(ZEL_TotalMassInertia(db, &mass, inertia, center));
+    EXPECT_NEAR(mass, 7.85e-6, 1e-12);
+}
+
+TEST_F(Import, RefusesShellsThatMeetOtherwise)
+{
+    const std::string nodes = "*NODE\n1, 0, 0\n2, 1, 0\n3, 1, 1\n4, 0, 1\n5, 2, 0\n6, 2, 1\n7, 2, 0, 1\n8, 2, 1, 1\n",
+                      steel = "*MATERIAL, NAME=M\n*ELASTIC\n1, 0\n*DENSITY\n1\n",
+                      one = "*ELEMENT, TYPE=S4R, ELSET=A\n1, 1, 2, 3, 4\n",
+                      section = "*SHELL SECTION, ELSET=A, MATERIAL=M\n0.1\n";
+    const auto refusal = [&](const std::string& deck) {
+        const std::string path = write_file(folder, "s.inp", nodes + deck + steel);
+        return complaint(folder, [&] {
+            std::vector<Freedom> freedoms;
+            expand_shells(read_deck(path)).name_layers(freedoms);
+        });
+    };
+    EXPECT_EQ(refusal(one + "*ELEMENT, TYPE=S4R, ELSET=B\n2, 2, 5, 6, 3\n" + section +
+                      "*SHELL SECTION, ELSET=B, MATERIAL=M\n0.2\n"),
+              "s.inp:13: node 2 joins shells of different thickness: import modes from *NODE FILE, OUTPUT=2D");
+    EXPECT_EQ(refusal(one + "*ELEMENT, TYPE=MASS, ELSET=B\n2, 3\n" + section + "*MASS, ELSET=B\n1\n"),
+              "s.inp:13: node 3 belongs to a shell as well: import modes from *NODE FILE, OUTPUT=2D");
+    EXPECT_EQ(
+        refusal(one + "*NSET, NSET=E\n1, 2, 3\n*RIGID BODY, NSET=E, REF NODE=7\n" + section),
+        "s.inp:14: matrices of tied shells cannot be imported: leave the tie out of the deck and name its nodes with "
+        "--interface");
+    EXPECT_EQ(refusal(one + section),
+              "s.inp:11: node 1 has other freedoms in the matrices than a smooth shell without supports and ties");
 }
 
 TEST_F(Import, GivesTheSameBytesTwice)

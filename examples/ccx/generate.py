@@ -99,6 +99,15 @@ def small_jobs(scratch, heading, section):
     solve("plate", heading.format("Plate 200 x 40 x 5 mm of S8R shells") + plate((10, 2), (200., 40.)) + STEEL +
           "*SHELL SECTION, ELSET=PLATE, MATERIAL=STEEL\n5.\n*STEP\n*FREQUENCY\n8\n*NODE FILE, OUTPUT=2D\nU\n*END STEP\n",
           scratch, ["frd"], TESTS)
+    strip = (heading.format("Strip 200 x 20 x 4 mm of S8R shells") + plate((8, 2), (200., 20.)) +
+             "*NSET, NSET=ROOT\n1, 2, 3, 4, 5\n" + STEEL + "*SHELL SECTION, ELSET=PLATE, MATERIAL=STEEL\n4.\n")
+    solve("strip", strip + MATRICES, scratch, ["dof", "sti", "mas"], TESTS)
+    solve("strip_layers", strip + "*STEP\n*FREQUENCY\n10\n*NODE FILE, OUTPUT=3D\nU\n*EL FILE\nS\n*END STEP\n", scratch,
+          ["frd"], TESTS)
+    cube = "*NODE\n" + "".join(f"{k + 1}, {10 * ((k + 1) // 2 % 2)}, {10 * (k // 2 % 2)}, {10 * (k // 4)}\n" for k in range(8))
+    solve("incompatible", heading.format("One brick with incompatible modes") + cube +
+          "*ELEMENT, TYPE=C3D8I, ELSET=CUBE\n1, 1, 2, 3, 4, 5, 6, 7, 8\n" + STEEL + section.format("CUBE") + MATRICES, scratch,
+          ["dof", "sti", "mas"], TESTS)
 
 
 def plate(cells, size):

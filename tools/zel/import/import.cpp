@@ -1,6 +1,7 @@
 // The import from end to end: deck, interfaces, one of the two routes, nodal masses, checks, file.
 #include "import.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <limits>
 #include <malloc.h>
@@ -10,6 +11,7 @@
 #include "body.h"
 #include "report.h"
 #include "results.h"
+#include "shells.h"
 #include "zel.h"
 
 namespace zel_import
@@ -20,8 +22,9 @@ using Eigen::MatrixXd;
 using Eigen::Vector3d;
 using Eigen::VectorXd;
 
-constexpr double kMassTolerance = 1e-3;  // elements against matrices, whose quadratures differ on curved elements
-constexpr double kMatchTolerance = 1e-8; // matched nodal masses
+constexpr double kMassTolerance = 1e-3; // elements against matrices, whose quadratures differ on curved elements
+constexpr double kCoarseInertiaTolerance = 5e-2; // see inertia_tolerance
+constexpr double kMatchTolerance = 1e-8;         // matched nodal masses
 constexpr double kModeMassTolerance =
     5e-3; // of modes in six digits, whose masses the solver integrates with few points
 constexpr double kShellMassTolerance = 5e-2; // the same without the rotary inertia of shells
@@ -143,7 +146,6 @@ static std::vector<Interface> choose_interfaces(const Deck& deck, const ImportOp
         for (const Tie& tie : deck.ties)
             interfaces.push_back({tie.reference_id, deck.mesh.nodes[size_t(deck.find_node(tie.reference_id))].at,
                                   indexes_of(deck, tie.node_ids)});
-    check_interfaces(deck, interfaces);
     return interfaces;
 }
 
@@ -166,7 +168,17 @@ static double gyration(const MassMoments& moments)
     return std::sqrt(moments.inertia(moments.center()).trace() / moments.mass);
 }
 
-static void report_mass(Report& report, const Units& units, const MeshMass& elements, const MassMoments& matrix)
+// The solver integrates the mass of triangles and of wedges without mid-side nodes at one point of the plane.
+static double inertia_tolerance(const Mesh& mesh)
+{
+    const bool coarse = std::any_of(mesh.elements.begin(), mesh.elements.end(), [](const Element& element) {
+        return element.type->shape == Shape::tri3 || element.type->shape == Shape::wedge6;
+    });
+    return coarse ? kCoarseInertiaTolerance : kMassTolerance;
+}
+
+static void report_mass(Report& report, const Units& units, const MeshMass& elements, const MassMoments& matrix,
+                        double tolerance)
 {
     const MassMoments& own = elements.moments;
     report.figure("volume", format("%.6e %s^3", elements.volume, units.length.c_str()));
@@ -178,7 +190,7 @@ static void report_mass(Report& report, const Units& units, const MeshMass& elem
     const Eigen::Vector3d principal =
         Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d>(matrix.inertia(center)).eigenvalues();
     report.check("principal inertias", format("%.6e %.6e %.6e", principal[0], principal[1], principal[2]),
-                 inertia_error(matrix, own) < kMassTolerance);
+                 inertia_error(matrix, own) < tolerance);
 }
 
 static void report_nodal_masses(Report& report, const Body& body, const MassMoments& target, MassMethod method)
@@ -256,25 +268,45 @@ static void report_mesh(Report& report, const Body& body)
                                                i.tied.size(), i.at[0], i.at[1], i.at[2]));
 }
 
+// The same interfaces, tied to all layers of shells.
+static std::vector<Interface> expanded(const Expansion& expansion, std::vector<Interface> interfaces)
+{
+    for (Interface& interface : interfaces)
+    {
+        std::vector<int> layers;
+        for (int node : interface.tied)
+            for (int layer : expansion.nodes_of(node))
+                layers.push_back(layer);
+        std::sort(layers.begin(), layers.end());
+        interface.tied = std::move(layers);
+    }
+    return interfaces;
+}
+
 static void import_matrices(const ImportOptions& options, const std::string& job, Body& body, const MeshMass& elements,
                             PhaseLog& log, Report& report)
 {
-    for (const Element& element : body.deck->mesh.elements)
-        if (is_shell(element.type->shape))
-            throw InputError(body.deck->mesh.place(element),
-                             "shells have matrices of layers that the deck does not show: import their modes, from "
-                             "*NODE FILE, OUTPUT=2D, with --route results");
+    const Expansion expansion = expand_shells(*body.deck);
+    const std::vector<Interface> interfaces = expanded(expansion, body.interfaces);
+    check_interfaces(expansion.deck, interfaces);
     log.begin("read the matrices");
-    const Model model = make_model(*body.deck, read_matrices(job, log), body.interfaces);
+    StoredMatrices matrices = read_matrices(job, log);
+    expansion.name_layers(matrices.freedoms);
+    const Model model = make_model(expansion.deck, std::move(matrices), interfaces);
     const bool free = body.interfaces.empty();
     Reduction reduction =
         free ? reduce_free(model, options.modes, log) : reduce_craig_bampton(model, options.modes, log);
     log.begin("shapes and nodal masses");
-    body.motion = node_motion(model, reduction);
+    const MatrixXd motion = node_motion(model, reduction);
+    body.motion = expansion.mean(motion, 3);
+    if (!expansion.shells.empty())
+        body.rotation = expansion.rotation(motion);
     body.stiffness = std::move(reduction.stiffness);
     body.mass = std::move(reduction.mass);
     body.reference_motion = unit_reference_motion(body.interfaces.size(), body.motion.cols());
-    const MassMoments target = matrix_moments(model);
+    const MassMoments matrix = matrix_moments(model);
+    // Nodes of shells lie in one layer: their masses have no share in the inertia of the thickness.
+    const MassMoments target = expansion.shells.empty() ? matrix : elements.moments;
     std::string note;
     body.nodal_masses = nodal_masses(body.deck->mesh, elements, options.mass, target, note);
 
@@ -283,7 +315,8 @@ static void import_matrices(const ImportOptions& options, const std::string& job
     report_mesh(report, body);
     report.figure("modes", free ? format("6 rigid, %d flexible", options.modes)
                                 : format("%d constraint, %d fixed-interface", reduction.boundary_count, options.modes));
-    report_mass(report, body.units, elements, target);
+    report_mass(report, body.units, expansion.shells.empty() ? elements : mesh_mass(expansion.deck.mesh), matrix,
+                inertia_tolerance(body.deck->mesh));
     if (!note.empty())
         report.note(note);
     report_nodal_masses(report, body, target, note.empty() ? options.mass : MassMethod::scaled);
@@ -293,11 +326,33 @@ static void import_matrices(const ImportOptions& options, const std::string& job
                       frequencies(body.stiffness.diagonal().tail(options.modes), 0, seconds_of(body.units)));
 }
 
+// Whether the results are those of the nodes that the solver made for shells (OUTPUT=3D).
+static bool has_layers(const Deck& deck, const FrdFile& frd)
+{
+    return has_shells(deck.mesh) &&
+           std::any_of(frd.node_ids.begin(), frd.node_ids.end(), [&deck](int id) { return deck.find_node(id) < 0; });
+}
+
+static ResultBody body_from_layers(Body& body, FrdFile& frd, const std::string& job)
+{
+    const Expansion expansion = expand_shells(*body.deck);
+    expansion.name_layers(frd.node_ids);
+    ResultBody results = body_from_results(expansion.deck, body.interfaces, frd, job);
+    body.rotation = expansion.rotation(results.motion);
+    results.motion = expansion.mean(results.motion, 3);
+    if (results.stress.size() > 0)
+        results.stress = expansion.mean(results.stress, 6);
+    return results;
+}
+
 static void import_results(const ImportOptions& options, const std::string& job, Body& body, const MeshMass& elements,
                            PhaseLog& log, Report& report)
 {
+    check_interfaces(*body.deck, body.interfaces);
     log.begin("read the results");
-    ResultBody results = body_from_results(*body.deck, body.interfaces, job);
+    FrdFile frd = read_frd(job + ".frd");
+    ResultBody results = has_layers(*body.deck, frd) ? body_from_layers(body, frd, job)
+                                                     : body_from_results(*body.deck, body.interfaces, frd, job);
     log.begin("shapes and nodal masses");
     std::string note;
     body.nodal_masses = nodal_masses(body.deck->mesh, elements, options.mass, elements.moments, note);
@@ -324,7 +379,7 @@ static void import_results(const ImportOptions& options, const std::string& job,
     report.figure("modes", free ? format("%d rigid, %d flexible", results.rigid_count, modes)
                                 : format("%d constraint, %d fixed-interface", results.boundary_count, modes));
     report.figure("modal stress", body.stress.size() > 0 ? "yes" : "no");
-    report_mass(report, body.units, elements, elements.moments);
+    report_mass(report, body.units, elements, elements.moments, kMassTolerance);
     if (!note.empty())
         report.note(note);
     report_nodal_masses(report, body, elements.moments, note.empty() ? options.mass : MassMethod::scaled);

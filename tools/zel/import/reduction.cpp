@@ -48,11 +48,20 @@ static Vector3d mesh_center(const Mesh& mesh)
     return 0.5 * (low + high);
 }
 
-// Nodes of the solver's own making carry the rotations of ties that name no node for them. Which is whose shows in the
-// stiffness: a reference node is coupled with its own rotations through the elements of the nodes that follow both.
+// Elements with incompatible modes (Wilson, Taylor, Doherty and Ghaboussi 1973) have three more nodes each.
+static int64_t count_incompatible_nodes(const Mesh& mesh)
+{
+    return 3 * std::count_if(mesh.elements.begin(), mesh.elements.end(),
+                             [](const Element& element) { return element.type->name == "C3D8I"; });
+}
+
+// Nodes of the solver's own making carry incompatible modes, and the rotations of ties that name no node for them. Which is
+// whose shows in the stiffness: a reference node is coupled with its own rotations through the elements of the nodes that
+// follow both.
 static std::vector<int> find_rotation_nodes(const Deck& deck, const StoredMatrices& matrices)
 {
     std::vector<int> ids, made;
+    std::unordered_map<int, Index> made_at;
     std::unordered_map<int, Index> tie_of; // reference node to tie
     for (const Tie& tie : deck.ties)
     {
@@ -61,23 +70,26 @@ static std::vector<int> find_rotation_nodes(const Deck& deck, const StoredMatric
         ids.push_back(tie.rotation_id);
     }
     for (const Freedom& freedom : matrices.freedoms)
-        if (deck.find_node(freedom.node_id) < 0 && (made.empty() || made.back() != freedom.node_id))
+        if (deck.find_node(freedom.node_id) < 0 && made_at.try_emplace(freedom.node_id, Index(made.size())).second)
             made.push_back(freedom.node_id);
     MatrixXd strength = MatrixXd::Zero(Index(ids.size()), Index(made.size()));
     for (Index column = 0; column < matrices.stiffness.cols(); ++column)
     {
-        const auto at = std::find(made.begin(), made.end(), matrices.freedoms[size_t(column)].node_id);
-        for (SparseMatrix::InnerIterator entry(matrices.stiffness, column); at != made.end() && entry; ++entry)
+        const auto at = made_at.find(matrices.freedoms[size_t(column)].node_id);
+        for (SparseMatrix::InnerIterator entry(matrices.stiffness, column); at != made_at.end() && entry; ++entry)
         {
             const auto tie = tie_of.find(matrices.freedoms[size_t(entry.row())].node_id);
             if (tie != tie_of.end())
-                strength(tie->second, at - made.begin()) += std::abs(entry.value());
+                strength(tie->second, at->second) += std::abs(entry.value());
         }
     }
+    int64_t incompatible = count_incompatible_nodes(deck.mesh);
     for (Index m = 0; m < strength.cols(); ++m)
     {
         Index tie = 0;
         const double strongest = strength.rows() > 0 ? strength.col(m).maxCoeff(&tie) : 0.0;
+        if (strongest <= 0.0 && incompatible-- > 0)
+            continue;
         if (strongest <= 0.0 || std::exchange(ids[size_t(tie)], made[size_t(m)]) != 0)
             throw std::runtime_error("the matrices have freedoms of node " + std::to_string(made[size_t(m)]) +
                                      ", which the deck does not define");
@@ -98,9 +110,8 @@ MatrixXd Model::rigid_motions(const Vector3d& center) const
         const auto [id, component] = matrices.freedoms[i];
         if (is_rotation_node(*this, id))
             motions(Index(i), 2 + component) = 1.0;
-        else
-            motions.row(Index(i)) =
-                rigid_motion(deck->mesh.nodes[size_t(deck->find_node(id))].at, center).row(component - 1);
+        else if (const int node = deck->find_node(id); node >= 0) // incompatible modes are at rest
+            motions.row(Index(i)) = rigid_motion(deck->mesh.nodes[size_t(node)].at, center).row(component - 1);
     }
     return motions;
 }
@@ -340,15 +351,16 @@ static double bending_scale(const Model& model, const MatrixXd& rigid)
         size = size.cwiseMax((node.at - center).cwiseAbs());
     Index longest = 0;
     size.maxCoeff(&longest);
+    const Index side = (longest + 1) % 3, other = (longest + 2) % 3, across = size[side] < size[other] ? side : other;
     MatrixXd bend = MatrixXd::Zero(rigid.rows(), 1);
     for (Index i = 0; i < bend.rows(); ++i)
     {
         const auto [id, component] = model.matrices.freedoms[size_t(i)];
-        if (is_rotation_node(model, id))
+        const int node = model.deck->find_node(id);
+        if (node < 0 || is_rotation_node(model, id))
             continue;
         // u = x^2 across the axis, and -2 x y along it, so that sections stay plane
-        const Vector3d r = mesh.nodes[size_t(model.deck->find_node(id))].at - center;
-        const Index across = (longest + 1) % 3;
+        const Vector3d r = mesh.nodes[size_t(node)].at - center;
         if (component - 1 == across)
             bend(i, 0) = r[longest] * r[longest];
         else if (component - 1 == longest)
@@ -411,6 +423,8 @@ MatrixXd node_motion(const Model& model, const Reduction& reduction)
             continue;
         }
         const int node = deck.find_node(id);
+        if (node < 0)
+            continue;
         motion.row(3 * Index(node) + component - 1) = reduction.motion.row(Index(i));
         moved[size_t(node)] = 1;
     }

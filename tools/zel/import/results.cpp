@@ -33,8 +33,8 @@ static std::vector<int> match_nodes(const Deck& deck, const FrdFile& frd, const 
     {
         const int node = deck.find_node(frd.node_ids[i]);
         if (node < 0 || (nodes[size_t(node)].at - frd.coordinates.col(Index(i))).norm() > kSameNode * size)
-            throw InputError({path, 0}, "node " + std::to_string(frd.node_ids[i]) +
-                                            " is not that of the deck (shells must be written with OUTPUT=2D)");
+            throw InputError({path, 0}, "node " + std::to_string(node < 0 ? frd.node_ids[i] : nodes[size_t(node)].id) +
+                                            " is not that of the deck");
         position[size_t(node)] = int(i);
     }
     const std::vector<char> used = used_nodes(deck.mesh);
@@ -192,10 +192,10 @@ static void take_constraint_modes(const FrdFile& frd, const std::string& job, co
     body.stiffness.topLeftCorner(forces.rows(), forces.cols()) = 0.5 * (forces + forces.transpose());
 }
 
-ResultBody body_from_results(const Deck& deck, const std::vector<Interface>& interfaces, const std::string& job)
+ResultBody body_from_results(const Deck& deck, const std::vector<Interface>& interfaces, const FrdFile& frd,
+                             const std::string& job)
 {
     const std::string path = job + ".frd";
-    const FrdFile frd = read_frd(path);
     const std::vector<int> position = match_nodes(deck, frd, path);
     std::vector<const FrdSolution*> modes, solutions;
     for (const FrdSolution& s : frd.solutions)

@@ -18,8 +18,9 @@ struct ResultBody
     double asymmetry = 0.0;    // of the printed forces, relative to the largest of them
 };
 
-// From JOB.frd, and JOB.dat when the deck has static unit steps. Interfaces are those of the deck's ties.
-ResultBody body_from_results(const Deck& deck, const std::vector<Interface>& interfaces, const std::string& job);
+// From the content of JOB.frd, and JOB.dat when the deck has static unit steps. Interfaces are those of the deck's ties.
+ResultBody body_from_results(const Deck& deck, const std::vector<Interface>& interfaces, const FrdFile& frd,
+                             const std::string& job);
 
 } // namespace zel_import
 

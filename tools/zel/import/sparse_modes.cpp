@@ -20,6 +20,7 @@ using Eigen::MatrixXd;
 using Eigen::VectorXd;
 
 constexpr double kTolerance = 1e-10; // of an eigenvalue; the Rayleigh-Ritz step squares the error of a shape
+constexpr Index kFewFreedoms = 300;
 constexpr int kRestarts = 1000, kSmallestBasis = 20;
 
 extern "C" void dgemm_(const char* left_form, const char* right_form, const int* rows, const int* columns,
@@ -175,7 +176,18 @@ struct Inverse
 };
 } // namespace
 
-// The eigenvectors of the operator with the largest eigenvalues.
+// The eigenvectors of the operator with the largest eigenvalues, by dense algebra: with W = L L^T the inverse of K - shift M,
+// the operator is similar to L^T M L. Few freedoms have few distinct eigenvalues, at which Lanczos breaks down.
+static MatrixXd dominant_vectors_of_few(const Inverse& inverse, int count)
+{
+    const Index order = inverse.mass.rows();
+    const MatrixXd l = inverse.shifted.solve(MatrixXd::Identity(order, order)).llt().matrixL();
+    const MatrixXd similar = inner_products(l, times(inverse.mass, l));
+    const Eigen::SelfAdjointEigenSolver<MatrixXd> solver(0.5 * (similar + similar.transpose()));
+    return combination(l, solver.eigenvectors().middleCols(order - inverse.rigid.cols() - count, count));
+}
+
+// The eigenvectors of the operator with the largest eigenvalues, by Lanczos.
 static MatrixXd dominant_vectors(const Inverse& inverse, int count)
 {
     const int order = int(inverse.mass.rows()), free = order - int(inverse.rigid.cols());
@@ -248,7 +260,9 @@ Eigenmodes lowest_modes(const SparseMatrix& stiffness, const SparseMatrix& mass,
     if (count >= order - rigid.cols())
         throw std::runtime_error("the model has only " + std::to_string(order) + " freedoms: ask for fewer modes");
     const Inverse inverse{mass, shifted, rigid};
-    Eigenmodes modes = rayleigh_ritz(stiffness, mass, inverse.times_block(dominant_vectors(inverse, count)));
+    const MatrixXd vectors =
+        order <= kFewFreedoms ? dominant_vectors_of_few(inverse, count) : dominant_vectors(inverse, count);
+    Eigenmodes modes = rayleigh_ritz(stiffness, mass, inverse.times_block(vectors));
     fix_signs(modes.shapes);
     return modes;
 }
