@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -125,20 +124,11 @@ public:
 private:
     int file_;
     int64_t position_;
-    template <typename Call, typename Byte> bool move(const Call& call, Byte* bytes, int64_t count)
+    template <typename Call, typename Byte> bool move(Call call, Byte* bytes, int64_t count)
     {
-        while (count > 0)
-        {
-            const ssize_t moved = call(file_, bytes, size_t(count), position_);
-            if (moved < 0 && errno == EINTR)
-                continue;
-            if (moved <= 0)
-                return false;
-            bytes += moved;
-            count -= moved;
-            position_ += moved;
-        }
-        return true;
+        const int64_t at = position_;
+        position_ += count;
+        return zel::move_all(call, file_, bytes, count, at);
     }
 };
 

@@ -6,6 +6,10 @@
 
 #include "zel.h"
 
+#include <sys/types.h>
+
+#include <cerrno>
+
 namespace zel
 {
 
@@ -40,6 +44,23 @@ inline int character_bytes(const ZELSTREAM& stream)
     return stream.xdr ? 4 : 1;
 }
 constexpr int kIntBytes = 4;
+
+// Moves all bytes at a position of a file, with pread or pwrite. False at its end, or on a full disk.
+template <typename Move, typename Byte> bool move_all(Move move, int file, Byte* bytes, int64_t count, int64_t at)
+{
+    while (count > 0)
+    {
+        const ssize_t moved = move(file, bytes, size_t(count), at);
+        if (moved < 0 && errno == EINTR)
+            continue;
+        if (moved <= 0)
+            return false;
+        bytes += moved;
+        at += moved;
+        count -= moved;
+    }
+    return true;
+}
 
 // Absolute move within the stream's file.
 inline bool seek_to(ZELSTREAM& stream, int64_t position)

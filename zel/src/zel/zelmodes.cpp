@@ -36,24 +36,6 @@ static constexpr KindTexts kKinds[ZEL_MODE_KINDS] = {
 
 // ---- Record files ------------------------------------------------------------------------------------------------------
 
-// Moves all bytes at a position of a file, with pread or pwrite.
-template <typename Move, typename Byte>
-static bool move_all(Move move, int file, Byte* bytes, int64_t count, int64_t at)
-{
-    while (count > 0)
-    {
-        const ssize_t moved = move(file, bytes, size_t(count), at);
-        if (moved < 0 && errno == EINTR)
-            continue;
-        if (moved <= 0)
-            return false;
-        bytes += moved;
-        at += moved;
-        count -= moved;
-    }
-    return true;
-}
-
 static bool write_zeros(int file, int64_t bytes)
 {
     static const char zeros[64 * 1024] = {};
