@@ -1,26 +1,43 @@
 #!/bin/sh
-# Installs a build into a folder of its own and builds a C, a C++ and a Fortran program against it, with nothing of the
-# source tree in reach: through the CMake package, pkg-config and the compiler alone.
+# Installs a build into a folder of its own, moves that folder, and uses it with nothing of the source tree in reach: the
+# command as it stands; a C, a C++ and a Fortran program built through the CMake package, pkg-config and the compiler alone.
+# Then makes the Debian packages and looks at what is in them.
 #   run.sh BUILD_FOLDER
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
 build=$(cd "$1" && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-cmake --install "$build" --prefix "$work/prefix" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
-lib=$(dirname "$(find "$work/prefix" -name libzel.so)")
-export LD_LIBRARY_PATH="$lib" PKG_CONFIG_PATH="$lib/pkgconfig"
+quietly() { "$@" >"$work/log" 2>&1 || { cat "$work/log"; exit 1; }; }
 
-cmake -S "$here" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix" >"$work/log" 2>&1 &&
-  cmake --build "$work/cmake" >>"$work/log" 2>&1 || { cat "$work/log"; exit 1; }
+quietly cmake --install "$build" --prefix "$work/first"
+mv "$work/first" "$work/prefix"
+lib=$(dirname "$(find "$work/prefix" -name libzel.so)")
+"$work/prefix/bin/zel" --version
+test -f "$work/prefix/share/man/man1/zel.1"
+test -f "$work/prefix/share/man/man3/zel.3"
+grep -q "BSD 3-Clause" "$work/prefix/share/doc/zel/copyright"
+
+quietly cmake -S "$here" -B "$work/cmake" -G Ninja -DCMAKE_PREFIX_PATH="$work/prefix"
+quietly cmake --build "$work/cmake"
 "$work/cmake/user_c"
 "$work/cmake/user_cpp"
 
-cc "$here/user.c" $(pkg-config --define-prefix --cflags --libs zel) -o "$work/user_pc"
+export PKG_CONFIG_PATH="$lib/pkgconfig" LD_LIBRARY_PATH="$lib"
+cc "$here/user.c" $(pkg-config --cflags --libs zel) -o "$work/user_pc"
 "$work/user_pc"
 
 cd "$work"
 gfortran prefix/include/zel.f90 "$here/user.f90" -L"$lib" -lzel -o user_fortran
 ./user_fortran
-prefix/bin/zel --version
-test -f prefix/share/man/man1/zel.1
+
+quietly cpack --config "$build/CPackConfig.cmake" -B "$work/packages"
+mkdir root
+for package in libzel0 libzel-dev zel; do
+  dpkg-deb -x packages/${package}_*.deb root
+done
+LD_LIBRARY_PATH=$(dirname "$(find root -name 'libzel.so.0')") root/usr/bin/zel --version
+if readelf -S root/usr/bin/zel | grep -q '\.symtab'; then
+  echo "the packaged command is not stripped"
+  exit 1
+fi
