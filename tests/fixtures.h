@@ -2,6 +2,7 @@
 #ifndef FIXTURES_H
 #define FIXTURES_H
 
+#include "faults.h"
 #include "zel.h"
 
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
-// Memory and clean-up: every allocation of the library passes through allocate() or reallocate(), so that tests can let
-// any one of them fail; small owners free what they hold on every way out of a scope.
+// Memory and clean-up: every allocation of the library passes through allocate() or reallocate(), which refuse impossible
+// sizes; small owners free what they hold on every way out of a scope.
 #ifndef ZELMEM_H
 #define ZELMEM_H
 
@@ -14,22 +14,9 @@
 namespace zel
 {
 
-#ifdef ZEL_TEST_HOOKS
-// The allocation that fails next, counted from 0; negative: none does.
-inline int64_t failing_allocation = -1;
-// The largest request so far, in bytes.
-inline double largest_allocation = 0.0;
-#endif
-
 // Whether `count` elements of `size` bytes are a request that can be made at all.
 inline bool allocation_allowed(int64_t count, size_t size)
 {
-#ifdef ZEL_TEST_HOOKS
-    const double bytes = double(count) * double(size);
-    largest_allocation = bytes > largest_allocation ? bytes : largest_allocation;
-    if (failing_allocation >= 0 && failing_allocation-- == 0)
-        return false;
-#endif
     return count >= 0 && uint64_t(count) <= uint64_t(PTRDIFF_MAX) / size;
 }
 

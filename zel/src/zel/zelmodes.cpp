@@ -47,10 +47,6 @@ static bool write_zeros(int file, int64_t bytes)
 
 static int reserve_in_one_call(int file, int64_t bytes)
 {
-#ifdef ZEL_TEST_HOOKS
-    if (refuse_reservation)
-        return EOPNOTSUPP;
-#endif
     int error = EINTR;
     while (error == EINTR)
         error = posix_fallocate(file, 0, bytes);
@@ -70,10 +66,6 @@ static bool reserve_bytes(int file, int64_t bytes)
 
 static double* map_file(int file, int64_t bytes)
 {
-#ifdef ZEL_TEST_HOOKS
-    if (refuse_mapping)
-        return nullptr;
-#endif
     if (bytes == 0)
         return nullptr;
     void* map = mmap(nullptr, size_t(bytes), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);

@@ -12,11 +12,6 @@ namespace zel
 
 constexpr int kComponents = 6; // values of one node in one mode
 
-#ifdef ZEL_TEST_HOOKS
-// Tests set these to do without: memory maps; the reservation of disk space in one call.
-inline bool refuse_mapping = false, refuse_reservation = false;
-#endif
-
 // How often a record, or a part of one, was read from a stream since the process began.
 extern int64_t mode_reads;
 

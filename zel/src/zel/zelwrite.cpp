@@ -79,12 +79,12 @@ static void change_geometry(Writer& out)
 
 // ---- Format ----------------------------------------------------------------------------------------------------------------------
 
-static int open_stream(Writer& out, const char* name)
+static int open_stream(Writer& out)
 {
     out.compatible = check_conflicts(out.options);
     out.file.double_precision = !code_is_single(out.options.version);
     if (code_is_xdr(out.options.version) && !open_xdr_writer(out.file))
-        return fail("Unable to open %s for write. Please check write permissions.", name);
+        return no_memory(kModule);
     return 1;
 }
 
@@ -378,10 +378,10 @@ static int write_content(Writer& out)
     return 1;
 }
 
-static int run_pipeline(Writer& out, const char* name)
+static int run_pipeline(Writer& out)
 {
     change_geometry(out);
-    if (!open_stream(out, name) || !write_block(out, kBlockVersion) || !write_block(out, kBlockHeader))
+    if (!open_stream(out) || !write_block(out, kBlockVersion) || !write_block(out, kBlockHeader))
         return 0;
     take_plain_content(out);
     settle_modes(out);
@@ -414,7 +414,7 @@ int ZEL_write_ZEL(ZELDATA* db, const char* name)
         return fail("Unable to open %s for write. Please check write permissions.", name);
     Writer out(db, output.file());
     out.options = read_write_options();
-    if (!run_pipeline(out, name))
+    if (!run_pipeline(out))
         return 0;
     close_xdr(out.file);
     return output.commit() ? 1 : fail("%s", block_row(out.last_block).unwritten);

@@ -1,0 +1,57 @@
+#include "faults.h"
+
+#include <sys/mman.h>
+#include <sys/types.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+
+namespace zel
+{
+
+int64_t failing_allocation = -1;
+double largest_allocation = 0.0;
+bool refuse_mapping = false, refuse_reservation = false;
+
+} // namespace zel
+
+// Whether an allocation of so many bytes is the one that fails.
+static bool fails(double bytes)
+{
+    zel::largest_allocation = std::max(zel::largest_allocation, bytes);
+    return zel::failing_allocation >= 0 && zel::failing_allocation-- == 0;
+}
+
+extern "C" {
+void* __real_calloc(size_t count, size_t size);
+void* __real_realloc(void* memory, size_t size);
+void* __real_aligned_alloc(size_t alignment, size_t size);
+void* __real_mmap64(void* address, size_t length, int protection, int flags, int file, off_t offset);
+int __real_posix_fallocate64(int file, off_t offset, off_t length);
+
+void* __wrap_calloc(size_t count, size_t size)
+{
+    return fails(double(count) * double(size)) ? nullptr : __real_calloc(count, size);
+}
+
+void* __wrap_realloc(void* memory, size_t size)
+{
+    return fails(double(size)) ? nullptr : __real_realloc(memory, size);
+}
+
+void* __wrap_aligned_alloc(size_t alignment, size_t size)
+{
+    return fails(double(size)) ? nullptr : __real_aligned_alloc(alignment, size);
+}
+
+void* __wrap_mmap64(void* address, size_t length, int protection, int flags, int file, off_t offset)
+{
+    return zel::refuse_mapping ? MAP_FAILED : __real_mmap64(address, length, protection, flags, file, offset);
+}
+
+int __wrap_posix_fallocate64(int file, off_t offset, off_t length)
+{
+    return zel::refuse_reservation ? EOPNOTSUPP : __real_posix_fallocate64(file, offset, length);
+}
+}

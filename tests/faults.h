@@ -1,0 +1,22 @@
+// Failing system calls on demand. The linker leads the library's calls of calloc, realloc, aligned_alloc, mmap and
+// posix_fallocate to the functions of faults.cpp, so that the library under test is built as it is shipped.
+#ifndef FAULTS_H
+#define FAULTS_H
+
+#include <cstdint>
+
+namespace zel
+{
+
+// The allocation that fails next, counted from 0; negative: none does.
+extern int64_t failing_allocation;
+
+// The largest request of memory so far, in bytes.
+extern double largest_allocation;
+
+// Do without memory maps; without the reservation of disk space in one call.
+extern bool refuse_mapping, refuse_reservation;
+
+} // namespace zel
+
+#endif
