@@ -26,6 +26,15 @@ std::vector<std::string> TemporaryFolder::files() const
     return names;
 }
 
+size_t TemporaryFolder::open_files() const
+{
+    size_t count = 0;
+    std::error_code gone; // the descriptor of the iteration itself
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd"))
+        count += std::filesystem::read_symlink(entry.path(), gone).string().rfind(folder_ + "/", 0) == 0;
+    return count;
+}
+
 static void set_variable(const char* name, const char* value)
 {
     if (value)

@@ -46,6 +46,7 @@ public:
     std::string path(const std::string& name) const { return folder_ + "/" + name; }
     const std::string& folder() const { return folder_; }
     std::vector<std::string> files() const; // names, sorted
+    size_t open_files() const; // descriptors of this process that lead to files made in here, removed or not
 
 private:
     std::string folder_;

@@ -4,8 +4,6 @@
 #include "zeldb.h"
 #include "zelfile.h"
 
-#include <sys/resource.h>
-
 #include <filesystem>
 
 using Lifetime = ZelTest;
@@ -82,12 +80,12 @@ TEST_F(Lifetime, TemporaryStreamsGoWithTheirDatabase)
         ASSERT_EQ(std::filesystem::path(made.name).parent_path(), folder.folder());
         ASSERT_EQ(std::filesystem::path(made.name).filename().string().rfind("zel_", 0), 0u);
     }
-    // A file that has taken over a stream's name is not ours to remove; one that is gone is no error.
-    std::filesystem::remove(db->stress_file.name);
-    std::filesystem::remove(db->strain_file.name);
-    write_bytes(db->strain_file.name, "somebody else's");
+    EXPECT_TRUE(folder.files().empty());
+    EXPECT_EQ(folder.open_files(), 3u);
+    write_bytes(db->strain_file.name, "somebody else's"); // by now
     const std::string kept = std::filesystem::path(db->strain_file.name).filename().string();
     ZEL_UnLink(db);
+    EXPECT_EQ(folder.open_files(), 0u);
     EXPECT_EQ(folder.files(), std::vector<std::string>{kept});
 }
 
@@ -98,40 +96,15 @@ TEST(TemporaryFolders, ComeFromTmpThenTmpdirThenTheSystem)
     {
         const Environment tmp("TMP", a.folder().c_str());
         EXPECT_EQ(zel::temporary_folder(), a.folder());
+        EXPECT_STREQ(zel::temporary_folder_variable(), "TMP");
     }
     for (const char* unusable : {"", "/no/such/folder"})
     {
         const Environment tmp("TMP", unusable);
         EXPECT_EQ(zel::temporary_folder(), b.folder());
+        EXPECT_STREQ(zel::temporary_folder_variable(), "TMPDIR");
     }
     const Environment tmp("TMP", nullptr), no_tmpdir("TMPDIR", nullptr);
     EXPECT_STREQ(zel::temporary_folder(), P_tmpdir);
-}
-
-TEST(OutputFiles, AreCompleteOrAbsent)
-{
-    const TemporaryFolder folder;
-    const std::string given_up = folder.path("given up"), finished = folder.path("finished"), cut = folder.path("cut");
-    {
-        zel::OutputFile out(given_up.c_str());
-        std::fputs("begun", out.file());
-    }
-    {
-        zel::OutputFile out(finished.c_str());
-        std::fputs("done", out.file());
-        EXPECT_TRUE(out.commit());
-    }
-    rlimit before;
-    getrlimit(RLIMIT_FSIZE, &before);
-    {
-        const zel::HoldFileSizeSignal held;
-        const rlimit small = {4096, before.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &small);
-        zel::OutputFile out(cut.c_str());
-        std::fwrite(std::string(5000, 'x').data(), 1, 5000, out.file());
-        EXPECT_FALSE(out.commit());
-        setrlimit(RLIMIT_FSIZE, &before);
-    }
-    EXPECT_EQ(folder.files(), std::vector<std::string>{"finished"});
-    EXPECT_EQ(bytes_of(finished), "done");
+    EXPECT_STREQ(zel::temporary_folder_variable(), "TMP");
 }

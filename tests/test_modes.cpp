@@ -6,6 +6,9 @@
 
 #include <sys/mount.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -129,7 +132,8 @@ TEST_F(Modes, LieAtTheStatedOffsets)
         std::memcpy(&value, bytes.data() + at, sizeof value);
         return value;
     };
-    const std::string shapes = bytes_of(db->mode_file.name), stresses = bytes_of(db->stress_file.name);
+    const auto bytes_in = [](FILE* file) { return bytes_of("/proc/self/fd/" + std::to_string(fileno(file))); };
+    const std::string shapes = bytes_in(db->mode_file.file), stresses = bytes_in(db->stress_file.file);
     ASSERT_EQ(shapes.size(), 12u * 5 * 48);
     ASSERT_EQ(stresses.size(), 12u * 5 * 48);
     EXPECT_EQ(value_at(shapes, 2 * 48), 1.0); // mode index 0, node index 2
@@ -137,9 +141,10 @@ TEST_F(Modes, LieAtTheStatedOffsets)
     EXPECT_EQ(value_at(stresses, 5 * 48 + 24), 0.25); // mode index 1, stress position 0
     EXPECT_EQ(value_at(stresses, 5 * 48 + 48 + 40), 0.5);
     EXPECT_EQ(std::count(shapes.begin(), shapes.end(), '\0'), std::ptrdiff_t(shapes.size()) - 11);
-    EXPECT_EQ(folder_.files().size(), 2u);
+    EXPECT_EQ(folder_.open_files(), 2u);
+    EXPECT_TRUE(folder_.files().empty()); // however the process ends, nothing stays
     ZEL_UnLink(db);
-    EXPECT_TRUE(folder_.files().empty());
+    EXPECT_EQ(folder_.open_files(), 0u);
 }
 
 TEST_F(Modes, OfOneNumberAreReadOnce)
@@ -289,7 +294,7 @@ TEST_F(Modes, NeedAFileThatCanBeWritten)
                            "ERROR:  Insufficient disk space for temporary " + subjects[kind] + " file" +
                                (kind == 0 ? "  " : " ") + folder_.folder());
             setrlimit(RLIMIT_FSIZE, &before);
-            EXPECT_EQ(folder_.files().size(), size_t(kind));
+            EXPECT_EQ(folder_.open_files(), size_t(kind));
         }
         ASSERT_EQ(ZEL_SetMode(db, 1, 1, kind, 1, 2, 3, 4, 5, 6), 1);
     }
@@ -303,25 +308,48 @@ TEST_F(Modes, SurviveAFullDisk)
     ZELDATA* db = ZEL_Create(1000, 15); // 720 kB a kind
     EXPECT_EQ(ZEL_SetMode(db, 1, 1, ZEL_MODE_SHAPE, 1, 2, 3, 4, 5, 6), 1);
     expect_no_file(db, ZEL_MODAL_STRESS, "ERROR:  Insufficient disk space");
-    EXPECT_EQ(folder_.files().size(), 1u);
+    EXPECT_EQ(folder_.open_files(), 1u);
     EXPECT_EQ(whole_vector(db, 1, 0)[5], 6.0);
     ZEL_UnLink(db);
     EXPECT_EQ(umount(folder_.folder().c_str()), 0);
 }
 
+// Also of two processes: neither ever opens the other's file.
 TEST_F(Modes, OfTwoDatabasesUnderOnePathStayApart)
 {
-    const std::string path = folder_.path("shapes");
-    Environment variable("VXR_TMP_MOD", path.c_str());
-    ZELDATA *first = ZEL_Create(1, 1), *second = ZEL_Create(1, 1);
+    const std::string path = folder_.path("shapes"), old = folder_.path("old");
+    write_bytes(old, "old");
+    ASSERT_EQ(symlink(old.c_str(), path.c_str()), 0);
+    const Environment variable("VXR_TMP_MOD", path.c_str());
+    ZELDATA *first = ZEL_Create(1000, 1), *second = ZEL_Create(1, 1);
     ASSERT_EQ(ZEL_SetMode(first, 1, 1, 0, 1, 1, 1, 1, 1, 1), 1);
+    EXPECT_EQ(first->mode_file.name, path);
     ASSERT_EQ(ZEL_SetMode(second, 1, 1, 0, 2, 2, 2, 2, 2, 2), 1);
+    const pid_t other = fork();
+    if (other == 0)
+        _exit(ZEL_SetMode(ZEL_Create(1, 1), 1, 1, 0, 3, 3, 3, 3, 3, 3) ? 0 : 1);
+    int status = -1;
+    waitpid(other, &status, 0);
+    EXPECT_EQ(status, 0);
     EXPECT_EQ(whole_vector(first, 1, 0)[0], 1.0);
     EXPECT_EQ(whole_vector(second, 1, 0)[0], 2.0);
-    ZEL_UnLink(first); // the name belongs to the second one by now
-    EXPECT_EQ(folder_.files(), std::vector<std::string>{"shapes"});
-    ZEL_UnLink(second);
-    EXPECT_TRUE(folder_.files().empty());
+    EXPECT_EQ(bytes_of(old), "old");
+    write_bytes(path, "somebody else's"); // by now
+    ZEL_Terminate();
+    EXPECT_EQ(folder_.files(), (std::vector<std::string>{"old", "shapes"}));
+}
+
+TEST_F(Modes, NeverTakeANameThatCannotBeFreed)
+{
+    const std::string pipe = folder_.path("pipe");
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    for (const std::string& path : {folder_.folder(), pipe, std::string("/dev/full")})
+    {
+        const Environment variable("VXR_TMP_STR", path.c_str());
+        expect_no_file(ZEL_Create(1, 1), ZEL_MODAL_STRESS,
+                       "ERROR:  Unable to open temporary modal stress file " + path);
+        EXPECT_EQ(access(path.c_str(), F_OK), 0);
+    }
 }
 
 // A body that was read keeps the vectors of its file; a kind that the file lacks can be set, for all of its nodes.
@@ -369,11 +397,11 @@ TEST_F(Modes, AreReplacedAsAWholeOrNotAtAll)
         EXPECT_EQ(replacement.write(0, 2, 2, values), 0); // only three nodes
         EXPECT_EQ(replacement.write(1, 0, 1, values), 0);
         ASSERT_EQ(replacement.write(0, 0, 1, values), 1);
-        EXPECT_EQ(folder_.files().size(), 2u);
+        EXPECT_EQ(folder_.open_files(), 2u);
         if (install)
             replacement.install();
     }
-    EXPECT_EQ(folder_.files().size(), 1u);
+    EXPECT_EQ(folder_.open_files(), 1u);
     EXPECT_EQ(whole_vector(db, 1, 0), (std::vector<double>{10, 20, 30, 40, 50, 60})); // in current units
     EXPECT_EQ(db->mode_record_nodes[0], 3);
 }

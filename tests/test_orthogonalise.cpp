@@ -353,12 +353,12 @@ TEST_F(Orthogonalisation, ThatFailsKeepsTheModes)
     ZELDATA* db = chain.database();
     const Matrix shapes = modes_of(db, ZEL_MODE_SHAPE, 0), damping = full(db, ZEL_GenDampFull);
     const Matrix stiffness = full(db, ZEL_GenStiffFull);
-    const size_t files = folder.files().size();
+    const size_t files = folder.open_files();
     const auto expect_untouched = [&] {
         expect_near(modes_of(db, ZEL_MODE_SHAPE, 0), shapes, 0.0);
         expect_near(full(db, ZEL_GenDampFull), damping, 0.0);
         expect_near(full(db, ZEL_GenStiffFull), stiffness, 0.0);
-        EXPECT_EQ(folder.files().size(), files);
+        EXPECT_EQ(folder.open_files(), files);
     };
     rlimit before;
     getrlimit(RLIMIT_FSIZE, &before);

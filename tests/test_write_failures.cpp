@@ -1,4 +1,4 @@
-// Output that cannot be completed leaves no file, and a write that is refused leaves the file that is there.
+// Output that cannot be completed leaves no file, and the older one as it was; so does a write that is refused.
 #include "assembly.h"
 #include "exercise.h"
 #include "fixtures.h"
@@ -113,7 +113,7 @@ constexpr const char* kUnwritten[] = {
 
 } // namespace
 
-TEST_F(FailingWrites, AFullDiskLeavesNoFile)
+TEST_F(FailingWrites, AFullDiskLeavesTheOlderFileOrNone)
 {
     ZELDATA* db = sample_body();
     for (const char* options : {"no_ortho", "no_ortho no_xdr single"})
@@ -126,12 +126,21 @@ TEST_F(FailingWrites, AFullDiskLeavesNoFile)
                 const FileSizeLimit limit(bytes);
                 ASSERT_EQ(write(db, out, options), 0) << bytes;
             }
-            ASSERT_EQ(folder.files(), std::vector<std::string>{"sample.zel"});
+            ASSERT_EQ(folder.files(), (std::vector<std::string>{"out.zel", "sample.zel"}));
+            ASSERT_EQ(bytes_of(out), whole);
+            EXPECT_TRUE(reported("  File too large\n")) << errors;
+            EXPECT_EQ(errors.find("ERROR:  \n"), std::string::npos) << errors;
             const bool named = std::any_of(std::begin(kUnwritten), std::end(kUnwritten), [&](const char* block) {
                 return reported(std::string("Problem writing ") + block);
             });
             EXPECT_TRUE(named) << errors;
         }
+        std::remove(out.c_str());
+        {
+            const FileSizeLimit limit(1000);
+            ASSERT_EQ(write(db, out, options), 0);
+        }
+        EXPECT_EQ(folder.files(), std::vector<std::string>{"sample.zel"});
         ASSERT_EQ(write(db, out, options), 1); // the database has lost nothing
         EXPECT_EQ(bytes_of(out), whole);
     }
@@ -203,7 +212,8 @@ TEST_F(FailingWrites, RefusalsKeepTheFileThatIsThere)
     EXPECT_EQ(ZEL_write_ZEL(&stranger, out.c_str()), 0);
     const std::string nowhere = folder.path("missing/out.zel");
     EXPECT_EQ(write(db, nowhere, "no_ortho"), 0);
-    EXPECT_EQ(errors, "ERROR:  Unable to open " + nowhere + " for write. Please check write permissions.\n");
+    EXPECT_EQ(errors, "ERROR:  Unable to open " + nowhere +
+                          " for write. Please check write permissions.\nERROR:    No such file or directory\n");
     EXPECT_EQ(folder.files(), std::vector<std::string>{"sample.zel"});
 }
 

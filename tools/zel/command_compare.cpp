@@ -17,8 +17,7 @@ static void end_with_difference()
     if (!comparing)
         return;
     ProgressBar::end_current();
-    std::fflush(nullptr);
-    std::_Exit(kDifferences);
+    std::_Exit(output_is_printed() ? kDifferences : kUnusable);
 }
 
 } // namespace zel_command

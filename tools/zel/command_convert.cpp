@@ -1,6 +1,7 @@
 // `zel convert`: reads a file and writes it anew, in other units, encodings or with other write options.
 #include "body.h"
 #include "commands.h"
+#include "interrupt.h"
 #include "progress.h"
 
 #include <CLI/CLI.hpp>
@@ -70,6 +71,7 @@ void add_convert_command(CLI::App& app, int& status)
             options->write_options + (options->single ? " single" : "") + (options->native ? " no_xdr" : "");
         setenv("VXR_ZELWRITE_OPTIONS", all.c_str(), 1);
         bar.begin("write the file");
+        const UnfinishedOutput unfinished(options->out);
         const MessagesAside aside;
         if (!ZEL_write_ZEL(body, options->out.c_str()))
             throw std::runtime_error(options->out + " could not be written");

@@ -1,7 +1,10 @@
 // `zel export`: a body for ParaView (.vtu, .pvd) or for scripts (.json).
 #include "body.h"
 #include "commands.h"
+#include "interrupt.h"
 #include "progress.h"
+#include "zelfile.h"
+#include "zeloutput.h"
 
 #include <CLI/CLI.hpp>
 
@@ -9,17 +12,58 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
-#include <fstream>
+#include <list>
 #include <memory>
+#include <sstream>
 
 namespace zel_command
 {
 
 // A VTK XML file of unstructured cells: the arrays are declared in the head and follow, each behind its size in bytes, as
-// raw data at the end (www.vtk.org, VTK file formats). A file that is not finished is removed.
+// raw data at the end (www.vtk.org, VTK file formats).
 namespace
 {
+// A file that takes the place of an older one when it is committed. It never is the file that the body is read from.
+class Output
+{
+public:
+    Output(std::string path, const ZELDATA* db) : path_(std::move(path)), unfinished_(path_), file_(path_.c_str())
+    {
+        if (zel::names_open_file(path_.c_str(), db->zel_file.file))
+            throw std::runtime_error(path_ + ": is the file that is read");
+        if (!file_.file())
+            fail("cannot be written");
+    }
+    void write(const void* bytes, size_t count)
+    {
+        if (!file_.write(bytes, count))
+            fail("cannot be written completely");
+    }
+    void write(const std::string& text) { write(text.data(), text.size()); }
+    void finish()
+    {
+        if (!file_.finish())
+            fail("cannot be written completely");
+    }
+    void commit()
+    {
+        if (!file_.commit())
+            fail("cannot be written completely");
+    }
+
+private:
+    [[noreturn]] void fail(const char* what) const
+    {
+        const int error = file_.error();
+        throw std::runtime_error(path_ + ": " + what + (error ? ", " : "") + (error ? std::strerror(error) : ""));
+    }
+    std::string path_;
+    UnfinishedOutput unfinished_;
+    zel::OutputFile file_;
+};
+
 // So many equal parts of the work, counted as they are done.
 class Steps
 {
@@ -35,10 +79,8 @@ private:
 class VtuFile
 {
 public:
-    VtuFile(std::string path, const ZELDATA* db) : path_(std::move(path)), out_(path_, std::ios::binary)
+    VtuFile(Output& out, const ZELDATA* db) : out_(out)
     {
-        if (!out_)
-            throw std::runtime_error(path_ + ": cannot be written");
         xyz_ = coordinates_of(db);
         for (const std::vector<int>& face : faces_of(db))
         {
@@ -48,32 +90,25 @@ public:
             types_.push_back(face.size() == 1 ? kVertex : face.size() == 2 ? kLine : kPolygon);
         }
     }
-    ~VtuFile()
-    {
-        out_.close();
-        if (!finished_)
-            std::filesystem::remove(path_);
-    }
-    VtuFile(const VtuFile&) = delete;
-    VtuFile& operator=(const VtuFile&) = delete;
 
     // Point data: the displacement of every node in each mode, fetched one mode at a time.
     void write(ZELDATA* db, const std::vector<Mode>& modes, const std::vector<std::string>& names, Steps& steps)
     {
         const size_t vector_bytes = xyz_.size() * sizeof(double);
-        out_ << "<?xml version=\"1.0\"?>\n<VTKFile type=\"UnstructuredGrid\" version=\"1.0\" "
-                "byte_order=\"LittleEndian\" "
-                "header_type=\"UInt64\">\n<UnstructuredGrid>\n<Piece NumberOfPoints=\""
-             << xyz_.size() / 3 << "\" NumberOfCells=\"" << types_.size() << "\">\n<PointData>\n";
+        head_ << "<?xml version=\"1.0\"?>\n<VTKFile type=\"UnstructuredGrid\" version=\"1.0\" "
+                 "byte_order=\"LittleEndian\" "
+                 "header_type=\"UInt64\">\n<UnstructuredGrid>\n<Piece NumberOfPoints=\""
+              << xyz_.size() / 3 << "\" NumberOfCells=\"" << types_.size() << "\">\n<PointData>\n";
         for (const std::string& name : names)
             declare("Float64", name, 3, vector_bytes);
-        out_ << "</PointData>\n<Points>\n";
+        head_ << "</PointData>\n<Points>\n";
         declare("Float64", "Points", 3, vector_bytes);
-        out_ << "</Points>\n<Cells>\n";
+        head_ << "</Points>\n<Cells>\n";
         declare("Int64", "connectivity", 1, connectivity_.size() * sizeof(int64_t));
         declare("Int64", "offsets", 1, offsets_.size() * sizeof(int64_t));
         declare("UInt8", "types", 1, types_.size());
-        out_ << "</Cells>\n</Piece>\n</UnstructuredGrid>\n<AppendedData encoding=\"raw\">\n_";
+        head_ << "</Cells>\n</Piece>\n</UnstructuredGrid>\n<AppendedData encoding=\"raw\">\n_";
+        out_.write(head_.str());
         std::vector<double> shape(xyz_.size());
         for (const Mode& mode : modes)
         {
@@ -86,34 +121,30 @@ public:
         append(connectivity_);
         append(offsets_);
         append(types_);
-        out_ << "\n</AppendedData>\n</VTKFile>\n";
-        out_.flush();
-        if (!out_)
-            throw std::runtime_error(path_ + ": cannot be written completely");
-        finished_ = true;
+        out_.write("\n</AppendedData>\n</VTKFile>\n");
+        out_.finish();
     }
 
 private:
     void declare(const char* type, const std::string& name, int components, size_t bytes)
     {
-        out_ << "<DataArray type=\"" << type << "\" Name=\"" << name << "\" NumberOfComponents=\"" << components
-             << "\" format=\"appended\" offset=\"" << next_offset_ << "\"/>\n";
+        head_ << "<DataArray type=\"" << type << "\" Name=\"" << name << "\" NumberOfComponents=\"" << components
+              << "\" format=\"appended\" offset=\"" << next_offset_ << "\"/>\n";
         next_offset_ += sizeof(uint64_t) + bytes;
     }
     template <typename T> void append(const std::vector<T>& values)
     {
         const uint64_t bytes = values.size() * sizeof(T);
-        out_.write(reinterpret_cast<const char*>(&bytes), sizeof bytes);
-        out_.write(reinterpret_cast<const char*>(values.data()), std::streamsize(bytes));
+        out_.write(&bytes, sizeof bytes);
+        out_.write(values.data(), bytes);
     }
 
-    std::string path_;
-    std::ofstream out_;
+    Output& out_;
+    std::ostringstream head_;
     std::vector<double> xyz_;
     std::vector<int64_t> connectivity_, offsets_;
     std::vector<uint8_t> types_;
     uint64_t next_offset_ = 0;
-    bool finished_ = false;
 };
 } // namespace
 
@@ -131,10 +162,12 @@ static void export_vtu(ZELDATA* db, const std::string& path, ProgressBar& bar)
     for (const Mode& mode : modes)
         names.push_back(mode_name(mode));
     Steps steps(bar, modes.size());
-    VtuFile(path, db).write(db, modes, names, steps);
+    Output out(path, db);
+    VtuFile(out, db).write(db, modes, names, steps);
+    out.commit();
 }
 
-// A collection of one .vtu file a mode, whose time is the frequency.
+// A collection of one .vtu file a mode, whose time is the frequency. All are complete before the first takes its place.
 static void export_pvd(ZELDATA* db, const std::string& path, ProgressBar& bar)
 {
     namespace fs = std::filesystem;
@@ -142,21 +175,22 @@ static void export_pvd(ZELDATA* db, const std::string& path, ProgressBar& bar)
     const std::vector<Mode> modes = ZEL_ModeExist(db, ZEL_MODE_SHAPE) ? modes_of(db) : std::vector<Mode>();
     Steps steps(bar, modes.size());
     std::string list;
+    std::list<Output> files;
     for (const Mode& mode : modes)
     {
         const std::string file = stem.string() + "_mode" + std::to_string(mode.number) + ".vtu";
-        VtuFile(file, db).write(db, {mode}, {"displacement"}, steps);
+        VtuFile(files.emplace_back(file, db), db).write(db, {mode}, {"displacement"}, steps);
         std::array<char, 64> time;
         std::snprintf(time.data(), time.size(), "%.10g", mode.hertz);
         list += "<DataSet timestep=\"" + std::string(time.data()) + "\" file=\"" + fs::path(file).filename().string() +
                 "\"/>\n";
     }
-    std::ofstream out(path);
-    out << "<?xml version=\"1.0\"?>\n<VTKFile type=\"Collection\" version=\"1.0\">\n<Collection>\n"
-        << list << "</Collection>\n</VTKFile>\n";
-    out.flush();
-    if (!out)
-        throw std::runtime_error(path + ": cannot be written");
+    Output& collection = files.emplace_back(path, db);
+    collection.write("<?xml version=\"1.0\"?>\n<VTKFile type=\"Collection\" version=\"1.0\">\n<Collection>\n" + list +
+                     "</Collection>\n</VTKFile>\n");
+    collection.finish();
+    for (Output& file : files)
+        file.commit();
 }
 
 static void export_json(ZELDATA* db, const std::string& path, ProgressBar& bar)
@@ -200,11 +234,9 @@ static void export_json(ZELDATA* db, const std::string& path, ProgressBar& bar)
                                  {"rotations", rotations}});
         steps.advance();
     }
-    std::ofstream out(path);
-    out << body.dump() << "\n";
-    out.flush();
-    if (!out)
-        throw std::runtime_error(path + ": cannot be written");
+    Output out(path, db);
+    out.write(body.dump() + "\n");
+    out.commit();
 }
 
 } // namespace zel_command

@@ -19,4 +19,12 @@ void add_convert_command(CLI::App& app, int& status);
 void add_export_command(CLI::App& app, int& status);
 void add_import_command(CLI::App& app, int& status);
 
+namespace zel_command
+{
+
+// Whether all that was printed on standard output so far has arrived; false after a message.
+bool output_is_printed();
+
+} // namespace zel_command
+
 #endif

@@ -2,9 +2,29 @@
 #include <CLI/CLI.hpp>
 
 #include "commands.h"
+#include "interrupt.h"
 #include "progress.h"
 
-int main(int argc, char** argv)
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+
+namespace zel_command
+{
+
+bool output_is_printed()
+{
+    errno = 0;
+    if (std::fflush(stdout) == 0 && !std::ferror(stdout))
+        return true;
+    print_problem(std::string("the output cannot be printed") + (errno ? ": " : "") +
+                  (errno ? std::strerror(errno) : ""));
+    return false;
+}
+
+} // namespace zel_command
+
+static int run(int argc, char** argv)
 {
     CLI::App app{"Makes, shows and checks flexible bodies for multibody dynamics.", "zel"};
     app.set_version_flag("--version", "zel " ZEL_VERSION);
@@ -28,4 +48,12 @@ int main(int argc, char** argv)
         return kUnusable;
     }
     return status;
+}
+
+int main(int argc, char** argv)
+{
+    std::signal(SIGXFSZ, SIG_IGN); // a file that grows too large is a failed write like others
+    zel_command::watch_for_interrupts();
+    const int status = run(argc, argv);
+    return zel_command::output_is_printed() ? status : kUnusable;
 }

@@ -1,5 +1,5 @@
 // Fills a database through the library's setters, node by node in ascending order so that every mode is written as one run,
-// and lets the library write it beside the wanted file.
+// and lets the library write it.
 #include "body.h"
 
 #include <algorithm>
@@ -12,6 +12,7 @@
 #include <set>
 #include <unistd.h>
 
+#include "../interrupt.h"
 #include "zel.h"
 
 namespace zel_import
@@ -243,23 +244,6 @@ static void set_header(ZELDATA* db, const Deck& deck)
             "the header");
 }
 
-// The file that is written first; gone unless it becomes the wanted one.
-class PartialFile
-{
-public:
-    explicit PartialFile(const std::string& wanted) : wanted_(wanted), partial(wanted + ".part") {}
-    ~PartialFile() { std::remove(partial.c_str()); }
-    PartialFile(const PartialFile&) = delete;
-    PartialFile& operator=(const PartialFile&) = delete;
-    bool commit() const { return std::rename(partial.c_str(), wanted_.c_str()) == 0; }
-
-private:
-    std::string wanted_;
-
-public:
-    const std::string partial;
-};
-
 void write_body(const Body& body, const std::string& output, const std::string& write_options, bool verbose)
 {
     const std::vector<BodyNode> nodes = body_nodes(body);
@@ -277,8 +261,8 @@ void write_body(const Body& body, const std::string& output, const std::string& 
     set_matrices(db.get(), body);
     require(ZEL_CalculateGlobalMassFromNodeMass(db.get()), "the global mass");
     setenv("VXR_ZELWRITE_OPTIONS", write_options.c_str(), 1);
-    const PartialFile file(output);
-    if (!ZEL_write_ZEL(db.get(), file.partial.c_str()) || !file.commit())
+    const zel_command::UnfinishedOutput unfinished(output);
+    if (!ZEL_write_ZEL(db.get(), output.c_str()))
         throw std::runtime_error(output + " cannot be written");
 }
 

@@ -1,10 +1,12 @@
-// Temporary and output files on a POSIX system.
+// Temporary files on a POSIX system.
 #include "zelfile.h"
 #include "zelmem.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <ctime>
 
 namespace zel
@@ -16,12 +18,33 @@ static bool is_folder(const char* path)
     return path && *path && stat(path, &status) == 0 && S_ISDIR(status.st_mode);
 }
 
+static const char* folder_in(const char* variable)
+{
+    const char* path = std::getenv(variable);
+    return is_folder(path) ? path : nullptr;
+}
+
+const char* temporary_folder_variable()
+{
+    return !folder_in("TMP") && folder_in("TMPDIR") ? "TMPDIR" : "TMP";
+}
+
 const char* temporary_folder()
 {
-    for (const char* variable : {"TMP", "TMPDIR"})
-        if (const char* path = std::getenv(variable); is_folder(path))
-            return path;
-    return P_tmpdir;
+    const char* path = folder_in(temporary_folder_variable());
+    return path ? path : P_tmpdir;
+}
+
+// Takes the name from a file that was just made.
+static FILE* unnamed_stream(int descriptor, const char* name)
+{
+    if (descriptor < 0)
+        return nullptr;
+    unlink(name);
+    FILE* file = fdopen(descriptor, "w+b");
+    if (!file)
+        close(descriptor);
+    return file;
 }
 
 NamedFile create_temporary_file()
@@ -34,14 +57,27 @@ NamedFile create_temporary_file()
         return {nullptr, nullptr};
     std::memcpy(name, folder, folder_length);
     std::memcpy(name + folder_length, kPattern, sizeof kPattern);
-    const int descriptor = mkstemp(name);
-    FILE* file = descriptor >= 0 ? fdopen(descriptor, "w+b") : nullptr;
-    if (!file && descriptor >= 0)
-    {
-        close(descriptor);
-        std::remove(name);
-    }
-    return {file, name};
+    return {unnamed_stream(mkostemp(name, O_CLOEXEC), name), name};
+}
+
+// Whether nothing has this name any more.
+static bool clear_name(const char* path)
+{
+    struct stat there;
+    if (lstat(path, &there) != 0)
+        return errno == ENOENT;
+    return (S_ISREG(there.st_mode) || S_ISLNK(there.st_mode)) && (unlink(path) == 0 || errno == ENOENT);
+}
+
+NamedFile create_temporary_file(const char* path)
+{
+    char* name = copy_text(path);
+    if (!name)
+        return {nullptr, nullptr};
+    int descriptor = -1;
+    for (int tries = 0; tries < 100 && descriptor < 0 && clear_name(path); ++tries) // others may want the name, too
+        descriptor = open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    return {unnamed_stream(descriptor, path), name};
 }
 
 bool names_open_file(const char* name, FILE* file)
@@ -49,21 +85,6 @@ bool names_open_file(const char* name, FILE* file)
     struct stat named, open;
     return name && stat(name, &named) == 0 && fstat(fileno(file), &open) == 0 && named.st_ino == open.st_ino &&
            named.st_dev == open.st_dev;
-}
-
-// Output may go to a device or a pipe, which is nobody's to remove.
-static bool is_regular(FILE* file)
-{
-    struct stat open;
-    return fstat(fileno(file), &open) == 0 && S_ISREG(open.st_mode);
-}
-
-void close_and_remove(FILE* file, const char* name)
-{
-    const bool ours = is_regular(file) && names_open_file(name, file);
-    std::fclose(file);
-    if (ours)
-        std::remove(name);
 }
 
 HoldFileSizeSignal::HoldFileSizeSignal()
@@ -85,22 +106,6 @@ HoldFileSizeSignal::~HoldFileSizeSignal()
     while (sigtimedwait(&held, nullptr, &at_once) == SIGXFSZ)
     {}
     pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-}
-
-bool OutputFile::commit()
-{
-    FILE* file = std::exchange(file_, nullptr);
-    if (std::fflush(file) == 0 && !std::ferror(file))
-    {
-        const bool regular = is_regular(file);
-        if (std::fclose(file) == 0)
-            return true;
-        if (regular)
-            std::remove(name_);
-        return false;
-    }
-    close_and_remove(file, name_);
-    return false;
 }
 
 } // namespace zel

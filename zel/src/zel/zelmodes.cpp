@@ -9,6 +9,7 @@
 
 #include <fcntl.h>
 #include <sys/mman.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -45,6 +46,14 @@ static bool write_zeros(int file, int64_t bytes)
     return true;
 }
 
+// Whether the disk is so large at all: an impossible request would fill it first and then be given back.
+static bool may_have_room(int file, int64_t bytes)
+{
+    struct statvfs disk;
+    return fstatvfs(file, &disk) != 0 || disk.f_blocks == 0 ||
+           uint64_t(bytes) / disk.f_frsize <= uint64_t(disk.f_bfree);
+}
+
 static int reserve_in_one_call(int file, int64_t bytes)
 {
     int error = EINTR;
@@ -58,6 +67,8 @@ static bool reserve_bytes(int file, int64_t bytes)
 {
     if (bytes == 0)
         return true;
+    if (!may_have_room(file, bytes))
+        return false;
     const HoldFileSizeSignal hold;
     const int error = reserve_in_one_call(file, bytes);
     const bool unsupported = error == EOPNOTSUPP || error == ENOSYS || error == EINVAL;
@@ -98,13 +109,13 @@ static ModeReplacement::Result make_records(RecordFile& records, NamedFile opene
     return ModeReplacement::kReady;
 }
 
-// Unmaps, closes and removes.
+// Unmaps and closes; with that the file is gone.
 static void discard_records(RecordFile& records)
 {
     if (records.map)
         munmap(records.map, size_t(records.bytes));
     if (records.stream.file)
-        close_and_remove(records.stream.file, records.stream.name);
+        std::fclose(records.stream.file);
     discard(records.stream.name);
     discard(records.positions);
     records = {};
@@ -140,27 +151,22 @@ static void adopt(ZELDATA* db, int kind, RecordFile& records)
 static NamedFile open_for_kind(int kind)
 {
     const char* path = std::getenv(kKinds[kind].variable);
-    if (!path || !*path)
-        return create_temporary_file();
-    char* name = copy_text(path);
-    if (!name)
-        return {nullptr, nullptr};
-    if (held_open(path)) // a file of its own for each stream: the older one goes on without a name
-        std::remove(path);
-    return {std::fopen(path, "wb+"), name};
+    return path && *path ? create_temporary_file(path) : create_temporary_file();
 }
 
 static Failed report(ModeReplacement::Result result, const KindTexts& kind, const char* path)
 {
-    constexpr const char* kElsewhere = "To write elsewhere, specify directory name in environment variable TMP,\n"
-                                       "or specify path name (file name) in environment variable";
+    constexpr const char* kElsewhere = "To write elsewhere, specify directory name in environment variable";
+    constexpr const char* kOrPath = ",\nor specify path name (file name) in environment variable";
+    const char* folder = temporary_folder_variable();
     switch (result)
     {
     case ModeReplacement::kNotOpened:
-        return fail("Unable to open temporary %s file %s.\n%s %s.", kind.subject, path, kElsewhere, kind.variable);
+        return fail("Unable to open temporary %s file %s.\n%s %s%s %s.", kind.subject, path, kElsewhere, folder,
+                    kOrPath, kind.variable);
     case ModeReplacement::kNoSpace:
-        return fail("Insufficient disk space for temporary %s file%s%s.\n%s %s.", kind.subject, kind.gap, path,
-                    kElsewhere, kind.variable);
+        return fail("Insufficient disk space for temporary %s file%s%s.\n%s %s%s %s.", kind.subject, kind.gap, path,
+                    kElsewhere, folder, kOrPath, kind.variable);
     default: return no_memory(kModule);
     }
 }

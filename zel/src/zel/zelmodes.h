@@ -37,7 +37,7 @@ int open_mode_file(ZELDATA* db, int kind);
 // they end within that node, and the node within the record. 0, silently, when the write failed.
 int write_mode_values(ZELDATA* db, int kind, int mode, int position, int dof, int count, const double* values);
 
-// Closes a kind's stream: a temporary file is removed, a ZEL file only left.
+// Closes a kind's stream: a temporary file is gone with that, a ZEL file only left.
 void close_mode_stream(ZELDATA* db, int kind);
 
 // Forgets the vectors in mode_buffer. Whoever changes mode numbers, node lists or streams in place calls it.
@@ -77,7 +77,7 @@ public:
     // `nodes` of open(), or when the write failed; then the file should not be installed.
     int write(int mode, int first, int count, const double* values);
 
-    // Puts the file in the place of the kind's old stream, which is closed, and removed when it was temporary; the cached
+    // Puts the file in the place of the kind's old stream, which is closed; the cached
     // vector is forgotten. Cannot fail. Mode counts and node lists are the caller's to adjust.
     void install();
 

@@ -8,9 +8,11 @@
 #include "zel.h"
 #include "zelfile.h"
 #include "zelinvar.h"
+#include "zeloutput.h"
 #include "zelwrite_blocks.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <initializer_list>
 
 using namespace zel;
@@ -351,11 +353,32 @@ static void print_summary(const Writer& out)
 
 // ---- Blocks ----------------------------------------------------------------------------------------------------------------------
 
+// What can be wrong with a file that is written; other values of errno are left from something else.
+static bool is_reason(int error)
+{
+    for (int reason : {ENOSPC, EDQUOT, EFBIG,  EIO,    EPIPE,   ENXIO,        ENODEV, EPERM,  EACCES, EROFS,
+                       ESTALE, EBUSY,  EISDIR, ENOENT, ENOTDIR, ENAMETOOLONG, ELOOP,  EMFILE, ENFILE, ENOMEM})
+        if (error == reason)
+            return true;
+    return false;
+}
+
+// The line behind a message: why, where that is known.
+static Failed explain(int error)
+{
+    return is_reason(error) ? fail("  %s", std::strerror(error)) : Failed{};
+}
+
 static int write_block(Writer& out, int number)
 {
     const Block& row = block_row(number);
     out.last_block = number;
-    return row.write(out, row) ? 1 : fail("%s", row.unwritten);
+    errno = 0;
+    if (row.write(out, row))
+        return 1;
+    const int error = errno;
+    fail("%s", row.unwritten);
+    return explain(error);
 }
 
 static Progress progress_of(const Writer& out)
@@ -400,24 +423,37 @@ static int run_pipeline(Writer& out)
 
 // ---- Exported --------------------------------------------------------------------------------------------------------------------
 
+// Whether `name` is or leads to the file that the database was read from, whose vectors are still in there.
+static bool is_own_file(const ZELDATA* db, const char* name)
+{
+    const ZELSTREAM& own = db->zel_file;
+    return (own.name && std::strcmp(own.name, name) == 0) || (own.file && names_open_file(name, own.file));
+}
+
 int ZEL_write_ZEL(ZELDATA* db, const char* name)
 {
     if (!CheckZEL(db) || !name)
         return 0;
-    if (db->zel_file.name && std::strcmp(db->zel_file.name, name) == 0)
+    if (is_own_file(db, name))
         return fail("The output ZEL name must be different than the current ZEL name.\n"
                     "  Current ZEL name:  %s\n  Output ZEL name:  %s",
                     db->zel_file.name, name);
     const HoldFileSizeSignal hold;
-    OutputFile output(name);
+    OutputFile output(name, !held_open(name)); // a file that another database reads is replaced, never overwritten
     if (!output.file())
-        return fail("Unable to open %s for write. Please check write permissions.", name);
+    {
+        fail("Unable to open %s for write. Please check write permissions.", name);
+        return explain(output.error());
+    }
     Writer out(db, output.file());
     out.options = read_write_options();
     if (!run_pipeline(out))
         return 0;
     close_xdr(out.file);
-    return output.commit() ? 1 : fail("%s", block_row(out.last_block).unwritten);
+    if (output.commit())
+        return 1;
+    fail("%s", block_row(out.last_block).unwritten);
+    return explain(output.error());
 }
 
 const char* zelwrite_VersionId(void)

@@ -3,6 +3,7 @@
 // components already belong to the principal rigid-body directions keep these.
 #include "zelwrite_basis.h"
 #include "zelblas.h"
+#include "zelfile.h"
 #include "zelinvar.h"
 #include "zelmodes.h"
 #include "zelwrite.h"
@@ -160,7 +161,7 @@ static int disk_full(const ModeReplacement& made)
 {
     return fail("Insufficient disk space for file %s.  Specify different temporary\n"
                 "file directory by setting the %s environment variable",
-                made.name(), "TMP");
+                made.name(), temporary_folder_variable());
 }
 
 static int open_orthogonal(ZELDATA* db, int kind, const Basis& basis, ModeReplacement& made)
@@ -171,7 +172,7 @@ static int open_orthogonal(ZELDATA* db, int kind, const Basis& basis, ModeReplac
     case ModeReplacement::kNotOpened:
         return fail("Unable to open %s for write.  Specify different temporary file directory by\n"
                     "setting the %s environment variable.",
-                    made.name(), "TMP");
+                    made.name(), temporary_folder_variable());
     case ModeReplacement::kNoSpace: return disk_full(made);
     default: return no_memory(kModule);
     }

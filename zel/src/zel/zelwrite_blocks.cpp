@@ -44,9 +44,13 @@ static void warn_of_nodes_at_origin(const ZELDATA* db)
     if (found < 2)
         return;
     ZEL_Warning("Found %d node(s) with coordinates (0,0,0).  They are:", found);
-    for (const ZELNODE* node = begin; node < end; ++node)
-        if (at_origin(*node))
+    constexpr int kMostListed = 20;
+    int listed = 0;
+    for (const ZELNODE* node = begin; node < end && listed < kMostListed; ++node)
+        if (at_origin(*node) && ++listed)
             ZEL_Warning("   %d", node->id);
+    if (found > listed)
+        ZEL_Warning("   and %d more", found - listed);
 }
 
 int write_nodes(Writer& out, const Block&)

@@ -3,6 +3,7 @@
 // database changes.
 #include "zeldb.h"
 #include "zelfaces.h"
+#include "zelfile.h"
 #include "zelmodes.h"
 #include "zelwrite.h"
 
@@ -54,11 +55,11 @@ static int open_shortened(ZELDATA* db, int kind, KindPlan& plan)
     case ModeReplacement::kNotOpened:
         return fail("Unable to open %s for write.  Specify different temporary file directory by\nsetting the %s "
                     "environment variable",
-                    plan.vectors.name(), "TMP");
+                    plan.vectors.name(), temporary_folder_variable());
     case ModeReplacement::kNoSpace:
         return fail("Insufficient disk space for file %s.  Specify different temporary\nfile directory by setting the "
                     "%s environment variable",
-                    plan.vectors.name(), "TMP");
+                    plan.vectors.name(), temporary_folder_variable());
     case ModeReplacement::kNoMemory: return no_memory(kModule);
     case ModeReplacement::kReady: break;
     }
@@ -84,7 +85,7 @@ static int shorten_vectors(ZELDATA* db, int kind, KindPlan& plan)
         if (!plan.vectors.write(mode, 0, plan.kept, vector.data))
             return fail("Insufficient disk space for file %s.  Specify different temporary\nfile directory by setting "
                         "the %s environment variable",
-                        plan.vectors.name(), "TMP");
+                        plan.vectors.name(), temporary_folder_variable());
     }
     plan.has_new_vectors = true;
     return 1;
