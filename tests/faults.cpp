@@ -1,10 +1,12 @@
 #include "faults.h"
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/types.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdarg>
 #include <cstddef>
 
 namespace zel
@@ -12,7 +14,7 @@ namespace zel
 
 int64_t failing_allocation = -1;
 double largest_allocation = 0.0;
-bool refuse_mapping = false, refuse_reservation = false;
+bool refuse_mapping = false, refuse_reservation = false, refuse_unnamed = false;
 
 } // namespace zel
 
@@ -28,6 +30,7 @@ void* __real_calloc(size_t count, size_t size);
 void* __real_realloc(void* memory, size_t size);
 void* __real_aligned_alloc(size_t alignment, size_t size);
 void* __real_mmap64(void* address, size_t length, int protection, int flags, int file, off_t offset);
+int __real_open64(const char* path, int flags, ...);
 int __real_posix_fallocate64(int file, off_t offset, off_t length);
 
 void* __wrap_calloc(size_t count, size_t size)
@@ -48,6 +51,20 @@ void* __wrap_aligned_alloc(size_t alignment, size_t size)
 void* __wrap_mmap64(void* address, size_t length, int protection, int flags, int file, off_t offset)
 {
     return zel::refuse_mapping ? MAP_FAILED : __real_mmap64(address, length, protection, flags, file, offset);
+}
+
+int __wrap_open64(const char* path, int flags, ...)
+{
+    if (zel::refuse_unnamed && (flags & O_TMPFILE) == O_TMPFILE)
+    {
+        errno = EOPNOTSUPP;
+        return -1;
+    }
+    va_list mode;
+    va_start(mode, flags);
+    const int file = __real_open64(path, flags, va_arg(mode, mode_t));
+    va_end(mode);
+    return file;
 }
 
 int __wrap_posix_fallocate64(int file, off_t offset, off_t length)

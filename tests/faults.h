@@ -1,5 +1,5 @@
-// Failing system calls on demand. The linker leads the library's calls of calloc, realloc, aligned_alloc, mmap and
-// posix_fallocate to the functions of faults.cpp, so that the library under test is built as it is shipped.
+// Failing system calls on demand. The linker leads the library's calls of calloc, realloc, aligned_alloc, mmap, open
+// and posix_fallocate to the functions of faults.cpp, so that the library under test is built as it is shipped.
 #ifndef FAULTS_H
 #define FAULTS_H
 
@@ -16,6 +16,9 @@ extern double largest_allocation;
 
 // Do without memory maps; without the reservation of disk space in one call.
 extern bool refuse_mapping, refuse_reservation;
+
+// Do without files that have no name.
+extern bool refuse_unnamed;
 
 } // namespace zel
 

@@ -1,14 +1,23 @@
 // The `zel` command as a user runs it: output, JSON, exit status, what is left behind.
 #include "fixtures.h"
 
+#include "../tools/zel/interrupt.h"
+
 #include <nlohmann/json.hpp>
 
 #include <pty.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cmath>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <thread>
 
 namespace
 {
@@ -307,4 +316,146 @@ TEST_F(Command, TellsWrongUsageAndUnusableFilesByItsStatus)
     EXPECT_EQ(run(folder, "--version").status, 0);
     EXPECT_NE(run(folder, "--help").output.find("check"), std::string::npos);
     EXPECT_EQ(folder.files(), (std::vector<std::string>{"box.zel", "stderr", "text.zel"}));
+}
+
+// ---- Output --------------------------------------------------------------------------------------------------------
+
+TEST_F(Command, FailsWhenItsOutputCannotBePrinted)
+{
+    for (const char* arguments : {"info box.zel", "info --json box.zel", "contents box.zel", "check box.zel",
+                                  "compare box.zel box.zel", "--help"})
+    {
+        const Outcome result = run(folder, std::string(arguments) + " >/dev/full");
+        EXPECT_EQ(result.status, 2) << arguments;
+        EXPECT_NE(result.errors.find("zel: the output cannot be printed"), std::string::npos) << result.errors;
+    }
+}
+
+TEST_F(Command, NeverWritesOverTheBodyThatItReads)
+{
+    const std::string before = bytes_of(folder.path("box.zel"));
+    std::filesystem::create_symlink("box.zel", folder.path("link.json"));
+    std::filesystem::create_hard_link(folder.path("box.zel"), folder.path("hard.vtu"));
+    for (const char* arguments :
+         {"convert box.zel ./box.zel", "convert box.zel $PWD/box.zel --options no_ortho", "convert box.zel link.json",
+          "convert link.json box.zel", "export box.zel -o link.json", "export box.zel -o hard.vtu"})
+    {
+        const Outcome result = run(folder, arguments);
+        EXPECT_EQ(result.status, 2) << arguments;
+        EXPECT_NE(result.errors, "");
+        EXPECT_EQ(bytes_of(folder.path("box.zel")), before) << arguments;
+    }
+    EXPECT_EQ(folder.files(), (std::vector<std::string>{"box.zel", "hard.vtu", "link.json", "stderr"}));
+}
+
+// Without room for the new file; of a collection for its last part.
+TEST_F(Command, KeepsTheOlderFileUntilTheNewOneIsComplete)
+{
+    const std::string zel = ZEL_COMMAND;
+    for (const char* name : {"out.json", "out.vtu", "out.zel", "set.pvd", "set_mode1.vtu"})
+        write_bytes(folder.path(name), name);
+    std::filesystem::create_symlink("/dev/full", folder.path("set_mode7.vtu"));
+    const std::vector<std::string> before = folder.files();
+    const std::pair<const char*, const char*> kFailing[] = {
+        {"export box.zel -o out.json", "out.json: cannot be written completely, File too large"},
+        {"export box.zel -o out.vtu", "out.vtu: cannot be written completely, File too large"},
+        {"convert box.zel out.zel", "ERROR:    File too large"},
+        {"convert box.zel out.zel --options '82_comp single'", "out.zel could not be written"},
+        {"export box.zel -o set.pvd", "set_mode7.vtu: cannot be written completely, No space left on device"},
+    };
+    for (const auto& [arguments, message] : kFailing)
+    {
+        const bool limited = std::string(arguments).find("set") == std::string::npos;
+        const std::string command = "ulimit -f " + std::string(limited ? "2" : "unlimited") + "; ";
+        const std::string line = "cd " + folder.folder() + "; " + command + zel + " " + arguments + " 2>&1 | cat";
+        FILE* pipe = popen(line.c_str(), "r");
+        std::string said(4000, '\0');
+        said.resize(std::fread(said.data(), 1, said.size(), pipe));
+        pclose(pipe);
+        EXPECT_NE(said.find(message), std::string::npos) << arguments << ": " << said;
+        EXPECT_EQ(folder.files(), before) << arguments;
+        for (const char* name : {"out.json", "out.vtu", "out.zel", "set.pvd", "set_mode1.vtu"})
+            EXPECT_EQ(bytes_of(folder.path(name)), name) << arguments;
+    }
+    std::filesystem::remove(folder.path("set_mode7.vtu"));
+    std::filesystem::create_symlink("real.vtu", folder.path("set_mode7.vtu"));
+    EXPECT_EQ(run(folder, "export box.zel -o set.pvd").status, 0);
+    EXPECT_GT(bytes_of(folder.path("set_mode1.vtu")).size(), 500u);
+    EXPECT_EQ(bytes_of(folder.path("real.vtu")).size(), bytes_of(folder.path("set_mode6.vtu")).size());
+    EXPECT_TRUE(std::filesystem::is_symlink(folder.path("set_mode7.vtu")));
+}
+
+// ---- Interrupts ----------------------------------------------------------------------------------------------------
+
+// Runs `child` in a process of its own, waits until `ready`, and sends it the signals; its status.
+static int status_after(const std::vector<int>& signals, const std::function<bool()>& ready,
+                        const std::function<void()>& child)
+{
+    const pid_t process = fork();
+    if (process == 0)
+    {
+        child();
+        std::_Exit(127);
+    }
+    for (int tries = 0; tries < 3000 && !ready(); ++tries)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    for (const int signal : signals)
+    {
+        kill(process, signal);
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    int status = -1;
+    waitpid(process, &status, 0);
+    return status;
+}
+
+// The last part of the collection is a pipe that nobody reads: the command stops there with all other parts unfinished.
+TEST_F(Command, LeavesNothingUnfinishedWhenItIsInterrupted)
+{
+    write_bytes(folder.path("box_mode1.vtu"), "old");
+    ASSERT_EQ(mkfifo(folder.path("box_mode7.vtu").c_str(), 0600), 0);
+    const std::vector<std::string> before = folder.files();
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+    {
+        const auto ready = [&] { return folder.files().size() == before.size() + 6; };
+        const int status = status_after({signal}, ready, [&] {
+            const std::string in = folder.path("box.zel"), out = folder.path("box.pvd");
+            execl(ZEL_COMMAND, "zel", "export", in.c_str(), "-o", out.c_str(), nullptr);
+        });
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << status;
+        EXPECT_EQ(folder.files(), before);
+        EXPECT_EQ(bytes_of(folder.path("box_mode1.vtu")), "old");
+    }
+}
+
+// Registered folders go with what is in them; of an output what waits for its place, of this process only. A signal that
+// the process was told to ignore does nothing.
+TEST(Interrupts, RemoveWhatIsRegistered)
+{
+    namespace fs = std::filesystem;
+    const TemporaryFolder folder;
+    fs::create_symlink("elsewhere/out.zel", folder.path("out.zel"));
+    fs::create_directory(folder.path("elsewhere"));
+    const auto child = [&] {
+        std::signal(SIGHUP, SIG_IGN);
+        zel_command::watch_for_interrupts();
+        const zel_command::RemovedOnInterrupt scratch(folder.path("scratch")), file(folder.path("file")),
+            absent(folder.path("absent"));
+        const zel_command::UnfinishedOutput output(folder.path("out.zel"));
+        {
+            const zel_command::RemovedOnInterrupt finished(folder.path("finished"));
+        }
+        fs::create_directories(folder.path("scratch/deep"));
+        const std::string own = ".zel_" + std::to_string(getpid()) + "_1";
+        for (const std::string& name : {std::string("scratch/deep/a"), std::string("file"), std::string("finished"),
+                                        std::string("elsewhere/.zel_1_1"), "elsewhere/" + own, std::string("ready")})
+            std::ofstream(folder.path(name)) << name;
+        pause();
+    };
+    const int status = status_after(
+        {SIGHUP, SIGTERM}, [&] { return fs::exists(folder.path("ready")); }, child);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
+    EXPECT_EQ(folder.files(), (std::vector<std::string>{"elsewhere", "finished", "out.zel", "ready"}));
+    EXPECT_TRUE(fs::exists(folder.path("elsewhere/.zel_1_1")));
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder.path("elsewhere")), fs::directory_iterator()), 1);
 }

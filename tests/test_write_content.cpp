@@ -522,6 +522,17 @@ TEST_F(WriteContent, TheGeometryIsChangedInAFixedOrder)
 
 // ---- What is printed ------------------------------------------------------------------------------------------------------------
 
+TEST_F(WriteContent, ALongListOfNodesIsCut)
+{
+    ZELDATA* db = ZEL_Create(1, 1);
+    for (int id = 1; id <= 1000; ++id)
+        ZEL_SetNodeCoordinates(db, id, 0, 0, 0);
+    rewrite(db, "no_ortho");
+    EXPECT_EQ(errors.rfind("WARNING:  Found 1000 node(s) with coordinates (0,0,0).  They are:\nWARNING:     1\n", 0),
+              0u);
+    EXPECT_TRUE(errors.ends_with("\nWARNING:     20\nWARNING:     and 980 more\n")) << errors;
+}
+
 TEST_F(WriteContent, TheSummaryAndTheWarningsTellOfTheBody)
 {
     ZELDATA* db = ZEL_Create(3, 2);

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <filesystem>
 #include <random>
 
 namespace
@@ -201,11 +202,20 @@ TEST_F(FailingWrites, RefusalsKeepTheFileThatIsThere)
 {
     ZELDATA* db = sample_body();
     const std::string own = folder.path("sample.zel"), before = bytes_of(own);
-    EXPECT_EQ(write(db, own, "no_ortho"), 0);
-    EXPECT_EQ(errors, "ERROR:  The output ZEL name must be different than the current ZEL name.\nERROR:    Current ZEL "
-                      "name:  " +
-                          own + "\nERROR:    Output ZEL name:  " + own + "\n");
-    EXPECT_EQ(bytes_of(own), before);
+    const std::string spelled = folder.folder() + "/./sample.zel", link = folder.path("link"),
+                      hard = folder.path("hard");
+    ASSERT_EQ(symlink("sample.zel", link.c_str()), 0);
+    ASSERT_EQ(::link(own.c_str(), hard.c_str()), 0);
+    for (const std::string& name : {own, spelled, link, hard})
+    {
+        EXPECT_EQ(write(db, name, "no_ortho"), 0);
+        EXPECT_EQ(errors, "ERROR:  The output ZEL name must be different than the current ZEL name.\nERROR:    Current "
+                          "ZEL name:  " +
+                              own + "\nERROR:    Output ZEL name:  " + name + "\n");
+        EXPECT_EQ(bytes_of(own), before);
+    }
+    unlink(link.c_str());
+    unlink(hard.c_str());
     EXPECT_EQ(ZEL_write_ZEL(db, nullptr), 0);
     EXPECT_EQ(ZEL_write_ZEL(nullptr, out.c_str()), 0);
     ZELDATA stranger = {};
@@ -217,14 +227,51 @@ TEST_F(FailingWrites, RefusalsKeepTheFileThatIsThere)
     EXPECT_EQ(folder.files(), std::vector<std::string>{"sample.zel"});
 }
 
+TEST_F(FailingWrites, AFileThatAnotherDatabaseReadsIsReplacedNotChanged)
+{
+    ZELDATA* reader = sample_body();
+    const auto shapes = [&] {
+        std::vector<double> values(size_t(3 * ZEL_ModeNodeCount(reader, 0)));
+        EXPECT_EQ(ZEL_Mode(reader, ZEL_ModeNumber(reader, 1), 0, values.data(), 0), 1);
+        return values;
+    };
+    const std::vector<double> before = shapes();
+    ZELDATA* other = database_of(random_assembly(5, 2, 4, true));
+    EXPECT_EQ(write(other, out, "no_ortho"), 1);
+    EXPECT_EQ(write(other, folder.path("sample.zel"), "no_ortho"), 1);
+    reader->cached_mode[0] = -1; // reads again
+    EXPECT_EQ(shapes(), before);
+    ZEL_UnLink(reader);
+    EXPECT_EQ(bytes_of(folder.path("sample.zel")).size(), bytes_of(out).size());
+}
+
+TEST_F(FailingWrites, NoDescriptorStaysOpen)
+{
+    const auto open_files = [] {
+        const std::filesystem::directory_iterator begin("/proc/self/fd");
+        return std::distance(begin, std::filesystem::directory_iterator());
+    };
+    const auto before = open_files();
+    for (const char* options : {"", "no_ortho", "full_str sparse_str", "fast_invar MKS"})
+    {
+        write(sample_body(), out, options);
+        const FileSizeLimit limit(3000);
+        write(database_of(random_assembly(5, 2, 4, true)), out, options);
+        errors_of([&] { EXPECT_EQ(ZEL_CreateFromZEL("/dev/null"), nullptr); });
+        ZEL_Terminate();
+        EXPECT_EQ(open_files(), before) << options;
+    }
+}
+
 TEST_F(FailingWrites, ConflictingOptionsEndTheWriteAfterTheGeometryChanged)
 {
     ZELDATA* db = database_of(random_assembly(3, 1, 4, false));
     const double x = db->nodes[0].x;
+    write_bytes(out, "good and old");
     EXPECT_EQ(write(db, out, "full_str sparse_str lbrf2cm"), 0);
     EXPECT_EQ(errors, "ERROR:  Cannot specify full and sparse stress and strain modes.\n"
                       "ERROR:  Problem writing version number.\n");
-    EXPECT_TRUE(folder.files().empty());
+    EXPECT_EQ(bytes_of(out), "good and old");
     EXPECT_NE(db->nodes[0].x, x);
 }
 
