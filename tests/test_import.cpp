@@ -652,9 +652,11 @@ TEST_F(Import, WritesABodyThatReadsBack)
 {
     options.deck = kExamples + "rod";
     options.interfaces = {"LARGE@0,0,0", "small@150,0,0"};
+    std::filesystem::create_symlink("real.zel", options.output);
     ASSERT_EQ(run(), 0) << messages << printed;
     EXPECT_EQ(printed.find("CHECK!"), std::string::npos) << printed;
-    EXPECT_EQ(folder.files(), std::vector<std::string>{"body.zel"});
+    EXPECT_TRUE(std::filesystem::is_symlink(options.output));
+    EXPECT_EQ(folder.files(), (std::vector<std::string>{"body.zel", "real.zel"}));
     ZELDATA* db = ZEL_CreateFromZEL(options.output.c_str());
     ASSERT_TRUE(db);
     EXPECT_EQ(ZEL_ModeCount(db), 22);
@@ -824,6 +826,24 @@ TEST_F(Import, GivesTheSameBytesTwice)
     EXPECT_LE(different, 8u);
 }
 
+TEST_F(Import, NeverWritesOverWhatItReads)
+{
+    options.deck = folder.path("job");
+    for (const char* suffix : {".inp.gz", ".sti.gz", ".mas.gz", ".dof.gz"})
+    {
+        std::filesystem::copy(kSmall + "small" + suffix, options.deck + suffix);
+        std::filesystem::create_symlink(options.deck + suffix, folder.path(std::string("link") + suffix));
+    }
+    for (const char* suffix : {".inp.gz", ".sti.gz", ".mas.gz", ".dof.gz"})
+    {
+        options.output = folder.path(std::string("link") + suffix);
+        EXPECT_EQ(run(), 2);
+        EXPECT_NE(messages.find("the output is " + options.deck + suffix + ", which is read"), std::string::npos)
+            << messages;
+        EXPECT_EQ(bytes_of(options.deck + suffix), bytes_of(kSmall + "small" + suffix));
+    }
+}
+
 TEST_F(Import, RefusesWhatItCannotUseAndLeavesNoFile)
 {
     options.deck = kSmall + "small";
@@ -844,6 +864,7 @@ TEST_F(Import, RefusesWhatItCannotUseAndLeavesNoFile)
         {[](ImportOptions& o) { o.deck = "nowhere/job"; }, "nowhere/job.inp: no such file"},
         {[](ImportOptions& o) { o.route = Route::results; }, "small.frd: no such file"},
         {[](ImportOptions& o) { o.output = "/nowhere/body.zel"; }, "/nowhere/body.zel cannot be written"},
+        {[](ImportOptions& o) { o.output = "/dev/full"; }, "/dev/full cannot be written"},
     };
     const ImportOptions good = options;
     for (const auto& [spoil, expected] : faults)

@@ -244,6 +244,18 @@ static void set_header(ZELDATA* db, const Deck& deck)
             "the header");
 }
 
+void keep_inputs(const std::string& output, const std::string& job, const Deck& deck)
+{
+    std::vector<std::string> inputs = deck.mesh.files;
+    for (const char* suffix : {".inp", ".frd", ".dat", ".sti", ".mas", ".dof"})
+        for (const char* packed : {"", ".gz"})
+            inputs.push_back(job + suffix + packed);
+    std::error_code absent;
+    for (const std::string& input : inputs)
+        if (std::filesystem::equivalent(input, output, absent))
+            throw std::runtime_error("the output is " + input + ", which is read");
+}
+
 void write_body(const Body& body, const std::string& output, const std::string& write_options, bool verbose)
 {
     const std::vector<BodyNode> nodes = body_nodes(body);

@@ -36,6 +36,9 @@ struct Body
 // Nodes of the mesh that elements use, in the order of the mesh.
 std::vector<char> used_nodes(const Mesh& mesh);
 
+// std::runtime_error when the output is one of the files of the job, under whatever name.
+void keep_inputs(const std::string& output, const std::string& job, const Deck& deck);
+
 // Writes the body through the library; `write_options` as the library's variable for them has it. An existing file is
 // replaced only by a complete one. std::runtime_error when the library fails, which has told why by then.
 void write_body(const Body& body, const std::string& output, const std::string& write_options, bool verbose);

@@ -410,6 +410,7 @@ static int run(const ImportOptions& options)
                                         body.units.length.c_str(), body.units.time.c_str()));
     log.begin("read the deck");
     const Deck deck = read_deck(job + ".inp");
+    keep_inputs(options.output, job, deck);
     const MeshMass elements = mesh_mass(deck.mesh);
     body.deck = &deck;
     body.interfaces = choose_interfaces(deck, options);
