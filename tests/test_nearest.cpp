@@ -50,9 +50,48 @@ static std::vector<int> taken(int* nodes, int count)
     return {nodes, nodes + count};
 }
 
+static std::vector<int> within_radius(ZELDATA* db, const double p[3], double radius, std::vector<double>& distances)
+{
+    int count = 0;
+    double* lengths = nullptr;
+    int* const neighbors = ZEL_ClosestNodesInNeighborhood(db, p, radius, &count, &lengths);
+    const std::vector<int> nodes = taken(neighbors, count);
+    distances.assign(lengths, lengths + count);
+    std::free(lengths);
+    return nodes;
+}
+
+// The distances are right even where their squares underflow or overflow, and a radius that is exactly the distance of a
+// node reaches it.
+static void check_neighborhoods(ZELDATA* db, const double p[3])
+{
+    using Long = long double;
+    std::vector<double> distances, some;
+    const std::vector<int> all = within_radius(db, p, std::numeric_limits<double>::infinity(), distances);
+    ASSERT_EQ(all.size(), size_t(db->node_count));
+    ASSERT_TRUE(std::is_sorted(distances.begin(), distances.end()));
+    for (size_t i = 0; i < all.size(); ++i)
+    {
+        const ZELNODE& n = db->nodes[all[i]];
+        const Long dx = Long(n.x) - p[0], dy = Long(n.y) - p[1], dz = Long(n.z) - p[2];
+        const Long exact = std::sqrt(dx * dx + dy * dy + dz * dz);
+        ASSERT_LE(std::fabs(Long(distances[i]) - exact), 1e-15L * exact + 5e-324L);
+        if (i > 0 && distances[i] == distances[i - 1] && squared(db, all[i], p) == squared(db, all[i - 1], p))
+        {
+            ASSERT_GT(all[i], all[i - 1]);
+        }
+    }
+    for (size_t i = 0; i < all.size(); i += 1 + i / 3)
+    {
+        const size_t reached =
+            size_t(std::upper_bound(distances.begin(), distances.end(), distances[i]) - distances.begin());
+        ASSERT_EQ(within_radius(db, p, distances[i], some), std::vector<int>(all.begin(), all.begin() + long(reached)));
+    }
+}
+
 static void compare_with_ranking(ZELDATA* db, const double p[3], bool subset)
 {
-    std::vector<int> expected = ranked(db, p, subset);
+    const std::vector<int> expected = ranked(db, p, subset);
     ASSERT_EQ(ZEL_ClosestNode(db, p, subset), expected[0]);
     int count = -1;
     for (int k : {1, 3, 20, db->node_count + 5})
@@ -63,16 +102,7 @@ static void compare_with_ranking(ZELDATA* db, const double p[3], bool subset)
     }
     if (subset)
         return;
-    const double radius = std::sqrt(squared(db, expected[expected.size() / 50], p));
-    expected.erase(std::find_if(expected.begin(), expected.end(),
-                                [&](int node) { return squared(db, node, p) > radius * radius; }),
-                   expected.end());
-    double* distances = nullptr;
-    int* nodes = ZEL_ClosestNodesInNeighborhood(db, p, radius, &count, &distances);
-    ASSERT_EQ(taken(nodes, count), expected);
-    for (size_t i = 0; i < expected.size(); ++i)
-        EXPECT_EQ(distances[i], std::sqrt(squared(db, expected[i], p)));
-    std::free(distances);
+    check_neighborhoods(db, p);
 }
 
 // Clouds that strain a tree: even, on a grid full of ties, all in one point, and clustered over sixteen decades.
@@ -126,6 +156,27 @@ TEST_F(NearestNodes, FollowEveryChange)
     ASSERT_EQ(ZEL_SetUnits(db, "kg", "mm", "s", "N"), 1);
     const double where[3] = {db->nodes[5].x, db->nodes[5].y, db->nodes[5].z};
     EXPECT_EQ(ZEL_ClosestNode(db, where, 0), 5);
+}
+
+// A node without a place is near nothing, also as the first of all and within any radius.
+TEST_F(NearestNodes, LeaveOutNodesThatAreNowhere)
+{
+    const double nan = std::nan(""), p[3] = {1, 2, 3}, nowhere[3] = {1, nan, 3};
+    std::vector<double> distances;
+    int count = -1;
+    ZELDATA* db = ZEL_Create(0, 0);
+    ZEL_SetNodeCoordinates(db, 1, 1, 2, 3);
+    db->nodes[0].x = nan; // as a file may have it
+    EXPECT_EQ(ZEL_ClosestNode(db, p, 0), -1);
+    EXPECT_EQ(ZEL_ClosestNodes(db, p, 2, 0, &count), nullptr);
+    EXPECT_EQ(count, 0);
+    ZEL_SetNodeCoordinates(db, 2, 1, 2, 4);
+    ZEL_SetNodeCoordinates(db, 3, 1, 2, 3);
+    EXPECT_EQ(ZEL_ClosestNode(db, p, 0), 2);
+    int* const nodes = ZEL_ClosestNodes(db, p, 3, 0, &count);
+    EXPECT_EQ(taken(nodes, count), (std::vector<int>{2, 1}));
+    EXPECT_EQ(within_radius(db, p, std::numeric_limits<double>::infinity(), distances), (std::vector<int>{2, 1}));
+    EXPECT_EQ(ZEL_ClosestNode(db, nowhere, 0), -1);
 }
 
 TEST_F(NearestNodes, RefuseWhatCannotBeAnswered)

@@ -220,7 +220,7 @@ TEST_F(Reading, KnowsWhereEachBlockStartsAndHowLongItIs)
         EXPECT_EQ(ZEL_size_of_block(db, 0), 4);
         EXPECT_EQ(ZEL_size_of_block(db, 2), format.xdr ? 400 : 100);
         EXPECT_EQ(db->block_offset[32], int64_t(file.bytes().size()));
-        for (int index : {-1, 32, 1000})
+        for (int index : {-1, 32, 1000, INT_MIN, INT_MAX})
             EXPECT_TRUE(!ZEL_Exists(db, index) && !ZEL_goto_block(db, index) && !ZEL_size_of_block(db, index));
     }
 }
@@ -235,6 +235,11 @@ TEST_F(Reading, AsksTheFileForBlocksAndTheBodyForExistence)
     EXPECT_EQ(ZEL_Exists(db, 19), 1);
     EXPECT_EQ(ZEL_goto_block(db, 19), 0);
     EXPECT_EQ(ZEL_size_of_block(db, 19), 0);
+    EXPECT_GT(ZEL_size_of_block(db, 20), 0);
+    output_of([&] { ASSERT_EQ(ZEL_write_ZEL(db, folder.path("other.zel").c_str()), 1); });
+    EXPECT_EQ(ZEL_Exists(db, 20), 1); // invariant 3 of the new modes
+    EXPECT_EQ(ZEL_goto_block(db, 20), 0);
+    EXPECT_EQ(ZEL_size_of_block(db, 20), 0);
     ZELDATA* built = ZEL_Create(1, 1);
     EXPECT_EQ(ZEL_Exists(built, 2), 1);
     EXPECT_EQ(ZEL_Exists(built, 3), 0);

@@ -5,8 +5,14 @@
 
 #include <rpc/xdr.h>
 
+#include <sys/mman.h>
+#include <sys/time.h>
+#include <unistd.h>
+
 #include <bit>
 #include <cmath>
+#include <csignal>
+#include <cstring>
 #include <limits>
 #include <random>
 
@@ -103,38 +109,109 @@ TEST(Streams, BulkEncodingGivesTheBytesOfLibtirpc)
     }
 }
 
+// Runs of one block, of some, and of so many that two threads share them.
 TEST(Streams, EveryEncodingGivesBackWhatWasPut)
 {
     const std::vector<double> reals = awkward_reals(size_t(kSharedRun));
+    const auto there_and_back = [&](bool xdr, bool double_precision, int64_t length) {
+        OpenStream out(xdr, double_precision, true), in(xdr, double_precision, false);
+        const int32_t ints[] = {1, -2, INT32_MIN, INT32_MAX};
+        const char* const text = "A\0\xe9z"; // a constant: it is not written to
+        ASSERT_TRUE(put_int(out.stream, -77) && put_text(out.stream, text, 4));
+        ASSERT_TRUE(put_reals(out.stream, reals.data(), length) && put_ints(out.stream, ints, 4));
+        const std::string bytes = out.bytes();
+        EXPECT_EQ(bytes.size(), 4u + 4u * (xdr ? 4 : 1) + uint64_t(length) * (double_precision ? 8 : 4) + 16u);
+        in.fill(bytes);
+
+        int32_t value = 0, ints_back[4] = {};
+        char text_back[4] = {};
+        std::vector<double> back(reals.size());
+        ASSERT_TRUE(get_int(in.stream, value) && get_text(in.stream, text_back, 4));
+        ASSERT_TRUE(get_reals(in.stream, back.data(), length) && get_ints(in.stream, ints_back, 4));
+        EXPECT_EQ(value, -77);
+        EXPECT_EQ(std::string(text_back, 4), std::string(text, 4));
+        EXPECT_EQ(std::vector<int32_t>(ints_back, ints_back + 4), std::vector<int32_t>(ints, ints + 4));
+        for (size_t i = 0; i < size_t(length); ++i)
+        {
+            const double kept = double_precision ? reals[i] : double(float(reals[i]));
+            ASSERT_TRUE(kept == back[i] || (std::isnan(kept) && std::isnan(back[i]))) << i;
+        }
+        EXPECT_FALSE(get_int(in.stream, value)); // the end of the file
+        EXPECT_TRUE(get_ints(in.stream, ints_back, 0));
+        EXPECT_FALSE(get_reals(in.stream, back.data(), 1));
+    };
     for (const bool xdr : {false, true})
         for (const bool double_precision : {false, true})
-        {
-            OpenStream out(xdr, double_precision, true), in(xdr, double_precision, false);
-            const int32_t ints[] = {1, -2, INT32_MIN, INT32_MAX};
-            const char text[] = {'A', '\0', char(0xE9), 'z'};
-            ASSERT_TRUE(put_int(out.stream, -77) && put_text(out.stream, text, 4));
-            ASSERT_TRUE(put_reals(out.stream, reals.data(), kSharedRun) && put_ints(out.stream, ints, 4));
-            const std::string bytes = out.bytes();
-            EXPECT_EQ(bytes.size(), 4u + 4u * (xdr ? 4 : 1) + uint64_t(kSharedRun) * (double_precision ? 8 : 4) + 16u);
-            in.fill(bytes);
+            for (const int64_t length : {int64_t(32769), int64_t(300007), kSharedRun})
+                there_and_back(xdr, double_precision, length);
+}
 
-            int32_t value = 0, ints_back[4] = {};
-            char text_back[4] = {};
-            std::vector<double> back(reals.size());
-            ASSERT_TRUE(get_int(in.stream, value) && get_text(in.stream, text_back, 4));
-            ASSERT_TRUE(get_reals(in.stream, back.data(), kSharedRun) && get_ints(in.stream, ints_back, 4));
-            EXPECT_EQ(value, -77);
-            EXPECT_EQ(std::string(text_back, 4), std::string(text, 4));
-            EXPECT_EQ(std::vector<int32_t>(ints_back, ints_back + 4), std::vector<int32_t>(ints, ints + 4));
-            for (size_t i = 0; i < reals.size(); ++i)
-            {
-                const double kept = double_precision ? reals[i] : double(float(reals[i]));
-                ASSERT_TRUE(kept == back[i] || (std::isnan(kept) && std::isnan(back[i]))) << i;
-            }
-            EXPECT_FALSE(get_int(in.stream, value)); // the end of the file
-            EXPECT_TRUE(get_ints(in.stream, ints_back, 0));
-            EXPECT_FALSE(get_reals(in.stream, back.data(), 1));
-        }
+// A stream over memory has no descriptor; the positions of another are beyond it.
+TEST(Streams, LongRunsPassThroughAStreamOverMemory)
+{
+    const std::vector<double> reals = awkward_reals(size_t(kSharedRun));
+    std::vector<double> back(reals.size());
+    std::string memory(4 + 8 * reals.size() + 1, '\0'); // and the zero that closing appends
+    for (const bool writing : {true, false})
+    {
+        ZELSTREAM stream = {};
+        stream.double_precision = 1;
+        stream.file = fmemopen(memory.data(), memory.size(), writing ? "wb" : "rb");
+        ASSERT_TRUE(writing ? open_xdr_writer(stream) : open_xdr_reader(stream));
+        int32_t front = 9;
+        ASSERT_TRUE(writing ? put_int(stream, front) : get_int(stream, front));
+        ASSERT_TRUE(writing ? put_reals(stream, reals.data(), kSharedRun) : get_reals(stream, back.data(), kSharedRun));
+        close_xdr(stream);
+        ASSERT_EQ(std::fclose(stream.file), 0);
+    }
+    for (size_t i = 0; i < reals.size(); ++i)
+        ASSERT_EQ(std::bit_cast<uint64_t>(back[i]), std::bit_cast<uint64_t>(reals[i])) << i;
+}
+
+// The process itself as a file: where a page is missing a read fails, and behind it goes on.
+TEST(Streams, LongRunsFailWhenOnlyTheirFirstHalfDoes)
+{
+    constexpr size_t kBytes = size_t(16) << 20;
+    unsigned char* pages =
+        static_cast<unsigned char*>(mmap(nullptr, kBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    ASSERT_NE(pages, MAP_FAILED);
+    std::vector<double> back(size_t{kSharedRun});
+    OpenStream in(true, true, false);
+    in.stream.file = std::freopen("/proc/self/mem", "rb", in.stream.file);
+    ASSERT_TRUE(in.stream.file && seek_to(in.stream, int64_t(reinterpret_cast<intptr_t>(pages))));
+    EXPECT_TRUE(get_reals(in.stream, back.data(), kSharedRun));
+    munmap(pages + (1 << 20), 4096);
+    ASSERT_TRUE(seek_to(in.stream, int64_t(reinterpret_cast<intptr_t>(pages))));
+    EXPECT_FALSE(get_reals(in.stream, back.data(), kSharedRun));
+    munmap(pages, kBytes);
+}
+
+static volatile sig_atomic_t signals_here, signals_elsewhere;
+static pthread_t expected_thread;
+
+// Handlers of the host program run on its own thread, which may keep something to itself.
+TEST(Streams, HelpersTakeNoSignals)
+{
+    const std::vector<double> reals = awkward_reals(size_t(kSharedRun));
+    expected_thread = pthread_self();
+    struct sigaction action = {}, before = {};
+    action.sa_flags = SA_RESTART;
+    action.sa_handler = [](int) {
+        if (pthread_equal(pthread_self(), expected_thread))
+            signals_here = signals_here + 1;
+        else
+            signals_elsewhere = signals_elsewhere + 1;
+    };
+    ASSERT_EQ(sigaction(SIGALRM, &action, &before), 0);
+    const itimerval often = {{0, 300}, {0, 300}}, never = {};
+    OpenStream out(true, true, true);
+    setitimer(ITIMER_REAL, &often, nullptr);
+    for (int round = 0; round < 1000 && (round < 40 || signals_here < 40); ++round)
+        EXPECT_TRUE(seek_to(out.stream, 0) && put_reals(out.stream, reals.data(), kSharedRun));
+    setitimer(ITIMER_REAL, &never, nullptr);
+    sigaction(SIGALRM, &before, nullptr);
+    EXPECT_GE(signals_here, 40);
+    EXPECT_EQ(signals_elsewhere, 0);
 }
 
 TEST(Streams, LongRunsFailOnAFullDeviceOrACutFile)

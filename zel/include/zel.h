@@ -16,8 +16,9 @@
  *   - Values are in the database's own units (ZEL_SetUnits); rotations are in radians.
  *   - Messages: the function that finds a fault reports it through ZEL_Error and returns its failure value; the database
  *     keeps what it had. Nothing is thrown. Numbers in messages follow the host program's LC_NUMERIC locale.
- *   - Threads: none. The list of databases and the time monitor are process-wide and unguarded; use the library from one
- *     thread at a time.
+ *   - Threads: the list of databases and the time monitor are process-wide and unguarded; use the library from one
+ *     thread at a time. A call may use helper threads, which end before it returns; all signals are blocked there, so that
+ *     no handler of the host program runs on one.
  *
  * Functions marked "silent" print nothing when they fail.
  */
@@ -606,15 +607,15 @@ ZEL_API int ZEL_Exists(const ZELDATA* db, int block_index);
 
 /**
  * Positions the file that the database was read from at the start of a block (index 0 to 31). 1, or 0, silently, when
- * there is no file, the file lacks the block, or the block describes the body no longer (other modes or another origin
- * since).
+ * there is no file, the index is another, the file lacks the block, or the block describes the body no longer (other modes
+ * or another origin since).
  */
 ZEL_API int ZEL_goto_block(ZELDATA* db, int block_index);
 
 /**
  * Bytes that a block (index 0 to 31) takes in the file that the database was read from, told from the counts at its
- * start; the file's position is kept. 0 for an absent block and, with the message of the block, for unreadable counts or
- * a size beyond the end of the file.
+ * start; the file's position is kept. 0, silently, where ZEL_goto_block gives 0, and, with the message of the block, for
+ * unreadable counts or a size beyond the end of the file.
  */
 ZEL_API int64_t ZEL_size_of_block(ZELDATA* db, int block_index);
 
@@ -867,32 +868,37 @@ ZEL_API double ZEL_cputime(void);
 
 /* ---- Node search --------------------------------------------------------------------------------------------------- */
 
-/** Index of a node id; -1, silently, for an unknown one or a null database. */
+/**
+ * Index of a node id; -1, silently, for an unknown one or a null database. The first call after nodes were added puts
+ * node_id_index in order.
+ */
 ZEL_API int ZEL_NodeIndex(ZELDATA* db, int node_id);
 
 /**
  * Position of a node id in the node list of a kind, which is the order of the values in that kind's mode vectors; -1,
- * silently, when it is not in there.
+ * silently, when it is not in there. Puts mode_node_id_index of the kind in order likewise.
  */
 ZEL_API int ZEL_ModeNodeIndex(ZELDATA* db, int kind, int node_id);
 
 /**
  * Index of the node nearest to a point, of all nodes or, with use_subset, of the interface nodes if there are any. Of
  * several at the same distance the first one, in the order of the nodes or the interface nodes. -1 without nodes. The
- * distance is computed as dx^2 + dy^2 + dz^2; with many candidates a search tree is built on the way and kept until nodes,
- * coordinates or interface nodes change.
+ * distance is computed as dx^2 + dy^2 + dz^2; a node for which this is no number is never an answer. With many candidates a
+ * search tree is built on the way and kept until nodes, coordinates or interface nodes change.
  */
 ZEL_API int ZEL_ClosestNode(ZELDATA* db, const double point[3], int use_subset);
 
 /**
  * New array of the k nearest nodes, or of all when there are fewer, nearest first and ties in the same order; their number
- * in count, which may be null. Null and 0 when k is below 1 or there are no nodes, or (with a message) memory is short.
+ * in count, which may be null. Null and 0 when k is below 1 or no node has a distance, or (with a message) memory is
+ * short.
  */
 ZEL_API int* ZEL_ClosestNodes(ZELDATA* db, const double point[3], int k, int use_subset, int* count);
 
 /**
  * New array of all nodes whose distance from a point does not exceed radius, nearest first, with their number in count
- * and, unless it is null, a new array of their distances in *distances. Null, 0 and null when there is none.
+ * and, unless it is null, a new array of their distances in *distances. Null, 0 and null when there is none. A radius that
+ * is a distance given here reaches its node; distances whose squares would underflow or overflow are right as well.
  */
 ZEL_API int* ZEL_ClosestNodesInNeighborhood(ZELDATA* db, const double point[3], double radius, int* count,
                                             double** distances);
@@ -900,7 +906,7 @@ ZEL_API int* ZEL_ClosestNodesInNeighborhood(ZELDATA* db, const double point[3], 
 /**
  * Exchanges the records of two nodes: each has the other's index afterwards. Faces, interface nodes and the node lists of
  * stress and strain go on naming the same ids. Mode shapes do not move: values already stored belong to positions in the
- * node table. Unknown ids do nothing.
+ * node table. Unknown ids do nothing. Each call walks the whole face list and all interface nodes.
  */
 ZEL_API void ZEL_SwapNodesByID(ZELDATA* db, int id_a, int id_b);
 

@@ -4,6 +4,7 @@
 
 #include <rpc/xdr.h>
 
+#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -157,14 +158,40 @@ template <typename At, typename Move> static bool move_blocks(At place, unsigned
     return true;
 }
 
+namespace
+{
+// Blocks every signal of the thread in its scope, so that a thread that is started there never runs a handler.
+class SignalsBlocked
+{
+public:
+    SignalsBlocked()
+    {
+        sigset_t all;
+        sigfillset(&all);
+        blocked_ = pthread_sigmask(SIG_BLOCK, &all, &before_) == 0;
+    }
+    ~SignalsBlocked()
+    {
+        if (blocked_)
+            pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+    }
+    SignalsBlocked(const SignalsBlocked&) = delete;
+    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+private:
+    sigset_t before_;
+    bool blocked_;
+};
+} // namespace
+
 // Moves a whole run. A long one goes in two halves, each by a thread of its own: while one waits for the file or for
-// memory the other converts.
+// memory the other converts. A stream without a descriptor, such as one over memory, has one place only.
 template <typename Move>
 static int move_run(FILE* file, int64_t count, int64_t item_bytes, int64_t block_bytes, const Move& move)
 {
     const int64_t per_block = block_bytes / item_bytes;
     int64_t start = -1;
-    if (count * item_bytes < kSharedBytes || std::fflush(file) != 0 || (start = ftello(file)) < 0)
+    if (count * item_bytes < kSharedBytes || fileno(file) < 0 || std::fflush(file) != 0 || (start = ftello(file)) < 0)
         return move_blocks(OwnPlace{file}, blocks[0], 0, count, per_block, move);
     const int64_t half = count / 2;
     bool moved = false;
@@ -172,6 +199,7 @@ static int move_run(FILE* file, int64_t count, int64_t item_bytes, int64_t block
     std::thread helper;
     try
     {
+        const SignalsBlocked blocked;
         helper = std::thread(move_half);
     }
     catch (const std::exception&)
@@ -406,19 +434,27 @@ int ItemWriter::finish()
     return !failed_;
 }
 
-// A text is a vector of characters, each widened to a word with its sign in an XDR file.
-static int move_text(ZELSTREAM& stream, char* text, int count)
+// A text is a vector of characters, each widened to a word with its sign in an XDR file. It may be a constant, which
+// libtirpc's routine for characters would write back.
+static int put_widened_text(ZELSTREAM& out, const char* text, int count)
 {
-    return xdr_vector(xdr_of(stream), text, u_int(count), sizeof(char), reinterpret_cast<xdrproc_t>(xdr_char));
+    constexpr int kWords = 256;
+    int32_t words[kWords];
+    for (int first = 0; first < count; first += kWords)
+    {
+        const int part = std::min(kWords, count - first);
+        std::copy_n(text + first, part, words);
+        if (!put_ints(out, words, part))
+            return 0;
+    }
+    return 1;
 }
 
 int put_text(ZELSTREAM& out, const char* text, int count)
 {
-    if (count <= 0)
-        return 1;
     if (out.xdr)
-        return move_text(out, const_cast<char*>(text), count); // encoding only reads
-    return std::fwrite(text, 1, size_t(count), out.file) == size_t(count);
+        return put_widened_text(out, text, count);
+    return count <= 0 || std::fwrite(text, 1, size_t(count), out.file) == size_t(count);
 }
 
 int get_text(ZELSTREAM& in, char* text, int count)
@@ -426,7 +462,7 @@ int get_text(ZELSTREAM& in, char* text, int count)
     if (count <= 0)
         return 1;
     if (in.xdr)
-        return move_text(in, text, count);
+        return xdr_vector(xdr_of(in), text, u_int(count), sizeof(char), reinterpret_cast<xdrproc_t>(xdr_char));
     return std::fread(text, 1, size_t(count), in.file) == size_t(count);
 }
 

@@ -85,8 +85,15 @@ static int locate_records(Reader& in, const Block& row, int modes, int nodes, in
     return 1;
 }
 
-// Keeps the positions of a kind's records. Takes the modes' numbers from them where no eigenvalues gave any, and holds
-// stress and strain to the order of the mode shapes.
+// Mode numbers in the order that stress and strain are held to: that of the mode shapes, else that of the first block
+// that numbers the modes. Null when none has come so far.
+static const int* first_order(const Reader& in)
+{
+    return in.shape_numbers ? in.shape_numbers : in.modes_numbered ? in.db->mode_ids : nullptr;
+}
+
+// Keeps the positions of a kind's records. Takes the modes' numbers from them where no block before gave any. Of mode
+// shapes in another order than the eigenvalues, the numbers of the eigenvalues count.
 static int keep_positions(Reader& in, const Block& row, int kind, int modes, int nodes)
 {
     ZELDATA* db = in.db;
@@ -98,7 +105,8 @@ static int keep_positions(Reader& in, const Block& row, int kind, int modes, int
         return unreadable(row);
     const bool numbered = in.widths.mode_number > 0;
     const size_t bytes = size_t(modes) * sizeof(int);
-    if (numbered && in.shape_numbers && std::memcmp(in.shape_numbers, numbers.data, bytes) != 0)
+    const int* order = numbered && kind != ZEL_MODE_SHAPE ? first_order(in) : nullptr;
+    if (order && std::memcmp(order, numbers.data, bytes) != 0)
         return fail("%s modes are in a different order than mode shapes",
                     kind == ZEL_MODAL_STRESS ? "Stress" : "Strain");
     if (numbered && !in.modes_numbered)

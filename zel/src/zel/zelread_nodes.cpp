@@ -2,6 +2,8 @@
 // by their ids.
 #include "zelread.h"
 
+static constexpr const char* kModule = "zelread";
+
 namespace zel
 {
 
@@ -23,6 +25,8 @@ int read_nodes(Reader& in, const Block& row)
         record.x = items.real();
         record.y = items.real();
         record.z = items.real();
+        if (node > 0 && record.id == db->nodes[node - 1].id) // in a hole of the file all are 0
+            return unreadable(row);
     }
     if (items.failed() || !adopt_nodes(db, count)) // an id stands for one node only
         return unreadable(row);
@@ -103,7 +107,7 @@ int read_inertias(Reader& in, const Block& row)
         return unreadable(row);
     Scratch<int> entries_set(db->node_count);
     if (!entries_set.data)
-        return no_room(row);
+        return no_memory(kModule);
     for (int i = 0; i < count; ++i)
     {
         const int node_id = items.integer();

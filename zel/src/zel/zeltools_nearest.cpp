@@ -1,5 +1,6 @@
 // Nodes nearest to a point, exactly as a scan over all candidates would find them: by squared distance, equal ones in the
-// order of the candidates, which are the nodes of the table or the interface nodes.
+// order of the candidates, which are the nodes of the table or the interface nodes. What lies within a radius is told by
+// distances: the square of a radius is rounded on its own, and may vanish.
 //
 // Many candidates are sorted into the cells of a grid, which are numbered along a Morton curve (G. M. Morton, 1966): every
 // cube of cells, and so every cube of an octree over the grid, is a run of points. A cell that holds many points gets a
@@ -320,8 +321,6 @@ struct Nearest
     int k;
     int count = 0;
     double bound() const { return count < k ? kInfinity : kept[0].squared; }
-    // A candidate that is nowhere comes behind all others; but as in a plain search, none replaces the first one.
-    static double unplaced(int position) { return position == 0 ? 0.0 : kInfinity; }
     void offer(Candidate candidate)
     {
         if (count == k && !(candidate < kept[0]))
@@ -333,7 +332,7 @@ struct Nearest
     }
 };
 
-// Keeps all candidates within a distance.
+// Keeps all candidates whose square does not exceed a limit.
 struct Within
 {
     double limit;
@@ -341,7 +340,6 @@ struct Within
     int count = 0, capacity = 0;
     bool complete = true; // false: memory was short
     double bound() const { return limit; }
-    static double unplaced(int) { return kInfinity; }
     void offer(Candidate candidate)
     {
         constexpr int kGrowth = 64;
@@ -404,7 +402,8 @@ template <typename Keeper> static void scan(const Candidates& from, const double
         const ZELNODE& node = from.nodes[from.node(position)];
         const double dx = node.x - point[0], dy = node.y - point[1], dz = node.z - point[2];
         const double squared = dx * dx + dy * dy + dz * dz;
-        keeper.offer({std::isnan(squared) ? keeper.unplaced(position) : squared, position});
+        if (!std::isnan(squared)) // a candidate that is nowhere is near nothing
+            keeper.offer({squared, position});
     }
 }
 
@@ -449,9 +448,11 @@ static void search(ZELDATA* db, const Candidates& from, const double point[3], K
 
 // ---- Exported ----------------------------------------------------------------------------------------------------------
 
-// New array of node indexes, nearest first; null with a message when memory is short.
+// New array of node indexes, nearest first; null when there are none, and with a message when memory is short.
 static int* nodes_of(const Candidates& from, Candidate* kept, int count)
 {
+    if (count == 0)
+        return nullptr;
     int* nodes = allocate<int>(count);
     if (!nodes)
         return no_memory(kModule);
@@ -471,7 +472,7 @@ int ZEL_ClosestNode(ZELDATA* db, const double point[3], int use_subset)
     Candidate best;
     Nearest nearest{&best, 1};
     search(db, from, point, nearest);
-    return from.node(best.position);
+    return nearest.count > 0 ? from.node(best.position) : -1;
 }
 
 int* ZEL_ClosestNodes(ZELDATA* db, const double point[3], int k, int use_subset, int* count)
@@ -495,6 +496,55 @@ int* ZEL_ClosestNodes(ZELDATA* db, const double point[3], int k, int use_subset,
     return nodes;
 }
 
+namespace
+{
+// A node of a neighbourhood.
+struct Neighbor
+{
+    double distance, squared;
+    int position;
+    bool operator<(const Neighbor& other) const
+    {
+        if (distance != other.distance)
+            return distance < other.distance;
+        return squared < other.squared || (squared == other.squared && position < other.position);
+    }
+};
+
+// Squares outside this range have lost digits, or all of them.
+constexpr double kLeastSquare = 1e-290, kGreatestSquare = 1e300;
+} // namespace
+
+static double distance_of(const ZELNODE& node, const double point[3], double squared)
+{
+    if (squared >= kLeastSquare && squared <= kGreatestSquare)
+        return std::sqrt(squared);
+    return std::hypot(node.x - point[0], node.y - point[1], node.z - point[2]);
+}
+
+// Squares up to which a distance may be within a radius: a few roundings more than the radius squared.
+static double square_limit(double radius)
+{
+    constexpr double kRoundings = 1.0 + 1e-15;
+    return std::max(radius * radius * kRoundings, kLeastSquare);
+}
+
+// Those of the candidates that are within the radius by their distance, nearest first; their number.
+static int select_neighbors(const Candidates& from, const Within& within, const double point[3], double radius,
+                            Neighbor* out)
+{
+    int count = 0;
+    for (int i = 0; i < within.count; ++i)
+    {
+        const auto [squared, position] = within.kept[i];
+        const double distance = distance_of(from.nodes[from.node(position)], point, squared);
+        if (distance <= radius)
+            out[count++] = {distance, squared, position};
+    }
+    std::sort(out, out + count);
+    return count;
+}
+
 int* ZEL_ClosestNodesInNeighborhood(ZELDATA* db, const double point[3], double radius, int* count, double** distances)
 {
     int ignored;
@@ -507,21 +557,25 @@ int* ZEL_ClosestNodesInNeighborhood(ZELDATA* db, const double point[3], double r
     if (!point || !(radius >= 0.0) || db->node_count == 0)
         return nullptr;
     const Candidates from = candidates_of(db, false);
-    Within within{radius * radius};
+    Within within{square_limit(radius)};
     search(db, from, point, within);
-    Scratch<double> lengths(within.count);
-    int* nodes = nullptr;
-    if (!within.complete || !lengths.data)
-        no_memory(kModule);
-    else if (within.count > 0)
-        nodes = nodes_of(from, within.kept, within.count);
-    for (int i = 0; nodes && i < within.count; ++i)
-        lengths[i] = std::sqrt(within.kept[i].squared);
+    Scratch<Neighbor> neighbors(within.count);
+    const bool complete = within.complete && neighbors.data;
+    const int selected = complete ? select_neighbors(from, within, point, radius, neighbors.data) : 0;
     std::free(within.kept);
-    if (!nodes)
+    Scratch<int> nodes(selected);
+    Scratch<double> lengths(selected);
+    if (!complete || !nodes.data || !lengths.data)
+        return no_memory(kModule);
+    if (selected == 0)
         return nullptr;
+    for (int i = 0; i < selected; ++i)
+    {
+        nodes[i] = from.node(neighbors[i].position);
+        lengths[i] = neighbors[i].distance;
+    }
     if (distances)
         *distances = lengths.release();
-    found = within.count;
-    return nodes;
+    found = selected;
+    return nodes.release();
 }

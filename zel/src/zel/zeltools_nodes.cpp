@@ -1,10 +1,13 @@
 // The node table: adding nodes, finding them by the caller's id, exchanging two of them.
 //
 // Lookups go through a hash table from id to node index, behind a guess that answers calls in node order; so adding and
-// finding nodes takes constant time in every order of ids. The id indexes of the record are appended to and sorted only
-// when somebody asks for them. Everything that has an entry for each node is (re)allocated in one place, reserve_nodes.
+// finding nodes takes constant time in every order of ids. The id indexes of the record are appended to and put in order
+// when an exported lookup is called. Everything that has an entry for each node is (re)allocated in one place, reserve_nodes.
 #include "zel.h"
 #include "zeldb.h"
+
+#include <sys/random.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <initializer_list>
@@ -13,19 +16,25 @@ using namespace zel;
 
 static constexpr const char* kModule = "zeltools";
 
-namespace
-{
-constexpr int kGrowth = 1000;         // nodes that are added to the room at least
-constexpr int kSortAtOnce = 4096;     // id indexes of fewer pairs are always kept in order
-constexpr int kUnsortedFraction = 16; // longer ones are sorted when this part of them is out of order
-} // namespace
+static constexpr int kGrowth = 1000; // nodes that are added to the room at least
 
 // ---- Hash table of ids ------------------------------------------------------------------------------------------------
 
-// Spreads ids of any pattern evenly: finalizer of MurmurHash3 (A. Appleby), a bijection on 32 bits.
+// A word that nobody outside this process knows. It decides where ids lie in the table and nothing that a caller sees.
+static uint32_t secret_word()
+{
+    uint32_t word = 0;
+    if (getrandom(&word, sizeof word, GRND_NONBLOCK) != sizeof word)
+        word = uint32_t(getpid()) * 0x9e3779b9u;
+    return word;
+}
+
+// Spreads ids of any pattern evenly: finalizer of MurmurHash3 (A. Appleby), a bijection on 32 bits. It can be inverted,
+// so that without the secret a file could choose ids that all fall into one place.
 static uint32_t scattered(int node_id)
 {
-    uint32_t h = uint32_t(node_id);
+    static const uint32_t secret = secret_word();
+    uint32_t h = uint32_t(node_id) ^ secret;
     h = (h ^ (h >> 16)) * 0x85ebca6bu;
     h = (h ^ (h >> 13)) * 0xc2b2ae35u;
     return h ^ (h >> 16);
@@ -160,23 +169,31 @@ static void append_pair(ZELDATA* db, int kind, int count, ZELIDPAIR pair)
         sorted = count + 1;
 }
 
+// Puts a kind's index in order. A few pairs that came since are merged from behind at the cost of one move of what
+// follows them, so that calls which add and look up nodes by turns do not compare all pairs each time.
 static void sort_pairs(ZELDATA* db, int kind, int count)
 {
-    ZELIDPAIR* pairs = db->mode_node_id_index[kind];
-    int& sorted = own(db).sorted_pairs[kind];
-    if (sorted >= count)
+    constexpr int kFew = 64;
+    ZELIDPAIR few[kFew];
+    ZELIDPAIR* const pairs = db->mode_node_id_index[kind];
+    const int sorted = own(db).sorted_pairs[kind], added = count - sorted;
+    if (added <= 0)
         return;
     std::sort(pairs + sorted, pairs + count, by_id);
-    std::inplace_merge(pairs, pairs + sorted, pairs + count, by_id);
-    sorted = count;
-}
-
-// Puts a kind's index in order, unless so few pairs of many are out of place that calls which add and look up nodes by
-// turns would spend their time here.
-static void tidy_pairs(ZELDATA* db, int kind, int count)
-{
-    if (count < kSortAtOnce || count - own(db).sorted_pairs[kind] >= count / kUnsortedFraction)
-        sort_pairs(db, kind, count);
+    if (added > kFew)
+        std::inplace_merge(pairs, pairs + sorted, pairs + count, by_id);
+    else
+    {
+        std::copy_n(pairs + sorted, added, few);
+        ZELIDPAIR *end = pairs + sorted, *to = pairs + count;
+        for (int i = added; i-- > 0; *--to = few[i])
+        {
+            ZELIDPAIR* const behind = std::upper_bound(pairs, end, few[i], by_id);
+            to = std::move_backward(behind, end, to);
+            end = behind;
+        }
+    }
+    own(db).sorted_pairs[kind] = count;
 }
 
 // ---- Adding nodes --------------------------------------------------------------------------------------------------------
@@ -321,7 +338,7 @@ int ZEL_NodeIndex(ZELDATA* db, int node_id)
 {
     if (!db || db->node_count == 0)
         return -1;
-    tidy_pairs(db, ZEL_MODE_SHAPE, db->node_count);
+    sort_pairs(db, ZEL_MODE_SHAPE, db->node_count);
     return find_node(db, node_id);
 }
 
@@ -329,7 +346,7 @@ int ZEL_ModeNodeIndex(ZELDATA* db, int kind, int node_id)
 {
     if (!db || !valid_kind(kind) || db->mode_node_count[kind] == 0)
         return -1;
-    tidy_pairs(db, kind, kind == ZEL_MODE_SHAPE ? db->node_count : db->mode_node_count[kind]);
+    sort_pairs(db, kind, kind == ZEL_MODE_SHAPE ? db->node_count : db->mode_node_count[kind]);
     const int node = find_node(db, node_id);
     return node < 0 ? -1 : mode_node_position(db, kind, node);
 }
