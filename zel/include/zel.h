@@ -57,9 +57,9 @@ typedef struct ZELSTREAM
     int xdr;                  /* 1 portable (XDR, RFC 4506), 0 native byte order */
     void* xdr_stream;         /* owned by zel_file; the mode streams of a database that was read only borrow it */
     int double_precision;     /* 1 reals are doubles, 0 floats */
-    char* name;               /* owned path */
+    char* name;               /* owned path; that of a temporary file leads nowhere by now, or to somebody else's */
     float* conversion_buffer; /* copy of ZELDATA.conversion_buffer, not owned */
-    int temporary;            /* 1: the file is closed and removed with the database (mode streams only) */
+    int temporary;            /* 1: a file without a name, which goes when it is closed (mode streams only) */
 } ZELSTREAM;
 
 typedef struct ZELNODE
@@ -235,7 +235,8 @@ ZEL_API ZELDATA* ZEL_Create(int max_mode_nodes, int max_modes);
 /**
  * The database of the ZEL file `path`: the live one that was read from the very same path, or a new one that keeps the
  * file open for as long as it lives. Two callers of one path share one record: a unit change or ZEL_UnLink by one holds
- * for both. Null for a null path or a file that cannot be opened (silent), or that is no valid ZEL file (with a message).
+ * for both, also when another file has taken the path meanwhile: unlink the record to read that one. Null for a null path
+ * or a file that cannot be opened (silent), or that is no valid ZEL file (with a message).
  */
 ZEL_API ZELDATA* ZEL_CreateFromZEL(const char* path);
 
@@ -245,7 +246,7 @@ ZEL_API void ZEL_Destroy(ZELDATA* db);
 /** Frees one database with its arrays, streams and temporary files. Null and unknown pointers are ignored. */
 ZEL_API void ZEL_UnLink(ZELDATA* db);
 
-/** Frees every database. Temporary files of a process that ends without this call stay on disk. */
+/** Frees every database. Temporary files go in any case when the process ends, however it does. */
 ZEL_API void ZEL_Terminate(void);
 
 /** 1 when db is a live database, also for a pointer that was freed or never was one; silent. */
@@ -310,9 +311,11 @@ ZEL_API int ZEL_LookupOrAddNode(ZELDATA* db, int node_id);
 
 /*
  * The vectors that a caller sets go to a temporary file for each kind, made at full size (48 bytes x max_mode_nodes x
- * max_modes of ZEL_Create) with the first of them, in the folder that TMP names, or under the path in VXR_TMP_MOD,
- * VXR_TMP_STR or VXR_TMP_STN; its path is printed. It is removed with the database. The vectors of a ZEL file cannot be
- * set; a kind that the file lacks can.
+ * max_modes of ZEL_Create) with the first of them, in the folder that TMP (or, where that names none, TMPDIR) names, or
+ * under the path in VXR_TMP_MOD, VXR_TMP_STR or VXR_TMP_STN; its path is printed. A file or link that has this path is
+ * removed first; anything else, and a file that cannot be removed, makes the call fail. The file loses its name as soon as
+ * it is open and goes with the database or the process. The vectors of a ZEL file cannot be set; a kind that the file lacks
+ * can.
  *
  * Components 1 to 6 are x, y, z translations and rotations of a mode shape, or xx, yy, zz, xy, xz, yz of stress and strain.
  * Mode shapes cover every node; stress and strain those nodes for which one was set (ZEL_ModeNodeIndex tells the place).
@@ -658,9 +661,14 @@ ZEL_API void ZEL_Contents(ZELDATA* db, int block, FILE* stream);
  *   geometry  lbrf2cm (origin to the centre of mass), sketch("file") (faces of a sketch file), strip_face (no inner faces),
  *             coarsen(percent, degrees, preserve_str ids) (fewer faces)
  * What the options do to the body stays done to the database, also when the write fails. Modes are written with numbers
- * from 1. Returns 1; 0, with a message and without an output file, when options exclude one another, the database cannot
- * be written as it is, or memory or disk is short. The file that the database was read from is refused as output, and so
- * is a file that cannot be opened: these leave an existing file as it was.
+ * from 1. Returns 1; 0, with a message, when options exclude one another, the database cannot be written as it is, memory or
+ * disk is short, the file cannot be made, or `name` is, or leads to, the file that the database was read from.
+ * The output takes its place when it is complete: until then, and after any failure, an older file of that name stands, and
+ * whoever has it open, another database as well, goes on reading it. Links are followed; the older file's mode bits stay,
+ * its other names keep its old content. The new file waits without a name (or as ".zel_<process>_<number>") in the same
+ * folder, so that old and new take disk space together. A pipe or a device is written directly. Where the folder takes no
+ * second file, the output waits in the folder for temporary files and then overwrites the older one, with a warning, unless
+ * a database reads that.
  */
 ZEL_API int ZEL_write_ZEL(ZELDATA* db, const char* name);
 

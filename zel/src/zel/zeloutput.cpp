@@ -177,6 +177,12 @@ static bool resemble(int file, const struct stat& older)
     return fchmod(file, older.st_mode & (same_owner ? 07777 : 0777)) == 0;
 }
 
+// On the disk, where that can be had.
+static bool sync(int file)
+{
+    return fsync(file) == 0 || errno == EINVAL || errno == ENOSYS;
+}
+
 // A name for an unnamed file.
 bool OutputFile::give_name()
 {
@@ -200,7 +206,7 @@ bool OutputFile::finish()
     if (way_ == Way::rename)
     {
         struct stat older = {};
-        if (stat(target_, &older) == 0 && !(resemble(fileno(file_), older) && fsync(fileno(file_)) == 0))
+        if (stat(target_, &older) == 0 && !(resemble(fileno(file_), older) && sync(fileno(file_))))
             return failed();
         if (!named_ && !give_name())
             return failed();
@@ -225,7 +231,7 @@ bool OutputFile::copy_from(int file)
         copied = move_all(pwrite, to, static_cast<const char*>(part), count, at);
         at += count;
     }
-    copied = copied && count == 0 && fsync(to) == 0;
+    copied = copied && count == 0 && sync(to);
     if (!copied)
         failed();
     if (to >= 0)
