@@ -765,6 +765,35 @@ TEST_F(Import, TiesAllLayersOfShells)
     }
 }
 
+// 14 printed digits of membrane stiffness are too few for the bending of a sheet 3000 times wider than thick.
+TEST_F(Import, SaysWhereTheDigitsOfTheMatricesAreTooFew)
+{
+    options.deck = kSmall + "thin";
+    options.modes = 4;
+    EXPECT_EQ(run(), 1) << messages;
+    EXPECT_NE(printed.find("import its modes (*NODE FILE) instead"), std::string::npos) << printed;
+}
+
+TEST_F(Import, TakesTheModesOfOneStepOfSeveral)
+{
+    options.deck = kSmall + "two_steps";
+    double lowest[3] = {};
+    for (int step : {1, 2}) // free, clamped at one end
+    {
+        options.step = step;
+        ASSERT_EQ(run(), 0) << messages << printed;
+        ZELDATA* db = ZEL_CreateFromZEL(options.output.c_str());
+        ASSERT_TRUE(db);
+        EXPECT_EQ(ZEL_ModeCount(db), 8);
+        EXPECT_TRUE(ZEL_Eigenvalue(db, 1, nullptr, &lowest[step], nullptr, nullptr, nullptr));
+        ZEL_UnLink(db);
+    }
+    EXPECT_NEAR(lowest[1], 0.0, 1e-6);
+    // Euler's clamped beam, 60 x 20 x 10, which shear and the three elements move by a few per cent
+    const double euler = 1.875104 * 1.875104 * std::sqrt(210000 * 100 / 12 / 7.85e-9) / 3600 / (2 * std::numbers::pi);
+    EXPECT_NEAR(lowest[2], euler, 0.05 * euler);
+}
+
 TEST_F(Import, TakesTheModesInsideIncompatibleElements)
 {
     options.deck = kSmall + "incompatible";
@@ -863,6 +892,11 @@ TEST_F(Import, RefusesWhatItCannotUseAndLeavesNoFile)
         {[](ImportOptions& o) { o.modes = 100000; }, "ask for fewer modes"},
         {[](ImportOptions& o) { o.deck = "nowhere/job"; }, "nowhere/job.inp: no such file"},
         {[](ImportOptions& o) { o.route = Route::results; }, "small.frd: no such file"},
+        {[](ImportOptions& o) { o.deck = kSmall + "two_steps"; },
+         "two_steps.frd: the steps 1, 2 have modes: name the one to import with --step"},
+        {[](ImportOptions& o) { o.deck = kSmall + "two_steps", o.step = 3; },
+         "step 3 has no modes; those with modes: 1, 2"},
+        {[](ImportOptions& o) { o.deck = kSmall + "some_nodes"; }, "some_nodes.frd: has no displacement of node 2"},
         {[](ImportOptions& o) { o.output = "/nowhere/body.zel"; }, "/nowhere/body.zel cannot be written"},
         {[](ImportOptions& o) { o.output = "/dev/full"; }, "/dev/full cannot be written"},
     };

@@ -4,6 +4,7 @@
 Needs ccx (calculix-ccx) and gmsh. Lengths are in mm, masses in t, times in s, forces in N.
 """
 import gzip
+import math
 import os
 import subprocess
 import sys
@@ -110,6 +111,48 @@ def small_jobs(scratch, heading, section):
           ["dof", "sti", "mas"], TESTS)
 
 
+def bricks(cells, size, kind):
+    """Nodes and eight-node bricks of a block."""
+    def number(i, j, k):
+        return 1 + i + (cells[0] + 1) * (j + (cells[1] + 1) * k)
+
+    grid = [(i, j, k) for k in range(cells[2] + 1) for j in range(cells[1] + 1) for i in range(cells[0] + 1)]
+    elements = [[number(i, j, k), number(i + 1, j, k), number(i + 1, j + 1, k), number(i, j + 1, k), number(i, j, k + 1),
+                 number(i + 1, j, k + 1), number(i + 1, j + 1, k + 1), number(i, j + 1, k + 1)]
+                for k in range(cells[2]) for j in range(cells[1]) for i in range(cells[0])]
+    return ("*NODE\n" + "".join(f"{number(*at)}, " + ", ".join(f"{s * a / n:.10g}" for s, a, n in zip(size, at, cells)) + "\n"
+                                for at in grid) + f"*ELEMENT, TYPE={kind}, ELSET=BAR\n" +
+            "".join(f"{e + 1}, " + ", ".join(map(str, ids)) + "\n" for e, ids in enumerate(elements)))
+
+
+def hard_jobs(scratch, heading, section):
+    """Models for which a first answer is wrong: two steps, few results, few digits, coarse quadrature, dependent nodes."""
+    mesh, _ = beam((3, 1, 1), (60., 20., 10.))
+    model = mesh + STEEL + section.format("BEAM")
+    modes = "*STEP\n*FREQUENCY\n8\n{}*NODE FILE{}\nU\n*END STEP\n"
+    solve("two_steps", heading.format("Free and clamped modes") + model + modes.format("", "") +
+          modes.format("*BOUNDARY\nROOT, 1, 3\n", ""), scratch, ["frd"], TESTS)
+    solve("some_nodes", heading.format("Modes of one end only") + model + modes.format("", ", NSET=ROOT"), scratch, ["frd"],
+          TESTS)
+    thin = plate((3, 3), (229., 229.)).replace("S8R", "S8")
+    solve("thin", heading.format("Thin sheet") + thin + STEEL + "*SHELL SECTION, ELSET=PLATE, MATERIAL=STEEL\n0.0762\n" +
+          MATRICES, scratch, ["dof", "sti", "mas"], TESTS)
+    reduced = heading.format("Bar of 60 x 12 x 7, mass at one point") + bricks((6, 3, 2), (60., 12., 7.), "C3D8R")
+    reduced += STEEL + section.format("BAR")
+    solve("one_point", reduced + MATRICES, scratch, ["dof", "sti", "mas"], TESTS)
+    solve("one_point_modes", reduced + modes.format("", ""), scratch, ["frd"], TESTS)
+    tube = [line.split(", ") for line in plate((2, 6), (1., 1.)).splitlines()]
+    wrapped, in_nodes = [], False
+    for line in tube:
+        in_nodes = line[0] == "*NODE" or in_nodes and not line[0].startswith("*")
+        if in_nodes and len(line) == 3:
+            angle = math.pi * float(line[2])
+            line = [line[0], f"{40 * float(line[1]):.10g}", f"{20 * math.cos(angle):.12g}", f"{20 * math.sin(angle):.12g}"]
+        wrapped.append(", ".join(line))
+    solve("half_tube", heading.format("Half a tube, 40 long, radius 20, 2 thick") + "\n".join(wrapped) + "\n" + STEEL +
+          "*SHELL SECTION, ELSET=PLATE, MATERIAL=STEEL\n2.\n" + MATRICES, scratch, ["dof", "sti", "mas"], TESTS)
+
+
 def plate(cells, size):
     """Nodes and S8R elements of a rectangle in the plane z = 0."""
     corners = [(0, 0), (2, 0), (2, 2), (0, 2), (1, 0), (2, 1), (1, 2), (0, 1)]
@@ -126,6 +169,7 @@ def main():
     section = "*SOLID SECTION, ELSET={}, MATERIAL=STEEL\n"
     with tempfile.TemporaryDirectory() as scratch:
         small_jobs(scratch, heading, section)
+        hard_jobs(scratch, heading, section)
         mesh, count = beam((20, 2, 2), (1000., 40., 20.))
         model = mesh + STEEL + section.format("BEAM")
         title = heading.format("Steel beam 1000 x 40 x 20 mm of C3D20 bricks")

@@ -36,6 +36,8 @@ static void add_ccx(CLI::App& import, int& status)
                     "What to read: auto, matrices (.sti, .mas, .dof) or results (.frd, .dat)")
         ->transform(CLI::CheckedTransformer(kRoutes, CLI::ignore_case))
         ->default_str("auto");
+    ccx->add_option("--step", options->step, "The step whose modes are read from results, where several have modes")
+        ->check(CLI::Range(1, 1000000));
     ccx->add_option("--options", options->write_options, "Options of the writer")->capture_default_str();
     ccx->add_flag("-v,--verbose", options->verbose, "Phases and the library's own messages on standard error");
     ccx->callback([options, &status] { status = import_ccx(*options); });

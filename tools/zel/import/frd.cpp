@@ -4,6 +4,7 @@
 #include "frd.h"
 
 #include <cstring>
+#include <limits>
 #include <unordered_map>
 
 namespace zel_import
@@ -186,7 +187,8 @@ void FrdReader::read_result()
         reader_.fail(name + " has " + std::to_string(stored) + " components");
     if (file_.node_ids.empty())
         reader_.fail("results before the nodes");
-    Eigen::VectorXd values = Eigen::VectorXd::Zero(Eigen::Index(file_.node_ids.size()) * components);
+    Eigen::VectorXd values = Eigen::VectorXd::Constant(Eigen::Index(file_.node_ids.size()) * components,
+                                                       std::numeric_limits<double>::quiet_NaN());
     constexpr int kStressOrder[6] = {0, 1, 2, 3, 5, 4}; // xx, yy, zz, xy, yz, zx in the file
     records(how, count, components, [&](int id, const double* v) {
         const auto found = index_.find(id);

@@ -17,8 +17,8 @@ struct FrdSolution
     int step = 0;
     int mode = 0;                 // from 1; 0: a static step
     double value = 0.0;           // time, or frequency in cycles per time unit; 0 for a negative eigenvalue
-    Eigen::VectorXd displacement; // 3 a node
-    Eigen::VectorXd stress;       // 6 a node: x, y, z, xy, xz, yz; empty when the file has none
+    Eigen::VectorXd displacement; // 3 a node; NaN at a node without a result
+    Eigen::VectorXd stress;       // 6 a node: x, y, z, xy, xz, yz; NaN likewise; empty when the file has none
 };
 
 struct FrdFile

@@ -27,6 +27,7 @@ struct ImportOptions
     std::string units;
     MassMethod mass = MassMethod::matched;
     Route route = Route::automatic;
+    int step = 0; // whose modes the results route takes; 0: the only one that has modes
     std::string write_options = "full_invar";
     bool verbose = false; // phases and what the library says, on standard error
 };

@@ -44,14 +44,67 @@ static std::vector<int> match_nodes(const Deck& deck, const FrdFile& frd, const 
     return position;
 }
 
-// The values of a solution in the order of the mesh.
-static VectorXd in_mesh_order(const VectorXd& values, const std::vector<int>& position, Index width)
+namespace
 {
-    VectorXd ordered = VectorXd::Zero(width * Index(position.size()));
-    for (size_t i = 0; i < position.size(); ++i)
-        if (position[i] >= 0)
-            ordered.segment(width * Index(i), width) = values.segment(width * position[i], width);
+// Where the values of the mesh's nodes stand in the file.
+struct NodeOrder
+{
+    const Mesh& mesh;
+    const std::string& path;
+    std::vector<int> position;        // -1 for a node without one
+    std::vector<char> used, strained; // by any element, and by one that has stresses
+};
+} // namespace
+
+// The values of a solution in the order of the mesh. A node that is not in the file is at rest, as no element uses it.
+static VectorXd in_mesh_order(const VectorXd& values, const NodeOrder& order, Index width)
+{
+    const std::vector<char>& needed = width == 3 ? order.used : order.strained;
+    VectorXd ordered = VectorXd::Zero(width * Index(order.position.size()));
+    for (size_t i = 0; i < order.position.size(); ++i)
+    {
+        if (order.position[i] < 0)
+            continue;
+        const auto own = values.segment(width * order.position[i], width);
+        if (!own.hasNaN())
+            ordered.segment(width * Index(i), width) = own;
+        else if (needed[i])
+            throw InputError({order.path, 0},
+                             format("has no %s of node %d: *NODE FILE and *EL FILE must not be confined to a set",
+                                    width == 3 ? "displacement" : "stress", order.mesh.nodes[i].id));
+    }
     return ordered;
+}
+
+// The solutions that are modes, all of one step.
+static std::vector<const FrdSolution*> modes_of_step(const FrdFile& frd, int step, const std::string& path)
+{
+    std::vector<const FrdSolution*> modes;
+    std::string steps;
+    int last = 0;
+    for (const FrdSolution& s : frd.solutions)
+    {
+        if (s.mode > 0 && s.step != last)
+            steps += (steps.empty() ? "" : ", ") + std::to_string(last = s.step);
+        if (s.mode > 0 && (step == 0 || s.step == step))
+            modes.push_back(&s);
+    }
+    if (step != 0 && modes.empty())
+        throw InputError({path, 0}, format("step %d has no modes; those with modes: %s", step,
+                                           steps.empty() ? "none" : steps.c_str()));
+    if (step == 0 && steps.find(',') != std::string::npos)
+        throw InputError({path, 0}, "the steps " + steps + " have modes: name the one to import with --step");
+    return modes;
+}
+
+static std::vector<char> strained_nodes(const Mesh& mesh)
+{
+    Mesh solids;
+    solids.nodes = mesh.nodes;
+    for (const Element& element : mesh.elements)
+        if (element.type->shape != Shape::point)
+            solids.elements.push_back(element);
+    return used_nodes(solids);
 }
 
 // Phi^T M Phi with the consistent mass of the elements.
@@ -193,14 +246,13 @@ static void take_constraint_modes(const FrdFile& frd, const std::string& job, co
 }
 
 ResultBody body_from_results(const Deck& deck, const std::vector<Interface>& interfaces, const FrdFile& frd,
-                             const std::string& job)
+                             const std::string& job, int step)
 {
     const std::string path = job + ".frd";
-    const std::vector<int> position = match_nodes(deck, frd, path);
-    std::vector<const FrdSolution*> modes, solutions;
-    for (const FrdSolution& s : frd.solutions)
-        if (s.mode > 0)
-            modes.push_back(&s);
+    const NodeOrder order{deck.mesh, path, match_nodes(deck, frd, path), used_nodes(deck.mesh),
+                          strained_nodes(deck.mesh)};
+    const std::vector<const FrdSolution*> modes = modes_of_step(frd, step, path);
+    std::vector<const FrdSolution*> solutions;
     const std::vector<int> nodes = freedom_nodes(deck, interfaces);
     const Index count = Index(nodes.size() + modes.size());
     ResultBody body;
@@ -211,17 +263,17 @@ ResultBody body_from_results(const Deck& deck, const std::vector<Interface>& int
     if (solutions.empty())
         throw InputError({path, 0}, "has no modes");
 
-    body.motion.resize(3 * Index(position.size()), count);
+    body.motion.resize(3 * Index(order.position.size()), count);
     if (has_stress(solutions))
-        body.stress.resize(6 * Index(position.size()), count);
+        body.stress.resize(6 * Index(order.position.size()), count);
     for (Index k = 0; k < count; ++k)
     {
         const FrdSolution& s = *solutions[size_t(k)];
         if (s.displacement.size() == 0)
             throw InputError({path, 0}, "a step has no displacements: *NODE FILE must name U");
-        body.motion.col(k) = in_mesh_order(s.displacement, position, 3);
+        body.motion.col(k) = in_mesh_order(s.displacement, order, 3);
         if (body.stress.size() > 0)
-            body.stress.col(k) = in_mesh_order(s.stress, position, 6);
+            body.stress.col(k) = in_mesh_order(s.stress, order, 6);
         if (k >= body.boundary_count)
             body.stiffness(k, k) = square(2 * std::numbers::pi * s.value);
     }

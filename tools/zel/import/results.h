@@ -14,13 +14,14 @@ struct ResultBody
     int boundary_count = 0;    // static unit steps; 0: free or supported modes only
     int rigid_count = 0;       // modes that exact rigid motions have replaced
     double rigid_before = 0.0; // largest |eigenvalue| of the rigid motions as the solver has it
-    double mass_error = 0.0;   // largest difference of the solver's mode mass and the elements', which should be 1
+    double mass_error = 0.0;   // largest entry of Phi^T M Phi - I of the solver's modes, M by its own quadrature
     double asymmetry = 0.0;    // of the printed forces, relative to the largest of them
 };
 
 // From the content of JOB.frd, and JOB.dat when the deck has static unit steps. Interfaces are those of the deck's ties.
+// `step` is the one whose modes are taken; 0: the only one that has modes, InputError when several have.
 ResultBody body_from_results(const Deck& deck, const std::vector<Interface>& interfaces, const FrdFile& frd,
-                             const std::string& job);
+                             const std::string& job, int step = 0);
 
 } // namespace zel_import
 
