@@ -167,7 +167,7 @@ TEST_F(Command, TellsWhatAFileHolds)
     for (const Json& mode : facts["frequencies"])
         rigid += mode["rigid"].get<bool>();
     EXPECT_EQ(rigid, 6);
-    EXPECT_NEAR(facts["frequencies"][6]["frequency"].get<double>(), 50.0, 1e-9);
+    EXPECT_NEAR(facts["frequencies"][6]["frequency_hz"].get<double>(), 50.0, 1e-9);
     int64_t bytes = 0;
     for (const Json& block : facts["blocks"])
         bytes += block["bytes"].get<int64_t>();
@@ -202,9 +202,53 @@ TEST_F(Command, ChecksABody)
     for (const Json& finding : Json::parse(wrong.output))
         if (!finding["okay"].get<bool>())
             failed.push_back(finding["check"]);
-    const std::vector<std::string> expected = {"mass, centre and inertia agree", "rigid-body modes orthogonal",
-                                               "modes orthonormal over the nodal masses", "nodes at distinct points"};
+    const std::vector<std::string> expected = {"mass, centre and inertia agree", "rigid-body modes orthonormal",
+                                               "flexible modes orthogonal to rigid ones", "nodes at distinct points"};
     EXPECT_EQ(failed, expected);
+}
+
+// Coarse meshes, reference nodes on nodes of the mesh and coupled modes are no faults; one wrong value is.
+TEST_F(Command, ChecksImportedBodies)
+{
+    const std::string import = "import ccx " ZEL_EXAMPLES "/tied_beam -u mm,t,s,N --options ";
+    ASSERT_EQ(run(folder, import + "'' -o good.zel").status, 0);
+    ASSERT_EQ(run(folder, import + "no_ortho -o coupled.zel").status, 0);
+    for (const char* name : {"good.zel", "coupled.zel"})
+        EXPECT_EQ(run(folder, std::string("check ") + name).status, 0)
+            << run(folder, std::string("check ") + name).output;
+    const auto frequencies = [&](const char* name) {
+        return Json::parse(run(folder, std::string("info --json ") + name).output)["frequencies"];
+    };
+    const Json own = frequencies("good.zel"), solved = frequencies("coupled.zel"); // of the matrices, by another solver
+    ASSERT_EQ(own.size(), solved.size());
+    for (size_t i = 0; i < own.size(); ++i)
+        if (own[i]["rigid"].get<bool>())
+            EXPECT_TRUE(solved[i]["rigid"].get<bool>());
+        else
+            EXPECT_NEAR(solved[i]["frequency_hz"].get<double>() / own[i]["frequency_hz"].get<double>(), 1.0, 1e-6);
+
+    const auto fails = [&](const char* check) {
+        const Outcome found = run(folder, "check bad.zel");
+        EXPECT_EQ(found.status, 1);
+        EXPECT_NE(found.output.find(std::string("CHECK!  ") + check), std::string::npos) << found.output;
+    };
+    ZELDATA* db = ZEL_CreateFromZEL(folder.path("good.zel").c_str());
+    std::vector<double> shape(3 * size_t(ZEL_NodeCount(db)));
+    ASSERT_TRUE(ZEL_Mode(db, 7, ZEL_MODE_SHAPE, shape.data(), 0));
+    std::string bytes = bytes_of(folder.path("good.zel"));
+    const auto stored = [](double value) { // most significant byte first
+        std::string text(reinterpret_cast<const char*>(&value), sizeof value);
+        return std::string(text.rbegin(), text.rend());
+    };
+    const double largest = *std::max_element(shape.begin(), shape.end());
+    bytes.replace(bytes.find(stored(largest)), sizeof largest, stored(30.0 * largest));
+    write_bytes(folder.path("bad.zel"), bytes);
+    fails("flexible modes orthogonal to rigid ones");
+
+    const Environment options("VXR_ZELWRITE_OPTIONS", "no_ortho");
+    ZEL_SetNodalMass(db, ZEL_NodeID(db, 200), 0.01 * db->total_mass);
+    errors_of([&] { output_of([&] { ASSERT_TRUE(ZEL_write_ZEL(db, folder.path("bad.zel").c_str())); }); });
+    fails("rigid-body modes orthonormal");
 }
 
 TEST_F(Command, ComparesFiles)
@@ -240,7 +284,7 @@ TEST_F(Command, ConvertsUnitsAndEncodings)
     EXPECT_EQ(facts["units"]["length"], "MILLIMETER");
     EXPECT_NEAR(facts["mass"].get<double>(), 0.024, 1e-8);
     EXPECT_NEAR(facts["center_of_mass"][0].get<double>(), 1000.0, 1e-3);
-    EXPECT_NEAR(facts["frequencies"][6]["frequency"].get<double>(), 50.0, 1e-4);
+    EXPECT_NEAR(facts["frequencies"][6]["frequency_hz"].get<double>(), 50.0, 1e-4);
 
     for (const char* wrong :
          {"--units mm,t,s", "--units mm,t,s,furlong", "--units mm,m,s,N", "--options 'invar 82_comp'"})

@@ -4,7 +4,10 @@
 
 #include <zel.h>
 
+#include <Eigen/Dense>
+
 #include <array>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -71,10 +74,22 @@ std::array<double, 9> about_center(const MassProperties& body);
 struct Mode
 {
     int number;
-    double eigenvalue, hertz, mass, stiffness;
+    double eigenvalue;           // in units of the body
+    std::optional<double> hertz; // cycles per second whatever the unit of time; none: the modes are coupled
+    double mass, stiffness;      // generalized
     bool rigid;
 };
 std::vector<Mode> modes_of(ZELDATA* db);
+
+// The motions at which the body vibrates freely, as combinations of its modes.
+struct FreeModes
+{
+    bool coupled;              // by generalized matrices with entries off the diagonals; otherwise each mode is one
+    std::vector<double> hertz; // empty: the generalized mass is not positive, so that there are none
+    Eigen::MatrixXd vectors;   // of coupled modes, one a column; generalized masses are 1
+    int rigid;                 // at the front
+};
+FreeModes free_modes_of(ZELDATA* db);
 
 // Vertices of every face as node indexes.
 std::vector<std::vector<int>> faces_of(const ZELDATA* db);

@@ -151,7 +151,7 @@ private:
 static std::string mode_name(const Mode& mode)
 {
     std::array<char, 80> name;
-    std::snprintf(name.data(), name.size(), "mode %d, %.6g Hz", mode.number, mode.hertz);
+    std::snprintf(name.data(), name.size(), "mode %d, %.6g Hz", mode.number, mode.hertz.value_or(0.0));
     return name.data();
 }
 
@@ -181,7 +181,7 @@ static void export_pvd(ZELDATA* db, const std::string& path, ProgressBar& bar)
         const std::string file = stem.string() + "_mode" + std::to_string(mode.number) + ".vtu";
         VtuFile(files.emplace_back(file, db), db).write(db, {mode}, {"displacement"}, steps);
         std::array<char, 64> time;
-        std::snprintf(time.data(), time.size(), "%.10g", mode.hertz);
+        std::snprintf(time.data(), time.size(), "%.10g", mode.hertz.value_or(0.0));
         list += "<DataSet timestep=\"" + std::string(time.data()) + "\" file=\"" + fs::path(file).filename().string() +
                 "\"/>\n";
     }
@@ -226,7 +226,7 @@ static void export_json(ZELDATA* db, const std::string& path, ProgressBar& bar)
             ZEL_Mode(db, mode.number, ZEL_MODE_SHAPE, rotations.data(), 1);
         body["modes"].push_back({{"number", mode.number},
                                  {"eigenvalue", mode.eigenvalue},
-                                 {"frequency", mode.hertz},
+                                 {"frequency_hz", mode.hertz.value_or(0.0)},
                                  {"generalized_mass", mode.mass},
                                  {"generalized_stiffness", mode.stiffness},
                                  {"rigid", mode.rigid},

@@ -15,6 +15,7 @@ static nlohmann::ordered_json facts_of(ZELDATA* db)
 {
     const auto units = units_of(db);
     const MassProperties mass = mass_properties(db);
+    const FreeModes free = free_modes_of(db);
     char title[128], date[32];
     ZEL_Header(db, title, date, nullptr, nullptr, nullptr, nullptr, nullptr);
     nlohmann::ordered_json facts = {
@@ -31,17 +32,35 @@ static nlohmann::ordered_json facts_of(ZELDATA* db)
         {"mass", mass.mass},
         {"center_of_mass", mass.center},
         {"principal_inertias", principal_values(about_center(mass))},
+        {"coupled_modes", free.coupled},
         {"frequencies", nlohmann::ordered_json::array()},
         {"blocks", nlohmann::ordered_json::array()},
     };
-    for (const Mode& mode : modes_of(db))
-        facts["frequencies"].push_back({{"mode", mode.number}, {"frequency", mode.hertz}, {"rigid", mode.rigid}});
+    for (size_t i = 0; i < free.hertz.size(); ++i)
+        facts["frequencies"].push_back({{"mode", free.coupled ? int(i) + 1 : ZEL_ModeNumber(db, int(i))},
+                                        {"frequency_hz", free.hertz[i]},
+                                        {"rigid", int(i) < free.rigid}});
     for (int block = 1; block <= kBlocks; ++block)
         if (ZEL_Exists(db, block - 1))
             facts["blocks"].push_back({{"number", block},
                                        {"name", kBlockNames[static_cast<size_t>(block - 1)]},
                                        {"bytes", ZEL_size_of_block(db, block - 1)}});
     return facts;
+}
+
+// A rigid-body mode has no frequency but the rounding of a zero. The modes of a coupled body have none at all.
+static void print_frequencies(const nlohmann::ordered_json& f)
+{
+    if (f["coupled_modes"].get<bool>())
+        std::printf("\n  The modes are coupled by generalized matrices; so the body vibrates freely:\n");
+    std::printf("\n  %6s  %14s\n", f["coupled_modes"].get<bool>() ? "free" : "mode", "frequency, Hz");
+    for (const auto& mode : f["frequencies"])
+        if (mode["rigid"].get<bool>())
+            std::printf("  %6d  %14s\n", mode["mode"].get<int>(), "rigid body");
+        else
+            std::printf("  %6d  %14.6g\n", mode["mode"].get<int>(), mode["frequency_hz"].get<double>());
+    if (f["frequencies"].empty() && f["coupled_modes"].get<bool>())
+        std::printf("  none: the generalized mass is not positive\n");
 }
 
 static void print_facts(const std::string& path, const nlohmann::ordered_json& f)
@@ -60,10 +79,7 @@ static void print_facts(const std::string& path, const nlohmann::ordered_json& f
     for (const char* vector : {"center_of_mass", "principal_inertias"})
         std::printf("  %-18s %.6g  %.6g  %.6g\n", vector, f[vector][0].get<double>(), f[vector][1].get<double>(),
                     f[vector][2].get<double>());
-    std::printf("\n  %6s  %14s\n", "mode", "frequency");
-    for (const auto& mode : f["frequencies"])
-        std::printf("  %6d  %14.6g%s\n", mode["mode"].get<int>(), mode["frequency"].get<double>(),
-                    mode["rigid"].get<bool>() ? "  rigid body" : "");
+    print_frequencies(f);
     std::printf("\n  %-32s %14s\n", "block", "bytes");
     for (const auto& block : f["blocks"])
         std::printf("  %2d %-29s %14lld\n", block["number"].get<int>(), text(block["name"]).c_str(),
