@@ -4,6 +4,7 @@
 #include "zeldb.h"
 #include "zelfile.h"
 #include "zelwrite.h"
+#include "zelwrite_eigen.h"
 
 #include <sys/resource.h>
 
@@ -153,9 +154,151 @@ ZELDATA* diagonal_body(const std::vector<double>& stiffness, const std::vector<d
     }
     return db;
 }
+
+// A body whose natural modes are one unit mass each, with the given eigenvalues, in a basis of the given columns: so
+// K = b' diag(eigenvalues) b and M = b' b, and whatever spans all motions has these eigenvalues.
+ZELDATA* body_in_basis(const std::vector<double>& eigenvalues, const Matrix& b)
+{
+    const int nodes = int(b.size()), modes = int(b[0].size());
+    Matrix stiffness = matrix(nodes, nodes), unit = stiffness;
+    for (size_t p = 0; p < b.size(); ++p)
+    {
+        stiffness[p][p] = eigenvalues[p];
+        unit[p][p] = 1.0;
+    }
+    const Matrix k = sandwich(b, stiffness, b), m = sandwich(b, unit, b);
+    ZELDATA* db = ZEL_Create(nodes, modes);
+    for (int i = 0; i < modes; ++i)
+    {
+        for (int p = 0; p < nodes; ++p)
+            ZEL_SetMode(db, i + 1, p + 1, ZEL_MODE_SHAPE, b[size_t(p)][size_t(i)], 0.0, 0.0, 0.0, 0.0, 0.0);
+        for (int j = 0; j < modes; ++j)
+        {
+            ZEL_SetGeneralizedStiffness(db, i + 1, j + 1, k[size_t(i)][size_t(j)]);
+            ZEL_SetGeneralizedMass(db, i + 1, j + 1, m[size_t(i)][size_t(j)]);
+        }
+    }
+    return db;
+}
+
+struct RandomBasis
+{
+    std::mt19937 random;
+    std::normal_distribution<double> normal;
+    std::vector<double> eigenvalues; // ascending, the first ones zero, the others over four decades
+    Matrix basis;
+
+    RandomBasis(unsigned seed, int motions, int rigid, int modes) : random(seed), basis(matrix(motions, modes))
+    {
+        for (int i = 0; i < motions; ++i)
+            eigenvalues.push_back(i < rigid ? 0.0 : 1e3 * std::pow(1e4, double(i) / motions));
+        for (auto& row : basis)
+            for (double& value : row)
+                value = normal(random);
+        for (size_t i = 0; i < size_t(std::min(motions, modes)); ++i)
+            basis[i][i] += 3.0;
+    }
+    void scale(size_t mode, double factor)
+    {
+        for (auto& row : basis)
+            row[mode] *= factor;
+    }
+    // Orthogonalises; the modes that are left must be all motions, orthonormal, with their eigenvalues.
+    std::string expect_all_motions(const std::string& what)
+    {
+        ZELDATA* db = body_in_basis(eigenvalues, basis);
+        const std::string warnings = errors_of([&] { orthogonalise(db); });
+        EXPECT_EQ(ZEL_ModeCount(db), int(eigenvalues.size())) << what << warnings;
+        for (int i = 0; i < std::min(ZEL_ModeCount(db), int(eigenvalues.size())); ++i)
+        {
+            double value = 0.0;
+            ZEL_Eigenvalue(db, ZEL_ModeNumber(db, i), &value, nullptr, nullptr, nullptr, nullptr);
+            const double expected = eigenvalues[size_t(i)], scale = expected == 0.0 ? eigenvalues.back() : expected;
+            EXPECT_NEAR(value, expected, 1e-7 * scale) << what << ", mode " << i;
+        }
+        const Matrix shapes = modes_of(db, ZEL_MODE_SHAPE, 0);
+        Matrix unit = matrix(int(shapes.size()), int(shapes.size()));
+        for (size_t i = 0; i < unit.size(); ++i)
+            unit[i][i] = 1.0;
+        expect_near(sandwich(shapes, unit, shapes), unit, 1e-8);
+        EXPECT_FALSE(contains(warnings, "not orthogonal")) << what << warnings;
+        ZEL_UnLink(db);
+        return warnings;
+    }
+};
 } // namespace
 
 using Orthogonalisation = ZelTest;
+
+// Attachment modes of unit forces beside constraint modes of unit displacement differ like this.
+TEST_F(Orthogonalisation, DoesNotDependOnTheAmplitudesOfTheModes)
+{
+    for (double factor : {1e-4, 1e-6, 1e-8, 1e-10, 1e9})
+        for (unsigned seed = 0; seed < 6; ++seed)
+        {
+            RandomBasis body(seed, 12, seed % 2 ? 6 : 0, 12);
+            for (size_t mode = 1; mode < 12; mode += 2)
+                body.scale(mode, factor);
+            EXPECT_EQ(body.expect_all_motions("factor " + std::to_string(factor)), "");
+        }
+}
+
+TEST_F(Orthogonalisation, LeavesOutDependentModesByName)
+{
+    for (unsigned seed = 0; seed < 24; ++seed)
+    {
+        const int motions = seed % 3 == 0 ? 7 : seed % 3 == 1 ? 10 : 20, extra = 1 + int(seed % 4);
+        RandomBasis body(seed, motions, seed % 2 ? 6 : 0, motions + extra);
+        for (int k = 0; k < extra; ++k)
+            for (auto& row : body.basis) // copies of modes of another amplitude, or sums of three modes
+                row[size_t(motions + k)] =
+                    seed < 12 ? 300.0 * row[size_t(k + 1)] : row[0] - row[size_t(k + 1)] + row[6];
+        const std::string warnings = body.expect_all_motions("seed " + std::to_string(seed));
+        int named = 0;
+        for (int mode = 1; mode <= motions + extra; ++mode)
+            named += contains(warnings, "Mode " + std::to_string(mode) + " is a linear combination of other modes.");
+        EXPECT_EQ(named, extra) << warnings;
+        for (int k = 0; seed < 12 && k < extra; ++k) // of a copy and its original the copy is the one to go
+            EXPECT_TRUE(contains(warnings, "Mode " + std::to_string(motions + k + 1) + " is a linear ")) << warnings;
+    }
+}
+
+// Rigid-body modes given beside a full Craig-Bampton basis, which has them too, in front or behind.
+TEST_F(Orthogonalisation, KeepsRigidModesThatAreGivenBesideConstraintModes)
+{
+    for (unsigned seed = 0; seed < 20; ++seed)
+    {
+        RandomBasis body(seed, 18, 6, 24);
+        const size_t first = seed % 2 ? 0 : 18;
+        for (size_t p = 6; p < 18; ++p)
+            for (size_t mode = first; mode < first + 6; ++mode)
+                body.basis[p][mode] = 0.0; // motions without stiffness only
+        for (size_t mode = 0; mode < 6; ++mode)
+            body.scale((first + 6 + mode) % 24, 1e-6);
+        const std::string warnings = body.expect_all_motions("seed " + std::to_string(seed));
+        for (size_t mode = first; mode < first + 6; ++mode)
+            EXPECT_FALSE(contains(warnings, "Mode " + std::to_string(mode + 1) + " is")) << warnings;
+    }
+}
+
+TEST_F(Orthogonalisation, WarnsOfModesThatAreNotOrthogonal)
+{
+    zel::Eigenproblem problem(3, 3);
+    for (int i = 0; i < 3; ++i)
+    {
+        problem.values[i] = problem.stiffness[4 * i] = 100.0 * (i + 1);
+        problem.mass[4 * i] = problem.vectors[4 * i] = 1.0;
+    }
+    const auto warnings = [&] { return errors_of([&] { EXPECT_EQ(zel::check_eigenvectors(problem, 3), 1); }); };
+    EXPECT_EQ(warnings(), "");
+    for (double* entry : {&problem.stiffness[4], &problem.mass[7], &problem.values[1], &problem.vectors[3]})
+    {
+        const double before = *entry;
+        *entry += 2e-6 * (entry == &problem.mass[7] || entry == &problem.vectors[3] ? 1.0 : 200.0);
+        EXPECT_TRUE(contains(warnings(), "Mode 2 is not orthogonal"));
+        *entry = before;
+    }
+}
 
 TEST_F(Orthogonalisation, OfAMixedChainGivesItsNaturalModes)
 {

@@ -56,7 +56,7 @@ double stiffness_of(double hertz)
 // Six nodes in a row, four modes of unit mass at 10, 20, 30 and 40 Hz, loads; metres, kilograms, seconds, newtons.
 ZELDATA* bar()
 {
-    ZELDATA* db = ZEL_Create(kNodes, kModes);
+    ZELDATA* db = ZEL_Create(kNodes, kModes + 1);
     output_of([&] {
         ZEL_SetUnits(db, "kg", "m", "s", "N");
         for (int id = 1; id <= kNodes; ++id)
@@ -221,6 +221,83 @@ TEST_F(WriteContent, OrthogonalModesComeWithEigenvaluesAndTransformation)
     const std::string first = bytes_of(read->zel_file.name);
     EXPECT_EQ(bytes_of(rewrite(read, "")->zel_file.name), first);
     EXPECT_EQ(ZEL_ModeCount(rewrite(read, "lowpass(25) no_ortho")), 2);
+}
+
+TEST_F(WriteContent, ModesAddedAfterAWriteTakePartInTheNext)
+{
+    for (const char* options : {"no_ortho", "", "no_ortho lowpass(45)"})
+    {
+        ZELDATA* db = bar();
+        ZEL_UnLink(rewrite(db, ""));
+        ZEL_SetGeneralizedStiffness(db, 99, 99, stiffness_of(44.0));
+        ZEL_SetGeneralizedMass(db, 99, 99, 1.0);
+        set_vector(db, 99, 2, 0, 3.0);
+        ZELDATA* read = rewrite(db, options);
+        ASSERT_EQ(ZEL_ModeCount(read), kModes + 1) << options;
+        double hertz = 0.0, mass = 0.0;
+        ASSERT_TRUE(ZEL_Eigenvalue(read, kModes + 1, nullptr, &hertz, nullptr, &mass, nullptr));
+        EXPECT_NEAR(hertz, 44.0, 1e-11);
+        EXPECT_NEAR(mass, 1.0, 1e-15);
+        ZEL_UnLink(read);
+    }
+}
+
+TEST_F(WriteContent, MatricesOfTheFileAreNotReadIntoOrthogonalModes)
+{
+    ZELDATA* db = bar();
+    ZEL_SetGeneralizedMass(db, kFirstNumber, kFirstNumber, 2.0);
+    ZEL_SetGeneralizedMass(db, kFirstNumber, kFirstNumber + 1, 0.5);
+    ZEL_SetGeneralizedMass(db, kFirstNumber + 1, kFirstNumber, 0.5);
+    for (int mode = 1; mode < kModes; ++mode)
+        ZEL_SetGeneralizedMass(db, kFirstNumber + mode, kFirstNumber + mode, 1.0);
+    ZELDATA* body = rewrite(db, "no_ortho");
+    EXPECT_EQ(ZEL_ReadGeneralizedMass(body), 1);
+    ZELDATA* first = rewrite(body, "");
+    EXPECT_EQ(ZEL_ReadGeneralizedMass(body) + ZEL_ReadGeneralizedStiffness(body) + ZEL_ReadGeneralizedDamping(body), 0);
+    double mass[kModes * kModes];
+    ASSERT_TRUE(ZEL_GenMassFull(body, mass, kModes));
+    for (int entry = 0; entry < kModes * kModes; ++entry)
+        EXPECT_EQ(mass[entry], entry % (kModes + 1) ? 0.0 : 1.0);
+    ZEL_UnLink(first);
+}
+
+// Projected on the principal axes and then moved to the centre of mass is the same as moved and then projected.
+TEST_F(WriteContent, ProjectedLoadsAndDampingFollowTheOrigin)
+{
+    const auto body_of = [] {
+        Assembly assembly = random_assembly(30, 0, 5, true);
+        assembly.add_rigid_modes();
+        assembly.add_mode();
+        assembly.add_mode();
+        for (size_t p = 0; p < 30; ++p)
+            assembly.modes[6][p] = assembly.modes[7][29 - p] = {double(p * p), 3.0, -double(p), 0.1, 0.0, 0.2};
+        ZELDATA* db = database_of(assembly);
+        for (int i = 0; i < 8; ++i)
+        {
+            ZEL_SetGeneralizedStiffness(db, 101 + i, 101 + i, i < 6 ? 0.0 : 1e6 * i);
+            ZEL_SetGeneralizedMass(db, 101 + i, 101 + i, 1.0 + 0.25 * i);
+            ZEL_SetModalLoad(db, 0, 101 + i, 3.0 - i);
+            ZEL_SetModalPreload(db, 101 + i, i * i - 7.0);
+            for (int j = 0; j < 8; ++j)
+                ZEL_SetGeneralizedDamping(db, 101 + i, 101 + j, 1.0 / (1 + i + j));
+        }
+        return db;
+    };
+    ZELDATA *late = body_of(), *early = body_of();
+    ZEL_UnLink(rewrite(late, "no_ortho fast_invar"));
+    ZEL_UnLink(rewrite(late, "no_ortho lbrf2cm"));
+    ZEL_UnLink(rewrite(early, "no_ortho fast_invar lbrf2cm"));
+    ASSERT_TRUE(late->damping_projected && early->damping_projected && late->load_cases[0].processed);
+    double damping[2][64];
+    ASSERT_TRUE(ZEL_GenDampFull(late, damping[0], 8) && ZEL_GenDampFull(early, damping[1], 8));
+    EXPECT_GT(std::fabs(damping[1][3]), 1e-3);
+    for (int i = 0; i < 64; ++i)
+        EXPECT_NEAR(damping[0][i], damping[1][i], 1e-9) << i;
+    for (int i = 0; i < 8; ++i)
+    {
+        EXPECT_NEAR(late->load_cases[0].values[i], early->load_cases[0].values[i], 1e-9) << i;
+        EXPECT_NEAR(late->modal_preload[i], early->modal_preload[i], 1e-9) << i;
+    }
 }
 
 TEST_F(WriteContent, ABodyWithoutModesIsWritten)

@@ -635,7 +635,7 @@ ZEL_API int ZEL_ReadZEL(ZELDATA* db, FILE* file, const char* name);
 /**
  * Reads a sparse generalized matrix anew from the database's file, in current units, in the place of the one in memory.
  * The file's position is kept. Returns 1; 0, with the matrix as it was, when the file has no such block or it does not
- * describe the body any more (silent), or when it cannot be read or memory is short.
+ * describe the body any more, as after a write that changed the modes (silent), or when it cannot be read or memory is short.
  */
 ZEL_API int ZEL_ReadGeneralizedStiffness(ZELDATA* db);
 ZEL_API int ZEL_ReadGeneralizedMass(ZELDATA* db);
@@ -660,8 +660,14 @@ ZEL_API void ZEL_Contents(ZELDATA* db, int block, FILE* stream);
  *             MKS (in SI units)
  *   geometry  lbrf2cm (origin to the centre of mass), sketch("file") (faces of a sketch file), strip_face (no inner faces),
  *             coarsen(percent, degrees, preserve_str ids) (fewer faces)
- * What the options do to the body stays done to the database, also when the write fails. Modes are written with numbers
- * from 1. Returns 1; 0, with a message, when options exclude one another, the database cannot be written as it is, memory or
+ * Unless no_ortho is given the modes become the eigenvectors of their generalized stiffness and mass. How large a mode is
+ * plays no part. A mode that depends linearly on others is left out with a warning that names it, and so is one with
+ * neither stiffness nor mass or with an infinite eigenvalue; a mode that was added after such a write without a
+ * generalized mass is massless and goes the same way. Vectors that turn out not to be orthogonal draw a warning. When the
+ * modes cannot be made orthogonal (memory or disk is short, an entry is not finite) the write fails, and modes, matrices,
+ * loads, preload, damping and transformation are as before.
+ * What completed steps have done to the body stays done to the database, also when the write fails. Modes are written with
+ * numbers from 1. Returns 1; 0, with a message, when options exclude one another, the database cannot be written as it is, memory or
  * disk is short, the file cannot be made, or `name` is, or leads to, the file that the database was read from.
  * The output takes its place when it is complete: until then, and after any failure, an older file of that name stands, and
  * whoever has it open, another database as well, goes on reading it. Links are followed; the older file's mode bits stay,
@@ -675,7 +681,8 @@ ZEL_API int ZEL_write_ZEL(ZELDATA* db, const char* name);
 /**
  * Generalized masses that couple two groups of modes, the first `count1` and the `count2` behind them: for mode i of the
  * first and j of the second group the sum over the nodes of mass t_i . t_j + r_j . I r_i, with t and r the translations and
- * rotations of the mode shapes and I the nodal inertia. Each is stored as the entries (i, j) and (j, i). A mode of the
+ * rotations of the mode shapes and I the nodal inertia. Each is stored as the entries (i, j) and (j, i), behind the masses
+ * that all modes have by implication where none were stored before. A mode of the
  * second group whose shape cannot be read couples with 0. Returns 1, also when a group is empty; 0, with a message, when
  * the counts do not add up to the mode count, there are no nodes or memory is short, and 0 when a mode of the first group
  * cannot be read.

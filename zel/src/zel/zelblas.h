@@ -1,4 +1,4 @@
-// The few BLAS operations that the library uses, by value and in column order: element (i, j) of an array with leading
+// The few operations of BLAS and LAPACK that the library uses, by value and in column order: element (i, j) of an array with leading
 // dimension ld stands at [i + j * ld]. Vectors are contiguous.
 #ifndef ZELBLAS_H
 #define ZELBLAS_H
@@ -17,6 +17,8 @@ void dgemv_(const char* trans, const int* m, const int* n, const double* alpha, 
 void dger_(const int* m, const int* n, const double* alpha, const double* x, const int* incx, const double* y,
            const int* incy, double* a, const int* lda);
 double ddot_(const int* n, const double* x, const int* incx, const double* y, const int* incy);
+void dsyev_(const char* job, const char* uplo, const int* n, double* a, const int* lda, double* values, double* work,
+            const int* size, int* info);
 }
 
 // c (m x n) = alpha op(a) op(b) + beta c, where op(a) is m x k and op(b) k x n; 'N' as it is, 'T' transposed
@@ -52,6 +54,15 @@ inline double dot(int n, const double* x, const double* y)
 {
     const int one = 1;
     return ddot_(&n, x, &one, y, &one);
+}
+
+// Eigenvalues of the symmetric a (n x n, upper triangle), ascending, and eigenvectors in its place, column by column. Wants
+// room for `size` >= 3 n values of work. False when the iteration does not converge, which no finite matrix has shown.
+inline bool syev(int n, double* a, double* values, double* work, int size)
+{
+    int info = 0;
+    dsyev_("V", "U", &n, a, &n, values, work, &size, &info);
+    return info == 0;
 }
 
 } // namespace zel::blas

@@ -55,6 +55,23 @@ static EntryList damping_of(const ZELDATA* db)
     return {db, &db->damping, 0, 0.0};
 }
 
+static int store_implied(const EntryList& list, ZELMATRIX& matrix)
+{
+    if (!list.implied())
+        return 1;
+    ZELMATRIX made = {};
+    for (int i = 0; i < list.count(); ++i)
+    {
+        const ZELENTRY entry = list[i];
+        if (append_entry(made, entry.row, entry.column, entry.value))
+            continue;
+        discard(made.entries);
+        return no_memory(kModule);
+    }
+    install_matrix(matrix, made);
+    return 1;
+}
+
 static int give_sparse(const EntryList& list, int* rows, int* columns, double* values)
 {
     const int count = list.count();
@@ -141,6 +158,21 @@ static int give_selected(const EntryList& list, double* matrix, int leading, con
     }
     return 1;
 }
+
+namespace zel
+{
+
+int store_implied_stiffness(ZELDATA* db)
+{
+    return store_implied(stiffness_of(db), db->stiffness);
+}
+
+int store_implied_mass(ZELDATA* db)
+{
+    return store_implied(mass_of(db), db->mass);
+}
+
+} // namespace zel
 
 int ZEL_NumberOfGenStiff(const ZELDATA* db)
 {

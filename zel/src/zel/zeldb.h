@@ -16,7 +16,6 @@ struct Private
 {
     // Blocks of the file (by block number) that no longer describe the body: its modes or its origin have changed since.
     char stale_block[33];
-    int transformation_unused; // 1: the transformation is that of modes which could not be written
 
     ZELIDPAIR* node_slots; // owned hash table of (node id, node index + 1), 0: free slot; 1 << node_slot_bits slots
     int node_slot_bits;
@@ -126,6 +125,33 @@ inline bool append_entry(ZELMATRIX& matrix, int row, int column, double value)
     matrix.entries[matrix.count++] = {row, column, value};
     return true;
 }
+
+// The nonzero entries of a full n x n matrix, row by row, as a list. False, with nothing made, when memory is short.
+inline bool list_nonzeros(const double* full, int n, ZELMATRIX& made)
+{
+    made = {};
+    for (int row = 0; row < n; ++row)
+        for (int column = 0; column < n; ++column)
+            if (const double value = full[int64_t(row) * n + column];
+                value != 0.0 && !append_entry(made, row, column, value))
+            {
+                discard(made.entries);
+                return false;
+            }
+    return true;
+}
+
+// Puts a finished list in the place of an old one, which is freed.
+inline void install_matrix(ZELMATRIX& matrix, ZELMATRIX& made)
+{
+    discard(matrix.entries);
+    matrix = std::exchange(made, {});
+}
+
+// Stores the entries that a generalized stiffness or mass without any has by implication: the generalized values of the
+// eigenvalue records, else a mass of 1. 0, with a message and the matrix as it was, when memory is short.
+int store_implied_stiffness(ZELDATA* db);
+int store_implied_mass(ZELDATA* db);
 
 // ---- Node table (zeltools_nodes.cpp) ----------------------------------------------------------------------------------
 

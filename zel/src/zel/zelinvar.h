@@ -90,6 +90,13 @@ int change_invariant_basis(ZELDATA* db, const double* basis, int modes);
 // The origin moves to a point, given in the present frame: likewise. Called before the nodes are moved.
 int shift_invariant_origin(ZELDATA* db, const double origin[3]);
 
+// ---- Projection on the principal axes (zeltools_rigid.cpp) ---------------------------------------------------------------
+
+// The preload and all load cases that wait for it; damping, whose result also tells whether it failed because the rigid-body
+// modes do not span the principal directions. 0, with a message and nothing changed, on failure.
+int project_loads_of_body(ZELDATA* db);
+int project_damping_of_body(ZELDATA* db, bool& singular);
+
 } // namespace zel
 
 #endif

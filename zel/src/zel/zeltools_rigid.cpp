@@ -90,24 +90,19 @@ static bool loads_wait_for_projection(const ZELDATA* db)
     return waits;
 }
 
-void ZEL_RigidBodyForcesOnPrincipalAxes(ZELDATA* db)
+namespace zel
 {
-    if (!db)
-    {
-        no_database();
-        return;
-    }
+
+int project_loads_of_body(ZELDATA* db)
+{
     const int rigid_modes = ZEL_RigidBodyModeCount(db);
     const bool from_nodes = !std::getenv("VXR_MFORCE_NO_FEA_MASS") && shapes_cover_masses(db);
     Scratch<double> resultants(int64_t(kRigid) * rigid_modes);
     if (!resultants.data)
-    {
-        no_memory(kModule);
-        return;
-    }
+        return no_memory(kModule);
     if (loads_wait_for_projection(db) && rigid_modes > 0 &&
         !resultants_of_modes(db, rigid_modes, from_nodes, resultants.data))
-        return;
+        return 0;
     if (db->modal_preload && !db->principal_axes_done)
     {
         project_load(db->modal_preload, db->mode_count, resultants.data, rigid_modes);
@@ -123,6 +118,17 @@ void ZEL_RigidBodyForcesOnPrincipalAxes(ZELDATA* db)
             project_load(load.values, db->mode_count, resultants.data, rigid_modes);
             load.processed = 1;
         }
+    return 1;
+}
+
+} // namespace zel
+
+void ZEL_RigidBodyForcesOnPrincipalAxes(ZELDATA* db)
+{
+    if (db)
+        project_loads_of_body(db);
+    else
+        no_database();
 }
 
 // ---- Damping --------------------------------------------------------------------------------------------------------
@@ -161,7 +167,8 @@ static void momentum_of_principal(const RigidInvariants& rigid, Matrix6& momentu
 
 // The rates of the first six modes for a unit of each principal velocity: column by column the solution of
 // A P = momentum, where column k of A is the momentum of mode k, from invariants 3 and 4. 0, with a message, on failure.
-static int rates_of_principal(ZELDATA* db, Matrix6& p)
+// `singular` tells why.
+static int rates_of_principal(ZELDATA* db, Matrix6& p, bool& singular)
 {
     RigidInvariants rigid = {};
     if (!rigid_invariants(db, rigid) || !fill_invariant(db, 3) || !fill_invariant(db, 4))
@@ -189,6 +196,7 @@ static int rates_of_principal(ZELDATA* db, Matrix6& p)
             solvable = solvable && std::isfinite(solution[i]); // the last pivot was not tested
         }
     }
+    singular = !solvable;
     return solvable ? 1 : int(fail("LU Decomposition failed.\n"));
 }
 
@@ -209,42 +217,37 @@ static void project_damping(double* c, int n, const Matrix6& p)
         combine(c + row * n, 1);
 }
 
-// The nonzero entries of a full matrix, row by row, in the place of a sparse one.
-static int store_nonzeros(ZELMATRIX& matrix, const double* full, int n)
+namespace zel
 {
-    ZELMATRIX stored = {};
-    for (int row = 0; row < n; ++row)
-        for (int column = 0; column < n; ++column)
-            if (const double value = full[int64_t(row) * n + column];
-                value != 0.0 && !append_entry(stored, row, column, value))
-            {
-                std::free(stored.entries);
-                return no_memory(kModule);
-            }
-    std::free(matrix.entries);
-    matrix = stored;
-    return 1;
-}
 
-int ZEL_DampingOnPrincipalAxes(ZELDATA* db)
+int project_damping_of_body(ZELDATA* db, bool& singular)
 {
-    if (!db)
-        return no_database();
     const int modes = db->mode_count;
+    singular = false;
     if (!ZEL_GenDampExist(db) || db->damping_projected || modes < kRigid || ZEL_RigidBodyModeCount(db) < kRigid)
         return 1;
     Matrix6 p;
-    if (!rates_of_principal(db, p))
+    if (!rates_of_principal(db, p, singular))
         return 0;
     Scratch<double> full(int64_t(modes) * modes);
     if (!full.data)
         return no_memory(kModule);
     ZEL_GenDampFull(db, full.data, modes);
     project_damping(full.data, modes, p);
-    if (!store_nonzeros(db->damping, full.data, modes))
-        return 0;
+    ZELMATRIX made;
+    if (!list_nonzeros(full.data, modes, made))
+        return no_memory(kModule);
+    install_matrix(db->damping, made);
     db->damping_projected = 1;
     return 1;
+}
+
+} // namespace zel
+
+int ZEL_DampingOnPrincipalAxes(ZELDATA* db)
+{
+    bool singular;
+    return db ? project_damping_of_body(db, singular) : int(no_database());
 }
 
 int ZEL_RigidModes2KORAL(ZELDATA* db)

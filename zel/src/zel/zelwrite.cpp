@@ -36,8 +36,58 @@ Writer::~Writer()
 
 // ---- Geometry ------------------------------------------------------------------------------------------------------------------
 
-// Moves the origin of the body's frame to its centre of mass. Only node coordinates and the invariants move with it.
-static void shift_origin_to_mass_center(ZELDATA* db)
+// a -= center x f
+static void subtract_moment(const double center[3], const double f[3], double a[3])
+{
+    a[0] -= center[1] * f[2] - center[2] * f[1];
+    a[1] -= center[2] * f[0] - center[0] * f[2];
+    a[2] -= center[0] * f[1] - center[1] * f[0];
+}
+
+// The moments of a projected vector become those about a new origin. Three forces stand in front of them.
+static void shift_moments(double* vector, int components, const double center[3])
+{
+    double six[6] = {};
+    std::copy_n(vector, std::min(components, 6), six);
+    subtract_moment(center, six, six + 3);
+    std::copy_n(six, std::min(components, 6), vector);
+}
+
+// Projected damping is a quadratic form of the velocity of the origin, the angular velocity and the rates of the modes. The
+// old origin moves with v' + center x w, when v' is the velocity of the new one: rows and columns 4 to 6 change as moments do.
+static int shifted_damping(ZELDATA* db, const double center[3], ZELMATRIX& made)
+{
+    const int64_t n = db->mode_count;
+    Scratch<double> full(n * n);
+    if (!full.data)
+        return no_memory(kModule);
+    ZEL_GenDampFull(db, full.data, db->mode_count);
+    for (int64_t row = 0; row < n; ++row)
+        shift_moments(full.data + row * n, 6, center);
+    for (int64_t column = 0; column < n; ++column)
+    {
+        double six[6];
+        for (int64_t row = 0; row < 6; ++row)
+            six[row] = full[row * n + column];
+        shift_moments(six, 6, center);
+        for (int64_t row = 0; row < 6; ++row)
+            full[row * n + column] = six[row];
+    }
+    return list_nonzeros(full.data, db->mode_count, made) ? 1 : int(no_memory(kModule));
+}
+
+static void shift_loads(ZELDATA* db, const double center[3])
+{
+    for (int i = 0; i < db->load_case_count; ++i)
+        if (const ZELLOADCASE& load = db->load_cases[i]; load.processed && load.values)
+            shift_moments(load.values, db->mode_count, center);
+    if (db->modal_preload && db->principal_axes_done)
+        shift_moments(db->modal_preload, db->mode_count, center);
+}
+
+// Moves the origin of the body's frame to its centre of mass. Node coordinates, invariants and the moments of projected
+// loads and damping move with it. 0, with a message and nothing moved, when memory is short.
+static int shift_origin_to_mass_center(ZELDATA* db)
 {
     double mass = 0.0, moment[3] = {};
     for (int node = 0; node < db->node_count; ++node)
@@ -49,10 +99,20 @@ static void shift_origin_to_mass_center(ZELDATA* db)
         moment[2] += at.mass * at.z;
     }
     if (mass == 0.0)
-        return;
+        return 1;
     const double center[3] = {moment[0] / mass, moment[1] / mass, moment[2] / mass};
+    const bool shifts_damping = db->damping_projected && db->damping.count > 0 && db->mode_count >= 6;
+    ZELMATRIX damping = {};
+    if (shifts_damping && !shifted_damping(db, center, damping))
+        return 0;
     if (!shift_invariant_origin(db, center))
-        return;
+    {
+        discard(damping.entries);
+        return 0;
+    }
+    if (shifts_damping)
+        install_matrix(db->damping, damping);
+    shift_loads(db, center);
     for (int node = 0; node < db->node_count; ++node)
     {
         db->nodes[node].x -= center[0];
@@ -62,21 +122,23 @@ static void shift_origin_to_mass_center(ZELDATA* db)
     nodes_changed(db);
     ZEL_Info("Shifting LBRF to CM at (%.3e,%.3e,%.3e)\n", center[0], center[1], center[2]);
     std::fill_n(db->center_of_mass, 3, 0.0);
+    return 1;
 }
 
-static void change_geometry(Writer& out)
+static int change_geometry(Writer& out)
 {
     const WriteOptions& options = out.options;
-    if (options.shift_origin)
-        shift_origin_to_mass_center(out.db);
+    if (options.shift_origin && !shift_origin_to_mass_center(out.db))
+        return 0;
     if (options.sketch.given())
         ZEL_SketchGrid(out.db, options.sketch.text);
     if (options.strip_faces)
         ZEL_StripCommonFaces(out.db);
-    if (options.shift_origin)
-        shift_origin_to_mass_center(out.db);
+    if (options.shift_origin && !shift_origin_to_mass_center(out.db))
+        return 0;
     if (options.coarsen.given())
         ZEL_TrimGeometry(out.db, options.coarsen.text);
+    return 1;
 }
 
 // ---- Format ----------------------------------------------------------------------------------------------------------------------
@@ -125,24 +187,39 @@ static void take_plain_content(Writer& out)
     copy_flags(out, {kBlockModes, kBlockDamping, kBlockStress});
 }
 
-static void settle_modes(Writer& out)
+// Eigenvalue records serve as long as they cover all modes. Where modes were added since, stiffness and mass, stored or
+// implied by the records, say all that is known.
+static int drop_partial_records(ZELDATA* db)
+{
+    if (!db->eigenvalues || db->eigenvalue_count >= db->mode_count)
+        return 1;
+    if (!store_implied_stiffness(db) || !store_implied_mass(db))
+        return 0;
+    discard(db->eigenvalues);
+    db->eigenvalue_count = 0;
+    return 1;
+}
+
+// 0, with a message and the modes as they were, when they cannot be made orthogonal.
+static int settle_modes(Writer& out)
 {
     ZELDATA* db = out.db;
     if (out.options.keep_modes)
     {
+        if (!drop_partial_records(db))
+            return 0;
         out.set(kBlockStiffness, true);
         out.set(kBlockMass, true);
     }
     else
     {
-        const bool had_transformation = db->transformation;
-        const int orthogonal = orthogonalise_modes(db);
-        if (!orthogonal && db->mode_count > 0)
-            check_eigenvalues(db); // only for the records: what is wrong with the modes is no reason to stop
-        out.set(kBlockTransformation, db->mode_count > 0 && (orthogonal || had_transformation));
+        if (db->mode_count > 0 && !orthogonalise_modes(db))
+            return 0;
+        out.set(kBlockTransformation, db->mode_count > 0);
         out.set(kBlockEigenvalues, db->mode_count > 0);
     }
     out.set(kBlockModes, out.has(kBlockModes) && db->mode_count > 0);
+    return 1;
 }
 
 // ---- Range of modes --------------------------------------------------------------------------------------------------------------
@@ -250,8 +327,9 @@ static int settle_body(Writer& out)
         out.options.invariants == InvariantOption::all || out.options.invariants == InvariantOption::fast;
     if (computed || out.has(kBlockInvar3))
     {
-        ZEL_RigidBodyForcesOnPrincipalAxes(db);
-        ZEL_DampingOnPrincipalAxes(db);
+        bool singular = false; // then the damping stays as it is, after a message
+        if (!project_loads_of_body(db) || (!project_damping_of_body(db, singular) && !singular))
+            return 0;
         if (out.convertible)
             out.convertible = reduce_to_geometry_nodes(db);
         out.set(kBlockBody, true);
@@ -403,11 +481,12 @@ static int write_content(Writer& out)
 
 static int run_pipeline(Writer& out)
 {
-    change_geometry(out);
-    if (!open_stream(out) || !write_block(out, kBlockVersion) || !write_block(out, kBlockHeader))
+    if (!change_geometry(out) || !open_stream(out) || !write_block(out, kBlockVersion) ||
+        !write_block(out, kBlockHeader))
         return 0;
     take_plain_content(out);
-    settle_modes(out);
+    if (!settle_modes(out))
+        return 0;
     choose_range(out);
     if (!settle_invariants(out) || !settle_body(out) || !settle_loads_and_statistics(out))
         return 0;

@@ -100,6 +100,8 @@ int ZEL_AnsysAddGenMass(ZELDATA* db, int count1, int count2)
         return no_memory(kModule);
     if (!sum_coupling(db, count1, count2, coupling.data))
         return 0;
+    if (!store_implied_mass(db)) // entries beside which the modes' own masses are no longer implied
+        return 0;
     for (int i = 0; i < count1; ++i)
         for (int j = 0; j < count2; ++j)
         {

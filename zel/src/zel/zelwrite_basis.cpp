@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <initializer_list>
 #include <optional>
 
 namespace zel
@@ -25,7 +26,7 @@ static constexpr int kPrincipalDirections = 6;
 static void projected(const Basis& basis, double* vectors)
 {
     const int64_t n = basis.old_count;
-    for (int64_t i = 0; i < n; ++i)
+    for (int64_t i = 0; i < basis.new_count; ++i)
         for (int64_t k = 0; k < n; ++k)
             vectors[i * n + k] = i < kPrincipalDirections   ? double(i == k)
                                  : k < kPrincipalDirections ? 0.0
@@ -34,11 +35,11 @@ static void projected(const Basis& basis, double* vectors)
 
 namespace
 {
-// A basis in which each new mode is a multiple of one old mode, and each old mode is used once.
+// A basis in which each new mode is a multiple of one old mode, and no old mode is used twice.
 struct ScaledPermutation
 {
     Scratch<int> old_of;      // new mode -> old mode
-    Scratch<int> new_of;      // old mode -> new mode
+    Scratch<int> new_of;      // old mode -> new mode, -1: none
     Scratch<double> multiple; // of each new mode
     bool holds;
 
@@ -48,12 +49,12 @@ struct ScaledPermutation
 } // namespace
 
 ScaledPermutation::ScaledPermutation(const Basis& basis)
-    : old_of(basis.old_count), new_of(basis.old_count), multiple(basis.old_count), holds(allocated())
+    : old_of(basis.new_count), new_of(basis.old_count), multiple(basis.new_count), holds(allocated())
 {
     const int64_t n = basis.old_count;
     if (holds)
         std::fill_n(new_of.data, n, -1);
-    for (int64_t i = 0; holds && i < n; ++i)
+    for (int64_t i = 0; holds && i < basis.new_count; ++i)
     {
         int components = 0;
         for (int64_t k = 0; k < n; ++k)
@@ -108,7 +109,7 @@ static bool relabel_damping(const ZELMATRIX& old, const Basis& basis, const Scal
         if (!inside(entry.row) || !inside(entry.column))
             continue;
         const int row = from.new_of[entry.row], column = from.new_of[entry.column];
-        if (row < basis.new_count && column < basis.new_count &&
+        if (row >= 0 && column >= 0 &&
             !append_entry(made, row, column, entry.value * from.multiple[row] * from.multiple[column]))
             return false;
     }
@@ -124,12 +125,7 @@ static bool multiply_damping(ZELDATA* db, const Basis& basis, ZELMATRIX& made)
         return false;
     blas::gemm('N', 'N', n, m, n, 1.0, old.data, n, basis.vectors, n, 0.0, half.data, n);
     blas::gemm('T', 'N', m, m, n, 1.0, basis.vectors, n, half.data, n, 0.0, whole.data, m);
-    for (int row = 0; row < m; ++row)
-        for (int column = 0; column < m; ++column)
-            if (const double value = whole[int64_t(row) * m + column];
-                value != 0.0 && !append_entry(made, row, column, value))
-                return false;
-    return true;
+    return list_nonzeros(whole.data, m, made);
 }
 
 // The damping list of the new modes. Where modes are only reordered and scaled, so is the list.
@@ -300,13 +296,6 @@ static bool diagonal_of_records(const ZELEIGEN* records, int count, int field, Z
     return true;
 }
 
-static void install_matrix(ZELMATRIX& matrix, ZELMATRIX& made)
-{
-    discard(matrix.entries);
-    matrix = made;
-    made = {};
-}
-
 // Mode numbers stay with their positions; modes behind the last new one are forgotten.
 static void cut_modes(ZELDATA* db, int count)
 {
@@ -339,7 +328,7 @@ int change_basis(ZELDATA* db, const Basis& basis, BasisChange& change)
     constexpr int kMassField = 4, kStiffnessField = 5;
     const int n = basis.old_count, m = basis.new_count;
     forget_cached_modes(db);
-    Scratch<double> projected_vectors(int64_t(n) * n), loads(int64_t(db->load_case_count + 1) * n);
+    Scratch<double> projected_vectors(int64_t(n) * m), loads(int64_t(db->load_case_count + 1) * n);
     MadeMatrices made;
     if (!projected_vectors.data || !loads.data ||
         !diagonal_of_records(change.eigenvalues.data, m, kStiffnessField, made.stiffness) ||
@@ -364,6 +353,8 @@ int change_basis(ZELDATA* db, const Basis& basis, BasisChange& change)
     install_matrix(db->stiffness, made.stiffness);
     install_matrix(db->mass, made.mass);
     install_matrix(db->damping, made.damping);
+    for (int block : {kBlockStiffness, kBlockMass, kBlockDamping}) // the file's are in the old basis
+        own(db).stale_block[block] = 1;
     db->non_diagonal = db->non_unit_mass = 0;
     replace(db->eigenvalues, change.eigenvalues);
     db->eigenvalue_count = m;

@@ -7,8 +7,7 @@
 namespace zel
 {
 
-// New mode i is the sum over old modes k of vectors[i * old_count + k] times mode k; there are old_count rows, of which
-// the first new_count become modes. Not owned.
+// New mode i of [0, new_count) is the sum over old modes k of vectors[i * old_count + k] times mode k. Not owned.
 struct Basis
 {
     const double* vectors;

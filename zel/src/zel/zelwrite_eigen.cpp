@@ -22,17 +22,295 @@ double consistency_of(const ZELDATA* db)
     return factor == 0.0 ? 1.0 : factor;
 }
 
-Eigenproblem::Eigenproblem(int order)
-    : n(order), stiffness(int64_t(order) * order), mass(int64_t(order) * order), vectors(int64_t(order) * order),
-      values(order)
+Eigenproblem::Eigenproblem(int modes_of_database, int room)
+    : modes(modes_of_database), n(room), kept(room), exponents(room), stiffness(int64_t(room) * room),
+      mass(int64_t(room) * room), vectors(int64_t(room) * room), values(modes_of_database)
 {}
 
-static void transpose(double* matrix, int n)
+// ---- The problem of a database ---------------------------------------------------------------------------------------------
+
+namespace
 {
-    for (int64_t i = 0; i < n; ++i)
-        for (int64_t j = i + 1; j < n; ++j)
-            std::swap(matrix[i * n + j], matrix[j * n + i]);
+// The entries of a generalized matrix, stored or implied, in their order.
+struct EntryLists
+{
+    int count;
+    Scratch<int> rows, columns;
+    Scratch<double> values;
+    explicit EntryLists(int size) : count(size), rows(size), columns(size), values(size) {}
+    bool allocated() const { return rows.data && columns.data && values.data; }
+};
+} // namespace
+
+using SparseQuery = int (*)(ZELDATA*, int*, int*, double*);
+
+// The entries of a matrix inside the modes, to a function of row, column and value. 0, with a message, when memory is short.
+template <typename Visit> static int visit_entries(ZELDATA* db, int count, SparseQuery query, Visit visit)
+{
+    EntryLists lists(count);
+    if (!lists.allocated())
+        return no_memory(kModule);
+    if (count > 0)
+        query(db, lists.rows.data, lists.columns.data, lists.values.data);
+    const auto inside = [db](int mode) { return mode >= 0 && mode < db->mode_count; };
+    for (int i = 0; i < count; ++i)
+        if (inside(lists.rows[i]) && inside(lists.columns[i]))
+            visit(lists.rows[i], lists.columns[i], lists.values[i]);
+    return 1;
 }
+
+int mark_modes_with_entries(ZELDATA* db, char* marks)
+{
+    bool finite = true;
+    const auto mark = [&](int row, int column, double value) {
+        if (value != 0.0)
+            marks[row] = marks[column] = 1;
+        finite = finite && std::isfinite(value);
+    };
+    if (!visit_entries(db, ZEL_NumberOfGenStiff(db), ZEL_GenStiffSparse, mark) ||
+        !visit_entries(db, ZEL_NumberOfGenMass(db), ZEL_GenMassSparse, mark))
+        return -1;
+    if (!finite)
+        return fail("The generalized stiffness or mass has entries that are not finite."), -1;
+    return int(std::count(marks, marks + db->mode_count, char(1)));
+}
+
+// The exponent of the power of two that is nearest to 1 / sqrt(|size|), 0 for a size of zero.
+static int exponent_of(double size)
+{
+    return size == 0.0 ? 0 : int(std::lround(-0.5 * std::log2(std::fabs(size))));
+}
+
+int load_eigenproblem(ZELDATA* db, const char* marks, Eigenproblem& problem)
+{
+    const int n = problem.n;
+    Scratch<int> position(problem.modes);
+    if (!position.data)
+        return no_memory(kModule);
+    for (int mode = 0, at = 0; mode < problem.modes; ++mode)
+        if (position[mode] = marks[mode] ? at : -1; marks[mode])
+            problem.kept[at++] = mode;
+    const auto store_in = [&](double* matrix) {
+        return [&position, matrix, n](int row, int column, double value) {
+            if (position[row] >= 0 && position[column] >= 0) // else it is zero
+                matrix[int64_t(position[column]) * n + position[row]] = value;
+        };
+    };
+    if (!visit_entries(db, ZEL_NumberOfGenStiff(db), ZEL_GenStiffSparse, store_in(problem.stiffness.data)) ||
+        !visit_entries(db, ZEL_NumberOfGenMass(db), ZEL_GenMassSparse, store_in(problem.mass.data)))
+        return 0;
+    for (int64_t i = 0; i < n; ++i)
+    {
+        const double mass = problem.mass[i * n + i];
+        problem.exponents[i] = exponent_of(mass != 0.0 ? mass : problem.stiffness[i * n + i]);
+    }
+    bool finite = true;
+    for (double* matrix : {problem.stiffness.data, problem.mass.data})
+        for (int64_t j = 0; j < n; ++j)
+            for (int64_t i = 0; i < n; ++i)
+            {
+                double& entry = matrix[j * n + i];
+                entry = std::ldexp(entry, problem.exponents[i] + problem.exponents[j]);
+                finite = finite && std::isfinite(entry);
+            }
+    return finite ? 1
+                  : int(fail("The generalized stiffness and mass of the modes differ too much to be orthogonalized."));
+}
+
+// ---- Dependent modes -------------------------------------------------------------------------------------------------------
+
+// Up to rounding of its entries.
+static bool is_symmetric(const double* matrix, int64_t n)
+{
+    constexpr double kRounding = 1e-10;
+    double largest = 0.0, difference = 0.0;
+    for (int64_t j = 0; j < n; ++j)
+        for (int64_t i = 0; i < j; ++i)
+        {
+            const double a = matrix[j * n + i], b = matrix[i * n + j];
+            largest = std::max(largest, std::fabs(a));
+            difference = std::max(difference, std::fabs(a - b));
+        }
+    return difference <= kRounding * largest;
+}
+
+namespace
+{
+// An orthonormal basis of the null space of the mass, divided into combinations without stiffness, which come first, and
+// those whose eigenvalue is infinite.
+struct NullSpace
+{
+    int size = 0, common = 0;
+    Scratch<double> vectors; // column by column, n values each
+    explicit NullSpace(int n) : vectors(int64_t(n) * n) {}
+};
+} // namespace
+
+// What rounding leaves of a form of n modes that is zero: sums of n terms, whose factors have errors of sums over many nodes.
+static double rounding_of(int n)
+{
+    return 64.0 * n * std::numeric_limits<double>::epsilon();
+}
+
+// Sum of |x_i| |A_ij| |x_j|.
+static double terms_of_form(const double* matrix, const double* x, int64_t n)
+{
+    double terms = 0.0;
+    for (int64_t j = 0; j < n; ++j)
+    {
+        double column = 0.0;
+        for (int64_t i = 0; i < n; ++i)
+            column += std::fabs(matrix[j * n + i] * x[i]);
+        terms += column * std::fabs(x[j]);
+    }
+    return terms;
+}
+
+// The null vectors of the mass, as eigenvectors of eigenvalues that are rounding against the largest one or against 1.
+static int null_space_of_mass(Eigenproblem& problem, NullSpace& null)
+{
+    const int n = problem.n, work_size = 34 * n;
+    Scratch<double> values(n), work(work_size);
+    if (!values.data || !work.data)
+        return no_memory(kModule);
+    std::copy_n(problem.mass.data, int64_t(n) * n, null.vectors.data);
+    if (!blas::syev(n, null.vectors.data, values.data, work.data, work_size))
+        return 1;
+    const double largest = std::max({1.0, std::fabs(values[0]), std::fabs(values[n - 1])});
+    double smallest = largest;
+    for (int64_t i = 0; i < n; ++i)
+        if (std::fabs(values[i]) <= rounding_of(n) * largest)
+            std::copy_n(null.vectors.data + i * n, n, null.vectors.data + int64_t(null.size++) * n);
+        else
+            smallest = std::min(smallest, std::fabs(values[i]));
+    problem.condition = largest / smallest;
+    return 1;
+}
+
+// Turns the null vectors of the mass so that their stiffness is diagonal, and puts those that have none in front.
+static int divide_by_stiffness(const Eigenproblem& problem, NullSpace& null)
+{
+    const int n = problem.n, size = null.size, work_size = 34 * size;
+    Scratch<double> half(int64_t(n) * size), inner(int64_t(size) * size), values(size), work(work_size);
+    if (!half.data || !inner.data || !values.data || !work.data)
+        return no_memory(kModule);
+    double* vectors = null.vectors.data;
+    blas::gemm('N', 'N', n, size, n, 1.0, problem.stiffness.data, n, vectors, n, 0.0, half.data, n);
+    blas::gemm('T', 'N', size, size, n, 1.0, vectors, n, half.data, n, 0.0, inner.data, size);
+    if (!blas::syev(size, inner.data, values.data, work.data, work_size))
+        return 1;
+    blas::gemm('N', 'N', n, size, size, 1.0, vectors, n, inner.data, size, 0.0, half.data, n);
+    std::copy_n(half.data, int64_t(n) * size, vectors);
+    for (int64_t j = 0; j < size; ++j)
+    {
+        double* x = vectors + j * n;
+        if (std::fabs(values[j]) <= rounding_of(n) * terms_of_form(problem.stiffness.data, x, n))
+            std::swap_ranges(x, x + n, vectors + int64_t(null.common++) * n);
+    }
+    return 1;
+}
+
+// Chooses a mode to leave out for each common null vector: one that takes a large part in it, since all others are then
+// well determined; a rigid-body mode only where no other takes a hundredth of its part; of these the stiffest, and of
+// equal ones the last, which is the copy. `out` gets 1 for them.
+static int choose_dependent_modes(const Eigenproblem& problem, NullSpace& null, char* out)
+{
+    constexpr double kLargePart = 0.1, kEqual = 1e-6; // of a squared component; of a quotient of stiffness and mass
+    constexpr double kRigid = 1e-9, kRigidWeight = 0.01;
+    const int64_t n = problem.n;
+    Scratch<double> parts(n), quotients(n), row(null.common);
+    if (!parts.data || !quotients.data || !row.data)
+        return no_memory(kModule);
+    for (int64_t i = 0; i < n; ++i)
+    {
+        const double mass = std::fabs(problem.mass[i * n + i]);
+        quotients[i] = std::fabs(problem.stiffness[i * n + i]) / (mass == 0.0 ? 1.0 : mass);
+    }
+    const double stiffest = *std::max_element(quotients.data, quotients.data + n);
+    double* x = null.vectors.data;
+    for (int chosen = 0; chosen < null.common; ++chosen)
+    {
+        std::fill_n(parts.data, n, 0.0);
+        for (int64_t j = 0; j < null.common; ++j)
+            for (int64_t i = 0; i < n; ++i)
+                parts[i] += x[j * n + i] * x[j * n + i];
+        const auto weight = [&](int64_t i) {
+            return parts[i] * (quotients[i] <= kRigid * stiffest ? kRigidWeight : 1.0);
+        };
+        double largest = 0.0;
+        for (int64_t i = 0; i < n; ++i)
+            largest = std::max(largest, weight(i));
+        int64_t best = -1;
+        for (int64_t i = 0; i < n; ++i)
+            if (parts[i] > 0.0 && weight(i) >= kLargePart * largest &&
+                (best < 0 || quotients[i] >= (1.0 - kEqual) * quotients[best]))
+                best = i;
+        if (best < 0)
+            break;
+        out[best] = 1;
+        for (int64_t j = 0; j < null.common; ++j)
+            row[j] = x[j * n + best] / std::sqrt(parts[best]);
+        for (int64_t i = 0; i < n; ++i) // what is left of the rows has no part in the one that was chosen
+        {
+            double along = 0.0;
+            for (int64_t j = 0; j < null.common; ++j)
+                along += x[j * n + i] * row[j];
+            for (int64_t j = 0; j < null.common; ++j)
+                x[j * n + i] = i == best ? 0.0 : x[j * n + i] - along * row[j];
+        }
+    }
+    return 1;
+}
+
+// Takes the rows and columns of some modes out of the problem.
+static void remove_modes(Eigenproblem& problem, const char* out)
+{
+    const int64_t n = problem.n;
+    int64_t left = 0;
+    for (int64_t i = 0; i < n; ++i)
+        left += !out[i];
+    for (double* matrix : {problem.stiffness.data, problem.mass.data})
+    {
+        double* to = matrix;
+        for (int64_t j = 0; j < n; ++j)
+            for (int64_t i = 0; i < n; ++i)
+                if (!out[i] && !out[j])
+                    *to++ = matrix[j * n + i];
+    }
+    for (int64_t i = 0, to = 0; i < n; ++i)
+        if (!out[i])
+        {
+            problem.kept[to] = problem.kept[i];
+            problem.exponents[to++] = problem.exponents[i];
+        }
+    problem.n = int(left);
+}
+
+int leave_out_dependent_modes(const ZELDATA* db, Eigenproblem& problem)
+{
+    const int n = problem.n;
+    if (n == 0 || !is_symmetric(problem.stiffness.data, n) || !is_symmetric(problem.mass.data, n))
+        return 1;
+    NullSpace null(n);
+    Scratch<char> out(n);
+    if (!null.vectors.data || !out.data)
+        return no_memory(kModule);
+    if (!null_space_of_mass(problem, null) || (null.size > 0 && !divide_by_stiffness(problem, null)))
+        return 0;
+    problem.infinite = null.size - null.common;
+    if (null.common == 0)
+        return 1;
+    if (!choose_dependent_modes(problem, null, out.data))
+        return 0;
+    for (int i = 0; i < n; ++i)
+        if (out[i])
+            ZEL_Warning("Mode %d is a linear combination of other modes.  Ignoring this mode.",
+                        ZEL_ModeNumber(db, problem.kept[i]));
+    remove_modes(problem, out.data);
+    return 1;
+}
+
+// ---- Solution --------------------------------------------------------------------------------------------------------------
 
 static bool is_diagonal(const double* matrix, int n)
 {
@@ -76,7 +354,7 @@ static void run_stages(Eigenproblem& problem, double* a, double* b, SolverValues
     ZEL_QZVECC(&n, &n, a, b, found.alpha.data, found.alpha_i.data, found.beta.data, problem.vectors.data);
 }
 
-static double eigenvalue(const SolverValues& found, int i)
+static double eigenvalue(const SolverValues& found, int i, bool infinite)
 {
     if (found.alpha_i[i] != 0.0)
     {
@@ -86,7 +364,7 @@ static double eigenvalue(const SolverValues& found, int i)
                     found.alpha_i[i] / found.beta[i]);
         return found.alpha[i] / found.beta[i];
     }
-    if (found.beta[i] <= found.negligible_beta)
+    if (infinite || found.beta[i] <= found.negligible_beta)
     {
         ZEL_Warning("Mode %d is not physically meaningful\nIt contains an infinite eigenvalue.  Ignoring this mode.\n",
                     i + 1);
@@ -123,38 +401,51 @@ static void sort_reversed(const double* values, int* order, int n)
     }
 }
 
-int solve_eigenproblem(ZELDATA* db, Eigenproblem& problem, int* order)
+// Marks the `count` pairs whose eigenvalues are largest.
+static void mark_largest(const SolverValues& found, int n, int count, int* by_size, char* marks)
+{
+    const auto inverse = [&found](int i) {
+        const double size = std::fabs(found.alpha[i]);
+        return size == 0.0 ? std::numeric_limits<double>::infinity() : std::fabs(found.beta[i]) / size;
+    };
+    for (int i = 0; i < n; ++i)
+        by_size[i] = i;
+    std::stable_sort(by_size, by_size + n, [inverse](int a, int b) { return inverse(a) < inverse(b); });
+    for (int i = 0; i < std::min(count, n); ++i)
+        marks[by_size[i]] = 1;
+}
+
+int solve_eigenproblem(Eigenproblem& problem, int* order)
 {
     const int n = problem.n;
     const int64_t entries = int64_t(n) * n;
+    std::fill_n(problem.values.data, problem.modes, kInfiniteEigenvalue);
+    if (n == 0)
+        return 1;
     SolverValues found(n);
     Scratch<double> a(entries), b(entries), unsorted(n);
-    Scratch<int> own_order(n);
-    if (!found.allocated() || !a.data || !b.data || !unsorted.data || !own_order.data)
+    Scratch<char> infinite(n);
+    if (!found.allocated() || !a.data || !b.data || !unsorted.data || !infinite.data)
         return no_memory(kModule);
     ZEL_Info("\nSolving Generalized Eigenvalue Problem to orthogonalize mode shapes.");
-    if (!ZEL_GenStiffFull(db, problem.stiffness.data, n) || !ZEL_GenMassFull(db, problem.mass.data, n))
-        return 0;
-    transpose(problem.stiffness.data, n);
-    transpose(problem.mass.data, n);
     std::copy_n(problem.stiffness.data, entries, a.data);
     std::copy_n(problem.mass.data, entries, b.data);
     run_stages(problem, a.data, b.data, found);
 
+    mark_largest(found, n, problem.infinite, order, infinite.data);
     for (int i = 0; i < n; ++i)
-        unsorted[i] = eigenvalue(found, i);
-    sort_reversed(unsorted.data, own_order.data, n);
+        unsorted[i] = eigenvalue(found, i, infinite[i] != 0);
+    sort_reversed(unsorted.data, order, n);
     std::copy_n(problem.vectors.data, entries, a.data);
     for (int64_t i = 0; i < n; ++i)
     {
-        const int64_t from = own_order[i];
-        problem.values[i] = unsorted[from];
-        std::copy_n(a.data + from * n, n, problem.vectors.data + i * n);
+        problem.values[i] = unsorted[order[i]];
+        std::copy_n(a.data + int64_t(order[i]) * n, n, problem.vectors.data + i * n);
     }
-    if (order)
-        std::copy_n(own_order.data, n, order);
     return 1;
 }
+
+// ---- Report ----------------------------------------------------------------------------------------------------------------
 
 // Small against 1 and, where there are more than six modes, against the first one behind six rigid-body modes.
 static bool probably_rigid(const Eigenproblem& problem, double value)
@@ -162,7 +453,7 @@ static bool probably_rigid(const Eigenproblem& problem, double value)
     constexpr int kRigidModes = 6;
     constexpr double kSmall = 0.001;
     return std::fabs(value) <= 1.0 &&
-           (problem.n <= kRigidModes || std::fabs(value) <= kSmall * problem.values[kRigidModes]);
+           (problem.modes <= kRigidModes || std::fabs(value) <= kSmall * problem.values[kRigidModes]);
 }
 
 void print_eigenvalues(const Eigenproblem& problem, double consistency)
@@ -170,7 +461,7 @@ void print_eigenvalues(const Eigenproblem& problem, double consistency)
     ZEL_Info("%49s", "");
     ZEL_Info("  Real Eigenvalues and Natural Frequencies [Hz] :");
     ZEL_Info("  ===============================================");
-    for (int i = 0; i < problem.n; ++i)
+    for (int i = 0; i < problem.modes; ++i)
     {
         const double value = problem.values[i];
         const bool rigid = probably_rigid(problem, value);
@@ -186,6 +477,8 @@ void print_eigenvalues(const Eigenproblem& problem, double consistency)
     }
 }
 
+// ---- Orthonormal vectors ---------------------------------------------------------------------------------------------------
+
 int orthonormalise(Eigenproblem& problem)
 {
     const int n = problem.n;
@@ -199,7 +492,7 @@ int orthonormalise(Eigenproblem& problem)
         double* w = weighted.data;
         blas::gemv('N', n, n, 1.0, problem.mass.data, n, q, 0.0, w);
         const double norm = blas::dot(n, q, w);
-        if (!(norm > 0.0))
+        if (is_rounding(norm, terms_of_form(problem.mass.data, q, n), n))
             continue;
         const double scale = 1.0 / std::sqrt(norm);
         for (int k = 0; k < n; ++k)
@@ -214,6 +507,47 @@ int orthonormalise(Eigenproblem& problem)
         blas::gemv('T', n, later, 1.0, rest, n, w, 0.0, products.data);
         blas::ger(n, later, -1.0, q, products.data, rest, n);
     }
+    return 1;
+}
+
+// V' A V of the first `count` vectors, count x count.
+static void congruent(const Eigenproblem& problem, const double* matrix, int count, double* half, double* whole)
+{
+    const int n = problem.n;
+    const double* v = problem.vectors.data;
+    blas::gemm('N', 'N', n, count, n, 1.0, matrix, n, v, n, 0.0, half, n);
+    blas::gemm('T', 'N', count, count, n, 1.0, v, n, half, n, 0.0, whole, count);
+}
+
+int check_eigenvectors(const Eigenproblem& problem, int count)
+{
+    constexpr double kOff = 1e-6, kWorstCondition = 1e4; // beyond it the eigenvalues deserve the warning
+    const int64_t n = problem.n, m = count;
+    if (count == 0)
+        return 1;
+    Scratch<double> half(n * m), stiffness(m * m), mass(m * m);
+    if (!half.data || !stiffness.data || !mass.data)
+        return no_memory(kModule);
+    congruent(problem, problem.stiffness.data, count, half.data, stiffness.data);
+    congruent(problem, problem.mass.data, count, half.data, mass.data);
+    double largest = 0.0;
+    for (int64_t i = 0; i < m; ++i)
+        largest = std::max(largest, std::fabs(problem.values[i]));
+    const double floor = rounding_of(problem.n) * largest * std::min(problem.condition, kWorstCondition);
+    for (int64_t i = 0; i < m; ++i)
+        for (int64_t j = 0; j < m; ++j)
+        {
+            const double value = i == j ? problem.values[i] : 0.0;
+            const double limit = std::max(floor, kOff * std::sqrt(std::fabs(problem.values[i] * problem.values[j])));
+            const double in_stiffness = std::fabs(stiffness[j * m + i] - value);
+            const double in_mass = std::fabs(mass[j * m + i] - (i == j ? 1.0 : 0.0));
+            if (in_stiffness <= limit && in_mass <= kOff)
+                continue;
+            ZEL_Warning("Mode %d is not orthogonal to the accuracy that is asked for: with mode %d the generalized\n"
+                        "stiffness is off by %.3e (eigenvalue %.3e), the generalized mass by %.3e.",
+                        int(i) + 1, int(j) + 1, in_stiffness, problem.values[i], in_mass);
+            break;
+        }
     return 1;
 }
 

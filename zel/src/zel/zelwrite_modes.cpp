@@ -27,48 +27,49 @@ static int reorder_selected(ZELDATA* db, const int* order, int n)
     return 1;
 }
 
-// z' A z of every eigenvector z, through one matrix product.
-static int quadratic_forms(const Eigenproblem& problem, const double* matrix, double* forms)
+// z' A z of the first `count` eigenvectors z, through one matrix product.
+static int quadratic_forms(const Eigenproblem& problem, const double* matrix, int count, double* forms)
 {
     const int n = problem.n;
-    Scratch<double> product(int64_t(n) * n);
+    if (count == 0)
+        return 1;
+    Scratch<double> product(int64_t(n) * count);
     if (!product.data)
         return no_memory(kModule);
-    blas::gemm('N', 'N', n, n, n, 1.0, matrix, n, problem.vectors.data, n, 0.0, product.data, n);
-    for (int64_t i = 0; i < n; ++i)
+    blas::gemm('N', 'N', n, count, n, 1.0, matrix, n, problem.vectors.data, n, 0.0, product.data, n);
+    for (int64_t i = 0; i < count; ++i)
         forms[i] = blas::dot(n, problem.vectors.data + i * n, product.data + i * n);
     return 1;
 }
 
 // Records of orthonormal modes: generalized mass 1, generalized stiffness and eigenvalue z' K z.
-static int make_records(const Eigenproblem& problem, double consistency, ZELEIGEN* records)
+static int make_records(const Eigenproblem& problem, double consistency, int count, ZELEIGEN* records)
 {
-    Scratch<double> stiffness(problem.n);
+    Scratch<double> stiffness(count);
     if (!stiffness.data)
         return no_memory(kModule);
-    if (!quadratic_forms(problem, problem.stiffness.data, stiffness.data))
+    if (!quadratic_forms(problem, problem.stiffness.data, count, stiffness.data))
         return 0;
-    for (int i = 0; i < problem.n; ++i)
+    for (int i = 0; i < count; ++i)
     {
-        const double value = is_infinite_eigenvalue(problem.values[i]) ? kInfiniteEigenvalue : stiffness[i];
-        const double radians = angular_frequency(value, consistency);
-        records[i] = {{double(i + 1), value, radians * kPerTurn, radians, 1.0, stiffness[i]}};
+        const double radians = angular_frequency(stiffness[i], consistency);
+        records[i] = {{double(i + 1), stiffness[i], radians * kPerTurn, radians, 1.0, stiffness[i]}};
     }
     return 1;
 }
 
 // Divides every eigenvector by its norm in the mass inner product, which is 1 but for what rounding has left and for
 // vectors without a positive norm: these stay as they are.
-static int normalise_masses(Eigenproblem& problem)
+static int normalise_masses(Eigenproblem& problem, int count)
 {
     constexpr double kRounding = 1e-10;
     const int n = problem.n;
-    Scratch<double> norms(n);
+    Scratch<double> norms(count);
     if (!norms.data)
         return no_memory(kModule);
-    if (!quadratic_forms(problem, problem.mass.data, norms.data))
+    if (!quadratic_forms(problem, problem.mass.data, count, norms.data))
         return 0;
-    for (int64_t i = 0; i < n; ++i)
+    for (int64_t i = 0; i < count; ++i)
     {
         if (!std::isfinite(norms[i]))
             return fail("Failed to mass normalize the eigen vectors\n");
@@ -89,99 +90,119 @@ static int usable_modes(const Eigenproblem& problem)
     return count;
 }
 
-static void set_identity(double* matrix, int n)
+// The first `count` new modes by their components on all modes of the database, one column each.
+static void spread_vectors(const Eigenproblem& problem, int count, double* components)
 {
-    std::fill_n(matrix, int64_t(n) * n, 0.0);
-    for (int64_t i = 0; i < n; ++i)
-        matrix[i * n + i] = 1.0;
+    const int64_t n = problem.n, modes = problem.modes;
+    for (int64_t i = 0; i < count; ++i)
+        for (int64_t k = 0; k < n; ++k)
+            components[i * modes + problem.kept[k]] = std::ldexp(problem.vectors[i * n + k], problem.exponents[k]);
 }
 
-// Whether the database has a transformation that describes its present modes.
-static bool has_transformation(const ZELDATA* db, int n)
+static void set_identity(double* columns, int64_t rows, int count)
 {
-    return db->transformation && db->transformation_order == n && !own(db).transformation_unused;
+    std::fill_n(columns, rows * count, 0.0);
+    for (int64_t i = 0; i < count; ++i)
+        columns[i * rows + i] = 1.0;
 }
 
 // The leading part of the new modes' components on the caller's modes: those on the present modes, times what describes
-// these.
-static int compose_transformation(const ZELDATA* db, const Eigenproblem& problem, int count, double* transformation)
+// these. `components` has `modes` rows.
+static int compose_transformation(const ZELDATA* db, const double* components, int modes, int count,
+                                  double* transformation)
 {
-    const int n = problem.n;
-    const double* components = problem.vectors.data;
-    Scratch<double> product(int64_t(n) * n);
+    Scratch<double> product(int64_t(modes) * count);
     if (!product.data)
         return no_memory(kModule);
-    if (has_transformation(db, n))
+    if (db->transformation && db->transformation_order == modes)
     {
-        blas::gemm('N', 'N', n, n, n, 1.0, db->transformation, n, components, n, 0.0, product.data, n);
+        blas::gemm('N', 'N', modes, count, modes, 1.0, db->transformation, modes, components, modes, 0.0, product.data,
+                   modes);
         components = product.data;
     }
     for (int64_t i = 0; i < count; ++i)
-        std::copy_n(components + i * n, count, transformation + i * count);
+        std::copy_n(components + i * modes, count, transformation + i * count);
     return 1;
-}
-
-// The eigenvectors as the transformation of a database that had none, when the modes themselves cannot follow. It is
-// marked, so that a later call does not build on it.
-static void keep_eigenvectors(ZELDATA* db, const Eigenproblem& problem)
-{
-    if (has_transformation(db, problem.n))
-        return;
-    const int64_t entries = int64_t(problem.n) * problem.n;
-    Scratch<double> kept(entries);
-    if (!kept.data)
-        return;
-    std::copy_n(problem.vectors.data, entries, kept.data);
-    replace(db->transformation, kept);
-    db->transformation_order = problem.n;
-    own(db).transformation_unused = 1;
 }
 
 // From the orthonormal eigenvectors to a database in the new modes.
 static int install_modes(ZELDATA* db, Eigenproblem& problem)
 {
-    const int n = problem.n, count = usable_modes(problem);
-    BasisChange change = {Scratch<ZELEIGEN>(int64_t(n) + 1), Scratch<double>(int64_t(n) * n)};
-    if (!change.eigenvalues.data || !change.transformation.data)
+    const int modes = problem.modes, count = usable_modes(problem);
+    BasisChange change = {Scratch<ZELEIGEN>(int64_t(count) + 1), Scratch<double>(int64_t(count) * count)};
+    Scratch<double> components(int64_t(modes) * count);
+    if (!change.eigenvalues.data || !change.transformation.data || !components.data)
         return no_memory(kModule);
-    if (!make_records(problem, consistency_of(db), change.eigenvalues.data))
+    if (!make_records(problem, consistency_of(db), count, change.eigenvalues.data))
         return 0;
-    const bool only_cut = !has_flag(db->content_flags, kBlockModes) && count != n;
+    const bool only_cut = !has_flag(db->content_flags, kBlockModes) && count != modes;
     if (only_cut)
-        set_identity(problem.vectors.data, n);
-    else if (!normalise_masses(problem))
+    {
+        set_identity(components.data, modes, count);
+        set_identity(change.transformation.data, count, count);
+    }
+    else
+    {
+        if (!normalise_masses(problem, count) || !check_eigenvectors(problem, count))
+            return 0;
+        spread_vectors(problem, count, components.data);
+        if (!compose_transformation(db, components.data, modes, count, change.transformation.data))
+            return 0;
+    }
+    if (!change_basis(db, {components.data, modes, count}, change))
         return 0;
-    if (!compose_transformation(db, problem, count, change.transformation.data))
-        return 0;
-    if (only_cut)
-        set_identity(change.transformation.data, count);
-    change.eigenvalues[count] = {};
-    if (!change_basis(db, {problem.vectors.data, n, count}, change))
-        return 0;
-    own(db).transformation_unused = 0;
     raise_flag(db, kBlockEigenvalues);
     raise_flag(db, kBlockTransformation);
     return check_eigenvalues(db);
 }
 
+// The order of all modes: the kept ones by eigenvalue, then those that were left out.
+static int complete_order(const Eigenproblem& problem, int* order)
+{
+    Scratch<char> in_order(problem.modes);
+    if (!in_order.data)
+        return no_memory(kModule);
+    int count = problem.n;
+    for (int i = 0; i < count; ++i)
+        in_order[order[i] = problem.kept[order[i]]] = 1;
+    for (int mode = 0; mode < problem.modes; ++mode)
+        if (!in_order[mode])
+            order[count++] = mode;
+    return 1;
+}
+
+// Modes with neither stiffness nor mass count as massless ones.
+static void warn_of_empty_modes(const char* with_entries, int modes)
+{
+    for (int mode = 0; mode < modes; ++mode)
+        if (!with_entries[mode])
+            ZEL_Warning("Mode %d is not physically meaningful\n"
+                        "It contains an infinite eigenvalue.  Ignoring this mode.\n",
+                        mode + 1);
+}
+
 int orthogonalise_modes(ZELDATA* db)
 {
-    const int n = ZEL_ModeCount(db);
-    if (!CheckZEL(db) || n == 0)
+    const int modes = ZEL_ModeCount(db);
+    if (!CheckZEL(db) || modes == 0)
         return 0;
-    Eigenproblem problem(n);
-    Scratch<int> order(n);
-    if (!problem.allocated() || !order.data)
+    Scratch<int> order(modes);
+    Scratch<char> with_entries(modes);
+    if (!order.data || !with_entries.data)
         return no_memory(kModule);
-    if (!solve_eigenproblem(db, problem, order.data) || !reorder_selected(db, order.data, n))
+    const int room = mark_modes_with_entries(db, with_entries.data);
+    if (room < 0)
+        return 0;
+    Eigenproblem problem(modes, room);
+    if (!problem.allocated())
+        return no_memory(kModule);
+    warn_of_empty_modes(with_entries.data, modes);
+    if (!load_eigenproblem(db, with_entries.data, problem) || !leave_out_dependent_modes(db, problem) ||
+        !solve_eigenproblem(problem, order.data) || !complete_order(problem, order.data) ||
+        !reorder_selected(db, order.data, modes))
         return 0;
     print_eigenvalues(problem, consistency_of(db));
-    if (!orthonormalise(problem))
-        return 0;
-    if (install_modes(db, problem))
-        return 1;
-    keep_eigenvectors(db, problem);
-    return 0;
+    return orthonormalise(problem) && install_modes(db, problem) ? 1 : 0;
 }
 
 // Records from the diagonals, for a body that has none.
