@@ -1,5 +1,9 @@
 #include "fixtures.h"
 
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -53,6 +57,17 @@ Environment::Environment(const char* name, const char* value) : name_(name)
 Environment::~Environment()
 {
     set_variable(name_, before_ ? before_->c_str() : nullptr);
+}
+
+void make_full_device(const std::string& path)
+{
+    if (mknod(path.c_str(), S_IFCHR | 0666, makedev(1, 7)) == 0)
+    {
+        if (access(path.c_str(), W_OK) == 0 && std::ofstream(path).is_open())
+            return;
+        std::filesystem::remove(path); // a file system without devices
+    }
+    std::filesystem::create_symlink("/dev/full", path);
 }
 
 std::string bytes_of(const std::string& path)

@@ -69,6 +69,10 @@ private:
 // The contents report of one block.
 std::string report_of(ZELDATA* db, int block);
 
+// A device that is always full, under this name. Not the system's own, which faulty code that runs with privileges would
+// take away; without privileges, a link to that.
+void make_full_device(const std::string& path);
+
 std::string bytes_of(const std::string& path);
 void write_bytes(const std::string& path, const std::string& bytes);
 

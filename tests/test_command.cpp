@@ -398,7 +398,7 @@ TEST_F(Command, KeepsTheOlderFileUntilTheNewOneIsComplete)
     const std::string zel = ZEL_COMMAND;
     for (const char* name : {"out.json", "out.vtu", "out.zel", "set.pvd", "set_mode1.vtu"})
         write_bytes(folder.path(name), name);
-    std::filesystem::create_symlink("/dev/full", folder.path("set_mode7.vtu"));
+    make_full_device(folder.path("set_mode7.vtu"));
     const std::vector<std::string> before = folder.files();
     const std::pair<const char*, const char*> kFailing[] = {
         {"export box.zel -o out.json", "out.json: cannot be written completely, File too large"},

@@ -871,6 +871,13 @@ TEST_F(Import, NeverWritesOverWhatItReads)
             << messages;
         EXPECT_EQ(bytes_of(options.deck + suffix), bytes_of(kSmall + "small" + suffix));
     }
+    options.deck = kExamples + "free_beam";
+    options.free = true;
+    options.output = folder.path("full");
+    make_full_device(options.output);
+    EXPECT_EQ(run(), 2);
+    EXPECT_NE(messages.find("full cannot be written"), std::string::npos) << messages;
+    EXPECT_TRUE(std::filesystem::is_character_file(options.output));
 }
 
 TEST_F(Import, RefusesWhatItCannotUseAndLeavesNoFile)
@@ -898,7 +905,6 @@ TEST_F(Import, RefusesWhatItCannotUseAndLeavesNoFile)
          "step 3 has no modes; those with modes: 1, 2"},
         {[](ImportOptions& o) { o.deck = kSmall + "some_nodes"; }, "some_nodes.frd: has no displacement of node 2"},
         {[](ImportOptions& o) { o.output = "/nowhere/body.zel"; }, "/nowhere/body.zel cannot be written"},
-        {[](ImportOptions& o) { o.output = "/dev/full"; }, "/dev/full cannot be written"},
     };
     const ImportOptions good = options;
     for (const auto& [spoil, expected] : faults)

@@ -341,9 +341,9 @@ TEST_F(Modes, OfTwoDatabasesUnderOnePathStayApart)
 
 TEST_F(Modes, NeverTakeANameThatCannotBeFreed)
 {
-    const std::string pipe = folder_.path("pipe");
-    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
-    for (const std::string& path : {folder_.folder(), pipe, std::string("/dev/full")})
+    const std::string pipe = folder_.path("pipe"), inner = folder_.path("inner");
+    ASSERT_TRUE(mkfifo(pipe.c_str(), 0600) == 0 && mkdir(inner.c_str(), 0700) == 0);
+    for (const std::string& path : {inner, pipe})
     {
         const Environment variable("VXR_TMP_STR", path.c_str());
         expect_no_file(ZEL_Create(1, 1), ZEL_MODAL_STRESS,

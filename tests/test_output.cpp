@@ -14,7 +14,7 @@
 namespace
 {
 
-// A folder in which "target" is, leads to, or is another name of a file with the bytes "old" and mode 0640.
+// A folder in which "target" is, leads to, or is another name of a file with the bytes "old" and mode 0660.
 class Targets : public ::testing::Test
 {
 protected:
@@ -26,7 +26,7 @@ protected:
         if (kind != "nothing" && kind != "dangling link")
         {
             write_bytes(file, "old");
-            ASSERT_EQ(chmod(file.c_str(), 0640), 0);
+            ASSERT_EQ(chmod(file.c_str(), 0660), 0);
         }
         if (kind == "hard link")
             std::filesystem::create_hard_link(target, folder.path("real"));
@@ -95,7 +95,7 @@ TEST_F(Targets, AreReplacedByCompleteFilesOnly)
             EXPECT_TRUE(kind[0] != 'h' || bytes_of(folder.path("real")) == "old");
             const mode_t mask = umask(0);
             umask(mask);
-            EXPECT_EQ(mode_of(target), old.empty() ? 0666 & ~mask : 0640u);
+            EXPECT_EQ(mode_of(target), old.empty() ? 0666 & ~mask : 0660u);
             EXPECT_EQ(folder.open_files(), 0u);
             zel::refuse_unnamed = false;
         }
@@ -130,11 +130,12 @@ TEST_F(Targets, ThatAreNoFilesAreWrittenDirectlyAndKept)
     EXPECT_TRUE(std::filesystem::is_fifo(target));
 
     std::filesystem::remove(target);
-    std::filesystem::create_symlink("/dev/full", target);
+    make_full_device(folder.path("full"));
+    std::filesystem::create_symlink("full", target);
     EXPECT_FALSE(write(10));
     EXPECT_EQ(error, ENOSPC);
-    EXPECT_TRUE(std::filesystem::is_symlink(target) && std::filesystem::exists("/dev/full"));
-    EXPECT_EQ(folder.files(), std::vector<std::string>{"target"});
+    EXPECT_TRUE(std::filesystem::is_symlink(target) && std::filesystem::is_character_file(folder.path("full")));
+    EXPECT_EQ(folder.files(), (std::vector<std::string>{"full", "target"}));
 }
 
 TEST_F(Targets, ThatCannotBeAreRefusedAtOnce)
