@@ -171,7 +171,14 @@ static void set_nodes(ZELDATA* db, const Body& body, const std::vector<BodyNode>
     for (const BodyNode& n : nodes)
     {
         const int node = n.node >= 0 ? n.node : body.deck->find_node(n.id);
-        require(ZEL_SetNodalMass(db, n.id, node >= 0 ? body.nodal_masses[size_t(node)] : 0.0), "a nodal mass");
+        require(ZEL_SetNodalMass(db, n.id, node >= 0 ? body.nodes.masses[size_t(node)] : 0.0), "a nodal mass");
+        if (node >= 0 && !body.nodes.second[size_t(node)].isZero(0.0))
+        {
+            const Eigen::Matrix3d& s = body.nodes.second[size_t(node)];
+            require(ZEL_SetNodalInertia(db, n.id, s(1, 1) + s(2, 2), s(0, 0) + s(2, 2), s(0, 0) + s(1, 1), -s(0, 1),
+                                        -s(0, 2), -s(1, 2)),
+                    "a nodal inertia");
+        }
     }
     for (const Interface& interface : body.interfaces)
         require(ZEL_SetInterfaceNode(db, interface.reference_id), "an interface node");

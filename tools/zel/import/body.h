@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "nodal_mass.h"
 #include "reduction.h"
 
 namespace zel_import
@@ -25,7 +26,7 @@ struct Body
     const Deck* deck = nullptr;
     Units units;
     std::vector<Interface> interfaces;
-    std::vector<double> nodal_masses; // as the mesh's nodes
+    NodalMasses nodes;                // as the mesh's nodes
     Eigen::MatrixXd stiffness, mass;  // generalized, symmetric, one row a mode
     Eigen::MatrixXd motion;           // 3 rows a node of the mesh, one column a mode
     Eigen::MatrixXd reference_motion; // 6 rows an interface, one column a mode

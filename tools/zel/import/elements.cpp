@@ -10,18 +10,21 @@
 namespace zel_import
 {
 
+using Eigen::Index;
 using Eigen::Matrix3d;
 using Eigen::Matrix3Xd;
 using Eigen::MatrixXd;
 using Eigen::Vector3d;
 using Eigen::VectorXd;
 
+// The solver integrates shells as the solids of one layer that it makes of them.
 constexpr ElementType kTypes[] = {
-    {"C3D4", Shape::tet4},   {"C3D6", Shape::wedge6},  {"C3D8", Shape::hex8},     {"C3D8R", Shape::hex8},
-    {"C3D8I", Shape::hex8},  {"C3D10", Shape::tet10},  {"C3D10T", Shape::tet10},  {"C3D15", Shape::wedge15},
-    {"C3D20", Shape::hex20}, {"C3D20R", Shape::hex20}, {"C3D20RI", Shape::hex20}, {"S3", Shape::tri3},
-    {"S4", Shape::quad4},    {"S4R", Shape::quad4},    {"S6", Shape::tri6},       {"S8", Shape::quad8},
-    {"S8R", Shape::quad8},   {"MASS", Shape::point},
+    {"C3D4", Shape::tet4, 1, 0},    {"C3D6", Shape::wedge6, 1, 2},   {"C3D8", Shape::hex8, 0, 2},
+    {"C3D8R", Shape::hex8, 0, 1},   {"C3D8I", Shape::hex8, 0, 2},    {"C3D10", Shape::tet10, 4, 0},
+    {"C3D10T", Shape::tet10, 4, 0}, {"C3D15", Shape::wedge15, 3, 3}, {"C3D20", Shape::hex20, 0, 3},
+    {"C3D20R", Shape::hex20, 0, 2}, {"C3D20RI", Shape::hex20, 0, 2}, {"S3", Shape::tri3, 1, 2},
+    {"S4", Shape::quad4, 0, 2},     {"S4R", Shape::quad4, 0, 1},     {"S6", Shape::tri6, 3, 3},
+    {"S8", Shape::quad8, 0, 3},     {"S8R", Shape::quad8, 0, 2},     {"MASS", Shape::point, 0, 0},
 };
 
 const ElementType* find_element_type(std::string_view name)
@@ -190,6 +193,11 @@ void shape_functions(Shape shape, const Vector3d& local, VectorXd& value, Matrix
     gradient.noalias() = f.coefficients * slopes;
 }
 
+static double square(double x)
+{
+    return x * x;
+}
+
 struct QuadraturePoint
 {
     double weight;
@@ -197,11 +205,18 @@ struct QuadraturePoint
     MatrixXd gradient;
 };
 
-// Gauss-Legendre abscissae and weights on [-1, 1] for four points: exact to degree 7.
-constexpr double kGauss[4][2] = {{-0.86113631159405257522, 0.34785484513745385737},
-                                 {-0.33998104358485626480, 0.65214515486254614263},
-                                 {0.33998104358485626480, 0.65214515486254614263},
-                                 {0.86113631159405257522, 0.34785484513745385737}};
+using Rule1D = std::vector<std::array<double, 2>>; // abscissae and weights on [-1, 1]
+
+// Gauss-Legendre, exact to degree 2 n - 1.
+static const Rule1D kGauss[5] = {{},
+                                 {{0, 2}},
+                                 {{-0.57735026918962576451, 1}, {0.57735026918962576451, 1}},
+                                 {{-0.77459666924148337704, 5. / 9}, {0, 8. / 9}, {0.77459666924148337704, 5. / 9}},
+                                 {{-0.86113631159405257522, 0.34785484513745385737},
+                                  {-0.33998104358485626480, 0.65214515486254614263},
+                                  {0.33998104358485626480, 0.65214515486254614263},
+                                  {0.86113631159405257522, 0.34785484513745385737}}};
+constexpr int kExactPoints = 4;
 
 // Simplices are the block with its top edge or face collapsed (Stroud 1971); the collapse costs two degrees, which leaves
 // degree 5 of the 7, enough for the product of two quadratic functions.
@@ -225,20 +240,51 @@ static QuadraturePoint quadrature_point(Shape shape, const Vector3d& unit, doubl
     return point;
 }
 
-static const std::vector<QuadraturePoint>& quadrature(Shape shape)
+static std::vector<QuadraturePoint> product_rule(Shape shape, const Rule1D& gauss)
 {
-    static std::vector<QuadraturePoint> made[kShapeCount];
-    std::vector<QuadraturePoint>& points = made[int(shape)];
-    if (!points.empty())
-        return points;
+    std::vector<QuadraturePoint> points;
     const int dimension = row_of(shape).family->dimension;
-    for (const auto& a : kGauss)
-        for (const auto& b : kGauss)
+    for (const auto& a : gauss)
+        for (const auto& b : gauss)
             if (dimension == 2)
                 points.push_back(quadrature_point(shape, {a[0], b[0], 0.0}, a[1] * b[1]));
             else
-                for (const auto& c : kGauss)
+                for (const auto& c : gauss)
                     points.push_back(quadrature_point(shape, {a[0], b[0], c[0]}, a[1] * b[1] * c[1]));
+    return points;
+}
+
+// Equal weights at the points of which one barycentric coordinate differs from the others, exact to degree 2 for three points
+// of a triangle and four of a tetrahedron; the centre alone to degree 1 (Stroud 1971).
+static std::vector<QuadraturePoint> simplex_rule(const ElementType& type)
+{
+    const bool solid = row_of(type.shape).family == &kTet, shell = is_shell(type.shape);
+    const int corners = solid ? 4 : 3, count = type.simplex_points;
+    const double low = count == 1 ? 1.0 / corners : solid ? (5 - std::sqrt(5.0)) / 20 : 1.0 / 6;
+    const double high = 1 - (corners - 1) * low, size = (solid ? 1.0 / 6 : 0.5) / count;
+    const Rule1D once = {{0, 1}};
+    std::vector<QuadraturePoint> points;
+    for (const auto& [across, weight] : solid || shell ? once : kGauss[type.gauss_points])
+        for (int k = 0; k < count; ++k)
+        {
+            Vector3d local(low, low, solid ? low : across);
+            if (k > 0)
+                local[k - 1] = high;
+            QuadraturePoint point{size * weight, {}, {}};
+            shape_functions(type.shape, local, point.value, point.gradient);
+            points.push_back(std::move(point));
+        }
+    return points;
+}
+
+static const std::vector<QuadraturePoint>& quadrature(const ElementType& type, Rule rule)
+{
+    static std::vector<QuadraturePoint> made[kShapeCount], solver[std::size(kTypes)];
+    std::vector<QuadraturePoint>& points = rule == Rule::exact ? made[int(type.shape)] : solver[&type - kTypes];
+    if (points.empty() && rule == Rule::exact)
+        points = product_rule(type.shape, kGauss[kExactPoints]);
+    else if (points.empty())
+        points = type.simplex_points > 0 ? simplex_rule(type) : product_rule(type.shape, kGauss[type.gauss_points]);
     return points;
 }
 
@@ -283,7 +329,19 @@ static bool has_exchanged_nodes(Shape shape, const Matrix3Xd& at)
            (at.col(8) - middle_9).norm() < (at.col(9) - middle_9).norm();
 }
 
-ElementMass element_mass(const Mesh& mesh, const Element& element)
+// Adds what a piece of a shell has across its thickness, and shares it among the nodes by the squares of their functions.
+static void add_thickness(const QuadraturePoint& point, const Matrix3Xd& at, double second, ElementMass& result)
+{
+    const MatrixXd tangents = at * point.gradient;
+    const Vector3d normal = Vector3d(tangents.col(0)).cross(Vector3d(tangents.col(1))).normalized();
+    const Matrix3d across = second * normal * normal.transpose();
+    result.moments.second += across;
+    result.across.resize(size_t(at.cols()), Matrix3d::Zero());
+    for (Index i = 0; i < at.cols(); ++i)
+        result.across[size_t(i)] += square(point.value[i]) / point.value.squaredNorm() * across;
+}
+
+ElementMass element_mass(const Mesh& mesh, const Element& element, Rule rule)
 {
     const Shape shape = element.type->shape;
     const int count = node_count(shape);
@@ -302,7 +360,8 @@ ElementMass element_mass(const Mesh& mesh, const Element& element)
         throw InputError(mesh.place(element), "element " + std::to_string(element.id) +
                                                   ": its last two mid-side nodes are exchanged (the order of gmsh)");
     const double depth = is_shell(shape) ? element.thickness : 1.0;
-    for (const QuadraturePoint& point : quadrature(shape))
+    const bool thick = is_shell(shape) && (rule == Rule::exact || element.type->gauss_points > 1);
+    for (const QuadraturePoint& point : quadrature(*element.type, rule))
     {
         const double local = jacobian(at, point);
         if (!(local > 0.0))
@@ -313,6 +372,8 @@ ElementMass element_mass(const Mesh& mesh, const Element& element)
         result.volume += volume;
         result.moments.add(element.density * volume, at * point.value);
         result.consistent.noalias() += element.density * volume * point.value * point.value.transpose();
+        if (thick)
+            add_thickness(point, at, element.density * volume * square(depth) / 12, result);
     }
     return result;
 }

@@ -32,6 +32,14 @@ struct ElementType
 {
     std::string_view name; // in the deck
     Shape shape;
+    // Where the solver integrates the mass: points of a triangle or tetrahedron, and Gauss points a direction otherwise.
+    int simplex_points, gauss_points;
+};
+
+enum class Rule
+{
+    exact, // for straight edges
+    solver // the solver's, which loses inertia in elements of few points
 };
 
 // Null for a type that cannot be imported.
@@ -84,12 +92,13 @@ struct MassMoments
 struct ElementMass
 {
     Eigen::MatrixXd consistent; // node by node; the same in the three directions
-    MassMoments moments;
+    MassMoments moments;        // with those across the thickness of a shell
     double volume = 0.0;
+    std::vector<Eigen::Matrix3d> across; // node by node: second moments across the thickness of a shell; else empty
 };
 
-// By a quadrature that is exact for straight edges; InputError for a Jacobian that is not positive.
-ElementMass element_mass(const Mesh& mesh, const Element& element);
+// InputError for a Jacobian that is not positive.
+ElementMass element_mass(const Mesh& mesh, const Element& element, Rule rule = Rule::exact);
 
 // Local shape functions and their derivatives (one column a direction) at a local point.
 void shape_functions(Shape shape, const Eigen::Vector3d& local, Eigen::VectorXd& value, Eigen::MatrixXd& gradient);

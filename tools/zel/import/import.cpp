@@ -11,6 +11,7 @@
 #include "body.h"
 #include "report.h"
 #include "results.h"
+#include "rigid.h"
 #include "shells.h"
 #include "zel.h"
 
@@ -22,12 +23,12 @@ using Eigen::MatrixXd;
 using Eigen::Vector3d;
 using Eigen::VectorXd;
 
-constexpr double kMassTolerance = 1e-3; // elements against matrices, whose quadratures differ on curved elements
-constexpr double kCoarseInertiaTolerance = 5e-2; // see inertia_tolerance
-constexpr double kMatchTolerance = 1e-8;         // matched nodal masses
-constexpr double kModeMassTolerance =
-    5e-3; // of modes in six digits, whose masses the solver integrates with few points
-constexpr double kShellMassTolerance = 5e-2; // the same without the rotary inertia of shells
+constexpr double kMassTolerance = 1e-3;      // of mass, centre and each principal inertia
+constexpr double kMatchTolerance = 1e-8;     // matched nodal masses
+constexpr double kSmallRest = 1e-4;          // of the inertia that nodal inertias take without a word
+constexpr double kSmallestInertia = 1e-9;    // of a body, against its largest
+constexpr double kModeMassTolerance = 1e-3;  // modes and coordinates have six digits
+constexpr double kHeldShellTolerance = 5e-2; // held shells at the nodes of their middle alone, without rotary inertia
 constexpr double kRigidRatio = 1e-6;         // rigid-body eigenvalues against the first flexible one
 constexpr double kComputedRatio =
     1e-4; // the same before the repair: 1e-6 in good models, 5e-2 where digits are missing
@@ -158,11 +159,16 @@ static double relative(double a, double b)
     return std::abs(a - b) / std::max(std::abs(b), 1e-300);
 }
 
-// Largest difference of the inertia about the centre, in units of its trace.
+// Largest difference of the inertias about the centre, in units of the two principal inertias that it lies between: the small
+// inertia of a slender body counts as much as the others.
 static double inertia_error(const MassMoments& a, const MassMoments& b)
 {
-    const Eigen::Matrix3d ja = a.inertia(b.center()), jb = b.inertia(b.center());
-    return (ja - jb).cwiseAbs().maxCoeff() / jb.trace();
+    const Vector3d center = b.center();
+    const Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d> axes(b.inertia(center));
+    const Vector3d size = axes.eigenvalues().cwiseMax(kSmallestInertia * axes.eigenvalues()[2]).cwiseSqrt();
+    const Eigen::Matrix3d turned =
+        axes.eigenvectors().transpose() * (a.inertia(center) - b.inertia(center)) * axes.eigenvectors();
+    return (turned.array() / (size * size.transpose()).array()).abs().maxCoeff();
 }
 
 static double gyration(const MassMoments& moments)
@@ -170,29 +176,21 @@ static double gyration(const MassMoments& moments)
     return std::sqrt(moments.inertia(moments.center()).trace() / moments.mass);
 }
 
-// The solver integrates the mass of triangles and of wedges without mid-side nodes at one point of the plane.
-static double inertia_tolerance(const Mesh& mesh)
-{
-    const bool coarse = std::any_of(mesh.elements.begin(), mesh.elements.end(), [](const Element& element) {
-        return element.type->shape == Shape::tri3 || element.type->shape == Shape::wedge6;
-    });
-    return coarse ? kCoarseInertiaTolerance : kMassTolerance;
-}
-
-static void report_mass(Report& report, const Units& units, const MeshMass& elements, const MassMoments& matrix,
-                        double tolerance)
+// `given` are the moments of the matrices, `expected` what the solver's quadrature makes of the elements.
+static void report_mass(Report& report, const Units& units, const MeshMass& elements, const MassMoments& given,
+                        const MassMoments& expected)
 {
     const MassMoments& own = elements.moments;
     report.figure("volume", format("%.6e %s^3", elements.volume, units.length.c_str()));
-    report.check("mass", format("%.6e %s, volume x density %.6e", matrix.mass, units.mass.c_str(), own.mass),
-                 relative(matrix.mass, own.mass) < kMassTolerance);
-    const Vector3d center = matrix.center();
+    report.check("mass", format("%.6e %s, volume x density %.6e", given.mass, units.mass.c_str(), own.mass),
+                 relative(given.mass, own.mass) < kMassTolerance);
+    const Vector3d center = given.center();
     report.check("centre of mass", format("%.6e %.6e %.6e", center[0], center[1], center[2]),
                  (center - own.center()).norm() < kMassTolerance * gyration(own));
     const Eigen::Vector3d principal =
-        Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d>(matrix.inertia(center)).eigenvalues();
+        Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d>(given.inertia(center)).eigenvalues();
     report.check("principal inertias", format("%.6e %.6e %.6e", principal[0], principal[1], principal[2]),
-                 inertia_error(matrix, own) < tolerance);
+                 inertia_error(given, expected) < kMassTolerance);
 }
 
 static void report_nodal_masses(Report& report, const Body& body, const MassMoments& target, MassMethod method)
@@ -201,9 +199,13 @@ static void report_nodal_masses(Report& report, const Body& body, const MassMome
     double smallest = std::numeric_limits<double>::infinity();
     for (size_t i = 0; i < used.size(); ++i)
         if (used[i])
-            smallest = std::min(smallest, body.nodal_masses[i]);
+            smallest = std::min(smallest, body.nodes.masses[i]);
+    if (body.nodes.left > kSmallRest)
+        report.note(
+            format("masses at the nodes cannot have the inertia of the body: nodal inertias make up for %.1e of it",
+                   body.nodes.left));
     report.check("smallest nodal mass", format("%.3e %s", smallest, body.units.mass.c_str()), smallest >= 0.0);
-    const MassMoments own = moments_of(body.deck->mesh, body.nodal_masses);
+    const MassMoments own = moments_of(body.deck->mesh, body.nodes);
     const double worst = std::max({relative(own.mass, target.mass), inertia_error(own, target),
                                    (own.center() - target.center()).norm() / gyration(target)});
     const std::string value = format("differ by %.1e in mass, centre or inertia", worst);
@@ -288,6 +290,21 @@ static std::vector<Interface> expanded(const Expansion& expansion, std::vector<I
     return interfaces;
 }
 
+// Nodal inertias have no kinetic energy unless their nodes turn.
+static void add_rotations(Body& body)
+{
+    if (body.rotation.size() == 0 && (has_shells(body.deck->mesh) || body.nodes.left > kSmallRest))
+        body.rotation = node_rotations(body.deck->mesh, body.motion);
+}
+
+static std::string few_points(double lost)
+{
+    return format(
+        "the solver integrates the mass at few points and makes inertias up to %.1f %% low: the body has those of "
+        "volume x density",
+        100 * lost);
+}
+
 static void import_matrices(const ImportOptions& options, const std::string& job, Body& body, const MeshMass& elements,
                             PhaseLog& log, Report& report)
 {
@@ -309,22 +326,24 @@ static void import_matrices(const ImportOptions& options, const std::string& job
     body.stiffness = std::move(reduction.stiffness);
     body.mass = std::move(reduction.mass);
     body.reference_motion = unit_reference_motion(body.interfaces.size(), body.motion.cols());
-    const MassMoments matrix = matrix_moments(model);
-    // Nodes of shells lie in one layer: their masses have no share in the inertia of the thickness.
-    const MassMoments target = expansion.shells.empty() ? matrix : elements.moments;
-    std::string note;
-    body.nodal_masses = nodal_masses(body.deck->mesh, elements, options.mass, target, note);
+    const MassMoments matrix = matrix_moments(model), expected = solver_moments(expansion.deck.mesh);
+    const MeshMass solids = mesh_mass(expansion.deck.mesh);
+    const double lost = inertia_error(expected, solids.moments);
+    const MassMoments& target = lost < kMassTolerance ? matrix : solids.moments;
+    if (lost >= kMassTolerance)
+        set_rigid_mass(body, target);
+    body.nodes = nodal_masses(body.deck->mesh, elements, options.mass, target);
+    add_rotations(body);
 
     report.title(free ? "Free-free modes from the matrices of " + job
                       : "Craig-Bampton reduction from the matrices of " + job);
     report_mesh(report, body);
     report.figure("modes", free ? format("6 rigid, %d flexible", options.modes)
                                 : format("%d constraint, %d fixed-interface", reduction.boundary_count, options.modes));
-    report_mass(report, body.units, expansion.shells.empty() ? elements : mesh_mass(expansion.deck.mesh), matrix,
-                inertia_tolerance(body.deck->mesh));
-    if (!note.empty())
-        report.note(note);
-    report_nodal_masses(report, body, target, note.empty() ? options.mass : MassMethod::scaled);
+    report_mass(report, body.units, solids, matrix, expected);
+    if (lost >= kMassTolerance)
+        report.note(few_points(lost));
+    report_nodal_masses(report, body, target, options.mass);
     report_modes(report, body, reduction.rigid_before);
     if (!free)
         report.figure("fixed-interface frequencies",
@@ -338,9 +357,9 @@ static bool has_layers(const Deck& deck, const FrdFile& frd)
            std::any_of(frd.node_ids.begin(), frd.node_ids.end(), [&deck](int id) { return deck.find_node(id) < 0; });
 }
 
-static ResultBody body_from_layers(Body& body, FrdFile& frd, const std::string& job, int step)
+static ResultBody body_from_layers(const Expansion& expansion, Body& body, FrdFile& frd, const std::string& job,
+                                   int step)
 {
-    const Expansion expansion = expand_shells(*body.deck);
     expansion.name_layers(frd.node_ids);
     ResultBody results = body_from_results(expansion.deck, body.interfaces, frd, job, step);
     body.rotation = expansion.rotation(results.motion);
@@ -350,18 +369,42 @@ static ResultBody body_from_layers(Body& body, FrdFile& frd, const std::string& 
     return results;
 }
 
+// The mass matrix that the solver's modes belong to, by the solver's own quadrature. What the results do not hold, the freedoms
+// of incompatible modes and the rotations of shells, is missing from it: there the rigid motions alone are judged.
+static void report_mode_masses(Report& report, const Mesh& mesh, const ResultBody& results)
+{
+    const bool shells = has_shells(mesh);
+    const bool whole = !shells && std::none_of(mesh.elements.begin(), mesh.elements.end(),
+                                               [](const Element& element) { return element.type->name == "C3D8I"; });
+    const std::string all = format("differ from 1 by %.1e at most", results.mass_error);
+    if (whole || results.boundary_count > 0)
+        return report.check("masses of the modes", all, results.mass_error < kModeMassTolerance);
+    if (results.rigid_count > 0)
+    {
+        report.figure("masses of the modes", all);
+        report.check("masses of the rigid ones", format("differ from 1 by %.1e at most", results.rigid_error),
+                     results.rigid_error < kModeMassTolerance);
+    }
+    else if (shells && results.held)
+        report.check("masses of the modes", all, results.mass_error < kHeldShellTolerance);
+    else
+        report.figure("masses of the modes", all);
+}
+
 static void import_results(const ImportOptions& options, const std::string& job, Body& body, const MeshMass& elements,
                            PhaseLog& log, Report& report)
 {
     check_interfaces(*body.deck, body.interfaces);
     log.begin("read the results");
     FrdFile frd = read_frd(job + ".frd");
-    ResultBody results = has_layers(*body.deck, frd)
-                             ? body_from_layers(body, frd, job, options.step)
-                             : body_from_results(*body.deck, body.interfaces, frd, job, options.step);
+    const bool layers = has_layers(*body.deck, frd);
+    const Expansion expansion = layers ? expand_shells(*body.deck) : Expansion{*body.deck, {}, {}};
+    ResultBody results = layers ? body_from_layers(expansion, body, frd, job, options.step)
+                                : body_from_results(*body.deck, body.interfaces, frd, job, options.step);
     log.begin("shapes and nodal masses");
-    std::string note;
-    body.nodal_masses = nodal_masses(body.deck->mesh, elements, options.mass, elements.moments, note);
+    const MeshMass solids = mesh_mass(expansion.deck.mesh);
+    const double lost = inertia_error(solver_moments(expansion.deck.mesh), solids.moments);
+    body.nodes = nodal_masses(body.deck->mesh, elements, options.mass, solids.moments);
     const bool free = results.boundary_count == 0;
     double before = results.rigid_before;
     if (!free)
@@ -378,6 +421,9 @@ static void import_results(const ImportOptions& options, const std::string& job,
     body.motion = std::move(results.motion);
     body.reference_motion = std::move(results.reference_motion);
     body.stress = std::move(results.stress);
+    if (!free || results.rigid_count > 0)
+        set_rigid_mass(body, solids.moments);
+    add_rotations(body);
 
     const int modes = int(body.mass.rows()) - results.boundary_count - results.rigid_count;
     report.title((free ? "Modes from the results of " : "Craig-Bampton basis from the results of ") + job);
@@ -385,20 +431,20 @@ static void import_results(const ImportOptions& options, const std::string& job,
     report.figure("modes", free ? format("%d rigid, %d flexible", results.rigid_count, modes)
                                 : format("%d constraint, %d fixed-interface", results.boundary_count, modes));
     report.figure("modal stress", body.stress.size() > 0 ? "yes" : "no");
-    report_mass(report, body.units, elements, elements.moments, kMassTolerance);
-    if (!note.empty())
-        report.note(note);
-    report_nodal_masses(report, body, elements.moments, note.empty() ? options.mass : MassMethod::scaled);
-    bool shells = false;
-    for (const Element& element : body.deck->mesh.elements)
-        shells = shells || is_shell(element.type->shape);
-    report.check("masses of the modes", format("differ from 1 by %.1e at most", results.mass_error),
-                 results.mass_error < (shells ? kShellMassTolerance : kModeMassTolerance));
+    report_mass(report, body.units, solids, solids.moments, solids.moments);
+    if (lost >= kMassTolerance)
+        report.note(few_points(lost));
+    report_nodal_masses(report, body, solids.moments, options.mass);
+    report_mode_masses(report, body.deck->mesh, results);
     if (!free)
         report.figure("asymmetry of the forces", format("%.1e", results.asymmetry));
     if (!free || results.rigid_count > 0)
         report_modes(report, body, before);
+    else if (results.held)
+        report.note("the body was held when its modes were computed: it has no rigid-body modes");
     else
+        report.check("six rigid-body modes", "not six alone are near zero: the body falls apart", false);
+    if (free && results.rigid_count == 0)
         report.figure("frequencies", frequencies(body.stiffness.diagonal(), 0, seconds_of(body.units)));
 }
 

@@ -2,7 +2,6 @@
 #ifndef IMPORT_NODAL_MASS_H
 #define IMPORT_NODAL_MASS_H
 
-#include <string>
 #include <vector>
 
 #include "elements.h"
@@ -19,23 +18,34 @@ struct MeshMass
                                  // Earthquake Eng. Struct. Dyn. 4, 1976)
     std::vector<double> row_sum; // sums of the rows of the consistent matrix: exact moments, but negative at corners
     std::vector<double> point;   // of MASS elements; not part of the two above
+    std::vector<Eigen::Matrix3d> across; // second moments across the thickness of shells; zero elsewhere
 };
 
 MeshMass mesh_mass(const Mesh& mesh);
 
+// The moments alone, as the solver integrates them.
+MassMoments solver_moments(const Mesh& mesh);
+
 enum class MassMethod
 {
-    matched, // diagonal scaling, then corrected so that mass, centre and inertia are those of the target
+    matched, // diagonal scaling, then corrected so that mass, centre and inertia are those of the target; nodal inertias
+             // take what positive masses cannot have
     scaled,
     row_sum
 };
 
-// Nodal masses with point masses added. A note tells when the matched ones do not exist and the scaled ones are given.
-std::vector<double> nodal_masses(const Mesh& mesh, const MeshMass& mass, MassMethod method, const MassMoments& target,
-                                 std::string& note);
+struct NodalMasses
+{
+    std::vector<double> masses;
+    std::vector<Eigen::Matrix3d>
+        second;        // second moments of each node about itself: of shells, and of what is left over
+    double left = 0.0; // largest component of what is left over, as a share of the trace of the inertia
+};
 
-// The moments of point masses at the nodes.
-MassMoments moments_of(const Mesh& mesh, const std::vector<double>& masses);
+// Point masses are part of them. For all methods nodes of shells have the inertia of their thickness.
+NodalMasses nodal_masses(const Mesh& mesh, const MeshMass& mass, MassMethod method, const MassMoments& target);
+
+MassMoments moments_of(const Mesh& mesh, const NodalMasses& nodes);
 
 } // namespace zel_import
 

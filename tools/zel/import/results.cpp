@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "dat.h"
+#include "rigid.h"
 
 namespace zel_import
 {
@@ -18,6 +19,7 @@ using Eigen::VectorXd;
 
 constexpr double kUnitTolerance = 1e-6;  // of a prescribed unit motion, and of printed times
 constexpr double kNearRigid = 1e-4;      // eigenvalues against the first flexible one
+constexpr double kMissingShare = 1e-2;   // of a rigid motion that lies among modes in six digits
 constexpr double kSameNode = 1e-4;       // of the body's size: coordinates in text have six digits
 constexpr double kAsymmetryLimit = 1e-3; // of printed forces
 
@@ -107,13 +109,13 @@ static std::vector<char> strained_nodes(const Mesh& mesh)
     return used_nodes(solids);
 }
 
-// Phi^T M Phi with the consistent mass of the elements.
+// Phi^T M Phi with the consistent mass of the elements as the solver integrates it.
 static MatrixXd projected_mass(const Mesh& mesh, const MatrixXd& motion)
 {
     MatrixXd mass = MatrixXd::Zero(motion.cols(), motion.cols());
     for (const Element& element : mesh.elements)
     {
-        const MatrixXd own = element_mass(mesh, element).consistent;
+        const MatrixXd own = element_mass(mesh, element, Rule::solver).consistent;
         MatrixXd local(own.rows(), motion.cols());
         for (int axis = 0; axis < 3; ++axis)
         {
@@ -138,25 +140,37 @@ static bool has_stress(const std::vector<const FrdSolution*>& solutions)
     return true;
 }
 
-// Six exact rigid motions of unit mass in place of as many modes near zero; returns how many were replaced.
-static int replace_rigid_modes(const Mesh& mesh, ResultBody& body)
+static double difference_from_identity(const MatrixXd& mass)
+{
+    return (mass - MatrixXd::Identity(mass.rows(), mass.cols())).cwiseAbs().maxCoeff();
+}
+
+// Six exact rigid motions of unit mass in place of as many modes near zero, where these are a mixture of them.
+static void replace_rigid_modes(const Mesh& mesh, ResultBody& body)
 {
     const VectorXd values = body.stiffness.diagonal();
-    if (values.size() < 7 || values.head(6).cwiseAbs().maxCoeff() > kNearRigid * values[6])
-        return 0;
-    body.rigid_before = values.head(6).cwiseAbs().maxCoeff();
-    MassMoments moments;
-    for (const Element& element : mesh.elements)
-        moments += element_mass(mesh, element).moments;
-    MatrixXd rigid(3 * Index(mesh.nodes.size()), 6);
+    const MassMoments moments = mesh_mass(mesh).moments;
+    const Eigen::Vector3d center = moments.center();
+    body.held = fit_rigid_motions(mesh, center, body.motion).residual > kMissingShare;
+    if (body.held || values.size() < 6)
+        return;
+    const double rigid = values.head(6).cwiseAbs().maxCoeff();
+    const RigidFit fit = fit_rigid_motions(mesh, center, body.motion.leftCols(6));
+    if (fit.residual > kMissingShare || (values.size() > 6 && rigid > kNearRigid * values[6]))
+        return;
+    body.rigid_before = rigid;
+    const MatrixXd inverse = fit.coefficients.inverse();
+    body.rigid_error =
+        difference_from_identity(inverse.transpose() * rigid_mass(solver_moments(mesh), center) * inverse);
+    MatrixXd exact(body.motion.rows(), 6);
     for (size_t i = 0; i < mesh.nodes.size(); ++i)
-        rigid.middleRows<3>(3 * Index(i)) = rigid_motion(mesh.nodes[i].at, moments.center());
-    const Eigen::LLT<MatrixXd> normal(projected_mass(mesh, rigid));
-    body.motion.leftCols(6) = normal.matrixU().solve<Eigen::OnTheRight>(rigid);
+        exact.middleRows<3>(3 * Index(i)) = rigid_motion(mesh.nodes[i].at, center);
+    const Eigen::LLT<MatrixXd> unit(rigid_mass(moments, center));
+    body.motion.leftCols(6) = unit.matrixU().solve<Eigen::OnTheRight>(exact);
     body.stiffness.diagonal().head(6).setZero();
     if (body.stress.size() > 0)
         body.stress.leftCols(6).setZero();
-    return 6;
+    body.rigid_count = 6;
 }
 
 // The reference freedom, from 0, that a static step moves by one while all others are held.
@@ -279,12 +293,14 @@ ResultBody body_from_results(const Deck& deck, const std::vector<Interface>& int
     }
     body.reference_motion = MatrixXd::Zero(Index(nodes.size()), count);
     body.reference_motion.leftCols(body.boundary_count).setIdentity();
-    if (body.boundary_count == 0)
-        body.rigid_count = replace_rigid_modes(deck.mesh, body);
     body.mass = projected_mass(deck.mesh, body.motion);
-    body.mass_error = (body.mass.diagonal().tail(Index(modes.size())).array() - 1.0).abs().maxCoeff();
+    const Index own = Index(modes.size());
+    body.mass_error = own > 0 ? difference_from_identity(body.mass.bottomRightCorner(own, own)) : 0.0;
     if (body.boundary_count == 0)
+    {
+        replace_rigid_modes(deck.mesh, body);
         body.mass.setIdentity();
+    }
     return body;
 }
 
