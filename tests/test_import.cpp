@@ -13,6 +13,7 @@
 #include "import.h"
 #include "nodal_mass.h"
 #include "results.h"
+#include "rigid.h"
 #include "shells.h"
 
 using namespace zel_import;
@@ -764,6 +765,72 @@ TEST_F(Import, TiesAllLayersOfShells)
         EXPECT_LT((Vector3d(corner.u) - expected).norm(), 1e-9 * expected.norm() + 1e-9);
         EXPECT_LT((Vector3d(corner.theta) - in_plane).norm(), 1e-8 * theta.norm() + 1e-8);
     }
+}
+
+// Bodies of which the solver, or a lumped mass at the nodes, has less inertia than volume x density.
+TEST_F(Import, KeepsTheInertiaOfVolumeTimesDensity)
+{
+    const double tube = 2 / std::numbers::pi * (20 + 4. / 12 / 20); // centre of half a tube
+    const struct
+    {
+        const char* job;
+        double mass, gyration; // squared, about the axis along x
+        double tolerance;
+    } bodies[] = {
+        {"one_point", 7.85e-9 * 60 * 12 * 7, (12. * 12 + 7 * 7) / 12, 1e-8},
+        {"one_point_modes", 7.85e-9 * 60 * 12 * 7, (12. * 12 + 7 * 7) / 12, 1e-8},
+        {"strip", 7.85e-9 * 200 * 20 * 4, (20. * 20 + 4 * 4) / 12, 1e-8},
+        {"strip_layers", 7.85e-9 * 200 * 20 * 4, (20. * 20 + 4 * 4) / 12, 1e-8},
+        {"plate", 7.85e-9 * 200 * 40 * 5, (40. * 40 + 5 * 5) / 12, 1e-8},
+        {"half_tube", 7.85e-9 * 40 * std::numbers::pi * 20 * 2, 400 + 4 / 4. - tube * tube, 1e-3}, // of six elements
+    };
+    options.modes = 4;
+    for (const auto& body : bodies)
+    {
+        options.deck = kSmall + body.job;
+        EXPECT_EQ(run(), 0) << messages << printed;
+        EXPECT_EQ(printed.find("masses at the nodes cannot") != std::string::npos, body.tolerance > 1e-4) << printed;
+        ZELDATA* db = ZEL_CreateFromZEL(options.output.c_str());
+        ASSERT_TRUE(db);
+        double mass = 0.0, inertia[9], center[3];
+        EXPECT_TRUE(ZEL_TotalMassInertia(db, &mass, inertia, center));
+        const double axial = inertia[0] - mass * (center[1] * center[1] + center[2] * center[2]);
+        EXPECT_NEAR(mass, body.mass, body.tolerance * body.mass) << body.job;
+        EXPECT_NEAR(axial, mass * body.gyration, body.tolerance * axial) << body.job;
+        ZEL_UnLink(db);
+    }
+    // one point a brick leaves 8/9 of the three sides across and 3/4 of the two
+    const Deck deck = read_deck(kSmall + "one_point.inp");
+    const MassMoments low = solver_moments(deck.mesh);
+    EXPECT_NEAR(low.inertia(low.center())(0, 0), low.mass * (144 * 8. / 9 + 49 * 3. / 4) / 12, 1e-12);
+}
+
+// A body with other mass of the rigid motions has the same flexible eigenvalues; six exact motions and two that are not.
+TEST(RigidMotions, GetTheirMassWithoutTheFlexibleModes)
+{
+    const Deck deck = read_deck(kSmall + "one_point.inp");
+    const MassMoments target = mesh_mass(deck.mesh).moments;
+    Body body;
+    body.deck = &deck;
+    body.motion.resize(3 * Index(deck.mesh.nodes.size()), 8);
+    for (size_t i = 0; i < deck.mesh.nodes.size(); ++i)
+    {
+        const Vector3d at = deck.mesh.nodes[i].at;
+        body.motion.middleRows<3>(3 * Index(i)) << rigid_motion(at, Vector3d(1, 2, 3)), Vector3d(at[0] * at[0], 0, 0),
+            Vector3d(0, at[2] * at[0], 0);
+    }
+    body.reference_motion.resize(12, 8);
+    const MatrixXd root =
+        MatrixXd::Identity(8, 8) + 0.3 * MatrixXd::Ones(8, 8).triangularView<Eigen::Upper>().toDenseMatrix();
+    body.mass = 1e-5 * root.transpose() * root;
+    body.stiffness = MatrixXd::Zero(8, 8);
+    body.stiffness.bottomRightCorner<2, 2>() << 3, 1, 1, 2;
+    const VectorXd before = generalized_eigenvalues(body.stiffness, body.mass);
+    set_rigid_mass(body, target);
+    const VectorXd after = generalized_eigenvalues(body.stiffness, body.mass);
+    EXPECT_NEAR((after - before).tail<2>().norm(), 0.0, 1e-8 * before[7]);
+    EXPECT_NEAR(body.mass(0, 0), target.mass, 1e-9 * target.mass);
+    EXPECT_NEAR(body.mass(3, 3), target.inertia(Vector3d(1, 2, 3))(0, 0), 1e-9 * body.mass(3, 3));
 }
 
 // 14 printed digits of membrane stiffness are too few for the bending of a sheet 3000 times wider than thick.
