@@ -286,10 +286,42 @@ TEST_F(Command, ConvertsUnitsAndEncodings)
     EXPECT_NEAR(facts["center_of_mass"][0].get<double>(), 1000.0, 1e-3);
     EXPECT_NEAR(facts["frequencies"][6]["frequency_hz"].get<double>(), 50.0, 1e-4);
 
-    for (const char* wrong :
-         {"--units mm,t,s", "--units mm,t,s,furlong", "--units mm,m,s,N", "--options 'invar 82_comp'"})
-        EXPECT_EQ(run(folder, std::string("convert box.zel wrong.zel ") + wrong).status, 2) << wrong;
+    EXPECT_EQ(done.errors, ""); // the library's talk is for -v
+    EXPECT_NE(run(folder, "convert -v box.zel small.zel").errors, "");
+    EXPECT_EQ(run(folder, "convert box.zel small.zel --units 'mm, g , ms,N'").status, 0);
+    EXPECT_NE(run(folder, "info small.zel").output.find("GRAM, MILLIMETER, MILLISECOND, NEWTON"), std::string::npos);
+    const Json rescaled = Json::parse(run(folder, "info --json small.zel").output);
+    EXPECT_NEAR(rescaled["frequencies"][6]["frequency_hz"].get<double>(), 50.0, 1e-4); // not 0.05 per millisecond
+
+    const std::pair<const char*, const char*> wrong[] = {
+        {"--units mm,t,s", "one each of mass"},
+        {"--units mm,t,s,furlong", "\"furlong\" is not a unit"},
+        {"--units mm,m,s,N", "name both MILLIMETER and METER"},
+        {"--options 'full_invar 82_comp'", "cannot contain Invariants"},
+        {"--options 'sparse_str no_orto'", "\"no_orto\" is no write option; the nearest is no_ortho"},
+        {"--options 'full_invar(3)'", "full_invar takes no argument"},
+        {"--options 'lowpass(ten)'", "lowpass takes a number, as in lowpass(50)"},
+        {"--options 'coarsen(2, 10'", "coarsen takes arguments"},
+    };
+    for (const auto& [arguments, message] : wrong)
+    {
+        const Outcome refused = run(folder, std::string("convert box.zel wrong.zel ") + arguments);
+        EXPECT_EQ(refused.status, 2) << arguments;
+        EXPECT_NE(refused.errors.find(message), std::string::npos) << refused.errors;
+    }
+    EXPECT_EQ(run(folder,
+                  "convert box.zel small.zel --options "
+                  "\"no_ortho,sparse_str lbrf2cm lowpass(1e5) highpass( -1 ) coarsen(25, 10) MKS single no_xdr\"")
+                  .status,
+              0);
     EXPECT_EQ(folder.files(), (std::vector<std::string>{"box.zel", "small.zel", "stderr"}));
+
+    const std::string import = "import ccx " ZEL_EXAMPLES "/free_beam -o beam.zel -u ";
+    EXPECT_EQ(run(folder, import + "in,slinch,s,lbf").status, 0);
+    EXPECT_EQ(run(folder, import + "in,lbm,s,lbf").status, 2);
+    const std::string help = run(folder, "import ccx --help").output + run(folder, "compare --help").output;
+    for (const char* internal : {"->", "ENUM", "e+", "{"})
+        EXPECT_EQ(help.find(internal), std::string::npos) << help;
 }
 
 TEST_F(Command, ExportsForParaViewAndScripts)
@@ -336,9 +368,9 @@ TEST_F(Command, ShowsABarAndColoursOnATerminalOnly)
     EXPECT_EQ(bytes_of(folder.path("found")), piped.output);
 
     // what the library prints meanwhile stays, also when it ends the process
-    const std::string converted = sent_to_terminal(folder, zel + " convert box.zel small.zel --options no_ortho");
+    const std::string converted = sent_to_terminal(folder, zel + " convert -v box.zel small.zel --options no_ortho");
     EXPECT_NE(converted.find("\r  write the file"), std::string::npos) << converted;
-    EXPECT_EQ(screen_of(converted), screen_of(run(folder, "convert box.zel piped.zel --options no_ortho").errors));
+    EXPECT_EQ(screen_of(converted), screen_of(run(folder, "convert -v box.zel piped.zel --options no_ortho").errors));
     ZELDATA* other = Box().database();
     ZEL_SetNodeCoordinates(other, 99, 5.0, 5.0, 5.0);
     output_of([&] { ASSERT_TRUE(ZEL_write_ZEL(other, folder.path("other.zel").c_str())); });

@@ -1,6 +1,6 @@
 #include "body.h"
+#include "messages.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -49,20 +49,6 @@ const std::array<const char*, kBlocks> kBlockNames = {
     "pre_stress",
     "pre_strain",
 };
-
-MessagesAside::MessagesAside()
-{
-    std::fflush(stdout);
-    output_ = dup(STDOUT_FILENO);
-    dup2(STDERR_FILENO, STDOUT_FILENO);
-}
-
-MessagesAside::~MessagesAside()
-{
-    std::fflush(stdout);
-    dup2(output_, STDOUT_FILENO);
-    close(output_);
-}
 
 Body::Body(const std::string& path)
 {

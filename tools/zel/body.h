@@ -20,19 +20,6 @@ constexpr int kBlocks = 32;
 // Short names of the blocks, block 1 first.
 extern const std::array<const char*, kBlocks> kBlockNames;
 
-// Sends what the library prints on standard output to standard error for the length of a scope.
-class MessagesAside
-{
-public:
-    MessagesAside();
-    ~MessagesAside();
-    MessagesAside(const MessagesAside&) = delete;
-    MessagesAside& operator=(const MessagesAside&) = delete;
-
-private:
-    int output_;
-};
-
 // An open file. Throws std::runtime_error, naming the file, when it cannot be opened or read.
 class Body
 {
@@ -47,10 +34,6 @@ public:
 private:
     ZELDATA* db_;
 };
-
-// The four labels of a text such as "mm,t,s,N", in any order, as canonical labels of mass, length, time and force. Throws
-// std::runtime_error when a unit is unknown or missing.
-std::array<std::string, 4> parse_units(const std::string& text);
 
 // Labels of mass, length, time and force.
 std::array<std::string, 4> units_of(const ZELDATA* db);

@@ -2,6 +2,7 @@
 #include "body.h"
 #include "commands.h"
 #include "progress.h"
+#include "units.h"
 
 #include <CLI/CLI.hpp>
 
@@ -489,7 +490,7 @@ static void check_units(ZELDATA* db, Findings& findings)
 {
     const double factor = ZEL_UCF(db);
     const auto units = units_of(db);
-    const std::string meaning = std::fabs(factor - 1.0) <= 1e-4
+    const std::string meaning = std::fabs(factor - 1.0) <= kConsistentUnits
                                     ? ""
                                     : text(": eigenvalues are multiplied by %.6g to give squared frequencies", factor);
     findings.push_back({"units consistent", meaning.empty(),

@@ -38,7 +38,15 @@ void add_compare_command(CLI::App& app, int& status)
     command->add_option("NEW", options->fresh, "file to be compared")->required();
     command->add_option("--tolerance", options->tolerance, "largest relative difference that passes")
         ->capture_default_str()
-        ->check(CLI::NonNegativeNumber);
+        ->check(CLI::Validator(
+            [](const std::string& text) {
+                double value = 0.0;
+                return CLI::detail::lexical_cast(text, value) && value >= 0.0
+                           ? ""
+                           : "\"" + text + "\" is no number from 0 on";
+            },
+            ""))
+        ->option_text("T [1e-06]");
     const auto quiet = command->add_flag("-q,--quiet", options->quiet, "print failures only");
     command->add_flag("-v,--verbose", options->verbose, "print what passes, too")->excludes(quiet);
     command->callback([options, &status] {

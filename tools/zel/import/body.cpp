@@ -5,14 +5,13 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
 #include <filesystem>
-#include <map>
 #include <memory>
 #include <set>
-#include <unistd.h>
 
 #include "../interrupt.h"
+#include "../messages.h"
+#include "../units.h"
 #include "zel.h"
 
 namespace zel_import
@@ -21,47 +20,12 @@ namespace zel_import
 using Eigen::Index;
 using Eigen::Vector3d;
 
-constexpr int kSpokes = 12;       // faces from a reference node to nodes that follow it
-constexpr size_t kLabelRoom = 16; // of a unit, its end included
-
-// Symbols that engineers write and the library does not know.
-static const std::map<std::string, std::string> kSymbols = {{"t", "tonne"}, {"g", "gram"}};
+constexpr int kSpokes = 12; // faces from a reference node to nodes that follow it
 
 Units parse_units(const std::string& text)
 {
-    const std::pair<const ZELUNIT*, std::string Units::*> dimensions[] = {{ZEL_MassUnits, &Units::mass},
-                                                                          {ZEL_LengthUnits, &Units::length},
-                                                                          {ZEL_TimeUnits, &Units::time},
-                                                                          {ZEL_ForceUnits, &Units::force}};
-    Units units;
-    double factor[4] = {1, 1, 1, 1};
-    for (size_t start = 0; start <= text.size();)
-    {
-        const size_t comma = std::min(text.find(',', start), text.size());
-        const std::string spelling(trim(std::string_view(text).substr(start, comma - start)));
-        start = comma + 1;
-        char label[kLabelRoom] = "";
-        if (spelling.empty() || spelling.size() >= kLabelRoom)
-            throw std::runtime_error(in_quotes(spelling) + " is not a unit");
-        const auto symbol = kSymbols.find(spelling);
-        (symbol != kSymbols.end() ? symbol->second : spelling).copy(label, kLabelRoom - 1);
-        if (!ZEL_ConvertUnitsLabel(label))
-            throw std::runtime_error(in_quotes(spelling) + " is not a unit");
-        for (int d = 0; d < 4; ++d)
-            if (const double si = ZEL_UnitsDivider(label, dimensions[d].first); si > 0.0)
-            {
-                std::string& slot = units.*dimensions[d].second;
-                if (!slot.empty())
-                    throw std::runtime_error("the units name both " + slot + " and " + label);
-                slot = label;
-                factor[d] = si;
-            }
-    }
-    for (const auto& [table, field] : dimensions)
-        if ((units.*field).empty())
-            throw std::runtime_error("the units must name one each of mass, length, time and force, as in mm,t,s,N");
-    units.consistency = factor[3] * factor[2] * factor[2] / (factor[0] * factor[1]);
-    return units;
+    const zel_command::UnitLabels labels = zel_command::parse_units(text);
+    return {labels[0], labels[1], labels[2], labels[3], zel_command::consistency_of(labels)};
 }
 
 std::vector<char> used_nodes(const Mesh& mesh)
@@ -84,36 +48,6 @@ struct Unlink
     void operator()(ZELDATA* db) const { ZEL_UnLink(db); }
 };
 using Database = std::unique_ptr<ZELDATA, Unlink>;
-
-// Sends what the library prints as information to standard error, or nowhere, for as long as it lives: standard output
-// is for the results of the command.
-class InformationElsewhere
-{
-public:
-    explicit InformationElsewhere(bool verbose)
-    {
-        std::fflush(stdout);
-        saved_ = dup(STDOUT_FILENO);
-        const int to = verbose ? dup(STDERR_FILENO) : open("/dev/null", O_WRONLY);
-        if (saved_ >= 0 && to >= 0)
-            dup2(to, STDOUT_FILENO);
-        if (to >= 0)
-            close(to);
-    }
-    ~InformationElsewhere()
-    {
-        std::fflush(stdout);
-        if (saved_ < 0)
-            return;
-        dup2(saved_, STDOUT_FILENO);
-        close(saved_);
-    }
-    InformationElsewhere(const InformationElsewhere&) = delete;
-    InformationElsewhere& operator=(const InformationElsewhere&) = delete;
-
-private:
-    int saved_;
-};
 
 // Some of the tied nodes, spread evenly: each next one is the farthest from those that were taken before.
 static std::vector<int> spread_nodes(const Mesh& mesh, const Interface& interface)
@@ -266,7 +200,7 @@ void keep_inputs(const std::string& output, const std::string& job, const Deck& 
 void write_body(const Body& body, const std::string& output, const std::string& write_options, bool verbose)
 {
     const std::vector<BodyNode> nodes = body_nodes(body);
-    const InformationElsewhere elsewhere(verbose);
+    const zel_command::MessagesAside aside(verbose);
     const Database db(ZEL_Create(int(nodes.size()), int(body.motion.cols())));
     if (!db)
         throw std::runtime_error("out of memory");

@@ -8,6 +8,7 @@
 #include <numbers>
 #include <utility>
 
+#include "../units.h"
 #include "body.h"
 #include "report.h"
 #include "results.h"
@@ -32,8 +33,7 @@ constexpr double kHeldShellTolerance = 5e-2; // held shells at the nodes of thei
 constexpr double kRigidRatio = 1e-6;         // rigid-body eigenvalues against the first flexible one
 constexpr double kComputedRatio =
     1e-4; // the same before the repair: 1e-6 in good models, 5e-2 where digits are missing
-constexpr double kConsistentUnits = 1e-6; // relative
-constexpr double kSpanTolerance = 1e-10;  // of the tied nodes' rigid motions, squared
+constexpr double kSpanTolerance = 1e-10; // of the tied nodes' rigid motions, squared
 constexpr int kFrequenciesShown = 6;
 
 // "dir/JOB" of "dir/JOB.inp" or "dir/JOB.inp.gz".
@@ -455,7 +455,7 @@ static int run(const ImportOptions& options)
     Report report;
     Body body;
     body.units = parse_units(options.units);
-    if (relative(body.units.consistency, 1.0) > kConsistentUnits)
+    if (relative(body.units.consistency, 1.0) > zel_command::kConsistentUnits)
         throw std::runtime_error(format("the units do not belong together: 1 %s is %g %s %s/%s^2, and a deck has one "
                                         "system of units throughout",
                                         body.units.force.c_str(), body.units.consistency, body.units.mass.c_str(),

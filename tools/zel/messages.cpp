@@ -1,0 +1,31 @@
+#include "messages.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+namespace zel_command
+{
+
+MessagesAside::MessagesAside(bool shown)
+{
+    std::fflush(stdout);
+    output_ = dup(STDOUT_FILENO);
+    const int to = shown ? dup(STDERR_FILENO) : open("/dev/null", O_WRONLY);
+    if (output_ >= 0 && to >= 0)
+        dup2(to, STDOUT_FILENO);
+    if (to >= 0)
+        close(to);
+}
+
+MessagesAside::~MessagesAside()
+{
+    std::fflush(stdout);
+    if (output_ < 0)
+        return;
+    dup2(output_, STDOUT_FILENO);
+    close(output_);
+}
+
+} // namespace zel_command
