@@ -324,28 +324,86 @@ TEST_F(Command, ConvertsUnitsAndEncodings)
         EXPECT_EQ(help.find(internal), std::string::npos) << help;
 }
 
+// The values of an array in a .vtu file, found by its declaration.
+template <typename Value> std::vector<Value> array_of(const std::string& vtu, const std::string& name)
+{
+    const size_t declared = vtu.find("Name=\"" + name + "\""),
+                 data = vtu.find("<AppendedData encoding=\"raw\">\n_") + 31;
+    if (declared == std::string::npos)
+        return {};
+    const size_t at = data + std::stoul(vtu.substr(vtu.find("offset=\"", declared) + 8));
+    uint64_t bytes = 0;
+    std::memcpy(&bytes, vtu.data() + at, sizeof bytes);
+    std::vector<Value> values(bytes / sizeof(Value));
+    std::memcpy(values.data(), vtu.data() + at + sizeof bytes, bytes);
+    return values;
+}
+
 TEST_F(Command, ExportsForParaViewAndScripts)
 {
+    ASSERT_EQ(run(folder, "import ccx " ZEL_EXAMPLES "/tied_beam -u mm,t,s,N -o beam.zel").status, 0);
     EXPECT_EQ(run(folder, "export box.zel -o box.json").status, 0);
     const Json body = Json::parse(bytes_of(folder.path("box.json")));
     EXPECT_EQ(body["nodes"].size(), 8u);
     EXPECT_EQ(body["faces"][0], (std::vector<int>{1, 2, 4, 3}));
+    EXPECT_TRUE(body["nodes"][0]["interface"].get<bool>() && !body["nodes"][1]["interface"].get<bool>());
     const std::vector<double> stretch = body["modes"][6]["translations"];
     EXPECT_NEAR(std::fabs(stretch[0]), 1.0 / std::sqrt(24.0), 1e-9);
 
-    EXPECT_EQ(run(folder, "export box.zel -o box.pvd").status, 0);
-    EXPECT_NE(bytes_of(folder.path("box.pvd")).find("timestep=\"50\" file=\"box_mode7.vtu\""), std::string::npos);
-    EXPECT_EQ(run(folder, "export box.zel -o box.vtu").status, 0);
-    const std::string vtu = bytes_of(folder.path("box.vtu"));
+    EXPECT_EQ(run(folder, "export box.zel -o box.VTU --scale 2").status, 0);
+    const std::string vtu = bytes_of(folder.path("box.VTU"));
     EXPECT_NE(vtu.find("NumberOfPoints=\"8\" NumberOfCells=\"2\""), std::string::npos);
-    const size_t data = vtu.find("<AppendedData encoding=\"raw\">\n_") + 31;
-    uint64_t bytes = 0;
-    std::memcpy(&bytes, vtu.data() + data, sizeof bytes);
-    EXPECT_EQ(bytes, 8u * 3u * 8u);
-    std::array<double, 3> point = {}; // the last corner, behind seven modes
-    std::memcpy(point.data(), vtu.data() + data + 7 * (8 + bytes) + 8 + 7 * 24, sizeof point);
-    EXPECT_EQ(point, (std::array<double, 3>{2.0, 1.0, 1.0}));
-    EXPECT_EQ(run(folder, "export box.zel -o box.txt").status, 2);
+    const std::vector<double> points = array_of<double>(vtu, "Points");
+    ASSERT_EQ(points.size(), 24u);
+    EXPECT_EQ(points[21], 2.0);
+    EXPECT_EQ(array_of<double>(vtu, "nodal mass"), std::vector<double>(8, 3.0));
+    EXPECT_EQ(array_of<uint8_t>(vtu, "interface"), (std::vector<uint8_t>{1, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_NEAR(std::fabs(array_of<double>(vtu, "mode 7, 50 Hz")[0]), 2.0 / std::sqrt(24.0), 1e-9);
+    EXPECT_NEAR(std::fabs(array_of<double>(vtu, "mode 4, rigid body, rotation")[0]), 2.0 / std::sqrt(12.0), 1e-9);
+    EXPECT_EQ(array_of<double>(vtu, "mode 4, rigid body, stress").size(), 0u);
+
+    // Modes of equal frequency are data of their own; each is scaled to a tenth of the body.
+    EXPECT_EQ(run(folder, "export beam.zel -o beam.pvd --modes 1-6,9").status, 0);
+    EXPECT_EQ(folder.files().size(), 6u + 7u); // box.zel, its two exports, beam.zel, beam.pvd, stderr and seven modes
+    const std::string list = bytes_of(folder.path("beam.pvd"));
+    double before = -1.0;
+    for (size_t at = list.find("timestep=\""); at != std::string::npos; at = list.find("timestep=\"", at + 1))
+    {
+        const double time = std::stod(list.substr(at + 10));
+        EXPECT_GT(time, before);
+        before = time;
+    }
+    EXPECT_NEAR(before, 292.731, 1e-3);
+    const std::string ninth = bytes_of(folder.path("beam_mode9.vtu"));
+    EXPECT_EQ(array_of<double>(ninth, "mode"), std::vector<double>{9.0});
+    EXPECT_NEAR(array_of<double>(ninth, "frequency_hz")[0], 292.731, 1e-3);
+    ZELDATA* db = ZEL_CreateFromZEL(folder.path("beam.zel").c_str());
+    const std::vector<double> moved = array_of<double>(ninth, "displacement"),
+                              stress = array_of<double>(ninth, "stress");
+    double largest = 0.0, scale = array_of<double>(ninth, "scale")[0], normal[3], shear[3];
+    for (size_t i = 0; i < moved.size(); i += 3)
+        largest = std::max(largest, std::hypot(moved[i], moved[i + 1], moved[i + 2]));
+    EXPECT_NEAR(largest / ZEL_BodySize(db), 0.1, 1e-9);
+    const int node = 300, id = ZEL_NodeID(db, node);
+    ASSERT_TRUE(ZEL_ModeByNode(db, 9, ZEL_MODAL_STRESS, id, normal, 0) &&
+                ZEL_ModeByNode(db, 9, ZEL_MODAL_STRESS, id, shear, 1));
+    const std::array<double, 6> expected = {normal[0], normal[1], normal[2],
+                                            shear[0],  shear[2],  shear[1]}; // xy, yz, xz
+    for (size_t c = 0; c < 6; ++c)
+        EXPECT_NEAR(stress.at(6 * size_t(node) + c), scale * expected[c], 1e-12 * std::fabs(scale * normal[0]));
+    for (const int reference : {621, 622}) // the nodes that the ends follow have no stress
+        EXPECT_TRUE(std::isnan(stress.at(6 * size_t(reference))));
+    EXPECT_EQ(run(folder, "export beam.zel -o beam.json --modes 9").status, 0);
+    const Json exported = Json::parse(bytes_of(folder.path("beam.json")));
+    EXPECT_EQ(exported["modes"].size(), 1u);
+    EXPECT_EQ(exported["modes"][0]["stress"].size(), 6 * exported["stress_nodes"].size());
+
+    ASSERT_EQ(run(folder, "convert box.zel rigid.zel --options empty").status, 0);
+    EXPECT_EQ(run(folder, "export rigid.zel -o rigid.pvd").status, 0);
+    EXPECT_NE(bytes_of(folder.path("rigid.pvd")).find("file=\"rigid_geometry.vtu\""), std::string::npos);
+    EXPECT_EQ(array_of<double>(bytes_of(folder.path("rigid_geometry.vtu")), "Points").size(), 24u);
+    for (const char* wrong : {"-o box.txt", "-o box.vtu --scale 0", "-o box.vtu --modes 7-", "-o box.vtu --modes 8"})
+        EXPECT_EQ(run(folder, std::string("export box.zel ") + wrong).status, 2) << wrong;
 }
 
 TEST_F(Command, ShowsABarAndColoursOnATerminalOnly)
