@@ -8,13 +8,15 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstddef>
+#include <ctime>
 
 namespace zel
 {
 
 int64_t failing_allocation = -1;
 double largest_allocation = 0.0;
-bool refuse_mapping = false, refuse_reservation = false, refuse_unnamed = false;
+bool refuse_mapping = false, refuse_reservation = false, refuse_unnamed = false, refuse_naming = false;
+double fixed_time = -1.0;
 
 } // namespace zel
 
@@ -31,7 +33,9 @@ void* __real_realloc(void* memory, size_t size);
 void* __real_aligned_alloc(size_t alignment, size_t size);
 void* __real_mmap64(void* address, size_t length, int protection, int flags, int file, off_t offset);
 int __real_open64(const char* path, int flags, ...);
+int __real_linkat(int from_folder, const char* from, int to_folder, const char* to, int flags);
 int __real_posix_fallocate64(int file, off_t offset, off_t length);
+int __real_clock_gettime(clockid_t clock, timespec* now);
 
 void* __wrap_calloc(size_t count, size_t size)
 {
@@ -65,6 +69,23 @@ int __wrap_open64(const char* path, int flags, ...)
     const int file = __real_open64(path, flags, va_arg(mode, mode_t));
     va_end(mode);
     return file;
+}
+
+int __wrap_linkat(int from_folder, const char* from, int to_folder, const char* to, int flags)
+{
+    if (!zel::refuse_naming)
+        return __real_linkat(from_folder, from, to_folder, to, flags);
+    errno = EXDEV;
+    return -1;
+}
+
+int __wrap_clock_gettime(clockid_t clock, timespec* now)
+{
+    if (zel::fixed_time < 0.0 || clock != CLOCK_REALTIME)
+        return __real_clock_gettime(clock, now);
+    now->tv_sec = time_t(zel::fixed_time);
+    now->tv_nsec = long((zel::fixed_time - double(now->tv_sec)) * 1e9);
+    return 0;
 }
 
 int __wrap_posix_fallocate64(int file, off_t offset, off_t length)

@@ -1,5 +1,5 @@
-// Failing system calls on demand. The linker leads the library's calls of calloc, realloc, aligned_alloc, mmap, open
-// and posix_fallocate to the functions of faults.cpp, so that the library under test is built as it is shipped.
+// Failing system calls on demand. The linker leads the library's calls of calloc, realloc, aligned_alloc, mmap, open,
+// linkat, posix_fallocate and clock_gettime to the functions of faults.cpp, so that the library under test is built as it is shipped.
 #ifndef FAULTS_H
 #define FAULTS_H
 
@@ -17,8 +17,11 @@ extern double largest_allocation;
 // Do without memory maps; without the reservation of disk space in one call.
 extern bool refuse_mapping, refuse_reservation;
 
-// Do without files that have no name.
-extern bool refuse_unnamed;
+// Do without files that have no name; without a name for them afterwards.
+extern bool refuse_unnamed, refuse_naming;
+
+// The time of day in seconds; negative: as it is.
+extern double fixed_time;
 
 } // namespace zel
 

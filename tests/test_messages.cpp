@@ -27,6 +27,21 @@ TEST(TimeMonitor, CountsStepsUpToAndBeyondTheTotal)
     EXPECT_EQ(last, "\r125%,    0 seconds left of    0 estimated total         ");
 }
 
+// The estimate is the time so far and the last step's for each that is left, averaged with the estimate before.
+TEST(TimeMonitor, EstimatesFromTheLastStepAndTheEstimateBefore)
+{
+    const auto stamp_at = [](double time) {
+        zel::fixed_time = time;
+        return output_of([] { ZEL_TimeMonitorStamp(); });
+    };
+    zel::fixed_time = 1e9;
+    ZEL_TimeMonitor(10);
+    EXPECT_EQ(stamp_at(1e9 + 4), "\r 10%,   36 seconds left of   40 estimated total         "); // 4 * 9 + 4
+    EXPECT_EQ(stamp_at(1e9 + 6), "\r 20%,   25 seconds left of   31 estimated total         "); // (40 + 2 * 8 + 6) / 2
+    EXPECT_EQ(stamp_at(1e9 + 9), "\r 30%,   21 seconds left of   30 estimated total         "); // (31 + 3 * 7 + 9) / 2
+    zel::fixed_time = -1.0;
+}
+
 TEST(TimeMonitor, PrintsWithoutStepsToCount)
 {
     ZEL_TimeMonitor(0);

@@ -67,11 +67,12 @@ mode_t mode_of(const std::string& path)
 
 TEST_F(Targets, AreReplacedByCompleteFilesOnly)
 {
-    for (const bool unnamed : {true, false})
+    for (const char* fault : {"", "no unnamed files", "no names for them"})
         for (const char* kind : {"nothing", "file", "link", "dangling link", "hard link"})
         {
-            SCOPED_TRACE(kind);
-            zel::refuse_unnamed = !unnamed;
+            SCOPED_TRACE(std::string(kind) + ", " + fault);
+            zel::refuse_unnamed = fault == std::string("no unnamed files");
+            zel::refuse_naming = fault == std::string("no names for them");
             make(kind);
             const std::string old = bytes_of(target);
             const std::vector<std::string> names = folder.files();
@@ -97,26 +98,8 @@ TEST_F(Targets, AreReplacedByCompleteFilesOnly)
             umask(mask);
             EXPECT_EQ(mode_of(target), old.empty() ? 0666 & ~mask : 0660u);
             EXPECT_EQ(folder.open_files(), 0u);
-            zel::refuse_unnamed = false;
+            zel::refuse_unnamed = zel::refuse_naming = false;
         }
-}
-
-// All files of a collection are complete, and their descriptors free, before the first is put in its place.
-TEST_F(Targets, CanBeFinishedAndCommittedLater)
-{
-    make("file");
-    zel::OutputFile out(target.c_str());
-    ASSERT_TRUE(out.write("new", 3) && out.finish() && out.finish());
-    EXPECT_EQ(out.file(), nullptr);
-    EXPECT_EQ(folder.open_files(), 0u);
-    char prefix[zel::kUnfinishedPrefix];
-    zel::unfinished_prefix(prefix);
-    ASSERT_EQ(folder.files().size(), 2u);
-    EXPECT_TRUE(folder.files()[0].starts_with(prefix));
-    EXPECT_EQ(bytes_of(target), "old");
-    EXPECT_TRUE(out.commit());
-    EXPECT_EQ(bytes_of(target), "new");
-    EXPECT_EQ(folder.files(), std::vector<std::string>{"target"});
 }
 
 TEST_F(Targets, ThatAreNoFilesAreWrittenDirectlyAndKept)

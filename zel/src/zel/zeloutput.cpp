@@ -195,6 +195,27 @@ bool OutputFile::give_name()
     return named_;
 }
 
+static bool copy_bytes(int from, int to)
+{
+    static char part[64 * 1024];
+    int64_t at = 0;
+    for (ssize_t count; (count = pread(from, part, sizeof part, at)) != 0; at += count)
+        if (count < 0 || !move_all(pwrite, to, static_cast<const char*>(part), count, at))
+            return false;
+    return true;
+}
+
+// For a file system that makes files without a name and gives them none afterwards.
+bool OutputFile::copy_under_name()
+{
+    FILE* unnamed = std::exchange(file_, open_named(O_RDWR | O_CLOEXEC));
+    const bool copied = file_ && copy_bytes(fileno(unnamed), fileno(file_));
+    const int error = errno;
+    std::fclose(unnamed);
+    errno = error;
+    return copied;
+}
+
 bool OutputFile::finish()
 {
     if (finished_)
@@ -205,10 +226,10 @@ bool OutputFile::finish()
         return failed();
     if (way_ == Way::rename)
     {
+        if (!named_ && !give_name() && !copy_under_name())
+            return failed();
         struct stat older = {};
         if (stat(target_, &older) == 0 && !(resemble(fileno(file_), older) && sync(fileno(file_))))
-            return failed();
-        if (!named_ && !give_name())
             return failed();
         if (std::fclose(std::exchange(file_, nullptr)) != 0)
             return failed();
@@ -222,18 +243,7 @@ bool OutputFile::copy_from(int file)
 {
     ZEL_Warning("The folder of %s takes no second file: the file itself is overwritten.", name_);
     const int to = ::open(name_, O_WRONLY | O_TRUNC | O_CLOEXEC);
-    static char part[64 * 1024];
-    bool copied = to >= 0;
-    int64_t at = 0;
-    ssize_t count = 0;
-    while (copied && (count = pread(file, part, sizeof part, at)) > 0)
-    {
-        copied = move_all(pwrite, to, static_cast<const char*>(part), count, at);
-        at += count;
-    }
-    copied = copied && count == 0 && sync(to);
-    if (!copied)
-        failed();
+    const bool copied = (to >= 0 && copy_bytes(file, to) && sync(to)) || failed();
     if (to >= 0)
         close(to);
     return copied;

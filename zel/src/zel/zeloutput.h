@@ -63,6 +63,7 @@ private:
     FILE* open_beside();
     FILE* open_named(int flags);
     bool give_name();
+    bool copy_under_name();
     bool next_name();
     bool take_place();
     bool copy_from(int file);
