@@ -84,7 +84,7 @@ static int transform_loads(const ZELDATA* db, const Basis& basis, const double* 
         if (preload && !old)
             break;
         if (!old || db->load_capacity < n)
-            return fail("Failed to transform modal loads following orthonormalization.\n");
+            return fail("Failed to transform modal loads following orthonormalization.");
         const bool is_projected = (preload ? db->principal_axes_done : db->load_cases[i].processed) != 0;
         const double* vectors = is_projected ? projected_vectors : basis.vectors;
         blas::gemv('T', n, basis.new_count, 1.0, vectors, n, old, 0.0, transformed.data + int64_t(i) * n);
@@ -150,7 +150,7 @@ static constexpr int64_t kNodeBytes = kComponents * sizeof(double);
 
 static int no_mode_data()
 {
-    return fail("Failed to extract mode information for ZEL.\n");
+    return fail("Failed to extract mode information for ZEL.");
 }
 
 static int disk_full(const ModeReplacement& made)

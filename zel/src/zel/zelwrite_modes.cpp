@@ -72,7 +72,7 @@ static int normalise_masses(Eigenproblem& problem, int count)
     for (int64_t i = 0; i < count; ++i)
     {
         if (!std::isfinite(norms[i]))
-            return fail("Failed to mass normalize the eigen vectors\n");
+            return fail("Failed to mass normalize the eigen vectors");
         const double factor = norms[i] > 0.0 ? std::sqrt(norms[i]) : 1.0;
         if (std::fabs(factor - 1.0) > kRounding)
             for (int64_t k = 0; k < n; ++k)

@@ -78,7 +78,7 @@ static int shorten_vectors(ZELDATA* db, int kind, KindPlan& plan)
     for (int mode = 0; mode < db->mode_count; ++mode)
     {
         if (!read_mode_slice(db, kind, mode, 0, count, vector.data))
-            return fail("Failed to extract mode information for ZEL.\n");
+            return fail("Failed to extract mode information for ZEL.");
         for (int i = 0; i < plan.kept; ++i) // forwards, never beyond what was read
             std::memmove(vector.data + int64_t(kComponents) * i, vector.data + int64_t(kComponents) * plan.positions[i],
                          kComponents * sizeof(double));
