@@ -213,6 +213,8 @@ TEST_F(Command, ChecksImportedBodies)
     const std::string import = "import ccx " ZEL_EXAMPLES "/tied_beam -u mm,t,s,N --options ";
     ASSERT_EQ(run(folder, import + "'' -o good.zel").status, 0);
     ASSERT_EQ(run(folder, import + "no_ortho -o coupled.zel").status, 0);
+    ASSERT_EQ(run(folder, "convert good.zel copy.zel").status, 0);
+    EXPECT_EQ(run(folder, "compare good.zel copy.zel").status, 0) << run(folder, "compare -q good.zel copy.zel").output;
     const std::string coarse = "import ccx " ZEL_EXAMPLES "/../../tests/data/ccx/small -u mm,t,s,N -o coarse.zel";
     ASSERT_EQ(run(folder, coarse).status, 0); // 44 nodes for 20 flexible modes
     for (const char* name : {"good.zel", "coupled.zel", "coarse.zel"})

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace zel
 {
@@ -373,31 +374,38 @@ static double eigenvalue(const SolverValues& found, int i, bool infinite)
     return found.alpha[i] / found.beta[i];
 }
 
-// The order that results from reversing the list and then swapping neighbours, when the earlier one is strictly greater,
-// until none is. Not-a-number compares with nothing, so that the passes themselves are run, no more than n of them.
-static void sort_reversed(const double* values, int* order, int n)
+// Which eigenvalues are equal but for rounding: within a few units of the last place, or below what the solver leaves of a
+// zero beside the largest one. Rigid-body modes are.
+static bool nearly_equal(double a, double b, double noise)
 {
-    bool comparable = true;
+    constexpr double kRelative = 1e-12;
+    return std::fabs(a - b) <= kRelative * std::max(std::fabs(a), std::fabs(b)) ||
+           (std::fabs(a) <= noise && std::fabs(b) <= noise);
+}
+
+// Ascending; modes whose eigenvalues are equal but for rounding keep their order, so that a copy of a body has its modes
+// where the body has them. Not-a-number compares with nothing: it stays behind the rest.
+static void sort_stably(const double* values, int* order, int n)
+{
+    constexpr double kHighestNoise = 1e-6;
+    double largest = 0.0;
     for (int i = 0; i < n; ++i)
     {
-        order[i] = n - 1 - i;
-        comparable = comparable && !std::isnan(values[i]);
+        order[i] = i;
+        if (std::isfinite(values[i]) && !is_infinite_eigenvalue(values[i]))
+            largest = std::max(largest, std::fabs(values[i]));
     }
-    if (comparable)
+    const double noise = std::min(n * std::numeric_limits<double>::epsilon() * largest, kHighestNoise);
+    int* const numbers_end =
+        std::stable_partition(order, order + n, [values](int i) { return !std::isnan(values[i]); });
+    std::stable_sort(order, numbers_end, [values](int a, int b) { return values[a] < values[b]; });
+    for (int* first = order; first < numbers_end;)
     {
-        std::stable_sort(order, order + n, [values](int a, int b) { return values[a] < values[b]; });
-        return;
-    }
-    bool swapped = true;
-    for (int pass = 0; swapped && pass < n; ++pass)
-    {
-        swapped = false;
-        for (int i = 0; i + 1 < n; ++i)
-            if (values[order[i]] > values[order[i + 1]])
-            {
-                std::swap(order[i], order[i + 1]);
-                swapped = true;
-            }
+        int* last = first + 1;
+        while (last < numbers_end && nearly_equal(values[last[-1]], values[*last], noise))
+            ++last;
+        std::sort(first, last);
+        first = last;
     }
 }
 
@@ -435,7 +443,7 @@ int solve_eigenproblem(Eigenproblem& problem, int* order)
     mark_largest(found, n, problem.infinite, order, infinite.data);
     for (int i = 0; i < n; ++i)
         unsorted[i] = eigenvalue(found, i, infinite[i] != 0);
-    sort_reversed(unsorted.data, order, n);
+    sort_stably(unsorted.data, order, n);
     std::copy_n(problem.vectors.data, entries, a.data);
     for (int64_t i = 0; i < n; ++i)
     {
