@@ -7,9 +7,6 @@
 
 namespace
 {
-// Counts beyond this make arrays of their square large: the file is real, the body hardly.
-constexpr int kFewModes = 24;
-
 void look_at_nodes(ZELDATA* db)
 {
     const int count = ZEL_NodeCount(db);
@@ -46,8 +43,6 @@ void look_at_matrices(ZELDATA* db)
         std::vector<double> values(rows.size());
         sparse[i](db, rows.data(), columns.data(), values.data());
     }
-    if (modes > kFewModes)
-        return;
     std::vector<double> matrix((6 + size_t(modes)) * (6 + size_t(modes)));
     std::vector<int> numbers(size_t(modes) + 1);
     for (int mode = 0; mode < modes; ++mode)
@@ -57,8 +52,7 @@ void look_at_matrices(ZELDATA* db)
     ZEL_GenStiffSelected(db, matrix.data(), numbers.data(), modes);
     ZEL_GenMassSelected(db, matrix.data(), numbers.data(), modes);
     ZEL_GenDampPrincipalAndSelected(db, matrix.data(), numbers.data(), modes);
-    if (db->transformation_order <= kFewModes)
-        ZEL_Transformation(db, matrix.data());
+    ZEL_Transformation(db, matrix.data());
     ZEL_ReadGeneralizedStiffness(db);
     ZEL_ReadGeneralizedMass(db);
     ZEL_ReadGeneralizedDamping(db);
@@ -120,14 +114,12 @@ void look_at_the_whole_body(ZELDATA* db)
         std::free(invariant(db));
     const int modes = ZEL_ModeCount(db);
     for (int i : {-1, 0, modes - 1, modes})
-        if (modes <= kFewModes)
-        {
-            std::free(ZEL_Invar5(db, i));
-            std::free(ZEL_Invar8(db, i));
-            std::free(ZEL_Invar9(db, i, 0));
-        }
-    if (modes <= kFewModes)
-        std::free(ZEL_Invar6(db));
+    {
+        std::free(ZEL_Invar5(db, i));
+        std::free(ZEL_Invar8(db, i));
+        std::free(ZEL_Invar9(db, i, 0));
+    }
+    std::free(ZEL_Invar6(db));
 }
 
 void look_around(ZELDATA* db)
@@ -146,12 +138,10 @@ void look_around(ZELDATA* db)
     std::free(ZEL_GeometryNodes(db, &count));
 }
 
-// Blocks 23, 25 and 26 print the square of the mode count or more.
 void print_blocks(ZELDATA* db, FILE* report)
 {
     for (int number = 0; number <= 33; ++number)
-        if (ZEL_ModeCount(db) <= kFewModes || number < 19 || number > 26)
-            ZEL_Contents(db, number, report);
+        ZEL_Contents(db, number, report);
     std::fflush(report);
 }
 

@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdarg>
+#include <limits>
+#include <map>
 #include <memory>
 #include <numeric>
 #include <optional>
@@ -181,20 +183,83 @@ static void check_mass(ZELDATA* db, Findings& findings)
 
 // ---- Modes ------------------------------------------------------------------------------------------------------------
 
-// A generalized matrix: is it symmetric, and are its eigenvalues not below zero?
-static void check_matrix(ZELDATA* db, const char* name, int (*query)(ZELDATA*, double*, int), bool definite,
-                         Findings& findings)
+namespace
 {
-    const int n = ZEL_ModeCount(db);
-    std::vector<double> matrix(static_cast<size_t>(n) * static_cast<size_t>(n));
-    if (n == 0 || !query(db, matrix.data(), n))
+// The entries of a generalized matrix by row and column; of equal pairs the last one holds.
+using SparseMatrix = std::map<std::pair<int, int>, double>;
+
+// How a generalized matrix is asked for.
+struct MatrixQuery
+{
+    const char* name;
+    int (*count)(const ZELDATA*);
+    int (*entries)(ZELDATA*, int*, int*, double*);
+};
+} // namespace
+
+// Empty when the body has no such matrix.
+static SparseMatrix entries_of(ZELDATA* db, const MatrixQuery& query, bool& exists)
+{
+    const int modes = ZEL_ModeCount(db);
+    const size_t count = size_t(query.count(db));
+    std::vector<int> rows(count), columns(count);
+    std::vector<double> values(count);
+    SparseMatrix matrix;
+    exists = modes > 0 && query.entries(db, rows.data(), columns.data(), values.data());
+    for (size_t i = 0; exists && i < count; ++i)
+        if (rows[i] >= 0 && columns[i] >= 0 && rows[i] < modes && columns[i] < modes)
+            matrix[{rows[i], columns[i]}] = values[i];
+    return matrix;
+}
+
+// A mode without off-diagonal entries has its diagonal one as eigenvalue. The solver sees only the others: a file may count
+// thousands of modes of which it says nothing.
+static double lowest_eigenvalue(const SparseMatrix& matrix, int modes)
+{
+    std::vector<double> diagonal(static_cast<size_t>(modes));
+    std::vector<int> place(diagonal.size(), -1);
+    for (const auto& [pair, value] : matrix)
+    {
+        if (pair.first == pair.second)
+            diagonal[size_t(pair.first)] = value;
+        else if (value != 0.0)
+            place[size_t(pair.first)] = place[size_t(pair.second)] = 0;
+    }
+    int coupled = 0;
+    double lowest = std::numeric_limits<double>::infinity();
+    const auto take = [&](double value) { lowest = std::isnan(lowest) || lowest <= value ? lowest : value; };
+    for (size_t mode = 0; mode < place.size(); ++mode)
+        if (place[mode] == 0)
+            place[mode] = coupled++;
+        else
+            take(diagonal[mode]);
+    if (coupled == 0)
+        return lowest;
+    const size_t order = size_t(coupled);
+    std::vector<double> dense(order * order);
+    for (const auto& [pair, value] : matrix)
+        if (place[size_t(pair.first)] >= 0 && place[size_t(pair.second)] >= 0)
+            dense[size_t(place[size_t(pair.first)]) * order + size_t(place[size_t(pair.second)])] = value;
+    take(eigenvalues_of(dense, coupled).front());
+    return lowest;
+}
+
+// A generalized matrix: is it symmetric, and are its eigenvalues not below zero?
+static void check_matrix(ZELDATA* db, const MatrixQuery& query, bool definite, Findings& findings)
+{
+    const char* const name = query.name;
+    bool exists = false;
+    const SparseMatrix matrix = entries_of(db, query, exists);
+    if (!exists)
         return;
-    const double size = largest(matrix.data(), matrix.size());
-    double asymmetry = 0.0;
-    for (size_t i = 0; i < size_t(n); ++i)
-        for (size_t j = 0; j < i; ++j)
-            asymmetry = std::max(asymmetry, std::fabs(matrix[i * size_t(n) + j] - matrix[j * size_t(n) + i]));
-    const double lowest = eigenvalues_of(matrix, n).front();
+    double size = 0.0, asymmetry = 0.0;
+    for (const auto& [pair, value] : matrix)
+    {
+        const auto mirrored = matrix.find({pair.second, pair.first});
+        size = std::max(size, std::fabs(value));
+        asymmetry = std::max(asymmetry, std::fabs(value - (mirrored == matrix.end() ? 0.0 : mirrored->second)));
+    }
+    const double lowest = lowest_eigenvalue(matrix, ZEL_ModeCount(db));
     constexpr double kSmall = 1e-8;
     const bool okay = asymmetry <= kSmall * size && (definite ? lowest > 0.0 : lowest >= -kSmall * size);
     findings.push_back({std::string(name) + (definite ? " symmetric, positive" : " symmetric, not negative"), okay,
@@ -259,7 +324,7 @@ static std::optional<Eigen::MatrixXd> lumped_products(ZELDATA* db, ProgressBar& 
     constexpr Eigen::Index kHeldValues = Eigen::Index(1) << 24; // 128 MiB
     const LumpedBody body(db);
     const Eigen::Index modes = ZEL_ModeCount(db), rows = body.rows();
-    if (!body.is_covered())
+    if (!body.is_covered() || !ZEL_ModeExist(db, ZEL_MODE_SHAPE))
         return std::nullopt;
     const Eigen::Index block = std::clamp<Eigen::Index>(kHeldValues / rows, 1, modes);
     Eigen::MatrixXd products(modes, modes), held(rows, block);
@@ -285,13 +350,13 @@ static std::optional<Eigen::MatrixXd> lumped_products(ZELDATA* db, ProgressBar& 
 }
 
 // The same by invariant 9 of a body without nodal masses: the trace of the sum of m (phi_j phi_i' - (phi_i.phi_j) E) is
-// -2 times the product. Of flexible modes the diagonal only.
+// -2 times the product. Of flexible modes the diagonal only. Nothing when the block tells of fewer modes than there are.
 static std::optional<Eigen::MatrixXd> invariant_products(ZELDATA* db, int rigid, ProgressBar& bar)
 {
     constexpr int kInvariant9 = 25;
-    if (!ZEL_Exists(db, kInvariant9))
+    const int modes = ZEL_ModeCount(db), real_bytes = ZEL_Double_Prec(db) ? 8 : 4;
+    if (ZEL_size_of_block(db, kInvariant9) < 4 + int64_t(9) * modes * modes * real_bytes)
         return std::nullopt;
-    const int modes = ZEL_ModeCount(db);
     Eigen::MatrixXd products = Eigen::MatrixXd::Zero(modes, modes);
     for (int j = 0; j < modes; bar.advance(double(++j) / modes))
         for (int i = 0; i <= j; i = i + 1 < rigid || i == j ? i + 1 : j)
@@ -511,8 +576,8 @@ static Findings findings_of(const std::string& path)
     check_counts(db, findings);
     check_mass(db, findings);
     check_rigid_modes(db, bar, findings);
-    check_matrix(db, "generalized mass", ZEL_GenMassFull, true, findings);
-    check_matrix(db, "generalized stiffness", ZEL_GenStiffFull, false, findings);
+    check_matrix(db, {"generalized mass", ZEL_NumberOfGenMass, ZEL_GenMassSparse}, true, findings);
+    check_matrix(db, {"generalized stiffness", ZEL_NumberOfGenStiff, ZEL_GenStiffSparse}, false, findings);
     bar.begin("nodes and invariants");
     check_invariants(db, findings);
     check_nodes(db, findings);

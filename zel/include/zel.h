@@ -768,7 +768,9 @@ ZEL_API double* ZEL_Invar2(ZELDATA* db);
 /*
  * Invariants 3 to 9 belong to the M modes; mode k has translations phi and rotations psi at node p. Indexes count from 0.
  * Null, silently, without modes or for an unknown index. Sums that some node with a mass or an inertia, but without mode
- * shapes, would be missing from are zero. A mode that cannot be read counts as zero. Memory beside the result stays below
+ * shapes, would be missing from are zero. Invariants 5 and 9 of which nothing is known take no memory: their values may be
+ * absent from the record's own tables and are to be asked for here. A block of the file that tells of fewer modes than
+ * there are is written for these again. A mode that cannot be read counts as zero. Memory beside the result stays below
  * 64 MiB; the stored mode shapes are read once for 3, 4 and 8 together, once for 5 and 9 together.
  */
 

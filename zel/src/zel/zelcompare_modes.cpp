@@ -297,15 +297,20 @@ static int compare_invariant(Comparison& c, const Invariant& row)
         return 0;
     }
     double delta = HUGE_VAL; // what cannot be read
-    if (fill_invariant(c.made, row.number) && fill_invariant(c.base, row.number))
+    const int length = invariant_pieces(row.number, c.common_modes).length;
+    Scratch<double> made(length), base(length);
+    if (!made.data || !base.data)
+        no_memory(kModule);
+    else if (fill_invariant(c.made, row.number) && fill_invariant(c.base, row.number))
     {
         Difference difference;
-        const Pieces pieces = invariant_pieces(row.number, c.common_modes);
-        for (int64_t piece = 0; piece < pieces.count; ++piece)
+        const int64_t end = std::max(invariant_pieces_with_values(c.made, row.number),
+                                     invariant_pieces_with_values(c.base, row.number));
+        for (int64_t piece = 0; piece < end; ++piece)
         {
-            const double* made = invariant_piece(c.made, row.number, piece);
-            const double* base = invariant_piece(c.base, row.number, piece);
-            for (int k = 0; k < pieces.length; ++k)
+            copy_invariant_piece(c.made, row.number, piece, made.data);
+            copy_invariant_piece(c.base, row.number, piece, base.data);
+            for (int k = 0; k < length; ++k)
                 difference.add(sign_of(c, row.number, piece, k) * made[k], base[k]);
         }
         if (left_out(c, row.number, difference))

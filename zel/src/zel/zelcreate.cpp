@@ -28,19 +28,20 @@ template <typename T> static void discard_rows(T**& rows, int count)
 
 void drop_invariant(ZELDATA* db, int number)
 {
+    const int table = own(db).table_modes[number];
     switch (number)
     {
     case 1: discard(db->invar1); break;
     case 2: discard(db->invar2); break;
     case 3: discard(db->invar3); break;
     case 4: discard(db->invar4); break;
-    case 5: discard_rows(db->invar5, db->invar_modes); break;
+    case 5: discard_rows(db->invar5, table); break;
     case 7: discard(db->invar7); break;
     case 8: discard_rows(db->invar8, db->invar_modes); break;
     case 9:
-        for (int i = 0; db->invar9 && i < db->invar_modes; ++i)
+        for (int i = 0; db->invar9 && i < table; ++i)
             if (db->invar9[i])
-                discard_rows(db->invar9[i], db->invar_modes);
+                discard_rows(db->invar9[i], table);
         discard(db->invar9);
         break;
     default: return;

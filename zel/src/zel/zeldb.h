@@ -27,6 +27,9 @@ struct Private
     char* is_interface;                 // owned: 1 for a node of interface_nodes
     int marked_interface_nodes;         // so many entries of interface_nodes are in is_interface
 
+    // Of invariants 5 and 9: their slots have values for the pairs of so many modes from the first on, the others are zero.
+    int table_modes[10];
+
     NearestNodes* nearest[2]; // owned: search trees over all nodes and over the interface nodes, null: none yet
     int scans_before_tree[2]; // queries that are answered by scanning before a tree is built
 

@@ -33,18 +33,35 @@ Pieces invariant_pieces(int number, int modes)
 
 double* invariant_piece(const ZELDATA* db, int number, int64_t piece)
 {
-    const int modes = db->invar_modes;
+    const int modes = db->invar_modes, table = own(db).table_modes[number];
     switch (number)
     {
     case 1: return db->invar1;
     case 2: return db->invar2;
     case 3: return db->invar3 + piece * modes;
     case 4: return db->invar4 + piece * modes;
-    case 5: return db->invar5[piece / 3] + piece % 3 * modes;
+    case 5: return piece / 3 < table ? db->invar5[piece / 3] + piece % 3 * table : nullptr;
     case 7: return db->invar7;
     case 8: return db->invar8[piece];
-    default: return db->invar9[piece / modes][piece % modes];
+    default: return piece / modes < table && piece % modes < table ? db->invar9[piece / modes][piece % modes] : nullptr;
     }
+}
+
+void copy_invariant_piece(const ZELDATA* db, int number, int64_t piece, double* out)
+{
+    const int length = invariant_pieces(number, db->invar_modes).length;
+    const double* values = invariant_piece(db, number, piece);
+    const int stored = !values ? 0 : number == 5 ? own(db).table_modes[number] : length;
+    std::copy_n(values, stored, out);
+    std::fill_n(out + stored, length - stored, 0.0);
+}
+
+int64_t invariant_pieces_with_values(const ZELDATA* db, int number)
+{
+    const int64_t table = own(db).table_modes[number];
+    return number == 5   ? 3 * table
+           : number == 9 ? table * db->invar_modes
+                         : invariant_pieces(number, db->invar_modes).count;
 }
 
 bool invariant_filled(const ZELDATA* db, int number)
@@ -87,34 +104,37 @@ static bool open_table(double***& table, int count)
 
 static bool open_slot(ZELDATA* db, int number)
 {
-    const int modes = db->invar_modes;
+    const int modes = db->invar_modes, table = own(db).table_modes[number];
     switch (number)
     {
     case 1: return (db->invar1 = allocate<double>(1)) != nullptr;
     case 2: return (db->invar2 = allocate<double>(3)) != nullptr;
     case 3: return (db->invar3 = allocate<double>(int64_t(3) * modes)) != nullptr;
     case 4: return (db->invar4 = allocate<double>(int64_t(3) * modes)) != nullptr;
-    case 5: return open_rows(db->invar5, modes, int64_t(3) * modes);
+    case 5: return open_rows(db->invar5, table, int64_t(3) * table);
     case 7: return (db->invar7 = allocate<double>(9)) != nullptr;
     case 8: return open_rows(db->invar8, modes, 9);
-    default: return open_table(db->invar9, modes);
+    default: return open_table(db->invar9, table);
     }
 }
 
 // Invariants 5 and 9 are made of many arrays. Asking for as much in one piece first lets an impossible size fail at once,
-// before the memory of the machine is used up.
+// before the memory of the machine is used up; that piece is not touched.
 static bool room_for(int number, int modes)
 {
     const Pieces pieces = invariant_pieces(number, modes);
     if (pieces.count > PTRDIFF_MAX / int64_t(sizeof(double)) / std::max(pieces.length, 1))
         return false;
-    return Scratch<double>(pieces.count * pieces.length).data != nullptr;
+    double* probe = allocate<double>(pieces.count * pieces.length);
+    const bool available = probe != nullptr;
+    discard(probe);
+    return available;
 }
 
 namespace zel
 {
 
-int open_invariant(ZELDATA* db, int number, char origin)
+int open_invariant(ZELDATA* db, int number, char origin, int table_modes)
 {
     if (invariant_row(number).modal && db->invar_modes != db->mode_count)
     {
@@ -123,7 +143,9 @@ int open_invariant(ZELDATA* db, int number, char origin)
                 drop_invariant(db, row.number);
         db->invar_modes = db->mode_count;
     }
-    if (room_for(number, db->invar_modes) && open_slot(db, number))
+    const bool by_pair = number == 5 || number == 9;
+    const int table = own(db).table_modes[number] = std::min(table_modes, db->invar_modes);
+    if (room_for(number, by_pair ? table : db->invar_modes) && open_slot(db, number))
     {
         db->invar_origin[number] = origin;
         return 1;
@@ -140,8 +162,6 @@ int open_invariant(ZELDATA* db, int number, char origin)
 static double* piece_in_slot(const ZELDATA* db, int number, int64_t piece, int file_modes)
 {
     const int64_t modes = db->invar_modes;
-    if (number == 5 && piece / 3 >= modes)
-        return nullptr;
     if (number == 8 && piece >= modes)
         return nullptr;
     if (number == 9)
@@ -167,7 +187,8 @@ static double unit_factor(const ZELDATA* db, const Invariant& row)
 static int read_pieces(ZELDATA* db, const Invariant& row, int file_modes)
 {
     const Pieces pieces = invariant_pieces(row.number, file_modes);
-    const int kept = std::min(pieces.length, invariant_pieces(row.number, db->invar_modes).length);
+    const int kept =
+        std::min(pieces.length, invariant_pieces(row.number, db->invar_modes).length); // of 5: all in the slot
     const double factor = unit_factor(db, row);
     Scratch<double> values(pieces.length);
     if (!values.data)
@@ -194,7 +215,7 @@ static int read_invariant(ZELDATA* db, const Invariant& row)
         return 0; // block_bytes has seen that the count can be read
     if (file_modes != db->mode_count)
         ZEL_Error("nm!=ModeCount at line %d in file %s", __LINE__, kModule);
-    if (!open_invariant(db, row.number, kRead))
+    if (!open_invariant(db, row.number, kRead, file_modes))
         return 0;
     if (read_pieces(db, row, file_modes))
         return 1;
@@ -325,8 +346,7 @@ static double* copy_of(ZELDATA* db, int number, int64_t first, int64_t count)
     if (!copy.data)
         return no_memory(kModule);
     for (int64_t piece = 0; piece < count; ++piece)
-        std::memcpy(copy.data + piece * length, invariant_piece(db, number, first + piece),
-                    size_t(length) * sizeof(double));
+        copy_invariant_piece(db, number, first + piece, copy.data + piece * length);
     return copy.release();
 }
 

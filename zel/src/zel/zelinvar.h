@@ -5,6 +5,7 @@
 
 #include "zeldb.h"
 
+#include <cstdint>
 #include <initializer_list>
 
 namespace zel
@@ -34,15 +35,21 @@ struct Pieces
 };
 Pieces invariant_pieces(int number, int modes);
 
-// A piece of a filled slot.
+// A piece of a filled slot. Invariants 5 and 9 have values for the pairs of the first table_modes modes only: a piece of 5
+// is so long, and one of another mode is null. Whoever wants the zeros too copies the piece.
 double* invariant_piece(const ZELDATA* db, int number, int64_t piece);
+void copy_invariant_piece(const ZELDATA* db, int number, int64_t piece, double* out);
+
+// No piece from this one on has values.
+int64_t invariant_pieces_with_values(const ZELDATA* db, int number);
 
 // Whether a slot is filled. One that was made for another number of modes counts as empty.
 bool invariant_filled(const ZELDATA* db, int number);
 
 // Zeroed values of the given origin (kComputed, kGiven, kRead) in an empty slot, for the modes of now; first all slots
-// that were made for another number of modes are emptied. 0, with a message and the slot empty, when memory is short.
-int open_invariant(ZELDATA* db, int number, char origin);
+// that were made for another number of modes are emptied. Of invariants 5 and 9 the first `table_modes` modes at most have
+// room for values. 0, with a message and the slot empty, when memory is short.
+int open_invariant(ZELDATA* db, int number, char origin, int table_modes = INT32_MAX);
 
 // The slot of an invariant filled, from its block of the file or from the nodes, unless it is filled already. 0, with a
 // message, when that fails. Those made for modes need a mode.

@@ -99,12 +99,12 @@ static bool is_by_pair(int number)
     return number == 5 || number == 9;
 }
 
-// The entry for mode i, or for modes i and j, in one plane.
+// The entry for mode i, or for modes i and j, in one plane; of a pair, among those that have values.
 static double& plane_entry(const ZELDATA* db, int number, int plane, int i, int j)
 {
     switch (number)
     {
-    case 5: return db->invar5[i][int64_t(plane) * db->invar_modes + j];
+    case 5: return db->invar5[i][int64_t(plane) * own(db).table_modes[number] + j];
     case 8: return db->invar8[i][plane];
     case 9: return db->invar9[i][j][plane];
     default: return invariant_piece(db, number, plane)[i];
@@ -114,9 +114,10 @@ static double& plane_entry(const ZELDATA* db, int number, int plane, int i, int 
 // Copies between one plane of an invariant and an array, row by row.
 template <typename Copy> static void walk_plane(const ZELDATA* db, int number, int plane, double* array, Copy copy)
 {
-    const int modes = db->invar_modes, columns = is_by_pair(number) ? modes : 1;
-    for (int i = 0; i < modes; ++i)
-        for (int j = 0; j < columns; ++j)
+    const int columns = is_by_pair(number) ? db->invar_modes : 1;
+    const int with_values = is_by_pair(number) ? own(db).table_modes[number] : db->invar_modes;
+    for (int i = 0; i < with_values; ++i)
+        for (int j = 0; j < std::min(columns, with_values); ++j)
             copy(plane_entry(db, number, plane, i, j), array[int64_t(i) * columns + j]);
 }
 
@@ -153,6 +154,7 @@ static void exchange_modal(ZELDATA* a, ZELDATA* b)
     std::swap(a->invar8, b->invar8);
     std::swap(a->invar9, b->invar9);
     std::swap(a->invar_modes, b->invar_modes);
+    std::swap(own(a).table_modes, own(b).table_modes);
     for (const Invariant& row : kInvariants)
         if (row.modal)
             std::swap(a->invar_origin[row.number], b->invar_origin[row.number]);
@@ -175,13 +177,17 @@ int change_invariant_basis(ZELDATA* db, const double* basis, int modes)
     Scratch<ZELDATA> made(1);
     if (!made.data)
         return no_memory(kModule);
+    Private caches = {};
+    made.data->private_data = &caches;
     made.data->mode_count = made.data->invar_modes = modes;
     for (const Invariant& row : kInvariants)
     {
         const int number = row.number;
         if (!row.modal || !invariant_filled(db, number) || can_be_summed(db, number))
             continue;
-        if (!open_invariant(made.data, number, db->invar_origin[number]) || !transform(db, made.data, number, basis))
+        const bool only_zeros = is_by_pair(number) && own(db).table_modes[number] == 0;
+        if (!open_invariant(made.data, number, db->invar_origin[number], only_zeros ? 0 : modes) ||
+            (!only_zeros && !transform(db, made.data, number, basis)))
         {
             drop_modal(made.data);
             return 0;

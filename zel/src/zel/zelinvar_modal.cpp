@@ -259,6 +259,15 @@ static void add_gram(ZELDATA* db, const Wanted& wanted, NodeBlock& block)
 
 // ---- The pass -------------------------------------------------------------------------------------------------------
 
+// Whether a sum over the nodes can have any value at all.
+static bool has_sums(const ZELDATA* db)
+{
+    if (!shapes_cover_masses(db) || !has_flag(db->content_flags, kBlockModes))
+        return false;
+    return std::any_of(db->nodes, db->nodes + covered_nodes(db),
+                       [](const ZELNODE& node) { return node.mass != 0.0 || node.inertia; });
+}
+
 static void clear_sums(ZELDATA* db, const Wanted& wanted)
 {
     if (wanted.moments)
@@ -267,9 +276,11 @@ static void clear_sums(ZELDATA* db, const Wanted& wanted)
         std::fill_n(wanted.turning, int64_t(3) * wanted.modes, 0.0);
     for (int number : {5, 9})
     {
-        const Pieces pieces = invariant_pieces(number, wanted.modes);
-        for (int64_t piece = 0; (number == 5 ? wanted.cross : wanted.products) && piece < pieces.count; ++piece)
-            std::fill_n(invariant_piece(db, number, piece), pieces.length, 0.0);
+        if (!(number == 5 ? wanted.cross : wanted.products))
+            continue;
+        const int length = invariant_pieces(number, wanted.modes).length;
+        for (int64_t piece = 0; piece < invariant_pieces_with_values(db, number); ++piece)
+            std::fill_n(invariant_piece(db, number, piece), length, 0.0);
     }
 }
 
@@ -307,7 +318,7 @@ static bool pass_over_nodes(ZELDATA* db, const Wanted& wanted, NodeBlock& block,
 static int sum_over_nodes(ZELDATA* db, const Wanted& wanted)
 {
     clear_sums(db, wanted);
-    if (!shapes_cover_masses(db))
+    if (!has_sums(db))
         return 1;
     const int columns = wanted.gram() ? wanted.modes : 0;
     NodeBlock block(nodes_in_block(db, columns), columns);
@@ -376,7 +387,7 @@ static void store_moments(ZELDATA* db, int modes, const double* moments, const d
 // What was summed for i <= j gives the rest: exactly antisymmetric, and exactly transposed.
 static void mirror_pairs(ZELDATA* db, const Wanted& wanted)
 {
-    const int modes = wanted.modes;
+    const int modes = wanted.gram() ? wanted.modes : 0;
     for (int i = 0; i < modes; ++i)
         for (int j = i; j < modes; ++j)
         {
@@ -397,6 +408,7 @@ namespace zel
 
 int sum_modal_invariants(ZELDATA* db, std::initializer_list<int> numbers)
 {
+    const bool sums = has_sums(db);
     bool opened[10] = {};
     const auto give_up = [&opened, db] {
         for (int number = 0; number < 10; ++number)
@@ -408,7 +420,7 @@ int sum_modal_invariants(ZELDATA* db, std::initializer_list<int> numbers)
     {
         if (invariant_filled(db, number) || ZEL_goto_block(db, invariant_row(number).block - 1))
             continue;
-        if (!open_invariant(db, number, kComputed))
+        if (!open_invariant(db, number, kComputed, sums ? INT32_MAX : 0))
             return give_up();
         opened[number] = true;
     }
@@ -420,8 +432,8 @@ int sum_modal_invariants(ZELDATA* db, std::initializer_list<int> numbers)
         no_memory(kModule);
         return give_up();
     }
-    const Wanted wanted = {modes, by_mode ? moments.data : nullptr, opened[4] ? turning.data : nullptr, opened[5],
-                           opened[9]};
+    const Wanted wanted = {modes, by_mode ? moments.data : nullptr, opened[4] ? turning.data : nullptr,
+                           sums && opened[5], sums && opened[9]};
     if (!sum_over_nodes(db, wanted))
         return give_up();
     if (by_mode)

@@ -196,6 +196,8 @@ static int set_invariant(ZELDATA* db, int number, const double* values)
     const double* const end = values + pieces.count * pieces.length;
     if (!std::all_of(values, end, [](double value) { return std::isfinite(value); }))
         return fail("Inertia Invariant %d has a value that is not finite.", number);
+    if (invariant_filled(db, number) && invariant_pieces_with_values(db, number) < pieces.count)
+        drop_invariant(db, number); // it has no room for values of all modes
     if (!invariant_filled(db, number) && !open_invariant(db, number, kGiven))
         return 0;
     for (int64_t piece = 0; piece < pieces.count; ++piece)

@@ -2,6 +2,7 @@
 // invariants that are still in the file are fetched from there, nothing is computed.
 #include "zel.h"
 #include "zelblocks.h"
+#include "zelinvar.h"
 #include "zelmodes.h"
 
 #include <algorithm>
@@ -412,16 +413,16 @@ namespace
 {
 
 // An array that an accessor returned, freed with its scope; null unless the database or its file has the block.
-struct Invariant
+struct InvariantCopy
 {
     double* values;
     template <typename... Index>
-    Invariant(const Report& report, double* (*accessor)(ZELDATA*, Index...), Index... index)
+    InvariantCopy(const Report& report, double* (*accessor)(ZELDATA*, Index...), Index... index)
         : values(report.exists() ? accessor(report.db, index...) : nullptr)
     {}
-    ~Invariant() { std::free(values); }
-    Invariant(const Invariant&) = delete;
-    Invariant& operator=(const Invariant&) = delete;
+    ~InvariantCopy() { std::free(values); }
+    InvariantCopy(const InvariantCopy&) = delete;
+    InvariantCopy& operator=(const InvariantCopy&) = delete;
 };
 
 } // namespace
@@ -436,6 +437,29 @@ static void print_columns(const double* rows, int modes, FILE* to)
     }
 }
 
+// Modes whose pairs are listed of invariants 5 and 9: all, unless very many pairs have no values.
+static int listed_modes(const Report& report, int number)
+{
+    constexpr int64_t kMostWithoutValues = 10'000;
+    const int64_t modes = report.db->mode_count;
+    int64_t with_values = 0;
+    if (modes > 0 && report.exists())
+        with_values = fill_invariant(report.db, number) ? own(report.db).table_modes[number] : -1;
+    if (with_values < 0) // it cannot be read, which was said
+        return 0;
+    return int(modes * modes - with_values * with_values > kMostWithoutValues ? with_values : modes);
+}
+
+static void print_unlisted(const Report& report, int number, int listed)
+{
+    if (listed == report.db->mode_count)
+        return;
+    const char* text = report.exists() && invariant_filled(report.db, number)
+                           ? "\tInvariant %d is zero for all other modes.\n\n"
+                           : "\tNo Invariant %d information for any mode.\n\n";
+    std::fprintf(report.to, text, number);
+}
+
 static void print_invariant_1(const Report& report)
 {
     std::fprintf(report.to, "\t%f \n\n", report.exists() ? ZEL_Invar1(report.db) : 0.0);
@@ -443,14 +467,14 @@ static void print_invariant_1(const Report& report)
 
 static void print_invariant_2(const Report& report)
 {
-    const Invariant moment(report, ZEL_Invar2);
+    const InvariantCopy moment(report, ZEL_Invar2);
     if (const double* v = moment.values)
         std::fprintf(report.to, "\t%f\t%f\t%f \n\n", v[0], v[1], v[2]);
     else
         std::fputs("\tNo Invariant 2 information\n\n", report.to);
 }
 
-static void print_vectors(const Invariant& columns, const char* absent, const Report& report)
+static void print_vectors(const InvariantCopy& columns, const char* absent, const Report& report)
 {
     if (columns.values)
         print_columns(columns.values, report.db->mode_count, report.to);
@@ -470,20 +494,22 @@ static void print_invariant_4(const Report& report)
 
 static void print_invariant_5(const Report& report)
 {
-    for (int mode = 0; mode < report.db->mode_count; ++mode)
+    const int listed = listed_modes(report, 5);
+    for (int mode = 0; mode < listed; ++mode)
     {
         const int number = ZEL_ModeNumber(report.db, mode);
-        const Invariant columns(report, ZEL_Invar5, mode);
+        const InvariantCopy columns(report, ZEL_Invar5, mode);
         std::fprintf(report.to, columns.values ? "\nMode: %d \n" : "\tNo Invariant 5 information for mode %d.\n\n",
                      number);
         if (columns.values)
             print_columns(columns.values, report.db->mode_count, report.to);
     }
+    print_unlisted(report, 5, listed);
 }
 
 static void print_invariant_7(const Report& report)
 {
-    const Invariant tensor(report, ZEL_Invar7);
+    const InvariantCopy tensor(report, ZEL_Invar7);
     if (tensor.values)
         print_matrix_of_three(tensor.values, report.to);
     else
@@ -495,7 +521,7 @@ static void print_invariant_8(const Report& report)
     for (int mode = 0; mode < report.db->mode_count; ++mode)
     {
         const int number = ZEL_ModeNumber(report.db, mode);
-        const Invariant matrix(report, ZEL_Invar8, mode);
+        const InvariantCopy matrix(report, ZEL_Invar8, mode);
         std::fprintf(report.to, matrix.values ? "\nMode: %d\n" : "\tNo Invariant 8 information for mode %d.\n\n",
                      number);
         if (matrix.values)
@@ -505,10 +531,11 @@ static void print_invariant_8(const Report& report)
 
 static void print_invariant_9(const Report& report)
 {
-    for (int i = 0; i < report.db->mode_count; ++i)
-        for (int j = 0; j < report.db->mode_count; ++j)
+    const int listed = listed_modes(report, 9);
+    for (int i = 0; i < listed; ++i)
+        for (int j = 0; j < listed; ++j)
         {
-            const Invariant matrix(report, ZEL_Invar9, i, j);
+            const InvariantCopy matrix(report, ZEL_Invar9, i, j);
             std::fprintf(report.to,
                          matrix.values ? "\nModes: %d %d\n"
                                        : "\tNo Invariant 9 information for mode pair (%d, %d).\n\n",
@@ -516,6 +543,7 @@ static void print_invariant_9(const Report& report)
             if (matrix.values)
                 print_matrix_of_three(matrix.values, report.to);
         }
+    print_unlisted(report, 9, listed);
 }
 
 // ---- The report of a block --------------------------------------------------------------------------------------------

@@ -4,6 +4,7 @@
 #include "zeldb.h"
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -15,15 +16,23 @@
 using namespace zel;
 
 static constexpr char kModule[] = "zeltools";
-// Whether a mode number occurs twice; looks only at the modes that were added since the last call.
+// Whether a mode number occurs twice; looks only at the modes that were added since the last call. One that is greater
+// than all before it is new.
 static bool has_repeated_mode(const ZELDATA* db)
 {
     Private& caches = own(db);
     if (caches.checked_modes > db->mode_count)
         caches.checked_modes = caches.repeated_mode = 0;
+    if (caches.checked_modes == db->mode_count)
+        return caches.repeated_mode != 0;
+    const int* const ids = db->mode_ids;
+    int highest = caches.checked_modes > 0 ? *std::max_element(ids, ids + caches.checked_modes) : INT_MIN;
     for (int& mode = caches.checked_modes; mode < db->mode_count; ++mode)
-        if (std::find(db->mode_ids, db->mode_ids + mode, db->mode_ids[mode]) != db->mode_ids + mode)
+    {
+        if (mode > 0 && ids[mode] <= highest && std::find(ids, ids + mode, ids[mode]) != ids + mode)
             caches.repeated_mode = 1;
+        highest = std::max(highest, ids[mode]);
+    }
     return caches.repeated_mode != 0;
 }
 

@@ -284,11 +284,11 @@ static void scale_invariants(ZELDATA* db, const Ratios& r)
     ZEL_Convert_Units(db->invar7, 9, r.inertia());
     for (int i = 0; i < modes; ++i)
     {
-        if (db->invar5)
-            ZEL_Convert_Units(db->invar5[i], 3 * modes, r.inertia());
+        if (db->invar5 && i < own(db).table_modes[5])
+            ZEL_Convert_Units(db->invar5[i], 3 * own(db).table_modes[5], r.inertia());
         if (db->invar8)
             ZEL_Convert_Units(db->invar8[i], 9, r.inertia());
-        for (int j = 0; db->invar9 && db->invar9[i] && j < modes; ++j)
+        for (int j = 0; db->invar9 && std::max(i, j) < own(db).table_modes[9]; ++j)
             ZEL_Convert_Units(db->invar9[i][j], 9, r.inertia());
     }
 }

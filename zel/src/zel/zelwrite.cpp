@@ -200,11 +200,40 @@ static int drop_partial_records(ZELDATA* db)
     return 1;
 }
 
+// Modes without an eigenvalue and without any entry in the generalized stiffness and mass, by the first ones that have
+// entries at all.
+static int count_empty_modes(const ZELDATA* db)
+{
+    Scratch<char> known(db->mode_count);
+    if (!known.data)
+        return 0;
+    for (const ZELMATRIX* matrix : {&db->stiffness, &db->mass})
+        for (int i = 0; i < matrix->count; ++i)
+            for (int mode : {matrix->entries[i].row, matrix->entries[i].column})
+                if (mode >= 0 && mode < db->mode_count)
+                    known[mode] = 1;
+    std::fill_n(known.data, db->eigenvalues ? std::min(db->eigenvalue_count, db->mode_count) : 0, char(1));
+    return db->mode_count - int(std::count(known.data, known.data + db->mode_count, 1));
+}
+
+// A file may count thousands of modes of which it says nothing. The solver, whose cost grows with the cube of the modes,
+// could find no more about them.
+static bool is_beyond_solving(const ZELDATA* db)
+{
+    constexpr int kMostEmptyModes = 256;
+    const int empty = count_empty_modes(db);
+    if (empty <= kMostEmptyModes)
+        return false;
+    ZEL_Warning("%d of %d modes have neither generalized stiffness nor mass.  The modes are not orthogonalized.", empty,
+                db->mode_count);
+    return true;
+}
+
 // 0, with a message and the modes as they were, when they cannot be made orthogonal.
 static int settle_modes(Writer& out)
 {
     ZELDATA* db = out.db;
-    if (out.options.keep_modes)
+    if (out.options.keep_modes || is_beyond_solving(db))
     {
         if (!drop_partial_records(db))
             return 0;

@@ -493,13 +493,27 @@ int settle_mode_nodes(Writer& out)
 
 // ---- Invariants --------------------------------------------------------------------------------------------------------------------------
 
-// Writes the exported modes' part of the values of an invariant.
-static int put_exported(Writer& out, const Invariant& invariant)
+// Exported modes that an invariant is written for. A block of the file that told of fewer modes than there are is written
+// for these again.
+static int invariant_modes(const Writer& out, int number)
 {
     const ZELDATA* db = out.db;
-    const int begin = out.first, end = out.first + out.count, modes = db->mode_count;
+    if ((number != 5 && number != 9) || db->invar_origin[number] != kRead)
+        return out.count;
+    return std::clamp(own(db).table_modes[number] - out.first, 0, out.count);
+}
+
+// Writes the values of an invariant for the first `count` exported modes.
+static int put_exported(Writer& out, const Invariant& invariant, int count)
+{
+    const ZELDATA* db = out.db;
+    const int begin = out.first, end = out.first + count, modes = db->mode_count;
+    Scratch<double> values(invariant_pieces(invariant.number, modes).length);
+    if (!values.data)
+        return no_memory(kModule);
     const auto put_piece = [&](int64_t piece, int from, int length) {
-        return put_reals(out.file, invariant_piece(db, invariant.number, piece) + from, length);
+        copy_invariant_piece(db, invariant.number, piece, values.data);
+        return put_reals(out.file, values.data + from, length);
     };
     int complete = 1;
     switch (invariant.number)
@@ -507,11 +521,11 @@ static int put_exported(Writer& out, const Invariant& invariant)
     case 3: // component rows with a column for each mode
     case 4:
         for (int axis = 0; axis < 3; ++axis)
-            complete = complete && put_piece(axis, begin, out.count);
+            complete = complete && put_piece(axis, begin, count);
         return complete;
     case 5: // such rows for each mode
         for (int piece = 3 * begin; piece < 3 * end && complete; ++piece)
-            complete = put_piece(piece, begin, out.count);
+            complete = put_piece(piece, begin, count);
         return complete;
     case 8: // a matrix for each mode
         for (int mode = begin; mode < end && complete; ++mode)
@@ -530,11 +544,12 @@ int write_invariant(Writer& out, const Block& row)
 {
     const Invariant& invariant = *std::find_if(std::begin(kInvariants), std::end(kInvariants),
                                                [&](const Invariant& i) { return i.block == row.number; });
-    if (invariant.modal && !put_int(out.file, out.count))
-        return 0;
     if (invariant.modal && out.count == 0)
-        return 1;
-    return fill_invariant(out.db, invariant.number) && put_exported(out, invariant);
+        return put_int(out.file, 0);
+    if (!fill_invariant(out.db, invariant.number))
+        return 0;
+    const int count = invariant_modes(out, invariant.number);
+    return (!invariant.modal || put_int(out.file, count)) && put_exported(out, invariant, count);
 }
 
 } // namespace zel
