@@ -6,8 +6,10 @@
 
 #include <unistd.h>
 
+#include <climits>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
 
 namespace
 {
@@ -246,6 +248,22 @@ TEST_F(Reading, AsksTheFileForBlocksAndTheBodyForExistence)
     EXPECT_EQ(ZEL_goto_block(built, 0), 0);
     EXPECT_EQ(ZEL_size_of_block(built, 0), 0);
     EXPECT_EQ(ZEL_Exists(nullptr, 0), 0);
+}
+
+// Neither a body that goes nor a file that is refused leaves a descriptor open.
+TEST_F(Reading, ClosesTheFileWithTheBody)
+{
+    const auto descriptors = [] {
+        const std::filesystem::directory_iterator open("/proc/self/fd");
+        return std::distance(begin(open), end(open));
+    };
+    const std::string whole = sample_file({60, true, false}).bytes();
+    const auto before = descriptors();
+    ZELDATA* db = open(whole);
+    EXPECT_EQ(descriptors(), before + 1);
+    ZEL_UnLink(db);
+    output_of([&] { errors_of([&] { EXPECT_EQ(open(whole.substr(0, whole.size() / 2)), nullptr); }); });
+    EXPECT_EQ(descriptors(), before);
 }
 
 TEST_F(Reading, FindsNothingInAFileOfThreeBlocks)

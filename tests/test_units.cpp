@@ -4,7 +4,9 @@
 #include "zeldb.h"
 
 #include <cmath>
+#include <fstream>
 #include <map>
+#include <sstream>
 
 namespace
 {
@@ -274,4 +276,31 @@ TEST_F(Units, ChangesCarryEveryQuantityAlong)
         for (size_t i = 0; i < expected.size(); ++i)
             EXPECT_NEAR(converted[i], expected[i], 1e-14 * std::fabs(expected[i])) << "value " << i;
     }
+}
+
+// The manual tells other programs what the labels mean: its table has every unit with its factor and every spelling.
+TEST_F(Units, AreThoseOfTheManual)
+{
+    const std::map<std::string, const ZELUNIT*> tables = {
+        {"mass", ZEL_MassUnits}, {"length", ZEL_LengthUnits}, {"time", ZEL_TimeUnits}, {"force", ZEL_ForceUnits}};
+    std::ifstream manual(ZEL_FILE_FORMAT);
+    int units = 0, spellings = 0;
+    for (std::string line, bar, quantity, label, spelling; std::getline(manual, line);)
+    {
+        double factor = 0.0;
+        std::istringstream cells(line);
+        if (!(cells >> bar >> quantity >> bar >> label >> bar >> factor >> bar) || !tables.count(quantity))
+            continue;
+        ++units;
+        EXPECT_EQ(ZEL_UnitsDivider(label.c_str(), tables.at(quantity)), factor) << line;
+        EXPECT_EQ(canonical(label), label);
+        for (; cells >> spelling && spelling != "|" && spelling != "-"; ++spellings)
+            EXPECT_EQ(canonical(spelling.substr(0, spelling.find(','))), label) << spelling;
+    }
+    int known = 0;
+    for (const auto& [quantity, table] : tables)
+        for (const ZELUNIT* unit = table; unit->label[0]; ++unit)
+            ++known;
+    EXPECT_EQ(units, known);
+    EXPECT_EQ(spellings, 50);
 }
