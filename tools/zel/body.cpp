@@ -3,11 +3,15 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <memory>
+#include <utility>
+#include <vector>
 
 extern "C" void dsyev_(const char* vectors, const char* triangle, const int* n, double* a, const int* lda,
                        double* values, double* work, const int* work_size, int* failed);
@@ -126,15 +130,30 @@ static std::optional<Eigen::MatrixXd> full_matrix(ZELDATA* db, int (*query)(ZELD
     return matrix;
 }
 
+// Whether a matrix has anything off its diagonal. It is not laid out: a file may count more modes than it has entries. Of
+// several entries of one place the last one holds.
+static bool has_coupling(ZELDATA* db, int count, int (*query)(ZELDATA*, int*, int*, double*))
+{
+    const size_t size = size_t(count);
+    const int modes = ZEL_ModeCount(db);
+    std::vector<int> rows(size), columns(size);
+    std::vector<double> values(size);
+    if (!query(db, rows.data(), columns.data(), values.data()))
+        return false;
+    std::map<std::pair<int, int>, double> coupling;
+    for (size_t i = 0; i < size; ++i)
+        if (rows[i] != columns[i] && std::min(rows[i], columns[i]) >= 0 && std::max(rows[i], columns[i]) < modes)
+            coupling[{rows[i], columns[i]}] = values[i];
+    return std::any_of(coupling.begin(), coupling.end(), [](const auto& entry) { return entry.second != 0.0; });
+}
+
 // Without records, the library takes a body's eigenvalues from the diagonals.
 static bool is_coupled(ZELDATA* db)
 {
     if (db->eigenvalues)
         return false;
-    for (const auto query : {ZEL_GenStiffFull, ZEL_GenMassFull})
-        if (const auto matrix = full_matrix(db, query); matrix && !matrix->isDiagonal(0.0))
-            return true;
-    return false;
+    return has_coupling(db, ZEL_NumberOfGenStiff(db), ZEL_GenStiffSparse) ||
+           has_coupling(db, ZEL_NumberOfGenMass(db), ZEL_GenMassSparse);
 }
 
 std::vector<Mode> modes_of(ZELDATA* db)
