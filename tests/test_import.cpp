@@ -222,6 +222,21 @@ TEST(Decks, AreReadAsTheSolverDoes)
     EXPECT_EQ(mesh.place(mesh.elements[0]).line, 11);
 }
 
+TEST(Decks, PassOverWhatTheSolverPassesOver)
+{
+    TemporaryFolder folder;
+    const Deck deck = read_deck(write_file(
+        folder, "job.inp",
+        "*NODE\n1,0,0,0\n2,1,0,0\n3,0,1,0\n4,0,0,1\n*ELEMENT,TYPE=C3D4,ELSET=E\n9,1,2,3,4,1,2\n*NSET,NSET=1A\n1,88\n"
+        "*NSET,NSET=B\n1A,3\n" +
+            kSteel));
+    EXPECT_EQ(deck.node_sets.at("B"), (std::vector<int>{1, 3}));
+    EXPECT_EQ(deck.mesh.elements[0].nodes[4], 0);
+    ASSERT_EQ(deck.notes.size(), 2u);
+    EXPECT_NE(deck.notes[0].find("job.inp:7: an element of type C3D4 has 4 nodes: the others"), std::string::npos);
+    EXPECT_NE(deck.notes[1].find("job.inp:9: node 88 is not defined: it is left out"), std::string::npos);
+}
+
 TEST(Decks, ThatCannotBeImportedNameFileAndLine)
 {
     const std::pair<std::string, std::string> faults[] = {
@@ -244,7 +259,13 @@ TEST(Decks, ThatCannotBeImportedNameFileAndLine)
         {kTet + "*mpc\n", "job.inp:8: *mpc cannot be imported"},
         {kTet + "*TRANSFORM,NSET=A\n", "job.inp:8: *TRANSFORM cannot be imported"},
         {kTet + "*NSET,NSET=A\n1,B\n", "job.inp:9: there is no node set named B"},
-        {kTet + "*NSET,NSET=A\n1,88\n", "job.inp:9: node set member 88 is not defined"},
+        {kTet + "*NSET,NSET=A\n1,88\n*NODE\n88,5\n" + kSteel, "job.inp:9: node 88 is named before it is defined"},
+        {kTet + "*NODAL THICKNESS\nA,4\n", "job.inp:8: *NODAL THICKNESS cannot be imported"},
+        {kTet + "*NORMAL\n9,1,0,0,1\n", "job.inp:8: *NORMAL cannot be imported"},
+        {kTet + "*SHELL SECTION,ELSET=E,MATERIAL=M,OFFSET=0.5\n1\n",
+         "job.inp:8: shells with OFFSET cannot be imported"},
+        {kTet + "*SHELL SECTION,NODAL THICKNESS,ELSET=E,MATERIAL=M\n1\n",
+         "job.inp:8: shells with NODAL THICKNESS cannot be imported"},
         {kTet + "*NSET,NSET=A,GENERATE\n1,4,0\n", "job.inp:9: the increment of GENERATE is not positive"},
         {kTet + "*SURFACE,NAME=A\nE,S5\n", "job.inp:9: element 9 has no face \"S5\""},
         {kTet + "*RIGID BODY,NSET=E,REF NODE=1\n", "job.inp:8: there is no node set named E"},
@@ -659,6 +680,7 @@ TEST_F(Import, WritesABodyThatReadsBack)
     EXPECT_EQ(printed.find("CHECK!"), std::string::npos) << printed;
     EXPECT_TRUE(std::filesystem::is_symlink(options.output));
     EXPECT_EQ(folder.files(), (std::vector<std::string>{"body.zel", "real.zel"}));
+    EXPECT_EQ(messages, ""); // none on reference nodes without mass
     ZELDATA* db = ZEL_CreateFromZEL(options.output.c_str());
     ASSERT_TRUE(db);
     EXPECT_EQ(ZEL_ModeCount(db), 22);
@@ -789,6 +811,7 @@ TEST_F(Import, KeepsTheInertiaOfVolumeTimesDensity)
     {
         options.deck = kSmall + body.job;
         EXPECT_EQ(run(), 0) << messages << printed;
+        EXPECT_EQ(messages, "") << body.job; // none on rigid modes without stress
         EXPECT_EQ(printed.find("masses at the nodes cannot") != std::string::npos, body.tolerance > 1e-4) << printed;
         ZELDATA* db = ZEL_CreateFromZEL(options.output.c_str());
         ASSERT_TRUE(db);
@@ -856,6 +879,7 @@ TEST_F(Import, TakesTheModesOfOneStepOfSeveral)
         EXPECT_TRUE(ZEL_Eigenvalue(db, 1, nullptr, &lowest[step], nullptr, nullptr, nullptr));
         ZEL_UnLink(db);
     }
+    EXPECT_NE(printed.find("it has no rigid-body modes"), std::string::npos) << printed;
     EXPECT_NEAR(lowest[1], 0.0, 1e-6);
     // Euler's clamped beam, 60 x 20 x 10, which shear and the three elements move by a few per cent
     const double euler = 1.875104 * 1.875104 * std::sqrt(210000 * 100 / 12 / 7.85e-9) / 3600 / (2 * std::numbers::pi);
@@ -972,7 +996,11 @@ TEST_F(Import, RefusesWhatItCannotUseAndLeavesNoFile)
         {[](ImportOptions& o) { o.deck = kSmall + "two_steps", o.step = 3; },
          "step 3 has no modes; those with modes: 1, 2"},
         {[](ImportOptions& o) { o.deck = kSmall + "some_nodes"; }, "some_nodes.frd: has no displacement of node 2"},
-        {[](ImportOptions& o) { o.output = "/nowhere/body.zel"; }, "/nowhere/body.zel cannot be written"},
+        {[](ImportOptions& o) { o.deck = kSmall + "small_tied", o.interfaces = {"ROOT"}; },
+         "the nodes of ROOT follow node 45 already"},
+        {[](ImportOptions& o) { o.output = "/nowhere/body.zel"; },
+         "/nowhere/body.zel cannot be written: No such file or directory"},
+        {[](ImportOptions& o) { o.output = "/", o.deck = kSmall + "thin"; }, "/ cannot be written: Is a directory"},
     };
     const ImportOptions good = options;
     for (const auto& [spoil, expected] : faults)

@@ -3,11 +3,14 @@
 #include "body.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <set>
+#include <unistd.h>
 
 #include "../interrupt.h"
 #include "../messages.h"
@@ -21,6 +24,7 @@ using Eigen::Index;
 using Eigen::Vector3d;
 
 constexpr int kSpokes = 12; // faces from a reference node to nodes that follow it
+constexpr int kRigidModes = 6;
 
 Units parse_units(const std::string& text)
 {
@@ -48,6 +52,65 @@ struct Unlink
     void operator()(ZELDATA* db) const { ZEL_UnLink(db); }
 };
 using Database = std::unique_ptr<ZELDATA, Unlink>;
+
+// Holds back what the library says on standard error, and passes on at its end all but what the import brings about itself:
+// reference nodes have no mass and may lie at the origin, and rigid modes have no stress.
+class ExpectedMessagesAside
+{
+public:
+    ExpectedMessagesAside(const Body& body, bool verbose) : body_(body), held_(verbose ? nullptr : std::tmpfile())
+    {
+        std::fflush(stderr);
+        saved_ = held_ ? dup(STDERR_FILENO) : -1;
+        if (saved_ >= 0)
+            dup2(fileno(held_), STDERR_FILENO);
+    }
+    ~ExpectedMessagesAside()
+    {
+        std::fflush(stderr);
+        if (saved_ >= 0)
+        {
+            dup2(saved_, STDERR_FILENO);
+            close(saved_);
+            pass_on();
+        }
+        if (held_)
+            std::fclose(held_);
+    }
+    ExpectedMessagesAside(const ExpectedMessagesAside&) = delete;
+    ExpectedMessagesAside& operator=(const ExpectedMessagesAside&) = delete;
+
+private:
+    void pass_on()
+    {
+        char line[1200];
+        bool dropped = false; // the list or the empty line behind a message goes with it
+        std::rewind(held_);
+        while (std::fgets(line, sizeof(line), held_))
+        {
+            const bool goes_on = std::strspn(line, "WARNING: 0123456789.,\n") == std::strlen(line);
+            dropped = (dropped && goes_on) || is_expected(line);
+            if (!dropped)
+                std::fputs(line, stderr);
+        }
+    }
+    bool is_expected(const char* line) const
+    {
+        int number = 0;
+        if (std::sscanf(line, "WARNING:  Found %d massless", &number) == 1)
+            return number <= int(body_.interfaces.size());
+        if (std::sscanf(line, "WARNING:  Found %d node(s) with coordinates (0,0,0)", &number) == 1)
+            return number - std::count_if(body_.interfaces.begin(), body_.interfaces.end(),
+                                          [](const Interface& i) { return i.at.isZero(0.0); }) <
+                   2;
+        return std::sscanf(line, "WARNING:  The modal stresses for mode %d have only zero", &number) == 1 &&
+               body_.interfaces.empty() && number <= kRigidModes && body_.stiffness(number - 1, number - 1) == 0.0;
+    }
+
+    const Body& body_;
+    std::FILE* held_;
+    int saved_;
+};
 
 // Some of the tied nodes, spread evenly: each next one is the farthest from those that were taken before.
 static std::vector<int> spread_nodes(const Mesh& mesh, const Interface& interface)
@@ -197,6 +260,22 @@ void keep_inputs(const std::string& output, const std::string& job, const Deck& 
             throw std::runtime_error("the output is " + input + ", which is read");
 }
 
+void check_output(const std::string& output)
+{
+    namespace fs = std::filesystem;
+    std::error_code problem;
+    const fs::path whole = fs::absolute(output, problem), place = fs::weakly_canonical(whole, problem);
+    const fs::path folder = (problem ? whole : place).parent_path();
+    const bool special = fs::exists(place, problem) && !fs::is_regular_file(place, problem);
+    int why = fs::is_directory(place, problem) ? EISDIR : 0;
+    if (why == 0 && access((special ? place : folder).c_str(), W_OK) != 0)
+        why = errno;
+    else if (why == 0 && !special && !fs::is_directory(folder, problem))
+        why = ENOTDIR;
+    if (why != 0)
+        throw std::runtime_error(output + " cannot be written: " + std::strerror(why));
+}
+
 void write_body(const Body& body, const std::string& output, const std::string& write_options, bool verbose)
 {
     const std::vector<BodyNode> nodes = body_nodes(body);
@@ -215,6 +294,7 @@ void write_body(const Body& body, const std::string& output, const std::string& 
     require(ZEL_CalculateGlobalMassFromNodeMass(db.get()), "the global mass");
     setenv("VXR_ZELWRITE_OPTIONS", write_options.c_str(), 1);
     const zel_command::UnfinishedOutput unfinished(output);
+    const ExpectedMessagesAside messages(body, verbose);
     if (!ZEL_write_ZEL(db.get(), output.c_str()))
         throw std::runtime_error(output + " cannot be written");
 }

@@ -40,6 +40,9 @@ std::vector<char> used_nodes(const Mesh& mesh);
 // std::runtime_error when the output is one of the files of the job, under whatever name.
 void keep_inputs(const std::string& output, const std::string& job, const Deck& deck);
 
+// std::runtime_error where the output cannot be written: a folder, or a place where no file can be made.
+void check_output(const std::string& output);
+
 // Writes the body through the library; `write_options` as the library's variable for them has it. An existing file is
 // replaced only by a complete one. std::runtime_error when the library fails, which has told why by then.
 void write_body(const Body& body, const std::string& output, const std::string& write_options, bool verbose);

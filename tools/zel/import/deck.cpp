@@ -74,9 +74,11 @@ static std::vector<std::string_view> split(std::string_view text)
     }
 }
 
+// Names of sets may begin with a digit, as "1A".
 static bool is_number(std::string_view field)
 {
-    return !field.empty() && (field[0] == '-' || (field[0] >= '0' && field[0] <= '9'));
+    const std::string_view digits = field.substr(!field.empty() && field[0] == '-' ? 1 : 0);
+    return !digits.empty() && std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
 class DeckReader
@@ -122,18 +124,20 @@ private:
 
     Place place(const Card& card) const { return {deck_.mesh.files[size_t(card.file)], card.line}; }
     Place place(const DataLine& line) const { return {deck_.mesh.files[size_t(line.file)], line.line}; }
+    void note(const Place& at, const std::string& what) { deck_.notes.push_back(InputError(at, what).what()); }
     [[noreturn]] void fail(const Card& card, const std::string& what) const { throw InputError(place(card), what); }
     const std::string& required(const Card& card, const std::string& name) const;
     void add_set(const Card& card, const char* parameter, std::map<std::string, std::vector<int>>& sets,
                  const std::unordered_map<int, int>& defined);
     void append_members(std::string_view field, const Place& at, const char* what,
                         const std::map<std::string, std::vector<int>>& sets,
-                        const std::unordered_map<int, int>& defined, std::vector<int>& members) const;
+                        const std::unordered_map<int, int>& defined, std::vector<int>& members);
     const std::vector<int>& set_named(const Place& at, const std::string& name, const char* what,
                                       const std::map<std::string, std::vector<int>>& sets) const;
     const Element& element_with(int id) const { return deck_.mesh.elements[size_t(element_index_.at(id))]; }
     void check_tie(const Tie& tie) const;
     void resolve();
+    void resolve_unknown();
     void resolve_nodes();
     void apply_sections();
     void sort_nodes();
@@ -146,7 +150,8 @@ private:
     std::map<std::string, Material> materials_;
     std::string material_; // the one that property cards speak of
     std::vector<Section> sections_;
-    std::unique_ptr<Tie> coupling_; // waits for its *KINEMATIC
+    std::unique_ptr<Tie> coupling_;              // waits for its *KINEMATIC
+    std::vector<std::pair<Place, int>> unknown_; // nodes that were named before they were defined, if they are at all
 };
 
 const DeckReader::Row DeckReader::kRows[] = {
@@ -170,6 +175,8 @@ const DeckReader::Row DeckReader::kRows[] = {
     {"FREQUENCY", &DeckReader::frequency},
     {"STATIC", &DeckReader::static_step},
     {"BOUNDARY", &DeckReader::boundary},
+    {"NODALTHICKNESS", &DeckReader::refuse},
+    {"NORMAL", &DeckReader::refuse},
     {"EQUATION", &DeckReader::refuse},
     {"MPC", &DeckReader::refuse},
     {"TRANSFORM", &DeckReader::refuse},
@@ -350,13 +357,16 @@ void DeckReader::element(const Card& card)
             if (int(numbers.size()) > count || l + 1 == card.lines.size())
                 break;
         }
-        if (int(numbers.size()) != count + 1)
+        if (int(numbers.size()) > count + 1)
+            note(start,
+                 "an element of type " + name + " has " + std::to_string(count) + " nodes: the others are left out");
+        else if (int(numbers.size()) != count + 1)
             throw InputError(start, "an element of type " + name + " has " + std::to_string(count) + " nodes, not " +
                                         std::to_string(numbers.size() - 1));
         Element element;
         element.id = numbers[0];
         element.type = type;
-        std::copy(numbers.begin() + 1, numbers.end(), element.nodes.begin());
+        std::copy_n(numbers.begin() + 1, count, element.nodes.begin());
         element.file = card.file;
         element.line = int(start.line);
         if (!element_index_.try_emplace(element.id, int(deck_.mesh.elements.size())).second)
@@ -384,7 +394,7 @@ const std::vector<int>& DeckReader::set_named(const Place& at, const std::string
 // One field of a list: a number, or the name of a set that is known by then.
 void DeckReader::append_members(std::string_view field, const Place& at, const char* what,
                                 const std::map<std::string, std::vector<int>>& sets,
-                                const std::unordered_map<int, int>& defined, std::vector<int>& members) const
+                                const std::unordered_map<int, int>& defined, std::vector<int>& members)
 {
     if (!is_number(field))
     {
@@ -393,9 +403,12 @@ void DeckReader::append_members(std::string_view field, const Place& at, const c
         return;
     }
     const int id = parse_int(field, at);
-    if (!defined.count(id))
+    if (defined.count(id))
+        members.push_back(id);
+    else if (&defined == &deck_.node_index)
+        unknown_.push_back({at, id});
+    else
         throw InputError(at, std::string(what) + " member " + std::to_string(id) + " is not defined");
-    members.push_back(id);
 }
 
 void DeckReader::add_set(const Card& card, const char* parameter, std::map<std::string, std::vector<int>>& sets,
@@ -475,6 +488,10 @@ void DeckReader::section(const Card& card)
     Section section{place(card), required(card, "ELSET"), "", 0.0, card.keyword == "SHELLSECTION"};
     if (card.has("COMPOSITE"))
         fail(card, "composite shells cannot be imported");
+    if (card.has("NODALTHICKNESS"))
+        fail(card, "shells with NODAL THICKNESS cannot be imported");
+    if (card.has("OFFSET") && parse_real(card.parameters.at("OFFSET"), section.place) != 0.0)
+        fail(card, "shells with OFFSET cannot be imported: put the nodes into the middle of the shell");
     section.material = required(card, "MATERIAL");
     if (section.shell)
     {
@@ -629,6 +646,17 @@ void DeckReader::sort_nodes()
         deck_.node_index[nodes[i].id] = int(i);
 }
 
+// A set that would lack a node which comes later is refused; without the node the solver leaves it out as well.
+void DeckReader::resolve_unknown()
+{
+    for (const auto& [at, id] : unknown_)
+    {
+        if (deck_.find_node(id) >= 0)
+            throw InputError(at, "node " + std::to_string(id) + " is named before it is defined");
+        note(at, "node " + std::to_string(id) + " is not defined: it is left out");
+    }
+}
+
 void DeckReader::resolve_nodes()
 {
     for (Element& element : deck_.mesh.elements)
@@ -680,6 +708,7 @@ void DeckReader::resolve()
     if (deck_.mesh.elements.empty())
         throw InputError({deck_.mesh.files[0], 0}, "the deck has no elements");
     sort_nodes();
+    resolve_unknown();
     resolve_nodes();
     apply_sections();
 }

@@ -39,6 +39,7 @@ struct Deck
     std::vector<Tie> ties;                                           // in the deck's order
     std::vector<Step> steps;
     std::string heading;
+    std::vector<std::string> notes; // what was passed over, as the solver does
 
     // -1 for a node that the deck does not define.
     int find_node(int id) const;

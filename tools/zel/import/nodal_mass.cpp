@@ -16,9 +16,11 @@ using Eigen::Vector3d;
 using Vector10 = Eigen::Matrix<double, 10, 1>;
 using Matrix10 = Eigen::Matrix<double, 10, 10>;
 
-constexpr double kSmallestShare = 0.02;              // of its scaled mass that a node keeps at least
-constexpr double kMatched = 1e-10;                   // of the moments, in the body's own size and mass
-constexpr double kSmallRest = 1e-4;                  // of dependent functions that may be left to the nodal inertias
+constexpr double kSmallestShare = 0.02; // of its scaled mass that a node keeps at least
+constexpr double kMatched = 1e-10;      // of the moments, in the body's own size and mass
+constexpr double kSmallRest = 1e-4;     // of dependent functions that may be left to the nodal inertias
+constexpr double kSmallOffset = 1e-7;   // of the centre, where nodes all but lie in a plane
+constexpr double kCheapFirst = 1e-3;
 constexpr double kDependent[] = {1e-12, 1e-8, 1e-5}; // squared length of a combination that hardly differs from none
 constexpr int kNewtonSteps = 60;
 constexpr int kHalvings = 8; // of the way from the scaled masses to the target
@@ -175,12 +177,16 @@ Eigen::MatrixXd Matching::dependent(double limit) const
     return solver.eigenvectors().leftCols(count).transpose();
 }
 
-// The least second moments of which the combinations are those of `vector`.
-static Vector10 least_second(const Eigen::MatrixXd& combinations, const Vector10& vector)
+// The least moments of which the combinations are those of `vector`: second ones, and first ones as far as `first` makes them
+// cheap.
+static Vector10 least_moments(const Eigen::MatrixXd& combinations, const Vector10& vector, double first)
 {
-    Vector10 least = Vector10::Zero();
+    Vector10 least = Vector10::Zero(), price = Vector10::Ones();
+    price.head<4>() << 0, first, first, first;
     if (combinations.rows() > 0)
-        least.tail<6>() = combinations.rightCols<6>().completeOrthogonalDecomposition().solve(combinations * vector);
+        least = price.asDiagonal() *
+                Vector10(
+                    (combinations * price.asDiagonal()).completeOrthogonalDecomposition().solve(combinations * vector));
     return least;
 }
 
@@ -189,11 +195,12 @@ static Vector10 least_second(const Eigen::MatrixXd& combinations, const Vector10
 static bool approach(const Matching& matching, Vector10& best, Vector10& left)
 {
     const Eigen::MatrixXd zero = matching.dependent(kDependent[0]);
-    const Vector10 lacking = matching.missing(matching.wanted, Vector10::Zero()), never = least_second(zero, lacking);
+    const Vector10 lacking = matching.missing(matching.wanted, Vector10::Zero()),
+                   never = least_moments(zero, lacking, 0.0);
     Vector10 center = lacking, gap = lacking - never;
     center.tail<6>().setZero();
     gap.head<4>().setZero();
-    gap += least_second(zero, center); // the second moments that come with mass and centre
+    gap += least_moments(zero, center, 0.0); // the second moments that come with mass and centre
     const auto reaches = [&](double share, Vector10& x) {
         return matching.solve(matching.wanted - never - (1 - share) * gap, x);
     };
@@ -221,8 +228,10 @@ static bool match(const Mesh& mesh, const MassMoments& target, std::vector<doubl
     bool found = false;
     for (double limit : kDependent)
     {
-        left = least_second(matching.dependent(limit), lacking);
-        if ((found = left.norm() < kSmallRest && matching.solve(matching.wanted - left, best)))
+        left = least_moments(matching.dependent(limit), lacking, kCheapFirst);
+        found = left.norm() < kSmallRest && left.head<4>().norm() < kSmallOffset &&
+                matching.solve(matching.wanted - left, best);
+        if (found)
             break;
     }
     if (!found && !approach(matching, best, left))
