@@ -1,9 +1,20 @@
 // `zel compare`: a new file against a base file.
 #include "body.h"
 #include "commands.h"
+#include "interrupt.h"
+#include "messages.h"
 #include "progress.h"
 
 #include <CLI/CLI.hpp>
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <memory>
 
 namespace zel_command
 {
@@ -18,6 +29,54 @@ static void end_with_difference()
         return;
     ProgressBar::end_current();
     std::_Exit(output_is_printed() ? kDifferences : kUnusable);
+}
+
+static bool is_normalised(ZELDATA* db)
+{
+    constexpr double kRounding = 1e-9;
+    if (!db->eigenvalues)
+        return false;
+    for (const Mode& mode : modes_of(db))
+        if (std::fabs(mode.mass - 1.0) > kRounding)
+            return false;
+    return ZEL_ModeCount(db) > 0;
+}
+
+// What the content of a file needs to be written again.
+static std::string options_to_keep(ZELDATA* db)
+{
+    constexpr int kInvariant3 = 20, kInvariant9 = 25;
+    const char* invariants = ZEL_Exists(db, kInvariant9)   ? "full_invar"
+                             : ZEL_Exists(db, kInvariant3) ? "fast_invar"
+                                                           : "";
+    return std::string(invariants) + (ZEL_Double_Prec(db) ? "" : " single");
+}
+
+// Modes of generalized mass 1 mean another amplitude in other units. Of a file in other units than the base a copy in those
+// of the base is made, whose modes are normalised in these; without need for one, null.
+static std::unique_ptr<Body> copy_in_units_of(ZELDATA* base, ZELDATA* fresh)
+{
+    const auto units = units_of(base);
+    if (units == units_of(fresh) || !is_normalised(base) || !is_normalised(fresh))
+        return nullptr;
+    std::string folder = (std::filesystem::temp_directory_path() / "zel_compare_XXXXXX").string();
+    if (!mkdtemp(folder.data()))
+        throw std::runtime_error(folder + ": " + std::strerror(errno));
+    const RemovedOnInterrupt registered(folder);
+    const std::string path = folder + "/copy.zel";
+    setenv("VXR_ZELWRITE_OPTIONS", options_to_keep(fresh).c_str(), 1);
+    std::unique_ptr<Body> copy;
+    {
+        const MessagesAside messages(false), warnings = MessagesAside::hidden(STDERR_FILENO);
+        if (ZEL_SetUnits(fresh, units[0].c_str(), units[1].c_str(), units[2].c_str(), units[3].c_str()) &&
+            ZEL_write_ZEL(fresh, path.c_str()))
+            copy = std::make_unique<Body>(path); // holds the file open when it has no name any more
+    }
+    std::error_code ignored;
+    std::filesystem::remove_all(folder, ignored);
+    if (!copy)
+        throw std::runtime_error("no copy in the units of the base can be written in " + folder);
+    return copy;
 }
 
 } // namespace zel_command
@@ -52,11 +111,12 @@ void add_compare_command(CLI::App& app, int& status)
     command->callback([options, &status] {
         ProgressBar bar("open the files");
         const Body base(options->base), fresh(options->fresh);
+        const std::unique_ptr<Body> copy = copy_in_units_of(base, fresh);
         std::atexit(end_with_difference);
         comparing = true;
         bar.begin("compare");
         const int verbosity = options->quiet ? 0 : options->verbose ? 2 : 1;
-        status = ZEL_Compare(base, fresh, verbosity, options->tolerance) == 0 ? kFine : kDifferences;
+        status = ZEL_Compare(base, copy ? *copy : fresh, verbosity, options->tolerance) == 0 ? kFine : kDifferences;
         comparing = false;
     });
 }

@@ -8,13 +8,15 @@
 namespace zel_command
 {
 
-MessagesAside::MessagesAside(bool shown)
+MessagesAside::MessagesAside(bool shown) : MessagesAside(shown, STDOUT_FILENO) {}
+
+MessagesAside::MessagesAside(bool shown, int descriptor) : descriptor_(descriptor)
 {
     std::fflush(stdout);
-    output_ = dup(STDOUT_FILENO);
+    output_ = dup(descriptor_);
     const int to = shown ? dup(STDERR_FILENO) : open("/dev/null", O_WRONLY);
     if (output_ >= 0 && to >= 0)
-        dup2(to, STDOUT_FILENO);
+        dup2(to, descriptor_);
     if (to >= 0)
         close(to);
 }
@@ -24,7 +26,7 @@ MessagesAside::~MessagesAside()
     std::fflush(stdout);
     if (output_ < 0)
         return;
-    dup2(output_, STDOUT_FILENO);
+    dup2(output_, descriptor_);
     close(output_);
 }
 
