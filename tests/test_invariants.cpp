@@ -458,6 +458,18 @@ TEST_F(InvariantsOf, ShapesThatMissAMassAreZero)
     EXPECT_GT(largest(library_invariant(db, 3)), 0.0) << "the ninth node has neither mass nor inertia";
 }
 
+// A node beyond the room of the mode records has no shape, though the table has it among the first ones.
+TEST_F(InvariantsOf, ANodeBeyondTheRecordsAreZero)
+{
+    ZELDATA* db = ZEL_Create(1, 1);
+    ZEL_SetNodalMass(db, 1, 1.0);
+    ZEL_SetMode(db, 1, 1, 0, 1, 0, 0, 0, 0, 0);
+    ZEL_SetNodalMass(db, 2, 1.0);
+    EXPECT_EQ(errors_of([&] { ZEL_SetMode(db, 1, 2, 0, 1, 0, 0, 0, 0, 0); }).rfind("ERROR:  Insufficient room", 0), 0u);
+    EXPECT_EQ(library_invariant(db, 1)[0], 2.0);
+    EXPECT_EQ(library_invariant(db, 3), (std::vector<double>{0, 0, 0}));
+}
+
 TEST_F(InvariantsOf, AChangedBodyAreSummedAnewUnlessGiven)
 {
     Assembly body = random_assembly(9, 2, 41u, false);

@@ -161,6 +161,41 @@ TEST_F(Nodes, KeepTheirMeaningWhenTheySwapPlaces)
     EXPECT_EQ(errors_of([] { ZEL_SwapNodesByID(nullptr, 1, 2); }), "ERROR:  The database has not been initialized.\n");
 }
 
+// Mode shapes go with their nodes, so that sums over the masses stay; computed ones are dropped all the same. Shapes in a
+// file do not move.
+TEST_F(Nodes, TakeTheirShapesAlongWhenTheySwapPlaces)
+{
+    const TemporaryFolder folder;
+    ZELDATA* db = ZEL_Create(3, 2);
+    for (int id = 1; id <= 3; ++id)
+    {
+        ZEL_SetNodeCoordinates(db, id, id, 0, 0);
+        ZEL_SetNodalMass(db, id, id);
+        for (int mode : {4, 5})
+            ZEL_SetMode(db, mode, id, ZEL_MODE_SHAPE, 10.0 * id, mode, 0, 0, 0, id);
+    }
+    const auto momentum = [&db] {
+        double* values = ZEL_Invar3(db);
+        const double first = values[0];
+        std::free(values);
+        return first;
+    };
+    EXPECT_EQ(momentum(), 140.0);
+    ZEL_SwapNodesByID(db, 1, 3);
+    EXPECT_FALSE(db->invar3);
+    EXPECT_EQ(momentum(), 140.0);
+    double rotation[3];
+    ASSERT_TRUE(ZEL_ModeByNode(db, 5, 0, 1, rotation, 1));
+    EXPECT_EQ(rotation[2], 1.0);
+    EXPECT_EQ(ZEL_NodeIndex(db, 1), 2);
+    const Environment options("VXR_ZELWRITE_OPTIONS", "no_ortho");
+    output_of([&] { ASSERT_TRUE(ZEL_write_ZEL(db, folder.path("body.zel").c_str())); });
+    db = ZEL_CreateFromZEL(folder.path("body.zel").c_str());
+    EXPECT_EQ(errors_of([&] { ZEL_SwapNodesByID(db, 1, 3); }).rfind("ERROR:  Nodes 1 and 3 cannot trade places", 0),
+              0u);
+    EXPECT_EQ(ZEL_NodeIndex(db, 1), 2);
+}
+
 // A table that was rewritten in place, as when nodes are left out, is looked up anew.
 TEST_F(Nodes, AreFoundAfterTheTableWasRewritten)
 {

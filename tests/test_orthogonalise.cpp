@@ -428,16 +428,19 @@ TEST_F(Orthogonalisation, TellsRigidModesByBothBounds)
     EXPECT_FALSE(contains(orthogonalise(diagonal_body({0.5, 400, 400, 400, 400, 400, 499}, unit)), rigid));
 }
 
-// Equal but for rounding, too: a copy of a body has its modes where the body has them.
-TEST_F(Orthogonalisation, KeepsTheOrderOfEqualEigenvalues)
+// At first equal ones are reversed; from then on they stay, so that a copy of a body has its modes where the body has them.
+TEST_F(Orthogonalisation, ReversesEqualEigenvaluesOnceAndKeepsTheirOrderAfterwards)
 {
-    ZELDATA* db = diagonal_body({std::nextafter(5.0, 6.0), 1e-16, 0.0, 5.0}, {1, 1, 1, 1});
-    orthogonalise(db);
-    double t[16];
-    ASSERT_TRUE(ZEL_Transformation(db, t));
-    const int expected[] = {1, 2, 0, 3};
-    for (int i = 0; i < 4; ++i)
-        EXPECT_EQ(std::fabs(t[4 * i + expected[i]]), 1.0) << i;
+    ZELDATA* db = diagonal_body({5.0, 0.0, 0.0, 5.0}, {1, 1, 1, 1});
+    for (int write = 0; write < 3; ++write)
+    {
+        orthogonalise(db);
+        double t[16];
+        ASSERT_TRUE(ZEL_Transformation(db, t));
+        const int expected[] = {2, 1, 3, 0};
+        for (int i = 0; i < 4; ++i)
+            EXPECT_EQ(std::fabs(t[4 * i + expected[i]]), 1.0) << i;
+    }
 }
 
 TEST_F(Orthogonalisation, DropsInfiniteModesAndWarnsOfComplexOnes)

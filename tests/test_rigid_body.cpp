@@ -312,3 +312,86 @@ TEST_F(RigidBody, FailingMemoryLeavesLoadsAndDamping)
             break;
     }
 }
+
+// What is a force in a projected vector stays one whatever the rigid-body modes and the unit of time look like later on.
+TEST_F(RigidBody, ProjectedForcesScaleAsForcesInEveryUnitOfTime)
+{
+    const TemporaryFolder folder;
+    for (bool through_file : {false, true})
+    {
+        FreeBody body = free_body(2);
+        ZELDATA* db = body.db;
+        ZEL_SetUnits(db, "kg", "mm", "s", "kN");
+        for (int mode = 0; mode < 8; ++mode) // rigid modes of 0.05 Hz that the unit of the millisecond hides
+            db->stiffness.entries[mode].value = mode < 6 ? 0.0987 * (mode + 1) : 1e6;
+        for (int mode = 101; mode <= 108; ++mode)
+        {
+            ZEL_SetModalLoad(db, 0, mode, mode - 97.0);
+            ZEL_SetModalPreload(db, mode, 2.0);
+        }
+        std::strcpy(db->units.force, "NEWTON"),
+            std::strcpy(db->units.length, "METER"); // consistent: frequencies in hertz
+        errors_of([&] { ZEL_RigidBodyForcesOnPrincipalAxes(db); });
+        ASSERT_TRUE(db->load_cases[0].processed && db->principal_axes_done);
+        ASSERT_TRUE(ZEL_SetUnits(db, "kg", "m", "ms", "N"));
+        if (through_file)
+        {
+            const Environment options("VXR_ZELWRITE_OPTIONS", "no_ortho");
+            output_of([&] { ASSERT_EQ(ZEL_write_ZEL(db, folder.path("ms.zel").c_str()), 1); });
+            db = ZEL_CreateFromZEL(folder.path("ms.zel").c_str());
+            ASSERT_TRUE(db);
+        }
+        const std::vector<double> load(db->load_cases[0].values, db->load_cases[0].values + 8);
+        const std::vector<double> preload(db->modal_preload, db->modal_preload + 8);
+        ASSERT_TRUE(ZEL_SetUnits(db, "kg", "mm", "ms", "kN"));
+        for (size_t i = 0; i < 8; ++i)
+        {
+            const double factor = i < 3 ? 1e-3 : 1.0; // newton to kilonewton; newton metre to kilonewton millimetre
+            EXPECT_NEAR(db->load_cases[0].values[i], load[i] * factor, 1e-12 * std::fabs(load[i]));
+            EXPECT_NEAR(db->modal_preload[i], preload[i] * factor, 1e-12 * std::fabs(preload[i]));
+        }
+        ZEL_Terminate();
+    }
+}
+
+TEST_F(RigidBody, LoadsOfABodyWithoutMassStay)
+{
+    ZELDATA* db = ZEL_Create(0, 8);
+    for (int mode = 1; mode <= 8; ++mode)
+    {
+        ZEL_SetGeneralizedStiffness(db, mode, mode, mode <= 6 ? 0.0 : 1e6);
+        ZEL_SetModalLoad(db, 0, mode, mode);
+    }
+    const std::string warnings = errors_of([&] { ZEL_RigidBodyForcesOnPrincipalAxes(db); });
+    EXPECT_NE(warnings.find("No mass data tells"), std::string::npos) << warnings;
+    EXPECT_FALSE(db->load_cases[0].processed);
+    for (int mode = 0; mode < 8; ++mode)
+        EXPECT_EQ(db->load_cases[0].values[mode], mode + 1.0);
+}
+
+// Masses on a line, in any direction, do not resist turning about it.
+TEST_F(RigidBody, DampingOfAStraightBodyIsSingularInEveryDirection)
+{
+    std::mt19937 generator(7);
+    std::uniform_real_distribution<double> uniform(-1.0, 1.0);
+    for (int trial = 0; trial < 100; ++trial)
+    {
+        Assembly line;
+        const Vec direction = {uniform(generator), uniform(generator), uniform(generator)};
+        for (int p = 0; p < 3 + trial % 20; ++p)
+            line.points.push_back({1.0, {0.9 * p * direction[0], 0.9 * p * direction[1], 0.9 * p * direction[2]}, {}});
+        line.add_rigid_modes();
+        line.add_mode();
+        ZELDATA* db = database_of(line);
+        for (int mode = 0; mode < 7; ++mode)
+        {
+            ZEL_SetGeneralizedStiffness(db, 101 + mode, 101 + mode, mode < 6 ? 0.0 : 1e6);
+            ZEL_SetGeneralizedDamping(db, 101 + mode, 101 + mode, 0.5);
+        }
+        EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_DampingOnPrincipalAxes(db), 0); }),
+                  "ERROR:  LU Decomposition failed.\nERROR:  \n");
+        EXPECT_FALSE(db->damping_projected);
+        EXPECT_EQ(db->damping.entries[3].value, 0.5);
+        ZEL_UnLink(db);
+    }
+}

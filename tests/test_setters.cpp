@@ -4,7 +4,10 @@
 #include "zeldb.h"
 
 #include <cmath>
+#include <cstddef>
+#include <functional>
 #include <limits>
+#include <map>
 
 namespace
 {
@@ -192,26 +195,199 @@ TEST_F(Setters, GrowLoadsWithCasesAndModes)
     EXPECT_EQ(db_->load_case_count, 3);
 }
 
-TEST_F(Setters, KeepLoadsWhenAnAllocationFails)
+namespace
 {
-    for (int64_t failing = 0;; ++failing)
+// All that a record holds, as text: counts, flags and the contents of every table.
+std::string contents_of(const ZELDATA* db)
+{
+    std::string text;
+    const auto add = [&text](const void* values, size_t bytes) {
+        text += std::to_string(bytes) + ':' + std::string(static_cast<const char*>(values), values ? bytes : 0);
+    };
+    const auto table = [&](const auto* values, int count) {
+        text += values ? "+" : "-";
+        add(values, values ? size_t(count) * sizeof *values : 0);
+    };
+    for (int count :
+         {db->node_count, db->mode_count, db->mode_node_count[0], db->mode_node_count[1], db->mode_node_count[2],
+          db->face_count, db->face_list_length, db->interface_count, db->load_case_count, db->non_diagonal,
+          db->non_unit_mass, db->principal_axes_done, db->pre_stress_capacity, db->pre_strain_capacity,
+          db->mode_record_nodes[0], db->mode_record_nodes[1]})
+        add(&count, sizeof count);
+    table(db->content_flags, 100);
+    table(db->title, 544); // and the texts behind it
+    for (int node = 0; node < db->node_count; ++node)
     {
-        ZELDATA* db = ZEL_Create(0, 2);
-        ZEL_SetModalLoadLabel(db, 0, "first");
-        ZEL_AddMode(db, 1);
-        zel::failing_allocation = failing;
-        int done = 0;
-        errors_of([&] { done = ZEL_SetModalLoad(db, 3, 1, 7.0) + ZEL_SetModalPreload(db, 1, 8.0); });
-        const bool all_done = zel::failing_allocation >= 0;
-        zel::failing_allocation = -1;
-        EXPECT_EQ(done == 2, all_done);
-        EXPECT_STREQ(db->load_cases[0].label, "first");
-        ASSERT_EQ(ZEL_SetModalLoad(db, 3, 1, 7.0) + ZEL_SetModalPreload(db, 1, 8.0), 2);
-        EXPECT_EQ(db->load_cases[3].values[0] + db->modal_preload[0], 15.0);
-        if (all_done)
-            break;
-        ASSERT_LT(failing, 40);
+        add(&db->nodes[node], offsetof(ZELNODE, inertia));
+        table(db->nodes[node].inertia, 6);
     }
+    for (const ZELMATRIX* matrix : {&db->mass, &db->stiffness, &db->damping})
+        table(matrix->entries, matrix->count);
+    table(db->mode_ids, db->mode_count);
+    add(db->face_list, size_t(db->face_list_length) * sizeof(int));
+    add(db->interface_nodes, size_t(db->interface_count) * sizeof(int));
+    for (int i = 0; i < db->load_case_count; ++i)
+    {
+        table(db->load_cases[i].label, 256);
+        table(db->load_cases[i].values, db->mode_count);
+    }
+    text += db->load_cases ? "loads" : "none";
+    table(db->modal_preload, db->mode_count);
+    table(db->pre_stress, db->pre_stress_capacity);
+    table(db->invar1, 1);
+    table(db->invar3, 3 * db->invar_modes);
+    table(db->invar_origin, 10);
+    table(db->total_mass != 0.0 ? &db->total_mass : nullptr, 13);
+    for (const ZELSTREAM* stream : {&db->mode_file, &db->stress_file, &db->strain_file})
+        text += stream->file ? "open" : "closed";
+    return text;
+}
+} // namespace
+
+TEST_F(Setters, LeaveTheRecordAsItWasWhenAnAllocationFails)
+{
+    const double six[6] = {1, 2, 3, 4, 5, 6}, nine[9] = {3, 0, 0, 0, 3, 0, 0, 0, 3}, many[100] = {1.0};
+    const std::function<int(ZELDATA*)> kSetters[] = {
+        [](ZELDATA* db) { return ZEL_SetNodeCoordinates(db, 5000, 1, 2, 3); },
+        [](ZELDATA* db) { return ZEL_SetNodalMass(db, 5000, 2.0); },
+        [](ZELDATA* db) { return ZEL_AddNodalMass(db, 5000, 2.0); },
+        [](ZELDATA* db) { return ZEL_SetNodalInertia(db, 5, 1, 2, 3, 0, 0, 0); },
+        [](ZELDATA* db) { return ZEL_SetNodalInertiaEntry(db, 5, 4, 4, 1.0); },
+        [&](ZELDATA* db) { return ZEL_SetGlobalMass(db, 3.0, nine, nine); },
+        [](ZELDATA* db) { return ZEL_SetFace(db, 3, 1, 2, 3); },
+        [](ZELDATA* db) { return ZEL_SetInterfaceNode(db, 3); },
+        [&](ZELDATA* db) { return ZEL_SetModeVec(db, 9, 4, ZEL_MODE_SHAPE, six); },
+        [&](ZELDATA* db) { return ZEL_SetModeVec(db, 9, 5000, ZEL_MODAL_STRESS, six); },
+        [&](ZELDATA* db) { return ZEL_SetModeVec(db, 9, 5000, ZEL_MODAL_STRAIN, six); },
+        [&](ZELDATA* db) { return ZEL_SetModeVec(db, 0, 5000, ZEL_MODAL_STRESS, six); },
+        [](ZELDATA* db) { return ZEL_SetModeEntry(db, 9, 4, ZEL_MODAL_STRAIN, 3, 7.0); },
+        [](ZELDATA* db) { return ZEL_SetGeneralizedMass(db, 8, 9, 7.0); },
+        [](ZELDATA* db) { return ZEL_SetGeneralizedStiffness(db, 8, 9, 7.0); },
+        [](ZELDATA* db) { return ZEL_SetGeneralizedDamping(db, 8, 8, 7.0); },
+        [](ZELDATA* db) { return ZEL_SetModalLoad(db, 3, 9, 7.0); },
+        [](ZELDATA* db) { return ZEL_SetModalLoadLabel(db, 4, "label"); },
+        [](ZELDATA* db) { return ZEL_SetModalPreload(db, 9, 7.0); },
+        [](ZELDATA* db) { return ZEL_SetInvar1(db, 7.0); },
+        [&](ZELDATA* db) { return ZEL_SetInvar3(db, many); },
+        [&](ZELDATA* db) { return ZEL_SetInvar5(db, many); },
+        [&](ZELDATA* db) { return ZEL_SetInvar9(db, many); },
+        [](ZELDATA* db) { return ZEL_AddMode(db, 9) >= 0 ? 1 : 0; },
+    };
+    const auto make = [](bool filled) {
+        ZELDATA* db = ZEL_Create(5100, filled ? 6 : 4);
+        for (int id = 1; filled && id <= 1000; ++id) // one more, and the table of nodes must grow
+            ZEL_SetNodalMass(db, id, id);
+        if (filled)
+        {
+            ZEL_SetMode(db, 3, 2, ZEL_MODE_SHAPE, 1, 2, 3, 4, 5, 6);
+            ZEL_SetModalLoadLabel(db, 0, "first");
+            const double moments[3] = {1, 2, 3};
+            ZEL_SetInvar3(db, moments);
+        }
+        else
+        {
+            ZEL_AddMode(db, 3);
+            ZEL_LookupOrAddNode(db, 3);
+        }
+        return db;
+    };
+    int failures = 0;
+    for (bool filled : {false, true})
+        for (const auto& set : kSetters)
+            for (int64_t failing = 0, left = -1; left < 0; ++failing)
+            {
+                ZELDATA* db = nullptr;
+                std::string before;
+                errors_of([&] { output_of([&] { db = make(filled); }); });
+                before = contents_of(db);
+                int done = 0;
+                zel::failing_allocation = failing;
+                const std::string text = errors_of([&] { output_of([&] { done = set(db); }); });
+                left = std::exchange(zel::failing_allocation, -1);
+                if (!done)
+                {
+                    ++failures;
+                    EXPECT_TRUE(contents_of(db) == before) << &set - kSetters << ", allocation " << failing << text;
+                    errors_of([&] { output_of([&] { done = set(db); }); });
+                    EXPECT_EQ(done, 1) << &set - kSetters << ", again after allocation " << failing;
+                }
+                ZEL_UnLink(db);
+                ASSERT_LT(failing, 60);
+            }
+    EXPECT_GT(failures, 60);
+}
+
+TEST_F(Setters, RefuseALoadCaseBeyondMemory)
+{
+    ZEL_AddMode(db_, 1);
+    EXPECT_NE(errors_of([&] { EXPECT_EQ(ZEL_SetModalLoad(db_, 2000000000, 7, 1.0), 0); }), "");
+    EXPECT_EQ(db_->mode_count, 1);
+    EXPECT_EQ(db_->load_case_count, 0);
+}
+
+// A label may come first: its vector then has room for all modes that may come.
+TEST_F(Setters, TakeLabelsBeforeModesAndTheRecordsOwnTexts)
+{
+    ZEL_SetModalLoadLabel(db_, 0, "gravity");
+    for (int mode = 1; mode <= 6; ++mode)
+        ZEL_AddMode(db_, mode);
+    EXPECT_GE(db_->load_capacity, 6);
+    EXPECT_EQ(ZEL_SetModalLoadLabel(db_, 1, db_->load_cases[0].label), 1);
+    EXPECT_STREQ(db_->load_cases[1].label, "gravity");
+    char title[] = "title", name[] = "file", type[] = "INP", first[] = "first", second[] = "second", third[] = "third";
+    output_of([&] {
+        ZEL_SetHeader(db_, title, name, type, first, second, third);
+        ZEL_SetHeader(db_, db_->comment1, db_->input_file_name, db_->input_file_type, db_->title, db_->comment2,
+                      db_->comment3);
+    });
+    EXPECT_STREQ(db_->title, "first");
+    EXPECT_STREQ(db_->comment1, "title");
+    EXPECT_STREQ(db_->input_file_name, "file");
+    EXPECT_STREQ(db_->comment3, "third");
+}
+
+TEST_F(Setters, DropGivenInvariantsByNameWhenAModeIsAdded)
+{
+    ZEL_AddMode(db_, 1);
+    const double ones[9] = {1, 1, 1, 1, 1, 1, 1, 1, 1};
+    ZEL_SetInvar1(db_, 2.0);
+    ZEL_SetInvar3(db_, ones);
+    ZEL_SetInvar8(db_, ones);
+    const std::string warnings = errors_of([&] { ZEL_AddMode(db_, 2); });
+    EXPECT_NE(warnings.find("Inertia Invariant 3 was given for the modes before mode 2"), std::string::npos);
+    EXPECT_NE(warnings.find("Inertia Invariant 8 "), std::string::npos);
+    EXPECT_EQ(warnings.find("Inertia Invariant 1 "), std::string::npos);
+    EXPECT_TRUE(flag(19) && !flag(21) && !flag(25) && db_->invar1 && !db_->invar3);
+}
+
+// A write with invariants leaves mode shapes at the nodes of faces only. Nodes that it left out, and new ones, can have some
+// again.
+TEST_F(Setters, WorkAfterAWriteThatReducedTheModeShapes)
+{
+    const TemporaryFolder folder;
+    const Environment options("VXR_ZELWRITE_OPTIONS", "full_invar no_ortho");
+    ZELDATA* db = ZEL_Create(8, 2);
+    for (int id = 1; id <= 6; ++id)
+    {
+        ZEL_SetNodeCoordinates(db, id, id, 0.5 * id, id * id);
+        ZEL_SetNodalMass(db, id, 1.0);
+        ZEL_SetMode(db, 1, id, ZEL_MODE_SHAPE, id, 0, 0, 0, 0, 0);
+    }
+    ZEL_SetFace(db, 3, 2, 3, 5);
+    output_of([&] { ASSERT_EQ(ZEL_write_ZEL(db, folder.path("body.zel").c_str()), 1); });
+    ASSERT_EQ(ZEL_ModeNodeCount(db, 0), 3);
+    EXPECT_EQ(ZEL_SetMode(db, 1, 6, ZEL_MODE_SHAPE, 7, 8, 9, 0, 0, 0), 1);
+    EXPECT_EQ(ZEL_SetMode(db, 1, 77, ZEL_MODE_SHAPE, 70, 8, 9, 0, 0, 0), 1);
+    EXPECT_EQ(ZEL_ModeNodeCount(db, 0), 5);
+    for (const auto& [id, expected] : std::map<int, double>{{2, 2}, {3, 3}, {5, 5}, {6, 7}, {77, 70}})
+    {
+        double translation[3];
+        EXPECT_EQ(ZEL_ModeByNode(db, 1, 0, id, translation, 0), 1) << id;
+        EXPECT_EQ(translation[0], expected) << id;
+        EXPECT_GE(ZEL_ModeNodeIndex(db, 0, id), 0);
+    }
+    double translation[3];
+    EXPECT_EQ(ZEL_ModeByNode(db, 1, 0, 4, translation, 0), 0);
 }
 
 TEST_F(Setters, StoreInvariantsInTheOrderOfTheirBlocks)

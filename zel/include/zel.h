@@ -263,7 +263,8 @@ ZEL_API int CheckZEL(const ZELDATA* db);
 /**
  * Stores the header texts with the current local date and prints each text through ZEL_Info. Longest texts: title and
  * input file name 127, file type 15, comments 79 characters; a longer one is cut with a warning. Newlines become blanks,
- * in the caller's text too; a text without newlines may be a constant. A null text counts as empty.
+ * in the caller's text too; a text without newlines may be a constant. A null text counts as empty;
+ * the texts may be those of the record.
  */
 ZEL_API int ZEL_SetHeader(ZELDATA* db, char* title, char* input_file_name, char* input_file_type, char* comment1,
                           char* comment2, char* comment3);
@@ -321,11 +322,15 @@ ZEL_API int ZEL_LookupOrAddNode(ZELDATA* db, int node_id);
  * Mode shapes cover every node; stress and strain those nodes for which one was set (ZEL_ModeNodeIndex tells the place).
  * Mode number 0 with stress or strain names the pre-stress or pre-strain of the body instead of a mode.
  *
- * The setters return 0, with a message and with everything set before intact, when a file cannot be made, there is no
- * room for a further mode or node, or a value is not finite; silently for an unknown kind or component.
+ * The setters return 0, with a message and with the database as it was, when a file cannot be made, there is no room for a
+ * further mode or node, or a value is not finite; silently for an unknown kind or component. After a write that kept mode
+ * shapes at some nodes only, setting one at another node gives that node the place behind these in the node table.
  */
 
-/** Adds a mode, without looking for its number among those that are there; its index, or -1 with a message. */
+/**
+ * Adds a mode, without looking for its number among those that are there; its index, or -1 with a message. Inertia
+ * invariants 3 to 9 that the caller has set are of the modes before: each is dropped with a warning that names it.
+ */
 ZEL_API int ZEL_AddMode(ZELDATA* db, int mode_number);
 
 /** Index of a mode, which is added when its number is unknown; -1 on failure. */
@@ -383,7 +388,7 @@ ZEL_API int ZEL_SetModalPreload(ZELDATA* db, int mode_number, double value);
 
 /**
  * Inertia invariants that the caller knows; they take the place of computed ones. M is the mode count: add all modes
- * first, since a later one empties invariants 3 to 9. 0, silently, for a null array or, from 3 on but for 7, no modes.
+ * first, since a later one drops invariants 3 to 9. 0, silently, for a null array or, from 3 on but for 7, no modes.
  *   1  the total mass, greater than zero      2  3 values               3, 4  3 x M, by component row
  *   5  a 3 x M matrix for each mode           6  M diagonal entries of the generalized mass, each exactly 1.0
  *   7  3 x 3, the inertia tensor              8  3 x 3 for each mode    9  3 x 3 for each pair of modes i, j; j runs faster
@@ -628,7 +633,8 @@ ZEL_API int64_t ZEL_size_of_block(ZELDATA* db, int block_index);
  * file  becomes the database's, which closes it; it stays the caller's only when the database is null or not fresh
  * name  copied; ZEL_CreateFromZEL finds the database by it; may be null
  * Returns 1; 0, after one message, for a file that is damaged or no ZEL file: what was read so far stays in the database,
- * fit for ZEL_UnLink only. A database that has a file, nodes or modes already is refused silently.
+ * fit for ZEL_UnLink only. A database that has a file, nodes or modes already is refused silently; units, loads and
+ * matrices that it has are forgotten.
  */
 ZEL_API int ZEL_ReadZEL(ZELDATA* db, FILE* file, const char* name);
 
@@ -731,7 +737,10 @@ ZEL_API double* ZEL_Convert_Units(double* values, int count, double factor);
 /**
  * Gives the database its units, or changes them and rescales everything that it holds; any accepted spelling will do. The
  * first call only stores the labels. Returns 1; 0, silently and with the database untouched, for an unknown spelling, a
- * unit of another dimension on either side of a change, or (with a message) when memory is short.
+ * unit of another dimension on either side of a change, or a value in memory that would become infinite. Generalized
+ * masses that are assumed, those of modes without an entry or record, change with all others; a mode that is added later
+ * has the same. Of a projected load or preload the first three components are forces, whatever the rigid-body modes are by
+ * now: the projection and the reader keep that with the vector.
  */
 ZEL_API int ZEL_SetUnits(ZELDATA* db, const char* mass, const char* length, const char* time, const char* force);
 
@@ -850,7 +859,8 @@ ZEL_API int ZEL_CalculateGlobalMassFromNodeMass(ZELDATA* db);
  * and m s x phi over the nodes, or invariants 3 and 4 (which also know nodal inertias) when there are no nodal masses,
  * when some of them lie where no mode shapes are, or when VXR_MFORCE_NO_FEA_MASS is set in the environment. Results of
  * magnitude 1e-10 and less become 0. Warns of a preload with such a resultant, and of loads with fewer than six rigid-body
- * modes. When memory is short, prints a message and leaves all loads as they were.
+ * modes. When memory is short, prints a message and leaves all loads as they were; so it does, as a warning, when the
+ * rigid-body modes have no momentum because the body has no mass data.
  */
 ZEL_API void ZEL_RigidBodyForcesOnPrincipalAxes(ZELDATA* db);
 
@@ -859,7 +869,7 @@ ZEL_API void ZEL_RigidBodyForcesOnPrincipalAxes(ZELDATA* db);
  * six principal rigid-body velocities: C := Q' C Q, where Q expresses the rates of the modes by them (from invariants 1,
  * 2, 3, 4 and 7) such that the power stays the same. Done once, and only with damping and six rigid-body modes. Returns 1,
  * also when there is nothing to do; 0, with a message and nothing changed, for a null database, when the modes do not span
- * the rigid-body motions, or when memory is short.
+ * the rigid-body motions (a pivot below 1e-12 of its column, as of masses on a straight line), or when memory is short.
  */
 ZEL_API int ZEL_DampingOnPrincipalAxes(ZELDATA* db);
 
@@ -921,9 +931,9 @@ ZEL_API int* ZEL_ClosestNodesInNeighborhood(ZELDATA* db, const double point[3], 
                                             double** distances);
 
 /**
- * Exchanges the records of two nodes: each has the other's index afterwards. Faces, interface nodes and the node lists of
- * stress and strain go on naming the same ids. Mode shapes do not move: values already stored belong to positions in the
- * node table. Unknown ids do nothing. Each call walks the whole face list and all interface nodes.
+ * Exchanges the records of two nodes: each has the other's index afterwards. Faces, interface nodes and mode vectors of all
+ * kinds go with their nodes; computed inertia invariants are dropped. Unknown ids do nothing; neither do, after a message,
+ * nodes whose mode shapes lie in a ZEL file or of which only one has any. Each call walks the whole face list and all interface nodes.
  */
 ZEL_API void ZEL_SwapNodesByID(ZELDATA* db, int id_a, int id_b);
 

@@ -5,6 +5,7 @@
 #include "zelmodes.h"
 #include "zelstream.h"
 
+#include <algorithm>
 #include <cstring>
 
 using namespace zel;
@@ -51,6 +52,46 @@ void drop_invariant(ZELDATA* db, int number)
 
 } // namespace zel
 
+static void free_loads(ZELDATA* db)
+{
+    discard(db->modal_preload);
+    for (int i = 0; db->load_cases && i < db->load_case_count; ++i)
+        discard(db->load_cases[i].values);
+    discard(db->load_cases);
+    discard(own(db).load_forces);
+    db->load_case_count = db->load_capacity = db->principal_axes_done = 0;
+}
+
+static void free_matrices(ZELDATA* db)
+{
+    for (ZELMATRIX* matrix : {&db->stiffness, &db->mass, &db->damping})
+    {
+        discard(matrix->entries);
+        *matrix = {};
+    }
+    db->non_diagonal = db->non_unit_mass = db->damping_projected = 0;
+}
+
+namespace zel
+{
+
+void start_scales(ZELDATA* db)
+{
+    std::fill_n(db->mode_factor, ZEL_MODE_KINDS, 1.0);
+    std::fill_n(db->base_scale, 4, 1.0);
+    db->units.mass_scale = db->units.length_scale = db->units.time_scale = db->units.force_scale = 1.0;
+    own(db).assumed_mass = 1.0;
+}
+
+void start_empty(ZELDATA* db)
+{
+    start_scales(db);
+    free_loads(db);
+    free_matrices(db);
+}
+
+} // namespace zel
+
 static void close_zel_file(ZELSTREAM& stream)
 {
     if (!stream.file)
@@ -87,13 +128,8 @@ static ZELDATA* free_database(ZELDATA* db)
         drop_invariant(db, number);
     discard(db->geometry_nodes);
     close_zel_file(db->zel_file);
-    discard(db->modal_preload);
-    for (int i = 0; db->load_cases && i < db->load_case_count; ++i)
-        discard(db->load_cases[i].values);
-    discard(db->load_cases);
-    discard(db->stiffness.entries);
-    discard(db->mass.entries);
-    discard(db->damping.entries);
+    free_loads(db);
+    free_matrices(db);
     discard(db->modal_statistics);
     discard(db->pre_stress);
     discard(db->pre_strain);
@@ -135,16 +171,11 @@ ZELDATA* ZEL_Create(int max_mode_nodes, int max_modes)
         return nullptr;
     ZELDATA* db = record.release();
     db->private_data = caches.release();
+    start_scales(db);
     for (ZELSTREAM* stream : {&db->zel_file, &db->mode_file, &db->stress_file, &db->strain_file})
         stream->double_precision = 1;
     for (int kind = 0; kind < ZEL_MODE_KINDS; ++kind)
-    {
         db->cached_mode[kind] = -1;
-        db->mode_factor[kind] = 1.0;
-    }
-    for (double& scale : db->base_scale)
-        scale = 1.0;
-    db->units.mass_scale = db->units.length_scale = db->units.time_scale = db->units.force_scale = 1.0;
     db->version = 31;
     db->max_mode_nodes = max_mode_nodes;
     db->max_modes = max_modes;

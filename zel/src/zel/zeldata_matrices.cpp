@@ -47,7 +47,7 @@ static EntryList stiffness_of(const ZELDATA* db)
 
 static EntryList mass_of(const ZELDATA* db)
 {
-    return {db, &db->mass, 4, 1.0};
+    return {db, &db->mass, 4, own(db).assumed_mass};
 }
 
 static EntryList damping_of(const ZELDATA* db)

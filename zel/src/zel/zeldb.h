@@ -37,6 +37,11 @@ struct Private
     int repeated_mode; // 1: a mode number occurs twice
     int checked_modes; // so many modes, from the first, were looked at for that
 
+    double
+        assumed_mass; // generalized mass of a mode without entry or record, in current units; 1 in those it began with
+    int preload_forces; // so many components of the projected preload are forces: 3, or 0 when nothing was projected
+    int* load_forces;   // owned: the same for each load case
+
     double* mode_map[ZEL_MODE_KINDS]; // temporary mode files in memory, null: not mapped
     int64_t mode_map_bytes[ZEL_MODE_KINDS];
 };
@@ -192,8 +197,35 @@ inline int keep_vertex(int* vertices, int kept, int node, bool last)
 // the id indexes, and everything that depends on them. Invariants stay: a new order of the nodes does not change them.
 void node_table_rewritten(ZELDATA* db);
 
+// Nodes a and b, given by index, trade places in the table; everything that names them follows, but for mode shapes, which
+// keep their places.
+void swap_nodes(ZELDATA* db, int a, int b);
+
 // Frees the arrays of the caches.
 void discard_caches(Private& caches);
+
+// ---- Mode table (zelset_modes.cpp) ------------------------------------------------------------------------------------
+
+// The mode that a setter names. One that is new is there from now on, but goes again at the end of the scope unless keep()
+// was called: a setter that fails leaves none behind.
+class ModeToSet
+{
+public:
+    ModeToSet(ZELDATA* db, int mode_number);
+    ~ModeToSet();
+    ModeToSet(const ModeToSet&) = delete;
+    ModeToSet& operator=(const ModeToSet&) = delete;
+    int index() const { return index_; } // -1, after a message: there is no room for it
+    void keep();
+
+private:
+    ZELDATA* db_;
+    int index_;
+    bool fresh_, made_table_;
+};
+
+// Leading rigid-body modes as ZEL_RigidBodyModeCount tells them, but by frequencies in hertz whatever the unit of time.
+int rigid_modes_by_hertz(ZELDATA* db);
 
 // ---- What a change makes stale ---------------------------------------------------------------------------------------
 
@@ -226,6 +258,12 @@ int rigid_invariants(ZELDATA* db, RigidInvariants& out); // 0 when the file cann
 
 // Whether a path leads to a file that a live database holds open.
 bool held_open(const char* path);
+
+// Sets all factors of units to 1.
+void start_scales(ZELDATA* db);
+
+// The same, and forgets loads and matrices: for a database without nodes and modes that is about to be read.
+void start_empty(ZELDATA* db);
 
 // The database that the Fortran entry points work on; null when it is freed.
 extern ZELDATA* current_database;

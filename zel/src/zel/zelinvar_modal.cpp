@@ -72,10 +72,11 @@ struct NodeBlock
 };
 } // namespace
 
-// Nodes that the mode shapes cover: the first ones of the node table.
+// Nodes that the mode shapes cover: the first ones of the node table, as far as the records of the modes have room.
 static int covered_nodes(const ZELDATA* db)
 {
-    return std::min(db->mode_node_count[ZEL_MODE_SHAPE], db->node_count);
+    const int in_table = std::min(db->mode_node_count[ZEL_MODE_SHAPE], db->node_count);
+    return db->mode_positions[ZEL_MODE_SHAPE] ? std::min(in_table, db->mode_record_nodes[ZEL_MODE_SHAPE]) : in_table;
 }
 
 namespace zel

@@ -286,6 +286,15 @@ static int read_blocks(ZELDATA* db)
     return 1;
 }
 
+// A projected vector was projected from the rigid-body modes that the file has: without any it has modal forces alone.
+static void note_projected_forces(ZELDATA* db)
+{
+    const int forces = rigid_modes_by_hertz(db) > 0 ? 3 : 0;
+    own(db).preload_forces = db->principal_axes_done ? forces : 0;
+    for (int i = 0; i < db->load_case_count; ++i)
+        own(db).load_forces[i] = db->load_cases[i].processed ? forces : 0;
+}
+
 int ZEL_ReadZEL(ZELDATA* db, FILE* file, const char* name)
 {
     if (!CheckZEL(db))
@@ -293,6 +302,7 @@ int ZEL_ReadZEL(ZELDATA* db, FILE* file, const char* name)
     if (!file || db->zel_file.file || db->node_count > 0 || db->mode_count > 0)
         return 0;
     db->zel_file.file = file; // from here on it is the database that closes it
+    start_empty(db);
     if (name && !(db->zel_file.name = copy_text(name)))
         return no_memory(kModule);
     if (!read_version(db))
@@ -304,6 +314,7 @@ int ZEL_ReadZEL(ZELDATA* db, FILE* file, const char* name)
     db->units = {1.0, 1.0, 1.0, 1.0, "KILOGRAM", "METER", "SECOND", "NEWTON"}; // unless the file tells them
     if (!read_blocks(db))
         return 0;
+    note_projected_forces(db);
     db->max_mode_nodes = block_in_file(db, kBlockModes) ? db->mode_node_count[ZEL_MODE_SHAPE] : db->node_count;
     return 1;
 }

@@ -133,14 +133,14 @@ int read_mode_shapes(Reader& in, const Block& row)
     for (int position = 0; position < nodes; ++position)
     {
         const int node_id = items.integer();
-        const int here = db->nodes[position].id;
         if (items.failed())
             return unreadable(row);
-        if (here == node_id)
-            continue;
-        if (find_node(db, node_id) < position) // unknown, or listed before
+        const int found = find_node(db, node_id);
+        if (found < position) // unknown, or listed before
             return unreadable(row);
-        ZEL_SwapNodesByID(db, here, node_id);
+        if (found == position)
+            continue;
+        swap_nodes(db, position, found);
     }
     db->mode_node_count[ZEL_MODE_SHAPE] = nodes;
     return keep_positions(in, row, ZEL_MODE_SHAPE, modes, nodes);
@@ -202,9 +202,11 @@ int read_loads(Reader& in, const Block& row)
     if (components != db->mode_count)
         return fail("%s", row.mismatch);
     Scratch<ZELLOADCASE> loads(cases);
-    if (!loads.data)
+    Scratch<int> forces(cases);
+    if (!loads.data || !forces.data)
         return no_room(row);
     replace(db->load_cases, loads);
+    replace(own(db).load_forces, forces);
     db->load_capacity = components;
     for (; db->load_case_count < cases; ++db->load_case_count)
     {

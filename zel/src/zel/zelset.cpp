@@ -1,7 +1,7 @@
 // Setters of header, geometry and mass. A node that is not known yet is added by the setter that names it.
 //
 // Each setter checks its arguments and takes its memory before it changes the database: when it fails, everything is as it
-// was, except that a face which fails may have added nodes.
+// was.
 #include "zel.h"
 #include "zeldb.h"
 
@@ -34,16 +34,12 @@ static void store_text(char* field, int longest, const char* text)
     std::memcpy(field, text, strnlen(text, size_t(longest)));
 }
 
-static void set_header_text(const HeaderText& row, char* text)
+static void set_header_text(const HeaderText& row, const char* text, size_t length)
 {
-    const size_t length = text ? std::strlen(text) : 0;
     if (length > size_t(row.longest))
         ZEL_Warning("%s too big: max size %ld, specified size %ld.\nTruncating %s.", row.subject, long(row.longest),
                     long(length), row.truncated);
-    for (size_t i = 0; i < length; ++i)
-        if (text[i] == '\n') // without one nothing is written: the text may be a constant
-            text[i] = ' ';
-    store_text(row.field, row.longest, text ? text : "");
+    store_text(row.field, row.longest, text);
     ZEL_Info("%s: %s", row.label, row.field);
 }
 
@@ -65,13 +61,26 @@ int ZEL_SetHeader(ZELDATA* db, char* title, char* input_file_name, char* input_f
 {
     if (!db)
         return no_database();
+    const HeaderText rows[] = {{"Title", "title", "Title", db->title, 127},
+                               {"Input file name", "input file name", "Name ", db->input_file_name, 127},
+                               {"Input file type spec", "input file type", "Type ", db->input_file_type, 15},
+                               {"Comment 1", "Comment 1", "Comment 1", db->comment1, 79},
+                               {"Comment 2", "Comment 2", "Comment 2", db->comment2, 79},
+                               {"Comment 3", "Comment 3", "Comment 3", db->comment3, 79}};
+    char* const texts[] = {title, input_file_name, input_file_type, comment1, comment2, comment3};
+    char copies[6][128] = {}; // the texts may be the record's own
+    size_t lengths[6];
+    for (int i = 0; i < 6; ++i)
+    {
+        lengths[i] = texts[i] ? std::strlen(texts[i]) : 0;
+        for (size_t at = 0; at < lengths[i]; ++at)
+            if (texts[i][at] == '\n') // without one nothing is written: the text may be a constant
+                texts[i][at] = ' ';
+        std::memcpy(copies[i], texts[i] ? texts[i] : "", std::min(lengths[i], sizeof copies[i] - 1));
+    }
     set_date(db);
-    set_header_text({"Title", "title", "Title", db->title, 127}, title);
-    set_header_text({"Input file name", "input file name", "Name ", db->input_file_name, 127}, input_file_name);
-    set_header_text({"Input file type spec", "input file type", "Type ", db->input_file_type, 15}, input_file_type);
-    set_header_text({"Comment 1", "Comment 1", "Comment 1", db->comment1, 79}, comment1);
-    set_header_text({"Comment 2", "Comment 2", "Comment 2", db->comment2, 79}, comment2);
-    set_header_text({"Comment 3", "Comment 3", "Comment 3", db->comment3, 79}, comment3);
+    for (int i = 0; i < 6; ++i)
+        set_header_text(rows[i], copies[i], lengths[i]);
     return 1;
 }
 
@@ -253,6 +262,9 @@ int ZEL_SetFaceList(ZELDATA* db, int vertex_count, const int* node_ids)
         return no_memory(kModule);
     if (vertex_count < 1 || !node_ids)
         return fail("A face has no vertices.");
+    const auto is_new = [db](int node_id) { return find_node(db, node_id) < 0; };
+    if (!reserve_nodes(db, db->node_count + std::count_if(node_ids, node_ids + vertex_count, is_new)))
+        return no_memory(kModule);
     int* const face = db->face_list + db->face_list_length; // recorded only when its length is added
     int* const vertices = face + 1;
     int kept = 0;

@@ -4,6 +4,8 @@
 #include "zeldb.h"
 #include "zelinvar.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cmath>
 
@@ -18,8 +20,12 @@ static int add_entry(ZELDATA* db, ZELMATRIX& matrix, const char* name, int row_m
 {
     if (!std::isfinite(value))
         return fail("The generalized %s of modes %d and %d is not finite: %g.", name, row_mode, column_mode, value);
-    const int row = ZEL_LookupOrAddMode(db, row_mode), column = ZEL_LookupOrAddMode(db, column_mode);
-    return append_entry(matrix, row, column, value) ? 1 : no_memory(kModule);
+    ModeToSet row(db, row_mode), column(db, column_mode);
+    if (!append_entry(matrix, row.index(), column.index(), value))
+        return no_memory(kModule);
+    row.keep();
+    column.keep();
+    return 1;
 }
 
 // What the writer and the queries want to know of mass and stiffness without a search.
@@ -78,9 +84,9 @@ static void move_load(double*& vector, double* larger, int count)
 // Room for every mode, present and to come, in all load vectors and the preload. On 0 they are as before.
 static int reserve_load_components(ZELDATA* db)
 {
-    if (db->mode_count <= db->load_capacity)
-        return 1;
     const int room = std::max(db->max_modes, db->mode_count);
+    if (room <= db->load_capacity)
+        return 1;
     Scratch<double*> larger(int64_t(db->load_case_count) + 1); // the last one is the preload's
     bool complete = larger.data != nullptr;
     for (int i = 0; complete && i <= db->load_case_count; ++i)
@@ -100,25 +106,40 @@ static int reserve_load_components(ZELDATA* db)
     return 1;
 }
 
-// Adds load cases, all zero, up to `load_case`. On 0 there are as many as before.
-static int reserve_load_cases(ZELDATA* db, int load_case)
+// 0, with a message, when a number is negative or its table alone is beyond the machine's memory.
+static int check_load_case(const ZELDATA* db, int load_case)
 {
     if (load_case < 0 || load_case == INT32_MAX)
         return fail("The load case index %d is illegal.\nThe load case index must be non-negative.", load_case);
+    const double vector = double(std::max(db->max_modes, db->mode_count)) * double(sizeof(double));
+    const double bytes = (double(load_case) - db->load_case_count) * (double(sizeof(ZELLOADCASE)) + vector);
+    return bytes <= double(sysconf(_SC_PHYS_PAGES)) * double(sysconf(_SC_PAGESIZE)) ? 1 : int(no_memory(kModule));
+}
+
+// Adds load cases, all zero, up to `load_case`. On 0 there are as many as before.
+static int reserve_load_cases(ZELDATA* db, int load_case)
+{
     if (load_case < db->load_case_count)
         return 1;
+    int* forces = reallocate(own(db).load_forces, int64_t(load_case) + 1);
+    if (!forces)
+        return no_memory(kModule);
+    own(db).load_forces = forces;
     ZELLOADCASE* cases = reallocate(db->load_cases, int64_t(load_case) + 1);
     if (!cases)
         return no_memory(kModule);
     db->load_cases = cases;
     for (int added = db->load_case_count; added <= load_case; ++added)
     {
+        forces[added] = 0;
         cases[added] = {};
         cases[added].values = allocate<double>(db->load_capacity);
         if (!cases[added].values)
         {
             while (--added >= db->load_case_count)
                 std::free(cases[added].values);
+            if (db->load_case_count == 0)
+                discard(db->load_cases);
             return no_memory(kModule);
         }
         std::snprintf(cases[added].label, sizeof cases[added].label, "Load Case %d", added + 1);
@@ -131,14 +152,15 @@ int ZEL_SetModalLoad(ZELDATA* db, int load_case, int mode_number, double value)
 {
     if (!db)
         return no_database();
-    if (load_case < 0 || load_case == INT32_MAX)
-        return reserve_load_cases(db, load_case);
+    if (!check_load_case(db, load_case))
+        return 0;
     if (!std::isfinite(value))
         return fail("The load of mode %d in load case %d is not finite: %g.", mode_number, load_case, value);
-    const int mode = ZEL_LookupOrAddMode(db, mode_number);
-    if (mode < 0 || !reserve_load_components(db) || !reserve_load_cases(db, load_case))
+    ModeToSet mode(db, mode_number);
+    if (mode.index() < 0 || !reserve_load_components(db) || !reserve_load_cases(db, load_case))
         return 0;
-    db->load_cases[load_case].values[mode] = value;
+    mode.keep();
+    db->load_cases[load_case].values[mode.index()] = value;
     raise_flag(db, kBlockLoads);
     return 1;
 }
@@ -147,18 +169,18 @@ int ZEL_SetModalLoadLabel(ZELDATA* db, int load_case, const char* label)
 {
     if (!db)
         return no_database();
-    if (!reserve_load_components(db) || !reserve_load_cases(db, load_case))
+    char text[256] = {}; // a copy: the caller's may be a label of the table that is about to grow
+    const size_t longest = sizeof text - 1, length = label ? std::strlen(label) : 0;
+    if (length > 0)
+        std::memcpy(text, label, std::min(length, longest));
+    else
+        std::snprintf(text, sizeof text, "%d", load_case + 1);
+    if (!check_load_case(db, load_case) || !reserve_load_components(db) || !reserve_load_cases(db, load_case))
         return 0;
-    char(&field)[256] = db->load_cases[load_case].label;
-    const size_t longest = sizeof field - 1, length = label ? std::strlen(label) : 0;
     if (length > longest)
         ZEL_Warning("Modal load label too big: max size %ld, specified size %ld.  Truncating label.", long(longest),
                     long(length));
-    std::memset(field, 0, sizeof field);
-    if (length > 0)
-        std::memcpy(field, label, std::min(length, longest));
-    else
-        std::snprintf(field, sizeof field, "%d", load_case + 1);
+    std::memcpy(db->load_cases[load_case].label, text, sizeof text);
     raise_flag(db, kBlockLoads);
     return 1;
 }
@@ -169,8 +191,8 @@ int ZEL_SetModalPreload(ZELDATA* db, int mode_number, double value)
         return no_database();
     if (!std::isfinite(value))
         return fail("The preload of mode %d is not finite: %g.", mode_number, value);
-    const int mode = ZEL_LookupOrAddMode(db, mode_number);
-    if (mode < 0 || !reserve_load_components(db))
+    ModeToSet mode(db, mode_number);
+    if (mode.index() < 0 || !reserve_load_components(db))
         return 0;
     if (!db->modal_preload)
     {
@@ -179,7 +201,8 @@ int ZEL_SetModalPreload(ZELDATA* db, int mode_number, double value)
             return no_memory(kModule);
         db->principal_axes_done = 0;
     }
-    db->modal_preload[mode] = value;
+    mode.keep();
+    db->modal_preload[mode.index()] = value;
     raise_flag(db, kBlockPreload);
     return 1;
 }

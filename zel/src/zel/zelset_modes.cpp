@@ -3,6 +3,7 @@
 // in memory only.
 #include "zel.h"
 #include "zeldb.h"
+#include "zelinvar.h"
 #include "zelmodes.h"
 #include "zelstream.h"
 
@@ -15,13 +16,9 @@ static constexpr const char* kModule = "zelset";
 
 // ---- Modes -------------------------------------------------------------------------------------------------------------
 
-int ZEL_AddMode(ZELDATA* db, int mode_number)
+// Appends a number to the table of modes; its index, or -1 with a message.
+static int append_mode(ZELDATA* db, int mode_number)
 {
-    if (!db)
-    {
-        no_database();
-        return -1;
-    }
     if (db->mode_count >= db->max_modes)
     {
         ZEL_Error("Insufficient room for mode %d in temporary mode shape file.  \n"
@@ -36,12 +33,73 @@ int ZEL_AddMode(ZELDATA* db, int mode_number)
         no_memory(kModule);
         return -1;
     }
-    for (int& cached : db->cached_mode)
-        if (cached == db->mode_count) // stood for the pre-stress or pre-strain so far
-            cached = -1;
     db->mode_ids[db->mode_count] = mode_number;
-    mass_or_modes_changed(db);
     return db->mode_count++;
+}
+
+// Invariants that the caller gave, or a file had, are of the modes that there were: they say nothing of the new one.
+static void drop_given_invariants(ZELDATA* db, int mode_number)
+{
+    for (const Invariant& row : kInvariants)
+    {
+        const char origin = db->invar_origin[row.number];
+        if (!row.modal || (origin != kGiven && origin != kRead))
+            continue;
+        ZEL_Warning("Inertia Invariant %d was given for the modes before mode %d and is dropped.", row.number,
+                    mode_number);
+        drop_invariant(db, row.number);
+        own(db).stale_block[row.block] = 1;
+        clear_flag(db, row.block);
+    }
+}
+
+// What follows from a mode that has just been appended.
+static void mode_added(ZELDATA* db)
+{
+    const int mode = db->mode_count - 1;
+    for (int& cached : db->cached_mode)
+        if (cached == mode) // stood for the pre-stress or pre-strain so far
+            cached = -1;
+    drop_given_invariants(db, db->mode_ids[mode]);
+    mass_or_modes_changed(db);
+}
+
+namespace zel
+{
+
+ModeToSet::ModeToSet(ZELDATA* db, int mode_number) : db_(db), index_(ZEL_ModeIndex(db, mode_number))
+{
+    made_table_ = !db->mode_ids;
+    fresh_ = index_ < 0 && (index_ = append_mode(db, mode_number)) >= 0;
+}
+
+ModeToSet::~ModeToSet()
+{
+    if (fresh_)
+        --db_->mode_count;
+    if (made_table_ && db_->mode_count == 0)
+        discard(db_->mode_ids);
+}
+
+void ModeToSet::keep()
+{
+    if (std::exchange(fresh_, false))
+        mode_added(db_);
+}
+
+} // namespace zel
+
+int ZEL_AddMode(ZELDATA* db, int mode_number)
+{
+    if (!db)
+    {
+        no_database();
+        return -1;
+    }
+    const int mode = append_mode(db, mode_number);
+    if (mode >= 0)
+        mode_added(db);
+    return mode;
 }
 
 int ZEL_LookupOrAddMode(ZELDATA* db, int mode_number)
@@ -114,14 +172,22 @@ static int position_to_be(const ZELDATA* db, int kind, int node)
     return known >= 0 ? known : db->mode_node_count[kind];
 }
 
-// Makes sure that a node (index -1: a new one) is in the node table and the node list of a kind; 0 with a message.
+// Makes sure that a node (index -1: a new one) is in the node table and the node list of a kind; 0 with a message. Mode
+// shapes cover the first nodes of the table: one behind these takes the place of the first that they do not cover.
 static int list_node(ZELDATA* db, int kind, int node, int node_id)
 {
     if (node < 0)
         node = append_node(db, node_id);
     if (node < 0)
         return 0;
-    return mode_node_position(db, kind, node) >= 0 || append_mode_node(db, kind, node) >= 0;
+    if (mode_node_position(db, kind, node) >= 0)
+        return 1;
+    if (kind != ZEL_MODE_SHAPE)
+        return append_mode_node(db, kind, node) >= 0;
+    if (const int place = db->mode_node_count[kind]; place != node)
+        swap_nodes(db, place, node);
+    ++db->mode_node_count[kind];
+    return 1;
 }
 
 static int set_preload(ZELDATA* db, const Values& set)
@@ -130,6 +196,8 @@ static int set_preload(ZELDATA* db, const Values& set)
     constexpr int kGrowth = 1000;
     const int node = find_node(db, set.node_id);
     const int position = position_to_be(db, set.kind, node);
+    if (node < 0 && !reserve_nodes(db, int64_t(db->node_count) + 1)) // before there are records: these count as values
+        return no_memory(kModule);
     if (!grow(to.records, to.capacity, int64_t(position) + 1, kGrowth))
         return fail("Failed to allocate memory for %s at line %d in file %s.\n",
                     set.kind == ZEL_MODAL_STRESS ? "Pre-Stress" : "Pre-Strain", __LINE__, kModule);
@@ -141,6 +209,34 @@ static int set_preload(ZELDATA* db, const Values& set)
     return 1;
 }
 
+namespace
+{
+// The temporary file of a kind. One that was not open before is closed again at the end of the scope unless keep() was called.
+class ModeFileToSet
+{
+public:
+    ModeFileToSet(ZELDATA* db, int kind)
+        : db_(db), kind_(kind), room_before_(db->mode_record_nodes[kind]), fresh_(!mode_stream(db, kind).file)
+    {}
+    ~ModeFileToSet()
+    {
+        if (!fresh_)
+            return;
+        close_mode_stream(db_, kind_);
+        db_->mode_record_nodes[kind_] = room_before_;
+    }
+    ModeFileToSet(const ModeFileToSet&) = delete;
+    ModeFileToSet& operator=(const ModeFileToSet&) = delete;
+    int open() { return open_mode_file(db_, kind_); }
+    void keep() { fresh_ = false; }
+
+private:
+    ZELDATA* db_;
+    int kind_, room_before_;
+    bool fresh_;
+};
+} // namespace
+
 static int set_values(ZELDATA* db, const Values& set)
 {
     constexpr int kBlocks[ZEL_MODE_KINDS] = {kBlockModes, kBlockStress, kBlockStrain};
@@ -150,10 +246,11 @@ static int set_values(ZELDATA* db, const Values& set)
         return 0;
     if (is_preload(set.mode_number, set.kind))
         return set_preload(db, set);
-    int mode = ZEL_ModeIndex(db, set.mode_number);
-    if (mode < 0 && db->mode_count >= db->max_modes)
-        return ZEL_AddMode(db, set.mode_number) >= 0; // reports the lack of room, before a file is made
-    if (!open_mode_file(db, set.kind))
+    ModeToSet mode(db, set.mode_number);
+    if (mode.index() < 0)
+        return 0;
+    ModeFileToSet file(db, set.kind);
+    if (!file.open())
         return 0;
     const int node = find_node(db, set.node_id);
     const int position = position_to_be(db, set.kind, node);
@@ -161,12 +258,12 @@ static int set_values(ZELDATA* db, const Values& set)
         return fail(
             "Insufficient room for node %d in the records of mode %d.\nSpecify larger number of nodes in ZEL_Create.",
             set.node_id, set.mode_number);
-    if (mode < 0)
-        mode = ZEL_AddMode(db, set.mode_number);
-    if (mode < 0 || !list_node(db, set.kind, node, set.node_id))
+    if (!list_node(db, set.kind, node, set.node_id))
         return 0;
-    if (!write_mode_values(db, set.kind, mode, position, set.dof, set.count, set.values))
+    if (!write_mode_values(db, set.kind, mode.index(), position, set.dof, set.count, set.values))
         return 0;
+    mode.keep();
+    file.keep();
     raise_flag(db, kBlocks[set.kind]);
     mass_or_modes_changed(db);
     return 1;

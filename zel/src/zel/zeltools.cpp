@@ -77,17 +77,17 @@ static double frequency(ZELDATA* db, int mode)
     return hertz;
 }
 
-int ZEL_RigidBodyModeCount(ZELDATA* db)
+static int count_rigid_modes(ZELDATA* db, double hertz_per_unit)
 {
     constexpr double kAlmostZero = 0.1, kClearlyFlexible = 10.0, kJump = 10000.0;
     const int modes = ZEL_ModeCount(db);
     if (modes < 2)
         return 0;
-    const double first = frequency(db, 0);
+    const double first = frequency(db, 0) * hertz_per_unit;
     double previous = first;
     for (int mode = 1; mode < modes; ++mode)
     {
-        const double current = frequency(db, mode);
+        const double current = frequency(db, mode) * hertz_per_unit;
         if (std::fabs(first) < kAlmostZero && current > kClearlyFlexible)
             return mode;
         if (std::fabs(current) > kJump * std::fabs(previous))
@@ -95,6 +95,17 @@ int ZEL_RigidBodyModeCount(ZELDATA* db)
         previous = current;
     }
     return 0;
+}
+
+int ZEL_RigidBodyModeCount(ZELDATA* db)
+{
+    return count_rigid_modes(db, 1.0);
+}
+
+int zel::rigid_modes_by_hertz(ZELDATA* db)
+{
+    const double seconds = ZEL_Time2Second(db, 1.0);
+    return count_rigid_modes(db, seconds > 0.0 ? 1.0 / seconds : 1.0);
 }
 
 // ---- Linear equations: LU decomposition with row pivoting, after Doolittle ------------------------------------------

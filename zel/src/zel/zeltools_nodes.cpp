@@ -5,6 +5,7 @@
 // when an exported lookup is called. Everything that has an entry for each node is (re)allocated in one place, reserve_nodes.
 #include "zel.h"
 #include "zeldb.h"
+#include "zelmodes.h"
 
 #include <sys/random.h>
 #include <unistd.h>
@@ -381,16 +382,12 @@ static void exchange_in_mode_nodes(ZELDATA* db, int kind, int a, int b)
             db->mode_nodes[kind][positions[node] - 1] = db->nodes + node;
 }
 
-void ZEL_SwapNodesByID(ZELDATA* db, int id_a, int id_b)
+namespace zel
 {
-    if (!db)
-    {
-        no_database();
-        return;
-    }
-    const int a = find_node(db, id_a), b = find_node(db, id_b);
-    if (a < 0 || b < 0 || a == b)
-        return;
+
+void swap_nodes(ZELDATA* db, int a, int b)
+{
+    const int id_a = db->nodes[a].id, id_b = db->nodes[b].id;
     Private& caches = own(db);
     hash_new_nodes(db, caches);
     slot_of(caches, id_a).index = b + 1;
@@ -410,4 +407,47 @@ void ZEL_SwapNodesByID(ZELDATA* db, int id_a, int id_b)
         exchange_in_mode_nodes(db, kind, a, b);
     nodes_changed(db);
     faces_changed(db);
+}
+
+} // namespace zel
+
+// Six values of two nodes trade places in every mode shape. 0, with a message, when they cannot be read or written.
+static int swap_shapes(ZELDATA* db, int a, int b)
+{
+    for (int mode = 0; mode < db->mode_count; ++mode)
+    {
+        double of_a[6], of_b[6];
+        if (!read_mode_slice(db, ZEL_MODE_SHAPE, mode, a, 1, of_a) ||
+            !read_mode_slice(db, ZEL_MODE_SHAPE, mode, b, 1, of_b) ||
+            !write_mode_values(db, ZEL_MODE_SHAPE, mode, a, 0, 6, of_b) ||
+            !write_mode_values(db, ZEL_MODE_SHAPE, mode, b, 0, 6, of_a))
+            return fail("The mode shapes of nodes %d and %d cannot trade places.", db->nodes[a].id, db->nodes[b].id);
+    }
+    db->cached_mode[ZEL_MODE_SHAPE] = -1;
+    return 1;
+}
+
+void ZEL_SwapNodesByID(ZELDATA* db, int id_a, int id_b)
+{
+    if (!db)
+    {
+        no_database();
+        return;
+    }
+    const int a = find_node(db, id_a), b = find_node(db, id_b), covered = db->mode_node_count[ZEL_MODE_SHAPE];
+    if (a < 0 || b < 0 || a == b)
+        return;
+    if (db->mode_positions[ZEL_MODE_SHAPE] && std::min(a, b) < covered)
+    {
+        if (!db->mode_file.temporary || std::max(a, b) >= covered)
+        {
+            fail("Nodes %d and %d cannot trade places: their mode shapes lie in a file or one of them has none.", id_a,
+                 id_b);
+            return;
+        }
+        if (!swap_shapes(db, a, b))
+            return;
+    }
+    swap_nodes(db, a, b);
+    mass_or_modes_changed(db);
 }

@@ -68,7 +68,7 @@ static constexpr double kNegligible = 1e-10;
 static void project_load(double* load, int modes, const double* resultants, int rigid_modes)
 {
     double sum[kRigid] = {};
-    for (int mode = 0; mode < rigid_modes; ++mode)
+    for (int mode = 0; mode < std::min(rigid_modes, modes); ++mode)
         for (int i = 0; i < kRigid; ++i)
             sum[i] += load[mode] * resultants[int64_t(kRigid) * mode + i];
     for (int i = 0; rigid_modes > 0 && i < std::min(kRigid, modes); ++i)
@@ -100,13 +100,22 @@ int project_loads_of_body(ZELDATA* db)
     Scratch<double> resultants(int64_t(kRigid) * rigid_modes);
     if (!resultants.data)
         return no_memory(kModule);
-    if (loads_wait_for_projection(db) && rigid_modes > 0 &&
-        !resultants_of_modes(db, rigid_modes, from_nodes, resultants.data))
+    const bool waiting = loads_wait_for_projection(db);
+    if (waiting && rigid_modes > 0 && !resultants_of_modes(db, rigid_modes, from_nodes, resultants.data))
         return 0;
+    const auto is_zero = [](double value) { return value == 0.0; };
+    if (waiting && rigid_modes > 0 && std::all_of(resultants.data, resultants.data + kRigid * rigid_modes, is_zero))
+    {
+        ZEL_Warning("No mass data tells which forces the rigid-body part of the modal loads stands for.\n"
+                    "Modal loads and preload stay as they are.");
+        return 1;
+    }
+    const int forces = rigid_modes > 0 ? 3 : 0, components = std::min(db->mode_count, db->load_capacity);
     if (db->modal_preload && !db->principal_axes_done)
     {
-        project_load(db->modal_preload, db->mode_count, resultants.data, rigid_modes);
+        project_load(db->modal_preload, components, resultants.data, rigid_modes);
         db->principal_axes_done = 1;
+        own(db).preload_forces = forces;
         warn_of_rigid_preload(db, rigid_modes);
     }
     if (rigid_modes < kRigid && db->load_case_count > 0)
@@ -115,8 +124,9 @@ int project_loads_of_body(ZELDATA* db)
     for (int i = 0; i < db->load_case_count; ++i)
         if (ZELLOADCASE& load = db->load_cases[i]; !load.processed)
         {
-            project_load(load.values, db->mode_count, resultants.data, rigid_modes);
+            project_load(load.values, components, resultants.data, rigid_modes);
             load.processed = 1;
+            own(db).load_forces[i] = forces;
         }
     return 1;
 }
@@ -165,6 +175,8 @@ static void momentum_of_principal(const RigidInvariants& rigid, Matrix6& momentu
         }
 }
 
+static constexpr double kSingular = 1e-12; // of the largest entry of a pivot's column
+
 // The rates of the first six modes for a unit of each principal velocity: column by column the solution of
 // A P = momentum, where column k of A is the momentum of mode k, from invariants 3 and 4. 0, with a message, on failure.
 // `singular` tells why.
@@ -181,8 +193,14 @@ static int rates_of_principal(ZELDATA* db, Matrix6& p, bool& singular)
             a.values[3 + axis][mode] = invariant_piece(db, 4, axis)[mode];
         }
     momentum_of_principal(rigid, p);
+    double largest[kRigid] = {};
+    for (int column = 0; column < kRigid; ++column)
+        for (int row = 0; row < kRigid; ++row)
+            largest[column] = std::max(largest[column], std::fabs(a.values[row][column]));
     int permutation[kRigid];
     bool solvable = ZEL_LUPDecomposition(a.rows, kRigid, permutation) != 0;
+    for (int k = 0; k < kRigid; ++k) // of a straight body without rotary inertia one pivot is what rounding left
+        solvable = solvable && std::fabs(a.rows[k][k]) > kSingular * largest[k];
     for (int column = 0; solvable && column < kRigid; ++column)
     {
         double solution[kRigid];
@@ -193,7 +211,7 @@ static int rates_of_principal(ZELDATA* db, Matrix6& p, bool& singular)
         for (int i = 0; i < kRigid; ++i)
         {
             p.values[i][column] = solution[i];
-            solvable = solvable && std::isfinite(solution[i]); // the last pivot was not tested
+            solvable = solvable && std::isfinite(solution[i]);
         }
     }
     singular = !solvable;

@@ -222,92 +222,127 @@ double* ZEL_Convert_Units(double* values, int count, double factor)
 
 // ---- Scaling a database ---------------------------------------------------------------------------------------------
 
-static void scale_nodes(ZELDATA* db, const Ratios& r)
+// Every value in memory with the factor of its change: visit(values, count, factor). All scaling and the test before it
+// walk this one list.
+template <typename Visit> static void visit_nodes(ZELDATA* db, const Ratios& r, Visit visit)
 {
     for (int i = 0; i < db->node_count; ++i)
     {
         ZELNODE& node = db->nodes[i];
-        node.mass *= r.m;
-        node.x *= r.l;
-        node.y *= r.l;
-        node.z *= r.l;
+        visit(&node.mass, 1, r.m);
+        visit(&node.x, 1, r.l);
+        visit(&node.y, 1, r.l);
+        visit(&node.z, 1, r.l);
         if (node.inertia)
-            ZEL_Convert_Units(node.inertia, 6, r.inertia());
+            visit(node.inertia, 6, r.inertia());
     }
+    visit(&db->total_mass, 1, r.m);
+    visit(db->center_of_mass, 3, r.l);
+    visit(db->inertia_tensor, 9, r.inertia());
 }
 
-static void scale_damping(ZELDATA* db, const Ratios& r)
+template <typename Visit> static void visit_matrices(ZELDATA* db, const Ratios& r, Visit visit)
 {
+    for (int i = 0; i < db->mass.count; ++i)
+        visit(&db->mass.entries[i].value, 1, r.inertia());
+    for (int i = 0; i < db->stiffness.count; ++i)
+        visit(&db->stiffness.entries[i].value, 1, r.energy());
     for (int i = 0; i < db->damping.count; ++i)
     {
         ZELENTRY& entry = db->damping.entries[i];
-        entry.value *= r.damping(entry.row, entry.column, db->damping_projected != 0);
+        visit(&entry.value, 1, r.damping(entry.row, entry.column, db->damping_projected != 0));
     }
-}
-
-static void scale_eigenvalues(ZELDATA* db, const Ratios& r)
-{
     const double factors[6] = {1.0, r.f / (r.m * r.l), 1.0 / r.t, 1.0 / r.t, r.inertia(), r.energy()};
     for (int i = 0; db->eigenvalues && i < db->eigenvalue_count; ++i)
         for (int field = 1; field < 6; ++field)
             if (double& value = db->eigenvalues[i].value[field]; !is_infinite_eigenvalue(value))
-                value *= factors[field];
+                visit(&value, 1, factors[field]);
+    visit(&own(db).assumed_mass, 1, r.inertia());
 }
 
 // The force components of a projected vector scale as forces, its moments and modal components as energies.
-static void scale_load(double* values, int count, bool projected, int rigid_modes, const Ratios& r)
+template <typename Visit> static void visit_loads(ZELDATA* db, const Ratios& r, Visit visit)
 {
-    if (!values)
-        return;
-    const int forces = projected ? std::min({3, rigid_modes, count}) : 0;
-    ZEL_Convert_Units(values, forces, r.f);
-    ZEL_Convert_Units(values + forces, count - forces, r.energy());
+    const int components = std::min(db->mode_count, db->load_capacity);
+    const auto visit_vector = [&](double* values, int forces) {
+        if (!values)
+            return;
+        const int of_force = std::min(forces, components);
+        visit(values, of_force, r.f);
+        visit(values + of_force, components - of_force, r.energy());
+    };
+    visit_vector(db->modal_preload, own(db).preload_forces);
+    for (int i = 0; i < db->load_case_count; ++i)
+        visit_vector(db->load_cases[i].values, own(db).load_forces[i]);
 }
 
-static void scale_statistics(ZELDATA* db, const Ratios& r)
+template <typename Visit> static void visit_modal_results(ZELDATA* db, const Ratios& r, Visit visit)
 {
+    for (int i = 0; i < db->pre_stress_capacity; ++i)
+        visit(db->pre_stress[i].v, 6, r.stress());
     for (int i = 0; db->modal_statistics && i < db->modal_statistics_count; ++i)
     {
-        db->modal_statistics[i].pair[0].value *= r.l;
-        db->modal_statistics[i].pair[2].value *= r.stress();
+        visit(&db->modal_statistics[i].pair[0].value, 1, r.l);
+        visit(&db->modal_statistics[i].pair[2].value, 1, r.stress());
     }
+    visit(&db->mode_factor[ZEL_MODE_SHAPE], 1, r.l);
+    visit(&db->mode_factor[ZEL_MODAL_STRESS], 1, r.stress());
+    const double steps[4] = {r.m, r.l, r.t, r.f};
+    for (int i = 0; i < 4; ++i)
+        visit(&db->base_scale[i], 1, steps[i]);
 }
 
-static void scale_invariants(ZELDATA* db, const Ratios& r)
+template <typename Visit> static void visit_invariants(ZELDATA* db, const Ratios& r, Visit visit)
 {
     const int modes = db->invar_modes;
-    if (db->invar1)
-        *db->invar1 *= r.m;
-    ZEL_Convert_Units(db->invar2, 3, r.m * r.l);
-    ZEL_Convert_Units(db->invar3, 3 * modes, r.m * r.l);
-    ZEL_Convert_Units(db->invar4, 3 * modes, r.inertia());
-    ZEL_Convert_Units(db->invar7, 9, r.inertia());
+    const auto visit_filled = [&](double* values, int count, double factor) {
+        if (values)
+            visit(values, count, factor);
+    };
+    visit_filled(db->invar1, 1, r.m);
+    visit_filled(db->invar2, 3, r.m * r.l);
+    visit_filled(db->invar3, 3 * modes, r.m * r.l);
+    visit_filled(db->invar4, 3 * modes, r.inertia());
+    visit_filled(db->invar7, 9, r.inertia());
     for (int i = 0; i < modes; ++i)
     {
-        if (db->invar5 && i < own(db).table_modes[5])
-            ZEL_Convert_Units(db->invar5[i], 3 * own(db).table_modes[5], r.inertia());
-        if (db->invar8)
-            ZEL_Convert_Units(db->invar8[i], 9, r.inertia());
+        visit_filled(db->invar5 && i < own(db).table_modes[5] ? db->invar5[i] : nullptr, 3 * own(db).table_modes[5],
+                     r.inertia());
+        visit_filled(db->invar8 ? db->invar8[i] : nullptr, 9, r.inertia());
         for (int j = 0; db->invar9 && std::max(i, j) < own(db).table_modes[9]; ++j)
-            ZEL_Convert_Units(db->invar9[i][j], 9, r.inertia());
+            visit_filled(db->invar9[i][j], 9, r.inertia());
     }
 }
 
-// Unit masses that were only assumed must be stored once they are no longer 1.
-static bool store_assumed_masses(ZELDATA* db)
+template <typename Visit> static void visit_values(ZELDATA* db, const Ratios& r, Visit visit)
 {
-    ZELMATRIX masses = {};
-    for (int mode = 0; mode < db->mode_count; ++mode)
-        if (!append_entry(masses, mode, mode, 1.0))
-        {
-            std::free(masses.entries);
-            return no_memory("zelunits");
-        }
-    std::free(db->mass.entries);
-    db->mass = masses;
-    db->non_unit_mass = 1;
-    raise_flag(db, kBlockMass);
-    return true;
+    visit_nodes(db, r, visit);
+    visit_matrices(db, r, visit);
+    visit_loads(db, r, visit);
+    visit_modal_results(db, r, visit);
+    visit_invariants(db, r, visit);
+}
+
+// Whether every finite value stays finite.
+static bool can_be_scaled(ZELDATA* db, const Ratios& r)
+{
+    bool finite = true;
+    visit_values(db, r, [&finite](const double* values, int count, double factor) {
+        for (int i = 0; i < count; ++i)
+            finite = finite && (std::isfinite(values[i] * factor) || !std::isfinite(values[i]));
+    });
+    return finite;
+}
+
+// Diagonal entries of 1 are no longer 1, or have become 1.
+static void note_unit_masses(ZELDATA* db)
+{
+    constexpr double kUnitTolerance = 1e-8;
+    db->non_unit_mass = db->mass.count == 0 && std::fabs(1.0 - own(db).assumed_mass) > kUnitTolerance;
+    for (int i = 0; i < db->mass.count; ++i)
+        if (const ZELENTRY& entry = db->mass.entries[i];
+            entry.row == entry.column && std::fabs(1.0 - entry.value) > kUnitTolerance)
+            db->non_unit_mass = 1;
 }
 
 int ZEL_ScaleDatabase(ZELDATA* db)
@@ -315,34 +350,12 @@ int ZEL_ScaleDatabase(ZELDATA* db)
     if (!db)
         return 0;
     const Ratios r = {db->units.mass_scale, db->units.length_scale, db->units.time_scale, db->units.force_scale};
-    const int rigid_modes = ZEL_RigidBodyModeCount(db); // reads frequencies, which are scaled below
-    const bool masses_assumed = db->mass.count == 0 && db->eigenvalue_count == 0 && db->mode_count > 0;
-    if (masses_assumed && r.inertia() != 1.0 && !store_assumed_masses(db))
+    if (!can_be_scaled(db, r))
         return 0;
-    scale_nodes(db, r);
+    visit_values(db, r, [](double* values, int count, double factor) { ZEL_Convert_Units(values, count, factor); });
     nodes_changed(db);
-    for (int i = 0; i < db->mass.count; ++i)
-        db->mass.entries[i].value *= r.inertia();
-    for (int i = 0; i < db->stiffness.count; ++i)
-        db->stiffness.entries[i].value *= r.energy();
-    scale_damping(db, r);
-    scale_eigenvalues(db, r);
-    const int components = std::min(db->mode_count, db->load_capacity);
-    scale_load(db->modal_preload, components, db->principal_axes_done == 1, rigid_modes, r);
-    for (int i = 0; i < db->load_case_count; ++i)
-        scale_load(db->load_cases[i].values, components, db->load_cases[i].processed != 0, rigid_modes, r);
-    for (int i = 0; i < db->pre_stress_capacity; ++i)
-        ZEL_Convert_Units(db->pre_stress[i].v, 6, r.stress());
-    scale_statistics(db, r);
-    scale_invariants(db, r);
-    db->total_mass *= r.m;
-    ZEL_Convert_Units(db->center_of_mass, 3, r.l);
-    ZEL_Convert_Units(db->inertia_tensor, 9, r.inertia());
-    db->mode_factor[ZEL_MODE_SHAPE] *= r.l;
-    db->mode_factor[ZEL_MODAL_STRESS] *= r.stress();
-    const double steps[4] = {r.m, r.l, r.t, r.f};
-    for (int i = 0; i < 4; ++i)
-        db->base_scale[i] *= steps[i];
+    if (r.inertia() != 1.0)
+        note_unit_masses(db);
     for (int& mode : db->cached_mode)
         mode = -1;
     return 1;

@@ -79,9 +79,9 @@ static int shifted_damping(ZELDATA* db, const double center[3], ZELMATRIX& made)
 static void shift_loads(ZELDATA* db, const double center[3])
 {
     for (int i = 0; i < db->load_case_count; ++i)
-        if (const ZELLOADCASE& load = db->load_cases[i]; load.processed && load.values)
+        if (const ZELLOADCASE& load = db->load_cases[i]; own(db).load_forces[i] > 0 && load.values)
             shift_moments(load.values, db->mode_count, center);
-    if (db->modal_preload && db->principal_axes_done)
+    if (db->modal_preload && own(db).preload_forces > 0)
         shift_moments(db->modal_preload, db->mode_count, center);
 }
 

@@ -383,8 +383,36 @@ static bool nearly_equal(double a, double b, double noise)
            (std::fabs(a) <= noise && std::fabs(b) <= noise);
 }
 
-// Ascending; modes whose eigenvalues are equal but for rounding keep their order, so that a copy of a body has its modes
-// where the body has them. Not-a-number compares with nothing: it stays behind the rest.
+// The order that results from reversing the list and then swapping neighbours, when the earlier one is strictly greater,
+// until none is. Not-a-number compares with nothing, so that the passes themselves are run, no more than n of them.
+static void sort_reversed(const double* values, int* order, int n)
+{
+    bool comparable = true;
+    for (int i = 0; i < n; ++i)
+    {
+        order[i] = n - 1 - i;
+        comparable = comparable && !std::isnan(values[i]);
+    }
+    if (comparable)
+    {
+        std::stable_sort(order, order + n, [values](int a, int b) { return values[a] < values[b]; });
+        return;
+    }
+    bool swapped = true;
+    for (int pass = 0; swapped && pass < n; ++pass)
+    {
+        swapped = false;
+        for (int i = 0; i + 1 < n; ++i)
+            if (values[order[i]] > values[order[i + 1]])
+            {
+                std::swap(order[i], order[i + 1]);
+                swapped = true;
+            }
+    }
+}
+
+// Ascending, for modes that are eigenvectors already: those whose eigenvalues are equal but for rounding keep their order, so
+// that a copy of a body has its modes where the body has them. Not-a-number compares with nothing: it stays behind the rest.
 static void sort_stably(const double* values, int* order, int n)
 {
     constexpr double kHighestNoise = 1e-6;
@@ -443,7 +471,7 @@ int solve_eigenproblem(Eigenproblem& problem, int* order)
     mark_largest(found, n, problem.infinite, order, infinite.data);
     for (int i = 0; i < n; ++i)
         unsorted[i] = eigenvalue(found, i, infinite[i] != 0);
-    sort_stably(unsorted.data, order, n);
+    (problem.settled ? sort_stably : sort_reversed)(unsorted.data, order, n);
     std::copy_n(problem.vectors.data, entries, a.data);
     for (int64_t i = 0; i < n; ++i)
     {

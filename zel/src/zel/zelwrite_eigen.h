@@ -25,6 +25,7 @@ struct Eigenproblem
     int modes;                       // of the database
     int n;                           // kept modes
     int infinite = 0;                // so many eigenvalues are infinite, as far as the rank of the mass tells
+    bool settled = false;            // the modes have eigenvalue records: they come out of an orthogonalisation
     double condition = 1.0;          // of the mass of the multiplied modes, null space apart
     Scratch<int> kept;               // [n] indexes of modes, ascending
     Scratch<int> exponents;          // [n] of the powers of two
@@ -53,8 +54,9 @@ int load_eigenproblem(ZELDATA* db, const char* marks, Eigenproblem& problem);
 // when memory is short.
 int leave_out_dependent_modes(const ZELDATA* db, Eigenproblem& problem);
 
-// Solves for all eigenpairs and sorts them; equal eigenvalues end in the reverse of the solver's order. Complex and
-// infinite eigenvalues draw warnings. `order` receives n entries: the solver's index of each sorted pair.
+// Solves for all eigenpairs and sorts them; equal eigenvalues end in the reverse of the solver's order, or, of settled modes,
+// in the order of the modes. Complex and infinite eigenvalues draw warnings. `order` receives n entries: the solver's index
+// of each sorted pair.
 int solve_eigenproblem(Eigenproblem& problem, int* order);
 
 // Prints the table of eigenvalues and natural frequencies.

@@ -196,6 +196,7 @@ int orthogonalise_modes(ZELDATA* db)
     Eigenproblem problem(modes, room);
     if (!problem.allocated())
         return no_memory(kModule);
+    problem.settled = db->eigenvalues && db->eigenvalue_count >= modes;
     warn_of_empty_modes(with_entries.data, modes);
     if (!load_eigenproblem(db, with_entries.data, problem) || !leave_out_dependent_modes(db, problem) ||
         !solve_eigenproblem(problem, order.data) || !complete_order(problem, order.data) ||
