@@ -598,7 +598,8 @@ TEST(Interrupts, RemoveWhatIsRegistered)
         for (const std::string& name : {std::string("scratch/deep/a"), std::string("file"), std::string("finished"),
                                         std::string("elsewhere/.zel_1_1"), "elsewhere/" + own, std::string("ready")})
             std::ofstream(folder.path(name)) << name;
-        pause();
+        for (;;)
+            pause();
     };
     const int status = status_after(
         {SIGHUP, SIGTERM}, [&] { return fs::exists(folder.path("ready")); }, child);

@@ -2,6 +2,10 @@
 
 #include "zeloutput.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
 #include <csignal>
 #include <mutex>
 #include <system_error>
@@ -59,27 +63,29 @@ void RemovedOnInterrupt::remove_all()
     }
 }
 
+static int ends[2] = {-1, -1}; // of a pipe from the handler to the waiting thread
+
+// Whatever thread the signal came to: threads of libraries are older than main() and hold no signal back.
+static void pass_on(int signal)
+{
+    const int before = errno;
+    const auto number = static_cast<unsigned char>(signal);
+    [[maybe_unused]] const ssize_t written = write(ends[1], &number, 1);
+    errno = before;
+}
+
 void watch_for_interrupts()
 {
-    sigset_t watched;
-    sigemptyset(&watched);
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
-    {
-        struct sigaction action = {};
-        if (sigaction(signal, nullptr, &action) == 0 && action.sa_handler != SIG_IGN)
-            sigaddset(&watched, signal);
-    }
-    sigset_t before;
-    pthread_sigmask(SIG_BLOCK, &watched, &before);
-    const auto wait = [watched] {
-        int signal = 0;
-        while (sigwait(&watched, &signal) != 0)
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        return;
+    const auto wait = [] {
+        unsigned char signal = 0;
+        while (read(ends[0], &signal, 1) != 1)
             continue;
         mutex().lock();
         RemovedOnInterrupt::remove_all();
         std::signal(signal, SIG_DFL);
-        raise(signal); // waits, as this thread holds it back
-        pthread_sigmask(SIG_UNBLOCK, &watched, nullptr);
+        kill(getpid(), signal);
     };
     try
     {
@@ -87,8 +93,14 @@ void watch_for_interrupts()
     }
     catch (const std::system_error&)
     {
-        pthread_sigmask(SIG_SETMASK, &before, nullptr);
+        return;
     }
+    struct sigaction action = {}, before = {};
+    action.sa_handler = pass_on;
+    action.sa_flags = SA_RESTART;
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGQUIT})
+        if (sigaction(signal, nullptr, &before) == 0 && before.sa_handler != SIG_IGN)
+            sigaction(signal, &action, nullptr);
 }
 
 static fs::path folder_of(fs::path output)

@@ -1,6 +1,6 @@
-// What is taken away when a signal ends the command: INT (Ctrl-C), TERM, HUP and QUIT. The signals are held back in all
-// threads; one thread waits for them, removes what is registered here and ends the process by the signal's default action.
-// It is an ordinary thread, no handler. Who registers or withdraws something meanwhile waits, and ends with the process.
+// What is taken away when a signal ends the command: INT (Ctrl-C), TERM, HUP and QUIT. Their handler only wakes a thread, which
+// removes what is registered here and ends the process by the signal's default action. It is an ordinary thread: it may
+// walk folders. Who registers or withdraws something meanwhile waits, and ends with the process.
 #ifndef INTERRUPT_H
 #define INTERRUPT_H
 
