@@ -3,10 +3,68 @@
 #ifndef ZELBLOCKS_H
 #define ZELBLOCKS_H
 
-#include "zeldb.h"
+#include "zel.h"
+
+#include <cstdint>
 
 namespace zel
 {
+
+// Position of a block's flag in the content summary, -1 for blocks 1 to 3, which always exist.
+constexpr int flag_position(int block)
+{
+    return block < 4 ? -1 : block < 11 ? block - 4 : block < 14 ? block - 3 : block - 2;
+}
+inline bool has_flag(const char flags[100], int block)
+{
+    return flags[flag_position(block)] != 0;
+}
+inline void raise_flag(ZELDATA* db, int block)
+{
+    db->content_flags[flag_position(block)] = 1;
+}
+inline void clear_flag(ZELDATA* db, int block)
+{
+    db->content_flags[flag_position(block)] = 0;
+}
+
+// Block numbers that are spoken of by name.
+enum : int
+{
+    kBlockVersion = 1,
+    kBlockHeader,
+    kBlockSummary,
+    kBlockNodes,
+    kBlockTopology,
+    kBlockBody,
+    kBlockEigenvalues,
+    kBlockModes,
+    kBlockMasses,
+    kBlockInertias,
+    kBlockUnits,
+    kBlockStiffness,
+    kBlockMass,
+    kBlockFaces,
+    kBlockDamping,
+    kBlockTransformation,
+    kBlockInterface,
+    kBlockStress,
+    kBlockInvar1,
+    kBlockInvar2,
+    kBlockInvar3,
+    kBlockInvar4,
+    kBlockInvar5,
+    kBlockInvar7,
+    kBlockInvar8,
+    kBlockInvar9,
+    kBlockPreload,
+    kBlockLoads,
+    kBlockStrain,
+    kBlockStatistics,
+    kBlockPreStress,
+    kBlockPreStrain,
+    kBlockCount = kBlockPreStrain
+};
 
 // Low byte of a version code.
 constexpr int kVersion10 = 10;        // mode records carry no mode number
@@ -40,9 +98,6 @@ Widths widths_of(const ZELDATA* db);
 // Counts have 31 bits and some blocks grow with their square: sizes are computed without overflow.
 __extension__ typedef __int128 Wide;
 
-struct Reader; // zelread.h
-struct Writer; // zelwrite_blocks.h
-
 struct Block
 {
     int number;          // 1 to 32
@@ -53,12 +108,10 @@ struct Block
     // Size in bytes from these counts, none of which is negative. Of the old element block, which is a chain of groups
     // that tell their own sizes, only the head; of the faces, which tell theirs in bytes, what they say. -1: impossible.
     Wide (*bytes)(Wide n, Wide m, const Widths& w);
-    int (*read)(Reader& in, const Block& row); // null: fetched on demand
     // Messages: its size cannot be told or exceeds the file; a read failed or makes no sense; memory is short; its count
     // is not that of modes or nodes (null where it need not be).
     const char *damaged, *unreadable, *no_room, *mismatch;
-    int (*write)(Writer& out, const Block& row);
-    const char* unwritten; // message when that fails
+    const char* unwritten; // message when writing it fails
 };
 
 // Row i describes block i + 1.

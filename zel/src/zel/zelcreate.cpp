@@ -163,6 +163,14 @@ bool zel::held_open(const char* path)
     return false;
 }
 
+ZELDATA* zel::database_of_file(const char* path)
+{
+    for (ZELDATA* db = first_database; db; db = db->next)
+        if (db->zel_file.name && std::strcmp(db->zel_file.name, path) == 0)
+            return db;
+    return nullptr;
+}
+
 ZELDATA* ZEL_Create(int max_mode_nodes, int max_modes)
 {
     Scratch<ZELDATA> record(1);
@@ -181,28 +189,6 @@ ZELDATA* ZEL_Create(int max_mode_nodes, int max_modes)
     db->max_modes = max_modes;
     *link_to(nullptr) = db;
     return db;
-}
-
-ZELDATA* ZEL_CreateFromZEL(const char* path)
-{
-    if (!path)
-        return nullptr;
-    for (ZELDATA* db = first_database; db; db = db->next)
-        if (db->zel_file.name && std::strcmp(db->zel_file.name, path) == 0)
-            return db;
-    FILE* file = std::fopen(path, "rb");
-    if (!file)
-        return nullptr;
-    ZELDATA* db = ZEL_Create(0, 0);
-    if (!db)
-    {
-        std::fclose(file);
-        return nullptr;
-    }
-    if (ZEL_ReadZEL(db, file, path))
-        return db;
-    ZEL_UnLink(db); // with the file
-    return nullptr;
 }
 
 void ZEL_Destroy(ZELDATA*) {}

@@ -148,17 +148,6 @@ int ZEL_NodalInertia(const ZELDATA* db, int node_index, double inertia[9])
     return 1;
 }
 
-int ZEL_TotalMassInertia(ZELDATA* db, double* mass, double inertia[9], double center[3])
-{
-    const bool computed = db && ZEL_CalculateGlobalMassFromNodeMass(db);
-    give(mass, computed ? db->total_mass : 0.0);
-    for (int entry = 0; inertia && entry < 9; ++entry)
-        inertia[entry] = computed ? db->inertia_tensor[entry] : 0.0;
-    for (int axis = 0; center && axis < 3; ++axis)
-        center[axis] = computed ? db->center_of_mass[axis] : 0.0;
-    return computed ? 1 : 0;
-}
-
 double ZEL_BodySize(const ZELDATA* db)
 {
     if (!db || !db->nodes || db->node_count < 1)

@@ -3,6 +3,7 @@
 #define ZELDB_H
 
 #include "zel.h"
+#include "zelblocks.h"
 #include "zelmem.h"
 #include "zelmsg.h"
 
@@ -31,7 +32,8 @@ struct Private
     int table_modes[10];
 
     NearestNodes* nearest[2]; // owned: search trees over all nodes and over the interface nodes, null: none yet
-    int scans_before_tree[2]; // queries that are answered by scanning before a tree is built
+    void (*forget_nearest)(Private& caches); // frees them; null: there has been none
+    int scans_before_tree[2];                // queries that are answered by scanning before a tree is built
 
     int last_mode;     // that a lookup has found
     int repeated_mode; // 1: a mode number occurs twice
@@ -62,62 +64,6 @@ inline bool valid_kind(int kind)
 {
     return kind >= 0 && kind < ZEL_MODE_KINDS;
 }
-
-// Position of a block's flag in the content summary, -1 for blocks 1 to 3, which always exist.
-constexpr int flag_position(int block)
-{
-    return block < 4 ? -1 : block < 11 ? block - 4 : block < 14 ? block - 3 : block - 2;
-}
-inline bool has_flag(const char flags[100], int block)
-{
-    return flags[flag_position(block)] != 0;
-}
-inline void raise_flag(ZELDATA* db, int block)
-{
-    db->content_flags[flag_position(block)] = 1;
-}
-inline void clear_flag(ZELDATA* db, int block)
-{
-    db->content_flags[flag_position(block)] = 0;
-}
-
-// Block numbers that are spoken of by name.
-enum : int
-{
-    kBlockVersion = 1,
-    kBlockHeader,
-    kBlockSummary,
-    kBlockNodes,
-    kBlockTopology,
-    kBlockBody,
-    kBlockEigenvalues,
-    kBlockModes,
-    kBlockMasses,
-    kBlockInertias,
-    kBlockUnits,
-    kBlockStiffness,
-    kBlockMass,
-    kBlockFaces,
-    kBlockDamping,
-    kBlockTransformation,
-    kBlockInterface,
-    kBlockStress,
-    kBlockInvar1,
-    kBlockInvar2,
-    kBlockInvar3,
-    kBlockInvar4,
-    kBlockInvar5,
-    kBlockInvar7,
-    kBlockInvar8,
-    kBlockInvar9,
-    kBlockPreload,
-    kBlockLoads,
-    kBlockStrain,
-    kBlockStatistics,
-    kBlockPreStress,
-    kBlockPreStrain,
-    kBlockCount = kBlockPreStrain
-};
 
 inline ZELSTREAM& mode_stream(ZELDATA* db, int kind)
 {
@@ -240,6 +186,22 @@ void faces_changed(ZELDATA* db);
 
 // ---- Invariants --------------------------------------------------------------------------------------------------------
 
+// The inertia invariants that have a slot and a block; invariant 6 is the generalized mass.
+struct Invariant
+{
+    int number, block;
+    int lengths; // its unit is mass * length^lengths
+    bool modal;  // made for invar_modes modes
+};
+constexpr Invariant kInvariants[] = {
+    {1, kBlockInvar1, 0, false}, {2, kBlockInvar2, 1, false}, {3, kBlockInvar3, 1, true}, {4, kBlockInvar4, 2, true},
+    {5, kBlockInvar5, 2, true},  {7, kBlockInvar7, 2, false}, {8, kBlockInvar8, 2, true}, {9, kBlockInvar9, 2, true},
+};
+constexpr const Invariant& invariant_row(int number)
+{
+    return kInvariants[number < 6 ? number - 1 : number - 2];
+}
+
 // Where the values in an invariant's slot come from (invar_origin).
 enum : char
 {
@@ -255,6 +217,9 @@ struct RigidInvariants
     double mass, moment[3], tensor[9];
 };
 int rigid_invariants(ZELDATA* db, RigidInvariants& out); // 0 when the file cannot be read
+
+// The live database that was read from a file of that name, null: none.
+ZELDATA* database_of_file(const char* path);
 
 // Whether a path leads to a file that a live database holds open.
 bool held_open(const char* path);

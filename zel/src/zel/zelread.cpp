@@ -275,13 +275,64 @@ int ZEL_ReadGeneralizedDamping(ZELDATA* db)
     return read_matrix_again(db, kBlockDamping);
 }
 
+namespace
+{
+struct BlockReader
+{
+    int block;
+    int (*read)(Reader& in, const Block& row);
+};
+
+// In the order of reading. Mode shapes reorder the nodes, so that what refers to nodes by index comes after them.
+constexpr BlockReader kReaders[] = {
+    {kBlockUnits, read_units},
+    {kBlockHeader, read_header},
+    {kBlockNodes, read_nodes},
+    {kBlockBody, read_body_properties},
+    {kBlockEigenvalues, read_eigenvalues},
+    {kBlockModes, read_mode_shapes},
+    {kBlockMasses, read_masses},
+    {kBlockInertias, read_inertias},
+    {kBlockStiffness, read_generalized},
+    {kBlockMass, read_generalized},
+    {kBlockFaces, read_faces},
+    {kBlockTopology, read_topology},
+    {kBlockDamping, read_generalized},
+    {kBlockTransformation, read_transformation},
+    {kBlockInterface, read_interface_nodes},
+    {kBlockStress, read_stress_or_strain},
+    {kBlockPreload, read_preload},
+    {kBlockLoads, read_loads},
+    {kBlockStrain, read_stress_or_strain},
+    {kBlockStatistics, read_statistics},
+    {kBlockPreStress, read_pre_stress_or_strain},
+    {kBlockPreStrain, read_pre_stress_or_strain},
+};
+
+// Read before all others, or on demand.
+constexpr int kNotInOrder[] = {kBlockVersion, kBlockSummary, kBlockInvar1, kBlockInvar2, kBlockInvar3,
+                               kBlockInvar4,  kBlockInvar5,  kBlockInvar7, kBlockInvar8, kBlockInvar9};
+
+constexpr bool every_block_once()
+{
+    int seen[kBlockCount + 1] = {};
+    for (const BlockReader& reader : kReaders)
+        ++seen[reader.block];
+    for (int block : kNotInOrder)
+        ++seen[block];
+    for (int block = 1; block <= kBlockCount; ++block)
+        if (seen[block] != 1)
+            return false;
+    return true;
+}
+static_assert(every_block_once(), "each block is read in its turn, before all or on demand");
+} // namespace
+
 static int read_blocks(ZELDATA* db)
 {
-    // Mode shapes reorder the nodes, so that what refers to nodes by index comes after them.
-    constexpr int kOrder[] = {11, 2, 4, 6, 7, 8, 9, 10, 12, 13, 14, 5, 15, 16, 17, 18, 27, 28, 29, 30, 31, 32};
     Reader in(db);
-    for (int number : kOrder)
-        if (const Block& row = block_row(number); block_in_file(db, number) && !row.read(in, row))
+    for (const BlockReader& reader : kReaders)
+        if (block_in_file(db, reader.block) && !reader.read(in, block_row(reader.block)))
             return 0;
     return 1;
 }
@@ -317,6 +368,27 @@ int ZEL_ReadZEL(ZELDATA* db, FILE* file, const char* name)
     note_projected_forces(db);
     db->max_mode_nodes = block_in_file(db, kBlockModes) ? db->mode_node_count[ZEL_MODE_SHAPE] : db->node_count;
     return 1;
+}
+
+ZELDATA* ZEL_CreateFromZEL(const char* path)
+{
+    if (!path)
+        return nullptr;
+    if (ZELDATA* known = database_of_file(path))
+        return known;
+    FILE* file = std::fopen(path, "rb");
+    if (!file)
+        return nullptr;
+    ZELDATA* db = ZEL_Create(0, 0);
+    if (!db)
+    {
+        std::fclose(file);
+        return nullptr;
+    }
+    if (ZEL_ReadZEL(db, file, path))
+        return db;
+    ZEL_UnLink(db); // with the file
+    return nullptr;
 }
 
 const char* zelread_VersionId(void)

@@ -3,6 +3,7 @@
 #define ZELREAD_H
 
 #include "zelblocks.h"
+#include "zeldb.h"
 #include "zelstream.h"
 
 namespace zel

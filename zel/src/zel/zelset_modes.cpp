@@ -3,7 +3,6 @@
 // in memory only.
 #include "zel.h"
 #include "zeldb.h"
-#include "zelinvar.h"
 #include "zelmodes.h"
 #include "zelstream.h"
 
@@ -76,7 +75,10 @@ ModeToSet::ModeToSet(ZELDATA* db, int mode_number) : db_(db), index_(ZEL_ModeInd
 ModeToSet::~ModeToSet()
 {
     if (fresh_)
+    {
         --db_->mode_count;
+        own(db_).checked_modes = own(db_).repeated_mode = 0;
+    }
     if (made_table_ && db_->mode_count == 0)
         discard(db_->mode_ids);
 }

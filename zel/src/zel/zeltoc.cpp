@@ -2,6 +2,7 @@
 // block starts where the one before it ends, and sizes follow from the counts at the start of a block.
 #include "zel.h"
 #include "zelblocks.h"
+#include "zelmsg.h"
 #include "zelstream.h"
 
 using namespace zel;
@@ -43,37 +44,6 @@ int64_t block_bytes(ZELDATA* db, const Block& row)
 }
 
 } // namespace zel
-
-int ZEL_Exists(const ZELDATA* db, int block_index)
-{
-    if (block_index < 0 || block_index >= kBlockCount || !CheckZEL(db))
-        return 0;
-    const int number = block_index + 1;
-    return flag_position(number) < 0 || has_flag(db->content_flags, number) ? 1 : 0;
-}
-
-// Whether the file holds a block that still describes the body.
-static bool valid_in_file(const ZELDATA* db, int block_index)
-{
-    return block_index >= 0 && block_index < kBlockCount && CheckZEL(db) && block_in_file(db, block_index + 1) &&
-           !own(db).stale_block[block_index + 1];
-}
-
-int ZEL_goto_block(ZELDATA* db, int block_index)
-{
-    if (!valid_in_file(db, block_index))
-        return 0;
-    return seek_to(db->zel_file, db->block_offset[block_index]) ? 1 : 0;
-}
-
-int64_t ZEL_size_of_block(ZELDATA* db, int block_index)
-{
-    if (!valid_in_file(db, block_index))
-        return 0;
-    const KeepPosition here(db->zel_file.file);
-    const int64_t bytes = block_bytes(db, kBlocks[block_index]);
-    return bytes == kDamaged ? 0 : bytes;
-}
 
 const char* zeltoc_VersionId(void)
 {

@@ -87,9 +87,8 @@ static void discard_tree(NearestNodes*& tree)
     discard(tree);
 }
 
-void zel::nodes_changed(ZELDATA* db)
+static void forget_trees(Private& caches)
 {
-    Private& caches = own(db);
     for (int which = 0; which < 2; ++which)
         if (NearestNodes*& tree = caches.nearest[which])
         {
@@ -429,6 +428,7 @@ static NearestNodes* tree_for(ZELDATA* db, const Candidates& from)
     }
     if (!tree)
         tree = build_tree(from);
+    own(db).forget_nearest = forget_trees;
     if (!tree)
         scans = kQueriesPerBuild;
     else if (tree->queries < kQueriesPerBuild)

@@ -305,6 +305,12 @@ void discard_caches(Private& caches)
 
 // ---- What a change makes stale -------------------------------------------------------------------------------------------
 
+void nodes_changed(ZELDATA* db)
+{
+    if (Private& caches = own(db); caches.forget_nearest)
+        caches.forget_nearest(caches);
+}
+
 void mass_or_modes_changed(ZELDATA* db)
 {
     if (!std::memchr(db->invar_origin, kComputed, sizeof db->invar_origin))

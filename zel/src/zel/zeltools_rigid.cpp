@@ -12,22 +12,45 @@ using namespace zel;
 static constexpr char kModule[] = "zeltools";
 static constexpr int kRigid = 6;
 
-// ---- Global mass properties -----------------------------------------------------------------------------------------
+// ---- Rigid-body modes -----------------------------------------------------------------------------------------------
 
-int ZEL_CalculateGlobalMassFromNodeMass(ZELDATA* db)
+// Frequency of the mode at an index, 0 when it cannot be told.
+static double frequency(ZELDATA* db, int mode)
 {
-    if (!db)
-        return no_database();
-    RigidInvariants rigid = {};
-    if (!rigid_invariants(db, rigid))
+    double hertz = 0.0;
+    ZEL_Eigenvalue(db, ZEL_ModeNumber(db, mode), nullptr, &hertz, nullptr, nullptr, nullptr);
+    return hertz;
+}
+
+static int count_rigid_modes(ZELDATA* db, double hertz_per_unit)
+{
+    constexpr double kAlmostZero = 0.1, kClearlyFlexible = 10.0, kJump = 10000.0;
+    const int modes = ZEL_ModeCount(db);
+    if (modes < 2)
         return 0;
-    const bool has_mass = rigid.mass != 0.0 && !std::isnan(rigid.mass);
-    db->total_mass = rigid.mass;
-    for (int axis = 0; axis < 3; ++axis)
-        db->center_of_mass[axis] = has_mass ? rigid.moment[axis] / rigid.mass : 0.0;
-    for (int i = 0; i < 9; ++i) // products of inertia have the opposite sign of the tensor's components
-        db->inertia_tensor[i] = i % 4 == 0 ? rigid.tensor[i] : -rigid.tensor[i];
-    return 1;
+    const double first = frequency(db, 0) * hertz_per_unit;
+    double previous = first;
+    for (int mode = 1; mode < modes; ++mode)
+    {
+        const double current = frequency(db, mode) * hertz_per_unit;
+        if (std::fabs(first) < kAlmostZero && current > kClearlyFlexible)
+            return mode;
+        if (std::fabs(current) > kJump * std::fabs(previous))
+            return mode;
+        previous = current;
+    }
+    return 0;
+}
+
+int ZEL_RigidBodyModeCount(ZELDATA* db)
+{
+    return count_rigid_modes(db, 1.0);
+}
+
+int zel::rigid_modes_by_hertz(ZELDATA* db)
+{
+    const double seconds = ZEL_Time2Second(db, 1.0);
+    return count_rigid_modes(db, seconds > 0.0 ? 1.0 / seconds : 1.0);
 }
 
 // ---- Loads ----------------------------------------------------------------------------------------------------------

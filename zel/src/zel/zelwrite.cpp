@@ -476,12 +476,65 @@ static Failed explain(int error)
     return is_reason(error) ? fail("  %s", std::strerror(error)) : Failed{};
 }
 
+namespace
+{
+struct BlockWriter
+{
+    int block;
+    int (*write)(Writer& out, const Block& row);
+};
+
+constexpr BlockWriter kWriters[] = {
+    {kBlockVersion, write_version},
+    {kBlockHeader, write_header},
+    {kBlockSummary, write_summary},
+    {kBlockNodes, write_nodes},
+    {kBlockTopology, write_topology},
+    {kBlockBody, write_body_properties},
+    {kBlockEigenvalues, write_eigenvalues},
+    {kBlockModes, write_mode_vectors},
+    {kBlockMasses, write_masses},
+    {kBlockInertias, write_inertias},
+    {kBlockUnits, write_units},
+    {kBlockStiffness, write_generalized},
+    {kBlockMass, write_generalized},
+    {kBlockFaces, write_faces},
+    {kBlockDamping, write_generalized},
+    {kBlockTransformation, write_transformation},
+    {kBlockInterface, write_interface_nodes},
+    {kBlockStress, write_mode_vectors},
+    {kBlockInvar1, write_invariant},
+    {kBlockInvar2, write_invariant},
+    {kBlockInvar3, write_invariant},
+    {kBlockInvar4, write_invariant},
+    {kBlockInvar5, write_invariant},
+    {kBlockInvar7, write_invariant},
+    {kBlockInvar8, write_invariant},
+    {kBlockInvar9, write_invariant},
+    {kBlockPreload, write_preload},
+    {kBlockLoads, write_loads},
+    {kBlockStrain, write_mode_vectors},
+    {kBlockStatistics, write_statistics},
+    {kBlockPreStress, write_pre_stress_or_strain},
+    {kBlockPreStrain, write_pre_stress_or_strain},
+};
+
+constexpr bool numbered_in_order()
+{
+    for (int i = 0; i < kBlockCount; ++i)
+        if (kWriters[i].block != i + 1)
+            return false;
+    return sizeof kWriters == kBlockCount * sizeof kWriters[0];
+}
+static_assert(numbered_in_order(), "row i writes block i + 1");
+} // namespace
+
 static int write_block(Writer& out, int number)
 {
     const Block& row = block_row(number);
     out.last_block = number;
     errno = 0;
-    if (row.write(out, row))
+    if (kWriters[number - 1].write(out, row))
         return 1;
     const int error = errno;
     fail("%s", row.unwritten);

@@ -3,6 +3,7 @@
 #define ZELWRITE_BLOCKS_H
 
 #include "zelblocks.h"
+#include "zeldb.h"
 #include "zelstream.h"
 #include "zelwrite.h"
 #include "zelwrite_options.h"

@@ -2,6 +2,7 @@
 // separators are free, `invar` is found in `full_invar`, and a keyword in the path of a sketch file counts as well.
 #include "zelwrite_options.h"
 #include "zelblocks.h"
+#include "zelmsg.h"
 
 #include <algorithm>
 #include <clocale>
