@@ -8,6 +8,8 @@
 #include <sstream>
 #include <unistd.h>
 
+using namespace std::string_literals;
+
 namespace
 {
 constexpr int kModes = 7;
@@ -78,7 +80,7 @@ void set_invariants(ZELDATA* db)
 // interface nodes in another order.
 ZELDATA* body(const std::vector<int>& turned = std::vector<int>(kModes, 1), bool backwards = false)
 {
-    ZELDATA* db = ZEL_Create(int(kIds.size()), kModes);
+    ZELDATA* db = ZEL_Create(int(kIds.size()), kModes + 1);
     ZEL_SetUnits(db, "kg", "m", "s", "n");
     char title[] = "body", name[] = "file", type[] = "type", empty[] = "";
     ZEL_SetHeader(db, title, name, type, empty, empty, empty);
@@ -111,6 +113,8 @@ ZELDATA* body(const std::vector<int>& turned = std::vector<int>(kModes, 1), bool
         ZEL_SetInterfaceNode(db, id);
     set_eigenvalues(db);
     set_invariants(db);
+    db->total_mass = 10.0;
+    std::copy_n(std::begin({1.0, 9.7, 2.0}), 3, db->center_of_mass);
     zel::raise_flag(db, zel::kBlockBody);
     return db;
 }
@@ -143,13 +147,10 @@ protected:
         errors_of([&] { output_of([&] { db = body(turned, backwards); }); });
         return db;
     }
-    ZELDATA* sample(FileFormat format, bool invariants = true)
+    ZELDATA* sample(FileFormat format)
     {
-        const std::string path = folder.path(format.name() + (invariants ? "" : " without invariants"));
-        SampleFile file = sample_file(format);
-        for (int block = zel::kBlockInvar1; block <= zel::kBlockInvar9 && !invariants; ++block)
-            file.blocks.erase(block);
-        write_bytes(path, file.bytes());
+        const std::string path = folder.path(format.name());
+        write_bytes(path, sample_file(format).bytes());
         return ZEL_CreateFromZEL(path.c_str());
     }
     TemporaryFolder folder;
@@ -202,12 +203,11 @@ TEST_F(Comparing, ForgivesTheSignsOfModes)
     EXPECT_LT(compare(base, made, 0, 1e-9).result, 0);
 }
 
-// The total mass follows from invariant 1, which files before version 40 cannot hold.
 TEST_F(Comparing, FilesOfEveryVersionEncodingAndPrecision)
 {
     for (const FileFormat& format : all_formats())
     {
-        const Report report = compare(sample({60, true, false}, format.version >= 40), sample(format), 0, 0.0);
+        const Report report = compare(sample({60, true, false}), sample(format), 0, 0.0);
         EXPECT_EQ(report.result, 0) << format.name();
         EXPECT_EQ(report.text, "") << format.name();
     }
@@ -267,22 +267,13 @@ void add_to_mode(ZELDATA* db, int mode, int id, int kind, int dof, double change
     ZEL_SetModeEntry(db, mode, id, kind, dof, vector_value(kind, mode, id, dof) + change);
 }
 
-// Global properties follow from the invariants that were set; these are left out of the comparison here.
-void change_total(ZELDATA* db, double mass, double moment)
-{
-    ZEL_SetInvar1(db, mass);
-    db->invar2[1] += moment;
-    zel::clear_flag(db, zel::kBlockInvar1);
-    zel::clear_flag(db, zel::kBlockInvar2);
-}
-
 // The largest coordinate is 7, the largest mass 3, the largest load component 4; eigenvalue 7 is 3.01, its other values
 // 3.02 to 3.05, generalized stiffness up to 3.5; all else is below 1.
 const Perturbation kPerturbations[] = {
     {0, "->Fail InputFileType\n", [](ZELDATA* db) { db->input_file_type[0] = 'T'; }},
     {0.25 / 7, "->Fail NodeCoordinates", [](ZELDATA* db) { db->nodes[2].y += 0.25; }},
-    {0.05, "->Fail TotalMass", [](ZELDATA* db) { change_total(db, 10.5, 0.0); }},
-    {0.03, "->Fail TotalCM", [](ZELDATA* db) { change_total(db, 10, 0.3); }},
+    {0.05, "->Fail TotalMass", [](ZELDATA* db) { db->total_mass = 10.5; }},
+    {0.03, "->Fail TotalCM", [](ZELDATA* db) { db->center_of_mass[1] += 0.3; }},
     {0.5 / 3.01, "->Fail EigenValue: #7~->Fail Eigenvalues\n", [](ZELDATA* db) { db->eigenvalues[6].value[1] -= 0.5; }},
     {0.5, "->Fail EigenValue: #1~->Fail Eigenvalues\n", [](ZELDATA* db) { db->eigenvalues[0].value[1] -= 0.5; }},
     {0.5 / 3.02, "->Fail Frequency", [](ZELDATA* db) { db->eigenvalues[6].value[2] += 0.5; }},
@@ -407,22 +398,128 @@ TEST_F(Comparing, ReportsEveryKindOfLineAtItsVerbosity)
     EXPECT_EQ(compare(base, made, -1, 0.01).text, "");
 }
 
-TEST_F(Comparing, WhatHasNoMassCannotBeToldApartByMass)
+// Block 6 is compared as it stands, whatever the nodes weigh, and stands afterwards.
+TEST_F(Comparing, TheStoredMassesAndLeavesThem)
 {
-    ZELDATA* db[2];
-    for (ZELDATA*& each : db)
+    for (const auto& [base_mass, made_mass] : {std::pair(10.0, 10.5), std::pair(0.0, 0.5), std::pair(0.0, 0.0)})
     {
-        each = quiet_body();
-        for (int number : {1, 2, 7})
-            zel::drop_invariant(each, number);
-        for (int i = 0; i < each->node_count; ++i)
-            each->nodes[i].mass = 0.0;
-        each->total_mass = 0.0;
-        zel::raise_flag(each, zel::kBlockBody);
+        ZELDATA *base = quiet_body(), *made = quiet_body();
+        base->total_mass = base_mass;
+        made->total_mass = made_mass;
+        const Report report = compare(base, made, 0, 0.01);
+        const char* const delta = base_mass > 0.0 ? "5.000000e-02" : "inf";
+        EXPECT_EQ(report.text, base_mass == made_mass ? "" : "->Fail TotalMass  Delta: "s + delta + "\n");
+        EXPECT_EQ(report.result, base_mass == made_mass ? 0 : -1);
+        EXPECT_EQ(base->total_mass, base_mass);
+        EXPECT_EQ(made->total_mass, made_mass);
+        EXPECT_EQ(made->center_of_mass[1], 9.7);
     }
-    const Report report = compare(db[0], db[1], 2, 0.0); // 0 / 0 is not greater than the tolerance
-    EXPECT_EQ(report.result, 0);
-    EXPECT_NE(report.text.find("  Pass TotalMass  Delta: "), std::string::npos) << report.text;
+}
+
+// What is no number on one side differs, at any tolerance; on both sides it does not.
+TEST_F(Comparing, SeesWhatIsNoNumber)
+{
+    static double* (*const kPlaces[])(ZELDATA*) = {
+        [](ZELDATA* db) { return &db->nodes[3].y; },
+        [](ZELDATA* db) { return &db->nodes[2].mass; },
+        [](ZELDATA* db) { return &db->nodes[1].inertia[2]; },
+        [](ZELDATA* db) { return &db->total_mass; },
+        [](ZELDATA* db) { return &db->center_of_mass[2]; },
+        [](ZELDATA* db) { return &db->eigenvalues[4].value[1]; },
+        [](ZELDATA* db) { return &db->eigenvalues[4].value[3]; },
+        [](ZELDATA* db) { return &db->stiffness.entries[2].value; },
+        [](ZELDATA* db) { return &db->load_cases[1].values[6]; },
+        [](ZELDATA* db) { return &db->invar3[4]; },
+        [](ZELDATA* db) { return &db->invar9[2][3][4]; },
+        [](ZELDATA* db) { return &db->pre_stress[1].v[2]; },
+    };
+    for (size_t i = 0; i < std::size(kPlaces); ++i)
+        for (double odd : {std::nan(""), HUGE_VAL, -HUGE_VAL})
+        {
+            SCOPED_TRACE(testing::Message() << i << " " << odd);
+            ZELDATA *number = quiet_body(), *none = quiet_body();
+            *kPlaces[i](none) = odd;
+            EXPECT_LT(compare(number, none, -1, HUGE_VAL).result, 0);
+            EXPECT_LT(compare(none, number, -1, HUGE_VAL).result, 0);
+            *kPlaces[i](number) = odd;
+            EXPECT_EQ(compare(none, number, 0, 0.0).text, "");
+            ZEL_UnLink(number);
+            ZEL_UnLink(none);
+        }
+    for (double odd : {std::nan(""), HUGE_VAL}) // the last mode's whole vectors
+    {
+        SampleFile file = sample_file({60, true, false});
+        for (const auto& [block, nodes] : {std::pair(8, 6u), std::pair(18, 3u)})
+        {
+            std::string& bytes = file.blocks[block];
+            bytes.resize(bytes.size() - 6 * 8 * nodes);
+            bytes += file.build().reals(std::vector<double>(6 * nodes, odd)).bytes;
+        }
+        const std::string path = folder.path("spoilt");
+        write_bytes(path, file.bytes());
+        ZELDATA *number = sample({60, true, false}), *none = ZEL_CreateFromZEL(path.c_str());
+        for (const Report& report : {compare(number, none, 0, HUGE_VAL), compare(none, number, 0, HUGE_VAL)})
+        {
+            const auto failed = [&](const char* line) { return report.text.find(line) != std::string::npos; };
+            EXPECT_TRUE(failed("->Fail EigenVector translational") && failed("->Fail EigenVector rotational") &&
+                        failed("->Fail Stress Mode"))
+                << report.text;
+        }
+        EXPECT_EQ(compare(none, none, 0, 0.0).text, "");
+        ZEL_UnLink(number);
+        ZEL_UnLink(none);
+    }
+}
+
+// Translations of a mode of pure rotation are rounding noise: they do not tell which way it points.
+TEST_F(Comparing, TurnsModesOfPureRotationByTheirRotations)
+{
+    for (int draw = 0; draw < 12; ++draw)
+    {
+        ZELDATA* db[2];
+        for (int side = 0; side < 2; ++side)
+        {
+            db[side] = quiet_body();
+            for (int id : kIds)
+                for (int dof = 0; dof < 6; ++dof)
+                {
+                    const double noise = draw < 2 ? 0.0 : 1e-12 * value(100 * draw + 50 * side + id + dof);
+                    const double rotation = (draw % 2 && side ? -40 : 40) * value(id + dof);
+                    ZEL_SetModeEntry(db[side], 3, id, ZEL_MODE_SHAPE, dof, dof < 3 ? noise : rotation);
+                }
+        }
+        const std::string text = compare(db[0], db[1], 0, 1e-9).text;
+        EXPECT_EQ(text.find("EigenVector"), std::string::npos) << draw << text;
+        ZEL_UnLink(db[0]);
+        ZEL_UnLink(db[1]);
+    }
+}
+
+TEST_F(Comparing, WarnsOfCountsThatDiffer)
+{
+    ZELDATA *base = quiet_body(), *made = quiet_body();
+    for (int kind : {ZEL_MODAL_STRESS, ZEL_MODAL_STRAIN})
+        ZEL_SetModeEntry(base, 8, 50, kind, 0, 1.0); // a mode and a node more
+    ++base->eigenvalue_count;
+    ZEL_SetGeneralizedMass(base, 8, 8, 1.0);
+    ZEL_SetGeneralizedStiffness(base, 8, 8, 1.0);
+    ZEL_SetFaceList(base, 3, std::begin({10, 20, 60}));
+    std::free(std::exchange(base->modal_preload, nullptr));
+    const std::string text = compare(base, made, 1, 0.01).text;
+    for (const char* line :
+         {"ModeCount", "EigenvalueCount", "NumberOfGenStiff new: 7 base: 8", "FaceListSize",
+          "NumberOfGenMass new: 7 base: 8", "FaceCount", "Preload mode count mismatch",
+          "NodeCount for Stress modes base: 4  new: 3", "NodeCount for Stress modes base: 3  new: 2",
+          "Pre-Stress NodeCount differ... base: 4  new: 3", "Pre-Strain NodeCount differ... base: 3  new: 2"})
+        EXPECT_NE(text.find("->Warning "s + line + "\n"), std::string::npos) << line << "\n" << text;
+
+    std::free(std::exchange(made->load_cases[0].values, nullptr));
+    std::free(std::exchange(base->load_cases[0].values, nullptr));
+    const std::string nothing = compare(base, made, 1, 0.01).text;
+    for (const char* line :
+         {"Null modal load vector found for case #1 in new ZEL", "Null modal load vector found for case #1 in base ZEL",
+          "Null modal preload vector found in base file"})
+        EXPECT_NE(nothing.find("->Warning: "s + line + "\n"), std::string::npos) << line << "\n" << nothing;
 }
 
 TEST_F(Comparing, NeedsTwoDatabases)

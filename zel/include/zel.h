@@ -986,12 +986,14 @@ ZEL_API int ZEL_TrimGeometry(ZELDATA* db, const char* text);
 
 /**
  * Compares a new database with a base block by block and prints a report on standard output. Nodes are paired by id and
- * modes by their order. Both databases are in kilograms, metres, seconds and newtons afterwards.
+ * modes by their order. Both databases are in kilograms, metres, seconds and newtons afterwards; all else of them stays.
+ * Total mass and centre of mass are compared as they are stored, and not computed from the nodes.
  * verbosity  0 "->Fail" lines only; 1 and above also "->Note", "->Warning" and the verdict; 2 and above also "Pass" lines;
  *            below 0 nothing
  * tolerance  a check fails when its difference is greater: the largest absolute difference over 1 or, where it is more,
  *            the largest magnitude in the base (the total mass: the relative difference; the centre of mass: over the new
- *            centre). "Delta" lines tell it.
+ *            centre). "Delta" lines tell it. A value that is no number or infinite on one side only differs infinitely
+ *            and fails at every tolerance; where both sides have the same it does not differ.
  * Returns 0 when the body is the same, minus the number of failed checks otherwise; -1, with a message, for a database
  * that is not live, units that cannot be changed or, as a part of the sum, memory that is short.
  *
@@ -1000,12 +1002,12 @@ ZEL_API int ZEL_TrimGeometry(ZELDATA* db, const char* text);
  * base; no coordinates, eigenvalues or mode shapes in either. So a file that was written with no_ortho, which has no
  * eigenvalues, cannot be compared.
  *
- * What it does not see: inertia in the global properties ("TotalI" always passes); the stored global properties where
- * there are nodal masses to compute them from; values of the preload; the first six components of loads, and signs of the
- * others (a warning); damping and modal statistics; a new mode vector where the base's is zero; nodes, modes and load cases
- * that only the base has; the order of the mode numbers; blocks that one of the two lacks; the transformation of the modes
- * (a warning); the signs of modes, which are arbitrary: a new mode shape that points against the base's is turned, with all
- * that belongs to it; values that are not numbers. Versions are compared with their bits for encoding and precision.
+ * What it does not see: inertia in the global properties ("TotalI" always passes); values of the preload; the first six
+ * components of loads, and signs of the others (a warning); damping and modal statistics; a new mode vector where the
+ * base's is zero; nodes, modes and load cases that only the base has; the order of the mode numbers; blocks that one of the two lacks; the transformation of the modes
+ * (a warning); the signs of modes, which are arbitrary: a new mode shape that points against the base's, by its
+ * translations or, where those are noise (a millionth of the rotations times the body's size), by its rotations, is turned
+ * with all that belongs to it. Versions are compared with their bits for encoding and precision.
  */
 ZEL_API int ZEL_Compare(ZELDATA* base, ZELDATA* new_, int verbosity, double tolerance);
 

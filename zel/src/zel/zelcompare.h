@@ -6,6 +6,7 @@
 #include "zeldb.h"
 
 #include <algorithm>
+#include <cfloat>
 #include <cmath>
 
 namespace zel
@@ -23,25 +24,33 @@ struct Comparison
     int* sign; // of each mode of the base: 1, or -1 where the new mode shape points the other way
 };
 
-// The largest absolute difference over a magnitude of at least 1. A value that is no number differs from nothing.
+// How far two values are apart: infinitely where just one of them is no number, not at all where both are none.
+inline double gap(double made, double base)
+{
+    const double apart = std::fabs(made - base);
+    if (!std::isnan(apart))
+        return apart;
+    return made == base || (std::isnan(made) && std::isnan(base)) ? 0.0 : HUGE_VAL;
+}
+
+// Raises a scale to a value's magnitude. What is not finite is no scale to measure by, but it is not zero either.
+inline void raise_scale(double& scale, double value)
+{
+    scale = std::max(scale, std::isfinite(value) ? std::fabs(value) : DBL_MIN);
+}
+
+// The largest absolute difference over a magnitude of at least 1.
 struct Difference
 {
     double largest = 0.0, base_scale = 0.0, made_scale = 0.0;
 
     void add(double made, double base)
     {
-        raise(largest, made - base);
-        raise(base_scale, base);
-        raise(made_scale, made);
+        largest = std::max(largest, gap(made, base));
+        raise_scale(base_scale, base);
+        raise_scale(made_scale, made);
     }
     double measure() const { return largest / std::max(1.0, base_scale); }
-
-private:
-    static void raise(double& magnitude, double value)
-    {
-        if (std::fabs(value) > magnitude)
-            magnitude = std::fabs(value);
-    }
 };
 
 // Verbosity from which on a line is printed.
@@ -54,7 +63,13 @@ enum : int
 
 [[gnu::format(printf, 3, 4)]] void say(const Comparison& c, int level, const char* format, ...);
 
-// "->Fail ..." or "  Pass ..." and the difference behind it, which fails when it is greater than the tolerance.
+// Whether a difference is greater than the tolerance; an infinite one is, whatever that is.
+inline bool is_beyond(const Comparison& c, double delta)
+{
+    return delta > c.tolerance || delta == HUGE_VAL;
+}
+
+// "->Fail ..." or "  Pass ..." and the difference behind it, which fails when it is beyond the tolerance.
 [[gnu::format(printf, 3, 4)]] int judge(const Comparison& c, double delta, const char* format, ...);
 
 // A fatal mismatch: prints it at any verbosity and ends the process.

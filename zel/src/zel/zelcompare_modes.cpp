@@ -1,7 +1,8 @@
 // Comparison of what belongs to the modes: shapes, stress and strain, modal invariants, loads.
 //
-// The sign of an eigenvector is arbitrary. A new mode shape that points against the base's (their translations have a
-// negative product) is compared with the sign turned, and so is everything else of that mode. Modes are read one at a time.
+// The sign of an eigenvector is arbitrary. A new mode shape that points against the base's (their translations, or their
+// rotations where the translations are noise, have a negative product) is compared with the sign turned, and so is
+// everything else of that mode. Modes are read one at a time.
 #include "zelcompare.h"
 #include "zelinvar.h"
 #include "zelmodes.h"
@@ -18,20 +19,34 @@ namespace
 struct VectorDifference
 {
     double same[kComponents] = {}, opposite[kComponents] = {}, base[kComponents] = {};
-    double product = 0.0; // of the translations
+    double product[2] = {}, squares[2] = {}; // of the translations and of the rotations; squares: of the base
 
     void add(const double* made_values, const double* base_values)
     {
+        double sum = 0.0; // finite only where every value is
         for (int i = 0; i < kComponents; ++i)
         {
             const double x = made_values[i], y = base_values[i];
             const double minus = std::fabs(x - y), plus = std::fabs(x + y), magnitude = std::fabs(y);
             same[i] = minus > same[i] ? minus : same[i];
             opposite[i] = plus > opposite[i] ? plus : opposite[i];
-            base[i] = magnitude > base[i] ? magnitude : base[i];
+            sum += minus + plus;
+            base[i] = magnitude > base[i] && magnitude <= DBL_MAX ? magnitude : base[i];
         }
-        for (int i = 0; i < 3; ++i)
-            product += made_values[i] * base_values[i];
+        if (!(sum <= DBL_MAX))
+            return add_with_gaps(made_values, base_values);
+        for (int i = 0; i < kComponents; ++i)
+        {
+            product[i / 3] += made_values[i] * base_values[i];
+            squares[i / 3] += base_values[i] * base_values[i];
+        }
+    }
+    // Whether the new vector points against the base. Translations that are this part of what the rotations give over the
+    // length of the body, or less, are rounding noise, and so is the sign of their product.
+    bool is_turned(double length) const
+    {
+        constexpr double kNoise = 1e-6;
+        return product[std::sqrt(squares[0]) > kNoise * length * std::sqrt(squares[1]) ? 0 : 1] < 0.0;
     }
     // Over the components first to before end.
     double scale(int first, int end) const { return *std::max_element(base + first, base + end); }
@@ -39,6 +54,18 @@ struct VectorDifference
     {
         const double* difference = sign < 0 ? opposite : same;
         return *std::max_element(difference + first, difference + end) / std::max(1.0, scale(first, end));
+    }
+
+private:
+    void add_with_gaps(const double* made_values, const double* base_values)
+    {
+        for (int i = 0; i < kComponents; ++i)
+        {
+            const double x = made_values[i], y = base_values[i];
+            same[i] = std::max(same[i], gap(x, y));
+            opposite[i] = std::max(opposite[i], gap(-x, y));
+            raise_scale(base[i], y);
+        }
     }
 };
 
@@ -111,12 +138,13 @@ int zel::compare_mode_shapes(Comparison& c)
     VectorPairs shapes(c, ZEL_MODE_SHAPE);
     if (!shapes.allocated())
         return no_memory(kModule), -1;
+    const double size = ZEL_BodySize(c.base), length = size > 0.0 && size <= DBL_MAX ? size : 1.0;
     int failed = 0;
     for (int mode = 0; mode < c.common_modes; ++mode)
     {
         const VectorDifference difference = shapes.of_mode(mode);
         const int number = ZEL_ModeNumber(c.made, mode);
-        c.sign[mode] = difference.product < 0.0 ? -1 : 1;
+        c.sign[mode] = difference.is_turned(length) ? -1 : 1;
         int result = 0;
         if (difference.scale(0, kRotations) == 0.0)
             say(c, kNotes, "->Note base EigenVectorTanslational=0\n");
@@ -241,7 +269,7 @@ static int compare_initial(Comparison& c, const KindTexts& row, int block, const
         say(c, kNotes, "->Note: Null pre-%s in base\n", row.lower_case);
         return 0;
     }
-    if (difference.measure() <= c.tolerance)
+    if (!is_beyond(c, difference.measure()))
         return judge(c, difference.measure(), "%s", passes);
     return judge(c, difference.measure(), "Pre-%s Max at Node: #%d Comp: #%d", row.name,
                  ZEL_ModeNodeID(c.made, row.kind, worst_position), worst_component + 1);
@@ -317,7 +345,7 @@ static int compare_invariant(Comparison& c, const Invariant& row)
             return 0;
         delta = difference.measure();
     }
-    const bool failed = delta > c.tolerance;
+    const bool failed = is_beyond(c, delta);
     const int level = failed ? kFails : kPasses;
     say(c, level, failed ? "->Fail Invar%d" : "  Pass Invar%d", row.number);
     say(c, level, row.number == 2 ? "  Delta: %f\n" : "  Delta: %e\n", delta);
