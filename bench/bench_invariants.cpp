@@ -2,7 +2,7 @@
 // fetch mode j for every mode i; then 200 000 nodes with 100 modes, with the memory that the sums take beside the result.
 //   build/.../bench/invariants [nodes of the second body [of the first]]
 #include "harness.h"
-#include "zelinvar.h"
+#include "mechanics/mechanics.h"
 
 #include <algorithm>
 #include <atomic>

@@ -3,7 +3,7 @@
 // does; every pass of reading finds it in the page cache.
 //   build/.../bench/stream [repetitions]
 #include "harness.h"
-#include "zelstream.h"
+#include "stream/stream.h"
 
 #include <rpc/xdr.h>
 

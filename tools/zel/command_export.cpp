@@ -1,10 +1,10 @@
 // `zel export`: a body for ParaView (.vtu, .pvd) or for scripts (.json).
+#include "base/files.h"
+#include "base/output.h"
 #include "body.h"
 #include "commands.h"
 #include "interrupt.h"
 #include "progress.h"
-#include "zelfile.h"
-#include "zeloutput.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,6 +1,6 @@
 #include "interrupt.h"
 
-#include "zeloutput.h"
+#include "base/output.h"
 
 #include <fcntl.h>
 #include <unistd.h>

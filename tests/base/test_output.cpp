@@ -1,0 +1,177 @@
+// Output takes the place of an older file when it is complete; before, and after any failure, the older one stands.
+#include "fixtures.h"
+
+#include "base/files.h"
+#include "base/output.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <filesystem>
+
+namespace
+{
+
+// A folder in which "target" is, leads to, or is another name of a file with the bytes "old" and mode 0660.
+class Targets : public ::testing::Test
+{
+protected:
+    void make(const std::string& kind)
+    {
+        const std::string file = kind == "file" || kind == "hard link" ? target : folder.path("real");
+        std::filesystem::remove(target);
+        std::filesystem::remove(folder.path("real"));
+        if (kind != "nothing" && kind != "dangling link")
+        {
+            write_bytes(file, "old");
+            ASSERT_EQ(chmod(file.c_str(), 0660), 0);
+        }
+        if (kind == "hard link")
+            std::filesystem::create_hard_link(target, folder.path("real"));
+        if (kind == "link" || kind == "dangling link")
+            std::filesystem::create_symlink("real", target); // as seen from its own folder
+    }
+    // Writes and commits, in a process that may write files of 4096 bytes.
+    bool write(size_t bytes, bool commit = true, bool may_copy = true)
+    {
+        rlimit before;
+        getrlimit(RLIMIT_FSIZE, &before);
+        const rlimit small = {4096, before.rlim_max};
+        const zel::HoldFileSizeSignal held;
+        setrlimit(RLIMIT_FSIZE, &small);
+        bool done = false;
+        {
+            zel::OutputFile out(target.c_str(), may_copy);
+            done = out.file() && out.write(std::string(bytes, 'x').data(), bytes) && commit && out.commit();
+            error = out.error();
+        }
+        setrlimit(RLIMIT_FSIZE, &before);
+        return done;
+    }
+
+    TemporaryFolder folder;
+    const std::string target = folder.path("target");
+    int error = 0;
+};
+
+mode_t mode_of(const std::string& path)
+{
+    struct stat status = {};
+    stat(path.c_str(), &status);
+    return status.st_mode & 07777;
+}
+
+} // namespace
+
+TEST_F(Targets, AreReplacedByCompleteFilesOnly)
+{
+    for (const char* fault : {"", "no unnamed files", "no names for them"})
+        for (const char* kind : {"nothing", "file", "link", "dangling link", "hard link"})
+        {
+            SCOPED_TRACE(std::string(kind) + ", " + fault);
+            zel::refuse_unnamed = fault == std::string("no unnamed files");
+            zel::refuse_naming = fault == std::string("no names for them");
+            make(kind);
+            const std::string old = bytes_of(target);
+            const std::vector<std::string> names = folder.files();
+            EXPECT_FALSE(write(10, false));
+            EXPECT_FALSE(write(5000));
+            EXPECT_EQ(error, EFBIG);
+            EXPECT_EQ(bytes_of(target), old);
+            EXPECT_EQ(folder.files(), names);
+
+            const int reader = open(target.c_str(), O_RDONLY);
+            EXPECT_TRUE(write(10));
+            EXPECT_EQ(error, 0);
+            EXPECT_EQ(bytes_of(target), std::string(10, 'x'));
+            char part[8] = "";
+            EXPECT_EQ(read(reader, part, sizeof part), reader < 0 ? -1 : 3);
+            EXPECT_EQ(std::string(part), old); // whoever reads the older file goes on with it
+            close(reader);
+            const bool link = std::string(kind).ends_with("link") && kind[0] != 'h';
+            EXPECT_EQ(std::filesystem::is_symlink(target), link);
+            EXPECT_EQ(std::filesystem::exists(folder.path("real")), names.size() == 2 || link);
+            EXPECT_TRUE(kind[0] != 'h' || bytes_of(folder.path("real")) == "old");
+            const mode_t mask = umask(0);
+            umask(mask);
+            EXPECT_EQ(mode_of(target), old.empty() ? 0666 & ~mask : 0660u);
+            EXPECT_EQ(folder.open_files(), 0u);
+            zel::refuse_unnamed = zel::refuse_naming = false;
+        }
+}
+
+TEST_F(Targets, ThatAreNoFilesAreWrittenDirectlyAndKept)
+{
+    ASSERT_EQ(mkfifo(target.c_str(), 0600), 0);
+    const int reader = open(target.c_str(), O_RDONLY | O_NONBLOCK);
+    EXPECT_TRUE(write(10));
+    char part[16] = "";
+    EXPECT_EQ(read(reader, part, sizeof part), 10);
+    close(reader);
+    EXPECT_TRUE(std::filesystem::is_fifo(target));
+
+    std::filesystem::remove(target);
+    make_full_device(folder.path("full"));
+    std::filesystem::create_symlink("full", target);
+    EXPECT_FALSE(write(10));
+    EXPECT_EQ(error, ENOSPC);
+    EXPECT_TRUE(std::filesystem::is_symlink(target) && std::filesystem::is_character_file(folder.path("full")));
+    EXPECT_EQ(folder.files(), (std::vector<std::string>{"full", "target"}));
+}
+
+TEST_F(Targets, ThatCannotBeAreRefusedAtOnce)
+{
+    std::filesystem::create_symlink("loop", folder.path("loop"));
+    const std::pair<std::string, int> kRefused[] = {{"", ENOENT},
+                                                    {folder.folder(), EISDIR},
+                                                    {folder.path("missing/out"), ENOENT},
+                                                    {folder.path("loop"), ELOOP},
+                                                    {folder.path("loop/out"), ELOOP},
+                                                    {folder.path(std::string(300, 'n')), ENAMETOOLONG},
+                                                    {std::string(5000, '/') + "out", ENAMETOOLONG}};
+    for (const auto& [name, reason] : kRefused)
+    {
+        const zel::OutputFile out(name.c_str());
+        EXPECT_EQ(out.file(), nullptr) << name;
+        EXPECT_EQ(out.error(), reason) << name;
+    }
+    EXPECT_EQ(folder.files(), std::vector<std::string>{"loop"});
+}
+
+// The output waits elsewhere and is copied: into a file in a folder that takes no other, and into another's file in a
+// folder where everybody may replace only his own.
+TEST_F(Targets, ThatCannotBeReplacedAreOverwrittenOnceTheOutputIsComplete)
+{
+    const TemporaryFolder waiting;
+    const Environment tmp("TMP", waiting.folder().c_str());
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only a privileged user can become another one";
+    chmod(waiting.folder().c_str(), 0777);
+    for (const mode_t mode : {0555u, 01777u})
+    {
+        make("file");
+        chmod(target.c_str(), 0666);
+        chmod(folder.folder().c_str(), mode);
+        ASSERT_EQ(seteuid(65534), 0);
+        EXPECT_FALSE(write(10, false));
+        EXPECT_FALSE(write(5000));
+        EXPECT_FALSE(write(10, true, false)); // somebody reads it
+        EXPECT_EQ(error, mode == 0555u ? EACCES : EPERM);
+        EXPECT_EQ(bytes_of(target), "old");
+        const std::string said = errors_of([&] { EXPECT_TRUE(write(10)); });
+        EXPECT_EQ(said,
+                  "WARNING:  The folder of " + target + " takes no second file: the file itself is overwritten.\n");
+        EXPECT_EQ(bytes_of(target), std::string(10, 'x'));
+        EXPECT_EQ(folder.files(), std::vector<std::string>{"target"});
+        EXPECT_EQ(seteuid(0), 0);
+        chmod(target.c_str(), 0444);
+        EXPECT_EQ(seteuid(65534), 0);
+        EXPECT_FALSE(write(10)); // a file that is not to be written
+        EXPECT_EQ(error, EACCES);
+        EXPECT_EQ(seteuid(0), 0);
+        chmod(folder.folder().c_str(), 0777);
+        EXPECT_TRUE(waiting.files().empty());
+    }
+}

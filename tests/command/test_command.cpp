@@ -1,0 +1,616 @@
+// The `zel` command as a user runs it: output, JSON, exit status, what is left behind.
+#include "fixtures.h"
+
+#include "../../tools/zel/interrupt.h"
+
+#include <nlohmann/json.hpp>
+
+#include <pty.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <thread>
+
+namespace
+{
+struct Outcome
+{
+    int status;
+    std::string output, errors;
+};
+
+Outcome run(const TemporaryFolder& folder, const std::string& arguments)
+{
+    const std::string errors = folder.path("stderr");
+    const std::string command = "cd " + folder.folder() + " && " + ZEL_COMMAND + " " + arguments + " 2>" + errors;
+    FILE* pipe = popen(command.c_str(), "r");
+    Outcome result = {};
+    std::array<char, 4096> part;
+    for (size_t got; (got = std::fread(part.data(), 1, part.size(), pipe)) > 0;)
+        result.output.append(part.data(), got);
+    result.status = WEXITSTATUS(pclose(pipe));
+    result.errors = bytes_of(errors);
+    return result;
+}
+
+// Everything that a terminal of its own is sent when the command runs on it.
+std::string sent_to_terminal(const TemporaryFolder& folder, const std::string& command)
+{
+    int terminal = -1;
+    const winsize size = {24, 100, 0, 0};
+    const pid_t child = forkpty(&terminal, nullptr, nullptr, &size);
+    if (child == 0)
+    {
+        execl("/bin/sh", "sh", "-c", ("cd " + folder.folder() + " && " + command).c_str(), nullptr);
+        std::_Exit(127);
+    }
+    std::string sent;
+    std::array<char, 4096> part;
+    for (ssize_t got; (got = read(terminal, part.data(), part.size())) > 0;)
+        sent.append(part.data(), size_t(got));
+    close(terminal);
+    waitpid(child, nullptr, 0);
+    return sent;
+}
+
+// What it shows in the end: a carriage return lets a line be written over. Blanks at the end of a line do not show.
+std::string screen_of(const std::string& sent)
+{
+    std::string screen, line;
+    size_t column = 0;
+    for (const char c : sent)
+        if (c == '\r')
+            column = 0;
+        else if (c == '\n')
+        {
+            screen += line.substr(0, line.find_last_not_of(' ') + 1) + "\n";
+            line.clear();
+            column = 0;
+        }
+        else
+        {
+            line.resize(std::max(line.size(), column + 1), ' ');
+            line[column++] = c;
+        }
+    return screen + line.substr(0, line.find_last_not_of(' ') + 1);
+}
+
+// A box of 2 x 1 x 1 whose eight corners weigh 3 each: mass 24, centre in the middle. Its modes are the six rigid-body
+// modes, normalised by hand, and a stretching along x of generalized mass 1 at 50 Hz.
+struct Box
+{
+    std::vector<std::array<double, 3>> corners;
+    Box()
+    {
+        for (const double x : {0.0, 2.0})
+            for (const double y : {0.0, 1.0})
+                for (const double z : {0.0, 1.0})
+                    corners.push_back({x, y, z});
+    }
+
+    ZELDATA* database() const
+    {
+        ZELDATA* db = ZEL_Create(8, 7);
+        ZEL_SetUnits(db, "kg", "m", "s", "N");
+        const double mass = 24.0, ix = 24.0 * 0.5, iy = 24.0 * 1.25; // sum of m (y^2 + z^2), of m (x^2 + z^2)
+        for (int node = 0; node < 8; ++node)
+        {
+            const auto& p = corners[size_t(node)];
+            const double x = p[0] - 1.0, y = p[1] - 0.5, z = p[2] - 0.5;
+            const double t = 1.0 / std::sqrt(mass), a = 1.0 / std::sqrt(ix), b = 1.0 / std::sqrt(iy);
+            ZEL_SetNodeCoordinates(db, node + 1, p[0], p[1], p[2]);
+            ZEL_SetNodalMass(db, node + 1, 3.0);
+            ZEL_SetMode(db, 1, node + 1, 0, t, 0, 0, 0, 0, 0);
+            ZEL_SetMode(db, 2, node + 1, 0, 0, t, 0, 0, 0, 0);
+            ZEL_SetMode(db, 3, node + 1, 0, 0, 0, t, 0, 0, 0);
+            ZEL_SetMode(db, 4, node + 1, 0, 0, -a * z, a * y, a, 0, 0);
+            ZEL_SetMode(db, 5, node + 1, 0, b * z, 0, -b * x, 0, b, 0);
+            ZEL_SetMode(db, 6, node + 1, 0, -b * y, b * x, 0, 0, 0, b);
+            ZEL_SetMode(db, 7, node + 1, 0, t * x, 0, 0, 0, 0, 0);
+        }
+        for (int mode = 1; mode <= 7; ++mode)
+        {
+            const double radians = mode == 7 ? 2.0 * M_PI * 50.0 : 1e-3 * mode;
+            ZEL_SetGeneralizedMass(db, mode, mode, 1.0);
+            ZEL_SetGeneralizedStiffness(db, mode, mode, radians * radians);
+        }
+        ZEL_SetFace(db, 4, 1, 2, 4, 3);
+        ZEL_SetFace(db, 4, 5, 6, 8, 7);
+        ZEL_SetInterfaceNode(db, 1);
+        return db;
+    }
+
+    void write(const std::string& path) const
+    {
+        const Environment options("VXR_ZELWRITE_OPTIONS", "full_invar");
+        ZELDATA* db = database();
+        output_of([&] { ASSERT_TRUE(ZEL_write_ZEL(db, path.c_str())); });
+        ZEL_UnLink(db);
+    }
+};
+
+using Json = nlohmann::json;
+} // namespace
+
+class Command : public ZelTest
+{
+protected:
+    void SetUp() override { Box().write(folder.path("box.zel")); }
+    TemporaryFolder folder;
+};
+
+TEST_F(Command, TellsWhatAFileHolds)
+{
+    const Outcome shown = run(folder, "info box.zel");
+    EXPECT_EQ(shown.status, 0);
+    EXPECT_EQ(shown.errors, "");
+    EXPECT_NE(shown.output.find("KILOGRAM, METER, SECOND, NEWTON"), std::string::npos) << shown.output;
+
+    const Json facts = Json::parse(run(folder, "info --json box.zel").output);
+    EXPECT_EQ(facts["nodes"], 8);
+    EXPECT_EQ(facts["modes"], 7);
+    EXPECT_EQ(facts["faces"], 2);
+    EXPECT_EQ(facts["interface_nodes"], 1);
+    EXPECT_NEAR(facts["mass"].get<double>(), 24.0, 1e-12);
+    EXPECT_NEAR(facts["center_of_mass"][0].get<double>(), 1.0, 1e-12);
+    EXPECT_NEAR(facts["principal_inertias"][0].get<double>(), 12.0, 1e-12);
+    EXPECT_NEAR(facts["principal_inertias"][2].get<double>(), 30.0, 1e-12);
+    int rigid = 0;
+    for (const Json& mode : facts["frequencies"])
+        rigid += mode["rigid"].get<bool>();
+    EXPECT_EQ(rigid, 6);
+    EXPECT_NEAR(facts["frequencies"][6]["frequency_hz"].get<double>(), 50.0, 1e-9);
+    int64_t bytes = 0;
+    for (const Json& block : facts["blocks"])
+        bytes += block["bytes"].get<int64_t>();
+    EXPECT_EQ(bytes, int64_t(bytes_of(folder.path("box.zel")).size()));
+}
+
+TEST_F(Command, PrintsBlocksByNumberOrName)
+{
+    const Outcome by_number = run(folder, "contents box.zel 9"), by_name = run(folder, "contents box.zel nodal_masses");
+    EXPECT_EQ(by_number.status, 0);
+    EXPECT_EQ(by_number.output, by_name.output);
+    EXPECT_NE(by_number.output.find("\t3.000000e+00\n"), std::string::npos);
+    EXPECT_EQ(run(folder, "contents box.zel no_such_block").status, 2);
+}
+
+TEST_F(Command, ChecksABody)
+{
+    const Outcome good = run(folder, "check box.zel");
+    EXPECT_EQ(good.status, 0) << good.output;
+    EXPECT_EQ(good.output.find("CHECK!"), std::string::npos);
+
+    ZELDATA* db = Box().database(); // another mass at one corner: the modes are not orthogonal over it any more
+    const double zero[9] = {};
+    errors_of([&] { ZEL_SetGlobalMass(db, 5.0, zero, zero); });
+    ZEL_SetNodalMass(db, 8, 300.0);
+    ZEL_SetNodeCoordinates(db, 2, 0.0, 0.0, 0.0);
+    const std::string bad = folder.path("bad.zel");
+    output_of([&] { errors_of([&] { ASSERT_TRUE(ZEL_write_ZEL(db, bad.c_str())); }); });
+    const Outcome wrong = run(folder, "check --json bad.zel");
+    EXPECT_EQ(wrong.status, 1);
+    std::vector<std::string> failed;
+    for (const Json& finding : Json::parse(wrong.output))
+        if (!finding["okay"].get<bool>())
+            failed.push_back(finding["check"]);
+    const std::vector<std::string> expected = {"mass, centre and inertia agree", "rigid-body modes orthonormal",
+                                               "nodes at distinct points"};
+    EXPECT_EQ(failed, expected);
+}
+
+// Coarse meshes, reference nodes on nodes of the mesh and coupled modes are no faults; one wrong value is.
+TEST_F(Command, ChecksImportedBodies)
+{
+    const std::string import = "import ccx " ZEL_SOURCE "/examples/ccx"
+                               "/tied_beam -u mm,t,s,N --options ";
+    ASSERT_EQ(run(folder, import + "'' -o good.zel").status, 0);
+    ASSERT_EQ(run(folder, import + "no_ortho -o coupled.zel").status, 0);
+    ASSERT_EQ(run(folder, "convert good.zel copy.zel").status, 0);
+    EXPECT_EQ(run(folder, "compare good.zel copy.zel").status, 0) << run(folder, "compare -q good.zel copy.zel").output;
+    const std::string coarse = "import ccx " ZEL_SOURCE "/examples/ccx"
+                               "/../../tests/data/ccx/small -u mm,t,s,N -o coarse.zel";
+    ASSERT_EQ(run(folder, coarse).status, 0); // 44 nodes for 20 flexible modes
+    for (const char* name : {"good.zel", "coupled.zel", "coarse.zel"})
+        EXPECT_EQ(run(folder, std::string("check ") + name).status, 0)
+            << run(folder, std::string("check ") + name).output;
+    const auto frequencies = [&](const char* name) {
+        return Json::parse(run(folder, std::string("info --json ") + name).output)["frequencies"];
+    };
+    const Json own = frequencies("good.zel"), solved = frequencies("coupled.zel"); // of the matrices, by another solver
+    ASSERT_EQ(own.size(), solved.size());
+    for (size_t i = 0; i < own.size(); ++i)
+        if (own[i]["rigid"].get<bool>())
+            EXPECT_TRUE(solved[i]["rigid"].get<bool>());
+        else
+            EXPECT_NEAR(solved[i]["frequency_hz"].get<double>() / own[i]["frequency_hz"].get<double>(), 1.0, 1e-6);
+
+    const auto fails = [&](const char* check) {
+        const Outcome found = run(folder, "check bad.zel");
+        EXPECT_EQ(found.status, 1);
+        EXPECT_NE(found.output.find(std::string("CHECK!  ") + check), std::string::npos) << found.output;
+    };
+    ZELDATA* db = ZEL_CreateFromZEL(folder.path("good.zel").c_str());
+    std::vector<double> shape(3 * size_t(ZEL_NodeCount(db)));
+    ASSERT_TRUE(ZEL_Mode(db, 7, ZEL_MODE_SHAPE, shape.data(), 0));
+    std::string bytes = bytes_of(folder.path("good.zel"));
+    const auto stored = [](double value) { // most significant byte first
+        std::string text(reinterpret_cast<const char*>(&value), sizeof value);
+        return std::string(text.rbegin(), text.rend());
+    };
+    const double largest = *std::max_element(shape.begin(), shape.end());
+    bytes.replace(bytes.find(stored(largest)), sizeof largest, stored(30.0 * largest));
+    write_bytes(folder.path("bad.zel"), bytes);
+    fails("flexible modes orthogonal to rigid ones");
+
+    const Environment options("VXR_ZELWRITE_OPTIONS", "no_ortho");
+    ZEL_SetNodalMass(db, ZEL_NodeID(db, 200), 0.01 * db->total_mass);
+    errors_of([&] { output_of([&] { ASSERT_TRUE(ZEL_write_ZEL(db, folder.path("bad.zel").c_str())); }); });
+    fails("rigid-body modes orthonormal");
+}
+
+TEST_F(Command, ComparesFiles)
+{
+    ASSERT_EQ(run(folder, "convert box.zel same.zel --native --options full_invar").status, 0);
+    const Outcome same = run(folder, "compare box.zel same.zel");
+    EXPECT_EQ(same.status, 0) << same.output;
+    EXPECT_NE(same.output.find(" Files are equivalent\n"), std::string::npos);
+
+    ZELDATA* heavier = Box().database();
+    ZEL_SetNodalMass(heavier, 1, 3.03);
+    output_of([&] { ASSERT_TRUE(ZEL_write_ZEL(heavier, folder.path("heavier.zel").c_str())); });
+    EXPECT_EQ(run(folder, "compare box.zel heavier.zel").status, 1);
+    for (const char* units :
+         {"mm,kg,ms,kN", "in,lbm,s,lbf"}) // modes of generalized mass 1 have another amplitude there
+        for (const auto& [name, status] : {std::pair("box", 0), std::pair("heavier", 1)})
+        {
+            const std::string keep = name == std::string("box") ? " --options full_invar" : "";
+            ASSERT_EQ(run(folder, std::string("convert ") + name + ".zel other.zel --units " + units + keep).status, 0);
+            const Outcome compared = run(folder, "compare box.zel other.zel");
+            EXPECT_EQ(compared.status, status) << name << units << compared.output;
+            EXPECT_EQ(compared.errors, "");
+        }
+    EXPECT_EQ(run(folder, "compare box.zel heavier.zel --tolerance 0.1").status, 0);
+
+    ZEL_SetNodeCoordinates(heavier, 99, 5.0, 5.0, 5.0); // a node that the base lacks ends the comparison at once
+    output_of([&] { ASSERT_TRUE(ZEL_write_ZEL(heavier, folder.path("other.zel").c_str())); });
+    const Outcome other = run(folder, "compare box.zel other.zel");
+    EXPECT_EQ(other.status, 1);
+    EXPECT_NE(other.output.find("->Fail Node 99 does not exist in base file (Exit)\n"), std::string::npos);
+    EXPECT_EQ(run(folder, "compare box.zel absent.zel").status, 2);
+}
+
+TEST_F(Command, ConvertsUnitsAndEncodings)
+{
+    const Outcome done =
+        run(folder, "convert box.zel small.zel --units mm,t,s,N --single --native --options 'fast_invar'");
+    EXPECT_EQ(done.status, 0) << done.errors;
+    EXPECT_EQ(done.output, "");
+    const Json facts = Json::parse(run(folder, "info --json small.zel").output);
+    EXPECT_EQ(facts["encoding"], "native");
+    EXPECT_EQ(facts["precision"], "single");
+    EXPECT_EQ(facts["units"]["length"], "MILLIMETER");
+    EXPECT_NEAR(facts["mass"].get<double>(), 0.024, 1e-8);
+    EXPECT_NEAR(facts["center_of_mass"][0].get<double>(), 1000.0, 1e-3);
+    EXPECT_NEAR(facts["frequencies"][6]["frequency_hz"].get<double>(), 50.0, 1e-4);
+
+    EXPECT_EQ(done.errors, ""); // the library's talk is for -v
+    EXPECT_NE(run(folder, "convert -v box.zel small.zel").errors, "");
+    EXPECT_EQ(run(folder, "convert box.zel small.zel --units 'mm, g , ms,N'").status, 0);
+    EXPECT_NE(run(folder, "info small.zel").output.find("GRAM, MILLIMETER, MILLISECOND, NEWTON"), std::string::npos);
+    const Json rescaled = Json::parse(run(folder, "info --json small.zel").output);
+    EXPECT_NEAR(rescaled["frequencies"][6]["frequency_hz"].get<double>(), 50.0, 1e-4); // not 0.05 per millisecond
+
+    const std::pair<const char*, const char*> wrong[] = {
+        {"--units mm,t,s", "one each of mass"},
+        {"--units mm,t,s,furlong", "\"furlong\" is not a unit"},
+        {"--units mm,m,s,N", "name both MILLIMETER and METER"},
+        {"--options 'full_invar 82_comp'", "cannot contain Invariants"},
+        {"--options 'sparse_str no_orto'", "\"no_orto\" is no write option; the nearest is no_ortho"},
+        {"--options 'full_invar(3)'", "full_invar takes no argument"},
+        {"--options 'lowpass(ten)'", "lowpass takes a number, as in lowpass(50)"},
+        {"--options 'coarsen(2, 10'", "coarsen takes arguments"},
+    };
+    for (const auto& [arguments, message] : wrong)
+    {
+        const Outcome refused = run(folder, std::string("convert box.zel wrong.zel ") + arguments);
+        EXPECT_EQ(refused.status, 2) << arguments;
+        EXPECT_NE(refused.errors.find(message), std::string::npos) << refused.errors;
+    }
+    EXPECT_EQ(run(folder,
+                  "convert box.zel small.zel --options "
+                  "\"no_ortho,sparse_str lbrf2cm lowpass(1e5) highpass( -1 ) coarsen(25, 10) MKS single no_xdr\"")
+                  .status,
+              0);
+    EXPECT_EQ(folder.files(), (std::vector<std::string>{"box.zel", "small.zel", "stderr"}));
+
+    const std::string import = "import ccx " ZEL_SOURCE "/examples/ccx"
+                               "/free_beam -o beam.zel -u ";
+    EXPECT_EQ(run(folder, import + "in,slinch,s,lbf").status, 0);
+    EXPECT_EQ(run(folder, import + "in,lbm,s,lbf").status, 2);
+    const std::string help = run(folder, "import ccx --help").output + run(folder, "compare --help").output;
+    for (const char* internal : {"->", "ENUM", "e+", "{"})
+        EXPECT_EQ(help.find(internal), std::string::npos) << help;
+}
+
+// The values of an array in a .vtu file, found by its declaration.
+template <typename Value> std::vector<Value> array_of(const std::string& vtu, const std::string& name)
+{
+    const size_t declared = vtu.find("Name=\"" + name + "\""),
+                 data = vtu.find("<AppendedData encoding=\"raw\">\n_") + 31;
+    if (declared == std::string::npos)
+        return {};
+    const size_t at = data + std::stoul(vtu.substr(vtu.find("offset=\"", declared) + 8));
+    uint64_t bytes = 0;
+    std::memcpy(&bytes, vtu.data() + at, sizeof bytes);
+    std::vector<Value> values(bytes / sizeof(Value));
+    std::memcpy(values.data(), vtu.data() + at + sizeof bytes, bytes);
+    return values;
+}
+
+TEST_F(Command, ExportsForParaViewAndScripts)
+{
+    ASSERT_EQ(run(folder, "import ccx " ZEL_SOURCE "/examples/ccx"
+                          "/tied_beam -u mm,t,s,N -o beam.zel")
+                  .status,
+              0);
+    EXPECT_EQ(run(folder, "export box.zel -o box.json").status, 0);
+    const Json body = Json::parse(bytes_of(folder.path("box.json")));
+    EXPECT_EQ(body["nodes"].size(), 8u);
+    EXPECT_EQ(body["faces"][0], (std::vector<int>{1, 2, 4, 3}));
+    EXPECT_TRUE(body["nodes"][0]["interface"].get<bool>() && !body["nodes"][1]["interface"].get<bool>());
+    const std::vector<double> stretch = body["modes"][6]["translations"];
+    EXPECT_NEAR(std::fabs(stretch[0]), 1.0 / std::sqrt(24.0), 1e-9);
+
+    EXPECT_EQ(run(folder, "export box.zel -o box.VTU --scale 2").status, 0);
+    const std::string vtu = bytes_of(folder.path("box.VTU"));
+    EXPECT_NE(vtu.find("NumberOfPoints=\"8\" NumberOfCells=\"2\""), std::string::npos);
+    const std::vector<double> points = array_of<double>(vtu, "Points");
+    ASSERT_EQ(points.size(), 24u);
+    EXPECT_EQ(points[21], 2.0);
+    EXPECT_EQ(array_of<double>(vtu, "nodal mass"), std::vector<double>(8, 3.0));
+    EXPECT_EQ(array_of<uint8_t>(vtu, "interface"), (std::vector<uint8_t>{1, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_NEAR(std::fabs(array_of<double>(vtu, "mode 7, 50 Hz")[0]), 2.0 / std::sqrt(24.0), 1e-9);
+    EXPECT_NEAR(std::fabs(array_of<double>(vtu, "mode 4, rigid body, rotation")[0]), 2.0 / std::sqrt(12.0), 1e-9);
+    EXPECT_EQ(array_of<double>(vtu, "mode 4, rigid body, stress").size(), 0u);
+
+    // Modes of equal frequency are data of their own; each is scaled to a tenth of the body.
+    EXPECT_EQ(run(folder, "export beam.zel -o beam.pvd --modes 1-6,9").status, 0);
+    EXPECT_EQ(folder.files().size(), 6u + 7u); // box.zel, its two exports, beam.zel, beam.pvd, stderr and seven modes
+    const std::string list = bytes_of(folder.path("beam.pvd"));
+    double before = -1.0;
+    for (size_t at = list.find("timestep=\""); at != std::string::npos; at = list.find("timestep=\"", at + 1))
+    {
+        const double time = std::stod(list.substr(at + 10));
+        EXPECT_GT(time, before);
+        before = time;
+    }
+    EXPECT_NEAR(before, 292.731, 1e-3);
+    const std::string ninth = bytes_of(folder.path("beam_mode9.vtu"));
+    EXPECT_EQ(array_of<double>(ninth, "mode"), std::vector<double>{9.0});
+    EXPECT_NEAR(array_of<double>(ninth, "frequency_hz")[0], 292.731, 1e-3);
+    ZELDATA* db = ZEL_CreateFromZEL(folder.path("beam.zel").c_str());
+    const std::vector<double> moved = array_of<double>(ninth, "displacement"),
+                              stress = array_of<double>(ninth, "stress");
+    double largest = 0.0, scale = array_of<double>(ninth, "scale")[0], normal[3], shear[3];
+    for (size_t i = 0; i < moved.size(); i += 3)
+        largest = std::max(largest, std::hypot(moved[i], moved[i + 1], moved[i + 2]));
+    EXPECT_NEAR(largest / ZEL_BodySize(db), 0.1, 1e-9);
+    const int node = 300, id = ZEL_NodeID(db, node);
+    ASSERT_TRUE(ZEL_ModeByNode(db, 9, ZEL_MODAL_STRESS, id, normal, 0) &&
+                ZEL_ModeByNode(db, 9, ZEL_MODAL_STRESS, id, shear, 1));
+    const std::array<double, 6> expected = {normal[0], normal[1], normal[2],
+                                            shear[0],  shear[2],  shear[1]}; // xy, yz, xz
+    for (size_t c = 0; c < 6; ++c)
+        EXPECT_NEAR(stress.at(6 * size_t(node) + c), scale * expected[c], 1e-12 * std::fabs(scale * normal[0]));
+    for (const int reference : {621, 622}) // the nodes that the ends follow have no stress
+        EXPECT_TRUE(std::isnan(stress.at(6 * size_t(reference))));
+    EXPECT_EQ(run(folder, "export beam.zel -o beam.json --modes 9").status, 0);
+    const Json exported = Json::parse(bytes_of(folder.path("beam.json")));
+    EXPECT_EQ(exported["modes"].size(), 1u);
+    EXPECT_EQ(exported["modes"][0]["stress"].size(), 6 * exported["stress_nodes"].size());
+
+    ASSERT_EQ(run(folder, "convert box.zel rigid.zel --options empty").status, 0);
+    EXPECT_EQ(run(folder, "export rigid.zel -o rigid.pvd").status, 0);
+    EXPECT_NE(bytes_of(folder.path("rigid.pvd")).find("file=\"rigid_geometry.vtu\""), std::string::npos);
+    EXPECT_EQ(array_of<double>(bytes_of(folder.path("rigid_geometry.vtu")), "Points").size(), 24u);
+    for (const char* wrong : {"-o box.txt", "-o box.vtu --scale 0", "-o box.vtu --modes 7-", "-o box.vtu --modes 8"})
+        EXPECT_EQ(run(folder, std::string("export box.zel ") + wrong).status, 2) << wrong;
+}
+
+TEST_F(Command, ShowsABarAndColoursOnATerminalOnly)
+{
+    const std::string zel = ZEL_COMMAND;
+    const Outcome piped = run(folder, "check box.zel");
+    EXPECT_EQ(piped.errors, "");
+    EXPECT_EQ(piped.output.find('\033'), std::string::npos);
+
+    const std::string coloured = sent_to_terminal(folder, zel + " check box.zel");
+    EXPECT_NE(coloured.find("\r  read the modes"), std::string::npos) << coloured;
+    EXPECT_NE(coloured.find("[####---"), std::string::npos);
+    EXPECT_NE(coloured.find("\033[32mOkay\033[0m"), std::string::npos);
+    const std::string plain = sent_to_terminal(folder, "NO_COLOR=1 " + zel + " check box.zel");
+    EXPECT_EQ(plain.find('\033'), std::string::npos);
+    EXPECT_EQ(screen_of(plain), screen_of(piped.output)); // the bar is gone
+    EXPECT_NE(sent_to_terminal(folder, "NO_COLOR= " + zel + " info absent").find("\033[31mzel:"), std::string::npos);
+    // results in a file, messages on the terminal
+    EXPECT_EQ(screen_of(sent_to_terminal(folder, zel + " check box.zel >found")), "");
+    EXPECT_EQ(bytes_of(folder.path("found")), piped.output);
+
+    // what the library prints meanwhile stays, also when it ends the process
+    const std::string converted = sent_to_terminal(folder, zel + " convert -v box.zel small.zel --options no_ortho");
+    EXPECT_NE(converted.find("\r  write the file"), std::string::npos) << converted;
+    EXPECT_EQ(screen_of(converted), screen_of(run(folder, "convert -v box.zel piped.zel --options no_ortho").errors));
+    ZELDATA* other = Box().database();
+    ZEL_SetNodeCoordinates(other, 99, 5.0, 5.0, 5.0);
+    output_of([&] { ASSERT_TRUE(ZEL_write_ZEL(other, folder.path("other.zel").c_str())); });
+    const std::string compared = sent_to_terminal(folder, zel + " compare box.zel other.zel");
+    EXPECT_NE(screen_of(compared).find("\n->Fail Node 99 does not exist in base file (Exit)\n"), std::string::npos);
+}
+
+TEST_F(Command, TellsWrongUsageAndUnusableFilesByItsStatus)
+{
+    write_bytes(folder.path("text.zel"), "this is no body");
+    for (const char* wrong : {"", "fly", "info", "info absent.zel", "info text.zel", "check absent.zel",
+                              "convert absent.zel out.zel", "export text.zel -o out.vtu"})
+    {
+        const Outcome result = run(folder, wrong);
+        EXPECT_EQ(result.status, 2) << wrong;
+        EXPECT_EQ(result.output, "") << wrong;
+        EXPECT_NE(result.errors, "") << wrong;
+    }
+    EXPECT_EQ(run(folder, "--version").status, 0);
+    EXPECT_NE(run(folder, "--help").output.find("check"), std::string::npos);
+    EXPECT_EQ(folder.files(), (std::vector<std::string>{"box.zel", "stderr", "text.zel"}));
+}
+
+// ---- Output --------------------------------------------------------------------------------------------------------
+
+TEST_F(Command, FailsWhenItsOutputCannotBePrinted)
+{
+    for (const char* arguments : {"info box.zel", "info --json box.zel", "contents box.zel", "check box.zel",
+                                  "compare box.zel box.zel", "--help"})
+    {
+        const Outcome result = run(folder, std::string(arguments) + " >/dev/full");
+        EXPECT_EQ(result.status, 2) << arguments;
+        EXPECT_NE(result.errors.find("zel: the output cannot be printed"), std::string::npos) << result.errors;
+    }
+}
+
+TEST_F(Command, NeverWritesOverTheBodyThatItReads)
+{
+    const std::string before = bytes_of(folder.path("box.zel"));
+    std::filesystem::create_symlink("box.zel", folder.path("link.json"));
+    std::filesystem::create_hard_link(folder.path("box.zel"), folder.path("hard.vtu"));
+    for (const char* arguments :
+         {"convert box.zel ./box.zel", "convert box.zel $PWD/box.zel --options no_ortho", "convert box.zel link.json",
+          "convert link.json box.zel", "export box.zel -o link.json", "export box.zel -o hard.vtu"})
+    {
+        const Outcome result = run(folder, arguments);
+        EXPECT_EQ(result.status, 2) << arguments;
+        EXPECT_NE(result.errors, "");
+        EXPECT_EQ(bytes_of(folder.path("box.zel")), before) << arguments;
+    }
+    EXPECT_EQ(folder.files(), (std::vector<std::string>{"box.zel", "hard.vtu", "link.json", "stderr"}));
+}
+
+// Without room for the new file; of a collection for its last part.
+TEST_F(Command, KeepsTheOlderFileUntilTheNewOneIsComplete)
+{
+    const std::string zel = ZEL_COMMAND;
+    for (const char* name : {"out.json", "out.vtu", "out.zel", "set.pvd", "set_mode1.vtu"})
+        write_bytes(folder.path(name), name);
+    make_full_device(folder.path("set_mode7.vtu"));
+    const std::vector<std::string> before = folder.files();
+    const std::pair<const char*, const char*> kFailing[] = {
+        {"export box.zel -o out.json", "out.json: cannot be written completely, File too large"},
+        {"export box.zel -o out.vtu", "out.vtu: cannot be written completely, File too large"},
+        {"convert box.zel out.zel --options no_ortho", "ERROR:    File too large"},
+        {"convert box.zel out.zel --options '82_comp single'", "out.zel could not be written"},
+        {"export box.zel -o set.pvd", "set_mode7.vtu: cannot be written completely, No space left on device"},
+    };
+    for (const auto& [arguments, message] : kFailing)
+    {
+        const bool limited = std::string(arguments).find("set") == std::string::npos;
+        const std::string command = "ulimit -f " + std::string(limited ? "2" : "unlimited") + "; ";
+        const std::string line = "cd " + folder.folder() + "; " + command + zel + " " + arguments + " 2>&1 | cat";
+        FILE* pipe = popen(line.c_str(), "r");
+        std::string said(4000, '\0');
+        said.resize(std::fread(said.data(), 1, said.size(), pipe));
+        pclose(pipe);
+        EXPECT_NE(said.find(message), std::string::npos) << arguments << ": " << said;
+        EXPECT_EQ(folder.files(), before) << arguments;
+        for (const char* name : {"out.json", "out.vtu", "out.zel", "set.pvd", "set_mode1.vtu"})
+            EXPECT_EQ(bytes_of(folder.path(name)), name) << arguments;
+    }
+    std::filesystem::remove(folder.path("set_mode7.vtu"));
+    std::filesystem::create_symlink("real.vtu", folder.path("set_mode7.vtu"));
+    EXPECT_EQ(run(folder, "export box.zel -o set.pvd").status, 0);
+    EXPECT_GT(bytes_of(folder.path("set_mode1.vtu")).size(), 500u);
+    EXPECT_EQ(bytes_of(folder.path("real.vtu")).size(), bytes_of(folder.path("set_mode6.vtu")).size());
+    EXPECT_TRUE(std::filesystem::is_symlink(folder.path("set_mode7.vtu")));
+}
+
+// ---- Interrupts ----------------------------------------------------------------------------------------------------
+
+// Runs `child` in a process of its own, waits until `ready`, and sends it the signals; its status.
+static int status_after(const std::vector<int>& signals, const std::function<bool()>& ready,
+                        const std::function<void()>& child)
+{
+    const pid_t process = fork();
+    if (process == 0)
+    {
+        child();
+        std::_Exit(127);
+    }
+    for (int tries = 0; tries < 3000 && !ready(); ++tries)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    for (const int signal : signals)
+    {
+        kill(process, signal);
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    int status = -1;
+    waitpid(process, &status, 0);
+    return status;
+}
+
+// The last part of the collection is a pipe that nobody reads: the command stops there with all other parts unfinished.
+TEST_F(Command, LeavesNothingUnfinishedWhenItIsInterrupted)
+{
+    write_bytes(folder.path("box_mode1.vtu"), "old");
+    ASSERT_EQ(mkfifo(folder.path("box_mode7.vtu").c_str(), 0600), 0);
+    const std::vector<std::string> before = folder.files();
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+    {
+        const auto ready = [&] { return folder.files().size() == before.size() + 6; };
+        const int status = status_after({signal}, ready, [&] {
+            const std::string in = folder.path("box.zel"), out = folder.path("box.pvd");
+            execl(ZEL_COMMAND, "zel", "export", in.c_str(), "-o", out.c_str(), nullptr);
+        });
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == signal) << status;
+        EXPECT_EQ(folder.files(), before);
+        EXPECT_EQ(bytes_of(folder.path("box_mode1.vtu")), "old");
+    }
+}
+
+// Registered folders go with what is in them; of an output what waits for its place, of this process only. A signal that
+// the process was told to ignore does nothing.
+TEST(Interrupts, RemoveWhatIsRegistered)
+{
+    namespace fs = std::filesystem;
+    const TemporaryFolder folder;
+    fs::create_symlink("elsewhere/out.zel", folder.path("out.zel"));
+    fs::create_directory(folder.path("elsewhere"));
+    const auto child = [&] {
+        std::signal(SIGHUP, SIG_IGN);
+        zel_command::watch_for_interrupts();
+        const zel_command::RemovedOnInterrupt scratch(folder.path("scratch")), file(folder.path("file")),
+            absent(folder.path("absent"));
+        const zel_command::UnfinishedOutput output(folder.path("out.zel"));
+        {
+            const zel_command::RemovedOnInterrupt finished(folder.path("finished"));
+        }
+        fs::create_directories(folder.path("scratch/deep"));
+        const std::string own = ".zel_" + std::to_string(getpid()) + "_1";
+        for (const std::string& name : {std::string("scratch/deep/a"), std::string("file"), std::string("finished"),
+                                        std::string("elsewhere/.zel_1_1"), "elsewhere/" + own, std::string("ready")})
+            std::ofstream(folder.path(name)) << name;
+        for (;;)
+            pause();
+    };
+    const int status = status_after(
+        {SIGHUP, SIGTERM}, [&] { return fs::exists(folder.path("ready")); }, child);
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) << status;
+    EXPECT_EQ(folder.files(), (std::vector<std::string>{"elsewhere", "finished", "out.zel", "ready"}));
+    EXPECT_TRUE(fs::exists(folder.path("elsewhere/.zel_1_1")));
+    EXPECT_EQ(std::distance(fs::directory_iterator(folder.path("elsewhere")), fs::directory_iterator()), 1);
+}

@@ -1,0 +1,440 @@
+// Mode vectors that are set in any order come back as set, from files of the stated layout; what fails loses nothing.
+#include "fixtures.h"
+
+#include "database/mode_files.h"
+#include "database/record.h"
+
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <map>
+#include <random>
+
+using Six = std::array<double, 6>;
+
+namespace
+{
+class Modes : public ZelTest
+{
+protected:
+    void SetUp() override { testing::internal::CaptureStdout(); } // paths of temporary files
+    void TearDown() override
+    {
+        ZelTest::TearDown();
+        zel::refuse_mapping = zel::refuse_reservation = false;
+        testing::internal::GetCapturedStdout();
+    }
+    TemporaryFolder folder_;
+    Environment tmp_{"TMP", folder_.folder().c_str()};
+};
+
+// The plain model of a database's vectors: [kind, mode number, node id].
+struct Model
+{
+    std::map<std::array<int, 3>, Six> values;
+    std::vector<int> listed[3]; // node ids in the order of each kind's list
+    void list(int kind, int id)
+    {
+        if (std::find(listed[kind].begin(), listed[kind].end(), id) == listed[kind].end())
+            listed[kind].push_back(id);
+    }
+    Six& at(int kind, int mode, int id)
+    {
+        list(0, id); // the node table
+        list(kind, id);
+        return values[{kind, mode, id}];
+    }
+};
+} // namespace
+
+static std::vector<double> whole_vector(ZELDATA* db, int mode, int kind)
+{
+    std::vector<double> values(6 * size_t(db->mode_node_count[kind]), -1.0);
+    EXPECT_EQ(ZEL_Read_Mode_Double(db, mode, kind, values.data()), 1);
+    return values;
+}
+
+static void expect_model(ZELDATA* db, Model& model, int mode, int kind)
+{
+    std::vector<double> expected;
+    for (int id : model.listed[kind])
+        for (double value : model.values[{kind, mode, id}])
+            expected.push_back(value);
+    ASSERT_EQ(db->mode_node_count[kind], int(model.listed[kind].size()));
+    EXPECT_EQ(whole_vector(db, mode, kind), expected) << "mode " << mode << " kind " << kind;
+    for (size_t i = 0; i < model.listed[kind].size(); ++i)
+    {
+        EXPECT_EQ(db->mode_nodes[kind][i]->id, model.listed[kind][i]);
+        EXPECT_EQ(ZEL_ModeNodeIndex(db, kind, model.listed[kind][i]), int(i));
+    }
+}
+
+// Nodes, modes, kinds and components in random order, with reads between; the node table grows meanwhile.
+static void set_at_random(int nodes, int calls)
+{
+    std::mt19937 random(7);
+    const auto below = [&](int n) { return int(random() % unsigned(n)); };
+    const int numbers[] = {40, -3, 7, 12};
+    ZELDATA* db = ZEL_Create(nodes, 4);
+    Model model;
+    for (int call = 0; call < calls; ++call)
+    {
+        const int kind = below(3), mode = numbers[below(4)], id = 1 + (below(nodes) * 7919) % nodes;
+        const double value = double(below(1000000)) / 64.0;
+        Six& expected = model.at(kind, mode, id);
+        if (below(2))
+        {
+            const int dof = below(6);
+            expected[size_t(dof)] = value;
+            ASSERT_EQ(ZEL_SetModeEntry(db, mode, id, kind, dof, value), 1);
+        }
+        else
+        {
+            expected = {value, 1, 2, 3, 4, -value};
+            ASSERT_EQ(ZEL_SetModeVec(db, mode, id, kind, expected.data()), 1);
+        }
+        if (below(calls / 20) == 0)
+            expect_model(db, model, mode, kind);
+    }
+    EXPECT_EQ(db->node_count, int(model.listed[0].size()));
+    for (int kind = 0; kind < 3; ++kind)
+        for (int mode : numbers)
+            expect_model(db, model, mode, kind);
+}
+
+TEST_F(Modes, ComeBackFromEveryOrderOfCalls)
+{
+    set_at_random(5000, 20000);
+    zel::refuse_mapping = true;
+    set_at_random(50, 2000);
+    zel::refuse_reservation = true;
+    set_at_random(3000, 2000);
+}
+
+// Twelve records of six values of eight bytes for five nodes each; stress positions follow the order of first mention.
+TEST_F(Modes, LieAtTheStatedOffsets)
+{
+    ZELDATA* db = ZEL_Create(5, 12);
+    for (int id : {30, 10, 20})
+        ZEL_SetNodeCoordinates(db, id, 0, 0, 0);
+    ASSERT_EQ(ZEL_SetMode(db, 8, 20, ZEL_MODE_SHAPE, 1, 2, 3, 4, 5, 6), 1);
+    ASSERT_EQ(ZEL_SetModeEntry(db, 9, 30, ZEL_MODAL_STRESS, 3, 0.25), 1);
+    ASSERT_EQ(ZEL_SetModeEntry(db, 9, 10, ZEL_MODAL_STRESS, 5, 0.5), 1);
+    const auto value_at = [](const std::string& bytes, size_t at) {
+        double value;
+        std::memcpy(&value, bytes.data() + at, sizeof value);
+        return value;
+    };
+    const auto bytes_in = [](FILE* file) { return bytes_of("/proc/self/fd/" + std::to_string(fileno(file))); };
+    const std::string shapes = bytes_in(db->mode_file.file), stresses = bytes_in(db->stress_file.file);
+    ASSERT_EQ(shapes.size(), 12u * 5 * 48);
+    ASSERT_EQ(stresses.size(), 12u * 5 * 48);
+    EXPECT_EQ(value_at(shapes, 2 * 48), 1.0); // mode index 0, node index 2
+    EXPECT_EQ(value_at(shapes, 2 * 48 + 40), 6.0);
+    EXPECT_EQ(value_at(stresses, 5 * 48 + 24), 0.25); // mode index 1, stress position 0
+    EXPECT_EQ(value_at(stresses, 5 * 48 + 48 + 40), 0.5);
+    EXPECT_EQ(std::count(shapes.begin(), shapes.end(), '\0'), std::ptrdiff_t(shapes.size()) - 11);
+    EXPECT_EQ(folder_.open_files(), 2u);
+    EXPECT_TRUE(folder_.files().empty()); // however the process ends, nothing stays
+    ZEL_UnLink(db);
+    EXPECT_EQ(folder_.open_files(), 0u);
+}
+
+TEST_F(Modes, OfOneNumberAreReadOnce)
+{
+    ZELDATA* db = ZEL_Create(10, 3);
+    ZEL_SetMode(db, 1, 5, ZEL_MODAL_STRESS, 1, 2, 3, 4, 5, 6);
+    ZEL_SetMode(db, 0, 5, ZEL_MODAL_STRESS, 7, 8, 9, 10, 11, 12); // pre-stress
+    double out[6] = {};
+    const int64_t before = zel::mode_reads;
+    ASSERT_EQ(ZEL_Mode(db, 1, ZEL_MODAL_STRESS, out, 0), 1);
+    ASSERT_EQ(ZEL_Mode(db, 1, ZEL_MODAL_STRESS, out + 3, 1), 1);
+    EXPECT_EQ((std::vector<double>(out, out + 6)), (std::vector<double>{1, 2, 3, 4, 5, 6}));
+    EXPECT_EQ(zel::mode_reads, before + 1);
+    ZEL_SetModeEntry(db, 1, 5, ZEL_MODAL_STRESS, 0, -1); // stays stale here, but not for whole vectors
+    ASSERT_EQ(ZEL_ModeByNode(db, 1, ZEL_MODAL_STRESS, 5, out, 0), 1);
+    EXPECT_EQ(out[0], 1.0);
+    EXPECT_EQ(zel::mode_reads, before + 1);
+    EXPECT_EQ(whole_vector(db, 1, ZEL_MODAL_STRESS)[0], -1.0);
+
+    // The pre-stress takes the place of the vector; a mode that is added then is not mistaken for it.
+    ASSERT_EQ(ZEL_ModeByNode(db, 0, ZEL_MODAL_STRESS, 5, out, 0), 1);
+    EXPECT_EQ(out[0], 7.0);
+    ASSERT_EQ(ZEL_AddMode(db, 2), 1);
+    ASSERT_EQ(ZEL_ModeByNode(db, 2, ZEL_MODAL_STRESS, 5, out, 0), 1);
+    EXPECT_EQ(out[0], 0.0);
+    ASSERT_EQ(ZEL_ModeByNode(db, 0, ZEL_MODAL_STRESS, 5, out, 1), 1);
+    ZEL_SetModeEntry(db, 0, 5, ZEL_MODAL_STRESS, 3, 70);
+    ASSERT_EQ(ZEL_ModeByNode(db, 0, ZEL_MODAL_STRESS, 5, out, 1), 1);
+    EXPECT_EQ(out[0], 70.0);
+
+    // A vector that has become longer is read anew.
+    ASSERT_EQ(ZEL_Mode(db, 1, ZEL_MODAL_STRESS, out, 0), 1);
+    ZEL_SetModeEntry(db, 1, 6, ZEL_MODAL_STRESS, 1, 60);
+    ASSERT_EQ(ZEL_ModeByNode(db, 1, ZEL_MODAL_STRESS, 6, out, 0), 1);
+    EXPECT_EQ(out[1], 60.0);
+    out[0] = out[1] = 5.0;
+    EXPECT_EQ(ZEL_ModeByNode(db, 1, ZEL_MODAL_STRESS, 7, out, 0), 0);
+    EXPECT_EQ(out[0] + out[1], 0.0);
+    EXPECT_EQ(ZEL_Mode(db, 1, ZEL_MODAL_STRESS, out, 2), 0);
+    EXPECT_EQ(ZEL_Mode(db, 3, ZEL_MODAL_STRESS, out, 0), 0);
+    EXPECT_EQ(ZEL_Mode(db, 1, ZEL_MODE_SHAPE, out, 0), 0); // no shape was ever set
+}
+
+TEST_F(Modes, WithNumberZeroOfStressAndStrainArePreloads)
+{
+    ZELDATA* db = ZEL_Create(1, 1); // room for one stress record says nothing of the pre-stress
+    ZEL_SetNodeCoordinates(db, 1, 0, 0, 0);
+    for (int id : {7, 3, 9, 3})
+        ASSERT_EQ(ZEL_SetMode(db, 0, id, ZEL_MODAL_STRAIN, id, 0, 0, 0, 0, 0.1), 1);
+    ASSERT_EQ(ZEL_SetModeEntry(db, 0, 1, ZEL_MODAL_STRAIN, 1, 2.5), 1);
+    EXPECT_EQ(db->mode_count, 0);
+    EXPECT_TRUE(folder_.files().empty());
+    const std::vector<double> doubles = whole_vector(db, 0, ZEL_MODAL_STRAIN);
+    const std::vector<double> expected = {7, 0, 0, 0, 0, 0.1, 3, 0,   0, 0, 0, 0.1,
+                                          9, 0, 0, 0, 0, 0.1, 0, 2.5, 0, 0, 0, 0};
+    EXPECT_EQ(doubles, expected);
+    std::vector<float> floats(24);
+    ASSERT_EQ(ZEL_Read_Mode_Single(db, 0, ZEL_MODAL_STRAIN, floats.data()), 1);
+    EXPECT_EQ(floats[5], 0.1f);
+    EXPECT_EQ(ZEL_Read_Mode_Single(db, 0, ZEL_MODAL_STRESS, floats.data()), 0);
+    for (int id = 100; id < 2600; ++id)
+        ASSERT_EQ(ZEL_SetModeEntry(db, 0, id, ZEL_MODAL_STRAIN, 5, id), 1);
+    EXPECT_EQ(whole_vector(db, 0, ZEL_MODAL_STRAIN)[6 * 2503 + 5], 2599.0);
+
+    // With a mode shape, zero is a number like any other; temporary files hold doubles only.
+    ASSERT_EQ(ZEL_SetMode(db, 0, 1, ZEL_MODE_SHAPE, 1, 0, 0, 0, 0, 0), 1);
+    EXPECT_EQ(db->mode_count, 1);
+    std::vector<float> shape(6 * 3000);
+    EXPECT_EQ(ZEL_Read_Mode_Single(db, 0, ZEL_MODE_SHAPE, shape.data()), 0);
+}
+
+// Everything that was set before a failure is still there after it.
+TEST_F(Modes, SurviveBadInput)
+{
+    ZELDATA* db = ZEL_Create(2, 2);
+    ZEL_SetMode(db, 5, 1, 0, 1, 2, 3, 4, 5, 6);
+    ZEL_SetMode(db, 6, 2, 0, 7, 8, 9, 10, 11, 12);
+    const double six[6] = {}, not_finite[6] = {0, 0, std::nan(""), 0, 0, 0};
+    const auto message = [](auto action) {
+        int result = -2;
+        const std::string text = errors_of([&] { result = action(); });
+        EXPECT_LE(result, 0);
+        return text;
+    };
+    EXPECT_EQ(message([&] { return ZEL_SetModeVec(db, 7, 1, 0, six); }),
+              "ERROR:  Insufficient room for mode 7 in temporary mode shape file.  \n"
+              "ERROR:  Specify larger number of modes in ZEL_Create.\nERROR:  \n");
+    EXPECT_EQ(message([&] { return ZEL_AddMode(db, 5); }).find("ERROR:  Insufficient room for mode 5"), 0u);
+    EXPECT_NE(message([&] { return ZEL_SetModeVec(db, 5, 77, 0, six); }).find("node 77"), std::string::npos);
+    EXPECT_NE(message([&] { return ZEL_SetModeVec(db, 5, 1, 0, not_finite); }).find("node 1 in mode 5"),
+              std::string::npos);
+    for (int kind : {-1, 3})
+        EXPECT_EQ(message([&] { return ZEL_SetModeVec(db, 5, 1, kind, six); }), "");
+    for (int dof : {-1, 6})
+        EXPECT_EQ(message([&] { return ZEL_SetModeEntry(db, 5, 1, 0, dof, 1.0); }), "");
+    EXPECT_EQ(message([&] { return ZEL_SetModeVec(db, 5, 1, 0, nullptr); }), "");
+    const std::string no_database = "ERROR:  The database has not been initialized.\n";
+    EXPECT_EQ(message([&] { return ZEL_SetModeVec(nullptr, 5, 1, 0, six); }), no_database);
+    EXPECT_EQ(message([&] { return ZEL_AddMode(nullptr, 5); }), no_database);
+    EXPECT_EQ(message([&] { return ZEL_Read_Mode_Double(nullptr, 5, 0, nullptr); }), "");
+    EXPECT_EQ(db->node_count, 2);
+    EXPECT_EQ(db->mode_count, 2);
+    EXPECT_EQ(whole_vector(db, 5, 0), (std::vector<double>{1, 2, 3, 4, 5, 6, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(whole_vector(db, 6, 0), (std::vector<double>{0, 0, 0, 0, 0, 0, 7, 8, 9, 10, 11, 12}));
+
+    ZELDATA* roomless = ZEL_Create(-4, 2);
+    EXPECT_NE(message([&] { return ZEL_SetModeVec(roomless, 5, 1, 0, six); }), "");
+    ZELDATA* boundless = ZEL_Create(INT32_MAX, INT32_MAX);
+    EXPECT_NE(message([&] { return ZEL_SetModeVec(boundless, 5, 1, 0, six); }), "");
+    EXPECT_EQ(boundless->node_count + boundless->mode_count, 0);
+}
+
+// The file cannot be made; when it can be later, the same call succeeds.
+static void expect_no_file(ZELDATA* db, int kind, const std::string& message)
+{
+    const double six[6] = {1, 2, 3, 4, 5, 6};
+    const std::string text = errors_of([&] { EXPECT_EQ(ZEL_SetModeVec(db, 1, 1, kind, six), 0); });
+    EXPECT_EQ(text.substr(0, message.size()), message);
+    EXPECT_EQ(zel::mode_stream(db, kind).file, nullptr);
+}
+
+TEST_F(Modes, NeedAFileThatCanBeWritten)
+{
+    const char* variables[] = {"VXR_TMP_MOD", "VXR_TMP_STR", "VXR_TMP_STN"};
+    const std::string subjects[] = {"mode shape", "modal stress", "modal strain"};
+    ZELDATA* db = ZEL_Create(1000, 100);
+    ZEL_SetNodalMass(db, 1, 2.0);
+    for (int kind = 0; kind < 3; ++kind)
+    {
+        const std::string path = folder_.path("missing/file");
+        {
+            Environment variable(variables[kind], path.c_str());
+            expect_no_file(db, kind,
+                           "ERROR:  Unable to open temporary " + subjects[kind] + " file " + path +
+                               ".\nERROR:  To write elsewhere, specify directory name in environment variable TMP,\n"
+                               "ERROR:  or specify path name (file name) in environment variable " +
+                               variables[kind] + ".\n");
+        }
+        rlimit before;
+        getrlimit(RLIMIT_FSIZE, &before);
+        const rlimit small = {100000, before.rlim_max};
+        for (bool refuse : {false, true})
+        {
+            zel::refuse_reservation = refuse;
+            setrlimit(RLIMIT_FSIZE, &small);
+            expect_no_file(db, kind,
+                           "ERROR:  Insufficient disk space for temporary " + subjects[kind] + " file" +
+                               (kind == 0 ? "  " : " ") + folder_.folder());
+            setrlimit(RLIMIT_FSIZE, &before);
+            EXPECT_EQ(folder_.open_files(), size_t(kind));
+        }
+        ASSERT_EQ(ZEL_SetMode(db, 1, 1, kind, 1, 2, 3, 4, 5, 6), 1);
+    }
+    EXPECT_EQ(db->nodes[0].mass, 2.0);
+}
+
+TEST_F(Modes, SurviveAFullDisk)
+{
+    if (mount("tmpfs", folder_.folder().c_str(), "tmpfs", 0, "size=1m") != 0)
+        GTEST_SKIP() << "only a privileged user can make a small file system";
+    ZELDATA* db = ZEL_Create(1000, 15); // 720 kB a kind
+    EXPECT_EQ(ZEL_SetMode(db, 1, 1, ZEL_MODE_SHAPE, 1, 2, 3, 4, 5, 6), 1);
+    expect_no_file(db, ZEL_MODAL_STRESS, "ERROR:  Insufficient disk space");
+    EXPECT_EQ(folder_.open_files(), 1u);
+    EXPECT_EQ(whole_vector(db, 1, 0)[5], 6.0);
+    ZEL_UnLink(db);
+    EXPECT_EQ(umount(folder_.folder().c_str()), 0);
+}
+
+// Also of two processes: neither ever opens the other's file.
+TEST_F(Modes, OfTwoDatabasesUnderOnePathStayApart)
+{
+    const std::string path = folder_.path("shapes"), old = folder_.path("old");
+    write_bytes(old, "old");
+    ASSERT_EQ(symlink(old.c_str(), path.c_str()), 0);
+    const Environment variable("VXR_TMP_MOD", path.c_str());
+    ZELDATA *first = ZEL_Create(1000, 1), *second = ZEL_Create(1, 1);
+    ASSERT_EQ(ZEL_SetMode(first, 1, 1, 0, 1, 1, 1, 1, 1, 1), 1);
+    EXPECT_EQ(first->mode_file.name, path);
+    ASSERT_EQ(ZEL_SetMode(second, 1, 1, 0, 2, 2, 2, 2, 2, 2), 1);
+    const pid_t other = fork();
+    if (other == 0)
+        _exit(ZEL_SetMode(ZEL_Create(1, 1), 1, 1, 0, 3, 3, 3, 3, 3, 3) ? 0 : 1);
+    int status = -1;
+    waitpid(other, &status, 0);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(whole_vector(first, 1, 0)[0], 1.0);
+    EXPECT_EQ(whole_vector(second, 1, 0)[0], 2.0);
+    EXPECT_EQ(bytes_of(old), "old");
+    write_bytes(path, "somebody else's"); // by now
+    ZEL_Terminate();
+    EXPECT_EQ(folder_.files(), (std::vector<std::string>{"old", "shapes"}));
+}
+
+TEST_F(Modes, NeverTakeANameThatCannotBeFreed)
+{
+    const std::string pipe = folder_.path("pipe"), inner = folder_.path("inner");
+    ASSERT_TRUE(mkfifo(pipe.c_str(), 0600) == 0 && mkdir(inner.c_str(), 0700) == 0);
+    for (const std::string& path : {inner, pipe})
+    {
+        const Environment variable("VXR_TMP_STR", path.c_str());
+        expect_no_file(ZEL_Create(1, 1), ZEL_MODAL_STRESS,
+                       "ERROR:  Unable to open temporary modal stress file " + path);
+        EXPECT_EQ(access(path.c_str(), F_OK), 0);
+    }
+}
+
+// A body that was read keeps the vectors of its file; a kind that the file lacks can be set, for all of its nodes.
+TEST_F(Modes, OfAFileCannotBeSet)
+{
+    const std::string path = folder_.path("body.zel");
+    ZELDATA* built = ZEL_Create(3, 1);
+    for (int id : {1, 2, 3})
+    {
+        ZEL_SetNodeCoordinates(built, id, 1, id, 0);
+        ZEL_SetMode(built, 1, id, ZEL_MODE_SHAPE, id, 0, 0, 0, 0, 0);
+    }
+    ASSERT_EQ(ZEL_write_ZEL(built, path.c_str()), 1);
+    ZEL_UnLink(built);
+    ZELDATA* db = ZEL_CreateFromZEL(path.c_str());
+    ASSERT_NE(db, nullptr);
+    const std::string file = bytes_of(path);
+    const std::vector<double> shape = whole_vector(db, 1, ZEL_MODE_SHAPE);
+    const std::string text = errors_of([&] {
+        EXPECT_EQ(ZEL_SetMode(db, 1, 1, ZEL_MODE_SHAPE, 9, 9, 9, 9, 9, 9), 0);
+        EXPECT_EQ(ZEL_SetMode(db, 6, 1, ZEL_MODAL_STRESS, 9, 9, 9, 9, 9, 9), 0); // no room for a second mode
+    });
+    EXPECT_EQ(text.rfind("ERROR:  The mode shape data of a ZEL file cannot be changed.\nERROR:  Insufficient room", 0),
+              0u);
+    for (int id : {3, 1, 2})
+        EXPECT_EQ(ZEL_SetMode(db, 1, id, ZEL_MODAL_STRESS, id, 0, 0, 0, 0, 0), 1);
+    EXPECT_EQ(whole_vector(db, 1, ZEL_MODAL_STRESS)[6], 1.0);
+    EXPECT_EQ(whole_vector(db, 1, ZEL_MODE_SHAPE), shape);
+    ZEL_UnLink(db);
+    EXPECT_EQ(folder_.files(), std::vector<std::string>{"body.zel"});
+    EXPECT_EQ(bytes_of(path), file);
+}
+
+TEST_F(Modes, AreReplacedAsAWholeOrNotAtAll)
+{
+    ZELDATA* db = ZEL_Create(2, 2);
+    ZEL_SetMode(db, 1, 1, 0, 1, 2, 3, 4, 5, 6);
+    ASSERT_EQ(ZEL_SetUnits(db, "kg", "m", "s", "N"), 1);
+    ASSERT_EQ(ZEL_SetUnits(db, "kg", "mm", "s", "N"), 1);
+    const double values[6] = {10, 20, 30, 40, 50, 60};
+    for (bool install : {false, true})
+    {
+        zel::ModeReplacement replacement;
+        ASSERT_EQ(replacement.open(db, 0, 1, 3), zel::ModeReplacement::kReady);
+        EXPECT_EQ(replacement.write(0, 2, 2, values), 0); // only three nodes
+        EXPECT_EQ(replacement.write(1, 0, 1, values), 0);
+        ASSERT_EQ(replacement.write(0, 0, 1, values), 1);
+        EXPECT_EQ(folder_.open_files(), 2u);
+        if (install)
+            replacement.install();
+    }
+    EXPECT_EQ(folder_.open_files(), 1u);
+    EXPECT_EQ(whole_vector(db, 1, 0), (std::vector<double>{10, 20, 30, 40, 50, 60})); // in current units
+    EXPECT_EQ(db->mode_record_nodes[0], 3);
+}
+
+TEST_F(Modes, SurviveEveryFailedAllocation)
+{
+    for (int64_t failing = 0;; ++failing)
+    {
+        ZELDATA* db = ZEL_Create(2000, 3);
+        for (int id = 1; id <= 1000; ++id)
+            ZEL_SetNodalMass(db, id, id);
+        ASSERT_EQ(ZEL_SetMode(db, 1, 1000, 1, 1, 2, 3, 4, 5, 6), 1);
+        zel::failing_allocation = failing;
+        int results[3] = {};
+        const std::string text = errors_of([&] {
+            results[0] = ZEL_SetMode(db, 2, 5000, 0, 1, 2, 3, 4, 5, 6); // a new file, and a larger node table
+            results[1] = ZEL_SetMode(db, 0, 1, 1, 1, 2, 3, 4, 5, 6);    // a new pre-stress
+            results[2] = ZEL_ModeByNode(db, 1, 1, 1000, std::array<double, 3>().data(), 0);
+        });
+        const bool all_done = zel::failing_allocation >= 0;
+        zel::failing_allocation = -1;
+        EXPECT_EQ(results[0] + results[1] + results[2], all_done ? 3 : 2) << failing;
+        EXPECT_EQ(text.empty(), all_done);
+        EXPECT_EQ(ZEL_SetMode(db, 2, 5000, 0, 1, 2, 3, 4, 5, 6), 1);
+        EXPECT_EQ(ZEL_SetMode(db, 0, 1, 1, 1, 2, 3, 4, 5, 6), 1);
+        EXPECT_EQ(db->mode_node_count[1], 2);
+        EXPECT_EQ(db->mode_nodes[1][0]->mass, 1000.0);
+        EXPECT_EQ(whole_vector(db, 1, 1)[5], 6.0);
+        EXPECT_EQ(ZEL_ModeNodeIndex(db, 0, 5000), 1000);
+        EXPECT_EQ(db->mode_node_id_index[0], db->node_id_index);
+        ZEL_UnLink(db);
+        if (all_done)
+            break;
+        ASSERT_LT(failing, 60);
+    }
+}

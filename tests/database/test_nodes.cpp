@@ -1,0 +1,232 @@
+// The node table: every id is found whatever the order in which nodes came, and pointers follow the table when it moves.
+#include "fixtures.h"
+
+#include "database/record.h"
+
+#include <algorithm>
+#include <ctime>
+#include <map>
+#include <numeric>
+#include <random>
+
+namespace
+{
+class Nodes : public ZelTest
+{
+protected:
+    std::mt19937 random_{11};
+    ZELDATA* db_ = ZEL_Create(0, 0);
+};
+} // namespace
+
+static void expect_sorted(const ZELIDPAIR* pairs, int count)
+{
+    EXPECT_TRUE(
+        std::is_sorted(pairs, pairs + count, [](const ZELIDPAIR& a, const ZELIDPAIR& b) { return a.id < b.id; }));
+}
+
+// Ascending, descending, random, negative and far apart, and in strides that a poor hash folds into one place.
+TEST_F(Nodes, AreFoundByIdAfterEveryOrderOfAdding)
+{
+    std::vector<int> ascending(10000), random(10000), strides(10000);
+    std::iota(ascending.begin(), ascending.end(), -5000);
+    std::vector<int> descending(ascending.rbegin(), ascending.rend());
+    for (int i = 0; i < 10000; ++i)
+    {
+        random[size_t(i)] = int(random_());
+        strides[size_t(i)] = int(unsigned(i) << 17 | unsigned(i) >> 13);
+    }
+    for (const std::vector<int>& ids : {ascending, descending, random, strides})
+    {
+        ZELDATA* db = ZEL_Create(0, 0);
+        std::map<int, int> expected;
+        for (int id : ids)
+        {
+            const auto [at, added] = expected.insert({id, int(expected.size())});
+            ASSERT_EQ(ZEL_LookupOrAddNode(db, id), at->second);
+            if (random_() % 64 == 0)
+            {
+                const int some = ids[random_() % ids.size()];
+                const auto known = expected.find(some);
+                ASSERT_EQ(ZEL_NodeIndex(db, some), known == expected.end() ? -1 : known->second);
+            }
+        }
+        for (const auto& [id, index] : expected)
+            ASSERT_EQ(ZEL_NodeIndex(db, id), index);
+        EXPECT_EQ(ZEL_NodeIndex(db, 123456), expected.count(123456) ? expected[123456] : -1);
+        EXPECT_EQ(db->node_count, int(expected.size()));
+    }
+}
+
+// The record's own index is in order after a lookup, in a table of any size that was filled before.
+TEST_F(Nodes, HaveASortedIndexAfterALookup)
+{
+    for (int batch : {3, 2000, 9000, 1, 1, 40, 1})
+    {
+        for (int i = 0; i < batch; ++i)
+            ZEL_LookupOrAddNode(db_, int(random_() % 1000000));
+        ZEL_NodeIndex(db_, 1);
+        expect_sorted(db_->node_id_index, db_->node_count);
+        for (int i = 0; i < db_->node_count; ++i)
+            ASSERT_EQ(db_->nodes[db_->node_id_index[i].index].id, db_->node_id_index[i].id);
+    }
+}
+
+// Ids that a known hash function would put into a few places of the table are found as fast as any.
+TEST_F(Nodes, AreFoundQuicklyWhateverTheirIds)
+{
+    static constexpr int kNodes = 40'000, kSlotBits = 17;
+    const auto inverse = [](uint32_t odd) { // Newton's iteration doubles the right bits
+        uint32_t x = odd;
+        for (int i = 0; i < 5; ++i)
+            x *= 2 - odd * x;
+        return x;
+    };
+    const auto seconds = [](const std::vector<int>& ids) {
+        ZELDATA* db = ZEL_Create(0, 0);
+        const clock_t start = clock();
+        for (int id : ids)
+            ZEL_LookupOrAddNode(db, id);
+        for (auto id = ids.rbegin(); id != ids.rend(); ++id)
+            ZEL_LookupOrAddNode(db, *id);
+        EXPECT_EQ(db->node_count, kNodes);
+        return double(clock() - start) / CLOCKS_PER_SEC;
+    };
+    std::vector<int> crafted, random;
+    for (uint32_t i = 0; i < kNodes; ++i)
+    {
+        uint32_t h = i << kSlotBits | i >> (32 - kSlotBits);
+        h = (h ^ h >> 16) * inverse(0xc2b2ae35u);
+        h = (h ^ h >> 13 ^ h >> 26) * inverse(0x85ebca6bu);
+        crafted.push_back(int(h ^ h >> 16));
+        random.push_back(int(i * 2654435761u));
+    }
+    EXPECT_LT(seconds(crafted), 0.1 + 10 * seconds(random));
+}
+
+TEST_F(Nodes, KeepTheirListsWhenTheTableMoves)
+{
+    const double six[6] = {};
+    ZELDATA* db = ZEL_Create(100, 1);
+    for (int id : {50, 20, 80})
+        ZEL_SetModeVec(db, 0, id, ZEL_MODAL_STRAIN, six); // a pre-strain
+    ZEL_SetNodalInertia(db, 20, 1, 2, 3, 4, 5, 6);
+    const ZELNODE* before = db->nodes;
+    for (int id = 1000; id < 9000; ++id)
+        ZEL_SetNodalMass(db, id, id);
+    ASSERT_NE(db->nodes, before);
+    for (int position = 0; position < 3; ++position)
+        EXPECT_EQ(db->mode_nodes[ZEL_MODAL_STRAIN][position], db->nodes + position);
+    EXPECT_EQ(db->nodes[1].inertia[5], 6.0);
+    EXPECT_EQ(db->mode_nodes[0][7000], db->nodes + 7000);
+    EXPECT_EQ(db->mode_node_id_index[0], db->node_id_index);
+    EXPECT_EQ(ZEL_ModeNodeIndex(db, ZEL_MODAL_STRAIN, 80), 2);
+    EXPECT_EQ(ZEL_ModeNodeIndex(db, ZEL_MODAL_STRAIN, 1000), -1);
+    EXPECT_EQ(ZEL_ModeNodeIndex(db, ZEL_MODAL_STRESS, 80), -1);
+    EXPECT_EQ(ZEL_ModeNodeIndex(db, 3, 80), -1);
+    expect_sorted(db->mode_node_id_index[ZEL_MODAL_STRAIN], 3);
+}
+
+// Every id keeps its record, its faces, its place among stress nodes and its interface mark; only its index changes.
+TEST_F(Nodes, KeepTheirMeaningWhenTheySwapPlaces)
+{
+    ZELDATA* db = ZEL_Create(10, 1);
+    for (int id = 1; id <= 6; ++id)
+        ZEL_SetNodeCoordinates(db, id, id, 0, 0);
+    ZEL_SetFace(db, 4, 1, 2, 5, 6);
+    ZEL_SetInterfaceNode(db, 2);
+    ZEL_SetInterfaceNode(db, 3);
+    output_of([&] {
+        for (int id : {4, 2})
+            ZEL_SetMode(db, 1, id, ZEL_MODAL_STRESS, id, 0, 0, 0, 0, 0);
+    });
+    ZEL_SwapNodesByID(db, 2, 6);
+    ZEL_SwapNodesByID(db, 2, 77); // unknown: nothing
+    EXPECT_EQ(ZEL_NodeIndex(db, 2), 5);
+    EXPECT_EQ(ZEL_NodeIndex(db, 6), 1);
+    EXPECT_EQ(db->nodes[5].x, 2.0);
+    EXPECT_EQ((std::vector<int>(db->face_list, db->face_list + 5)), (std::vector<int>{4, 0, 5, 4, 1}));
+    EXPECT_EQ((std::vector<int>(db->interface_nodes, db->interface_nodes + 2)), (std::vector<int>{5, 2}));
+    EXPECT_EQ(ZEL_SetInterfaceNode(db, 2), 1);
+    EXPECT_EQ(db->interface_count, 2);
+    EXPECT_EQ(ZEL_SetInterfaceNode(db, 6), 1);
+    EXPECT_EQ(db->interface_count, 3);
+    EXPECT_EQ(db->mode_nodes[ZEL_MODAL_STRESS][1]->id, 2);
+    EXPECT_EQ(ZEL_ModeNodeIndex(db, ZEL_MODAL_STRESS, 2), 1);
+    EXPECT_EQ(ZEL_ModeNodeIndex(db, ZEL_MODAL_STRESS, 6), -1);
+    double stress[3] = {};
+    EXPECT_EQ(ZEL_ModeByNode(db, 1, ZEL_MODAL_STRESS, 2, stress, 0), 1);
+    EXPECT_EQ(stress[0], 2.0);
+    expect_sorted(db->node_id_index, 6);
+    EXPECT_EQ(errors_of([] { ZEL_SwapNodesByID(nullptr, 1, 2); }), "ERROR:  The database has not been initialized.\n");
+}
+
+// Mode shapes go with their nodes, so that sums over the masses stay; computed ones are dropped all the same. Shapes in a
+// file do not move.
+TEST_F(Nodes, TakeTheirShapesAlongWhenTheySwapPlaces)
+{
+    const TemporaryFolder folder;
+    ZELDATA* db = ZEL_Create(3, 2);
+    for (int id = 1; id <= 3; ++id)
+    {
+        ZEL_SetNodeCoordinates(db, id, id, 0, 0);
+        ZEL_SetNodalMass(db, id, id);
+        for (int mode : {4, 5})
+            ZEL_SetMode(db, mode, id, ZEL_MODE_SHAPE, 10.0 * id, mode, 0, 0, 0, id);
+    }
+    const auto momentum = [&db] {
+        double* values = ZEL_Invar3(db);
+        const double first = values[0];
+        std::free(values);
+        return first;
+    };
+    EXPECT_EQ(momentum(), 140.0);
+    ZEL_SwapNodesByID(db, 1, 3);
+    EXPECT_FALSE(db->invar3);
+    EXPECT_EQ(momentum(), 140.0);
+    double rotation[3];
+    ASSERT_TRUE(ZEL_ModeByNode(db, 5, 0, 1, rotation, 1));
+    EXPECT_EQ(rotation[2], 1.0);
+    EXPECT_EQ(ZEL_NodeIndex(db, 1), 2);
+    const Environment options("VXR_ZELWRITE_OPTIONS", "no_ortho");
+    output_of([&] { ASSERT_TRUE(ZEL_write_ZEL(db, folder.path("body.zel").c_str())); });
+    db = ZEL_CreateFromZEL(folder.path("body.zel").c_str());
+    EXPECT_EQ(errors_of([&] { ZEL_SwapNodesByID(db, 1, 3); }).rfind("ERROR:  Nodes 1 and 3 cannot trade places", 0),
+              0u);
+    EXPECT_EQ(ZEL_NodeIndex(db, 1), 2);
+}
+
+// A table that was rewritten in place, as when nodes are left out, is looked up anew.
+TEST_F(Nodes, AreFoundAfterTheTableWasRewritten)
+{
+    for (int id = 1; id <= 20; ++id)
+        ZEL_SetNodalMass(db_, id, id);
+    for (int i = 0; i < 10; ++i)
+        db_->nodes[i] = db_->nodes[2 * i + 1]; // the even ids
+    db_->node_count = db_->mode_node_count[0] = 10;
+    zel::node_table_rewritten(db_);
+    EXPECT_EQ(ZEL_NodeIndex(db_, 14), 6);
+    EXPECT_EQ(ZEL_NodeIndex(db_, 13), -1);
+    EXPECT_EQ(ZEL_LookupOrAddNode(db_, 13), 10);
+    EXPECT_EQ(db_->nodes[10].mass, 0.0);
+}
+
+TEST_F(Nodes, StayWhenTheTableCannotGrow)
+{
+    for (int id = 0; id < db_->node_capacity || id < 1000; ++id)
+        ZEL_SetNodalMass(db_, 2 * id, id);
+    for (int64_t failing = 0;; ++failing)
+    {
+        zel::failing_allocation = failing;
+        const std::string message = errors_of([&] { ZEL_SetNodalMass(db_, 7, 1.0); });
+        const bool failed = zel::failing_allocation < 0;
+        zel::failing_allocation = -1;
+        EXPECT_EQ(message.empty(), !failed);
+        EXPECT_EQ(db_->node_count, failed ? 1000 : 1001);
+        EXPECT_EQ(ZEL_NodeIndex(db_, 1998), 999);
+        if (!failed)
+            break;
+        ASSERT_LT(failing, 40);
+    }
+    EXPECT_EQ(ZEL_NodeIndex(db_, 7), 1000);
+}

@@ -1,0 +1,396 @@
+// Queries of a database whose record is filled by hand, so that what goes in owes nothing to the setters.
+#include "database/record.h"
+#include "fixtures.h"
+
+#include <cmath>
+#include <initializer_list>
+
+using Numbers = std::vector<double>;
+
+namespace
+{
+
+class Queries : public ZelTest
+{
+protected:
+    ZELDATA* db = ZEL_Create(3, 4);
+
+    // Modes 11, 12, ... of which there are `count`.
+    void add_modes(int count)
+    {
+        db->mode_count = count;
+        db->mode_ids = zel::allocate<int>(count);
+        for (int i = 0; i < count; ++i)
+            db->mode_ids[i] = 11 + i;
+    }
+
+    // Nodes 30, 10, 20 at (1, 2, 3), (4, 6, -9), (1, -2, 0); the second has an inertia.
+    void add_nodes()
+    {
+        db->nodes = zel::allocate<ZELNODE>(3);
+        db->node_count = db->node_capacity = 3;
+        db->nodes[0] = {30, 1, 2, 3, 0.5, nullptr};
+        db->nodes[1] = {10, 4, 6, -9, 0.25, zel::allocate<double>(6)};
+        db->nodes[2] = {20, 1, -2, 0, 0, nullptr};
+        for (int i = 0; i < 6; ++i)
+            db->nodes[1].inertia[i] = i + 1;
+    }
+
+    static void add(ZELMATRIX& matrix, std::initializer_list<ZELENTRY> entries)
+    {
+        for (const ZELENTRY& entry : entries)
+            ASSERT_TRUE(zel::append_entry(matrix, entry.row, entry.column, entry.value));
+    }
+
+    void add_records(std::initializer_list<ZELEIGEN> records)
+    {
+        db->eigenvalues = zel::allocate<ZELEIGEN>(int64_t(records.size()) + 1);
+        db->eigenvalue_count = int(records.size());
+        std::copy(records.begin(), records.end(), db->eigenvalues);
+    }
+};
+
+// A copy of what a query returned, which is freed.
+template <typename T> std::vector<T> taken(T* array, int count)
+{
+    std::vector<T> copy(array, array + count);
+    std::free(array);
+    return copy;
+}
+
+} // namespace
+
+TEST_F(Queries, OfNodesGiveWhatTheTableHolds)
+{
+    add_nodes();
+    double xyz[3] = {}, mass = 9, inertia[9];
+    EXPECT_EQ(ZEL_NodeCount(db), 3);
+    EXPECT_EQ(ZEL_NodeID(db, 2), 20);
+    EXPECT_EQ(ZEL_NodeCoordinates(db, 1, xyz), 1);
+    EXPECT_EQ(Numbers(xyz, xyz + 3), (Numbers{4, 6, -9}));
+    EXPECT_EQ(ZEL_NodalMassAndGeometry(db, 0, &mass, xyz), 1);
+    EXPECT_EQ(mass, 0.5);
+    EXPECT_EQ(Numbers(xyz, xyz + 3), (Numbers{1, 2, 3}));
+    EXPECT_EQ(ZEL_NodalMass(db, 1), 0.25);
+    EXPECT_EQ(ZEL_NodalInertia(db, 1, inertia), 1);
+    EXPECT_EQ(Numbers(inertia, inertia + 9), (Numbers{1, 4, 5, 4, 2, 6, 5, 6, 3}));
+    EXPECT_EQ(ZEL_NodalInertia(db, 0, inertia), 0) << "node 30 has none";
+
+    int count = 0;
+    Numbers all(9);
+    EXPECT_EQ(ZEL_NodeCoordinateList(db, nullptr, &count), 1);
+    EXPECT_EQ(count, 3);
+    EXPECT_EQ(ZEL_NodeCoordinateList(db, all.data(), nullptr), 1);
+    EXPECT_EQ(all, (Numbers{1, 2, 3, 4, 6, -9, 1, -2, 0}));
+    EXPECT_DOUBLE_EQ(ZEL_BodySize(db), std::sqrt(3.0 * 3 + 8.0 * 8 + 12.0 * 12));
+
+    for (int outside : {-1, 3})
+    {
+        mass = xyz[0] = xyz[1] = xyz[2] = 7;
+        EXPECT_EQ(ZEL_NodalMassAndGeometry(db, outside, &mass, xyz), 0);
+        EXPECT_EQ(mass, 0);
+        EXPECT_EQ(Numbers(xyz, xyz + 3), (Numbers{0, 0, 0}));
+        EXPECT_EQ(ZEL_NodeID(db, outside), 0);
+    }
+}
+
+TEST_F(Queries, OfTheTotalMassRecomputeIt)
+{
+    add_nodes();
+    zel::raise_flag(db, zel::kBlockMasses);
+    db->total_mass = 77;
+    double mass = 0, inertia[9], center[3];
+    EXPECT_EQ(ZEL_TotalMassInertia(db, &mass, inertia, center), 1);
+    EXPECT_DOUBLE_EQ(mass, 0.75);
+    EXPECT_DOUBLE_EQ(center[0], (0.5 * 1 + 0.25 * 4) / 0.75);
+    EXPECT_DOUBLE_EQ(center[1], (0.5 * 2 + 0.25 * 6) / 0.75);
+    EXPECT_DOUBLE_EQ(center[2], (0.5 * 3 - 0.25 * 9) / 0.75);
+    EXPECT_DOUBLE_EQ(inertia[0], 0.5 * (4 + 9) + 0.25 * (36 + 81) + 1);
+    EXPECT_DOUBLE_EQ(inertia[1], 0.5 * 1 * 2 + 0.25 * 4 * 6 - 4) << "a product of inertia";
+    EXPECT_DOUBLE_EQ(inertia[3], inertia[1]);
+    EXPECT_EQ(ZEL_TotalMassInertia(db, nullptr, nullptr, nullptr), 1);
+    EXPECT_EQ(ZEL_Exists(db, zel::kBlockBody - 1), 0) << "no block is claimed";
+}
+
+TEST_F(Queries, OfMaximaScanTheVectorOrTakeTheRecord)
+{
+    for (int node : {5, 6, 7})
+        ZEL_SetNodeCoordinates(db, node, 0, 0, 0);
+    output_of([&] {
+        for (int kind = 0; kind < 3; ++kind)
+            ZEL_SetMode(db, 1, 5, kind, 0, 0, 0, 0, 0, 0);
+        ZEL_SetMode(db, 2, 5, ZEL_MODE_SHAPE, 2, -3, 6, 0, 0, 0.5); // 7
+        ZEL_SetMode(db, 2, 6, ZEL_MODE_SHAPE, 0, 7, 0, 0, 0, -2);   // as much: the first one stays
+        ZEL_SetMode(db, 2, 7, ZEL_MODE_SHAPE, 1, 1, 1, 0, 0, 0);
+        ZEL_SetMode(db, 2, 6, ZEL_MODAL_STRESS, 100, 100, 100, 0, 0, 0); // hydrostatic: none at all
+        ZEL_SetMode(db, 2, 7, ZEL_MODAL_STRESS, 0, 0, 0, 3, 0, -4);      // pure shear of 5: 5 sqrt(3)
+        ZEL_SetMode(db, 2, 5, ZEL_MODAL_STRESS, -8, 0, 0, 0, 0, 0);      // uniaxial: 8
+        ZEL_SetMode(db, 2, 7, ZEL_MODAL_STRAIN, 4, -2, -2, 0, 0, 0);     // incompressible, uniaxial: 4
+        ZEL_SetMode(db, 2, 5, ZEL_MODAL_STRAIN, 0, 0, 0, 0, 6, 0);       // shear of 6: 6 / sqrt(3)
+    });
+    const auto largest = [&](auto query, int mode_number) {
+        int node = -1;
+        double magnitude = -1;
+        EXPECT_EQ(query(db, mode_number, &node, &magnitude), 1);
+        return std::pair(node, magnitude);
+    };
+    using Found = std::pair<int, double>;
+    const auto near = [](Found a, Found b) { return a.first == b.first && std::fabs(a.second - b.second) < 1e-14; };
+    EXPECT_EQ(largest(ZEL_GetMaxModeDisplacement, 2), Found(5, 7.0));
+    EXPECT_EQ(largest(ZEL_GetMaxModeRotation, 2), Found(6, 2.0));
+    EXPECT_TRUE(near(largest(ZEL_GetMaxVonMisesStress, 2), {7, 5 * std::sqrt(3.0)}));
+    EXPECT_TRUE(near(largest(ZEL_GetMaxVonMisesStrain, 2), {7, 4.0}));
+    EXPECT_EQ(largest(ZEL_GetMaxVonMisesStress, 1), Found(0, 0.0)) << "zeros have no node";
+    EXPECT_EQ(ZEL_GetMaxVonMisesStress(db, 1, nullptr, nullptr), 1);
+    int node = 3;
+    double magnitude = 3;
+    EXPECT_EQ(ZEL_GetMaxModeRotation(db, 9, &node, &magnitude), 0) << "unknown mode";
+    EXPECT_TRUE(node == 0 && magnitude == 0);
+
+    db->modal_statistics = zel::allocate<ZELSTATISTICS>(2);
+    db->modal_statistics_count = 2;
+    db->modal_statistics[1].pair[0] = {6, 9.0};
+    EXPECT_EQ(largest(ZEL_GetMaxModeDisplacement, 2), Found(6, 9.0));
+    EXPECT_EQ(largest(ZEL_GetMaxModeRotation, 2), Found(6, 2.0)) << "not in the record";
+    db->modal_statistics_count = 1;
+    EXPECT_EQ(largest(ZEL_GetMaxModeDisplacement, 2), Found(5, 7.0)) << "records of other modes";
+}
+
+TEST_F(Queries, OfHeaderVersionAndPrecision)
+{
+    db->version = 0x33C;
+    db->mode_file.double_precision = 0;
+    std::strcpy(db->title, "Bracket");
+    std::memset(db->comment3, 'x', 79);
+    char title[128], comment[80];
+    EXPECT_EQ(ZEL_Version(db), 60);
+    EXPECT_EQ(ZEL_Double_Prec(db), 0);
+    EXPECT_EQ(ZEL_Header(db, title, nullptr, nullptr, nullptr, nullptr, nullptr, comment), 1);
+    EXPECT_STREQ(title, "Bracket");
+    EXPECT_EQ(comment, std::string(79, 'x'));
+}
+
+TEST_F(Queries, OfLoadsAndInterfaceNodesReturnArraysOfTheCaller)
+{
+    add_nodes();
+    add_modes(2);
+    db->interface_nodes = zel::allocate<int>(2);
+    db->interface_count = 2;
+    db->interface_nodes[0] = 2;
+    db->interface_nodes[1] = 7; // damaged: no such node
+    db->load_capacity = 4;
+    db->modal_preload = zel::allocate<double>(4);
+    db->modal_preload[1] = -2.5;
+    db->load_cases = zel::allocate<ZELLOADCASE>(1);
+    db->load_case_count = 1;
+    db->load_cases[0].values = zel::allocate<double>(4);
+    db->load_cases[0].values[0] = 8;
+    db->load_cases[0].processed = 1;
+    std::memset(db->load_cases[0].label, 'L', 255);
+
+    int count = 0;
+    EXPECT_EQ(taken(ZEL_InterfaceNodes(db, &count), 2), (std::vector<int>{2, 7}));
+    EXPECT_EQ(count, 2);
+    EXPECT_EQ(taken(ZEL_InterfaceNodeIDs(db, nullptr), 2), (std::vector<int>{20, 0}));
+    EXPECT_EQ(taken(ZEL_GetModalPreload(db, &count), 2), (Numbers{0, -2.5}));
+    EXPECT_EQ(taken(ZEL_GetModalLoad(db, 0, &count), 2), (Numbers{8, 0}));
+    EXPECT_EQ(count, 2);
+    EXPECT_EQ(ZEL_ModalLoadProcessed(db, 0), 1);
+    char label[256];
+    EXPECT_EQ(ZEL_GetModalLoadCaseLabel(db, 0, label), 1);
+    EXPECT_EQ(label, std::string(255, 'L'));
+    for (int outside : {-1, 1})
+    {
+        EXPECT_EQ(ZEL_GetModalLoad(db, outside, &count), nullptr);
+        EXPECT_EQ(count, 0);
+        EXPECT_EQ(ZEL_GetModalLoadCaseLabel(db, outside, label), 0);
+        EXPECT_EQ(ZEL_ModalLoadProcessed(db, outside), 0);
+    }
+
+    zel::failing_allocation = 0;
+    EXPECT_EQ(errors_of([&] {
+                  EXPECT_EQ(ZEL_GetModalPreload(db, &count), nullptr);
+              }).rfind("ERROR:  Failed to allocate memory at line ", 0),
+              0u);
+    zel::failing_allocation = -1;
+    EXPECT_EQ(count, 0);
+}
+
+TEST_F(Queries, OfMatricesKeepEveryEntryInTheListAndTheLastInTheSquare)
+{
+    add_modes(3);
+    add(db->stiffness, {{0, 0, 1}, {2, 1, 5}, {-1, 0, 99}, {0, 0, 2}, {1, 3, 98}});
+    ASSERT_EQ(ZEL_NumberOfGenStiff(db), 5);
+    int rows[5], columns[5];
+    Numbers values(5);
+    EXPECT_EQ(ZEL_GenStiffSparse(db, rows, columns, values.data()), 1);
+    EXPECT_EQ(std::vector<int>(rows, rows + 5), (std::vector<int>{0, 2, -1, 0, 1}));
+    EXPECT_EQ(std::vector<int>(columns, columns + 5), (std::vector<int>{0, 1, 0, 0, 3}));
+    EXPECT_EQ(values, (Numbers{1, 5, 99, 2, 98}));
+
+    Numbers full(9, 7.0);
+    EXPECT_EQ(ZEL_GenStiffFull(db, full.data(), 2), 0) << "there are 3 modes";
+    EXPECT_EQ(full, Numbers(9, 7.0));
+    EXPECT_EQ(ZEL_GenStiffFull(db, full.data(), 3), 1);
+    EXPECT_EQ(full, (Numbers{2, 0, 0, 0, 0, 0, 0, 5, 0}));
+
+    const int chosen[3] = {13, 12, 13}, unknown[2] = {13, 14};
+    Numbers selected(9, 7.0);
+    EXPECT_EQ(ZEL_GenStiffSelected(db, selected.data(), unknown, 2), 0);
+    EXPECT_EQ(selected, Numbers(9, 7.0));
+    EXPECT_EQ(ZEL_GenStiffSelected(db, selected.data(), chosen, 3), 1);
+    EXPECT_EQ(selected, (Numbers{0, 5, 0, 0, 0, 0, 0, 5, 0}));
+    EXPECT_EQ(ZEL_GenStiffSelected(db, selected.data(), chosen, 0), 0);
+}
+
+TEST_F(Queries, OfStiffnessAndMassFallBackToTheDiagonalOfTheRecords)
+{
+    add_modes(3);
+    int rows[3], columns[3];
+    Numbers full(9), values(3);
+    EXPECT_EQ(ZEL_NumberOfGenMass(db), 3);
+    EXPECT_EQ(ZEL_GenMassFull(db, full.data(), 3), 1);
+    EXPECT_EQ(full, (Numbers{1, 0, 0, 0, 1, 0, 0, 0, 1}));
+    EXPECT_EQ(ZEL_GenStiffFull(db, full.data(), 3), 1);
+    EXPECT_EQ(full, Numbers(9, 0.0));
+
+    add_records({{{11, 0, 0, 0, 4, 6}}, {{12, 0, 0, 0, 5, 7}}}); // the third mode has none
+    EXPECT_EQ(ZEL_GenMassSparse(db, rows, columns, values.data()), 1);
+    EXPECT_EQ(values, (Numbers{4, 5, 1}));
+    EXPECT_EQ(ZEL_GenStiffSparse(db, rows, columns, values.data()), 1);
+    EXPECT_EQ(values, (Numbers{6, 7, 0}));
+    EXPECT_EQ(std::vector<int>(rows, rows + 3), (std::vector<int>{0, 1, 2}));
+    const int chosen[2] = {12, 11};
+    Numbers selected(4);
+    EXPECT_EQ(ZEL_GenMassSelected(db, selected.data(), chosen, 2), 1);
+    EXPECT_EQ(selected, (Numbers{5, 0, 0, 4}));
+
+    EXPECT_EQ(ZEL_NumberOfGenDamp(db), 0) << "damping has no fallback";
+    EXPECT_EQ(ZEL_GenDampExist(db), 0);
+    EXPECT_EQ(ZEL_GenDampSparse(db, rows, columns, values.data()), 0);
+    EXPECT_EQ(ZEL_GenDampFull(db, full.data(), 3), 0);
+}
+
+TEST_F(Queries, OfProjectedDampingLeadWithTheRigidFreedoms)
+{
+    add_modes(8); // 11 to 18, of which 17 and 18 are flexible
+    add(db->damping, {{0, 0, 1}, {5, 7, 2}, {7, 5, 3}, {6, 6, 4}, {7, 7, 5}});
+    Numbers matrix(49, -1.0);
+    const int last = 18, unknown = 19;
+    EXPECT_EQ(ZEL_GenDampPrincipalAndSelected(db, matrix.data(), &last, 1), 0) << "not projected";
+    db->damping_projected = 1;
+    EXPECT_EQ(ZEL_GenDampPrincipalAndSelected(db, matrix.data(), &unknown, 1), 0);
+    EXPECT_EQ(matrix, Numbers(49, -1.0));
+    EXPECT_EQ(ZEL_GenDampPrincipalAndSelected(db, matrix.data(), &last, 1), 1);
+    Numbers expected(49, 0.0);
+    expected[0] = 1;
+    expected[5 * 7 + 6] = 2;
+    expected[6 * 7 + 5] = 3;
+    expected[6 * 7 + 6] = 5;
+    EXPECT_EQ(matrix, expected);
+    EXPECT_EQ(ZEL_GenDampPrincipalAndSelected(db, matrix.data(), nullptr, 0), 1);
+    EXPECT_EQ(Numbers(matrix.begin(), matrix.begin() + 8), (Numbers{1, 0, 0, 0, 0, 0, 0, 0})) << "6 x 6 now";
+}
+
+TEST_F(Queries, OfTheTransformationNeedOneOfTheModesOrder)
+{
+    add_modes(2);
+    db->transformation = zel::allocate<double>(4);
+    for (int i = 0; i < 4; ++i)
+        db->transformation[i] = i;
+    db->transformation_order = 2;
+    Numbers matrix(4);
+    EXPECT_EQ(ZEL_Transformation(db, matrix.data()), 1);
+    EXPECT_EQ(matrix, (Numbers{0, 1, 2, 3}));
+    db->mode_count = 1;
+    EXPECT_EQ(ZEL_Transformation(db, matrix.data()), 0);
+}
+
+TEST_F(Queries, OfEigenvaluesReadTheRecordElseTheDiagonals)
+{
+    const auto eigenvalue = [&](int mode_number) {
+        Numbers five(5, -7.0);
+        const int found = ZEL_Eigenvalue(db, mode_number, &five[0], &five[1], &five[2], &five[3], &five[4]);
+        return found ? five : Numbers{};
+    };
+    const double pi = std::acos(-1.0);
+    add_modes(4);
+    EXPECT_EQ(eigenvalue(15), Numbers{}) << "unknown mode";
+    EXPECT_EQ(eigenvalue(11), (Numbers{0, 0, 0, 1, 0})) << "no entries: unit mass, no stiffness";
+
+    // Mode 11 is given twice, 12 has no mass, 13 is unstable; what follows the first coupling term is not looked at.
+    add(db->stiffness, {{0, 0, 1}, {0, 0, 32}, {1, 1, 3}, {2, 2, -18}, {0, 1, 0}, {3, 3, 77}});
+    add(db->mass, {{0, 0, 2}, {2, 2, 2}});
+    EXPECT_EQ(eigenvalue(11), (Numbers{16, eigenvalue(11)[1], 4, 2, 32}));
+    EXPECT_NEAR(eigenvalue(11)[1], 4 / (2 * pi), 1e-12);
+    EXPECT_EQ(eigenvalue(12)[0], 1.2345e20);
+    EXPECT_EQ(eigenvalue(12)[3], 0);
+    EXPECT_EQ(eigenvalue(13)[0], -9);
+    EXPECT_EQ(eigenvalue(13)[2], -3);
+    EXPECT_EQ(eigenvalue(14)[4], 0);
+
+    ZEL_SetUnits(db, "kg", "mm", "s", "N"); // 1 N/kg is 1000 mm/s^2
+    EXPECT_NEAR(eigenvalue(11)[2], std::sqrt(16 * 1000.0), 1e-12);
+
+    add_records({{{11, 1, 2, 3, 4, 5}}});
+    EXPECT_EQ(eigenvalue(11), (Numbers{1, 2, 3, 4, 5}));
+    EXPECT_EQ(eigenvalue(12), Numbers(5, 0.0)) << "the record behind the last is zero";
+    EXPECT_EQ(eigenvalue(13), Numbers{});
+}
+
+// Every query on no database and on an empty one gives its failure value and prints nothing.
+TEST_F(Queries, WithoutDataAreSilentFailures)
+{
+    const auto ask = [](ZELDATA* of) {
+        int count = 5, length = 5, rows = 0;
+        double values[9] = {1}, center[3];
+        char label[256];
+        EXPECT_EQ(ZEL_NodeCount(of) + ZEL_ModeCount(of) + ZEL_NodeID(of, 0) + ZEL_ModeNodeID(of, 0, 0), 0);
+        for (int kind = -1; kind <= 3; ++kind)
+            EXPECT_EQ(ZEL_ModeNodeCount(of, kind) + ZEL_ModeExist(of, kind), 0);
+        EXPECT_EQ(ZEL_NodeCoordinates(of, 0, values), 0);
+        EXPECT_EQ(values[0], 0);
+        EXPECT_EQ(ZEL_NodeCoordinates(of, 0, nullptr), 0);
+        EXPECT_EQ(ZEL_NodeCoordinateList(of, values, &count), 0);
+        EXPECT_EQ(count, 0);
+        EXPECT_EQ(ZEL_NodalMass(of, 0) + ZEL_BodySize(of), 0);
+        EXPECT_EQ(ZEL_NodalMassAndGeometry(of, 0, values, center), 0);
+        EXPECT_EQ(ZEL_NodalInertia(of, 0, values), 0);
+        EXPECT_EQ(ZEL_GetMaxModeDisplacement(of, 1, &count, values) + ZEL_GetMaxVonMisesStrain(of, 1, &count, values),
+                  0);
+        EXPECT_EQ(ZEL_Eigenvalue(of, 1, values, nullptr, nullptr, nullptr, nullptr), 0);
+        EXPECT_EQ(ZEL_NumberOfGenStiff(of) + ZEL_NumberOfGenMass(of) + ZEL_NumberOfGenDamp(of) + ZEL_GenDampExist(of),
+                  0);
+        EXPECT_EQ(ZEL_GenStiffSparse(of, &rows, &rows, values) + ZEL_GenMassSparse(of, &rows, &rows, values) +
+                      ZEL_GenDampSparse(of, &rows, &rows, values),
+                  0);
+        EXPECT_EQ(ZEL_GenStiffFull(of, values, 1) + ZEL_GenMassFull(of, values, 0) + ZEL_GenDampFull(of, values, 1), 0);
+        EXPECT_EQ(ZEL_GenStiffSelected(of, values, &rows, 1) + ZEL_GenMassSelected(of, values, &rows, 1) +
+                      ZEL_GenDampPrincipalAndSelected(of, values, &rows, 1),
+                  0);
+        ZEL_FaceListSize(of, &count, &length);
+        EXPECT_EQ(count + length, 0);
+        ZEL_FaceListSize(of, nullptr, nullptr);
+        EXPECT_EQ(ZEL_ElementFaces(of, &count) + ZEL_Transformation(of, values), 0);
+        for (auto query : {ZEL_InterfaceNodes, ZEL_InterfaceNodeIDs})
+        {
+            count = 5;
+            EXPECT_EQ(query(of, &count), nullptr);
+            EXPECT_EQ(count, 0);
+        }
+        count = 5;
+        EXPECT_EQ(ZEL_GetModalPreload(of, &count), nullptr);
+        EXPECT_EQ(count, 0);
+        EXPECT_EQ(ZEL_GetModalLoad(of, 0, nullptr), nullptr);
+        EXPECT_EQ(ZEL_ModalPreloadExist(of) + ZEL_GetModalLoadCaseCount(of) + ZEL_ModalLoadProcessed(of, 0) +
+                      ZEL_GetModalLoadCaseLabel(of, 0, label) + ZEL_ModalStatisticsExist(of),
+                  0);
+    };
+    EXPECT_EQ(output_of([&] { EXPECT_EQ(errors_of([&] { ask(nullptr), ask(db); }), ""); }), "");
+    double mass = 5, inertia[9] = {5}, center[3] = {5};
+    EXPECT_EQ(ZEL_TotalMassInertia(nullptr, &mass, inertia, center), 0);
+    EXPECT_EQ(mass + inertia[0] + center[0], 0);
+    EXPECT_EQ(ZEL_Version(nullptr) + ZEL_Double_Prec(nullptr), 0);
+    EXPECT_EQ(ZEL_Header(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr), 0);
+    EXPECT_EQ(ZEL_Version(db), 31);
+}

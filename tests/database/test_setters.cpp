@@ -1,0 +1,472 @@
+// Header, masses, faces, matrices, loads and invariants as the caller gives them.
+#include "fixtures.h"
+
+#include "database/record.h"
+
+#include <cmath>
+#include <cstddef>
+#include <functional>
+#include <limits>
+#include <map>
+
+namespace
+{
+class Setters : public ZelTest
+{
+protected:
+    ZELDATA* db_ = ZEL_Create(10, 6);
+    std::vector<int> face() const { return {db_->face_list, db_->face_list + db_->face_list_length}; }
+    bool flag(int block) const { return zel::has_flag(db_->content_flags, block); }
+};
+} // namespace
+
+TEST_F(Setters, CutHeaderTextsAtTheirLengths)
+{
+    const struct
+    {
+        size_t longest;
+        const char *field, *heading, *label, *too_long;
+    } texts[] = {
+        {127, db_->title, "title", "Title", "Title"},
+        {127, db_->input_file_name, "input file name", "Name ", "Input file name"},
+        {15, db_->input_file_type, "input file type", "Type ", "Input file type spec"},
+        {79, db_->comment1, "Comment 1", "Comment 1", "Comment 1"},
+        {79, db_->comment2, "Comment 2", "Comment 2", "Comment 2"},
+        {79, db_->comment3, "Comment 3", "Comment 3", "Comment 3"},
+    };
+    for (size_t too_much : {size_t(0), size_t(1)})
+    {
+        std::string given[6], warnings, lines;
+        for (size_t i = 0; i < 6; ++i)
+        {
+            given[i] = std::string(texts[i].longest + too_much, char('a' + i));
+            given[i][3] = '\n';
+            const std::string size = std::to_string(texts[i].longest);
+            if (too_much)
+                warnings += std::string("WARNING:  ") + texts[i].too_long + " too big: max size " + size +
+                            ", specified size " + std::to_string(texts[i].longest + 1) + ".\nWARNING:  Truncating " +
+                            texts[i].heading + ".\n";
+            std::string kept = given[i].substr(0, texts[i].longest);
+            kept[3] = ' ';
+            lines += std::string(texts[i].label) + ": " + kept + "\n";
+        }
+        const auto set = [&] {
+            return ZEL_SetHeader(db_, given[0].data(), given[1].data(), given[2].data(), given[3].data(),
+                                 given[4].data(), given[5].data());
+        };
+        std::string printed;
+        EXPECT_EQ(errors_of([&] { printed = output_of(set); }), warnings);
+        EXPECT_EQ(printed, lines);
+        for (size_t i = 0; i < 6; ++i)
+        {
+            EXPECT_EQ(given[i][3], ' '); // in the caller's text
+            EXPECT_EQ(texts[i].field, given[i].substr(0, texts[i].longest));
+        }
+    }
+    output_of([&] { ZEL_SetHeader(db_, const_cast<char*>("constant"), nullptr, nullptr, nullptr, nullptr, nullptr); });
+    EXPECT_STREQ(db_->title, "constant");
+    EXPECT_EQ(std::string(db_->comment3, sizeof db_->comment3), std::string(80, '\0'));
+    ASSERT_EQ(std::strlen(db_->date), 25u);
+    EXPECT_EQ(db_->date[24], ' ');
+}
+
+TEST_F(Setters, AddTheNodesThatTheyName)
+{
+    EXPECT_EQ(ZEL_SetNodalMass(db_, 4, 1.0), 1);
+    EXPECT_EQ(db_->nodes[0].x, 0.0);
+    EXPECT_EQ(ZEL_AddNodalMass(db_, 9, 1.5) + ZEL_AddNodalMass(db_, 9, 1.5), 2);
+    EXPECT_EQ(db_->nodes[1].mass, 3.0);
+    EXPECT_EQ(ZEL_SetNodalInertiaEntry(db_, 7, 2, 3, 0.5) + ZEL_SetNodalInertiaEntry(db_, 7, 5, 4, 0.25), 2);
+    EXPECT_EQ(ZEL_SetNodalInertiaEntry(db_, 7, 3, 3, 8.0), 1);
+    EXPECT_EQ((std::vector<double>(db_->nodes[2].inertia, db_->nodes[2].inertia + 6)),
+              (std::vector<double>{0, 0, 8, 0.25, 0, 0.5}));
+    EXPECT_TRUE(flag(9) && flag(10) && !flag(4));
+    EXPECT_EQ(ZEL_SetInterfaceNode(db_, 8), 0);
+
+    const double nan = std::nan(""), infinity = std::numeric_limits<double>::infinity();
+    const std::string who = errors_of([&] { EXPECT_EQ(ZEL_SetNodalMass(db_, 77, nan), 0); });
+    EXPECT_NE(who.find("mass of node 77 is not finite"), std::string::npos) << who;
+    errors_of([&] {
+        EXPECT_EQ(ZEL_SetNodeCoordinates(db_, 78, 0, -infinity, 0), 0);
+        EXPECT_EQ(ZEL_SetNodalInertia(db_, 79, 0, 0, 0, 0, 0, nan), 0);
+        EXPECT_EQ(ZEL_AddNodalMass(db_, 9, infinity), 0);
+        EXPECT_EQ(ZEL_SetNodalInertiaEntry(db_, 80, 1, 4, 1.0), 0);
+        EXPECT_EQ(ZEL_SetNodalInertiaEntry(db_, 80, 0, 1, 1.0), 0);
+    });
+    EXPECT_EQ(db_->node_count, 3);
+    EXPECT_EQ(db_->nodes[1].mass, 3.0);
+}
+
+TEST_F(Setters, CloseFacesAndDropRepeatedVertices)
+{
+    EXPECT_EQ(ZEL_SetFace(db_, 4, 10, 20, 30, 10), 1);
+    EXPECT_EQ(ZEL_SetFace(db_, 3, 10, 10, 20), 1);
+    EXPECT_EQ(ZEL_SetFace(db_, 4, 10, 20, 10, 30), 1); // back at the first one in the middle
+    const std::vector<int> kept = {3, 0, 1, 2, 2, 0, 1, 4, 0, 1, 0, 2};
+    EXPECT_EQ(face(), kept);
+    const int no_ids[1] = {};
+    EXPECT_NE(errors_of([&] {
+                  EXPECT_EQ(ZEL_SetFace(db_, 2, 40, 40), 0);
+                  EXPECT_EQ(ZEL_SetFaceList(db_, 0, no_ids) + ZEL_SetFaceList(db_, -3, no_ids), 0);
+                  EXPECT_EQ(ZEL_SetFaceList(db_, 3, nullptr), 0);
+              }),
+              "");
+    EXPECT_EQ(face(), kept);
+    EXPECT_EQ(db_->face_count, 3);
+    std::vector<int> many(5000);
+    for (int i = 0; i < 5000; ++i)
+        many[size_t(i)] = i;
+    EXPECT_EQ(ZEL_SetFaceList(db_, 5000, many.data()), 1);
+    EXPECT_EQ(db_->face_list_length, 12 + 5001);
+    EXPECT_GT(db_->face_capacity, db_->face_list_length);
+}
+
+// Two point masses of 2 at x = -1 and x = 3: mass 4, center 1, inertia 20 about y and z through the origin.
+TEST_F(Setters, CompareTheGlobalMassWithTheNodes)
+{
+    ZEL_SetNodeCoordinates(db_, 1, -1, 0, 0);
+    ZEL_SetNodeCoordinates(db_, 2, 3, 0, 0);
+    const double center[3] = {1, 0, 0}, inertia[9] = {0, 0, 0, 0, 20, 0, 0, 0, 20}, wrong[9] = {1}, zero[9] = {};
+    EXPECT_NE(errors_of([&] { ZEL_SetGlobalMass(db_, 4, center, inertia); }), ""); // nothing known yet
+    ZEL_SetNodalMass(db_, 1, 2);
+    ZEL_SetNodalMass(db_, 2, 2);
+    EXPECT_EQ(db_->invar1, nullptr); // the check left nothing behind that would be wrong by now
+    EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_SetGlobalMass(db_, 4, center, inertia), 1); }), "");
+    EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_SetGlobalMass(db_, 5, zero, wrong), 1); }),
+              "WARNING:  Global mass is inconsistent with INVAR1 setting or sum of nodal masses.\n"
+              "WARNING:  Global center of mass is inconsistent with INVAR2 setting or nodal data.\n"
+              "WARNING:  Global mass inertia is inconsistent with INVAR7 setting or nodal data.\n");
+    EXPECT_EQ(db_->total_mass, 5.0);
+    EXPECT_EQ(db_->inertia_tensor[0], 1.0);
+    EXPECT_EQ(ZEL_SetGlobalMass(db_, 4, nullptr, inertia) + ZEL_SetGlobalMass(db_, 4, center, nullptr), 0);
+    ZELDATA* empty = ZEL_Create(0, 0);
+    EXPECT_EQ(output_of([&] { ZEL_SetGlobalMass(empty, 0, zero, zero); }), "Global mass is being set to zero.\n");
+}
+
+TEST_F(Setters, TellUnitAndDiagonalMasses)
+{
+    ZEL_SetGeneralizedMass(db_, 3, 3, 1.0 + 0.5e-8);
+    ZEL_SetGeneralizedStiffness(db_, 3, 3, 7.0);
+    ZEL_SetGeneralizedDamping(db_, 3, 4, 0.5);
+    EXPECT_EQ(db_->non_diagonal + db_->non_unit_mass, 0);
+    ZEL_SetGeneralizedMass(db_, 3, 3, 2.0);
+    EXPECT_EQ(db_->non_unit_mass, 1);
+    EXPECT_EQ(db_->non_diagonal, 0);
+    ZEL_SetGeneralizedMass(db_, 3, 4, 0.0);
+    EXPECT_EQ(db_->non_diagonal, 1);
+    EXPECT_EQ(db_->mass.count, 3);
+    EXPECT_TRUE(flag(12) && flag(13) && flag(15));
+    for (int mode = 5; mode < 9; ++mode)
+        ZEL_AddMode(db_, mode);
+    EXPECT_NE(errors_of([&] { EXPECT_EQ(ZEL_SetGeneralizedMass(db_, 3, 99, 1.0), 1); }), ""); // no room for mode 99
+    EXPECT_EQ(db_->mass.entries[3].row, 0);
+    EXPECT_EQ(db_->mass.entries[3].column, -1);
+}
+
+TEST_F(Setters, GrowLoadsWithCasesAndModes)
+{
+    EXPECT_EQ(ZEL_SetModalLoadLabel(db_, 0, ""), 1); // before there are modes
+    EXPECT_EQ(ZEL_SetModalLoad(db_, 2, 11, 1.5), 1);
+    EXPECT_EQ(ZEL_SetModalPreload(db_, 12, 2.5), 1);
+    for (int mode = 13; mode < 17; ++mode)
+        EXPECT_EQ(ZEL_SetModalLoad(db_, 0, mode, mode) + ZEL_SetModalPreload(db_, mode, -mode), 2);
+    ASSERT_EQ(db_->load_case_count, 3);
+    EXPECT_STREQ(db_->load_cases[0].label, "1");
+    EXPECT_STREQ(db_->load_cases[1].label, "Load Case 2");
+    EXPECT_STREQ(db_->load_cases[2].label, "Load Case 3");
+    const auto vector = [](const double* values) { return std::vector<double>(values, values + 6); };
+    EXPECT_EQ(vector(db_->load_cases[0].values), (std::vector<double>{0, 0, 13, 14, 15, 16}));
+    EXPECT_EQ(vector(db_->load_cases[2].values), (std::vector<double>{1.5, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(vector(db_->modal_preload), (std::vector<double>{0, 2.5, -13, -14, -15, -16}));
+    const std::string long_label(256, 'x');
+    EXPECT_EQ(errors_of([&] { ZEL_SetModalLoadLabel(db_, 1, long_label.c_str()); }),
+              "WARNING:  Modal load label too big: max size 255, specified size 256.  Truncating label.\n");
+    EXPECT_EQ(db_->load_cases[1].label, long_label.substr(1));
+    const std::string illegal =
+        "ERROR:  The load case index -1 is illegal.\nERROR:  The load case index must be non-negative.\n";
+    EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_SetModalLoad(db_, -1, 11, 1.0), 0); }), illegal);
+    EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_SetModalLoadLabel(db_, -1, "x"), 0); }), illegal);
+    EXPECT_NE(errors_of([&] {
+                  EXPECT_EQ(ZEL_SetModalLoad(db_, INT32_MAX, 11, 1.0), 0);
+                  EXPECT_EQ(ZEL_SetModalLoad(db_, 5, 99, 1.0), 0); // no room for mode 99
+                  EXPECT_EQ(ZEL_SetModalPreload(db_, 99, 1.0), 0);
+              }),
+              "");
+    EXPECT_EQ(db_->load_case_count, 3);
+}
+
+namespace
+{
+// All that a record holds, as text: counts, flags and the contents of every table.
+std::string contents_of(const ZELDATA* db)
+{
+    std::string text;
+    const auto add = [&text](const void* values, size_t bytes) {
+        text += std::to_string(bytes) + ':' + std::string(static_cast<const char*>(values), values ? bytes : 0);
+    };
+    const auto table = [&](const auto* values, int count) {
+        text += values ? "+" : "-";
+        add(values, values ? size_t(count) * sizeof *values : 0);
+    };
+    for (int count :
+         {db->node_count, db->mode_count, db->mode_node_count[0], db->mode_node_count[1], db->mode_node_count[2],
+          db->face_count, db->face_list_length, db->interface_count, db->load_case_count, db->non_diagonal,
+          db->non_unit_mass, db->principal_axes_done, db->pre_stress_capacity, db->pre_strain_capacity,
+          db->mode_record_nodes[0], db->mode_record_nodes[1]})
+        add(&count, sizeof count);
+    table(db->content_flags, 100);
+    table(db->title, 544); // and the texts behind it
+    for (int node = 0; node < db->node_count; ++node)
+    {
+        add(&db->nodes[node], offsetof(ZELNODE, inertia));
+        table(db->nodes[node].inertia, 6);
+    }
+    for (const ZELMATRIX* matrix : {&db->mass, &db->stiffness, &db->damping})
+        table(matrix->entries, matrix->count);
+    table(db->mode_ids, db->mode_count);
+    add(db->face_list, size_t(db->face_list_length) * sizeof(int));
+    add(db->interface_nodes, size_t(db->interface_count) * sizeof(int));
+    for (int i = 0; i < db->load_case_count; ++i)
+    {
+        table(db->load_cases[i].label, 256);
+        table(db->load_cases[i].values, db->mode_count);
+    }
+    text += db->load_cases ? "loads" : "none";
+    table(db->modal_preload, db->mode_count);
+    table(db->pre_stress, db->pre_stress_capacity);
+    table(db->invar1, 1);
+    table(db->invar3, 3 * db->invar_modes);
+    table(db->invar_origin, 10);
+    table(db->total_mass != 0.0 ? &db->total_mass : nullptr, 13);
+    for (const ZELSTREAM* stream : {&db->mode_file, &db->stress_file, &db->strain_file})
+        text += stream->file ? "open" : "closed";
+    return text;
+}
+} // namespace
+
+TEST_F(Setters, LeaveTheRecordAsItWasWhenAnAllocationFails)
+{
+    const double six[6] = {1, 2, 3, 4, 5, 6}, nine[9] = {3, 0, 0, 0, 3, 0, 0, 0, 3}, many[100] = {1.0};
+    const std::function<int(ZELDATA*)> kSetters[] = {
+        [](ZELDATA* db) { return ZEL_SetNodeCoordinates(db, 5000, 1, 2, 3); },
+        [](ZELDATA* db) { return ZEL_SetNodalMass(db, 5000, 2.0); },
+        [](ZELDATA* db) { return ZEL_AddNodalMass(db, 5000, 2.0); },
+        [](ZELDATA* db) { return ZEL_SetNodalInertia(db, 5, 1, 2, 3, 0, 0, 0); },
+        [](ZELDATA* db) { return ZEL_SetNodalInertiaEntry(db, 5, 4, 4, 1.0); },
+        [&](ZELDATA* db) { return ZEL_SetGlobalMass(db, 3.0, nine, nine); },
+        [](ZELDATA* db) { return ZEL_SetFace(db, 3, 1, 2, 3); },
+        [](ZELDATA* db) { return ZEL_SetInterfaceNode(db, 3); },
+        [&](ZELDATA* db) { return ZEL_SetModeVec(db, 9, 4, ZEL_MODE_SHAPE, six); },
+        [&](ZELDATA* db) { return ZEL_SetModeVec(db, 9, 5000, ZEL_MODAL_STRESS, six); },
+        [&](ZELDATA* db) { return ZEL_SetModeVec(db, 9, 5000, ZEL_MODAL_STRAIN, six); },
+        [&](ZELDATA* db) { return ZEL_SetModeVec(db, 0, 5000, ZEL_MODAL_STRESS, six); },
+        [](ZELDATA* db) { return ZEL_SetModeEntry(db, 9, 4, ZEL_MODAL_STRAIN, 3, 7.0); },
+        [](ZELDATA* db) { return ZEL_SetGeneralizedMass(db, 8, 9, 7.0); },
+        [](ZELDATA* db) { return ZEL_SetGeneralizedStiffness(db, 8, 9, 7.0); },
+        [](ZELDATA* db) { return ZEL_SetGeneralizedDamping(db, 8, 8, 7.0); },
+        [](ZELDATA* db) { return ZEL_SetModalLoad(db, 3, 9, 7.0); },
+        [](ZELDATA* db) { return ZEL_SetModalLoadLabel(db, 4, "label"); },
+        [](ZELDATA* db) { return ZEL_SetModalPreload(db, 9, 7.0); },
+        [](ZELDATA* db) { return ZEL_SetInvar1(db, 7.0); },
+        [&](ZELDATA* db) { return ZEL_SetInvar3(db, many); },
+        [&](ZELDATA* db) { return ZEL_SetInvar5(db, many); },
+        [&](ZELDATA* db) { return ZEL_SetInvar9(db, many); },
+        [](ZELDATA* db) { return ZEL_AddMode(db, 9) >= 0 ? 1 : 0; },
+    };
+    const auto make = [](bool filled) {
+        ZELDATA* db = ZEL_Create(5100, filled ? 6 : 4);
+        for (int id = 1; filled && id <= 1000; ++id) // one more, and the table of nodes must grow
+            ZEL_SetNodalMass(db, id, id);
+        if (filled)
+        {
+            ZEL_SetMode(db, 3, 2, ZEL_MODE_SHAPE, 1, 2, 3, 4, 5, 6);
+            ZEL_SetModalLoadLabel(db, 0, "first");
+            const double moments[3] = {1, 2, 3};
+            ZEL_SetInvar3(db, moments);
+        }
+        else
+        {
+            ZEL_AddMode(db, 3);
+            ZEL_LookupOrAddNode(db, 3);
+        }
+        return db;
+    };
+    int failures = 0;
+    for (bool filled : {false, true})
+        for (const auto& set : kSetters)
+            for (int64_t failing = 0, left = -1; left < 0; ++failing)
+            {
+                ZELDATA* db = nullptr;
+                std::string before;
+                errors_of([&] { output_of([&] { db = make(filled); }); });
+                before = contents_of(db);
+                int done = 0;
+                zel::failing_allocation = failing;
+                const std::string text = errors_of([&] { output_of([&] { done = set(db); }); });
+                left = std::exchange(zel::failing_allocation, -1);
+                if (!done)
+                {
+                    ++failures;
+                    EXPECT_TRUE(contents_of(db) == before) << &set - kSetters << ", allocation " << failing << text;
+                    errors_of([&] { output_of([&] { done = set(db); }); });
+                    EXPECT_EQ(done, 1) << &set - kSetters << ", again after allocation " << failing;
+                }
+                ZEL_UnLink(db);
+                ASSERT_LT(failing, 60);
+            }
+    EXPECT_GT(failures, 60);
+}
+
+TEST_F(Setters, RefuseALoadCaseBeyondMemory)
+{
+    ZEL_AddMode(db_, 1);
+    EXPECT_NE(errors_of([&] { EXPECT_EQ(ZEL_SetModalLoad(db_, 2000000000, 7, 1.0), 0); }), "");
+    EXPECT_EQ(db_->mode_count, 1);
+    EXPECT_EQ(db_->load_case_count, 0);
+}
+
+// A label may come first: its vector then has room for all modes that may come.
+TEST_F(Setters, TakeLabelsBeforeModesAndTheRecordsOwnTexts)
+{
+    ZEL_SetModalLoadLabel(db_, 0, "gravity");
+    for (int mode = 1; mode <= 6; ++mode)
+        ZEL_AddMode(db_, mode);
+    EXPECT_GE(db_->load_capacity, 6);
+    EXPECT_EQ(ZEL_SetModalLoadLabel(db_, 1, db_->load_cases[0].label), 1);
+    EXPECT_STREQ(db_->load_cases[1].label, "gravity");
+    char title[] = "title", name[] = "file", type[] = "INP", first[] = "first", second[] = "second", third[] = "third";
+    output_of([&] {
+        ZEL_SetHeader(db_, title, name, type, first, second, third);
+        ZEL_SetHeader(db_, db_->comment1, db_->input_file_name, db_->input_file_type, db_->title, db_->comment2,
+                      db_->comment3);
+    });
+    EXPECT_STREQ(db_->title, "first");
+    EXPECT_STREQ(db_->comment1, "title");
+    EXPECT_STREQ(db_->input_file_name, "file");
+    EXPECT_STREQ(db_->comment3, "third");
+}
+
+TEST_F(Setters, DropGivenInvariantsByNameWhenAModeIsAdded)
+{
+    ZEL_AddMode(db_, 1);
+    const double ones[9] = {1, 1, 1, 1, 1, 1, 1, 1, 1};
+    ZEL_SetInvar1(db_, 2.0);
+    ZEL_SetInvar3(db_, ones);
+    ZEL_SetInvar8(db_, ones);
+    const std::string warnings = errors_of([&] { ZEL_AddMode(db_, 2); });
+    EXPECT_NE(warnings.find("Inertia Invariant 3 was given for the modes before mode 2"), std::string::npos);
+    EXPECT_NE(warnings.find("Inertia Invariant 8 "), std::string::npos);
+    EXPECT_EQ(warnings.find("Inertia Invariant 1 "), std::string::npos);
+    EXPECT_TRUE(flag(19) && !flag(21) && !flag(25) && db_->invar1 && !db_->invar3);
+}
+
+// A write with invariants leaves mode shapes at the nodes of faces only. Nodes that it left out, and new ones, can have some
+// again.
+TEST_F(Setters, WorkAfterAWriteThatReducedTheModeShapes)
+{
+    const TemporaryFolder folder;
+    const Environment options("VXR_ZELWRITE_OPTIONS", "full_invar no_ortho");
+    ZELDATA* db = ZEL_Create(8, 2);
+    for (int id = 1; id <= 6; ++id)
+    {
+        ZEL_SetNodeCoordinates(db, id, id, 0.5 * id, id * id);
+        ZEL_SetNodalMass(db, id, 1.0);
+        ZEL_SetMode(db, 1, id, ZEL_MODE_SHAPE, id, 0, 0, 0, 0, 0);
+    }
+    ZEL_SetFace(db, 3, 2, 3, 5);
+    output_of([&] { ASSERT_EQ(ZEL_write_ZEL(db, folder.path("body.zel").c_str()), 1); });
+    ASSERT_EQ(ZEL_ModeNodeCount(db, 0), 3);
+    EXPECT_EQ(ZEL_SetMode(db, 1, 6, ZEL_MODE_SHAPE, 7, 8, 9, 0, 0, 0), 1);
+    EXPECT_EQ(ZEL_SetMode(db, 1, 77, ZEL_MODE_SHAPE, 70, 8, 9, 0, 0, 0), 1);
+    EXPECT_EQ(ZEL_ModeNodeCount(db, 0), 5);
+    for (const auto& [id, expected] : std::map<int, double>{{2, 2}, {3, 3}, {5, 5}, {6, 7}, {77, 70}})
+    {
+        double translation[3];
+        EXPECT_EQ(ZEL_ModeByNode(db, 1, 0, id, translation, 0), 1) << id;
+        EXPECT_EQ(translation[0], expected) << id;
+        EXPECT_GE(ZEL_ModeNodeIndex(db, 0, id), 0);
+    }
+    double translation[3];
+    EXPECT_EQ(ZEL_ModeByNode(db, 1, 0, 4, translation, 0), 0);
+}
+
+TEST_F(Setters, StoreInvariantsInTheOrderOfTheirBlocks)
+{
+    double values[36];
+    for (int i = 0; i < 36; ++i)
+        values[i] = i + 1;
+    EXPECT_EQ(ZEL_SetInvar3(db_, values) + ZEL_SetInvar9(db_, values), 0); // no modes yet
+    EXPECT_EQ(ZEL_SetInvar6(db_, values), 1);
+    for (int mode : {1, 2})
+        ZEL_AddMode(db_, mode);
+    EXPECT_EQ(ZEL_SetInvar2(db_, values) + ZEL_SetInvar3(db_, values) + ZEL_SetInvar4(db_, values) +
+                  ZEL_SetInvar7(db_, values) + ZEL_SetInvar8(db_, values),
+              5);
+    EXPECT_EQ(db_->invar3[3 * 2 - 1], 6.0);
+    EXPECT_EQ(db_->invar8[1][0], 10.0);
+    EXPECT_TRUE(flag(20) && flag(21) && flag(22) && flag(24) && flag(25) && !flag(19) && !flag(23));
+    EXPECT_EQ(ZEL_SetInvar2(db_, nullptr) + ZEL_SetInvar4(db_, nullptr), 0);
+    ZEL_SetNodalMass(db_, 1, 5.0); // drops what was computed, not what was given
+    EXPECT_EQ(db_->invar7[8], 9.0);
+
+    // Invariant 5 by mode, row and column; antisymmetric in mode and column.
+    const double antisymmetric[12] = {0, 1, 0, -2, 0, 3, -1, 0, 2, 0, -3, 0};
+    EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_SetInvar5(db_, antisymmetric), 1); }), "");
+    EXPECT_EQ(db_->invar5[1][1 * 2 + 0], 2.0);
+    EXPECT_NE(errors_of([&] { EXPECT_EQ(ZEL_SetInvar5(db_, values), 1); }).find("WARNING"), std::string::npos);
+    EXPECT_EQ(db_->invar5[1][5], 12.0);
+    double symmetric[36] = {};
+    symmetric[9 * 1 + 1] = symmetric[9 * 2 + 3] = 4.0; // pair (0, 1) entry xy, pair (1, 0) entry yx
+    EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_SetInvar9(db_, symmetric), 1); }), "");
+    EXPECT_EQ(db_->invar9[1][0][3], 4.0);
+    symmetric[9 * 2 + 3] += 1e-7;
+    EXPECT_NE(errors_of([&] { EXPECT_EQ(ZEL_SetInvar9(db_, symmetric), 1); }).find("WARNING"), std::string::npos);
+
+    const double ones[2] = {1.0, 1.0}, almost[2] = {1.0, std::nextafter(1.0, 2.0)};
+    EXPECT_EQ(ZEL_SetInvar6(db_, ones), 1);
+    EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_SetInvar6(db_, almost), 0); }),
+              "ERROR:  Inertia Invariant 6 must be an identity matrix.\n");
+    EXPECT_EQ(db_->mass.count, 3);
+    for (double mass : {0.0, -1.0, std::nan("")})
+        EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_SetInvar1(db_, mass), 0); }),
+                  "ERROR:  Inertia Invariant 1 must be greater than zero\n");
+    EXPECT_EQ(ZEL_SetInvar1(db_, 2.0) + ZEL_SetInvar1(db_, 3.0), 2);
+    EXPECT_EQ(*db_->invar1, 3.0);
+}
+
+TEST_F(Setters, NeedADatabase)
+{
+    const double values[9] = {};
+    const int ids[2] = {1, 2};
+    EXPECT_EQ(ZEL_NodeIndex(nullptr, 1), -1);
+    std::string expected;
+    const std::string printed = errors_of([&] {
+        const auto refused = [&](int result) {
+            EXPECT_LE(result, 0);
+            expected += "ERROR:  The database has not been initialized.\n";
+        };
+        refused(ZEL_SetHeader(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr));
+        refused(ZEL_SetNodeCoordinates(nullptr, 1, 0, 0, 0));
+        refused(ZEL_SetNodalMass(nullptr, 1, 0));
+        refused(ZEL_AddNodalMass(nullptr, 1, 0));
+        refused(ZEL_SetNodalInertia(nullptr, 1, 0, 0, 0, 0, 0, 0));
+        refused(ZEL_SetNodalInertiaEntry(nullptr, 1, 1, 1, 0));
+        refused(ZEL_SetGlobalMass(nullptr, 1, values, values));
+        refused(ZEL_SetFaceList(nullptr, 2, ids));
+        refused(ZEL_SetFace(nullptr, 2, 1, 2));
+        refused(ZEL_SetInterfaceNode(nullptr, 1));
+        refused(ZEL_LookupOrAddNode(nullptr, 1));
+        refused(ZEL_LookupOrAddMode(nullptr, 1));
+        refused(ZEL_SetGeneralizedMass(nullptr, 1, 1, 1));
+        refused(ZEL_SetGeneralizedStiffness(nullptr, 1, 1, 1));
+        refused(ZEL_SetGeneralizedDamping(nullptr, 1, 1, 1));
+        refused(ZEL_SetModalLoad(nullptr, 0, 1, 1));
+        refused(ZEL_SetModalLoadLabel(nullptr, 0, ""));
+        refused(ZEL_SetModalPreload(nullptr, 1, 1));
+        refused(ZEL_SetInvar1(nullptr, 1));
+        for (auto set : {ZEL_SetInvar2, ZEL_SetInvar3, ZEL_SetInvar4, ZEL_SetInvar5, ZEL_SetInvar6, ZEL_SetInvar7,
+                         ZEL_SetInvar8, ZEL_SetInvar9})
+            refused(set(nullptr, values));
+    });
+    EXPECT_EQ(printed, expected);
+}

@@ -1,0 +1,419 @@
+// Coarsening of the face mesh: bodies stay closed, kept nodes stay, flat sides become single faces, messages.
+#include "base/memory.h"
+#include "deck.h"
+#include "fixtures.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <functional>
+#include <map>
+#include <memory>
+#include <set>
+
+using Face = std::vector<int>;
+using Faces = std::vector<Face>;
+
+namespace
+{
+class Coarsening : public ZelTest
+{
+protected:
+    ZELDATA* db = ZEL_Create(0, 0);
+
+    void add_node(double x, double y, double z)
+    {
+        ASSERT_TRUE(ZEL_SetNodeCoordinates(db, db->node_count + 1, x, y, z));
+    }
+    // A face of node indexes; node ids are these plus 1.
+    void add_face(Face nodes)
+    {
+        for (int& node : nodes)
+            ++node;
+        ASSERT_TRUE(ZEL_SetFaceList(db, int(nodes.size()), nodes.data()));
+    }
+    // The skin of the hexahedra of an nx x ny x nz grid of unit cells for which is_solid(x, y, z).
+    void add_block(int nx, int ny, int nz, const std::function<bool(int, int, int)>& is_solid)
+    {
+        static const int kSides[6][4] = {{0, 3, 2, 1}, {4, 5, 6, 7}, {0, 1, 5, 4},
+                                         {1, 2, 6, 5}, {2, 3, 7, 6}, {3, 0, 4, 7}};
+        const auto node = [=](int x, int y, int z) { return (z * (ny + 1) + y) * (nx + 1) + x; };
+        for (int i = 0; i < (nx + 1) * (ny + 1) * (nz + 1); ++i)
+            add_node(i % (nx + 1), i / (nx + 1) % (ny + 1), i / (nx + 1) / (ny + 1));
+        for (int i = 0; i < nx * ny * nz; ++i)
+        {
+            const int x = i % nx, y = i / nx % ny, z = i / nx / ny;
+            if (!is_solid(x, y, z))
+                continue;
+            const int corners[8] = {
+                node(x, y, z),     node(x + 1, y, z),     node(x + 1, y + 1, z),     node(x, y + 1, z),
+                node(x, y, z + 1), node(x + 1, y, z + 1), node(x + 1, y + 1, z + 1), node(x, y + 1, z + 1)};
+            for (const auto& side : kSides)
+                add_face({corners[side[0]], corners[side[1]], corners[side[2]], corners[side[3]]});
+        }
+        ZEL_StripCommonFaces(db);
+    }
+    void add_box(int nx, int ny, int nz)
+    {
+        add_block(nx, ny, nz, [](int, int, int) { return true; });
+    }
+    // A 9 x 9 x 3 block with a 3 x 3 hole through it.
+    void add_block_with_hole()
+    {
+        add_block(9, 9, 3, [](int x, int y, int) { return x < 3 || x > 5 || y < 3 || y > 5; });
+    }
+    // Triangles on the unit sphere between `rings` circles of latitude of `slices` nodes and the poles.
+    void add_sphere(int rings, int slices)
+    {
+        const double pi = std::acos(-1.0);
+        add_node(0, 0, 1);
+        for (int i = 0; i < rings * slices; ++i)
+        {
+            const double polar = pi * (i / slices + 1) / (rings + 1), angle = 2 * pi * (i % slices) / slices;
+            add_node(std::sin(polar) * std::cos(angle), std::sin(polar) * std::sin(angle), std::cos(polar));
+        }
+        add_node(0, 0, -1);
+        const auto node = [=](int ring, int slice) { return 1 + ring * slices + slice % slices; };
+        for (int slice = 0; slice < slices; ++slice)
+        {
+            add_face({0, node(0, slice), node(0, slice + 1)});
+            for (int ring = 0; ring + 1 < rings; ++ring)
+            {
+                add_face({node(ring, slice), node(ring + 1, slice), node(ring + 1, slice + 1)});
+                add_face({node(ring, slice), node(ring + 1, slice + 1), node(ring, slice + 1)});
+            }
+            add_face({node(rings - 1, slice + 1), node(rings - 1, slice), rings * slices + 1});
+        }
+    }
+
+    Faces faces() const
+    {
+        Faces all;
+        for (int at = 0; at < db->face_list_length; at += 1 + (db->face_list[at] & 0x3FFFFFFF))
+            all.emplace_back(db->face_list + at + 1, db->face_list + at + 1 + (db->face_list[at] & 0x3FFFFFFF));
+        EXPECT_EQ(int(all.size()), db->face_count);
+        return all;
+    }
+    std::set<int> face_nodes() const
+    {
+        std::set<int> nodes;
+        for (const Face& face : faces())
+            nodes.insert(face.begin(), face.end());
+        return nodes;
+    }
+    // Whether every directed edge is used as often as its opposite, and no face visits a node twice.
+    bool is_closed() const
+    {
+        std::map<std::pair<int, int>, int> balance;
+        for (const Face& face : faces())
+        {
+            if (std::set<int>(face.begin(), face.end()).size() != face.size())
+                return false;
+            for (size_t i = 0; i < face.size(); ++i)
+            {
+                const int a = face[i], b = face[(i + 1) % face.size()];
+                balance[std::minmax(a, b)] += a < b ? 1 : -1;
+            }
+        }
+        return std::all_of(balance.begin(), balance.end(), [](const auto& edge) { return edge.second == 0; });
+    }
+    double volume() const
+    {
+        double sum = 0.0;
+        for (const Face& face : faces())
+            for (size_t i = 2; i < face.size(); ++i)
+            {
+                const ZELNODE &a = db->nodes[face[0]], &b = db->nodes[face[i - 1]], &c = db->nodes[face[i]];
+                sum += a.x * (b.y * c.z - b.z * c.y) + a.y * (b.z * c.x - b.x * c.z) + a.z * (b.x * c.y - b.y * c.x);
+            }
+        return sum / 6.0;
+    }
+    int trim(const std::string& text)
+    {
+        int result = 0;
+        output_of([&] { result = ZEL_TrimGeometry(db, text.c_str()); });
+        return result;
+    }
+    // Every combination of settings, without and with nodes to keep, on a fresh body.
+    void for_all_settings(const std::function<void()>& build, const std::function<void(double, double, bool)>& check)
+    {
+        for (double resolution : {0.0, 1.0, 4.0, 10.0, 20.0, 33.0, 50.0})
+            for (double angle : {0.0, 5.0, 20.0, 45.0})
+                for (const char* preserve : {"", " preserve_str 1,2,40"})
+                {
+                    ZEL_UnLink(db);
+                    db = ZEL_Create(0, 0);
+                    build();
+                    const std::string text = std::to_string(resolution) + "," + std::to_string(angle) + preserve;
+                    SCOPED_TRACE(text);
+                    const int before = db->face_count;
+                    ASSERT_TRUE(trim(text));
+                    EXPECT_TRUE(is_closed());
+                    EXPECT_LE(db->face_count, before);
+                    for (int node : {0, 1, 39})
+                        EXPECT_TRUE(!*preserve || face_nodes().count(node)) << node;
+                    check(resolution, angle, *preserve);
+                }
+    }
+};
+} // namespace
+
+TEST_F(Coarsening, MakesABoxOfSixFaces)
+{
+    add_box(4, 3, 2);
+    const std::string info = output_of([&] { EXPECT_TRUE(ZEL_TrimGeometry(db, "0")); });
+    EXPECT_EQ(info, "Coarsening to resolution 0% with face-angle  0.00 deg and co-linear vertex removal\n"
+                    "\nFace reduction from 52 to 6\n");
+    EXPECT_EQ(face_nodes().size(), 8u);
+    for (const Face& face : faces())
+        EXPECT_EQ(face.size(), 4u);
+    EXPECT_DOUBLE_EQ(volume(), 24.0);
+}
+
+TEST_F(Coarsening, KeepsAFlatSidedBodyAtEveryResolution)
+{
+    for_all_settings([this] { add_box(8, 8, 8); },
+                     [this](double resolution, double angle, bool) {
+                         if (angle == 45.0 || resolution == 50.0)
+                             return;
+                         EXPECT_NEAR(volume(), 512.0, 1e-9);
+                         EXPECT_LE(db->face_count, 50);
+                     });
+}
+
+TEST_F(Coarsening, KeepsTheHoleOfABlock)
+{
+    for_all_settings([this] { add_block_with_hole(); },
+                     [this](double resolution, double angle, bool) {
+                         if (resolution <= 10.0 && angle < 45.0)
+                         {
+                             EXPECT_NEAR(volume(), 216.0, 1e-9);
+                         }
+                     });
+    ZEL_UnLink(db);
+    db = ZEL_Create(0, 0);
+    add_block_with_hole();
+    ASSERT_TRUE(trim("0"));
+    EXPECT_LE(face_nodes().size(), 24u);
+    EXPECT_LE(db->face_count, 30); // two square rings; each of the eight walls is one face
+}
+
+TEST_F(Coarsening, KeepsASphereClosed)
+{
+    for_all_settings([this] { add_sphere(23, 48); },
+                     [this](double resolution, double angle, bool) {
+                         if (resolution <= 4.0 && angle <= 20.0)
+                         {
+                             EXPECT_GT(volume(), 3.5);
+                         }
+                         if (resolution >= 10.0)
+                         {
+                             EXPECT_LT(db->face_count, 900);
+                         }
+                     });
+}
+
+TEST_F(Coarsening, KeepsTheSkinsOfAPlateApartAndItsInterfaceNodes)
+{
+    const auto build = [this] {
+        add_block(30, 30, 1, [](int, int, int) { return true; });
+        for (ZELNODE* node = db->nodes; node < db->nodes + db->node_count; ++node)
+            node->z *= 0.01;
+        for (int node : {0, 31 * 15 + 15, 31 * 15 + 16, 31 * 31 + 31 * 20 + 20})
+            ASSERT_TRUE(ZEL_SetInterfaceNode(db, node + 1));
+    };
+    for_all_settings(build, [this](double, double angle, bool asked) {
+        const std::set<int> nodes = face_nodes();
+        for (int i = 0; i < db->interface_count; ++i)
+            EXPECT_EQ(nodes.count(db->interface_nodes[i]), 1u);
+        // Cells are up to 1500 times as thick as the plate. Asked nodes beside the rim draw parts of the rim inwards.
+        EXPECT_NEAR(volume(), 9.0, asked ? 1.5 : 1e-9) << angle;
+    });
+}
+
+// Two bores, pockets and fillets, with mid-side nodes on every edge.
+TEST_F(Coarsening, KeepsTheSkinOfAConnectingRodClosed)
+{
+    const zel_import::Deck deck = zel_import::read_deck(ZEL_SOURCE "/examples/ccx/rod.inp");
+    const std::vector<int>& bore = deck.node_sets.at("LARGE");
+    const auto build = [&] {
+        for (const auto& node : deck.mesh.nodes)
+            add_node(node.at[0], node.at[1], node.at[2]);
+        for (const auto& face : zel_import::skin(deck.mesh))
+            add_face(face);
+        ASSERT_TRUE(ZEL_SetInterfaceNode(db, deck.find_node(bore[0]) + 1));
+    };
+    build();
+    const double whole = volume();
+    const size_t faces_before = faces().size();
+    for_all_settings(build, [&](double resolution, double angle, bool) {
+        EXPECT_EQ(face_nodes().count(db->interface_nodes[0]), 1u);
+        if (resolution <= 4.0 && angle <= 20.0)
+        {
+            EXPECT_NEAR(volume(), whole, 0.05 * whole);
+        }
+        if (resolution >= 4.0)
+        {
+            EXPECT_LT(faces().size(), faces_before / 2);
+        }
+    });
+}
+
+TEST_F(Coarsening, KeepsAskedNodes)
+{
+    add_box(6, 6, 1);
+    const std::string info =
+        output_of([&] { EXPECT_TRUE(ZEL_TrimGeometry(db, "25,10 ,preserve_str 17, 9999 25 17")); });
+    EXPECT_NE(
+        info.find("Coarsening to resolution 25% with face-angle 10.00 deg\nPreserving nodes:\n   17\n   25\n\nFace "),
+        std::string::npos)
+        << info;
+    EXPECT_EQ(face_nodes().count(16) + face_nodes().count(24), 2u);
+    EXPECT_TRUE(is_closed());
+
+    // Without ids: the nodes that carry stress. Straight edges keep their vertices then.
+    ZEL_UnLink(db);
+    db = ZEL_Create(98, 1);
+    add_box(6, 6, 1);
+    const double stress[6] = {1, 2, 3, 4, 5, 6};
+    ASSERT_TRUE(ZEL_SetModeVec(db, 1, 11, ZEL_MODAL_STRESS, stress));
+    ASSERT_TRUE(trim("0, preserve_str"));
+    EXPECT_EQ(face_nodes().count(10), 1u);
+    EXPECT_GT(face_nodes().size(), 40u); // 48 nodes lie on the edges of the two large sides
+    EXPECT_TRUE(is_closed());
+}
+
+TEST_F(Coarsening, CutsConcaveSidesIntoTriangles)
+{
+    add_block(4, 4, 1, [](int x, int y, int) { return x < 2 || y < 2; }); // an L
+    ASSERT_TRUE(trim("0"));
+    EXPECT_TRUE(is_closed());
+    EXPECT_NEAR(volume(), 12.0, 1e-12);
+    int triangles = 0;
+    for (const Face& face : faces())
+        triangles += face.size() == 3;
+    EXPECT_EQ(triangles, 2 * 4); // six vertices a side
+    EXPECT_EQ(db->face_count, 8 + 6);
+}
+
+// Lines from a node beside the body to its nodes, faces that fold into two loops, repeated and opposite faces.
+TEST_F(Coarsening, MovesLinesAndFoldedFacesAlong)
+{
+    add_box(8, 8, 8);
+    add_node(20, 20, 20);
+    const int joint = db->node_count - 1;
+    add_face({joint, 0});
+    add_face({joint, 1});
+    add_face({0, 1}); // both ends in one cell
+    ASSERT_TRUE(trim("20, preserve_str 730"));
+    int lines = 0;
+    for (const Face& face : faces())
+        if (face.size() == 2)
+        {
+            ++lines;
+            EXPECT_EQ(face, (Face{joint, 0})); // the corner of the box is the sharpest node of its cell
+        }
+    EXPECT_EQ(lines, 2);
+    EXPECT_EQ(face_nodes().count(joint), 1u);
+
+    ZEL_UnLink(db);
+    db = ZEL_Create(0, 0);
+    for (double x : {0.0, 10.0, 10.0, 0.0, -10.0, -10.0})
+        add_node(x, db->node_count < 3 ? db->node_count : db->node_count - 3, 0.01 * db->node_count);
+    add_node(0.0, 0.1, 0.0);
+    add_face({0, 1, 2, 6, 4, 5}); // pinched where nodes 0 and 6 move together
+    add_face({6, 0});
+    add_face({3, 1, 2});
+    add_face({2, 1, 3});
+    add_face({1, 3, 5});
+    add_face({1, 3, 5});
+    add_face({0, 6, 1});
+    add_face({1, 6, 0});
+    ASSERT_TRUE(trim("2, preserve_str 1 2 3 4 5 6"));
+    EXPECT_EQ(faces(), (Faces{{0, 1, 2}, {0, 4, 5}, {1, 3, 5}, {1, 3, 5}}));
+}
+
+TEST_F(Coarsening, KeepsFlagsAndMergesOnlyEqualOnes)
+{
+    add_box(2, 2, 2);
+    for (int at = 0; at < db->face_list_length; at += 5)
+        if (db->nodes[db->face_list[at + 1]].x == 2.0 && db->nodes[db->face_list[at + 3]].x == 2.0 &&
+            db->nodes[db->face_list[at + 2]].x == 2.0)
+            db->face_list[at] |= int(1u << 30);
+    ASSERT_TRUE(trim("0"));
+    int flagged = 0;
+    for (int at = 0; at < db->face_list_length; at += 1 + (db->face_list[at] & 0x3FFFFFFF))
+        flagged += db->face_list[at] >> 30 == 1;
+    EXPECT_EQ(flagged, 1);
+    EXPECT_EQ(db->face_count, 6);
+}
+
+TEST_F(Coarsening, RefusesBadRequests)
+{
+    add_box(2, 2, 2);
+    const Face before(db->face_list, db->face_list + db->face_list_length);
+    const std::string problem = "ERROR:  Problem encountered while trimming geometry\nERROR:  \n";
+    const auto resolution = [](const char* value) {
+        return std::string(
+                   "ERROR:  Coarsening resolution outside the 0-50 percent range not supported.  You selected ") +
+               value + "\nERROR:  \n";
+    };
+    const auto angle = [](const char* value) {
+        return std::string("ERROR:  Face angles outside the 0-45 degree range not supported.  You selected ") + value +
+               "\nERROR:  \n";
+    };
+    const std::pair<const char*, std::string> kCases[] = {{"", problem},
+                                                          {" , ", problem},
+                                                          {"preserve_str 1 2", problem},
+                                                          {"abc", problem},
+                                                          {"1.2.3", problem},
+                                                          {"50.5", resolution("50.500000")},
+                                                          {"-1", resolution("-1.000000")},
+                                                          {"nan", resolution("nan")},
+                                                          {"1e999", resolution("inf")},
+                                                          {"51 46", resolution("51.000000")},
+                                                          {"50, 45.1", angle("45.100000")},
+                                                          {"50 -0.1 preserve_str", angle("-0.100000")}};
+    for (const auto& bad : kCases)
+    {
+        int result = 1;
+        EXPECT_EQ(errors_of([&] { result = ZEL_TrimGeometry(db, bad.first); }), bad.second) << bad.first;
+        EXPECT_EQ(result, 0) << bad.first;
+        EXPECT_EQ(Face(db->face_list, db->face_list + db->face_list_length), before) << bad.first;
+    }
+    EXPECT_EQ(errors_of([&] { EXPECT_FALSE(ZEL_TrimGeometry(db, nullptr)); }), problem);
+    EXPECT_EQ(errors_of([] { EXPECT_FALSE(ZEL_TrimGeometry(nullptr, "1")); }),
+              "ERROR:  The database has not been initialized.\n");
+
+    db->face_list[3] = db->node_count; // no such node
+    const std::string errors = errors_of([&] { EXPECT_FALSE(trim("10")); });
+    EXPECT_EQ(errors.rfind("ERROR:  Failed to allocate memory at line ", 0), 0u);
+    EXPECT_EQ(errors.substr(errors.size() - problem.size()), problem);
+    db->face_count = db->face_list_length = 0;
+    EXPECT_EQ(output_of([&] { EXPECT_TRUE(ZEL_TrimGeometry(db, "7.9 preserve_str 3")); }),
+              "Coarsening to resolution 7% with face-angle  0.00 deg\nPreserving nodes:\n   3\n\nFace reduction from 0 "
+              "to 0\n");
+}
+
+TEST_F(Coarsening, LeavesTheFacesAloneWhenMemoryIsShort)
+{
+    add_block_with_hole();
+    ASSERT_TRUE(ZEL_SetInterfaceNode(db, 5));
+    std::free(ZEL_GeometryNodes(db, nullptr));
+    const Face before(db->face_list, db->face_list + db->face_list_length);
+    int64_t nth = 0;
+    for (bool done = false; !done; ++nth)
+    {
+        zel::failing_allocation = nth;
+        const std::string errors = errors_of([&] { done = trim("15 20"); });
+        zel::failing_allocation = -1;
+        if (done)
+            break;
+        EXPECT_EQ(errors.rfind("ERROR:  Failed to allocate memory at line ", 0), 0u) << nth;
+        EXPECT_NE(errors.find("ERROR:  Problem encountered while trimming geometry\n"), std::string::npos) << nth;
+        ASSERT_EQ(Face(db->face_list, db->face_list + db->face_list_length), before) << nth;
+        EXPECT_NE(db->geometry_nodes, nullptr);
+    }
+    EXPECT_GT(nth, 30);
+    EXPECT_EQ(db->geometry_nodes, nullptr); // dropped with the faces that it came from
+}

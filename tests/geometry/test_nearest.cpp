@@ -1,0 +1,220 @@
+// Nearest nodes are those that a plain search over all candidates finds, ties included, whatever the cloud looks like.
+#include "fixtures.h"
+
+#include "base/memory.h"
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <memory>
+#include <random>
+
+namespace
+{
+class NearestNodes : public ZelTest
+{
+protected:
+    std::mt19937 random_{3};
+    double within(double low, double high) { return std::uniform_real_distribution<double>(low, high)(random_); }
+    ZELDATA* cloud(int nodes, const std::function<double()>& coordinate)
+    {
+        ZELDATA* db = ZEL_Create(0, 0);
+        for (int i = 0; i < nodes; ++i)
+            ZEL_SetNodeCoordinates(db, nodes - i, coordinate(), coordinate(), coordinate());
+        return db;
+    }
+};
+} // namespace
+
+static double squared(const ZELDATA* db, int node, const double p[3])
+{
+    const ZELNODE& n = db->nodes[node];
+    const double dx = n.x - p[0], dy = n.y - p[1], dz = n.z - p[2];
+    return dx * dx + dy * dy + dz * dz;
+}
+
+// All candidates, nearest first, equal ones in their order.
+static std::vector<int> ranked(const ZELDATA* db, const double p[3], bool subset)
+{
+    std::vector<int> nodes;
+    for (int i = 0; i < (subset ? db->interface_count : db->node_count); ++i)
+        nodes.push_back(subset ? db->interface_nodes[i] : i);
+    std::stable_sort(nodes.begin(), nodes.end(), [&](int a, int b) { return squared(db, a, p) < squared(db, b, p); });
+    return nodes;
+}
+
+static std::vector<int> taken(int* nodes, int count)
+{
+    std::unique_ptr<int, decltype(&std::free)> owner(nodes, std::free);
+    return {nodes, nodes + count};
+}
+
+static std::vector<int> within_radius(ZELDATA* db, const double p[3], double radius, std::vector<double>& distances)
+{
+    int count = 0;
+    double* lengths = nullptr;
+    int* const neighbors = ZEL_ClosestNodesInNeighborhood(db, p, radius, &count, &lengths);
+    const std::vector<int> nodes = taken(neighbors, count);
+    distances.assign(lengths, lengths + count);
+    std::free(lengths);
+    return nodes;
+}
+
+// The distances are right even where their squares underflow or overflow, and a radius that is exactly the distance of a
+// node reaches it.
+static void check_neighborhoods(ZELDATA* db, const double p[3])
+{
+    using Long = long double;
+    std::vector<double> distances, some;
+    const std::vector<int> all = within_radius(db, p, std::numeric_limits<double>::infinity(), distances);
+    ASSERT_EQ(all.size(), size_t(db->node_count));
+    ASSERT_TRUE(std::is_sorted(distances.begin(), distances.end()));
+    for (size_t i = 0; i < all.size(); ++i)
+    {
+        const ZELNODE& n = db->nodes[all[i]];
+        const Long dx = Long(n.x) - p[0], dy = Long(n.y) - p[1], dz = Long(n.z) - p[2];
+        const Long exact = std::sqrt(dx * dx + dy * dy + dz * dz);
+        ASSERT_LE(std::fabs(Long(distances[i]) - exact), 1e-15L * exact + 5e-324L);
+        if (i > 0 && distances[i] == distances[i - 1] && squared(db, all[i], p) == squared(db, all[i - 1], p))
+        {
+            ASSERT_GT(all[i], all[i - 1]);
+        }
+    }
+    for (size_t i = 0; i < all.size(); i += 1 + i / 3)
+    {
+        const size_t reached =
+            size_t(std::upper_bound(distances.begin(), distances.end(), distances[i]) - distances.begin());
+        ASSERT_EQ(within_radius(db, p, distances[i], some), std::vector<int>(all.begin(), all.begin() + long(reached)));
+    }
+}
+
+static void compare_with_ranking(ZELDATA* db, const double p[3], bool subset)
+{
+    const std::vector<int> expected = ranked(db, p, subset);
+    ASSERT_EQ(ZEL_ClosestNode(db, p, subset), expected[0]);
+    int count = -1;
+    for (int k : {1, 3, 20, db->node_count + 5})
+    {
+        const std::vector<int> nearest(expected.begin(), expected.begin() + std::min<long>(k, long(expected.size())));
+        int* nodes = ZEL_ClosestNodes(db, p, k, subset, &count);
+        ASSERT_EQ(taken(nodes, count), nearest);
+    }
+    if (subset)
+        return;
+    check_neighborhoods(db, p);
+}
+
+// Clouds that strain a tree: even, on a grid full of ties, all in one point, and clustered over sixteen decades.
+TEST_F(NearestNodes, AreThoseOfAPlainSearch)
+{
+    const std::function<double()> kinds[] = {
+        [&] { return within(-1, 1); },
+        [&] { return std::floor(within(0, 12)); },
+        [] { return 0.1; },
+        [&] { return std::pow(10.0, within(-8, 8)); },
+        [&] { return within(-1, 1) * 1e300; },
+        [&] { return within(-1, 1) * 1e-320; },
+    };
+    for (const auto& coordinate : kinds)
+    {
+        ZELDATA* db = cloud(3000, coordinate);
+        for (int i = 0; i < 1500; ++i)
+            ZEL_SetInterfaceNode(db, 1 + int(within(0, 3000)));
+        for (int query = 0; query < 12; ++query)
+        {
+            const double near[3] = {coordinate(), coordinate(), coordinate()}, away[3] = {within(-9, 9), 3.0, -2.5};
+            for (bool subset : {false, true})
+            {
+                compare_with_ranking(db, near, subset);
+                compare_with_ranking(db, away, subset);
+            }
+        }
+    }
+}
+
+TEST_F(NearestNodes, FollowEveryChange)
+{
+    ZELDATA* db = cloud(2000, [&] { return within(0, 1); });
+    const double far[3] = {50, 50, 50};
+    const auto id_at = [&](bool subset) { return db->nodes[ZEL_ClosestNode(db, far, subset)].id; };
+    for (int change = 0; change < 200; ++change) // by turns, beyond the point where a tree is no longer built at once
+    {
+        const int id = change % 2 ? 1 + change : 5000 + change;
+        ZEL_SetNodeCoordinates(db, id, 10 + change * 0.1, 10, 10);
+        ASSERT_EQ(id_at(false), id);
+    }
+    EXPECT_EQ(id_at(true), id_at(false)); // no interface nodes: all nodes are candidates
+    ZEL_SetInterfaceNode(db, 1500);
+    EXPECT_EQ(id_at(true), 1500);
+    const int nearest = id_at(false);
+    ZEL_SwapNodesByID(db, nearest, 77);
+    EXPECT_EQ(id_at(false), nearest);
+    for (int query = 0; query < 100; ++query) // until there is a tree again
+        EXPECT_EQ(id_at(false), nearest);
+    ASSERT_EQ(ZEL_SetUnits(db, "kg", "m", "s", "N"), 1);
+    ASSERT_EQ(ZEL_SetUnits(db, "kg", "mm", "s", "N"), 1);
+    const double where[3] = {db->nodes[5].x, db->nodes[5].y, db->nodes[5].z};
+    EXPECT_EQ(ZEL_ClosestNode(db, where, 0), 5);
+}
+
+// A node without a place is near nothing, also as the first of all and within any radius.
+TEST_F(NearestNodes, LeaveOutNodesThatAreNowhere)
+{
+    const double nan = std::nan(""), p[3] = {1, 2, 3}, nowhere[3] = {1, nan, 3};
+    std::vector<double> distances;
+    int count = -1;
+    ZELDATA* db = ZEL_Create(0, 0);
+    ZEL_SetNodeCoordinates(db, 1, 1, 2, 3);
+    db->nodes[0].x = nan; // as a file may have it
+    EXPECT_EQ(ZEL_ClosestNode(db, p, 0), -1);
+    EXPECT_EQ(ZEL_ClosestNodes(db, p, 2, 0, &count), nullptr);
+    EXPECT_EQ(count, 0);
+    ZEL_SetNodeCoordinates(db, 2, 1, 2, 4);
+    ZEL_SetNodeCoordinates(db, 3, 1, 2, 3);
+    EXPECT_EQ(ZEL_ClosestNode(db, p, 0), 2);
+    int* const nodes = ZEL_ClosestNodes(db, p, 3, 0, &count);
+    EXPECT_EQ(taken(nodes, count), (std::vector<int>{2, 1}));
+    EXPECT_EQ(within_radius(db, p, std::numeric_limits<double>::infinity(), distances), (std::vector<int>{2, 1}));
+    EXPECT_EQ(ZEL_ClosestNode(db, nowhere, 0), -1);
+}
+
+TEST_F(NearestNodes, RefuseWhatCannotBeAnswered)
+{
+    ZELDATA* db = ZEL_Create(0, 0);
+    const double origin[3] = {};
+    int count = 7;
+    double something = 0.0, *distances = &something;
+    EXPECT_EQ(ZEL_ClosestNode(db, origin, 0), -1);
+    EXPECT_EQ(ZEL_ClosestNodes(db, origin, 3, 0, &count), nullptr);
+    EXPECT_EQ(count, 0);
+    ZEL_SetNodeCoordinates(db, 4, 3, 4, 0);
+    EXPECT_EQ(ZEL_ClosestNodes(db, origin, 0, 0, nullptr), nullptr);
+    EXPECT_EQ(ZEL_ClosestNode(db, nullptr, 0), -1);
+    EXPECT_EQ(ZEL_ClosestNodesInNeighborhood(db, origin, 4.9, &count, &distances), nullptr);
+    EXPECT_EQ(distances, nullptr);
+    std::free(ZEL_ClosestNodesInNeighborhood(db, origin, 5.0, &count, nullptr));
+    EXPECT_EQ(count, 1);
+    EXPECT_EQ(ZEL_ClosestNodesInNeighborhood(db, origin, std::nan(""), &count, nullptr), nullptr);
+    EXPECT_NE(errors_of([&] { EXPECT_EQ(ZEL_ClosestNode(nullptr, origin, 0), -1); }), "");
+}
+
+// Without memory for a tree the answer is found without one; without memory for the answer there is a message.
+TEST_F(NearestNodes, SurviveEveryFailedAllocation)
+{
+    for (int64_t failing = 0; failing < 12; ++failing)
+    {
+        ZELDATA* db = cloud(1500, [&] { return within(0, 1); });
+        const double point[3] = {0.5, 0.5, 0.5};
+        const int expected = ranked(db, point, false)[0];
+        int count = -1;
+        int* nodes = nullptr;
+        zel::failing_allocation = failing;
+        const std::string message = errors_of([&] { nodes = ZEL_ClosestNodes(db, point, 1, 0, &count); });
+        const bool failed = zel::failing_allocation < 0 && !nodes;
+        zel::failing_allocation = -1;
+        EXPECT_EQ(failed, !message.empty());
+        EXPECT_EQ(taken(nodes, count), failed ? std::vector<int>{} : std::vector<int>{expected});
+        EXPECT_EQ(ZEL_ClosestNode(db, point, 0), expected);
+    }
+}

@@ -1,0 +1,615 @@
+// Two databases of one body, and of bodies that differ in one thing.
+#include "database/record.h"
+#include "fixtures.h"
+#include "sample_file.h"
+
+#include <cmath>
+#include <map>
+#include <sstream>
+#include <unistd.h>
+
+using namespace std::string_literals;
+
+namespace
+{
+constexpr int kModes = 7;
+const std::vector<int> kIds = {10, 20, 30, 40, 50, 60};
+const std::vector<int> kStressIds = {20, 40, 60}, kStrainIds = {10, 20};
+
+// Between -1 and 1, all different.
+double value(int k)
+{
+    return std::sin(1.0 + 0.7 * k);
+}
+
+double vector_value(int kind, int mode, int id, int dof)
+{
+    return value(1000 * kind + 60 * mode + id / 10 * 6 + dof);
+}
+
+std::vector<double> values(int from, int count)
+{
+    std::vector<double> list;
+    for (int k = 0; k < count; ++k)
+        list.push_back(value(from + k));
+    return list;
+}
+
+void set_faces(ZELDATA* db, bool other_order)
+{
+    const std::vector<std::vector<int>> faces = {{10, 20, 30, 40}, {30, 40, 50}, {50, 60}};
+    if (!other_order)
+        for (const auto& face : faces)
+            ZEL_SetFaceList(db, int(face.size()), face.data());
+    for (size_t i = faces.size(); other_order && i-- > 0;)
+    {
+        std::vector<int> turned(faces[i].begin() + 1, faces[i].end());
+        turned.push_back(faces[i].front());
+        ZEL_SetFaceList(db, int(turned.size()), turned.data());
+    }
+}
+
+void set_eigenvalues(ZELDATA* db)
+{
+    db->eigenvalues = static_cast<ZELEIGEN*>(std::calloc(kModes + 1, sizeof(ZELEIGEN)));
+    db->eigenvalue_count = kModes;
+    for (int mode = 0; mode < kModes; ++mode)
+        for (int field = 0; field < 6; ++field)
+            db->eigenvalues[mode].value[field] = field == 0 ? mode + 1 : 0.5 * mode + 0.01 * field;
+    zel::raise_flag(db, zel::kBlockEigenvalues);
+    db->transformation = static_cast<double*>(std::calloc(kModes * kModes, sizeof(double)));
+    db->transformation_order = kModes;
+    for (int mode = 0; mode < kModes; ++mode)
+        db->transformation[mode * kModes + mode] = 1.0;
+    zel::raise_flag(db, zel::kBlockTransformation);
+}
+
+void set_invariants(ZELDATA* db)
+{
+    ZEL_SetInvar1(db, 10.0);
+    ZEL_SetInvar2(db, values(1, 3).data());
+    ZEL_SetInvar3(db, values(10, 3 * kModes).data());
+    ZEL_SetInvar4(db, values(40, 3 * kModes).data());
+    ZEL_SetInvar5(db, values(100, 3 * kModes * kModes).data());
+    ZEL_SetInvar7(db, values(20, 9).data());
+    ZEL_SetInvar8(db, values(300, 9 * kModes).data());
+    ZEL_SetInvar9(db, values(400, 9 * kModes * kModes).data());
+}
+
+// A body with every block that is compared, in SI units. `turned`: the signs of its modes. `backwards`: its nodes, faces and
+// interface nodes in another order.
+ZELDATA* body(const std::vector<int>& turned = std::vector<int>(kModes, 1), bool backwards = false)
+{
+    ZELDATA* db = ZEL_Create(int(kIds.size()), kModes + 1);
+    ZEL_SetUnits(db, "kg", "m", "s", "n");
+    char title[] = "body", name[] = "file", type[] = "type", empty[] = "";
+    ZEL_SetHeader(db, title, name, type, empty, empty, empty);
+    const std::vector<int> ids = backwards ? std::vector<int>(kIds.rbegin(), kIds.rend()) : kIds;
+    for (int id : ids)
+        ZEL_SetNodeCoordinates(db, id, 0.1 * id, 0.1 * id + 0.5, 0.1 * id + 1.0);
+    for (int id : kIds)
+        ZEL_SetNodalMass(db, id, 0.05 * id);
+    ZEL_SetNodalInertia(db, 20, 0.5, 0.25, 0.75, 0.125, -0.5, 0.0);
+    for (int mode = 1; mode <= kModes; ++mode)
+        for (int kind = 0; kind < 3; ++kind)
+            for (int id : kind == 0 ? kIds : kind == 1 ? kStressIds : kStrainIds)
+                for (int dof = 0; dof < 6; ++dof)
+                    ZEL_SetModeEntry(db, mode, id, kind, dof,
+                                     turned[size_t(mode - 1)] * vector_value(kind, mode, id, dof));
+    for (int dof = 0; dof < 6; ++dof)
+    {
+        ZEL_SetModeEntry(db, 0, 40, ZEL_MODAL_STRESS, dof, value(dof));
+        ZEL_SetModeEntry(db, 0, 10, ZEL_MODAL_STRAIN, dof, value(dof + 6));
+    }
+    for (int mode = 1; mode <= kModes; ++mode)
+    {
+        ZEL_SetGeneralizedStiffness(db, mode, mode, 0.5 * mode);
+        ZEL_SetGeneralizedMass(db, mode, mode, 1.0);
+        ZEL_SetModalPreload(db, mode, value(mode));
+        ZEL_SetModalLoad(db, 1, mode, turned[size_t(mode - 1)] * (mode == kModes ? 4.0 : 0.5));
+    }
+    set_faces(db, backwards);
+    for (int id : backwards ? std::vector<int>{60, 10} : std::vector<int>{10, 60})
+        ZEL_SetInterfaceNode(db, id);
+    set_eigenvalues(db);
+    set_invariants(db);
+    db->total_mass = 10.0;
+    std::copy_n(std::begin({1.0, 9.7, 2.0}), 3, db->center_of_mass);
+    zel::raise_flag(db, zel::kBlockBody);
+    return db;
+}
+
+struct Report
+{
+    int result;
+    std::string text;
+};
+
+Report compare(ZELDATA* base, ZELDATA* made, int verbosity, double tolerance)
+{
+    Report report;
+    report.text = output_of([&] { report.result = ZEL_Compare(base, made, verbosity, tolerance); });
+    return report;
+}
+
+std::string kept_text(const std::string& name)
+{
+    return bytes_of(std::string(ZEL_TEST_DATA) + "/" + name);
+}
+
+class Comparing : public ZelTest
+{
+protected:
+    // Setters print paths of temporary files, and warn of invariants that do not belong together.
+    ZELDATA* quiet_body(const std::vector<int>& turned = std::vector<int>(kModes, 1), bool backwards = false)
+    {
+        ZELDATA* db = nullptr;
+        errors_of([&] { output_of([&] { db = body(turned, backwards); }); });
+        return db;
+    }
+    ZELDATA* sample(FileFormat format)
+    {
+        const std::string path = folder.path(format.name());
+        write_bytes(path, sample_file(format).bytes());
+        return ZEL_CreateFromZEL(path.c_str());
+    }
+    TemporaryFolder folder;
+};
+
+} // namespace
+
+TEST_F(Comparing, ABodyWithItselfPassesEveryCheck)
+{
+    ZELDATA* db = quiet_body();
+    const Report report = compare(db, db, 2, 0.0);
+    EXPECT_EQ(report.result, 0);
+    EXPECT_EQ(report.text, kept_text("compare_equal.txt"));
+    EXPECT_EQ(compare(db, db, 0, 0.0).text, "");
+    EXPECT_EQ(compare(quiet_body(), db, 2, 0.0).text, report.text);
+}
+
+TEST_F(Comparing, ABodyWithItsTwinThatIsNumberedBackwards)
+{
+    const Report report = compare(quiet_body(), quiet_body(std::vector<int>(kModes, 1), true), 2, 0.0);
+    EXPECT_EQ(report.result, 0) << report.text;
+    std::string rotated = kept_text("compare_equal.txt");
+    rotated.replace(rotated.find("FaceList A"), 10, "FaceList B");
+    EXPECT_EQ(report.text, rotated);
+}
+
+TEST_F(Comparing, ForgivesTheSignsOfModes)
+{
+    const std::vector<int> signs = {1, -1, -1, 1, -1, 1, -1};
+    ZELDATA *base = quiet_body(), *made = quiet_body(signs);
+    for (int i = 0; i < kModes; ++i)
+        for (int j = 0; j < kModes; ++j)
+            for (int k = 0; k < 9; ++k)
+            {
+                made->invar9[i][j][k] *= signs[size_t(i)] * signs[size_t(j)];
+                if (k < 3)
+                    made->invar5[i][k * kModes + j] *= signs[size_t(i)] * signs[size_t(j)];
+                if (k < 3 && i == 0)
+                    made->invar3[k * kModes + j] *= signs[size_t(j)];
+                if (k < 3 && i == 0)
+                    made->invar4[k * kModes + j] *= signs[size_t(j)];
+                if (i == 0)
+                    made->invar8[j][k] *= signs[size_t(j)];
+            }
+    const Report report = compare(base, made, 1, 0.0);
+    EXPECT_EQ(report.result, 0) << report.text;
+    EXPECT_NE(report.text.find("->Warning: Modal load component 7 differs in sign for case #2\n"), std::string::npos);
+
+    made->invar5[1][3] = -made->invar5[1][3]; // one entry alone is no sign of a mode
+    EXPECT_LT(compare(base, made, 0, 1e-9).result, 0);
+}
+
+TEST_F(Comparing, FilesOfEveryVersionEncodingAndPrecision)
+{
+    for (const FileFormat& format : all_formats())
+    {
+        const Report report = compare(sample({60, true, false}), sample(format), 0, 0.0);
+        EXPECT_EQ(report.result, 0) << format.name();
+        EXPECT_EQ(report.text, "") << format.name();
+    }
+}
+
+TEST_F(Comparing, BodiesInDifferentUnits)
+{
+    ZELDATA *base = quiet_body(), *made = quiet_body();
+    ASSERT_EQ(ZEL_SetUnits(made, "tonne", "mm", "ms", "kN"), 1);
+    EXPECT_EQ(compare(base, made, 0, 1e-12).text, "");
+    char length[16];
+    ZEL_Units(made, nullptr, length, nullptr, nullptr);
+    EXPECT_STREQ(length, "METER");
+}
+
+// Vectors are read in slices where both bodies have their nodes in the same order, else whole.
+TEST_F(Comparing, BodiesOfManyNodes)
+{
+    constexpr int kNodes = 9000;
+    const auto large_body = [](bool backwards, int changed_id) {
+        ZELDATA* db = ZEL_Create(kNodes, 1);
+        for (int i = 1; i <= kNodes; ++i)
+        {
+            const int id = backwards ? kNodes + 1 - i : i;
+            ZEL_SetMode(db, 1, id, ZEL_MODE_SHAPE, std::sin(id), std::cos(id), id == changed_id ? 0.25 : 0.0, 1, 0, 0);
+        }
+        ZEL_SetUnits(db, "kg", "m", "s", "n");
+        zel::raise_flag(db, zel::kBlockNodes);
+        zel::raise_flag(db, zel::kBlockEigenvalues);
+        return db;
+    };
+    ZELDATA *base = nullptr, *twin = nullptr;
+    output_of([&] { base = large_body(false, 0), twin = large_body(true, 0); });
+    EXPECT_EQ(compare(base, twin, 0, 0.0).text, "");
+    for (int changed_id : {1, 4096, 4097, kNodes})
+        for (bool backwards : {false, true})
+        {
+            ZELDATA* made = nullptr;
+            output_of([&] { made = large_body(backwards, changed_id); });
+            EXPECT_EQ(compare(base, made, 0, 0.2).text,
+                      "->Fail EigenVector translational: #1  Delta: 2.500000e-01\n->Fail ModeShape, 1 times\n");
+            ZEL_UnLink(made);
+        }
+}
+
+namespace
+{
+struct Perturbation
+{
+    double delta; // the measure by hand; 0: fails at any tolerance
+    const char* text;
+    void (*change)(ZELDATA* db);
+};
+
+void add_to_mode(ZELDATA* db, int mode, int id, int kind, int dof, double change)
+{
+    ZEL_SetModeEntry(db, mode, id, kind, dof, vector_value(kind, mode, id, dof) + change);
+}
+
+// The largest coordinate is 7, the largest mass 3, the largest load component 4; eigenvalue 7 is 3.01, its other values
+// 3.02 to 3.05, generalized stiffness up to 3.5; all else is below 1.
+const Perturbation kPerturbations[] = {
+    {0, "->Fail InputFileType\n", [](ZELDATA* db) { db->input_file_type[0] = 'T'; }},
+    {0.25 / 7, "->Fail NodeCoordinates", [](ZELDATA* db) { db->nodes[2].y += 0.25; }},
+    {0.05, "->Fail TotalMass", [](ZELDATA* db) { db->total_mass = 10.5; }},
+    {0.03, "->Fail TotalCM", [](ZELDATA* db) { db->center_of_mass[1] += 0.3; }},
+    {0.5 / 3.01, "->Fail EigenValue: #7~->Fail Eigenvalues\n", [](ZELDATA* db) { db->eigenvalues[6].value[1] -= 0.5; }},
+    {0.5, "->Fail EigenValue: #1~->Fail Eigenvalues\n", [](ZELDATA* db) { db->eigenvalues[0].value[1] -= 0.5; }},
+    {0.5 / 3.02, "->Fail Frequency", [](ZELDATA* db) { db->eigenvalues[6].value[2] += 0.5; }},
+    {0.5 / 3.03, "->Fail Radians", [](ZELDATA* db) { db->eigenvalues[6].value[3] += 0.5; }},
+    {0.5 / 3.04, "->Fail GeneralizedMass", [](ZELDATA* db) { db->eigenvalues[6].value[4] += 0.5; }},
+    {0.5 / 3.05, "->Fail GeneralizedStiff", [](ZELDATA* db) { db->eigenvalues[6].value[5] += 0.5; }},
+    {0.125, "->Fail EigenVector translational: #3~->Fail ModeShape, 1 times\n",
+     [](ZELDATA* db) { add_to_mode(db, 3, 30, 0, 1, 0.125); }},
+    {0.125, "->Fail EigenVector rotational: #5~->Fail ModeShape, 1 times\n",
+     [](ZELDATA* db) { add_to_mode(db, 5, 60, 0, 3, -0.125); }},
+    {0.25 / 3, "->Fail NodalMass", [](ZELDATA* db) { db->nodes[3].mass += 0.25; }},
+    {0.25, "->Fail NodalI", [](ZELDATA* db) { ZEL_SetNodalInertiaEntry(db, 50, 1, 3, 0.25); }},
+    {0, "->Fail GeneralizedStiffnessCount new: 8 base: 7\n->Fail GeneralizedStiffnessListSize new: 8 base: 7\n",
+     [](ZELDATA* db) { ZEL_SetGeneralizedStiffness(db, 1, 2, 0.0); }},
+    {0, "->Fail SparceStiffnessColumnList   index: 4  new: 1  base: 4\n",
+     [](ZELDATA* db) { db->stiffness.entries[4].column = 1; }},
+    {0, "->Fail SparceStiffnessRowList   index: 0  new: 6  base: 0\n",
+     [](ZELDATA* db) { db->stiffness.entries[0].row = 6; }},
+    {0.7 / 3.5, "->Fail SparceStiffness", [](ZELDATA* db) { db->stiffness.entries[1].value += 0.7; }},
+    {0, "->Fail GeneralizedMassListSize new: 6 base: 7\n", [](ZELDATA* db) { db->mass.entries[2].row = -1; }},
+    {0.25, "->Fail SparceMass", [](ZELDATA* db) { db->mass.entries[1].value += 0.25; }},
+    {0, "->Fail FaceList\n", [](ZELDATA* db) { std::swap(db->face_list[1], db->face_list[2]); }},
+    {0, "->Fail InterfaceNodes\n", [](ZELDATA* db) { db->interface_nodes[1] = 3; }},
+    {0, "->Fail InterfaceNodeCount  Delta: 1.000000e+00\n", [](ZELDATA* db) { ZEL_SetInterfaceNode(db, 20); }},
+    {0.125, "->Fail Stress Mode: #2", [](ZELDATA* db) { add_to_mode(db, 2, 40, 1, 5, 0.125); }},
+    {0.125, "->Fail Strain Mode: #7", [](ZELDATA* db) { add_to_mode(db, 7, 20, 2, 0, 0.125); }},
+    {0.25, "->Fail Invar3", [](ZELDATA* db) { db->invar3[5] += 0.25; }},
+    {0.25, "->Fail Invar4", [](ZELDATA* db) { db->invar4[20] -= 0.25; }},
+    {0.25, "->Fail Invar5", [](ZELDATA* db) { db->invar5[6][20] += 0.25; }},
+    {0.25, "->Fail Invar7", [](ZELDATA* db) { db->invar7[4] += 0.25; }},
+    {0.25, "->Fail Invar8", [](ZELDATA* db) { db->invar8[6][8] -= 0.25; }},
+    {0.25, "->Fail Invar9", [](ZELDATA* db) { db->invar9[6][0][8] += 0.25; }},
+    {0.5 / 4, "->Fail Modal Load: Case #2~->Fail Modal Loads\n",
+     [](ZELDATA* db) { db->load_cases[1].values[6] -= 0.5; }},
+    {0.125, "->Fail Pre-Stress Max at Node: #40 Comp: #6", [](ZELDATA* db) { db->pre_stress[1].v[5] += 0.125; }},
+    {0.125, "->Fail Pre-Strain Max at Node: #10 Comp: #1", [](ZELDATA* db) { db->pre_strain[0].v[0] -= 0.125; }},
+};
+} // namespace
+
+// What differs fails its own check and no other, below the measured difference and not above it.
+TEST_F(Comparing, OneDifferenceFailsTheCheckThatOwnsIt)
+{
+    ZELDATA* base = quiet_body();
+    for (const Perturbation& p : kPerturbations)
+    {
+        SCOPED_TRACE(p.text);
+        ZELDATA* made = quiet_body();
+        p.change(made);
+        const std::string text = p.text;
+        const size_t gap = text.find('~');
+        std::string expected = text.substr(0, gap);
+        if (p.delta > 0.0)
+        {
+            char delta[40];
+            std::snprintf(delta, sizeof delta, "  Delta: %e\n", p.delta);
+            expected += delta + (gap == std::string::npos ? "" : text.substr(gap + 1));
+        }
+        const Report below = compare(base, made, 0, p.delta > 0.0 ? p.delta * (1.0 - 1e-12) : 1e9);
+        EXPECT_EQ(below.result, -1);
+        EXPECT_EQ(below.text, expected);
+        if (p.delta > 0.0)
+        {
+            const Report above = compare(base, made, 0, p.delta * (1.0 + 1e-12));
+            EXPECT_EQ(above.result, 0);
+            EXPECT_EQ(above.text, "");
+        }
+        ZEL_UnLink(made);
+    }
+}
+
+namespace
+{
+// A body that lacks much of what the base has and differs in much of the rest.
+void spoil(ZELDATA* db)
+{
+    db->version = 60;
+    db->title[0] = 'B';
+    db->comment2[0] = '!';
+    ++db->max_modes;
+    for (int i = 0; i < db->node_count; ++i)
+        db->nodes[i].mass = 0.0;
+    for (int mode = 0; mode < kModes; ++mode)
+        for (int j = 0; j < 3 * kModes; ++j)
+            db->invar5[mode][j] = 0.0;
+    db->invar2[0] += 0.75;
+    db->transformation[1] = 0.5;
+    db->load_cases[0].processed = 1;
+    ZEL_SetModalLoad(db, 2, 1, 0.5);
+    std::free(db->modal_preload);
+    db->modal_preload = nullptr;
+    for (int block : {zel::kBlockBody, zel::kBlockInertias, zel::kBlockUnits, zel::kBlockStiffness, zel::kBlockFaces,
+                      zel::kBlockInterface, zel::kBlockStress, zel::kBlockInvar9, zel::kBlockPreStrain})
+        zel::clear_flag(db, block);
+}
+} // namespace
+
+TEST_F(Comparing, ReportsEveryKindOfLineAtItsVerbosity)
+{
+    ZELDATA *base = quiet_body(), *made = quiet_body();
+    for (int dof = 0; dof < 6; ++dof) // what the base does not have is noted
+    {
+        ZEL_SetModeEntry(base, 2, 10, ZEL_MODAL_STRAIN, dof, 0.0);
+        ZEL_SetModeEntry(base, 2, 20, ZEL_MODAL_STRAIN, dof, 0.0);
+        ZEL_SetModeEntry(base, 0, 40, ZEL_MODAL_STRESS, dof, 0.0);
+        for (int id : kIds)
+            ZEL_SetModeEntry(base, dof < 3 ? 4 : 5, id, ZEL_MODE_SHAPE, dof, 0.0);
+    }
+    ZEL_SetNodeCoordinates(base, 70, 0.0, 0.0, 0.0);
+    spoil(made);
+    const Report report = compare(base, made, 2, 0.01);
+    EXPECT_EQ(report.result, -1); // invariant 2
+    EXPECT_EQ(report.text, kept_text("compare_different.txt"));
+
+    std::istringstream lines(report.text);
+    std::string less;
+    for (std::string line; std::getline(lines, line);)
+        if (line.rfind("  Pass ", 0) != 0)
+            less += line + "\n";
+    zel::clear_flag(made, zel::kBlockUnits); // which the comparison has given it
+    EXPECT_EQ(compare(base, made, 1, 0.01).text, less);
+    EXPECT_EQ(compare(base, made, 0, 0.01).text, "->Fail Invar2  Delta: 0.750000\n");
+    EXPECT_EQ(compare(base, made, -1, 0.01).text, "");
+}
+
+// Block 6 is compared as it stands, whatever the nodes weigh, and stands afterwards.
+TEST_F(Comparing, TheStoredMassesAndLeavesThem)
+{
+    for (const auto& [base_mass, made_mass] : {std::pair(10.0, 10.5), std::pair(0.0, 0.5), std::pair(0.0, 0.0)})
+    {
+        ZELDATA *base = quiet_body(), *made = quiet_body();
+        base->total_mass = base_mass;
+        made->total_mass = made_mass;
+        const Report report = compare(base, made, 0, 0.01);
+        const char* const delta = base_mass > 0.0 ? "5.000000e-02" : "inf";
+        EXPECT_EQ(report.text, base_mass == made_mass ? "" : "->Fail TotalMass  Delta: "s + delta + "\n");
+        EXPECT_EQ(report.result, base_mass == made_mass ? 0 : -1);
+        EXPECT_EQ(base->total_mass, base_mass);
+        EXPECT_EQ(made->total_mass, made_mass);
+        EXPECT_EQ(made->center_of_mass[1], 9.7);
+    }
+}
+
+// What is no number on one side differs, at any tolerance; on both sides it does not.
+TEST_F(Comparing, SeesWhatIsNoNumber)
+{
+    static double* (*const kPlaces[])(ZELDATA*) = {
+        [](ZELDATA* db) { return &db->nodes[3].y; },
+        [](ZELDATA* db) { return &db->nodes[2].mass; },
+        [](ZELDATA* db) { return &db->nodes[1].inertia[2]; },
+        [](ZELDATA* db) { return &db->total_mass; },
+        [](ZELDATA* db) { return &db->center_of_mass[2]; },
+        [](ZELDATA* db) { return &db->eigenvalues[4].value[1]; },
+        [](ZELDATA* db) { return &db->eigenvalues[4].value[3]; },
+        [](ZELDATA* db) { return &db->stiffness.entries[2].value; },
+        [](ZELDATA* db) { return &db->load_cases[1].values[6]; },
+        [](ZELDATA* db) { return &db->invar3[4]; },
+        [](ZELDATA* db) { return &db->invar9[2][3][4]; },
+        [](ZELDATA* db) { return &db->pre_stress[1].v[2]; },
+    };
+    for (size_t i = 0; i < std::size(kPlaces); ++i)
+        for (double odd : {std::nan(""), HUGE_VAL, -HUGE_VAL})
+        {
+            SCOPED_TRACE(testing::Message() << i << " " << odd);
+            ZELDATA *number = quiet_body(), *none = quiet_body();
+            *kPlaces[i](none) = odd;
+            EXPECT_LT(compare(number, none, -1, HUGE_VAL).result, 0);
+            EXPECT_LT(compare(none, number, -1, HUGE_VAL).result, 0);
+            *kPlaces[i](number) = odd;
+            EXPECT_EQ(compare(none, number, 0, 0.0).text, "");
+            ZEL_UnLink(number);
+            ZEL_UnLink(none);
+        }
+    for (double odd : {std::nan(""), HUGE_VAL}) // the last mode's whole vectors
+    {
+        SampleFile file = sample_file({60, true, false});
+        for (const auto& [block, nodes] : {std::pair(8, 6u), std::pair(18, 3u)})
+        {
+            std::string& bytes = file.blocks[block];
+            bytes.resize(bytes.size() - 6 * 8 * nodes);
+            bytes += file.build().reals(std::vector<double>(6 * nodes, odd)).bytes;
+        }
+        const std::string path = folder.path("spoilt");
+        write_bytes(path, file.bytes());
+        ZELDATA *number = sample({60, true, false}), *none = ZEL_CreateFromZEL(path.c_str());
+        for (const Report& report : {compare(number, none, 0, HUGE_VAL), compare(none, number, 0, HUGE_VAL)})
+        {
+            const auto failed = [&](const char* line) { return report.text.find(line) != std::string::npos; };
+            EXPECT_TRUE(failed("->Fail EigenVector translational") && failed("->Fail EigenVector rotational") &&
+                        failed("->Fail Stress Mode"))
+                << report.text;
+        }
+        EXPECT_EQ(compare(none, none, 0, 0.0).text, "");
+        ZEL_UnLink(number);
+        ZEL_UnLink(none);
+    }
+}
+
+// Translations of a mode of pure rotation are rounding noise: they do not tell which way it points.
+TEST_F(Comparing, TurnsModesOfPureRotationByTheirRotations)
+{
+    for (int draw = 0; draw < 12; ++draw)
+    {
+        ZELDATA* db[2];
+        for (int side = 0; side < 2; ++side)
+        {
+            db[side] = quiet_body();
+            for (int id : kIds)
+                for (int dof = 0; dof < 6; ++dof)
+                {
+                    const double noise = draw < 2 ? 0.0 : 1e-12 * value(100 * draw + 50 * side + id + dof);
+                    const double rotation = (draw % 2 && side ? -40 : 40) * value(id + dof);
+                    ZEL_SetModeEntry(db[side], 3, id, ZEL_MODE_SHAPE, dof, dof < 3 ? noise : rotation);
+                }
+        }
+        const std::string text = compare(db[0], db[1], 0, 1e-9).text;
+        EXPECT_EQ(text.find("EigenVector"), std::string::npos) << draw << text;
+        ZEL_UnLink(db[0]);
+        ZEL_UnLink(db[1]);
+    }
+}
+
+TEST_F(Comparing, WarnsOfCountsThatDiffer)
+{
+    ZELDATA *base = quiet_body(), *made = quiet_body();
+    for (int kind : {ZEL_MODAL_STRESS, ZEL_MODAL_STRAIN})
+        ZEL_SetModeEntry(base, 8, 50, kind, 0, 1.0); // a mode and a node more
+    ++base->eigenvalue_count;
+    ZEL_SetGeneralizedMass(base, 8, 8, 1.0);
+    ZEL_SetGeneralizedStiffness(base, 8, 8, 1.0);
+    ZEL_SetFaceList(base, 3, std::begin({10, 20, 60}));
+    std::free(std::exchange(base->modal_preload, nullptr));
+    const std::string text = compare(base, made, 1, 0.01).text;
+    for (const char* line :
+         {"ModeCount", "EigenvalueCount", "NumberOfGenStiff new: 7 base: 8", "FaceListSize",
+          "NumberOfGenMass new: 7 base: 8", "FaceCount", "Preload mode count mismatch",
+          "NodeCount for Stress modes base: 4  new: 3", "NodeCount for Stress modes base: 3  new: 2",
+          "Pre-Stress NodeCount differ... base: 4  new: 3", "Pre-Strain NodeCount differ... base: 3  new: 2"})
+        EXPECT_NE(text.find("->Warning "s + line + "\n"), std::string::npos) << line << "\n" << text;
+
+    std::free(std::exchange(made->load_cases[0].values, nullptr));
+    std::free(std::exchange(base->load_cases[0].values, nullptr));
+    const std::string nothing = compare(base, made, 1, 0.01).text;
+    for (const char* line :
+         {"Null modal load vector found for case #1 in new ZEL", "Null modal load vector found for case #1 in base ZEL",
+          "Null modal preload vector found in base file"})
+        EXPECT_NE(nothing.find("->Warning: "s + line + "\n"), std::string::npos) << line << "\n" << nothing;
+}
+
+TEST_F(Comparing, NeedsTwoDatabases)
+{
+    ZELDATA* db = quiet_body();
+    EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_Compare(nullptr, db, 2, 0.0), -1); }),
+              "ERROR:  The database has not been initialized.\n");
+    EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_Compare(db, nullptr, 2, 0.0), -1); }),
+              "ERROR:  The database has not been initialized.\n");
+}
+
+TEST_F(Comparing, SurvivesAShortageOfMemory)
+{
+    ZELDATA *base = quiet_body(), *made = quiet_body(std::vector<int>(kModes, 1), true);
+    int failures = 0;
+    for (int n = 0, complete = 0; !complete; ++n, zel::failing_allocation = -1)
+    {
+        Report report = {};
+        zel::failing_allocation = n;
+        const std::string errors = errors_of([&] { report = compare(base, made, 0, 0.0); });
+        complete = zel::failing_allocation >= 0;
+        EXPECT_EQ(report.result < 0, errors.find("Failed to allocate memory") != std::string::npos) << errors;
+        failures += report.result < 0;
+    }
+    EXPECT_GT(failures, 5);
+}
+
+// ---- Mismatches that end the process -----------------------------------------------------------------------------------
+
+using ComparingEnds = Comparing;
+
+static void expect_exit(ZELDATA* base, ZELDATA* made, const char* text)
+{
+    std::fflush(nullptr);
+    EXPECT_EXIT(
+        {
+            dup2(STDERR_FILENO, STDOUT_FILENO);
+            ZEL_Compare(base, made, -1, 1e9);
+        },
+        ::testing::ExitedWithCode(255), text);
+}
+
+TEST_F(ComparingEnds, WithoutCoordinatesEigenvaluesOrModeShapes)
+{
+    for (const auto& [block, text] :
+         std::map<int, const char*>{{zel::kBlockNodes, "^->Fail no nodal_coords \\(Exit\\)$"},
+                                    {zel::kBlockEigenvalues, "^->Fail no eigenvalues \\(Exit\\)$"},
+                                    {zel::kBlockModes, "^->Fail no mode_shapes \\(Exit\\)$"}})
+    {
+        ZELDATA *whole = quiet_body(), *part = quiet_body();
+        zel::clear_flag(part, block);
+        expect_exit(whole, part, text);
+        expect_exit(part, whole, text);
+    }
+}
+
+TEST_F(ComparingEnds, WithANodeThatTheBaseLacks)
+{
+    ZELDATA *base = quiet_body(), *made = quiet_body();
+    ZEL_SetNodeCoordinates(made, 75, 0.0, 0.0, 0.0);
+    expect_exit(base, made, "^->Fail Node 75 does not exist in base file \\(Exit\\)\n\n$");
+    expect_exit(ZEL_Create(0, 0), base, "^->Fail Node 10 does not exist in base file \\(Exit\\)\n\n$");
+}
+
+TEST_F(ComparingEnds, WithAModeNodeThatTheBaseLacks)
+{
+    for (const auto& [kind, name] : std::map<int, std::string>{{1, "stress"}, {2, "strain"}})
+    {
+        ZELDATA *base = quiet_body(), *made = quiet_body();
+        ZEL_SetModeEntry(made, 1, 50, kind, 0, 1.0);
+        const std::string text = "^->Fail Node 50 does not exist for " + name +
+                                 " modes in base file.\n->Try transposing input ZELs. \\(Exit\\)\n\n$";
+        expect_exit(base, made, text.c_str());
+    }
+}
+
+// A node id twice in the new database stands for one node of the base.
+TEST_F(ComparingEnds, WithMoreNodesThanTheBaseHas)
+{
+    ZELDATA *base = quiet_body(), *made = quiet_body();
+    zel::append_node(made, 10);
+    expect_exit(base, made, "^->Fail NodeCount base: 6 < new: 7  \\(Exit\\)\n\n$");
+    for (const auto& [kind, name] : std::map<int, std::string>{{1, "Stress"}, {2, "Strain"}})
+    {
+        ZELDATA* more = quiet_body();
+        const int places = ZEL_ModeNodeCount(base, kind);
+        ASSERT_GE(zel::append_mode_node(more, kind, kind == 1 ? 1 : 0), 0);
+        const std::string text = "^->Fail NodeCount for " + name + " modes in base: " + std::to_string(places) +
+                                 " < new: " + std::to_string(places + 1) +
+                                 " \n->Try transposing input ZELs. \\(Exit\\)\n\n$";
+        expect_exit(base, more, text.c_str());
+    }
+}

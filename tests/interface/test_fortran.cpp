@@ -1,0 +1,426 @@
+// The Fortran entry points: programs in fixed and in free form build the body that the C interface builds, and what the
+// entry points themselves promise.
+#include "database/record.h"
+#include "fixtures.h"
+#include "sample_file.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+// In tests/fortran; each counts what went wrong.
+extern "C" void fixed_body_(int* failures);
+extern "C" void free_body_(int* failures);
+extern "C" void fixed_eigen_(double* lambda, int* ierr);
+
+namespace
+{
+
+class Fortran : public ZelTest
+{
+protected:
+    int ierr = -1;
+
+    void create(int nodes, int modes)
+    {
+        ZEL_CREATE(&nodes, &modes, &ierr);
+        ASSERT_EQ(ierr, 0);
+    }
+    static ZELDATA* current() { return zel::current_database; }
+};
+
+// The series that the Fortran programs draw their values from.
+class Series
+{
+public:
+    template <int count> std::array<double, size_t(count)> next()
+    {
+        std::array<double, size_t(count)> values;
+        for (double& value : values)
+            value = last_ += 0.125;
+        return values;
+    }
+
+private:
+    double last_ = 0;
+};
+
+ZELDATA* body_in_c()
+{
+    Series series;
+    ZELDATA* db = ZEL_Create(8, 3);
+    char title[] = "Cube of eight nodes", name[] = "cube.f", type[] = "FORTRAN", comment[] = "built by Fortran",
+         none[] = "", last[] = "last";
+    ZEL_SetHeader(db, title, name, type, comment, none, last);
+    ZEL_SetUnits(db, "kg", "mm", "s", "N");
+    for (int node = 11; node <= 18; ++node)
+    {
+        const auto xyz = series.next<3>();
+        ZEL_SetNodeCoordinates(db, node, xyz[0], xyz[1], xyz[2]);
+        ZEL_SetNodalMass(db, node, series.next<1>()[0]);
+    }
+    for (int node : {11, 12})
+    {
+        const auto v = series.next<6>();
+        ZEL_SetNodalInertia(db, node, v[0], v[1], v[2], v[3], v[4], v[5]);
+    }
+    ZEL_SetNodalInertiaEntry(db, 13, 1, 3, series.next<1>()[0]);
+    const auto m = series.next<9>();
+    ZEL_SetNodalInertia(db, 14, m[0], m[4], m[8], m[1], m[2], m[5]);
+    ZEL_SetInterfaceNode(db, 18);
+    const int ids[] = {11, 12, 13, 14, 15, 16, 17, 18};
+    ZEL_SetFaceList(db, 4, ids);
+    ZEL_SetFace(db, 2, 11, 15);
+    ZEL_SetFace(db, 3, 11, 12, 16);
+    ZEL_SetFace(db, 4, 12, 13, 17, 16);
+    for (int vertices = 5; vertices <= 8; ++vertices)
+        ZEL_SetFaceList(db, vertices, ids);
+    for (int mode = 1; mode <= 3; ++mode)
+    {
+        for (int node = 11; node <= 18; ++node)
+            ZEL_SetModeVec(db, mode, node, ZEL_MODE_SHAPE, series.next<6>().data());
+        ZEL_SetModeEntry(db, mode, 18, ZEL_MODE_SHAPE, 5, series.next<1>()[0]);
+        for (int node : {17, 12})
+            ZEL_SetModeVec(db, mode, node, ZEL_MODAL_STRESS, series.next<6>().data());
+        for (int node : {13, 14})
+            ZEL_SetModeVec(db, mode, node, ZEL_MODAL_STRAIN, series.next<6>().data());
+    }
+    ZEL_SetModeVec(db, 0, 17, ZEL_MODAL_STRESS, series.next<6>().data());
+    ZEL_SetModeVec(db, 0, 14, ZEL_MODAL_STRAIN, series.next<6>().data());
+    for (int mode = 1; mode <= 3; ++mode)
+    {
+        const auto v = series.next<5>();
+        ZEL_SetGeneralizedStiffness(db, mode, mode, v[0]);
+        ZEL_SetGeneralizedDamping(db, mode, 1, v[1]);
+        ZEL_SetModalPreload(db, mode, v[2]);
+        ZEL_SetModalLoad(db, 0, mode, v[3]);
+        ZEL_SetModalLoad(db, 2, mode, v[4]);
+    }
+    ZEL_SetModalLoadLabel(db, 0, "Cube of eight nodes");
+    ZEL_SetModalLoadLabel(db, 1, "");
+    ZEL_SetInvar1(db, series.next<1>()[0]);
+    ZEL_SetInvar2(db, series.next<3>().data());
+    const auto columns = series.next<9>();
+    ZEL_SetInvar3(db, columns.data());
+    ZEL_SetInvar4(db, columns.data());
+    ZEL_SetInvar5(db, series.next<27>().data());
+    ZEL_SetInvar6(db, std::array<double, 3>{1, 1, 1}.data());
+    ZEL_SetInvar7(db, series.next<9>().data());
+    ZEL_SetInvar8(db, series.next<27>().data());
+    ZEL_SetInvar9(db, series.next<81>().data());
+    ZEL_SetGeneralizedMass(db, 1, 1, 1.0);
+    const auto global = series.next<4>();
+    ZEL_SetGlobalMass(db, global[0], &global[1], series.next<9>().data());
+    return db;
+}
+
+// All reports but the date of the header.
+std::vector<std::string> reports_of(ZELDATA* db)
+{
+    std::memset(db->date, 0, sizeof db->date);
+    std::vector<std::string> reports;
+    for (int block = 1; block <= 32; ++block)
+        reports.push_back(report_of(db, block));
+    return reports;
+}
+
+// Runs a program with a file name as its argument, its output unseen.
+int run(const char* program, const std::string& file)
+{
+    return std::system((std::string("'") + program + "' '" + file + "' > /dev/null 2>&1").c_str());
+}
+
+// A file with its date of creation blotted out.
+std::string without_date(const std::string& file)
+{
+    constexpr size_t kDate = 4 + 128 * 4, kDateBytes = 32 * 4; // behind the version code and the title
+    std::string bytes = bytes_of(file);
+    return bytes.size() < kDate + kDateBytes ? "" : bytes.replace(kDate, kDateBytes, kDateBytes, '\0');
+}
+
+} // namespace
+
+TEST_F(Fortran, ProgramsInBothFormsBuildWhatTheCInterfaceBuilds)
+{
+    using Reports = std::vector<std::string>;
+    Reports in_c, fixed, free;
+    std::string c_errors, fixed_errors, free_errors;
+    int failures = -1;
+    output_of([&] {
+        c_errors = errors_of([&] { in_c = reports_of(body_in_c()); });
+        fixed_errors = errors_of([&] { fixed_body_(&failures); });
+        EXPECT_EQ(failures, 0);
+        fixed = reports_of(current());
+        free_errors = errors_of([&] { free_body_(&failures); });
+        EXPECT_EQ(failures, 0);
+        free = reports_of(current());
+    });
+    EXPECT_NE(in_c[27].find("Cube of eight nodes"), std::string::npos);
+    for (size_t i = 0; i < in_c.size(); ++i)
+    {
+        EXPECT_EQ(fixed[i], in_c[i]) << "fixed form, block " << i + 1;
+        EXPECT_EQ(free[i], in_c[i]) << "free form, block " << i + 1;
+    }
+    EXPECT_EQ(fixed_errors, c_errors);
+    EXPECT_EQ(free_errors, c_errors);
+}
+
+TEST_F(Fortran, ProgramsWriteTheBytesThatTheCInterfaceWrites)
+{
+    TemporaryFolder folder;
+    const std::string in_c = folder.path("c.zel"), ansys = folder.path("ansys.zel"), by_name = folder.path("by name");
+    output_of([&] { errors_of([&] { EXPECT_EQ(ZEL_write_ZEL(body_in_c(), in_c.c_str()), 1); }); });
+    for (const char* program : {FIXED_PROGRAM, FREE_PROGRAM})
+    {
+        const std::string file = folder.path("fortran.zel");
+        ASSERT_EQ(run(program, file), 0) << program;
+        EXPECT_TRUE(without_date(file) == without_date(in_c)) << program;
+    }
+
+    // The names in upper case strip padding from the one name and not from the other.
+    const std::string padded = by_name + std::string(2000, ' '), odd = ansys + " ";
+    const int one = 1, two = 2;
+    const auto write_all = [&] {
+        zel::current_database = body_in_c();
+        ZEL_WRITE_ZEL(padded.c_str(), int(by_name.size()) + 60, &ierr);
+        EXPECT_EQ(ierr, 0);
+        zel::current_database = body_in_c();
+        ZEL_WRITE_ANSYS_ZEL(odd.c_str(), int(odd.size()), &one, &two, &ierr);
+        EXPECT_EQ(ierr, 0);
+        ZELDATA* body = body_in_c();
+        EXPECT_EQ(ZEL_AnsysAddGenMass(body, 1, 2), 1);
+        EXPECT_EQ(ZEL_write_ZEL(body, ansys.c_str()), 1);
+    };
+    output_of([&] { errors_of(write_all); });
+    EXPECT_TRUE(without_date(by_name) == without_date(in_c));
+    EXPECT_TRUE(without_date(ansys) == without_date(odd));
+    EXPECT_FALSE(without_date(ansys) == without_date(in_c)) << "the coupling masses are in it";
+    errors_of([&] { ZEL_WRITE_ZEL("/no/such/folder/file", 20, &ierr); });
+    EXPECT_EQ(ierr, 1);
+}
+
+TEST_F(Fortran, ProgramsCallTheEigenSolver)
+{
+    double lambda[2];
+    fixed_eigen_(lambda, &ierr);
+    EXPECT_EQ(ierr, 0);
+    std::sort(lambda, lambda + 2);
+    EXPECT_NEAR(lambda[0], 1, 1e-14);
+    EXPECT_NEAR(lambda[1], 3, 1e-14);
+}
+
+// The steel tube of the example, free: closed form of a uniform beam in bending, torsion and extension. The two last are
+// approximated by linear elements and converge from above with (pi / elements)^2 / 24.
+TEST_F(Fortran, SpaceFrameVibratesAsTheoryHasIt)
+{
+    TemporaryFolder folder;
+    const std::string file = folder.path("frame.zel");
+    ASSERT_EQ(run(SPACE_FRAME, file), 0);
+    ZELDATA* db = ZEL_CreateFromZEL(file.c_str());
+    ASSERT_NE(db, nullptr);
+    EXPECT_EQ(ZEL_RigidBodyModeCount(db), 6);
+
+    const double pi = std::acos(-1.0), young = 210e9, density = 7850, outer = 0.02, inner = 0.018;
+    const double area = pi * (outer * outer - inner * inner),
+                 second_moment = pi / 4 * (std::pow(outer, 4) - std::pow(inner, 4));
+    const auto bending = [&](double root) // of cosh x cos x = 1, for a length of 1
+    { return root * root / (2 * pi) * std::sqrt(young * second_moment / (density * area)); };
+    const double torsion = std::sqrt(young / 2.6 / density) / 2, extension = std::sqrt(young / density) / 2;
+    const double expected[][2] = {{bending(4.730040744862704), 1e-4},
+                                  {bending(4.730040744862704), 1e-4},
+                                  {bending(7.853204624095838), 1e-4},
+                                  {bending(7.853204624095838), 1e-4},
+                                  {bending(10.995607838001671), 3e-4},
+                                  {bending(10.995607838001671), 3e-4},
+                                  {torsion, 1e-3},
+                                  {bending(14.137165491257464), 3e-4},
+                                  {bending(14.137165491257464), 3e-4},
+                                  {extension, 1e-3}};
+    int mode = 6;
+    for (const auto& [hertz, tolerance] : expected)
+    {
+        double found = 0;
+        EXPECT_EQ(ZEL_Eigenvalue(db, ZEL_ModeNumber(db, mode++), nullptr, &found, nullptr, nullptr, nullptr), 1);
+        EXPECT_NEAR(found / hertz, 1, tolerance) << "mode " << mode;
+    }
+    double mass = 0, center[3];
+    EXPECT_EQ(ZEL_TotalMassInertia(db, &mass, nullptr, center), 1);
+    EXPECT_NEAR(mass, density * area, 1e-12);
+    EXPECT_NEAR(center[1], 1.0 / 3, 1e-12) << "half of the length along (1, 2, 2) / 3";
+    int count = 0;
+    int* ends = ZEL_InterfaceNodeIDs(db, &count);
+    ASSERT_EQ(count, 2);
+    EXPECT_TRUE(ends[0] == 1 && ends[1] == 31);
+    std::free(ends);
+}
+
+TEST_F(Fortran, NeedsACurrentDatabase)
+{
+    const std::string message = "ERROR:  No ZELDATA object.  Call ZEL_CREATE first\n";
+    ZEL_Create(1, 1); // is not the current one
+    const int one = 1;
+    const double value = 1;
+    double vector[81] = {};
+    const auto refused = [&](auto call) {
+        ierr = -1;
+        EXPECT_EQ(errors_of(call), message);
+        EXPECT_EQ(ierr, 1);
+    };
+    refused([&] { ZEL_SET_NODAL_MASS(&one, &value, &ierr); });
+    refused([&] { ZEL_SET_HEADER("a", 1, "b", 1, "c", 1, "d", 1, "e", 1, "f", 1, &ierr); });
+    refused([&] { ZEL_SET_MODE_SHAPE_ENTRY(&one, &one, &one, &value, &ierr); });
+    refused([&] { ZEL_SET_NODAL_INERTIA_MAT(&one, vector, &ierr); });
+    refused([&] { ZEL_SET_FACE(&one, &one, &ierr); });
+    refused([&] { ZEL_SET_INVAR9(vector, &ierr); });
+    refused([&] { ZEL_GET_TRANSFORM_TO_SELMOD(nullptr, &one, &one, &ierr); });
+    int count = 7;
+    refused([&] { ZEL_GET_MODE_COUNT(&count, &ierr); });
+    EXPECT_EQ(count, 7);
+}
+
+TEST_F(Fortran, CurrentDatabaseComesAndGoes)
+{
+    create(1, 1);
+    ZELDATA* const first = current();
+    ZELDATA* const other = ZEL_Create(1, 1);
+    create(1, 1);
+    EXPECT_EQ(ZEL_NodeCount(current()), 0);
+    EXPECT_TRUE(!CheckZEL(other) || other == current()) << "creating anew frees every database";
+    EXPECT_TRUE(!CheckZEL(first) || first == current());
+
+    ZEL_UnLink(current());
+    EXPECT_EQ(current(), nullptr) << "also when it is freed from C";
+    create(1, 1);
+    ZEL_TERMINATE(&ierr);
+    EXPECT_EQ(ierr, 0);
+    EXPECT_EQ(current(), nullptr);
+    ierr = -1;
+    ZEL_TERMINATE(&ierr);
+    EXPECT_EQ(ierr, 0) << "nothing to free";
+}
+
+TEST_F(Fortran, ReadsAFileUnderItsExactName)
+{
+    TemporaryFolder folder;
+    const std::string path = folder.path("body.zel"), padded = path + "  ";
+    write_bytes(path, sample_file(format_of_version(60)).bytes());
+    create(1, 1);
+    ZELDATA* const before = current();
+    ZEL_CREATE_FROM_ZEL(padded.c_str(), int(path.size()), &ierr);
+    EXPECT_EQ(ierr, 0);
+    int modes = 0;
+    ZEL_GET_MODE_COUNT(&modes, &ierr);
+    EXPECT_EQ(modes, sample::modes);
+    EXPECT_TRUE(CheckZEL(before)) << "the one before stays in the list";
+    ZEL_CREATE_FROM_ZEL(padded.c_str(), int(padded.size()), &ierr);
+    EXPECT_EQ(ierr, 1) << "blanks are part of the name";
+    EXPECT_EQ(current(), nullptr);
+    ZEL_CREATE_FROM_ZEL(path.c_str(), -1, &ierr);
+    EXPECT_EQ(ierr, 1);
+}
+
+TEST_F(Fortran, FacesOfAnOddNumberOfVerticesCountAsDone)
+{
+    create(9, 1);
+    const int ids[9] = {1, 2, 3, 4, 5, 6, 7, 8, 9}, same[2] = {1, 1};
+    for (int vertices : {9, 1, 0, -3})
+    {
+        ierr = -1;
+        EXPECT_EQ(errors_of([&] { ZEL_SET_FACE(&vertices, ids, &ierr); }),
+                  "ERROR:  Unable to create a face with " + std::to_string(vertices) + " vertices\n");
+        EXPECT_EQ(ierr, 0);
+    }
+    const int two = 2, eight = 8;
+    EXPECT_NE(errors_of([&] { ZEL_SET_FACE(&two, same, &ierr); }), "");
+    EXPECT_EQ(ierr, 1) << "a face of one node fails";
+    EXPECT_NE(errors_of([&] { ZEL_SET_FACE_2(&same[0], &same[1], &ierr); }), "");
+    EXPECT_EQ(ierr, 1);
+    ZEL_SET_FACE(&eight, ids, &ierr);
+    EXPECT_EQ(ierr, 0);
+    int faces = 0, length = 0;
+    ZEL_FaceListSize(current(), &faces, &length);
+    EXPECT_EQ(faces, 1);
+    EXPECT_EQ(length, 9);
+}
+
+TEST_F(Fortran, AnUnsymmetricInertiaIsUsedByItsUpperTriangle)
+{
+    create(1, 1);
+    const double matrix[9] = {1, 4, 5, -4, 2, 6, 5, -6, 3};
+    const int node = 3;
+    EXPECT_EQ(errors_of([&] { ZEL_SET_NODAL_INERTIA_MAT(&node, matrix, &ierr); }),
+              "WARNING:  Unsymmetric Inertia Tensor supplied to ZEL_SET_NODAL_INERTIA_MAT\n");
+    EXPECT_EQ(ierr, 0);
+    double stored[9];
+    EXPECT_EQ(ZEL_NodalInertia(current(), 0, stored), 1);
+    EXPECT_EQ(std::vector<double>(stored, stored + 9), (std::vector<double>{1, 4, 5, 4, 2, 6, 5, 6, 3}));
+}
+
+TEST_F(Fortran, CountsFromOneAndStripsPadding)
+{
+    create(1, 1);
+    const int one = 1;
+    const double value = 2;
+    for (int dof : {0, 7, -1})
+    {
+        ZEL_SET_MODE_SHAPE_ENTRY(&one, &one, &dof, &value, &ierr);
+        EXPECT_EQ(ierr, 1);
+    }
+    for (int load_case : {0, INT32_MIN})
+    {
+        EXPECT_NE(errors_of([&] { ZEL_SET_MODAL_LOAD(&load_case, &one, &value, &ierr); }), "");
+        EXPECT_EQ(ierr, 1);
+    }
+    const std::string padded = "second" + std::string(500, ' ');
+    const int two = 2;
+    EXPECT_EQ(errors_of([&] { ZEL_SET_LOADCASE_LABEL(&two, padded.c_str(), int(padded.size()), &ierr); }), "");
+    char label[256];
+    ZEL_GetModalLoadCaseLabel(current(), 1, label);
+    EXPECT_STREQ(label, "second");
+    ZEL_SET_LOADCASE_LABEL(&two, padded.c_str() + 6, 500, &ierr);
+    ZEL_GetModalLoadCaseLabel(current(), 1, label);
+    EXPECT_STREQ(label, "2");
+
+    char newline[] = "two\nlines ";
+    output_of([&] { ZEL_SET_HEADER(newline, 10, "", 0, "", -1, "", 0, "", 0, "", 0, &ierr); });
+    EXPECT_EQ(ierr, 0);
+    EXPECT_STREQ(newline, "two\nlines ") << "the program's text stays";
+    EXPECT_STREQ(current()->title, "two lines");
+
+    zel::failing_allocation = 0;
+    EXPECT_NE(errors_of([&] { ZEL_SET_UNITS("kg", 2, "m", 1, "s", 1, "N", 1, &ierr); }).find("in file zel_fortran."),
+              std::string::npos);
+    zel::failing_allocation = -1;
+    EXPECT_EQ(ierr, 1);
+}
+
+TEST_F(Fortran, TransformationToSelectedModesKeepsTheRowsOfNewModes)
+{
+    create(1, 3);
+    const int selected[3] = {30, 99, 10}, three = 3, two = 2, none = 0;
+    double t[9];
+    std::fill_n(t, 9, -1.0);
+    EXPECT_EQ(errors_of([&] { ZEL_GET_TRANSFORM_TO_SELMOD(nullptr, selected, &two, &ierr); }),
+              "ERROR:  NULL argument T passed into ZEL_GET_TRANSFORM_TO_SELMOD\nERROR:  \n");
+    EXPECT_EQ(ierr, 1);
+    EXPECT_EQ(errors_of([&] {
+                  ZEL_GET_TRANSFORM_TO_SELMOD(t, selected, &two, &ierr);
+              }).rfind("ERROR:  Invalid mode count found at line ", 0),
+              0u);
+    EXPECT_EQ(ierr, 1);
+    for (int number : {10, 20, 30})
+        ZEL_AddMode(current(), number);
+    ZEL_GET_TRANSFORM_TO_SELMOD(t, selected, &two, &ierr);
+    EXPECT_EQ(ierr, 1) << "no transformation";
+    EXPECT_EQ(std::vector<double>(t, t + 9), std::vector<double>(9, -1.0));
+
+    current()->transformation = zel::allocate<double>(9);
+    current()->transformation_order = 3;
+    for (int i = 0; i < 9; ++i)
+        current()->transformation[i] = i;
+    ZEL_GET_TRANSFORM_TO_SELMOD(t, selected, &three, &ierr);
+    EXPECT_EQ(ierr, 1) << "99 is unknown";
+    EXPECT_EQ(std::vector<double>(t, t + 9), (std::vector<double>{2, 0, 0, 5, 0, 3, 8, 0, 6}));
+    ZEL_GET_TRANSFORM_TO_SELMOD(t, selected, &none, &ierr);
+    EXPECT_EQ(ierr, 0);
+}

@@ -1,0 +1,534 @@
+// The inertia invariants: against closed forms, against sums in long double, and against the laws that they obey.
+#include "assembly.h"
+#include "database/mode_files.h"
+#include "fixtures.h"
+#include "mechanics/mechanics.h"
+#include "sample_file.h"
+
+#include <cmath>
+#include <map>
+
+static const std::vector<int> kNumbers = {1, 2, 3, 4, 5, 7, 8, 9};
+
+class InvariantsOf : public ZelTest
+{};
+
+// ---- Values ---------------------------------------------------------------------------------------------------------
+
+// `n` equal masses at the middles of n equal parts of a bar of length 2 and mass 3 along x, with a stretching and a bending
+// mode, (x/2, 0, 0) and (0, x^2/4, 0). Sums over the middles of n parts of the unit interval: of u 1/2, u^2 1/3 - 1/12n^2,
+// u^3 1/4 - 1/8n^2, times n.
+TEST_F(InvariantsOf, AUniformBarAreItsClosedForms)
+{
+    constexpr int n = 50;
+    constexpr double m = 3.0, l = 2.0, second = 1.0 / 3 - 1.0 / (12 * n * n), third = 1.0 / 4 - 1.0 / (8 * n * n);
+    Assembly bar;
+    for (int p = 0; p < n; ++p)
+        bar.points.push_back({m / n, {l * (p + 0.5) / n, 0, 0}, {}});
+    bar.add_mode();
+    bar.add_mode();
+    for (size_t p = 0; p < n; ++p)
+    {
+        const double u = bar.points[p].s[0] / l;
+        bar.modes[0][p] = {u, 0, 0, 0, 0, 0};
+        bar.modes[1][p] = {0, u * u, 0, 0, 0, 0};
+    }
+    ZELDATA* db = database_of(bar);
+    constexpr double near = 1e-13;
+    const double inertia = m * l * l * second;
+    expect_near(library_invariant(db, 1), {m}, near);
+    expect_near(library_invariant(db, 2), {m * l / 2, 0, 0}, near);
+    expect_near(library_invariant(db, 3), {m / 2, 0, 0, m * second, 0, 0}, near);
+    expect_near(library_invariant(db, 4), {0, 0, 0, 0, 0, m * l * third}, near);
+    expect_near(library_invariant(db, 5), {0, 0, 0, 0, 0, m * third, 0, 0, 0, 0, -m * third, 0}, near);
+    expect_near(library_invariant(db, 7), {0, 0, 0, 0, inertia, 0, 0, 0, inertia}, near);
+    const double axial = m * l * second, lateral = m * l * third;
+    expect_near(library_invariant(db, 8), {0, 0, 0, 0, -axial, 0, 0, 0, -axial, 0, 0, 0, lateral, 0, 0, 0, 0, 0}, near);
+    double* pair = ZEL_Invar9(db, 0, 1);
+    expect_near({pair, pair + 9}, {0, 0, 0, m * third, 0, 0, 0, 0, 0}, near);
+    std::free(pair);
+}
+
+// A square plate of side 2 and mass 6 in 20 x 20 cells, each a mass with its own inertia about z, so that the sums are
+// exactly those of the plate; its mode is a rotation about z through the centre, which stands at (5, 0, 0).
+TEST_F(InvariantsOf, ASpinningPlateAreItsClosedForms)
+{
+    constexpr int n = 20;
+    constexpr double m = 6.0, side = 2.0, cell = m / (n * n), offset = 5.0, about_z = m * side * side / 6;
+    Assembly plate;
+    for (int i = 0; i < n * n; ++i)
+    {
+        const double x = side * ((i % n + 0.5) / n - 0.5), y = side * ((i / n + 0.5) / n - 0.5);
+        plate.points.push_back({cell, {offset + x, y, 0}, {0, 0, cell * side * side / (6 * n * n), 0, 0, 0}});
+    }
+    plate.add_mode();
+    for (size_t p = 0; p < plate.points.size(); ++p)
+        plate.modes[0][p] = {-plate.points[p].s[1], plate.points[p].s[0] - offset, 0, 0, 0, 1};
+    ZELDATA* db = database_of(plate);
+    constexpr double near = 1e-13, half = about_z / 2 * (1 - 1.0 / (n * n)); // point masses: sum of m x^2
+    expect_near(library_invariant(db, 1), {m}, near);
+    EXPECT_LT(largest(library_invariant(db, 3)), 1e-13) << "spinning about its centre moves no mass";
+    expect_near(library_invariant(db, 4), {0, 0, about_z}, near);
+    expect_near({library_invariant(db, 7)[8]}, {about_z + m * offset * offset}, near);
+    expect_near(library_invariant(db, 8), {0, -half, 0, half, 0, 0, 0, 0, 0}, near);
+    expect_near(library_invariant(db, 9), {-half, 0, 0, 0, -half, 0, 0, 0, -2 * half}, near);
+    EXPECT_EQ(largest(library_invariant(db, 5)), 0.0);
+}
+
+static void expect_symmetries(ZELDATA* db)
+{
+    const size_t modes = size_t(ZEL_ModeCount(db));
+    const std::vector<double> five = library_invariant(db, 5), nine = library_invariant(db, 9);
+    int broken = 0;
+    for (size_t i = 0; i < modes; ++i)
+        for (size_t j = 0; j < modes; ++j)
+        {
+            for (size_t c = 0; c < 3; ++c)
+                broken += five[(3 * i + c) * modes + j] != -five[(3 * j + c) * modes + i];
+            for (size_t k = 0; k < 9; ++k)
+                broken += nine[(i * modes + j) * 9 + k] != nine[(j * modes + i) * 9 + k % 3 * 3 + k / 3];
+        }
+    EXPECT_EQ(broken, 0);
+}
+
+// Sizes beyond a block of nodes, a tile of modes and a panel of tiles.
+TEST_F(InvariantsOf, PointMassesAreTheirSums)
+{
+    const struct
+    {
+        int points, modes;
+    } sizes[] = {{1, 1}, {60, 7}, {20000, 3}, {30, 33}, {24, 261}};
+    for (const auto& size : sizes)
+        for (bool inertias : {false, true})
+        {
+            SCOPED_TRACE(std::to_string(size.points) + " points, " + std::to_string(size.modes) + " modes");
+            const Assembly body = random_assembly(size.points, size.modes, 5u, inertias);
+            ZELDATA* db = database_of(body);
+            for (int number : kNumbers)
+            {
+                SCOPED_TRACE(number);
+                expect_near(library_invariant(db, number), defined_invariant(body, number), 1e-12);
+            }
+            expect_symmetries(db);
+            ZEL_UnLink(db);
+        }
+}
+
+// Whole numbers, of which no plain sum is rounded, with masses of both signs. Only the Gram matrix behind invariants 5 and 9
+// takes roots of the masses.
+TEST_F(InvariantsOf, WholeNumbersAreExact)
+{
+    Assembly body = random_assembly(50, 4, 9u, false);
+    for (Point& point : body.points)
+    {
+        point.mass = std::floor(10.0 * point.mass);
+        for (double& x : point.s)
+            x = std::floor(10.0 * x);
+    }
+    for (auto& mode : body.modes)
+        for (auto& values : mode)
+            for (double& value : values)
+                value = std::floor(10.0 * value);
+    ZELDATA* db = database_of(body);
+    for (int number : kNumbers)
+        if (number == 5 || number == 9)
+            expect_near(library_invariant(db, number), defined_invariant(body, number), 1e-14);
+        else
+            EXPECT_EQ(library_invariant(db, number), defined_invariant(body, number)) << number;
+}
+
+// ---- Laws -----------------------------------------------------------------------------------------------------------
+
+TEST_F(InvariantsOf, RigidModesReproduceTheWholeBody)
+{
+    Assembly body = random_assembly(40, 0, 3u, true);
+    body.add_rigid_modes();
+    ZELDATA* db = database_of(body);
+    const double mass = ZEL_Invar1(db);
+    const std::vector<double> c = library_invariant(db, 2), j = library_invariant(db, 7);
+    const std::vector<double> momentum = {mass,  0, 0,    0, c[2], -c[1], 0,    mass,  0, //
+                                          -c[2], 0, c[0], 0, 0,    mass,  c[1], -c[0], 0};
+    const std::vector<double> angular = {0,    -c[2], c[1], j[0],  j[1], j[2], c[2], 0,    -c[0], //
+                                         j[3], j[4],  j[5], -c[1], c[0], 0,    j[6], j[7], j[8]};
+    expect_near(library_invariant(db, 3), momentum, 1e-13);
+    expect_near(library_invariant(db, 4), angular, 1e-13);
+}
+
+static Vec rotated(const double r[9], const double* v)
+{
+    return {r[0] * v[0] + r[1] * v[1] + r[2] * v[2], r[3] * v[0] + r[4] * v[1] + r[5] * v[2],
+            r[6] * v[0] + r[7] * v[1] + r[8] * v[2]};
+}
+
+// R a R^T of every 3x3 in `values`, or R a of every vector, whose components stand `stride` apart.
+static std::vector<double> rotated_all(const double r[9], std::vector<double> values, bool tensors, size_t stride)
+{
+    for (size_t first = 0; tensors && first < values.size(); first += 9)
+        for (int twice = 0; twice < 2; ++twice) // R a, transposed; twice
+        {
+            std::array<double, 9> result;
+            for (size_t column = 0; column < 3; ++column)
+            {
+                const double v[3] = {values[first + column], values[first + 3 + column], values[first + 6 + column]};
+                const Vec turned = rotated(r, v);
+                std::copy(turned.begin(), turned.end(), result.begin() + long(3 * column));
+            }
+            std::copy(result.begin(), result.end(), values.begin() + long(first));
+        }
+    for (size_t first = 0; !tensors && first < values.size(); first += 3 * stride)
+        for (size_t k = first; k < first + stride; ++k)
+        {
+            const double v[3] = {values[k], values[k + stride], values[k + 2 * stride]};
+            const Vec turned = rotated(r, v);
+            for (size_t axis = 0; axis < 3; ++axis)
+                values[k + axis * stride] = turned[axis];
+        }
+    return values;
+}
+
+TEST_F(InvariantsOf, ARotatedBodyTurnWithIt)
+{
+    const double c = 0.8, s = 0.6, r[9] = {c, -s, 0, s * c, c * c, -s, s * s, s * c, c}; // about z, then about x
+    const Assembly body = random_assembly(30, 4, 17u, false);
+    Assembly turned = body;
+    for (Point& point : turned.points)
+        point.s = rotated(r, point.s.data());
+    for (auto& mode : turned.modes)
+        for (auto& values : mode)
+            for (int part : {0, 3})
+            {
+                const Vec v = rotated(r, values.data() + part);
+                std::copy(v.begin(), v.end(), values.begin() + part);
+            }
+    ZELDATA *before = database_of(body), *after = database_of(turned);
+    for (int number : {2, 3, 4, 5, 7, 8, 9})
+    {
+        SCOPED_TRACE(number);
+        const bool tensors = number >= 7;
+        expect_near(library_invariant(after, number),
+                    rotated_all(r, library_invariant(before, number), tensors, number == 2 ? 1 : 4), 1e-13);
+    }
+}
+
+// Takes the values as the caller's own, which a change must transform instead of summing anew.
+static void fix_values(ZELDATA* db)
+{
+    ASSERT_TRUE(zel::fill_invariants(db, zel::InvariantSet::all));
+    for (int number : kNumbers)
+        db->invar_origin[number] = zel::kGiven;
+}
+
+TEST_F(InvariantsOf, AShiftedOriginAreThoseOfMovedNodes)
+{
+    const double origin[3] = {0.5, -2.0, 4.0};
+    const Assembly body = random_assembly(40, 3, 23u, true);
+    Assembly moved = body;
+    for (Point& point : moved.points)
+        for (size_t axis = 0; axis < 3; ++axis)
+            point.s[axis] -= origin[axis];
+    for (bool given : {true, false})
+    {
+        ZELDATA* db = database_of(body);
+        fix_values(db);
+        if (!given)
+            for (int number : kNumbers)
+                db->invar_origin[number] = zel::kComputed;
+        ASSERT_EQ(zel::shift_invariant_origin(db, origin), 1);
+        EXPECT_EQ(db->invar8 != nullptr, given) << "what can be summed anew is dropped";
+        if (!given)
+            for (int node = 0; node < db->node_count; ++node)
+                ZEL_SetNodeCoordinates(db, node + 1, moved.points[size_t(node)].s[0], moved.points[size_t(node)].s[1],
+                                       moved.points[size_t(node)].s[2]);
+        for (int number : kNumbers)
+            expect_near(library_invariant(db, number), defined_invariant(moved, number), 1e-12);
+        ZEL_UnLink(db);
+    }
+}
+
+TEST_F(InvariantsOf, CombinedModesAreThoseOfTheNewModes)
+{
+    const Assembly body = random_assembly(40, 3, 29u, true);
+    const double basis[2][3] = {{1.0, -0.5, 2.0}, {0.25, 3.0, 0.0}}; // new modes as combinations of the old ones
+    Assembly combined = body;
+    combined.modes.clear();
+    for (const double* row : basis)
+    {
+        combined.add_mode();
+        for (size_t p = 0; p < body.points.size(); ++p)
+            for (size_t k = 0; k < 3; ++k)
+                for (size_t d = 0; d < 6; ++d)
+                    combined.modes.back()[p][d] += row[k] * body.modes[k][p][d];
+    }
+    ZELDATA* db = database_of(body);
+    fix_values(db);
+    ASSERT_EQ(zel::change_invariant_basis(db, basis[0], 2), 1);
+    db->mode_count = 2;
+    for (int number : kNumbers)
+        expect_near(library_invariant(db, number), defined_invariant(combined, number), 1e-12);
+    db->invar_origin[3] = zel::kComputed;
+    ASSERT_EQ(zel::change_invariant_basis(db, basis[0], 2), 1);
+    EXPECT_EQ(db->invar3, nullptr) << "the sum over the new modes will take its place";
+    EXPECT_NE(db->invar4, nullptr);
+}
+
+TEST_F(InvariantsOf, ABodyInOtherUnitsAreScaled)
+{
+    const Assembly body = random_assembly(30, 3, 31u, true);
+    for (bool sum_before : {true, false})
+    {
+        ZELDATA* db = database_of(body);
+        ASSERT_EQ(ZEL_SetUnits(db, "kg", "m", "s", "N"), 1);
+        if (sum_before)
+        {
+            ASSERT_EQ(zel::fill_invariants(db, zel::InvariantSet::all), 1);
+        }
+        ASSERT_EQ(ZEL_SetUnits(db, "gram", "mm", "s", "N"), 1);
+        for (int number : kNumbers)
+        {
+            const double factor = number == 1 ? 1e3 : number <= 3 ? 1e6 : 1e9;
+            std::vector<double> expected = defined_invariant(body, number);
+            for (double& value : expected)
+                value *= factor;
+            expect_near(library_invariant(db, number), expected, 1e-12);
+        }
+        ZEL_UnLink(db);
+    }
+}
+
+// ---- Where values come from -----------------------------------------------------------------------------------------
+
+// The sample file's body as an assembly: the nodes that its mode shapes cover, with their masses.
+static Assembly sample_assembly()
+{
+    Assembly body;
+    for (int id : sample::shape_node_ids)
+        body.points.push_back(
+            {sample::mass(id), {sample::coordinate(id, 0), sample::coordinate(id, 1), sample::coordinate(id, 2)}, {}});
+    for (int number : sample::mode_numbers)
+    {
+        body.add_mode();
+        for (size_t p = 0; p < body.points.size(); ++p)
+            for (int d = 0; d < 6; ++d)
+                body.modes.back()[p][size_t(d)] = sample::mode_value(0, number, sample::shape_node_ids[p], d);
+    }
+    return body;
+}
+
+static ZELDATA* opened(const TemporaryFolder& folder, const SampleFile& file)
+{
+    write_bytes(folder.path("body.zel"), file.bytes());
+    return ZEL_CreateFromZEL(folder.path("body.zel").c_str());
+}
+
+// Summed over the file's mode shapes, stored as blocks and read again, in current units.
+TEST_F(InvariantsOf, AFileAreSummedAndReadInEveryEncoding)
+{
+    for (const FileFormat& format : all_formats())
+    {
+        if (format.version < 60)
+            continue;
+        SCOPED_TRACE(format.name());
+        const Assembly body = sample_assembly();
+        SampleFile file = sample_file(format);
+        FileBuilder masses = file.build();
+        masses.integer(int64_t(body.points.size())).integer(1);
+        for (int id : sample::shape_node_ids)
+            masses.integer(id).real(sample::mass(id));
+        file.blocks[zel::kBlockMasses] = masses.bytes;
+        file.blocks.erase(zel::kBlockInertias);
+        for (const zel::Invariant& row : zel::kInvariants)
+            file.blocks.erase(row.block);
+        const TemporaryFolder folder;
+        ZELDATA* db = opened(folder, file);
+        ASSERT_NE(db, nullptr);
+        std::map<int, std::vector<double>> stored;
+        for (const zel::Invariant& row : zel::kInvariants)
+        {
+            FileBuilder block = file.build();
+            const std::vector<double> values = library_invariant(db, row.number);
+            // The sample's shapes are nearly parallel: their cross products are ten thousand times smaller than they are.
+            expect_near(values, defined_invariant(body, row.number), row.number == 5 ? 1e-11 : 1e-12);
+            if (row.modal)
+                block.integer(body.mode_count());
+            file.blocks[row.block] = block.reals(values).bytes;
+            stored[row.number] = values;
+        }
+        ZEL_UnLink(db);
+
+        file.blocks.erase(zel::kBlockMasses); // now the blocks are all that is known
+        db = opened(folder, file);
+        ASSERT_NE(db, nullptr);
+        EXPECT_TRUE(zel::mass_data_suffices(db, zel::InvariantSet::all));
+        ASSERT_EQ(ZEL_SetUnits(db, "GRAM", "MILLIMETER", "SECOND", "NEWTON"), 1);
+        zel::RigidInvariants rigid = {};
+        ASSERT_EQ(zel::rigid_invariants(db, rigid), 1);
+        EXPECT_EQ(db->invar7, nullptr);
+        EXPECT_EQ(std::vector<double>(rigid.tensor, rigid.tensor + 9), library_invariant(db, 7));
+        EXPECT_NE(db->base_scale[0] * db->base_scale[1], 1.0);
+        for (const zel::Invariant& row : zel::kInvariants)
+        {
+            std::vector<double> expected = stored[row.number];
+            for (double& value : expected)
+                value *= db->base_scale[0] * std::pow(db->base_scale[1], row.lengths);
+            expect_near(library_invariant(db, row.number), expected, format.single ? 1e-7 : 1e-12);
+        }
+        db->file_flags[zel::flag_position(zel::kBlockInvar9)] = 0;
+        zel::drop_invariant(db, 9);
+        EXPECT_FALSE(zel::mass_data_suffices(db, zel::InvariantSet::all));
+        EXPECT_TRUE(zel::mass_data_suffices(db, zel::InvariantSet::fast));
+        ZEL_UnLink(db);
+    }
+}
+
+TEST_F(InvariantsOf, ABlockForAnotherModeCountKeepWhatIsCommon)
+{
+    for (int file_modes : {2, 4})
+    {
+        SampleFile file = sample_file(format_of_version(60));
+        std::vector<double> five;
+        for (int k = 0; k < 3 * file_modes * file_modes; ++k)
+            five.push_back(k + 1);
+        std::vector<double> nine;
+        for (int k = 0; k < 9 * file_modes * file_modes; ++k)
+            nine.push_back(k + 1);
+        file.blocks[zel::kBlockInvar5] = file.build().integer(file_modes).reals(five).bytes;
+        file.blocks[zel::kBlockInvar9] = file.build().integer(file_modes).reals(nine).bytes;
+        const TemporaryFolder folder;
+        ZELDATA* db = opened(folder, file);
+        ASSERT_NE(db, nullptr);
+        EXPECT_EQ(errors_of([&] { std::free(ZEL_Invar5(db, 0)); }).rfind("ERROR:  nm!=ModeCount at line ", 0), 0u);
+        errors_of([&] { std::free(ZEL_Invar9(db, 0, 0)); });
+        const std::vector<double> read_five = library_invariant(db, 5), read_nine = library_invariant(db, 9);
+        for (int i = 0; i < 3; ++i)
+            for (int j = 0; j < 3; ++j)
+            {
+                const bool common = i < file_modes && j < file_modes;
+                for (int c = 0; c < 3; ++c)
+                    EXPECT_EQ(read_five[size_t((3 * i + c) * 3 + j)],
+                              common ? five[size_t((3 * i + c) * file_modes + j)] : 0.0);
+                for (int k = 0; k < 9; ++k)
+                    EXPECT_EQ(read_nine[size_t((3 * i + j) * 9 + k)],
+                              common ? nine[size_t((file_modes * i + j) * 9 + k)] : 0.0);
+            }
+        ZEL_UnLink(db);
+    }
+}
+
+TEST_F(InvariantsOf, ABodyWithoutNodalMassesFollowFromItsGlobalMass)
+{
+    ZELDATA* db = database_of({});
+    const double center[3] = {1, 0, 0}, inertia[9] = {4, 1, 2, 1, 5, 3, 2, 3, 6};
+    errors_of([&] { EXPECT_EQ(ZEL_SetGlobalMass(db, 2.0, center, inertia), 1); });
+    EXPECT_EQ(ZEL_Invar1(db), 2.0);
+    EXPECT_EQ(library_invariant(db, 2), (std::vector<double>{2, 0, 0}));
+    EXPECT_EQ(library_invariant(db, 7), (std::vector<double>{4, -1, -2, -1, 5, -3, -2, -3, 6}));
+    EXPECT_EQ(ZEL_CalculateGlobalMassFromNodeMass(db), 1);
+    EXPECT_EQ(std::vector<double>(db->inertia_tensor, db->inertia_tensor + 9),
+              std::vector<double>(inertia, inertia + 9));
+    EXPECT_EQ(db->center_of_mass[0], 1.0);
+    EXPECT_TRUE(zel::mass_data_suffices(db, zel::InvariantSet::rigid));
+    EXPECT_FALSE(zel::mass_data_suffices(db, zel::InvariantSet::fast));
+}
+
+TEST_F(InvariantsOf, ABodyWithoutModesAreThoseOfTheRigidOne)
+{
+    ZELDATA* db = ZEL_Create(1, 1);
+    ZEL_SetNodeCoordinates(db, 9, 1, 0, 0);
+    ZEL_SetNodalMass(db, 9, 2.5);
+    EXPECT_EQ(library_invariant(db, 7), (std::vector<double>{0, 0, 0, 0, 2.5, 0, 0, 0, 2.5}));
+    for (double* none :
+         {ZEL_Invar3(db), ZEL_Invar4(db), ZEL_Invar5(db, 0), ZEL_Invar6(db), ZEL_Invar8(db, 0), ZEL_Invar9(db, 0, 0)})
+        EXPECT_EQ(none, nullptr);
+    EXPECT_EQ(zel::fill_invariants(db, zel::InvariantSet::all), 1);
+    EXPECT_EQ(errors_of([] { EXPECT_EQ(ZEL_Invar2(nullptr), nullptr); }), "");
+    EXPECT_EQ(ZEL_Invar1(nullptr), 0.0);
+}
+
+// A part of a sum would be worse than none: it would look like a body.
+TEST_F(InvariantsOf, ShapesThatMissAMassAreZero)
+{
+    const Assembly body = random_assembly(9, 2, 37u, true);
+    ZELDATA* db = database_of(body);
+    EXPECT_TRUE(zel::mass_data_suffices(db, zel::InvariantSet::all));
+    db->mode_node_count[0] = 8; // as in a file whose shapes are of fewer nodes
+    for (int number : {3, 4, 5, 8, 9})
+        EXPECT_EQ(largest(library_invariant(db, number)), 0.0) << number;
+    expect_near(library_invariant(db, 7), defined_invariant(body, 7), 1e-13);
+    EXPECT_EQ(ZEL_SetNodalMass(db, 9, 0.0), 1);
+    EXPECT_GT(largest(library_invariant(db, 3)), 0.0) << "the ninth node has neither mass nor inertia";
+}
+
+// A node beyond the room of the mode records has no shape, though the table has it among the first ones.
+TEST_F(InvariantsOf, ANodeBeyondTheRecordsAreZero)
+{
+    ZELDATA* db = ZEL_Create(1, 1);
+    ZEL_SetNodalMass(db, 1, 1.0);
+    ZEL_SetMode(db, 1, 1, 0, 1, 0, 0, 0, 0, 0);
+    ZEL_SetNodalMass(db, 2, 1.0);
+    EXPECT_EQ(errors_of([&] { ZEL_SetMode(db, 1, 2, 0, 1, 0, 0, 0, 0, 0); }).rfind("ERROR:  Insufficient room", 0), 0u);
+    EXPECT_EQ(library_invariant(db, 1)[0], 2.0);
+    EXPECT_EQ(library_invariant(db, 3), (std::vector<double>{0, 0, 0}));
+}
+
+TEST_F(InvariantsOf, AChangedBodyAreSummedAnewUnlessGiven)
+{
+    Assembly body = random_assembly(9, 2, 41u, false);
+    ZELDATA* db = database_of(body);
+    for (int number : kNumbers)
+        library_invariant(db, number);
+    db->invar_origin[8] = zel::kGiven;
+    const std::vector<double> given = library_invariant(db, 8);
+    body.points[4].mass = 7.0;
+    ASSERT_EQ(ZEL_SetNodalMass(db, 5, 7.0), 1);
+    for (int number : {1, 2, 3, 4, 5, 7, 9})
+        expect_near(library_invariant(db, number), defined_invariant(body, number), 1e-12);
+    EXPECT_EQ(library_invariant(db, 8), given);
+}
+
+TEST_F(InvariantsOf, AnUnreadableModeCountItAsZero)
+{
+    zel::refuse_mapping = true;
+    Assembly body = random_assembly(20000, 3, 43u, true);
+    ZELDATA* db = database_of(body);
+    zel::refuse_mapping = false;
+    // The second half of the middle record lies beyond the end of its file, so that the first block of nodes is read.
+    db->mode_positions[0][1] = db->mode_positions[0][2] + 24 * 20000;
+    body.modes[1].assign(body.points.size(), {});
+    for (int number : kNumbers)
+        expect_near(library_invariant(db, number), defined_invariant(body, number), 1e-12);
+}
+
+TEST_F(InvariantsOf, ABodyAreSummedInOnePassOverItsModes)
+{
+    ZELDATA* db = database_of(random_assembly(20, 5, 47u, true));
+    const int64_t before = zel::mode_reads;
+    ASSERT_EQ(zel::fill_invariants(db, zel::InvariantSet::all), 1);
+    EXPECT_EQ(zel::mode_reads - before, 5);
+    for (int number : kNumbers)
+        library_invariant(db, number);
+    EXPECT_EQ(zel::mode_reads - before, 5);
+}
+
+TEST_F(InvariantsOf, FailingMemoryLeaveNoHalfFilledSlot)
+{
+    const Assembly body = random_assembly(9, 2, 53u, true);
+    ZELDATA* db = database_of(body);
+    for (int failing = 0;; ++failing)
+    {
+        for (int number : kNumbers)
+            zel::drop_invariant(db, number);
+        int filled = 0;
+        const std::string said = errors_of([&] {
+            zel::failing_allocation = failing;
+            filled = zel::fill_invariants(db, zel::InvariantSet::all);
+        });
+        const bool failed = zel::failing_allocation < 0;
+        zel::failing_allocation = -1;
+        EXPECT_EQ(filled, failed ? 0 : 1);
+        EXPECT_EQ(said.rfind("ERROR:  Failed to allocate memory at line ", 0), failed ? 0u : std::string::npos);
+        for (int number : kNumbers)
+            expect_near(library_invariant(db, number), defined_invariant(body, number), 1e-12);
+        if (!failed)
+            break;
+    }
+}

@@ -1,0 +1,397 @@
+// Projection of modal loads and damping onto the principal rigid-body coordinates.
+#include "assembly.h"
+#include "base/memory.h"
+#include "fixtures.h"
+
+#include <cmath>
+#include <random>
+
+namespace
+{
+using Rates = std::array<double, 6>; // translation, rotation
+
+// A free body whose first six modes are rigid motions made orthogonal over its masses, scaled to generalized masses 1, 2,
+// 3, ..., followed by flexible modes; with what the test needs to know of it.
+struct FreeBody
+{
+    Assembly assembly;
+    std::vector<Rates> motion; // of each rigid mode for a unit of it
+    ZELDATA* db;
+};
+
+double mass_product(const Assembly& body, const std::vector<std::array<double, 6>>& a,
+                    const std::vector<std::array<double, 6>>& b)
+{
+    double sum = 0.0;
+    for (size_t p = 0; p < body.points.size(); ++p)
+        for (size_t axis = 0; axis < 3; ++axis)
+            sum += body.points[p].mass * a[p][axis] * b[p][axis];
+    return sum;
+}
+
+// Gram and Schmidt over the masses. `combined` follows along.
+void make_orthogonal(Assembly& body, std::vector<Rates>& combined)
+{
+    for (size_t i = 0; i < 6; ++i)
+        for (int twice = 0; twice < 2; ++twice)
+            for (size_t k = 0; k < i; ++k)
+            {
+                const double factor =
+                    mass_product(body, body.modes[i], body.modes[k]) / mass_product(body, body.modes[k], body.modes[k]);
+                for (size_t p = 0; p < body.points.size(); ++p)
+                    for (size_t d = 0; d < 6; ++d)
+                        body.modes[i][p][d] -= factor * body.modes[k][p][d];
+                for (size_t d = 0; d < 6; ++d)
+                    combined[i][d] -= factor * combined[k][d];
+            }
+    for (size_t i = 0; i < 6; ++i)
+    {
+        const double scale = std::sqrt(double(i + 1) / mass_product(body, body.modes[i], body.modes[i]));
+        for (auto& values : body.modes[i])
+            for (double& value : values)
+                value *= scale;
+        for (double& value : combined[i])
+            value *= scale;
+    }
+}
+
+FreeBody free_body(int flexible_modes)
+{
+    FreeBody body;
+    body.assembly = random_assembly(25, 0, 61u, false);
+    for (Point& point : body.assembly.points)
+        point.mass = std::fabs(point.mass);
+    body.assembly.add_rigid_modes();
+    for (size_t i = 0; i < 6; ++i)
+    {
+        body.motion.push_back({});
+        body.motion[i][i] = 1.0;
+    }
+    make_orthogonal(body.assembly, body.motion);
+    const Assembly other = random_assembly(25, flexible_modes, 67u, false);
+    body.assembly.modes.insert(body.assembly.modes.end(), other.modes.begin(), other.modes.end());
+    body.db = database_of(body.assembly);
+    for (int mode = 0; mode < 6 + flexible_modes; ++mode)
+    {
+        EXPECT_EQ(ZEL_SetGeneralizedMass(body.db, 101 + mode, 101 + mode, mode < 6 ? mode + 1.0 : 1.0), 1);
+        EXPECT_EQ(ZEL_SetGeneralizedStiffness(body.db, 101 + mode, 101 + mode, mode < 6 ? 0.0 : 1e6), 1);
+    }
+    return body;
+}
+
+// Nodal forces of a load, and what they amount to.
+struct NodalForces
+{
+    std::vector<Vec> force;
+    Rates resultant = {};
+};
+
+NodalForces random_forces(const Assembly& body, unsigned seed)
+{
+    std::mt19937 generator(seed);
+    std::uniform_real_distribution<double> uniform(-1.0, 1.0);
+    NodalForces load;
+    for (const Point& point : body.points)
+    {
+        const Vec f = {uniform(generator), uniform(generator), uniform(generator)};
+        load.force.push_back(f);
+        for (size_t axis = 0; axis < 3; ++axis)
+        {
+            const size_t next = (axis + 1) % 3, last = (axis + 2) % 3;
+            load.resultant[axis] += f[axis];
+            load.resultant[3 + axis] += point.s[next] * f[last] - point.s[last] * f[next];
+        }
+    }
+    return load;
+}
+
+double modal_force(const Assembly& body, const NodalForces& load, int mode)
+{
+    double sum = 0.0;
+    for (size_t p = 0; p < body.points.size(); ++p)
+        for (size_t axis = 0; axis < 3; ++axis)
+            sum += load.force[p][axis] * body.modes[size_t(mode)][p][axis];
+    return sum;
+}
+
+std::vector<double> load_of(ZELDATA* db, int load_case)
+{
+    int count = 0;
+    double* values = ZEL_GetModalLoad(db, load_case, &count);
+    std::vector<double> load(values, values + count);
+    std::free(values);
+    return load;
+}
+
+constexpr const char* kNoNodalMasses = "VXR_MFORCE_NO_FEA_MASS";
+
+class RigidBody : public ZelTest
+{};
+} // namespace
+
+TEST_F(RigidBody, ModesAreCountedByFrequency)
+{
+    const struct
+    {
+        std::vector<double> hertz;
+        int rigid;
+    } cases[] = {{{0, 0, 0, 0, 0, 0, 25}, 6}, {{1, 2, 3}, 0},      {{0.05, 9, 11}, 2},
+                 {{0.2, 1, 10001}, 2},        {{0, 0, 0}, 0},      {{0.05}, 0},
+                 {{0, 1e-9, 3}, 1},           {{0.05, 10, 10}, 0}, {{1, -20000, 1}, 1}};
+    for (const auto& body : cases)
+    {
+        ZELDATA* db = ZEL_Create(1, int(body.hertz.size()));
+        db->eigenvalues = zel::allocate<ZELEIGEN>(int64_t(body.hertz.size()) + 1);
+        db->eigenvalue_count = int(body.hertz.size());
+        for (size_t mode = 0; mode < body.hertz.size(); ++mode)
+        {
+            ZEL_AddMode(db, int(mode) + 1);
+            db->eigenvalues[mode].value[2] = body.hertz[mode];
+        }
+        EXPECT_EQ(ZEL_RigidBodyModeCount(db), body.rigid);
+    }
+}
+
+TEST_F(RigidBody, LoadsBecomeTheResultantOfTheirForces)
+{
+    for (const char* variable : {static_cast<const char*>(nullptr), ""})
+    {
+        const Environment choice(kNoNodalMasses, variable);
+        const FreeBody body = free_body(3);
+        ASSERT_EQ(ZEL_RigidBodyModeCount(body.db), 6);
+        const NodalForces loads[] = {random_forces(body.assembly, 71u), random_forces(body.assembly, 73u)};
+        for (int load_case = 0; load_case < 2; ++load_case)
+            for (int mode = 0; mode < 9; ++mode)
+                ZEL_SetModalLoad(body.db, load_case, 101 + mode, modal_force(body.assembly, loads[load_case], mode));
+        for (int again = 0; again < 2; ++again) // once for each load
+        {
+            EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_RigidModes2KORAL(body.db), 1); }), "");
+            for (int load_case = 0; load_case < 2; ++load_case)
+            {
+                std::vector<double> expected(loads[load_case].resultant.begin(), loads[load_case].resultant.end());
+                for (int mode = 6; mode < 9; ++mode)
+                    expected.push_back(modal_force(body.assembly, loads[load_case], mode));
+                expect_near(load_of(body.db, load_case), expected, 1e-12);
+                EXPECT_EQ(ZEL_ModalLoadProcessed(body.db, load_case), 1);
+            }
+        }
+    }
+}
+
+TEST_F(RigidBody, PreloadsWarnOfTheirResultant)
+{
+    const FreeBody body = free_body(1);
+    NodalForces balanced = random_forces(body.assembly, 79u);
+    balanced.force.assign(balanced.force.size(), {});
+    balanced.force[0] = {1, 0, 0};
+    balanced.force[1] = {-1, 0, 0};
+    for (int mode = 0; mode < 7; ++mode)
+        ZEL_SetModalPreload(body.db, 101 + mode, modal_force(body.assembly, balanced, mode));
+    const std::string warning = "WARNING:  ZEL contains a preload with a rigid body component which is being ignored\n";
+    EXPECT_EQ(errors_of([&] { ZEL_RigidBodyForcesOnPrincipalAxes(body.db); }), warning + warning)
+        << "a couple in x has moments about y and z";
+    EXPECT_EQ(body.db->modal_preload[0], 0.0) << "forces below 1e-10 are none";
+    EXPECT_EQ(body.db->principal_axes_done, 1);
+}
+
+TEST_F(RigidBody, LoadsOfBodiesWithFewRigidModes)
+{
+    const std::string warning = "WARNING:  ZEL only contains %d rigid body modes.\n"
+                                "WARNING:    The resultant load vector will be mishandled.\nWARNING:  \n";
+    // Frequencies far apart: one rigid mode; all high: none.
+    for (int rigid : {0, 1})
+    {
+        Assembly assembly = random_assembly(5, 0, 83u, false);
+        assembly.add_rigid_modes();
+        assembly.modes.resize(4);
+        ZELDATA* db = database_of(assembly);
+        for (int mode = 0; mode < 4; ++mode)
+        {
+            ZEL_SetGeneralizedMass(db, 101 + mode, 101 + mode, 2.0);
+            ZEL_SetGeneralizedStiffness(db, 101 + mode, 101 + mode, mode < rigid ? 0.0 : 1e6);
+            ZEL_SetModalLoad(db, 0, 101 + mode, 1.0 + mode);
+        }
+        std::string expected = warning;
+        expected.replace(expected.find("%d"), 2, std::to_string(rigid));
+        EXPECT_EQ(errors_of([&] { ZEL_RigidBodyForcesOnPrincipalAxes(db); }), expected);
+        EXPECT_EQ(ZEL_ModalLoadProcessed(db, 0), 1);
+        const double half = ZEL_Invar1(db) / 2.0;
+        if (rigid == 0)
+            EXPECT_EQ(load_of(db, 0), (std::vector<double>{1, 2, 3, 4}));
+        else // a translation along x: of its moments the vector has room for that about x
+            expect_near(load_of(db, 0), {half, 0, 0, 0}, 1e-12);
+    }
+}
+
+// y' C' y is the power for principal rates y, as it is for the modal rates that make the same motion.
+TEST_F(RigidBody, DampingKeepsItsPower)
+{
+    const FreeBody body = free_body(2);
+    std::mt19937 generator(89u);
+    std::uniform_real_distribution<double> uniform(-1.0, 1.0);
+    for (int row = 0; row < 8; ++row)
+        for (int column = 0; column < 8; ++column)
+            ZEL_SetGeneralizedDamping(body.db, 101 + row, 101 + column, uniform(generator));
+    std::vector<double> before(64), after(64);
+    ASSERT_EQ(ZEL_GenDampFull(body.db, before.data(), 8), 1);
+    ASSERT_EQ(ZEL_DampingOnPrincipalAxes(body.db), 1);
+    ASSERT_EQ(ZEL_GenDampFull(body.db, after.data(), 8), 1);
+    EXPECT_EQ(body.db->damping_projected, 1);
+    const auto power = [](const std::vector<double>& damping, const std::vector<double>& a,
+                          const std::vector<double>& b) {
+        double sum = 0.0;
+        for (size_t i = 0; i < 64; ++i)
+            sum += a[i / 8] * damping[i] * b[i % 8];
+        return sum;
+    };
+    for (int trial = 0; trial < 20; ++trial)
+    {
+        std::vector<double> modal[2], principal[2];
+        for (int side = 0; side < 2; ++side)
+        {
+            for (int k = 0; k < 8; ++k)
+                modal[side].push_back(uniform(generator));
+            principal[side] = modal[side];
+            for (size_t d = 0; d < 6; ++d)
+            {
+                principal[side][d] = 0.0;
+                for (size_t k = 0; k < 6; ++k)
+                    principal[side][d] += body.motion[k][d] * modal[side][k];
+            }
+        }
+        EXPECT_NEAR(power(after, principal[0], principal[1]), power(before, modal[0], modal[1]), 1e-10);
+    }
+    ASSERT_EQ(ZEL_DampingOnPrincipalAxes(body.db), 1);
+    std::vector<double> again(64);
+    ASSERT_EQ(ZEL_GenDampFull(body.db, again.data(), 8), 1);
+    EXPECT_EQ(again, after) << "once is enough";
+}
+
+TEST_F(RigidBody, DampingStaysWhenTheModesAreNoRigidMotions)
+{
+    const FreeBody body = free_body(1);
+    ZEL_SetGeneralizedDamping(body.db, 101, 103, 2.5);
+    const double zeros[6] = {};
+    for (int node = 1; node <= 25; ++node) // two equal modes, then none at all
+        ZEL_SetModeVec(body.db, 102, node, 0, body.assembly.modes[0][size_t(node - 1)].data());
+    for (int singular = 0; singular < 2; ++singular)
+    {
+        EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_DampingOnPrincipalAxes(body.db), 0); }),
+                  "ERROR:  LU Decomposition failed.\nERROR:  \n");
+        EXPECT_EQ(body.db->damping.count, 1);
+        EXPECT_EQ(body.db->damping.entries[0].value, 2.5);
+        EXPECT_EQ(body.db->damping_projected, 0);
+        for (int mode = 0; mode < 6; ++mode)
+            for (int node = 1; node <= 25; ++node)
+                ZEL_SetModeVec(body.db, 101 + mode, node, 0, zeros);
+    }
+    errors_of([&] { EXPECT_EQ(ZEL_RigidModes2KORAL(body.db), 1); });
+    EXPECT_EQ(errors_of([] { EXPECT_EQ(ZEL_RigidModes2KORAL(nullptr), 0); }),
+              "ERROR:  The database has not been initialized.\n");
+}
+
+TEST_F(RigidBody, FailingMemoryLeavesLoadsAndDamping)
+{
+    for (int failing = 0;; ++failing)
+    {
+        const FreeBody body = free_body(1);
+        for (int mode = 0; mode < 7; ++mode)
+            ZEL_SetModalLoad(body.db, 0, 101 + mode, 1.0 + mode);
+        ZEL_SetGeneralizedDamping(body.db, 101, 102, 2.5);
+        errors_of([&] {
+            zel::failing_allocation = failing;
+            ZEL_RigidModes2KORAL(body.db);
+        });
+        const bool failed = zel::failing_allocation < 0;
+        zel::failing_allocation = -1;
+        const std::vector<double> untouched = {1, 2, 3, 4, 5, 6, 7};
+        EXPECT_TRUE(ZEL_ModalLoadProcessed(body.db, 0) || load_of(body.db, 0) == untouched);
+        EXPECT_TRUE(body.db->damping_projected || body.db->damping.count == 1);
+        ZEL_UnLink(body.db);
+        if (!failed)
+            break;
+    }
+}
+
+// What is a force in a projected vector stays one whatever the rigid-body modes and the unit of time look like later on.
+TEST_F(RigidBody, ProjectedForcesScaleAsForcesInEveryUnitOfTime)
+{
+    const TemporaryFolder folder;
+    for (bool through_file : {false, true})
+    {
+        FreeBody body = free_body(2);
+        ZELDATA* db = body.db;
+        ZEL_SetUnits(db, "kg", "mm", "s", "kN");
+        for (int mode = 0; mode < 8; ++mode) // rigid modes of 0.05 Hz that the unit of the millisecond hides
+            db->stiffness.entries[mode].value = mode < 6 ? 0.0987 * (mode + 1) : 1e6;
+        for (int mode = 101; mode <= 108; ++mode)
+        {
+            ZEL_SetModalLoad(db, 0, mode, mode - 97.0);
+            ZEL_SetModalPreload(db, mode, 2.0);
+        }
+        std::strcpy(db->units.force, "NEWTON"),
+            std::strcpy(db->units.length, "METER"); // consistent: frequencies in hertz
+        errors_of([&] { ZEL_RigidBodyForcesOnPrincipalAxes(db); });
+        ASSERT_TRUE(db->load_cases[0].processed && db->principal_axes_done);
+        ASSERT_TRUE(ZEL_SetUnits(db, "kg", "m", "ms", "N"));
+        if (through_file)
+        {
+            const Environment options("VXR_ZELWRITE_OPTIONS", "no_ortho");
+            output_of([&] { ASSERT_EQ(ZEL_write_ZEL(db, folder.path("ms.zel").c_str()), 1); });
+            db = ZEL_CreateFromZEL(folder.path("ms.zel").c_str());
+            ASSERT_TRUE(db);
+        }
+        const std::vector<double> load(db->load_cases[0].values, db->load_cases[0].values + 8);
+        const std::vector<double> preload(db->modal_preload, db->modal_preload + 8);
+        ASSERT_TRUE(ZEL_SetUnits(db, "kg", "mm", "ms", "kN"));
+        for (size_t i = 0; i < 8; ++i)
+        {
+            const double factor = i < 3 ? 1e-3 : 1.0; // newton to kilonewton; newton metre to kilonewton millimetre
+            EXPECT_NEAR(db->load_cases[0].values[i], load[i] * factor, 1e-12 * std::fabs(load[i]));
+            EXPECT_NEAR(db->modal_preload[i], preload[i] * factor, 1e-12 * std::fabs(preload[i]));
+        }
+        ZEL_Terminate();
+    }
+}
+
+TEST_F(RigidBody, LoadsOfABodyWithoutMassStay)
+{
+    ZELDATA* db = ZEL_Create(0, 8);
+    for (int mode = 1; mode <= 8; ++mode)
+    {
+        ZEL_SetGeneralizedStiffness(db, mode, mode, mode <= 6 ? 0.0 : 1e6);
+        ZEL_SetModalLoad(db, 0, mode, mode);
+    }
+    const std::string warnings = errors_of([&] { ZEL_RigidBodyForcesOnPrincipalAxes(db); });
+    EXPECT_NE(warnings.find("No mass data tells"), std::string::npos) << warnings;
+    EXPECT_FALSE(db->load_cases[0].processed);
+    for (int mode = 0; mode < 8; ++mode)
+        EXPECT_EQ(db->load_cases[0].values[mode], mode + 1.0);
+}
+
+// Masses on a line, in any direction, do not resist turning about it.
+TEST_F(RigidBody, DampingOfAStraightBodyIsSingularInEveryDirection)
+{
+    std::mt19937 generator(7);
+    std::uniform_real_distribution<double> uniform(-1.0, 1.0);
+    for (int trial = 0; trial < 100; ++trial)
+    {
+        Assembly line;
+        const Vec direction = {uniform(generator), uniform(generator), uniform(generator)};
+        for (int p = 0; p < 3 + trial % 20; ++p)
+            line.points.push_back({1.0, {0.9 * p * direction[0], 0.9 * p * direction[1], 0.9 * p * direction[2]}, {}});
+        line.add_rigid_modes();
+        line.add_mode();
+        ZELDATA* db = database_of(line);
+        for (int mode = 0; mode < 7; ++mode)
+        {
+            ZEL_SetGeneralizedStiffness(db, 101 + mode, 101 + mode, mode < 6 ? 0.0 : 1e6);
+            ZEL_SetGeneralizedDamping(db, 101 + mode, 101 + mode, 0.5);
+        }
+        EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_DampingOnPrincipalAxes(db), 0); }),
+                  "ERROR:  LU Decomposition failed.\nERROR:  \n");
+        EXPECT_FALSE(db->damping_projected);
+        EXPECT_EQ(db->damping.entries[3].value, 0.5);
+        ZEL_UnLink(db);
+    }
+}

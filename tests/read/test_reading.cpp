@@ -1,0 +1,549 @@
+// Reading files that were laid out by hand: every value of every block in every version, encoding and precision, and what
+// the reader makes of files that leave something out.
+#include "fixtures.h"
+#include "sample_file.h"
+#include "stream/stream.h"
+
+#include <unistd.h>
+
+#include <climits>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+
+namespace
+{
+class Reading : public ZelTest
+{
+protected:
+    ZELDATA* open(const std::string& bytes)
+    {
+        const std::string path = folder.path("body" + std::to_string(++files) + ".zel");
+        write_bytes(path, bytes);
+        return ZEL_CreateFromZEL(path.c_str());
+    }
+    ZELDATA* open(const SampleFile& file) { return open(file.bytes()); }
+    TemporaryFolder folder;
+    int files = 0;
+};
+
+void expect_reals(const double* values, int block, int first, int count)
+{
+    ASSERT_TRUE(values);
+    for (int k = 0; k < count; ++k)
+        EXPECT_EQ(values[k], sample::real(block, first + k)) << "real " << first + k << " of block " << block;
+}
+
+void expect_header(const ZELDATA* db)
+{
+    EXPECT_STREQ(db->title, "Sample body");
+    EXPECT_STREQ(db->date, "Mon Jan  5 10:20:30 2026 ");
+    EXPECT_STREQ(db->input_file_name, "sample.inp");
+    EXPECT_STREQ(db->input_file_type, "INP");
+    EXPECT_STREQ(db->comment1, "first");
+    EXPECT_STREQ(db->comment2, "");
+    EXPECT_EQ(db->comment3, std::string(79, 'c')); // a full field loses its last character
+    EXPECT_STREQ(db->units.mass, "MEGAGRAM");
+    EXPECT_STREQ(db->units.length, "MILLIMETER");
+    EXPECT_STREQ(db->units.time, "SECOND");
+    EXPECT_STREQ(db->units.force, "NEWTON");
+}
+
+void expect_nodes(ZELDATA* db)
+{
+    ASSERT_EQ(db->node_count, 7);
+    for (int node = 0; node < 7; ++node)
+    {
+        const ZELNODE& read = db->nodes[node];
+        const int id = sample::node_ids[size_t(node)];
+        ASSERT_EQ(read.id, id);
+        EXPECT_EQ(ZEL_NodeIndex(db, id), node);
+        EXPECT_EQ(read.x, sample::coordinate(id, 0));
+        EXPECT_EQ(read.y, sample::coordinate(id, 1));
+        EXPECT_EQ(read.z, sample::coordinate(id, 2));
+        EXPECT_EQ(read.mass, id == 60 || id == 10 || id == 30 ? sample::mass(id) : 0.0);
+        EXPECT_EQ(read.inertia != nullptr, id == 20 || id == 60);
+    }
+    // Entries (4,4), (5,5), (6,6) and (4,6) of node 20, (5,6) of node 60; stored xx yy zz xy xz yz.
+    const double tensor[6] = {160.0, 160.125, 160.25, 0.0, 160.375, 0.0};
+    for (int i = 0; i < 6; ++i)
+    {
+        EXPECT_EQ(db->nodes[2].inertia[i], tensor[i]);
+        EXPECT_EQ(db->nodes[6].inertia[i], i == 5 ? 160.5 : 0.0);
+    }
+    EXPECT_EQ(db->total_mass, sample::real(6, 0));
+    expect_reals(db->center_of_mass, 6, 1, 3);
+    expect_reals(db->inertia_tensor, 6, 4, 9);
+    ASSERT_EQ(db->interface_count, 2);
+    EXPECT_EQ(db->interface_nodes[0], 6); // of node 60
+    EXPECT_EQ(db->interface_nodes[1], 2);
+    const std::vector<int> faces = {0x40000004, 0, 1, 2, 3, 3, 4, 5, 6}; // node indexes behind the words of the file
+    EXPECT_EQ(std::vector<int>(db->face_list, db->face_list + db->face_list_length), faces);
+    EXPECT_EQ(db->face_count, 2);
+}
+
+// The node list of a kind and each of its vectors, by every route.
+void expect_modes(ZELDATA* db, int kind)
+{
+    const std::vector<int>& ids = sample::ids_of_kind(kind);
+    const int nodes = int(ids.size());
+    ASSERT_EQ(ZEL_ModeNodeCount(db, kind), nodes);
+    EXPECT_EQ(ZEL_ModeExist(db, kind), 1);
+    for (int number : sample::mode_numbers)
+    {
+        std::vector<double> whole(6 * ids.size()), first(3 * ids.size()), second(3 * ids.size());
+        std::vector<float> narrow(6 * ids.size());
+        const bool is_double = db->zel_file.double_precision == 1;
+        EXPECT_EQ(ZEL_Read_Mode_Double(db, number, kind, whole.data()), is_double ? 1 : 0);
+        EXPECT_EQ(ZEL_Read_Mode_Single(db, number, kind, narrow.data()), is_double ? 0 : 1);
+        ASSERT_TRUE(ZEL_Mode(db, number, kind, first.data(), 0) && ZEL_Mode(db, number, kind, second.data(), 1));
+        for (size_t i = 0; i < whole.size(); ++i)
+        {
+            const double expected = sample::mode_value(kind, number, ids[i / 6], int(i % 6));
+            EXPECT_EQ(is_double ? whole[i] : double(narrow[i]), expected);
+            EXPECT_EQ(i % 6 < 3 ? first[3 * (i / 6) + i % 6] : second[3 * (i / 6) + i % 6 - 3], expected);
+        }
+        double by_node[3];
+        ASSERT_EQ(ZEL_ModeByNode(db, number, kind, ids[1], by_node, 1), 1);
+        EXPECT_EQ(by_node[2], sample::mode_value(kind, number, ids[1], 5));
+    }
+    for (int position = 0; position < nodes; ++position)
+    {
+        EXPECT_EQ(db->mode_nodes[kind][position]->id, ids[size_t(position)]);
+        EXPECT_EQ(ZEL_ModeNodeIndex(db, kind, ids[size_t(position)]), position);
+    }
+}
+
+void expect_matrix(const ZELMATRIX& matrix, int block)
+{
+    ASSERT_EQ(matrix.count, 4);
+    for (int i = 0; i < 4; ++i)
+    {
+        const std::vector<int>& entry = sample::matrix_entries[size_t(i)];
+        EXPECT_EQ(matrix.entries[i].row, entry[0] - 1);
+        EXPECT_EQ(matrix.entries[i].column, entry[1] - 1);
+        EXPECT_EQ(matrix.entries[i].value, sample::real(block, i));
+    }
+}
+
+void expect_modal_blocks(ZELDATA* db)
+{
+    ASSERT_EQ(db->mode_count, 3);
+    ASSERT_EQ(db->eigenvalue_count, 3);
+    for (int mode = 0; mode < 3; ++mode)
+    {
+        EXPECT_EQ(ZEL_ModeNumber(db, mode), sample::mode_numbers[size_t(mode)]);
+        EXPECT_EQ(db->eigenvalues[mode].value[0], sample::mode_numbers[size_t(mode)]);
+        expect_reals(db->eigenvalues[mode].value + 1, 7, 5 * mode, 5);
+    }
+    expect_matrix(db->stiffness, 12);
+    expect_matrix(db->mass, 13);
+    expect_matrix(db->damping, 15);
+    EXPECT_EQ(db->damping_projected, 1);
+    EXPECT_EQ(db->non_diagonal, 1);
+    EXPECT_EQ(db->non_unit_mass, 1);
+    ASSERT_EQ(db->transformation_order, 3);
+    expect_reals(db->transformation, 16, 0, 9);
+}
+
+void expect_later_blocks(ZELDATA* db)
+{
+    expect_reals(db->modal_preload, 27, 0, 3);
+    EXPECT_EQ(db->principal_axes_done, 1);
+    ASSERT_EQ(db->load_case_count, 2);
+    for (int load = 0; load < 2; ++load)
+    {
+        EXPECT_EQ(db->load_cases[load].label, sample::load_labels[size_t(load)]);
+        EXPECT_EQ(db->load_cases[load].processed, load);
+        expect_reals(db->load_cases[load].values, 28, 3 * load, 3);
+    }
+    ASSERT_EQ(db->modal_statistics_count, 3);
+    const int nodes[5] = {10, 20, 70, 60, 0};
+    for (int mode = 0; mode < 3; ++mode)
+        for (int k = 0; k < 5; ++k)
+        {
+            EXPECT_EQ(db->modal_statistics[mode].pair[k].node_id, nodes[k]);
+            EXPECT_EQ(db->modal_statistics[mode].pair[k].value, k < 4 ? sample::real(30, 4 * mode + k) : 0.0);
+        }
+    expect_reals(db->pre_stress[0].v, 31, 0, 18);
+    expect_reals(db->pre_strain[0].v, 32, 0, 12);
+}
+} // namespace
+
+TEST_F(Reading, GivesBackEveryValueInEveryFormat)
+{
+    for (const FileFormat& format : all_formats())
+    {
+        SCOPED_TRACE(format.name());
+        const SampleFile file = sample_file(format);
+        ZELDATA* db = nullptr;
+        EXPECT_EQ(errors_of([&] { db = open(file); }), "");
+        ASSERT_TRUE(db);
+        EXPECT_EQ(db->version, format.code());
+        EXPECT_EQ(db->zel_file.double_precision, format.single ? 0 : 1);
+        expect_header(db);
+        expect_nodes(db);
+        expect_modes(db, ZEL_MODE_SHAPE);
+        expect_modes(db, ZEL_MODAL_STRESS);
+        expect_modal_blocks(db);
+        if (format.version < 40)
+            continue;
+        expect_modes(db, ZEL_MODAL_STRAIN);
+        expect_later_blocks(db);
+    }
+}
+
+TEST_F(Reading, KnowsWhereEachBlockStartsAndHowLongItIs)
+{
+    for (const FileFormat& format : all_formats())
+    {
+        SCOPED_TRACE(format.name());
+        const SampleFile file = sample_file(format);
+        ZELDATA* db = open(file);
+        ASSERT_TRUE(db);
+        FILE* stream = db->zel_file.file;
+        for (int number = 1; number <= 32; ++number)
+        {
+            const bool there = number == 1 || number == 3 || file.blocks.count(number) == 1;
+            EXPECT_EQ(ZEL_Exists(db, number - 1), there ? 1 : 0);
+            ASSERT_EQ(FileSeek_Win32(stream, 17, 0), 0);
+            const int64_t bytes = ZEL_size_of_block(db, number - 1);
+            EXPECT_EQ(FileTell_Win32(stream), 17);
+            if (number > 3 || number == 2)
+            {
+                EXPECT_EQ(bytes, there ? int64_t(file.blocks.at(number).size()) : 0) << number;
+            }
+            ASSERT_EQ(ZEL_goto_block(db, number - 1), there ? 1 : 0);
+            if (there)
+            {
+                EXPECT_EQ(FileTell_Win32(stream), file.offset(number)) << number;
+            }
+        }
+        EXPECT_EQ(ZEL_size_of_block(db, 0), 4);
+        EXPECT_EQ(ZEL_size_of_block(db, 2), format.xdr ? 400 : 100);
+        EXPECT_EQ(db->block_offset[32], int64_t(file.bytes().size()));
+        for (int index : {-1, 32, 1000, INT_MIN, INT_MAX})
+            EXPECT_TRUE(!ZEL_Exists(db, index) && !ZEL_goto_block(db, index) && !ZEL_size_of_block(db, index));
+    }
+}
+
+TEST_F(Reading, AsksTheFileForBlocksAndTheBodyForExistence)
+{
+    SampleFile file = sample_file({60, true, false});
+    file.blocks.erase(20);
+    ZELDATA* db = open(file);
+    ASSERT_TRUE(db);
+    db->content_flags[18] = 1; // as a setter of invariant 2 does
+    EXPECT_EQ(ZEL_Exists(db, 19), 1);
+    EXPECT_EQ(ZEL_goto_block(db, 19), 0);
+    EXPECT_EQ(ZEL_size_of_block(db, 19), 0);
+    EXPECT_GT(ZEL_size_of_block(db, 20), 0);
+    output_of([&] { ASSERT_EQ(ZEL_write_ZEL(db, folder.path("other.zel").c_str()), 1); });
+    EXPECT_EQ(ZEL_Exists(db, 20), 1); // invariant 3 of the new modes
+    EXPECT_EQ(ZEL_goto_block(db, 20), 0);
+    EXPECT_EQ(ZEL_size_of_block(db, 20), 0);
+    ZELDATA* built = ZEL_Create(1, 1);
+    EXPECT_EQ(ZEL_Exists(built, 2), 1);
+    EXPECT_EQ(ZEL_Exists(built, 3), 0);
+    EXPECT_EQ(ZEL_goto_block(built, 0), 0);
+    EXPECT_EQ(ZEL_size_of_block(built, 0), 0);
+    EXPECT_EQ(ZEL_Exists(nullptr, 0), 0);
+}
+
+// Neither a body that goes nor a file that is refused leaves a descriptor open.
+TEST_F(Reading, ClosesTheFileWithTheBody)
+{
+    const auto descriptors = [] {
+        const std::filesystem::directory_iterator open("/proc/self/fd");
+        return std::distance(begin(open), end(open));
+    };
+    const std::string whole = sample_file({60, true, false}).bytes();
+    const auto before = descriptors();
+    ZELDATA* db = open(whole);
+    EXPECT_EQ(descriptors(), before + 1);
+    ZEL_UnLink(db);
+    output_of([&] { errors_of([&] { EXPECT_EQ(open(whole.substr(0, whole.size() / 2)), nullptr); }); });
+    EXPECT_EQ(descriptors(), before);
+}
+
+TEST_F(Reading, FindsNothingInAFileOfThreeBlocks)
+{
+    for (const FileFormat& format : all_formats())
+    {
+        SampleFile file = sample_file(format);
+        file.blocks = {{2, file.blocks.at(2)}};
+        ZELDATA* db = open(file);
+        ASSERT_TRUE(db) << format.name();
+        EXPECT_EQ(db->node_count + db->mode_count + db->face_count + db->max_modes + db->max_mode_nodes, 0);
+        for (int index = 3; index < 32; ++index)
+            EXPECT_EQ(ZEL_Exists(db, index), 0);
+        EXPECT_STREQ(db->units.mass, "KILOGRAM");
+        EXPECT_STREQ(db->units.length, "METER");
+        EXPECT_STREQ(db->units.time, "SECOND");
+        EXPECT_STREQ(db->units.force, "NEWTON");
+    }
+}
+
+TEST_F(Reading, ClearsReservedFlagsAndThoseThatOldVersionsLack)
+{
+    for (int version : {10, 20, 30, 31})
+    {
+        SampleFile file = sample_file(format_of_version(version));
+        for (int position : {7, 11, 17, 18, 30, 31, 99})
+            file.forced_flags[position] = 1;
+        ZELDATA* db = open(file);
+        ASSERT_TRUE(db) << version;
+        for (int position : {7, 11, 17, 18, 30, 31, 99})
+            EXPECT_EQ(db->content_flags[position], 0) << version << " " << position;
+        EXPECT_EQ(db->content_flags[16], 1); // modal stress
+    }
+    SampleFile file = sample_file({60, false, false});
+    file.forced_flags = {{0, -1}, {7, 1}, {11, 1}, {99, 1}};
+    ZELDATA* db = open(file);
+    ASSERT_TRUE(db);
+    EXPECT_EQ(db->content_flags[0], 1); // whatever is not zero
+    EXPECT_EQ(db->content_flags[7] + db->content_flags[11] + db->content_flags[99], 0);
+}
+
+TEST_F(Reading, TellsTheEncodingByTheVersionCode)
+{
+    const std::string text = "2 lines of text, which a naive test takes for version 50\n";
+    EXPECT_EQ(errors_of([&] { EXPECT_EQ(open(text + std::string(5000, ' ')), nullptr); }),
+              "ERROR:  Not a valid ZEL format.\n");
+    // XDR codes written natively, native ones as XDR, codes between the versions, none at all
+    for (const std::string& start :
+         {std::string("\x29\0\0\0", 4), std::string("\0\0\0\x28", 4), std::string("\x3C\x01\0\0", 4),
+          std::string("\0\0\0\x3C", 4), std::string("\x20\0\0\0", 4), std::string("\0\0\x05\x3C", 4),
+          std::string(4, '\0'), std::string("\x3C\0", 2), std::string()})
+        EXPECT_EQ(errors_of([&] { EXPECT_EQ(open(start + std::string(start.size() / 4 * 3000, '\0')), nullptr); }),
+                  "ERROR:  Not a valid ZEL format.\n");
+    // below 60 the bits say nothing: 0x128 is native and of double precision
+    SampleFile file = sample_file(format_of_version(40));
+    std::string bytes = file.bytes();
+    bytes[1] = 3;
+    ZELDATA* db = open(bytes);
+    ASSERT_TRUE(db);
+    EXPECT_EQ(db->version, 0x328);
+    expect_nodes(db);
+    EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_CreateFromZEL(folder.folder().c_str()), nullptr); }),
+              "ERROR:  Not a valid ZEL format.\n"); // a folder opens but does not read
+    EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_CreateFromZEL(folder.path("absent").c_str()), nullptr); }), "");
+}
+
+TEST_F(Reading, OpensEachPathOnce)
+{
+    const std::string path = folder.path("once.zel");
+    write_bytes(path, sample_file({60, true, false}).bytes());
+    ZELDATA* db = ZEL_CreateFromZEL(path.c_str());
+    ASSERT_TRUE(db);
+    EXPECT_EQ(ZEL_CreateFromZEL(path.c_str()), db);
+    EXPECT_NE(ZEL_CreateFromZEL((folder.folder() + "/./once.zel").c_str()), db);
+    ZEL_UnLink(db);
+    EXPECT_TRUE(ZEL_CreateFromZEL(path.c_str()));
+}
+
+TEST_F(Reading, RefusesADatabaseThatIsNotFresh)
+{
+    const std::string path = folder.path("body.zel");
+    write_bytes(path, sample_file({60, true, false}).bytes());
+    FILE* file = std::fopen(path.c_str(), "rb");
+    ZELDATA* db = ZEL_Create(0, 0);
+    ASSERT_TRUE(ZEL_SetNodeCoordinates(db, 1, 0, 0, 0));
+    EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_ReadZEL(db, file, "x"), 0); }), "");
+    EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_ReadZEL(nullptr, file, "x"), 0); }),
+              "ERROR:  The database has not been initialized.\n");
+    EXPECT_EQ(db->node_count, 1);
+    EXPECT_EQ(ZEL_ReadZEL(ZEL_Create(0, 0), nullptr, "x"), 0);
+    EXPECT_EQ(ZEL_ReadZEL(ZEL_Create(0, 0), file, nullptr), 1); // the file was still the caller's
+}
+
+TEST_F(Reading, TakesFacesFromOldElementBlocks)
+{
+    for (const FileFormat& format : {FileFormat{60, true, false}, FileFormat{10, false, false}})
+    {
+        SampleFile file = sample_file(format);
+        file.blocks.erase(14);
+        ZELDATA* db = open(file);
+        ASSERT_TRUE(db);
+        const std::vector<int> faces = {3, 0, 1, 2, 0x40000003, 2, 3, 4, 4, 0, 2, 4, 5};
+        EXPECT_EQ(std::vector<int>(db->face_list, db->face_list + db->face_list_length), faces);
+        EXPECT_EQ(db->face_count, 3);
+        // a closed polygon loses its repeat, a line that folds to a point is no face
+        file.blocks[5] = file.build().integers({2, 2, 1, 1, 4, 1, 0, 10, 30, 30, 10, 2, 1, 2, 2, 0, 20, 20}).bytes;
+        db = open(file);
+        ASSERT_TRUE(db);
+        const std::vector<int> edge = {2, 0, 1};
+        EXPECT_EQ(std::vector<int>(db->face_list, db->face_list + db->face_list_length), edge);
+    }
+}
+
+TEST_F(Reading, AveragesMassesAndWarnsOfRepeats)
+{
+    SampleFile file = sample_file({60, true, false});
+    file.blocks[9] = file.build()
+                         .integers({3, 3})
+                         .integer(20)
+                         .reals({1, 2, 6})
+                         .integer(999)
+                         .reals({1, 1, 1})
+                         .integer(20)
+                         .reals({4, 4, 7})
+                         .bytes;
+    ZELDATA* db = nullptr;
+    EXPECT_EQ(
+        errors_of([&] { db = open(file); }),
+        "WARNING:  Each node must possess a single scalar mass\nWARNING:  Generating scalar by averaging 3 values\n"
+        "WARNING:  Redefining mass of Node 20\n");
+    ASSERT_TRUE(db);
+    EXPECT_EQ(db->nodes[2].mass, 5.0);
+    EXPECT_EQ(db->node_count, 7);
+
+    file = sample_file({60, true, false}); // (4, 6) and (6, 4) are one component, but only (6, 4) comes twice
+    FileBuilder inertias = file.build();
+    inertias.integer(4);
+    int value = 0;
+    for (const std::vector<int>& entry : std::vector<std::vector<int>>{{20, 4, 6}, {20, 6, 4}, {20, 6, 4}, {999, 4, 4}})
+        inertias.integer(entry[0]).character(entry[1]).character(entry[2]).real(++value);
+    file.blocks[10] = inertias.bytes;
+    EXPECT_EQ(errors_of([&] { db = open(file); }), "WARNING:  Redefining mass of Nodal inertia 20\n");
+    ASSERT_TRUE(db);
+    EXPECT_EQ(db->nodes[2].inertia[4], 3.0);
+}
+
+TEST_F(Reading, CountsAndNumbersModesWithoutEigenvalues)
+{
+    const auto numbers = [](const ZELDATA* db) {
+        return std::vector<int>(db->mode_ids, db->mode_ids + db->mode_count);
+    };
+    const std::vector<int> counted = {1, 2, 3};
+    SampleFile file = sample_file({60, false, true});
+    file.blocks.erase(7);
+    ZELDATA* db = open(file);
+    ASSERT_TRUE(db);
+    EXPECT_EQ(numbers(db), sample::mode_numbers); // from the mode shapes
+    EXPECT_EQ(db->max_modes, 3);
+    EXPECT_EQ(db->max_mode_nodes, 6);
+    EXPECT_EQ(ZEL_Eigenvalue(db, 12, nullptr, nullptr, nullptr, nullptr, nullptr), 1);
+
+    file.blocks.erase(8);
+    file.blocks.erase(12);
+    EXPECT_EQ(errors_of([&] { db = open(file); }), "WARNING:  Stress modes are being processed before mode shapes\n"
+                                                   "WARNING:  Strain modes are being processed before mode shapes\n");
+    ASSERT_TRUE(db);
+    EXPECT_EQ(numbers(db), sample::mode_numbers); // the count from block 13, the numbers from the stress modes
+
+    for (int number : {18, 29, 31, 32})
+        file.blocks.erase(number);
+    db = open(file);
+    ASSERT_TRUE(db);
+    EXPECT_EQ(numbers(db), counted);
+    file.blocks.erase(13);
+    EXPECT_EQ(errors_of([&] { EXPECT_EQ(open(file), nullptr); }),
+              "ERROR:  Number of modal preloads does not match the number of modes\n"); // no modes at all by now
+
+    file = sample_file(format_of_version(10)); // records without numbers
+    file.blocks.erase(7);
+    db = open(file);
+    ASSERT_TRUE(db);
+    EXPECT_EQ(numbers(db), counted);
+}
+
+TEST_F(Reading, RereadsMatricesInCurrentUnits)
+{
+    ZELDATA* db = open(sample_file({60, true, false})); // Mg, mm, s, N; the damping is projected
+    ASSERT_TRUE(db);
+    ASSERT_TRUE(ZEL_SetUnits(db, "kg", "m", "s", "N"));
+    ASSERT_TRUE(ZEL_SetUnits(db, "kg", "cm", "ms", "kN"));
+    struct Values
+    {
+        std::vector<double> stiffness, mass, damping;
+    };
+    const auto values = [&] {
+        Values now;
+        for (int i = 0; i < 4; ++i)
+        {
+            now.stiffness.push_back(db->stiffness.entries[i].value);
+            now.mass.push_back(db->mass.entries[i].value);
+            now.damping.push_back(db->damping.entries[i].value);
+        }
+        return now;
+    };
+    const Values scaled = values();
+    EXPECT_NEAR(scaled.stiffness[0], 192.0 * 1e-3 * 1e-1, 1e-12);    // N mm to kN cm
+    EXPECT_NEAR(scaled.mass[0], 208.0 * 1e3 * 1e-2, 1e-9);           // Mg mm2 to kg cm2
+    EXPECT_NEAR(scaled.damping[0], 240.0 * 1e-3 * 1e3 / 1e-1, 1e-9); // N s / mm to kN ms / cm
+    for (ZELMATRIX* matrix : {&db->stiffness, &db->mass, &db->damping})
+        for (int i = 0; i < 4; ++i)
+            matrix->entries[i].value = -1.0;
+    ASSERT_EQ(FileSeek_Win32(db->zel_file.file, 99, 0), 0);
+    EXPECT_TRUE(ZEL_ReadGeneralizedStiffness(db) && ZEL_ReadGeneralizedMass(db) && ZEL_ReadGeneralizedDamping(db));
+    EXPECT_EQ(FileTell_Win32(db->zel_file.file), 99);
+    const Values again = values();
+    for (size_t i = 0; i < 4; ++i)
+    {
+        EXPECT_NEAR(again.stiffness[i], scaled.stiffness[i], 1e-14 * scaled.stiffness[i]);
+        EXPECT_NEAR(again.mass[i], scaled.mass[i], 1e-14 * scaled.mass[i]);
+        EXPECT_NEAR(again.damping[i], scaled.damping[i], 1e-14 * scaled.damping[i]);
+    }
+    EXPECT_EQ(db->mass.count, 4);
+    EXPECT_EQ(ZEL_ReadGeneralizedMass(ZEL_Create(1, 1)), 0);
+}
+
+TEST_F(Reading, KeepsUnknownUnitsAndRowsOfNoMode)
+{
+    SampleFile file = sample_file({60, true, false});
+    file.blocks[11] = file.build().text("0123456789abcdef", 16).text("ell", 16).text("s", 16).text("N", 16).bytes;
+    file.blocks[12] =
+        file.build().integers({2, 3, 0, INT32_MIN}).real(1.5).integer(0).integers({9, 1}).real(2).integer(0).bytes;
+    ZELDATA* db = open(file);
+    ASSERT_TRUE(db);
+    EXPECT_STREQ(db->units.mass, "0123456789abcde");
+    EXPECT_STREQ(db->units.length, "ell");
+    EXPECT_EQ(ZEL_SetUnits(db, "kg", "m", "s", "N"), 0);
+    EXPECT_EQ(db->stiffness.entries[0].row, -1);
+    EXPECT_EQ(db->stiffness.entries[0].column, -1);
+    EXPECT_EQ(db->stiffness.entries[1].row, 8);
+}
+
+// 300 modes of 400 000 nodes, 5.8 GB, of which the file system holds little more than the numbers in front of the records.
+TEST_F(Reading, FindsBlocksBeyondFourGiB)
+{
+    constexpr int kNodes = 400'000;
+    constexpr int kModes = 300;
+    const std::string path = folder.path("large.zel");
+    SampleFile file = sample_file({60, false, false});
+    FileBuilder nodes = file.build(), shapes = file.build();
+    nodes.integers({kNodes, 3});
+    shapes.integers({kModes, kNodes});
+    for (int node = 1; node <= kNodes; ++node)
+    {
+        nodes.integer(node).reals({1.0 * node, 2.0, 3.0});
+        shapes.integer(node);
+    }
+    file.blocks = {{2, file.blocks.at(2)}, {4, nodes.bytes}, {8, shapes.bytes}};
+    file.forced_flags[17] = 1; // invariant 1, behind the modes
+    write_bytes(path, file.bytes());
+    const int64_t record = 4 + 48 * int64_t(kNodes), first = int64_t(file.bytes().size());
+    FILE* out = std::fopen(path.c_str(), "r+b");
+    for (int mode = 0; mode < kModes; ++mode)
+    {
+        ASSERT_EQ(FileSeek_Win32(out, first + mode * record, 0), 0);
+        const int number = 1000 + mode;
+        ASSERT_EQ(std::fwrite(&number, 4, 1, out), 1u);
+    }
+    ASSERT_EQ(FileSeek_Win32(out, first + kModes * record, 0), 0);
+    const double total_mass = 42.5;
+    ASSERT_EQ(std::fwrite(&total_mass, 8, 1, out), 1u);
+    std::fclose(out);
+
+    ZELDATA* db = ZEL_CreateFromZEL(path.c_str());
+    ASSERT_TRUE(db);
+    EXPECT_EQ(ZEL_ModeNumber(db, kModes - 1), 1000 + kModes - 1);
+    EXPECT_EQ(db->mode_positions[0][kModes - 1], first + (kModes - 1) * record + 4);
+    EXPECT_GT(db->mode_positions[0][kModes - 1], int64_t(1) << 32);
+    ASSERT_TRUE(ZEL_goto_block(db, 18));
+    double read = 0.0;
+    ASSERT_TRUE(zel::get_reals(db->zel_file, &read, 1));
+    EXPECT_EQ(read, total_mass);
+    EXPECT_EQ(ZEL_size_of_block(db, 7), 8 + 4 * int64_t(kNodes) + kModes * record);
+}

@@ -1,0 +1,290 @@
+// Values on their way into files and back: the bulk path against libtirpc, widths, positions beyond 4 GiB.
+#include "fixtures.h"
+
+#include "stream/stream.h"
+
+#include <rpc/xdr.h>
+
+#include <sys/mman.h>
+#include <sys/time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <bit>
+#include <cmath>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <limits>
+#include <random>
+
+using namespace zel;
+
+namespace
+{
+// An anonymous file with a stream record over it.
+struct OpenStream
+{
+    ZELSTREAM stream = {};
+    OpenStream(bool xdr, bool double_precision, bool writing)
+    {
+        stream.file = std::tmpfile();
+        stream.double_precision = double_precision;
+        if (xdr && writing)
+            open_xdr_writer(stream);
+        else if (xdr)
+            open_xdr_reader(stream);
+    }
+    ~OpenStream()
+    {
+        close_xdr(stream);
+        std::fclose(stream.file);
+    }
+    std::string bytes()
+    {
+        std::fflush(stream.file);
+        std::string all(size_t(FileSeek_Win32(stream.file, 0, 2) == 0 ? FileTell_Win32(stream.file) : 0), '\0');
+        FileSeek_Win32(stream.file, 0, 0);
+        EXPECT_EQ(std::fread(all.data(), 1, all.size(), stream.file), all.size());
+        return all;
+    }
+    void fill(const std::string& bytes)
+    {
+        std::fwrite(bytes.data(), 1, bytes.size(), stream.file);
+        std::fflush(stream.file);
+        FileSeek_Win32(stream.file, 0, 0);
+    }
+};
+
+// What libtirpc itself writes for a vector.
+template <typename Item> std::string bytes_of_libtirpc(const std::vector<Item>& items, xdrproc_t encode)
+{
+    OpenStream out(true, true, true);
+    std::vector<Item> copy = items;
+    EXPECT_TRUE(xdr_vector(static_cast<XDR*>(out.stream.xdr_stream), reinterpret_cast<char*>(copy.data()),
+                           u_int(copy.size()), sizeof(Item), encode));
+    return out.bytes();
+}
+
+// Numbers with every awkward bit pattern, then random ones.
+std::vector<double> awkward_reals(size_t count)
+{
+    std::vector<double> reals = {0.0,
+                                 -0.0,
+                                 1.0,
+                                 -1.5e300,
+                                 std::numeric_limits<double>::infinity(),
+                                 -std::numeric_limits<double>::infinity(),
+                                 std::numeric_limits<double>::denorm_min(),
+                                 std::bit_cast<double>(0x7ff8dead'beef1234),
+                                 std::bit_cast<double>(0xfff8000000000001)};
+    std::mt19937_64 random(7);
+    while (reals.size() < count)
+        reals.push_back(std::ldexp(double(random()), int(random() % 60) - 90));
+    reals.resize(count);
+    return reals;
+}
+
+// Around the size of a block of doubles and of one of floats or integers, and around the runs that two threads share.
+const size_t kLengths[] = {0,      1,      9,      131071, 131072,  131073,  262143,
+                           262144, 262145, 524287, 524288, 1048575, 1048576, 1500001};
+constexpr int64_t kSharedRun = 1100003; // shared by two threads in every encoding
+} // namespace
+
+TEST(Streams, BulkEncodingGivesTheBytesOfLibtirpc)
+{
+    for (const size_t length : kLengths)
+    {
+        const std::vector<double> reals = awkward_reals(length);
+        const std::vector<float> floats(reals.begin(), reals.end());
+        std::vector<int32_t> ints;
+        for (const double real : reals)
+            ints.push_back(int32_t(std::bit_cast<uint64_t>(real) >> 13));
+
+        OpenStream doubles_out(true, true, true), floats_out(true, false, true), ints_out(true, true, true);
+        ASSERT_TRUE(put_reals(doubles_out.stream, reals.data(), int64_t(length)));
+        ASSERT_TRUE(put_reals(floats_out.stream, reals.data(), int64_t(length)));
+        ASSERT_TRUE(put_ints(ints_out.stream, ints.data(), int64_t(length)));
+        EXPECT_TRUE(doubles_out.bytes() == bytes_of_libtirpc(reals, reinterpret_cast<xdrproc_t>(xdr_double)));
+        EXPECT_TRUE(floats_out.bytes() == bytes_of_libtirpc(floats, reinterpret_cast<xdrproc_t>(xdr_float)));
+        EXPECT_TRUE(ints_out.bytes() == bytes_of_libtirpc(ints, reinterpret_cast<xdrproc_t>(xdr_int)));
+    }
+}
+
+// Runs of one block, of some, and of so many that two threads share them.
+TEST(Streams, EveryEncodingGivesBackWhatWasPut)
+{
+    const std::vector<double> reals = awkward_reals(size_t(kSharedRun));
+    const auto there_and_back = [&](bool xdr, bool double_precision, int64_t length) {
+        OpenStream out(xdr, double_precision, true), in(xdr, double_precision, false);
+        const int32_t ints[] = {1, -2, INT32_MIN, INT32_MAX};
+        const char* const text = "A\0\xe9z"; // a constant: it is not written to
+        ASSERT_TRUE(put_int(out.stream, -77) && put_text(out.stream, text, 4));
+        ASSERT_TRUE(put_reals(out.stream, reals.data(), length) && put_ints(out.stream, ints, 4));
+        const std::string bytes = out.bytes();
+        EXPECT_EQ(bytes.size(), 4u + 4u * (xdr ? 4 : 1) + uint64_t(length) * (double_precision ? 8 : 4) + 16u);
+        in.fill(bytes);
+
+        int32_t value = 0, ints_back[4] = {};
+        char text_back[4] = {};
+        std::vector<double> back(reals.size());
+        ASSERT_TRUE(get_int(in.stream, value) && get_text(in.stream, text_back, 4));
+        ASSERT_TRUE(get_reals(in.stream, back.data(), length) && get_ints(in.stream, ints_back, 4));
+        EXPECT_EQ(value, -77);
+        EXPECT_EQ(std::string(text_back, 4), std::string(text, 4));
+        EXPECT_EQ(std::vector<int32_t>(ints_back, ints_back + 4), std::vector<int32_t>(ints, ints + 4));
+        for (size_t i = 0; i < size_t(length); ++i)
+        {
+            const double kept = double_precision ? reals[i] : double(float(reals[i]));
+            ASSERT_TRUE(kept == back[i] || (std::isnan(kept) && std::isnan(back[i]))) << i;
+        }
+        EXPECT_FALSE(get_int(in.stream, value)); // the end of the file
+        EXPECT_TRUE(get_ints(in.stream, ints_back, 0));
+        EXPECT_FALSE(get_reals(in.stream, back.data(), 1));
+    };
+    for (const bool xdr : {false, true})
+        for (const bool double_precision : {false, true})
+            for (const int64_t length : {int64_t(32769), int64_t(300007), kSharedRun})
+                there_and_back(xdr, double_precision, length);
+}
+
+// A stream over memory has no descriptor; the positions of another are beyond it.
+TEST(Streams, LongRunsPassThroughAStreamOverMemory)
+{
+    const std::vector<double> reals = awkward_reals(size_t(kSharedRun));
+    std::vector<double> back(reals.size());
+    std::string memory(4 + 8 * reals.size() + 1, '\0'); // and the zero that closing appends
+    for (const bool writing : {true, false})
+    {
+        ZELSTREAM stream = {};
+        stream.double_precision = 1;
+        stream.file = fmemopen(memory.data(), memory.size(), writing ? "wb" : "rb");
+        ASSERT_TRUE(writing ? open_xdr_writer(stream) : open_xdr_reader(stream));
+        int32_t front = 9;
+        ASSERT_TRUE(writing ? put_int(stream, front) : get_int(stream, front));
+        ASSERT_TRUE(writing ? put_reals(stream, reals.data(), kSharedRun) : get_reals(stream, back.data(), kSharedRun));
+        close_xdr(stream);
+        ASSERT_EQ(std::fclose(stream.file), 0);
+    }
+    for (size_t i = 0; i < reals.size(); ++i)
+        ASSERT_EQ(std::bit_cast<uint64_t>(back[i]), std::bit_cast<uint64_t>(reals[i])) << i;
+}
+
+// The process itself as a file: where a page is missing a read fails, and behind it goes on.
+TEST(Streams, LongRunsFailWhenOnlyTheirFirstHalfDoes)
+{
+    constexpr size_t kBytes = size_t(16) << 20;
+    unsigned char* pages =
+        static_cast<unsigned char*>(mmap(nullptr, kBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+    ASSERT_NE(pages, MAP_FAILED);
+    std::vector<double> back(size_t{kSharedRun});
+    OpenStream in(true, true, false);
+    in.stream.file = std::freopen("/proc/self/mem", "rb", in.stream.file);
+    ASSERT_TRUE(in.stream.file && seek_to(in.stream, int64_t(reinterpret_cast<intptr_t>(pages))));
+    EXPECT_TRUE(get_reals(in.stream, back.data(), kSharedRun));
+    munmap(pages + (1 << 20), 4096);
+    ASSERT_TRUE(seek_to(in.stream, int64_t(reinterpret_cast<intptr_t>(pages))));
+    EXPECT_FALSE(get_reals(in.stream, back.data(), kSharedRun));
+    munmap(pages, kBytes);
+}
+
+static volatile sig_atomic_t signals_here, signals_elsewhere;
+static std::vector<pid_t> older_threads; // this one, and those of other libraries
+
+// Handlers of the host program run on its own thread, which may keep something to itself.
+TEST(Streams, HelpersTakeNoSignals)
+{
+    const std::vector<double> reals = awkward_reals(size_t(kSharedRun));
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task"))
+        older_threads.push_back(std::stoi(task.path().filename()));
+    struct sigaction action = {}, before = {};
+    action.sa_flags = SA_RESTART;
+    action.sa_handler = [](int) {
+        if (std::find(older_threads.begin(), older_threads.end(), gettid()) != older_threads.end())
+            signals_here = signals_here + 1;
+        else
+            signals_elsewhere = signals_elsewhere + 1;
+    };
+    ASSERT_EQ(sigaction(SIGALRM, &action, &before), 0);
+    const itimerval often = {{0, 300}, {0, 300}}, never = {};
+    OpenStream out(true, true, true);
+    setitimer(ITIMER_REAL, &often, nullptr);
+    for (int round = 0; round < 1000 && (round < 40 || signals_here < 40); ++round)
+        EXPECT_TRUE(seek_to(out.stream, 0) && put_reals(out.stream, reals.data(), kSharedRun));
+    setitimer(ITIMER_REAL, &never, nullptr);
+    sigaction(SIGALRM, &before, nullptr);
+    EXPECT_GE(signals_here, 40);
+    EXPECT_EQ(signals_elsewhere, 0);
+}
+
+TEST(Streams, LongRunsFailOnAFullDeviceOrACutFile)
+{
+    const std::vector<double> reals = awkward_reals(size_t(kSharedRun));
+    std::vector<double> back(reals.size());
+    for (const bool double_precision : {false, true})
+    {
+        OpenStream out(true, double_precision, true), in(true, double_precision, false),
+            full(true, double_precision, true);
+        ASSERT_TRUE(put_reals(out.stream, reals.data(), kSharedRun));
+        const std::string whole = out.bytes();
+        for (const size_t left : {whole.size() / 3, whole.size() - 1}) // cut in the first half, in the second
+        {
+            ASSERT_EQ(ftruncate(fileno(in.stream.file), 0), 0);
+            FileSeek_Win32(in.stream.file, 0, 0);
+            in.fill(whole.substr(0, left));
+            EXPECT_FALSE(get_reals(in.stream, back.data(), kSharedRun));
+        }
+        full.stream.file = std::freopen("/dev/full", "wb", full.stream.file);
+        EXPECT_FALSE(put_reals(full.stream, reals.data(), kSharedRun));
+    }
+}
+
+TEST(Streams, PortableCharactersAreSignExtendedWords)
+{
+    OpenStream out(true, true, true), in(true, true, false);
+    const char text[] = {'A', char(0xE9)};
+    ASSERT_TRUE(put_text(out.stream, text, 2));
+    EXPECT_EQ(out.bytes(), std::string("\0\0\0A\xff\xff\xff\xe9", 8));
+    char back[2] = {};
+    in.fill(std::string("\x12\x34\x56"
+                        "B\0\0\0\xe9",
+                        8)); // the low byte of any word counts
+    ASSERT_TRUE(get_text(in.stream, back, 2));
+    EXPECT_EQ(std::string(back, 2), "B\xe9");
+}
+
+TEST(Streams, SingleItemsStayInStepWithRunsAndSeeks)
+{
+    OpenStream in(true, true, false);
+    in.fill(std::string("\0\0\0\1", 4) + std::string("\x3f\xf0\0\0\0\0\0\0", 8) + std::string("\0\0\0\2\0\0\0\3", 8));
+    int32_t value = 0;
+    double real = 0.0;
+    ASSERT_TRUE(get_int(in.stream, value) && value == 1);
+    {
+        const KeepPosition kept(in.stream.file);
+        ASSERT_TRUE(seek_to(in.stream, 16) && get_int(in.stream, value));
+        EXPECT_EQ(value, 3);
+    }
+    ASSERT_TRUE(get_reals(in.stream, &real, 1) && get_int(in.stream, value));
+    EXPECT_EQ(real, 1.0);
+    EXPECT_EQ(value, 2);
+}
+
+TEST(Streams, PositionsReachBeyondFourGibibytes)
+{
+    FILE* file = std::tmpfile();
+    const int64_t far = (int64_t(5) << 30) + 3;
+    ASSERT_EQ(FileSeek_Win32(file, far, 0), 0);
+    ASSERT_EQ(std::fputc('z', file), 'z');
+    EXPECT_EQ(FileTell_Win32(file), far + 1);
+    EXPECT_EQ(FileSeek_Win32(file, -1, 1), 0);
+    EXPECT_EQ(std::fgetc(file), 'z');
+    EXPECT_EQ(FileSeek_Win32(file, -far, 2), 0);
+    EXPECT_EQ(FileTell_Win32(file), 1);
+    EXPECT_NE(FileSeek_Win32(file, -2, 1), 0);
+    EXPECT_NE(FileSeek_Win32(file, 0, 3), 0);
+    EXPECT_NE(FileSeek_Win32(nullptr, 0, 0), 0);
+    EXPECT_EQ(FileTell_Win32(nullptr), -1);
+    EXPECT_EQ(FileTell_Win32(file), 1);
+    std::fclose(file);
+}

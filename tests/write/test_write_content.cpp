@@ -1,0 +1,676 @@
+// What of a body the writer puts into a file, as the options ask: ranges of modes, invariants, geometry nodes, no modes at
+// all, other units, another origin. Files are read back.
+#include "assembly.h"
+#include "fixtures.h"
+
+#include "database/record.h"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+namespace
+{
+
+class WriteContent : public ZelTest
+{
+protected:
+    // Writes, keeps what was printed and reads the file.
+    ZELDATA* rewrite(ZELDATA* db, const char* options)
+    {
+        const Environment variable("VXR_ZELWRITE_OPTIONS", options);
+        const std::string path = folder.path("out" + std::to_string(++files) + ".zel");
+        errors = errors_of([&] { output = output_of([&] { EXPECT_EQ(ZEL_write_ZEL(db, path.c_str()), 1); }); });
+        ZELDATA* read = ZEL_CreateFromZEL(path.c_str());
+        EXPECT_TRUE(read);
+        return read;
+    }
+    bool warned(const std::string& text) const { return errors.find("WARNING:  " + text) != std::string::npos; }
+    bool told(const std::string& text) const { return output.find(text) != std::string::npos; }
+
+    TemporaryFolder folder;
+    std::string output, errors;
+    int files = 0;
+};
+
+constexpr int kModes = 4, kNodes = 6;
+constexpr int kFirstNumber = 11; // of the modes
+
+double shape(int mode, int id, int component)
+{
+    return 100.0 * mode + 10.0 * id + component + 1.0;
+}
+
+void set_vector(ZELDATA* db, int mode_number, int id, int kind, double value)
+{
+    const double values[6] = {value, 0.0, 0.0, 0.0, 0.0, 0.0};
+    ASSERT_EQ(ZEL_SetModeVec(db, mode_number, id, kind, values), 1);
+}
+
+double stiffness_of(double hertz)
+{
+    const double radians = 2.0 * std::numbers::pi * hertz;
+    return radians * radians;
+}
+
+// Six nodes in a row, four modes of unit mass at 10, 20, 30 and 40 Hz, loads; metres, kilograms, seconds, newtons.
+ZELDATA* bar()
+{
+    ZELDATA* db = ZEL_Create(kNodes, kModes + 1);
+    output_of([&] {
+        ZEL_SetUnits(db, "kg", "m", "s", "N");
+        for (int id = 1; id <= kNodes; ++id)
+        {
+            ZEL_SetNodeCoordinates(db, id, id, 0.5 * id, -1.0);
+            ZEL_SetNodalMass(db, id, 0.25 * id);
+        }
+        for (int mode = 0; mode < kModes; ++mode)
+        {
+            const int number = kFirstNumber + mode;
+            for (int id = 1; id <= kNodes; ++id)
+            {
+                double values[6];
+                for (int i = 0; i < 6; ++i)
+                    values[i] = shape(mode, id, i);
+                ZEL_SetModeVec(db, number, id, 0, values);
+            }
+            ZEL_SetGeneralizedStiffness(db, number, number, stiffness_of(10.0 * (mode + 1)));
+            ZEL_SetGeneralizedDamping(db, number, kFirstNumber, 0.5 + mode);
+            ZEL_SetModalLoad(db, 0, number, 7.0 + mode);
+            ZEL_SetModalPreload(db, number, -7.0 - mode);
+        }
+    });
+    return db;
+}
+
+// The bar's first mode that a file has, and how many it has; -1 when a vector is not that of the bar.
+struct Range
+{
+    int first, count;
+    bool operator==(const Range&) const = default;
+};
+
+Range range_of(ZELDATA* read)
+{
+    std::vector<double> values(6 * kNodes);
+    Range range = {0, ZEL_ModeCount(read)};
+    for (int mode = 0; mode < range.count; ++mode)
+    {
+        if (!ZEL_Read_Mode_Double(read, mode + 1, 0, values.data()))
+            return {-1, -1};
+        const int first = int((values[0] - shape(0, 1, 0)) / 100.0) - mode;
+        if (mode > 0 && first != range.first)
+            return {-1, -1};
+        range.first = first;
+    }
+    return range;
+}
+
+} // namespace
+
+// ---- Range of modes ---------------------------------------------------------------------------------------------------------
+
+TEST_F(WriteContent, ModesAreARunOfFrequencies)
+{
+    const struct
+    {
+        const char* options;
+        int massless; // mode without generalized mass, -1: none
+        Range expected;
+    } rows[] = {
+        {"no_ortho", -1, {0, 4}},
+        {"no_ortho highpass(15) lowpass(35)", -1, {1, 2}},
+        {"no_ortho lowpass(20.5)", -1, {0, 2}},
+        {"no_ortho highpass(39)", -1, {3, 1}},
+        {"no_ortho highpass(100)", -1, {0, 4}}, // nothing above the limit
+        {"no_ortho lowpass(5)", -1, {0, 0}},
+        {"no_ortho highpass(35) lowpass(15)", -1, {0, 0}},
+        {"no_ortho", 2, {0, 2}}, // a mode without mass ends the range
+    };
+    for (const auto& row : rows)
+    {
+        SCOPED_TRACE(row.options);
+        ZELDATA* db = bar();
+        for (int mode = 0; mode < kModes && row.massless >= 0; ++mode)
+            ZEL_SetGeneralizedMass(db, kFirstNumber + mode, kFirstNumber + mode, mode == row.massless ? 0.0 : 1.0);
+        ZELDATA* read = rewrite(db, row.options);
+        EXPECT_EQ(range_of(read), row.expected);
+        EXPECT_EQ(ZEL_ModeCount(db), kModes); // memory keeps all of them
+        EXPECT_EQ(ZEL_Exists(read, 29), row.expected.count > 0);
+        EXPECT_EQ(read->modal_statistics_count, row.expected.count);
+        EXPECT_EQ(ZEL_GetModalLoadCaseCount(read), 1);
+    }
+}
+
+TEST_F(WriteContent, AllModalBlocksHaveTheSameRange)
+{
+    ZELDATA* db = bar();
+    for (int kind : {1, 2})
+        output_of([&] { set_vector(db, 12, 4, kind, 3.5 * kind); });
+    db->selected_modes = static_cast<ZELIDPAIR*>(std::calloc(kModes, sizeof(ZELIDPAIR)));
+    db->selected_count = kModes;
+    for (int mode = 0; mode < kModes; ++mode)
+        db->selected_modes[mode] = {kFirstNumber + mode, mode + 1};
+    ZELDATA* read = rewrite(db, "no_ortho fast_invar highpass(15) lowpass(35)");
+    EXPECT_TRUE(told("Exporting frequency range [1.500000e+01,3.500000e+01]\n\n"));
+    EXPECT_EQ(db->selected_modes[1].index, 1); // the first exported mode
+    EXPECT_EQ(db->selected_modes[3].index, 3);
+    ASSERT_EQ(range_of(read), (Range{1, 2}));
+    ASSERT_EQ(read->stiffness.count, 2);
+    EXPECT_EQ(read->stiffness.entries[1].row, 1);
+    EXPECT_EQ(read->stiffness.entries[1].value, stiffness_of(30.0));
+    EXPECT_EQ(read->damping.count, 0); // all of it couples with the first mode, which is left out
+    EXPECT_EQ(read->load_cases[0].values[0], 8.0);
+    EXPECT_EQ(read->modal_preload[1], -9.0);
+    EXPECT_EQ(read->modal_statistics[0].pair[2].node_id, 4);
+    EXPECT_DOUBLE_EQ(read->modal_statistics[0].pair[2].value, 3.5);
+    EXPECT_DOUBLE_EQ(read->modal_statistics[0].pair[3].value, 7.0 * 2.0 / 3.0);
+    EXPECT_EQ(read->modal_statistics[1].pair[2].node_id, 0); // a mode of zeros has no largest stress
+    EXPECT_TRUE(warned("The modal stresses for mode 2 have only zero entries\nWARNING:  \n"));
+    double stress[6];
+    EXPECT_TRUE(ZEL_Read_Mode_Double(read, 1, 1, stress) && stress[0] == 3.5);
+    EXPECT_TRUE(ZEL_Read_Mode_Double(read, 2, 1, stress) && stress[0] == 0.0);
+    double* all = ZEL_Invar3(db);
+    double* exported = ZEL_Invar3(read);
+    for (int axis = 0; axis < 3; ++axis)
+        for (int mode = 0; mode < 2; ++mode)
+            EXPECT_EQ(exported[2 * axis + mode], all[kModes * axis + mode + 1]);
+    std::free(all);
+    std::free(exported);
+}
+
+TEST_F(WriteContent, ModesThatAreNotOrthogonalHaveNoFrequencies)
+{
+    ZELDATA* db = bar();
+    ZEL_SetGeneralizedStiffness(db, 11, 12, 1.0);
+    EXPECT_EQ(range_of(rewrite(db, "no_ortho")), (Range{0, 4}));
+    EXPECT_EQ(errors, "");
+    EXPECT_EQ(range_of(rewrite(db, "no_ortho lowpass(15)")), (Range{0, 4}));
+    EXPECT_EQ(errors, "WARNING:  Attempting to look at eigenvalues of non-orthogonal data\n");
+}
+
+// Modes 1 and 2 are coupled by stiffness; the file has their combinations, and what they are made of.
+TEST_F(WriteContent, OrthogonalModesComeWithEigenvaluesAndTransformation)
+{
+    ZELDATA* db = bar();
+    for (const auto& [row, column] : {std::pair{11, 12}, std::pair{12, 11}})
+        ZEL_SetGeneralizedStiffness(db, row, column, 2000.0);
+    const double a = stiffness_of(10.0), b = stiffness_of(20.0), mean = 0.5 * (a + b),
+                 root = std::hypot(0.5 * (b - a), 2000.0);
+    ZELDATA* read = rewrite(db, "");
+    EXPECT_EQ(errors, "");
+    for (int block : {7, 8, 16})
+        EXPECT_TRUE(ZEL_Exists(read, block - 1)) << block;
+    EXPECT_FALSE(ZEL_Exists(read, 11) || ZEL_Exists(read, 12));
+    const double eigenvalues[kModes] = {mean - root, mean + root, stiffness_of(30.0), stiffness_of(40.0)};
+    std::vector<double> transformation(kModes * kModes), values(6 * kNodes);
+    ASSERT_TRUE(ZEL_Transformation(read, transformation.data()));
+    for (int mode = 0; mode < kModes; ++mode)
+    {
+        double eigenvalue, mass;
+        ASSERT_TRUE(ZEL_Eigenvalue(read, mode + 1, &eigenvalue, nullptr, nullptr, &mass, nullptr));
+        EXPECT_NEAR(eigenvalue, eigenvalues[mode], 1e-11 * eigenvalues[3]);
+        EXPECT_EQ(mass, 1.0);
+        ASSERT_TRUE(ZEL_Read_Mode_Double(read, mode + 1, 0, values.data()));
+        double expected = 0.0; // of node 3, rotation about y
+        for (int old = 0; old < kModes; ++old)
+            expected += transformation[size_t(mode * kModes + old)] * shape(old, 3, 4);
+        EXPECT_NEAR(values[6 * 2 + 4], expected, 1e-11 * 1000.0);
+    }
+    // Modes that are orthogonal stay what they are.
+    const std::string first = bytes_of(read->zel_file.name);
+    EXPECT_EQ(bytes_of(rewrite(read, "")->zel_file.name), first);
+    EXPECT_EQ(ZEL_ModeCount(rewrite(read, "lowpass(25) no_ortho")), 2);
+}
+
+TEST_F(WriteContent, ModesAddedAfterAWriteTakePartInTheNext)
+{
+    for (const char* options : {"no_ortho", "", "no_ortho lowpass(45)"})
+    {
+        ZELDATA* db = bar();
+        ZEL_UnLink(rewrite(db, ""));
+        ZEL_SetGeneralizedStiffness(db, 99, 99, stiffness_of(44.0));
+        ZEL_SetGeneralizedMass(db, 99, 99, 1.0);
+        set_vector(db, 99, 2, 0, 3.0);
+        ZELDATA* read = rewrite(db, options);
+        ASSERT_EQ(ZEL_ModeCount(read), kModes + 1) << options;
+        double hertz = 0.0, mass = 0.0;
+        ASSERT_TRUE(ZEL_Eigenvalue(read, kModes + 1, nullptr, &hertz, nullptr, &mass, nullptr));
+        EXPECT_NEAR(hertz, 44.0, 1e-11);
+        EXPECT_NEAR(mass, 1.0, 1e-15);
+        ZEL_UnLink(read);
+    }
+}
+
+TEST_F(WriteContent, MatricesOfTheFileAreNotReadIntoOrthogonalModes)
+{
+    ZELDATA* db = bar();
+    ZEL_SetGeneralizedMass(db, kFirstNumber, kFirstNumber, 2.0);
+    ZEL_SetGeneralizedMass(db, kFirstNumber, kFirstNumber + 1, 0.5);
+    ZEL_SetGeneralizedMass(db, kFirstNumber + 1, kFirstNumber, 0.5);
+    for (int mode = 1; mode < kModes; ++mode)
+        ZEL_SetGeneralizedMass(db, kFirstNumber + mode, kFirstNumber + mode, 1.0);
+    ZELDATA* body = rewrite(db, "no_ortho");
+    EXPECT_EQ(ZEL_ReadGeneralizedMass(body), 1);
+    ZELDATA* first = rewrite(body, "");
+    EXPECT_EQ(ZEL_ReadGeneralizedMass(body) + ZEL_ReadGeneralizedStiffness(body) + ZEL_ReadGeneralizedDamping(body), 0);
+    double mass[kModes * kModes];
+    ASSERT_TRUE(ZEL_GenMassFull(body, mass, kModes));
+    for (int entry = 0; entry < kModes * kModes; ++entry)
+        EXPECT_EQ(mass[entry], entry % (kModes + 1) ? 0.0 : 1.0);
+    ZEL_UnLink(first);
+}
+
+// Projected on the principal axes and then moved to the centre of mass is the same as moved and then projected.
+TEST_F(WriteContent, ProjectedLoadsAndDampingFollowTheOrigin)
+{
+    const auto body_of = [] {
+        Assembly assembly = random_assembly(30, 0, 5, true);
+        assembly.add_rigid_modes();
+        assembly.add_mode();
+        assembly.add_mode();
+        for (size_t p = 0; p < 30; ++p)
+            assembly.modes[6][p] = assembly.modes[7][29 - p] = {double(p * p), 3.0, -double(p), 0.1, 0.0, 0.2};
+        ZELDATA* db = database_of(assembly);
+        for (int i = 0; i < 8; ++i)
+        {
+            ZEL_SetGeneralizedStiffness(db, 101 + i, 101 + i, i < 6 ? 0.0 : 1e6 * i);
+            ZEL_SetGeneralizedMass(db, 101 + i, 101 + i, 1.0 + 0.25 * i);
+            ZEL_SetModalLoad(db, 0, 101 + i, 3.0 - i);
+            ZEL_SetModalPreload(db, 101 + i, i * i - 7.0);
+            for (int j = 0; j < 8; ++j)
+                ZEL_SetGeneralizedDamping(db, 101 + i, 101 + j, 1.0 / (1 + i + j));
+        }
+        return db;
+    };
+    ZELDATA *late = body_of(), *early = body_of();
+    ZEL_UnLink(rewrite(late, "no_ortho fast_invar"));
+    ZEL_UnLink(rewrite(late, "no_ortho lbrf2cm"));
+    ZEL_UnLink(rewrite(early, "no_ortho fast_invar lbrf2cm"));
+    ASSERT_TRUE(late->damping_projected && early->damping_projected && late->load_cases[0].processed);
+    double damping[2][64];
+    ASSERT_TRUE(ZEL_GenDampFull(late, damping[0], 8) && ZEL_GenDampFull(early, damping[1], 8));
+    EXPECT_GT(std::fabs(damping[1][3]), 1e-3);
+    for (int i = 0; i < 64; ++i)
+        EXPECT_NEAR(damping[0][i], damping[1][i], 1e-9) << i;
+    for (int i = 0; i < 8; ++i)
+    {
+        EXPECT_NEAR(late->load_cases[0].values[i], early->load_cases[0].values[i], 1e-9) << i;
+        EXPECT_NEAR(late->modal_preload[i], early->modal_preload[i], 1e-9) << i;
+    }
+}
+
+TEST_F(WriteContent, ABodyWithoutModesIsWritten)
+{
+    ZELDATA* db = ZEL_Create(0, 0);
+    ZEL_SetNodalMass(db, 5, 2.0);
+    for (const char* options : {"", "no_ortho", "full_invar"})
+    {
+        ZELDATA* read = rewrite(db, options);
+        for (int block : {7, 8, 16, 30})
+            EXPECT_FALSE(ZEL_Exists(read, block - 1)) << block;
+        EXPECT_EQ(ZEL_NodalMass(read, 0), 2.0);
+        EXPECT_EQ(ZEL_Invar1(read), 2.0);
+    }
+}
+
+// ---- Stress nodes -----------------------------------------------------------------------------------------------------------
+
+TEST_F(WriteContent, SparseStressLeavesOutNodesOfZeros)
+{
+    ZELDATA* db = bar();
+    const double pre[6] = {0.0, 0.0, 0.0, 0.0, 0.0, 6.0};
+    output_of([&] {
+        set_vector(db, 11, 2, 1, 1.0); // only in a mode that is not exported
+        set_vector(db, 13, 5, 1, 2.0);
+        set_vector(db, 12, 1, 1, 0.0);
+        ZEL_SetModeVec(db, 0, 3, 1, pre);
+        set_vector(db, 11, 4, 2, 1.0);
+        set_vector(db, 11, 6, 2, 1.0);
+    });
+    const auto ids = [](ZELDATA* read, int kind) {
+        std::vector<int> listed;
+        for (int position = 0; position < ZEL_ModeNodeCount(read, kind); ++position)
+            listed.push_back(ZEL_ModeNodeID(read, kind, position));
+        return listed;
+    };
+    EXPECT_EQ(ids(rewrite(db, "no_ortho"), 1), (std::vector<int>{2, 5, 1, 3}));
+    ZELDATA* read = rewrite(db, "no_ortho sparse_str highpass(15)");
+    EXPECT_EQ(ids(read, 1), (std::vector<int>{5, 3}));
+    EXPECT_EQ(ids(read, 2), (std::vector<int>{4})); // zeros everywhere: one node stays
+    EXPECT_EQ(read->pre_stress[0].v[5], 0.0);
+    EXPECT_EQ(read->pre_stress[1].v[5], 6.0);
+    double stress[12];
+    EXPECT_TRUE(ZEL_Read_Mode_Double(read, 2, 1, stress) && stress[0] == 2.0 && stress[6] == 0.0);
+    EXPECT_EQ(ids(rewrite(db, "no_ortho full_str"), 1), (std::vector<int>{1, 2, 3, 4, 5, 6}));
+}
+
+TEST_F(WriteContent, PreStressAloneBringsABlockOfZeroVectors)
+{
+    const double pre[6] = {1.0, 2.0, 3.0, 4.0, 5.0, 6.0};
+    ZELDATA* db = bar();
+    ZEL_SetModeVec(db, 0, 4, 1, pre);
+    ZELDATA* read = rewrite(db, "no_ortho");
+    EXPECT_TRUE(told("\nStress Mode info:\n   Modes: 4\n   Nodes: 1\n") && told("\nPre-Stress info:\n   Nodes: 1\n"));
+    EXPECT_EQ(ZEL_ModeNodeID(read, 1, 0), 4);
+    double values[6];
+    EXPECT_TRUE(ZEL_Read_Mode_Double(read, 4, 1, values) && values[0] == 0.0);
+    EXPECT_TRUE(ZEL_Read_Mode_Double(read, 0, 1, values) && values[5] == 6.0);
+
+    ZELDATA* modeless = ZEL_Create(0, 0);
+    ZEL_SetModeVec(modeless, 0, 4, 2, pre);
+    read = rewrite(modeless, "no_ortho");
+    EXPECT_TRUE(warned("Pre-Strain cannot be written without modes.\n"));
+    EXPECT_FALSE(ZEL_Exists(read, 31) || ZEL_Exists(read, 28));
+}
+
+// ---- Invariants -------------------------------------------------------------------------------------------------------------
+
+TEST_F(WriteContent, InvariantsAreThoseOfTheNodes)
+{
+    const Assembly body = random_assembly(40, 5, 3, true);
+    const struct
+    {
+        const char *options, *announcement;
+        std::vector<int> absent;
+    } rows[] = {{"no_ortho full_invar", "Computing *all* invariants\n", {}},
+                {"no_ortho fast_invar", "Computing fast set of invariants\n", {5, 9}},
+                {"no_ortho empty", "Computing *rigid* invariants\n", {3, 4, 5, 8, 9}},
+                {"no_ortho", "", {1, 2, 3, 4, 5, 7, 8, 9}}};
+    for (const auto& row : rows)
+    {
+        SCOPED_TRACE(row.options);
+        ZELDATA* read = rewrite(database_of(body), row.options);
+        EXPECT_TRUE(told(row.announcement));
+        EXPECT_EQ(errors.find("insufficient"), std::string::npos);
+        for (int number : {1, 2, 3, 4, 5, 7, 8, 9})
+        {
+            const int block = number < 6 ? 18 + number : 17 + number;
+            const bool absent = std::count(row.absent.begin(), row.absent.end(), number);
+            EXPECT_EQ(ZEL_Exists(read, block - 1), !absent) << number;
+            if (!absent)
+                expect_near(library_invariant(read, number), defined_invariant(body, number), 1e-12);
+        }
+        const std::vector<double> mass = defined_invariant(body, 1), moment = defined_invariant(body, 2);
+        EXPECT_NEAR(read->total_mass, mass[0], 1e-12 * mass[0]);
+        for (int axis = 0; axis < 3; ++axis)
+            EXPECT_NEAR(read->center_of_mass[axis], moment[size_t(axis)] / mass[0], 1e-12);
+        EXPECT_NEAR(read->inertia_tensor[1], -defined_invariant(body, 7)[1],
+                    1e-12 * largest(defined_invariant(body, 7)));
+    }
+}
+
+TEST_F(WriteContent, MissingMassesAndIllegalSetsAreReported)
+{
+    ZELDATA* db = ZEL_Create(1, 1);
+    output_of([&] { set_vector(db, 1, 1, 0, 1.0); });
+    const std::string zeros = " set of mass invariants.\nWARNING:  Some or all mass invariants will be set to zero.\n";
+    rewrite(db, "no_ortho full_invar");
+    EXPECT_TRUE(warned("There is insufficient mass data to compute a full" + zeros));
+    rewrite(db, "no_ortho fast_invar");
+    EXPECT_TRUE(warned("There is insufficient mass data to compute a partial" + zeros));
+    rewrite(db, "no_ortho empty");
+    EXPECT_TRUE(warned("There is insufficient mass data to compute a full" + zeros));
+
+    ZELDATA* body = bar();
+    ZEL_SetUnits(body, "kg", "mm", "s", "N");
+    ZELDATA* read = rewrite(body, "no_ortho invar MKS");
+    EXPECT_NE(errors.find("ERROR:  Illegal invariants option, use full_invar or fast_invar.\n"), std::string::npos);
+    EXPECT_STREQ(read->units.length, "MILLIMETER"); // the units stay
+    EXPECT_FALSE(ZEL_Exists(read, 18));
+}
+
+// ---- Reduction to the geometry nodes ---------------------------------------------------------------------------------------
+
+namespace
+{
+
+// A body of 60 nodes of which five carry geometry.
+const std::vector<int> kGeometryIds = {9, 17, 40, 41, 58};
+
+ZELDATA* body_with_faces(const Assembly& assembly)
+{
+    ZELDATA* db = database_of(assembly);
+    const double pre[6] = {1, 2, 3, 4, 5, 6};
+    output_of([&] {
+        for (int id : {50, 41, 30, 9}) // 41 and 9 will stay
+            for (int mode = 101; mode <= 105; ++mode)
+                set_vector(db, mode, id, 1, mode + 0.125 * id);
+        ZEL_SetModeVec(db, 0, 9, 1, pre);
+        set_vector(db, 101, 2, 2, 1.0); // none of its nodes has geometry: strain stays as it is
+        ZEL_SetFace(db, 3, 40, 9, 58);
+        ZEL_SetFace(db, 3, 58, 41, 40);
+        ZEL_SetInterfaceNode(db, 17);
+    });
+    return db;
+}
+
+void expect_reduced(ZELDATA* read, const Assembly& body)
+{
+    ASSERT_EQ(ZEL_ModeNodeCount(read, 0), int(kGeometryIds.size()));
+    std::vector<double> values(6 * kGeometryIds.size());
+    for (int mode = 0; mode < 5; ++mode)
+    {
+        ASSERT_TRUE(ZEL_Read_Mode_Double(read, mode + 1, 0, values.data()));
+        for (size_t i = 0; i < kGeometryIds.size(); ++i)
+        {
+            EXPECT_EQ(ZEL_ModeNodeID(read, 0, int(i)), kGeometryIds[i]);
+            for (size_t k = 0; k < 6; ++k)
+                EXPECT_EQ(values[6 * i + k], body.modes[size_t(mode)][size_t(kGeometryIds[i] - 1)][k]);
+        }
+        double stress[12];
+        ASSERT_TRUE(ZEL_Read_Mode_Double(read, mode + 1, 1, stress));
+        EXPECT_EQ(stress[0], 101 + mode + 0.125 * 41);
+        EXPECT_EQ(stress[6], 101 + mode + 0.125 * 9);
+    }
+    EXPECT_EQ(read->pre_stress[0].v[5], 0.0);
+    EXPECT_EQ(read->pre_stress[1].v[5], 6.0);
+    EXPECT_EQ(ZEL_ModeNodeID(read, 2, 0), 2);
+}
+
+void expect_whole(ZELDATA* read, const Assembly& body)
+{
+    ASSERT_EQ(ZEL_NodeCount(read), int(body.points.size()));
+    for (size_t p = 0; p < body.points.size(); ++p)
+    {
+        double mass, xyz[3];
+        ASSERT_TRUE(ZEL_NodalMassAndGeometry(read, ZEL_NodeIndex(read, int(p) + 1), &mass, xyz));
+        EXPECT_TRUE(mass == body.points[p].mass && xyz[2] == body.points[p].s[2]) << p;
+    }
+    EXPECT_EQ(ZEL_NodeID(read, read->interface_nodes[0]), 17);
+    std::vector<int> face_ids;
+    for (int at : {1, 2, 3, 5, 6, 7})
+        face_ids.push_back(ZEL_NodeID(read, read->face_list[at]));
+    EXPECT_EQ(face_ids, (std::vector<int>{40, 9, 58, 58, 41, 40}));
+    for (int number : {1, 2, 3, 4, 5, 7, 8, 9})
+        expect_near(library_invariant(read, number), defined_invariant(body, number), 1e-12);
+}
+
+} // namespace
+
+TEST_F(WriteContent, InvariantsOfAllNodesGoWithVectorsOfTheGeometryNodes)
+{
+    const Assembly body = random_assembly(60, 5, 8, true);
+    ZELDATA* built = body_with_faces(body);
+    for (ZELDATA* db : {built, rewrite(built, "no_ortho")}) // vectors from temporary files, and from a ZEL file
+        for (bool again : {false, true})
+        {
+            ZELDATA* read = rewrite(db, "no_ortho full_invar");
+            EXPECT_EQ(told("Shortened mode file: "), !again); // the second time there is nothing left to drop
+            expect_reduced(read, body);
+            expect_whole(read, body);
+        }
+}
+
+// ---- Empty bodies, units, origin ---------------------------------------------------------------------------------------------
+
+TEST_F(WriteContent, EmptyKeepsGeometryAndMass)
+{
+    ZELDATA* db = bar();
+    output_of([&] { set_vector(db, 12, 4, 1, 3.5); });
+    ZEL_SetFace(db, 3, 1, 2, 3);
+    ZEL_SetInterfaceNode(db, 2);
+    ZEL_SetNodalInertia(db, 3, 1, 1, 1, 0, 0, 0);
+    const std::vector<int> common = {1, 2, 3, 4, 6, 9, 10, 11, 17};
+    const struct
+    {
+        const char* options;
+        std::vector<int> others;
+    } rows[] = {{"no_ortho empty", {14, 19, 20, 24}}, {"no_ortho empty 82_comp", {5}}, {"no_ortho 81_comp empty", {5}}};
+    for (const auto& row : rows)
+    {
+        ZELDATA* read = rewrite(db, row.options);
+        std::vector<int> expected = common, present;
+        expected.insert(expected.end(), row.others.begin(), row.others.end());
+        std::sort(expected.begin(), expected.end());
+        for (int block = 1; block <= 32; ++block)
+            if (ZEL_Exists(read, block - 1))
+                present.push_back(block);
+        EXPECT_EQ(present, expected) << row.options;
+        EXPECT_EQ(read->face_count, 1);
+    }
+}
+
+TEST_F(WriteContent, UnitsBecomeSi)
+{
+    ZELDATA* db = bar();
+    ZEL_SetUnits(db, "tonne", "mm", "s", "N");
+    ZELDATA* read = rewrite(db, "no_ortho MKS fast_invar");
+    EXPECT_TRUE(told("\nUnits:\n   Mass:   KILOGRAM\n   Length: METER\n   Time:   SECOND\n   Force:  NEWTON\n"));
+    ZELDATA* same = rewrite(bar(), "no_ortho fast_invar");
+    std::vector<double> values(6 * kNodes), expected(6 * kNodes);
+    for (int mode = 1; mode <= kModes; ++mode)
+    {
+        ZEL_Read_Mode_Double(read, mode, 0, values.data());
+        ZEL_Read_Mode_Double(same, mode, 0, expected.data());
+        expect_near(values, expected, 1e-14);
+        EXPECT_NEAR(read->modal_statistics[mode - 1].pair[0].value, same->modal_statistics[mode - 1].pair[0].value,
+                    1e-11);
+    }
+    for (int number : {1, 2, 3, 4, 7, 8})
+        expect_near(library_invariant(read, number), library_invariant(same, number), 1e-14);
+    EXPECT_NEAR(read->nodes[3].mass, 1.0, 1e-14);
+    EXPECT_NEAR(read->nodes[3].x, 4.0, 1e-14);
+
+    ZELDATA* unknown = bar();
+    std::strcpy(unknown->units.length, "PARSEC");
+    EXPECT_STREQ(rewrite(unknown, "no_ortho MKS")->units.length, "PARSEC");
+    EXPECT_TRUE(warned("The units cannot be converted to SI and stay as they are.\n"));
+}
+
+TEST_F(WriteContent, TheOriginIsShiftedTwice)
+{
+    ZELDATA* db = bar(); // sum of id * id / 4 over sum of id / 4: 91/21
+    db->center_of_mass[0] = 5.0;
+    ZELDATA* read = rewrite(db, "no_ortho lbrf2cm");
+    const double x = 91.0 / 21.0;
+    EXPECT_EQ(output.find("Shifting LBRF to CM at (4.333e+00,2.167e+00,-1.000e+00)\n\nShifting LBRF to CM at ("), 0u);
+    for (int node = 0; node < kNodes; ++node)
+    {
+        EXPECT_NEAR(read->nodes[node].x, node + 1 - x, 1e-14);
+        EXPECT_NEAR(read->nodes[node].z, 0.0, 1e-14);
+    }
+    EXPECT_EQ(db->nodes[0].x, read->nodes[0].x);
+
+    ZELDATA* weightless = ZEL_Create(0, 0);
+    ZEL_SetNodeCoordinates(weightless, 1, 2, 3, 4);
+    EXPECT_EQ(rewrite(weightless, "no_ortho lbrf2cm")->nodes[0].x, 2.0);
+    EXPECT_FALSE(told("Shifting"));
+}
+
+TEST_F(WriteContent, TheGeometryIsChangedInAFixedOrder)
+{
+    ZELDATA* db = bar();
+    const std::string sketch = folder.path("faces.txt");
+    write_bytes(sketch, "3  3 1 2 3  3 3 2 1  4 2 4 6 5"); // the first two are the sides of one face
+    ZELDATA* read = rewrite(db, ("coarsen(0) strip_face lbrf2cm no_ortho sketch(\"" + sketch + "\")").c_str());
+    size_t at = 0;
+    for (const std::string& step :
+         {std::string("Shifting LBRF"), "Using sketch file " + sketch, std::string("Shifting LBRF"),
+          std::string("Coarsening to resolution 0%"), std::string("Exporting")})
+    {
+        at = output.find(step, at);
+        ASSERT_NE(at, std::string::npos) << step << " in " << output;
+        at += step.size();
+    }
+    EXPECT_TRUE(told("Face reduction from 1 to 1\n") && told("\nNumber of Element Faces: 1\n"));
+    EXPECT_EQ(read->face_count, 1);
+}
+
+// ---- What is printed ------------------------------------------------------------------------------------------------------------
+
+TEST_F(WriteContent, ALongListOfNodesIsCut)
+{
+    ZELDATA* db = ZEL_Create(1, 1);
+    for (int id = 1; id <= 1000; ++id)
+        ZEL_SetNodeCoordinates(db, id, 0, 0, 0);
+    rewrite(db, "no_ortho");
+    EXPECT_EQ(errors.rfind("WARNING:  Found 1000 node(s) with coordinates (0,0,0).  They are:\nWARNING:     1\n", 0),
+              0u);
+    EXPECT_TRUE(errors.ends_with("\nWARNING:     20\nWARNING:     and 980 more\n")) << errors;
+}
+
+TEST_F(WriteContent, TheSummaryAndTheWarningsTellOfTheBody)
+{
+    ZELDATA* db = ZEL_Create(3, 2);
+    ZEL_SetNodeCoordinates(db, 7, 0, 0, 0);
+    rewrite(db, "no_ortho");
+    EXPECT_EQ(errors, ""); // one node at the origin is no fault
+    output_of([&] {
+        ZEL_SetNodalMass(db, 8, 1.5);
+        ZEL_SetNodeCoordinates(db, 9, 0, 1, 0);
+        set_vector(db, 4, 9, 0, 0.0);
+    });
+    rewrite(db, "no_ortho");
+    EXPECT_EQ(errors, "WARNING:  Found 2 node(s) with coordinates (0,0,0).  They are:\nWARNING:     7\nWARNING:     8\n"
+                      "WARNING:  The mode shape for mode 1 has only zero entries\nWARNING:  \n"
+                      "WARNING:  Found 2 massless node(s)\n");
+    EXPECT_EQ(output, R"(Exporting frequency range [-1.000000e+00,1.000000e+08]
+
+
+Creating a Vornic File with the following information:
+
+                  Nodal Coords Yes
+                 Element Faces No
+                   Eigenvalues No
+                   Mode Shapes Yes
+        Global Mass Properties Yes
+                  Nodal Masses Yes
+                Nodal Inertias No
+         Generalized Stiffness Yes
+              Generalized Mass Yes
+           Generalized Damping No
+           Mode Transformation No
+                  Stress Modes No
+               Interface Nodes No
+            Inertia Invariants No
+                 Modal Preload No
+                   Modal Loads No
+                  Strain Modes No
+              Nodal Pre-Stress No
+              Nodal Pre-Strain No
+
+Node info:
+   Count: 3
+
+Global body properties:
+Mass          : 1.500000
+
+Center of Mass: 0.000000 0.000000 0.000000
+Inertia Tensor: 0.000000 -0.000000 -0.000000
+                -0.000000 0.000000 -0.000000
+                -0.000000 -0.000000 0.000000
+
+Trans Mode info:
+   Modes: 1
+   Nodes: 3
+
+Writing Mode Shapes
+
+Units:
+   Mass:   KILOGRAM
+   Length: METER
+   Time:   SECOND
+   Force:  NEWTON
+)");
+}

@@ -1,0 +1,151 @@
+// The option string of the writer: what each keyword means, alone and with others, and which exclude one another.
+#include "fixtures.h"
+
+#include "write/options.h"
+
+#include <clocale>
+
+using namespace zel;
+
+namespace
+{
+
+class WriteOptionStrings : public ZelTest
+{
+protected:
+    WriteOptions read(const char* text)
+    {
+        const Environment variable("VXR_ZELWRITE_OPTIONS", text);
+        WriteOptions options = read_write_options();
+        options.text = text ? text : "";
+        return options;
+    }
+};
+
+} // namespace
+
+TEST_F(WriteOptionStrings, HaveDefaults)
+{
+    for (const char* text : {static_cast<const char*>(nullptr), "", "nothing that is known, full, ortho, mks"})
+    {
+        const WriteOptions options = read(text);
+        EXPECT_EQ(options.version, 0x13C);
+        EXPECT_EQ(options.lowest_hz, -1.0);
+        EXPECT_EQ(options.highest_hz, 1.0e8);
+        EXPECT_EQ(options.invariants, InvariantOption::none);
+        EXPECT_FALSE(options.shift_origin || options.sketch.given() || options.strip_faces || options.coarsen.given() ||
+                     options.sparse_stress || options.keep_modes || options.range_given || options.no_modal_content ||
+                     options.si_units);
+        EXPECT_TRUE(check_conflicts(options));
+    }
+}
+
+TEST_F(WriteOptionStrings, SettleTheVersionCodeInAFixedOrder)
+{
+    const struct
+    {
+        const char* text;
+        int code;
+    } rows[] = {
+        {"single", 0x33C},
+        {"no_xdr", 0x03C},
+        {"no_xdr single", 0x23C},
+        {"sparse_str", 0x13C},
+        {"full_str", 41},
+        {"single,full_str", 51},
+        {"no_xdr;full_str", 40},
+        {"no_xdr single full_str", 50},
+        {"82_comp full_str no_xdr", 20},
+        {"81_comp 82_comp", 10},
+        {"sketch(\"single_body.txt\")", 0x33C}, // a keyword counts inside an argument too
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(read(row.text).version, row.code) << row.text;
+}
+
+TEST_F(WriteOptionStrings, TellArgumentsFromWhatFollows)
+{
+    const struct
+    {
+        const char *text, *sketch, *coarsen;
+    } rows[] = {
+        {"sketch(\"grid a\") x\"", "grid a", ""},
+        {"sketch('x') sketch(y)", "x", ""},
+        {"sketch(y)", "y", ""},
+        {"sketch(\"\")", "\"\"", ""}, // an empty quoted name is no name
+        {"sketch() sketch", "", ""},
+        {"sketch('a(b)", "a(b)", ""}, // an argument may run to the end
+        {"coarsen(10)", "", "10"},
+        {"coarsen(25.5, 3, preserve_str 7 8)strip", "", "25.5, 3, preserve_str 7 8"},
+        {"coarsen(abc)", "", ""},
+        {"coarsen 10", "", ""},
+    };
+    for (const auto& row : rows)
+    {
+        const WriteOptions options = read(row.text);
+        EXPECT_STREQ(options.sketch.text, row.sketch) << row.text;
+        EXPECT_STREQ(options.coarsen.text, row.coarsen) << row.text;
+    }
+    const std::string path(3000, 'p'); // longer than there is room
+    EXPECT_EQ(read(("sketch(\"" + path + "\")").c_str()).sketch.text, path.substr(0, 1023));
+}
+
+TEST_F(WriteOptionStrings, GiveFrequencyLimitsInAnyLocale)
+{
+    const struct
+    {
+        const char* text;
+        double lowest, highest;
+    } rows[] = {
+        {"lowpass(50) highpass(2)", 2.0, 50.0}, {"lowpass( 2.5e3 )", -1.0, 2500.0}, {"highpass(-4.5)", -4.5, 1.0e8},
+        {"lowpass() highpass(x)", -1.0, 1.0e8}, {"lowpass(1e-)", -1.0, 1.0},        {"lowpass(+5)", -1.0, 1.0e8},
+        {"lowpass(7) lowpass(9)", -1.0, 7.0},   {"highpass( )", 0.0, 1.0e8},        {"lowpass(1E3)", -1.0, 1.0},
+    };
+    for (const char* locale : {"C", "de_DE.UTF-8"}) // where the second is missing, the first is tested twice
+    {
+        std::setlocale(LC_NUMERIC, locale);
+        for (const auto& row : rows)
+        {
+            const WriteOptions options = read(row.text);
+            EXPECT_EQ(options.lowest_hz, row.lowest) << row.text;
+            EXPECT_EQ(options.highest_hz, row.highest) << row.text;
+            EXPECT_TRUE(options.range_given);
+        }
+    }
+    std::setlocale(LC_NUMERIC, "C");
+}
+
+TEST_F(WriteOptionStrings, SwitchTheRestOn)
+{
+    EXPECT_EQ(read("fast_invar full_invar").invariants, InvariantOption::all);
+    EXPECT_EQ(read("fast_invar").invariants, InvariantOption::fast);
+    EXPECT_EQ(read("invar").invariants, InvariantOption::illegal);
+    EXPECT_TRUE(read("lbrf2cm").shift_origin);
+    EXPECT_TRUE(read("strip_face").strip_faces);
+    EXPECT_TRUE(read("sparse_str").sparse_stress);
+    EXPECT_TRUE(read("no_ortho").keep_modes);
+    EXPECT_TRUE(read("/path/empty.txt").no_modal_content);
+    EXPECT_TRUE(read("MKS").si_units);
+}
+
+TEST_F(WriteOptionStrings, ReportEveryConflict)
+{
+    const struct
+    {
+        const char *text, *errors;
+    } rows[] = {
+        {"full_str single no_xdr full_invar", ""},
+        {"82_comp no_xdr", ""},
+        {"sparse_str full_str", "ERROR:  Cannot specify full and sparse stress and strain modes.\n"},
+        {"82_comp single full_invar sparse_str",
+         "ERROR:  8.2 compatible ZEL cannot contain Invariants\n"
+         "ERROR:  8.2 compatible ZEL cannot be single precision\n"
+         "ERROR:  8.2 compatible ZEL cannot have sparse stress or strain modes\n"},
+        {"81_comp 82_comp invar", "ERROR:  8.2 compatible ZEL cannot contain Invariants\n"
+                                  "ERROR:  8.1 compatible ZEL cannot contain Invariants\n"},
+        {"81_comp single", "ERROR:  8.1 compatible ZEL cannot be single precision\n"},
+        {"81_comp sparse_str", "ERROR:  8.1 compatible ZEL cannot have sparse stress or strain modes\n"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(errors_of([&] { EXPECT_EQ(check_conflicts(read(row.text)), *row.errors == '\0'); }), row.errors);
+}

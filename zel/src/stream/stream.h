@@ -1,0 +1,121 @@
+// Encoding of values in files: portable (XDR, RFC 4506) or native, reals as doubles or floats, chosen by each stream
+// record. Knows files and values, no database. Every transfer returns 1 when all items moved, else 0, prints nothing and
+// succeeds at once for zero items. Reals are doubles in memory whatever the file holds.
+#ifndef ZEL_STREAM_STREAM_H
+#define ZEL_STREAM_STREAM_H
+
+#include "base/base.h"
+#include "zel.h"
+
+#include <sys/types.h>
+
+#include <cerrno>
+
+namespace zel
+{
+
+// Makes `stream` an XDR stream over its open file; 0 when memory is short. XDR and stdio stay in step: the XDR stream
+// keeps no bytes of its own, so that transfers, seeks and plain stdio calls may alternate.
+int open_xdr_reader(ZELSTREAM& stream);
+int open_xdr_writer(ZELSTREAM& stream);
+
+// Frees the XDR state; nothing for a native stream. The file stays open.
+void close_xdr(ZELSTREAM& stream);
+
+int put_int(ZELSTREAM& out, int32_t value);
+int put_ints(ZELSTREAM& out, const int32_t* values, int64_t count);
+int put_reals(ZELSTREAM& out, const double* values, int64_t count);
+int put_text(ZELSTREAM& out, const char* text, int count); // exactly `count` characters
+
+int get_int(ZELSTREAM& in, int32_t& value);
+int get_ints(ZELSTREAM& in, int32_t* values, int64_t count);
+int get_reals(ZELSTREAM& in, double* values, int64_t count);
+int get_text(ZELSTREAM& in, char* text, int count); // exactly `count` characters, not terminated
+
+// As get_reals, into floats without a detour; only for a single-precision stream (0 otherwise).
+int get_floats(ZELSTREAM& in, float* values, int64_t count);
+
+// Bytes that an item takes in the file.
+inline int real_bytes(const ZELSTREAM& stream)
+{
+    return stream.double_precision ? 8 : 4;
+}
+inline int character_bytes(const ZELSTREAM& stream)
+{
+    return stream.xdr ? 4 : 1;
+}
+constexpr int kIntBytes = 4;
+
+// Absolute move within the stream's file.
+inline bool seek_to(ZELSTREAM& stream, int64_t position)
+{
+    return FileSeek_Win32(stream.file, position, 0) == 0;
+}
+
+// Hands out the mixed items of a stretch of a file one by one, read ahead in blocks: thousands of small records cost no
+// call to the file each. Beyond the stretch or a failed read every item is 0 and failed() is true.
+class ItemReader
+{
+public:
+    ItemReader(ZELSTREAM& in, int64_t bytes); // the stretch starts at the current position
+    ItemReader(const ItemReader&) = delete;
+    ItemReader& operator=(const ItemReader&) = delete;
+    int32_t integer();
+    double real();
+    char character();
+    bool failed() const { return failed_; }
+
+private:
+    static constexpr int kRoom = 32 * 1024;
+    const unsigned char* take(int width);
+    template <typename Item> Item item();
+    ZELSTREAM& in_;
+    int64_t unread_; // bytes of the stretch that are still in the file
+    int next_ = 0, end_ = 0;
+    bool failed_ = false;
+    unsigned char room_[kRoom];
+};
+
+// Collects mixed items and writes them in blocks: thousands of small records cost no call to the file each.
+class ItemWriter
+{
+public:
+    explicit ItemWriter(ZELSTREAM& out) : out_(out) {}
+    ItemWriter(const ItemWriter&) = delete;
+    ItemWriter& operator=(const ItemWriter&) = delete;
+    void integer(int32_t value);
+    void real(double value);
+    void character(char value);
+    int finish(); // writes what is left; 0 when an item did not reach the file
+
+private:
+    static constexpr int kRoom = 32 * 1024;
+    template <typename Item> void item(Item value);
+    unsigned char* place(int width);
+    ZELSTREAM& out_;
+    int end_ = 0;
+    bool failed_ = false;
+    unsigned char room_[kRoom];
+};
+
+// Seeks a file back to where it was when the scope began.
+class KeepPosition
+{
+public:
+    explicit KeepPosition(FILE* file) : file_(file), position_(FileTell_Win32(file)) {}
+    ~KeepPosition()
+    {
+        if (position_ >= 0)
+            FileSeek_Win32(file_, position_, 0);
+    }
+    KeepPosition(const KeepPosition&) = delete;
+    KeepPosition& operator=(const KeepPosition&) = delete;
+
+private:
+    FILE* file_;
+    int64_t position_;
+};
+
+} // namespace zel
+
+#endif

@@ -1,0 +1,120 @@
+// Memory and clean-up: every allocation of the library passes through allocate() or reallocate(), which refuse impossible
+// sizes; small owners free what they hold on every way out of a scope.
+#ifndef ZEL_BASE_MEMORY_H
+#define ZEL_BASE_MEMORY_H
+
+#include <sys/mman.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <utility>
+
+namespace zel
+{
+
+// Whether `count` elements of `size` bytes are a request that can be made at all.
+inline bool allocation_allowed(int64_t count, size_t size)
+{
+    return count >= 0 && uint64_t(count) <= uint64_t(PTRDIFF_MAX) / size;
+}
+
+// Zeroed room for `count` elements (at least one), to be freed with free(). Null when `count` is negative or too large.
+template <typename T> T* allocate(int64_t count)
+{
+    if (!allocation_allowed(count, sizeof(T)))
+        return nullptr;
+    return static_cast<T*>(std::calloc(size_t(count > 0 ? count : 1), sizeof(T)));
+}
+
+// The same for an array that is going to be filled: a large one lies on huge pages where the system has them, since the
+// page faults of small ones can cost more than what is done with the memory.
+template <typename T> T* allocate_to_fill(int64_t count)
+{
+    constexpr size_t kHuge = size_t(1) << 21;
+    if (!allocation_allowed(count, sizeof(T)))
+        return nullptr;
+    const size_t bytes = size_t(count > 0 ? count : 1) * sizeof(T);
+    if (bytes < kHuge)
+        return static_cast<T*>(std::calloc(bytes, 1));
+    void* array = std::aligned_alloc(kHuge, (bytes + kHuge - 1) / kHuge * kHuge);
+    if (!array)
+        return nullptr;
+    madvise(array, bytes, MADV_HUGEPAGE);
+    return static_cast<T*>(std::memset(array, 0, bytes));
+}
+
+// realloc to `count` elements (at least one). On null the old array is as it was.
+template <typename T> T* reallocate(T* array, int64_t count)
+{
+    if (!allocation_allowed(count, sizeof(T)))
+        return nullptr;
+    return static_cast<T*>(std::realloc(static_cast<void*>(array), size_t(count > 0 ? count : 1) * sizeof(T)));
+}
+
+// Frees an array and forgets it.
+template <typename T> void discard(T*& array)
+{
+    std::free(static_cast<void*>(array));
+    array = nullptr;
+}
+
+// Zeroed array that is freed on every way out of its scope, unless release() hands it on.
+template <typename T> struct Scratch
+{
+    T* data;
+    explicit Scratch(int64_t count) : data(allocate_to_fill<T>(count)) {}
+    ~Scratch() { std::free(static_cast<void*>(data)); }
+    Scratch(const Scratch&) = delete;
+    Scratch& operator=(const Scratch&) = delete;
+    T& operator[](int64_t i) { return data[i]; }
+    const T& operator[](int64_t i) const { return data[i]; }
+    T* release() { return std::exchange(data, nullptr); }
+};
+
+// Puts a finished array in the place of an old one, which is freed.
+template <typename T> void replace(T*& array, Scratch<T>& finished)
+{
+    std::free(static_cast<void*>(array));
+    array = finished.release();
+}
+
+// Room for `need` elements: at least one more `step`, and half as much again as before, so that appending one by one
+// takes linear time. New elements are zeroed. On false, array and capacity are as before.
+template <typename T> bool grow(T*& array, int32_t& capacity, int64_t need, int32_t step)
+{
+    if (need <= capacity)
+        return true;
+    int64_t wanted = int64_t(capacity) + step;
+    if (wanted < need)
+        wanted = need;
+    if (wanted < int64_t(capacity) + capacity / 2)
+        wanted = int64_t(capacity) + capacity / 2;
+    wanted = (wanted + step - 1) / step * step;
+    if (wanted > INT32_MAX)
+        wanted = INT32_MAX;
+    if (wanted < need)
+        return false;
+    T* grown = reallocate(array, wanted);
+    if (!grown)
+        return false;
+    array = grown;
+    std::memset(static_cast<void*>(array + capacity), 0, size_t(wanted - capacity) * sizeof(T));
+    capacity = int32_t(wanted);
+    return true;
+}
+
+// Owned copy of a text, null when memory is short.
+inline char* copy_text(const char* text)
+{
+    const size_t bytes = std::strlen(text) + 1;
+    char* copy = allocate<char>(int64_t(bytes));
+    if (copy)
+        std::memcpy(copy, text, bytes);
+    return copy;
+}
+
+} // namespace zel
+
+#endif

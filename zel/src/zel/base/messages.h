@@ -1,0 +1,27 @@
+// Failure reports. The finder of a fault prints the one message and returns what fail() gives; all above pass the failure
+// on in silence.
+#ifndef ZEL_BASE_MESSAGES_H
+#define ZEL_BASE_MESSAGES_H
+
+namespace zel
+{
+
+// Converts to the failure value of a result: 0 or null.
+struct Failed
+{
+    operator int() const { return 0; }
+    template <typename T> operator T*() const { return nullptr; }
+};
+
+// Reports through ZEL_Error.
+[[gnu::format(printf, 1, 2)]] Failed fail(const char* format, ...);
+
+// The allocation message, naming the module and the line of its caller.
+Failed no_memory(const char* module, int line = __builtin_LINE());
+
+// The message for a null database.
+Failed no_database();
+
+} // namespace zel
+
+#endif

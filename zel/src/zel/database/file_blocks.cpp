@@ -1,0 +1,37 @@
+// What a database says of the blocks of its file: which there are, where they start, how long they are.
+#include "record.h"
+#include "stream/stream.h"
+#include "zel.h"
+
+using namespace zel;
+
+int ZEL_Exists(const ZELDATA* db, int block_index)
+{
+    if (block_index < 0 || block_index >= kBlockCount || !CheckZEL(db))
+        return 0;
+    const int number = block_index + 1;
+    return flag_position(number) < 0 || has_flag(db->content_flags, number) ? 1 : 0;
+}
+
+// Whether the file holds a block that still describes the body.
+static bool valid_in_file(const ZELDATA* db, int block_index)
+{
+    return block_index >= 0 && block_index < kBlockCount && CheckZEL(db) && block_in_file(db, block_index + 1) &&
+           !own(db).stale_block[block_index + 1];
+}
+
+int ZEL_goto_block(ZELDATA* db, int block_index)
+{
+    if (!valid_in_file(db, block_index))
+        return 0;
+    return seek_to(db->zel_file, db->block_offset[block_index]) ? 1 : 0;
+}
+
+int64_t ZEL_size_of_block(ZELDATA* db, int block_index)
+{
+    if (!valid_in_file(db, block_index))
+        return 0;
+    const KeepPosition here(db->zel_file.file);
+    const int64_t bytes = block_bytes(db, kBlocks[block_index]);
+    return bytes == kDamaged ? 0 : bytes;
+}

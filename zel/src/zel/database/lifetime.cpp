@@ -1,0 +1,217 @@
+// The list of live databases: creation, lookup by file, and the freeing of a record with everything it owns.
+#include "base/base.h"
+#include "mode_files.h"
+#include "record.h"
+#include "stream/stream.h"
+#include "zel.h"
+
+#include <algorithm>
+#include <cstring>
+
+using namespace zel;
+
+static_assert(ZEL_MODE_KINDS == 3, "mode, stress and strain streams are separate fields of the record");
+
+static ZELDATA* first_database; // in order of creation, chained through next
+
+namespace zel
+{
+
+ZELDATA* current_database = nullptr;
+
+// Frees an array of `count` owned arrays.
+template <typename T> static void discard_rows(T**& rows, int count)
+{
+    for (int i = 0; rows && i < count; ++i)
+        std::free(static_cast<void*>(rows[i]));
+    discard(rows);
+}
+
+void drop_invariant(ZELDATA* db, int number)
+{
+    const int table = own(db).table_modes[number];
+    switch (number)
+    {
+    case 1: discard(db->invar1); break;
+    case 2: discard(db->invar2); break;
+    case 3: discard(db->invar3); break;
+    case 4: discard(db->invar4); break;
+    case 5: discard_rows(db->invar5, table); break;
+    case 7: discard(db->invar7); break;
+    case 8: discard_rows(db->invar8, db->invar_modes); break;
+    case 9:
+        for (int i = 0; db->invar9 && i < table; ++i)
+            if (db->invar9[i])
+                discard_rows(db->invar9[i], table);
+        discard(db->invar9);
+        break;
+    default: return;
+    }
+    db->invar_origin[number] = 0;
+}
+
+} // namespace zel
+
+static void free_loads(ZELDATA* db)
+{
+    discard(db->modal_preload);
+    for (int i = 0; db->load_cases && i < db->load_case_count; ++i)
+        discard(db->load_cases[i].values);
+    discard(db->load_cases);
+    discard(own(db).load_forces);
+    db->load_case_count = db->load_capacity = db->principal_axes_done = 0;
+}
+
+static void free_matrices(ZELDATA* db)
+{
+    for (ZELMATRIX* matrix : {&db->stiffness, &db->mass, &db->damping})
+    {
+        discard(matrix->entries);
+        *matrix = {};
+    }
+    db->non_diagonal = db->non_unit_mass = db->damping_projected = 0;
+}
+
+namespace zel
+{
+
+void start_scales(ZELDATA* db)
+{
+    std::fill_n(db->mode_factor, ZEL_MODE_KINDS, 1.0);
+    std::fill_n(db->base_scale, 4, 1.0);
+    db->units.mass_scale = db->units.length_scale = db->units.time_scale = db->units.force_scale = 1.0;
+    own(db).assumed_mass = 1.0;
+}
+
+void start_empty(ZELDATA* db)
+{
+    start_scales(db);
+    free_loads(db);
+    free_matrices(db);
+}
+
+} // namespace zel
+
+static void close_zel_file(ZELSTREAM& stream)
+{
+    if (!stream.file)
+        return;
+    close_xdr(stream);
+    discard(stream.name);
+    std::fclose(stream.file);
+    stream.file = nullptr;
+}
+
+// Frees a record with everything it owns; returns what followed it in the list.
+static ZELDATA* free_database(ZELDATA* db)
+{
+    if (!db)
+        return nullptr;
+    for (int node = 0; db->nodes && node < db->node_count; ++node)
+        discard(db->nodes[node].inertia);
+    discard(db->nodes);
+    discard(db->conversion_buffer);
+    discard(db->face_list);
+    discard(db->node_id_index);
+    discard(db->eigenvalues);
+    discard(db->transformation);
+    discard(db->interface_nodes);
+    for (int kind = 0; kind < ZEL_MODE_KINDS; ++kind)
+    {
+        discard(db->mode_nodes[kind]);
+        if (kind != ZEL_MODE_SHAPE) // there it is node_id_index
+            discard(db->mode_node_id_index[kind]);
+        discard(db->mode_buffer[kind]);
+        close_mode_stream(db, kind);
+    }
+    for (int number = 1; number <= 9; ++number)
+        drop_invariant(db, number);
+    discard(db->geometry_nodes);
+    close_zel_file(db->zel_file);
+    free_loads(db);
+    free_matrices(db);
+    discard(db->modal_statistics);
+    discard(db->pre_stress);
+    discard(db->pre_strain);
+    discard(db->mode_ids);
+    discard(db->selected_modes);
+    nodes_changed(db);
+    discard_caches(own(db));
+    discard(db->private_data);
+    if (current_database == db)
+        current_database = nullptr;
+    ZELDATA* next = db->next;
+    std::free(db);
+    return next;
+}
+
+// The link (head or next field) that points at db, or at null for the end of the list.
+static ZELDATA** link_to(const ZELDATA* db)
+{
+    ZELDATA** link = &first_database;
+    while (*link && *link != db)
+        link = &(*link)->next;
+    return link;
+}
+
+bool zel::held_open(const char* path)
+{
+    for (ZELDATA* db = first_database; db; db = db->next)
+        for (const ZELSTREAM* stream : {&db->zel_file, &db->mode_file, &db->stress_file, &db->strain_file})
+            if (stream->file && names_open_file(path, stream->file))
+                return true;
+    return false;
+}
+
+ZELDATA* zel::database_of_file(const char* path)
+{
+    for (ZELDATA* db = first_database; db; db = db->next)
+        if (db->zel_file.name && std::strcmp(db->zel_file.name, path) == 0)
+            return db;
+    return nullptr;
+}
+
+ZELDATA* ZEL_Create(int max_mode_nodes, int max_modes)
+{
+    Scratch<ZELDATA> record(1);
+    Scratch<Private> caches(1);
+    if (!record.data || !caches.data)
+        return nullptr;
+    ZELDATA* db = record.release();
+    db->private_data = caches.release();
+    start_scales(db);
+    for (ZELSTREAM* stream : {&db->zel_file, &db->mode_file, &db->stress_file, &db->strain_file})
+        stream->double_precision = 1;
+    for (int kind = 0; kind < ZEL_MODE_KINDS; ++kind)
+        db->cached_mode[kind] = -1;
+    db->version = 31;
+    db->max_mode_nodes = max_mode_nodes;
+    db->max_modes = max_modes;
+    *link_to(nullptr) = db;
+    return db;
+}
+
+void ZEL_Destroy(ZELDATA*) {}
+
+void ZEL_UnLink(ZELDATA* db)
+{
+    ZELDATA** link = link_to(db);
+    if (*link)
+        *link = free_database(*link);
+}
+
+void ZEL_Terminate(void)
+{
+    while (first_database)
+        first_database = free_database(first_database);
+}
+
+int CheckZEL(const ZELDATA* db)
+{
+    return db && *link_to(db) ? 1 : 0;
+}
+
+const char* zelcreate_VersionId(void)
+{
+    return "zelcreate " ZEL_VERSION;
+}

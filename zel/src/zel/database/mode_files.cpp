@@ -1,0 +1,341 @@
+// Mode vectors on disk. While a body is built they go to a temporary file for each kind, which is reserved at full size,
+// so that a full disk shows at once, and then mapped: setting a vector is a copy into the page cache, in any order of
+// modes and nodes, and the heap holds none of it. Where a file cannot be mapped, values are written and read at their
+// positions; so are those of a replacement, which comes and goes in long runs that cost less than the page faults of a map. The vectors of a body that was read stay in its ZEL file.
+#include "mode_files.h"
+#include "base/base.h"
+#include "record.h"
+#include "stream/stream.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+
+using namespace zel;
+
+static constexpr const char* kModule = "zelset";
+
+namespace
+{
+constexpr int64_t kNodeBytes = kComponents * int64_t(sizeof(double));
+
+struct KindTexts
+{
+    const char *variable, *subject, *opened, *gap; // gap: before the path in the message of a full disk
+};
+} // namespace
+
+static constexpr KindTexts kKinds[ZEL_MODE_KINDS] = {
+    {"VXR_TMP_MOD", "mode shape", "modeshape", "  "},
+    {"VXR_TMP_STR", "modal stress", "modal stress", " "},
+    {"VXR_TMP_STN", "modal strain", "modal strain", " "},
+};
+
+// ---- Record files ------------------------------------------------------------------------------------------------------
+
+static bool write_zeros(int file, int64_t bytes)
+{
+    static const char zeros[64 * 1024] = {};
+    for (int64_t at = 0; at < bytes; at += int64_t(sizeof zeros))
+        if (!move_all(pwrite, file, zeros, std::min(bytes - at, int64_t(sizeof zeros)), at))
+            return false;
+    return true;
+}
+
+// Whether the disk is so large at all: an impossible request would fill it first and then be given back.
+static bool may_have_room(int file, int64_t bytes)
+{
+    struct statvfs disk;
+    return fstatvfs(file, &disk) != 0 || disk.f_blocks == 0 ||
+           uint64_t(bytes) / disk.f_frsize <= uint64_t(disk.f_bfree);
+}
+
+static int reserve_in_one_call(int file, int64_t bytes)
+{
+    int error = EINTR;
+    while (error == EINTR)
+        error = posix_fallocate(file, 0, bytes);
+    return error;
+}
+
+// Gives an empty file its full size, with disk space behind every byte; false when there is none.
+static bool reserve_bytes(int file, int64_t bytes)
+{
+    if (bytes == 0)
+        return true;
+    if (!may_have_room(file, bytes))
+        return false;
+    const HoldFileSizeSignal hold;
+    const int error = reserve_in_one_call(file, bytes);
+    const bool unsupported = error == EOPNOTSUPP || error == ENOSYS || error == EINVAL;
+    return error == 0 || (unsupported && write_zeros(file, bytes));
+}
+
+static double* map_file(int file, int64_t bytes)
+{
+    if (bytes == 0)
+        return nullptr;
+    void* map = mmap(nullptr, size_t(bytes), PROT_READ | PROT_WRITE, MAP_SHARED, file, 0);
+    return map == MAP_FAILED ? nullptr : static_cast<double*>(map);
+}
+
+// Makes an open, empty file one of zero records.
+static ModeReplacement::Result make_records(RecordFile& records, NamedFile opened, int modes, int nodes)
+{
+    records.stream.file = opened.file;
+    records.stream.name = opened.name;
+    records.stream.double_precision = 1;
+    records.stream.temporary = 1;
+    if (!opened.name)
+        return ModeReplacement::kNoMemory;
+    if (!opened.file)
+        return ModeReplacement::kNotOpened;
+    records.nodes = std::max(nodes, 0);
+    const int64_t record_bytes = kNodeBytes * records.nodes;
+    if (__builtin_mul_overflow(record_bytes, int64_t(modes), &records.bytes))
+        return ModeReplacement::kNoSpace;
+    const int file = fileno(opened.file);
+    if (!reserve_bytes(file, records.bytes))
+        return ModeReplacement::kNoSpace;
+    records.positions = allocate<int64_t>(modes);
+    if (!records.positions)
+        return ModeReplacement::kNoMemory;
+    for (int mode = 0; mode < modes; ++mode)
+        records.positions[mode] = record_bytes * mode;
+    return ModeReplacement::kReady;
+}
+
+// Unmaps and closes; with that the file is gone.
+static void discard_records(RecordFile& records)
+{
+    if (records.map)
+        munmap(records.map, size_t(records.bytes));
+    if (records.stream.file)
+        std::fclose(records.stream.file);
+    discard(records.stream.name);
+    discard(records.positions);
+    records = {};
+}
+
+static int write_values(FILE* file, double* map, int64_t at, const double* values, int64_t count)
+{
+    if (map)
+    {
+        std::memcpy(map + at / int64_t(sizeof(double)), values, size_t(count) * sizeof(double));
+        return 1;
+    }
+    return move_all(pwrite, fileno(file), reinterpret_cast<const char*>(values), count * int64_t(sizeof(double)), at);
+}
+
+// ---- Streams of a database ---------------------------------------------------------------------------------------------
+
+// The records become the kind's stream.
+static void adopt(ZELDATA* db, int kind, RecordFile& records)
+{
+    Private& caches = own(db);
+    mode_stream(db, kind) = records.stream;
+    std::free(db->mode_positions[kind]);
+    db->mode_positions[kind] = records.positions;
+    db->mode_record_nodes[kind] = records.nodes;
+    db->mode_factor[kind] = 1.0;
+    db->cached_mode[kind] = -1;
+    caches.mode_map[kind] = records.map;
+    caches.mode_map_bytes[kind] = records.bytes;
+    records = {};
+}
+
+static NamedFile open_for_kind(int kind)
+{
+    const char* path = std::getenv(kKinds[kind].variable);
+    return path && *path ? create_temporary_file(path) : create_temporary_file();
+}
+
+static Failed report(ModeReplacement::Result result, const KindTexts& kind, const char* path)
+{
+    constexpr const char* kElsewhere = "To write elsewhere, specify directory name in environment variable";
+    constexpr const char* kOrPath = ",\nor specify path name (file name) in environment variable";
+    const char* folder = temporary_folder_variable();
+    switch (result)
+    {
+    case ModeReplacement::kNotOpened:
+        return fail("Unable to open temporary %s file %s.\n%s %s%s %s.", kind.subject, path, kElsewhere, folder,
+                    kOrPath, kind.variable);
+    case ModeReplacement::kNoSpace:
+        return fail("Insufficient disk space for temporary %s file%s%s.\n%s %s%s %s.", kind.subject, kind.gap, path,
+                    kElsewhere, folder, kOrPath, kind.variable);
+    default: return no_memory(kModule);
+    }
+}
+
+namespace zel
+{
+
+int64_t mode_reads = 0;
+
+int open_mode_file(ZELDATA* db, int kind)
+{
+    const ZELSTREAM& stream = mode_stream(db, kind);
+    if (stream.file && stream.temporary)
+        return 1;
+    if (stream.file && db->mode_positions[kind])
+        return fail("The %s data of a ZEL file cannot be changed.", kKinds[kind].subject);
+    const bool was_read = db->zel_file.file != nullptr;
+    const NamedFile opened = open_for_kind(kind);
+    if (opened.file)
+        ZEL_Info("Temp %s file: %s", kKinds[kind].opened, opened.name);
+    RecordFile records = {};
+    const ModeReplacement::Result result =
+        make_records(records, opened, std::max(db->max_modes, db->mode_count),
+                     was_read ? std::max(db->max_mode_nodes, db->node_count) : db->max_mode_nodes);
+    if (result != ModeReplacement::kReady)
+    {
+        report(result, kKinds[kind], records.stream.name);
+        discard_records(records);
+        return 0;
+    }
+    records.map = map_file(fileno(records.stream.file), records.bytes);
+    adopt(db, kind, records);
+    if (kind == ZEL_MODE_SHAPE)
+        db->mode_node_count[kind] = db->node_count;
+    return 1;
+}
+
+// Multiplies (or, to store, divides) the values of whole nodes by the kind's unit factor, from component `dof` on.
+static void convert(const ZELDATA* db, int kind, double* values, int64_t count, int dof, bool to_store)
+{
+    const double factor = db->mode_factor[kind];
+    if (factor == 1.0)
+        return;
+    for (int64_t i = 0; i < count; ++i)
+        if (kind != ZEL_MODE_SHAPE || (dof + i) % kComponents < 3) // rotations have no unit
+            values[i] = to_store ? values[i] / factor : values[i] * factor;
+}
+
+int write_mode_values(ZELDATA* db, int kind, int mode, int position, int dof, int count, const double* values)
+{
+    double stored[kComponents];
+    std::copy_n(values, count, stored);
+    convert(db, kind, stored, count, dof, true);
+    const int64_t at =
+        db->mode_positions[kind][mode] + (kComponents * int64_t(position) + dof) * int64_t(sizeof(double));
+    return write_values(mode_stream(db, kind).file, own(db).mode_map[kind], at, stored, count);
+}
+
+static bool read_stored(ZELDATA* db, int kind, int mode, int first, int count, double* out)
+{
+    ZELSTREAM& stream = mode_stream(db, kind);
+    const int64_t values = kComponents * int64_t(count), skipped = kComponents * int64_t(first);
+    const int64_t at = db->mode_positions[kind][mode] + skipped * real_bytes(stream);
+    ++mode_reads;
+    if (const double* map = own(db).mode_map[kind])
+    {
+        std::memcpy(out, map + at / int64_t(sizeof(double)), size_t(values) * sizeof(double));
+        return true;
+    }
+    if (stream.temporary)
+        return move_all(pread, fileno(stream.file), reinterpret_cast<char*>(out), values * int64_t(sizeof(double)), at);
+    return seek_to(stream, at) && get_reals(stream, out, values);
+}
+
+int read_mode_slice(ZELDATA* db, int kind, int mode, int first, int count, double* out)
+{
+    if (!valid_kind(kind) || !mode_stream(db, kind).file || !db->mode_positions[kind])
+        return 0;
+    if (mode < 0 || mode >= db->mode_count || first < 0 || count < 0)
+        return 0;
+    const int held = std::clamp(db->mode_record_nodes[kind] - first, 0, count);
+    if (held > 0 && !read_stored(db, kind, mode, first, held, out))
+        return 0;
+    std::fill_n(out + kComponents * int64_t(held), kComponents * int64_t(count - held), 0.0);
+    convert(db, kind, out, kComponents * int64_t(held), 0, false);
+    return 1;
+}
+
+// Whether vectors can be used where they are mapped.
+static bool usable_in_place(const ZELDATA* db, int kind)
+{
+    return own(db).mode_map[kind] && db->mode_factor[kind] == 1.0;
+}
+
+const double* mode_slice(ZELDATA* db, int kind, int mode, int first, int count, double* buffer)
+{
+    const bool in_range = valid_kind(kind) && mode >= 0 && mode < db->mode_count && first >= 0 && count >= 0;
+    if (in_range && usable_in_place(db, kind) && count <= db->mode_record_nodes[kind] - first)
+    {
+        ++mode_reads;
+        return own(db).mode_map[kind] + db->mode_positions[kind][mode] / int64_t(sizeof(double)) +
+               kComponents * int64_t(first);
+    }
+    return read_mode_slice(db, kind, mode, first, count, buffer) ? buffer : nullptr;
+}
+
+const double* mode_columns(const ZELDATA* db, int kind, int64_t& stride)
+{
+    stride = kComponents * int64_t(db->mode_record_nodes[kind]);
+    if (!usable_in_place(db, kind) || db->mode_record_nodes[kind] < db->mode_node_count[kind])
+        return nullptr;
+    mode_reads += db->mode_count;
+    return own(db).mode_map[kind]; // whose records follow each other
+}
+
+void close_mode_stream(ZELDATA* db, int kind)
+{
+    Private& caches = own(db);
+    ZELSTREAM& stream = mode_stream(db, kind);
+    if (stream.temporary)
+    {
+        RecordFile records = {stream, db->mode_positions[kind], 0, caches.mode_map[kind], caches.mode_map_bytes[kind]};
+        discard_records(records);
+    }
+    else
+        discard(db->mode_positions[kind]);
+    stream = {};
+    stream.double_precision = 1;
+    db->mode_positions[kind] = nullptr;
+    caches.mode_map[kind] = nullptr;
+}
+
+void forget_cached_modes(ZELDATA* db)
+{
+    for (int& mode : db->cached_mode)
+        mode = -1;
+    own(db).checked_modes = own(db).repeated_mode = 0;
+}
+
+// ---- Replacement -------------------------------------------------------------------------------------------------------
+
+ModeReplacement::~ModeReplacement()
+{
+    discard_records(file_);
+}
+
+ModeReplacement::Result ModeReplacement::open(ZELDATA* db, int kind, int modes, int nodes)
+{
+    discard_records(file_);
+    db_ = db;
+    kind_ = kind;
+    modes_ = modes;
+    nodes_ = nodes;
+    return make_records(file_, create_temporary_file(), std::max(db->max_modes, modes),
+                        std::max(db->max_mode_nodes, nodes));
+}
+
+int ModeReplacement::write(int mode, int first, int count, const double* values)
+{
+    if (!file_.positions || mode < 0 || mode >= modes_ || first < 0 || count < 0 || count > nodes_ - first)
+        return 0;
+    return write_values(file_.stream.file, nullptr, file_.positions[mode] + kNodeBytes * first, values,
+                        kComponents * int64_t(count));
+}
+
+void ModeReplacement::install()
+{
+    close_mode_stream(db_, kind_);
+    adopt(db_, kind_, file_);
+}
+
+} // namespace zel

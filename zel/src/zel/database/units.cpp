@@ -1,0 +1,439 @@
+// Units: the vocabulary of labels with their factors to SI, and the rescaling of a whole body when its units change.
+//
+// Values in memory are scaled at once. Mode vectors and invariant blocks that still lie in a file are not: cumulative
+// factors, base_scale and mode_factor, are applied whenever they are read. The four ratios in ZELUNITS describe the last
+// change only.
+#include "units.h"
+#include "record.h"
+#include "zel.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+
+using namespace zel;
+
+const ZELUNIT ZEL_MassUnits[] = {
+    {"MEGAGRAM", 1000.0},
+    {"KILOGRAM", 1.0},
+    {"GRAM", 0.001},
+    {"MILLIGRAM", 1e-06},
+    {"MICROGRAM", 1e-09},
+    {"NANOGRAM", 1e-12},
+    {"USTON", 907.18474},
+    {"KPOUND_MASS", 453.59237},
+    {"POUND_MASS", 0.45359237},
+    {"OUNCE_MASS", 0.02834952},
+    {"SLUG", 14.5939029372},
+    {"SLINCH", 175.1271524},
+    {"", 0.0},
+};
+const ZELUNIT ZEL_ForceUnits[] = {
+    {"KNEWTON", 1000.0},
+    {"NEWTON", 1.0},
+    {"MILLINEWTON", 0.001},
+    {"DYNE", 1e-05},
+    {"MICRONEWTON", 1e-06},
+    {"NANONEWTON", 1e-09},
+    {"KPOUND_FORCE", 4448.22161526},
+    {"POUND_FORCE", 4.44822161526},
+    {"KILOGRAM_FORCE", 9.80665},
+    {"OUNCE_FORCE", 0.2780139},
+    {"", 0.0},
+};
+const ZELUNIT ZEL_LengthUnits[] = {
+    {"KILOMETER", 1000.0},   {"METER", 1.0},
+    {"CENTIMETER", 0.01},    {"MILLIMETER", 0.001},
+    {"MICROMETER", 1e-06},   {"NANOMETER", 1e-09},
+    {"ANGSTROM", 1e-10},     {"MILE", 1609.344},
+    {"YARD", 0.9144},        {"FOOT", 0.3048},
+    {"INCH", 0.0254},        {"MIL", 2.54e-05},
+    {"MICROINCH", 2.54e-08}, {"", 0.0},
+};
+const ZELUNIT ZEL_TimeUnits[] = {
+    {"SECOND", 1.0},  {"MILLISECOND", 0.001}, {"MICROSECOND", 1e-06}, {"NANOSECOND", 1e-09},
+    {"DAY", 86400.0}, {"HOUR", 3600.0},       {"MINUTE", 60.0},       {"", 0.0},
+};
+
+namespace
+{
+constexpr int kLongestLabel = 15;
+constexpr int kLongestSpellings = 4;
+
+struct Spellings
+{
+    const char* canonical;
+    const char* accepted[kLongestSpellings]; // null behind the last
+};
+} // namespace
+
+// Matched without regard to case, in this order, the first match winning: so MN is the millinewton and Mg the milligram.
+static constexpr Spellings kSpellings[] = {
+    {"MEGAGRAM", {"mgg", "megagram", "tonne"}},
+    {"KILOGRAM", {"kilogram", "kg"}},
+    {"GRAM", {"gram"}},
+    {"MICROGRAM", {"microgram", "ug"}},
+    {"MILLIGRAM", {"milligram", "mg"}},
+    {"NANOGRAM", {"nanogram", "ng"}},
+    {"USTON", {"uston", "us_ton"}},
+    {"KPOUND_MASS", {"klbm", "kpound_mass"}},
+    {"POUND_MASS", {"pound_mass", "lbm"}},
+    {"OUNCE_MASS", {"ounce_mass", "ozm"}},
+    {"SLUG", {"slug"}},
+    {"SLINCH", {"DOZEN_SLUG", "dozen_slug", "slinch"}},
+    {"KNEWTON", {"knewton", "kn"}},
+    {"NEWTON", {"newton", "n"}},
+    {"MILLINEWTON", {"millinewton", "mn"}},
+    {"DYNE", {"dyne"}},
+    {"MICRONEWTON", {"micronewton", "un"}},
+    {"NANONEWTON", {"nanonewton", "nn"}},
+    {"KPOUND_FORCE", {"kpound_force", "klbf", "kip"}},
+    {"POUND_FORCE", {"pound_force", "lbf"}},
+    {"KILOGRAM_FORCE", {"kilogram_force", "kgf", "kg_force"}},
+    {"OUNCE_FORCE", {"ounce_force", "ozf"}},
+    {"KILOMETER", {"kilometer", "km"}},
+    {"METER", {"meter", "m"}},
+    {"CENTIMETER", {"centimeter", "cm"}},
+    {"MILLIMETER", {"millimeter", "mm"}},
+    {"MICROMETER", {"micrometer", "micron", "um"}},
+    {"NANOMETER", {"nanometer", "nm"}},
+    {"ANGSTROM", {"angstrom", "ang"}},
+    {"MILE", {"mile", "mi"}},
+    {"YARD", {"yard", "yd"}},
+    {"FOOT", {"foot", "ft"}},
+    {"INCH", {"inch", "in"}},
+    {"MIL", {"mil", "milli_inch"}},
+    {"MICROINCH", {"uin", "uinch", "microinch", "micro_inch"}},
+    {"SECOND", {"second", "sec", "s"}},
+    {"MILLISECOND", {"millisecond", "millisec", "ms"}},
+    {"MICROSECOND", {"microsecond", "microsec", "us"}},
+    {"NANOSECOND", {"nanosecond", "nanosec", "ns"}},
+    {"DAY", {"day", "d"}},
+    {"HOUR", {"hour", "hr", "h"}},
+    {"MINUTE", {"minute", "min"}},
+};
+
+// ASCII only, so that a unit means the same in every locale.
+static char folded(char c)
+{
+    return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c;
+}
+
+static bool same_folded(const char* a, const char* b)
+{
+    while (*a && folded(*a) == folded(*b))
+    {
+        ++a;
+        ++b;
+    }
+    return folded(*a) == folded(*b);
+}
+
+int ZEL_ConvertUnitsLabel(char* label)
+{
+    if (!label)
+        return 0;
+    for (const Spellings& unit : kSpellings)
+        for (const char* spelling : unit.accepted)
+            if (spelling && same_folded(label, spelling))
+            {
+                std::strcpy(label, unit.canonical);
+                return 1;
+            }
+    return 0;
+}
+
+double ZEL_UnitsDivider(const char* label, const ZELUNIT* table)
+{
+    if (!label || !table)
+        return 0.0;
+    if (!*label)
+        return 1.0;
+    for (const ZELUNIT* unit = table; *unit->label; ++unit)
+        if (std::strcmp(unit->label, label) == 0)
+            return unit->factor;
+    return 0.0;
+}
+
+double ZEL_Mass2Kilogram(const ZELDATA* db, double value)
+{
+    return db ? value * ZEL_UnitsDivider(db->units.mass, ZEL_MassUnits) : 0.0;
+}
+
+double ZEL_Force2Newton(const ZELDATA* db, double value)
+{
+    return db ? value * ZEL_UnitsDivider(db->units.force, ZEL_ForceUnits) : 0.0;
+}
+
+double ZEL_Length2Meter(const ZELDATA* db, double value)
+{
+    return db ? value * ZEL_UnitsDivider(db->units.length, ZEL_LengthUnits) : 0.0;
+}
+
+double ZEL_Time2Second(const ZELDATA* db, double value)
+{
+    return db ? value * ZEL_UnitsDivider(db->units.time, ZEL_TimeUnits) : 0.0;
+}
+
+const char* ZEL_UnitsLabel(double factor, const ZELUNIT* table)
+{
+    constexpr double kTolerance = 0.0001;
+    for (const ZELUNIT* unit = table; unit && *unit->label; ++unit)
+        if (std::fabs(unit->factor - factor) / std::max(unit->factor, factor) < kTolerance)
+            return unit->label;
+    return nullptr;
+}
+
+double ZEL_UCF(const ZELDATA* db)
+{
+    const double inertial = ZEL_Length2Meter(db, 1.0) * ZEL_Mass2Kilogram(db, 1.0);
+    if (inertial == 0.0)
+        return 0.0;
+    const double time = ZEL_Time2Second(db, 1.0);
+    return ZEL_Force2Newton(db, 1.0) * time * time / inertial;
+}
+
+int ZEL_Units(const ZELDATA* db, char* mass, char* length, char* time, char* force)
+{
+    if (!db)
+        return 0;
+    const struct
+    {
+        char* out;
+        const char *label, *otherwise;
+    } labels[] = {
+        {mass, db->units.mass, "KILOGRAM"},
+        {length, db->units.length, "METER"},
+        {time, db->units.time, "SECOND"},
+        {force, db->units.force, "NEWTON"},
+    };
+    for (const auto& unit : labels)
+        if (unit.out)
+            std::strcpy(unit.out, *unit.label ? unit.label : unit.otherwise);
+    return 1;
+}
+
+double* ZEL_Convert_Units(double* values, int count, double factor)
+{
+    for (int i = 0; values && i < count; ++i)
+        values[i] *= factor;
+    return values;
+}
+
+// ---- Scaling a database ---------------------------------------------------------------------------------------------
+
+// Every value in memory with the factor of its change: visit(values, count, factor). All scaling and the test before it
+// walk this one list.
+template <typename Visit> static void visit_nodes(ZELDATA* db, const Ratios& r, Visit visit)
+{
+    for (int i = 0; i < db->node_count; ++i)
+    {
+        ZELNODE& node = db->nodes[i];
+        visit(&node.mass, 1, r.m);
+        visit(&node.x, 1, r.l);
+        visit(&node.y, 1, r.l);
+        visit(&node.z, 1, r.l);
+        if (node.inertia)
+            visit(node.inertia, 6, r.inertia());
+    }
+    visit(&db->total_mass, 1, r.m);
+    visit(db->center_of_mass, 3, r.l);
+    visit(db->inertia_tensor, 9, r.inertia());
+}
+
+template <typename Visit> static void visit_matrices(ZELDATA* db, const Ratios& r, Visit visit)
+{
+    for (int i = 0; i < db->mass.count; ++i)
+        visit(&db->mass.entries[i].value, 1, r.inertia());
+    for (int i = 0; i < db->stiffness.count; ++i)
+        visit(&db->stiffness.entries[i].value, 1, r.energy());
+    for (int i = 0; i < db->damping.count; ++i)
+    {
+        ZELENTRY& entry = db->damping.entries[i];
+        visit(&entry.value, 1, r.damping(entry.row, entry.column, db->damping_projected != 0));
+    }
+    const double factors[6] = {1.0, r.f / (r.m * r.l), 1.0 / r.t, 1.0 / r.t, r.inertia(), r.energy()};
+    for (int i = 0; db->eigenvalues && i < db->eigenvalue_count; ++i)
+        for (int field = 1; field < 6; ++field)
+            if (double& value = db->eigenvalues[i].value[field]; !is_infinite_eigenvalue(value))
+                visit(&value, 1, factors[field]);
+    visit(&own(db).assumed_mass, 1, r.inertia());
+}
+
+// The force components of a projected vector scale as forces, its moments and modal components as energies.
+template <typename Visit> static void visit_loads(ZELDATA* db, const Ratios& r, Visit visit)
+{
+    const int components = std::min(db->mode_count, db->load_capacity);
+    const auto visit_vector = [&](double* values, int forces) {
+        if (!values)
+            return;
+        const int of_force = std::min(forces, components);
+        visit(values, of_force, r.f);
+        visit(values + of_force, components - of_force, r.energy());
+    };
+    visit_vector(db->modal_preload, own(db).preload_forces);
+    for (int i = 0; i < db->load_case_count; ++i)
+        visit_vector(db->load_cases[i].values, own(db).load_forces[i]);
+}
+
+template <typename Visit> static void visit_modal_results(ZELDATA* db, const Ratios& r, Visit visit)
+{
+    for (int i = 0; i < db->pre_stress_capacity; ++i)
+        visit(db->pre_stress[i].v, 6, r.stress());
+    for (int i = 0; db->modal_statistics && i < db->modal_statistics_count; ++i)
+    {
+        visit(&db->modal_statistics[i].pair[0].value, 1, r.l);
+        visit(&db->modal_statistics[i].pair[2].value, 1, r.stress());
+    }
+    visit(&db->mode_factor[ZEL_MODE_SHAPE], 1, r.l);
+    visit(&db->mode_factor[ZEL_MODAL_STRESS], 1, r.stress());
+    const double steps[4] = {r.m, r.l, r.t, r.f};
+    for (int i = 0; i < 4; ++i)
+        visit(&db->base_scale[i], 1, steps[i]);
+}
+
+template <typename Visit> static void visit_invariants(ZELDATA* db, const Ratios& r, Visit visit)
+{
+    const int modes = db->invar_modes;
+    const auto visit_filled = [&](double* values, int count, double factor) {
+        if (values)
+            visit(values, count, factor);
+    };
+    visit_filled(db->invar1, 1, r.m);
+    visit_filled(db->invar2, 3, r.m * r.l);
+    visit_filled(db->invar3, 3 * modes, r.m * r.l);
+    visit_filled(db->invar4, 3 * modes, r.inertia());
+    visit_filled(db->invar7, 9, r.inertia());
+    for (int i = 0; i < modes; ++i)
+    {
+        visit_filled(db->invar5 && i < own(db).table_modes[5] ? db->invar5[i] : nullptr, 3 * own(db).table_modes[5],
+                     r.inertia());
+        visit_filled(db->invar8 ? db->invar8[i] : nullptr, 9, r.inertia());
+        for (int j = 0; db->invar9 && std::max(i, j) < own(db).table_modes[9]; ++j)
+            visit_filled(db->invar9[i][j], 9, r.inertia());
+    }
+}
+
+template <typename Visit> static void visit_values(ZELDATA* db, const Ratios& r, Visit visit)
+{
+    visit_nodes(db, r, visit);
+    visit_matrices(db, r, visit);
+    visit_loads(db, r, visit);
+    visit_modal_results(db, r, visit);
+    visit_invariants(db, r, visit);
+}
+
+// Whether every finite value stays finite.
+static bool can_be_scaled(ZELDATA* db, const Ratios& r)
+{
+    bool finite = true;
+    visit_values(db, r, [&finite](const double* values, int count, double factor) {
+        for (int i = 0; i < count; ++i)
+            finite = finite && (std::isfinite(values[i] * factor) || !std::isfinite(values[i]));
+    });
+    return finite;
+}
+
+// Diagonal entries of 1 are no longer 1, or have become 1.
+static void note_unit_masses(ZELDATA* db)
+{
+    constexpr double kUnitTolerance = 1e-8;
+    db->non_unit_mass = db->mass.count == 0 && std::fabs(1.0 - own(db).assumed_mass) > kUnitTolerance;
+    for (int i = 0; i < db->mass.count; ++i)
+        if (const ZELENTRY& entry = db->mass.entries[i];
+            entry.row == entry.column && std::fabs(1.0 - entry.value) > kUnitTolerance)
+            db->non_unit_mass = 1;
+}
+
+int ZEL_ScaleDatabase(ZELDATA* db)
+{
+    if (!db)
+        return 0;
+    const Ratios r = {db->units.mass_scale, db->units.length_scale, db->units.time_scale, db->units.force_scale};
+    if (!can_be_scaled(db, r))
+        return 0;
+    visit_values(db, r, [](double* values, int count, double factor) { ZEL_Convert_Units(values, count, factor); });
+    nodes_changed(db);
+    if (r.inertia() != 1.0)
+        note_unit_masses(db);
+    for (int& mode : db->cached_mode)
+        mode = -1;
+    return 1;
+}
+
+// ---- Setting units --------------------------------------------------------------------------------------------------
+
+// One dimension in a change of units: its label and scale in the record, its table and the new label.
+namespace
+{
+struct Dimension
+{
+    char* label;
+    double* scale;
+    const ZELUNIT* table;
+    const char* wanted;
+    char canonical[kLongestLabel + 2]; // room for a label of full width, which is then unknown
+    double ratio;
+};
+} // namespace
+
+int ZEL_SetUnits(ZELDATA* db, const char* mass, const char* length, const char* time, const char* force)
+{
+    if (!db)
+        return 0;
+    ZELUNITS& units = db->units;
+    Dimension dimensions[] = {
+        {units.mass, &units.mass_scale, ZEL_MassUnits, mass, "", 1.0},
+        {units.length, &units.length_scale, ZEL_LengthUnits, length, "", 1.0},
+        {units.time, &units.time_scale, ZEL_TimeUnits, time, "", 1.0},
+        {units.force, &units.force_scale, ZEL_ForceUnits, force, "", 1.0},
+    };
+    bool first = true, same = true;
+    for (Dimension& d : dimensions)
+    {
+        if (!d.wanted)
+            return 0;
+        std::strncpy(d.canonical, d.wanted, kLongestLabel);
+        if (!ZEL_ConvertUnitsLabel(d.canonical))
+            return 0;
+        first = first && !*d.label;
+        same = same && std::strcmp(d.label, d.canonical) == 0;
+    }
+    if (!first)
+        for (Dimension& d : dimensions)
+        {
+            const double old_factor = ZEL_UnitsDivider(d.label, d.table);
+            const double new_factor = ZEL_UnitsDivider(d.canonical, d.table);
+            if (old_factor == 0.0 || !(new_factor > 0.0))
+                return 0;
+            d.ratio = old_factor / new_factor;
+        }
+    if (same)
+        return 1;
+    const ZELUNITS before = units;
+    for (const Dimension& d : dimensions)
+    {
+        std::memset(d.label, 0, sizeof units.mass);
+        std::strcpy(d.label, d.canonical);
+        *d.scale = d.ratio;
+    }
+    if (!first && !ZEL_ScaleDatabase(db))
+    {
+        units = before;
+        return 0;
+    }
+    raise_flag(db, kBlockUnits);
+    return 1;
+}
+
+int ZEL_SetUnitsByMultiplierOnSI(ZELDATA* db, double mass, double length, double time, double force)
+{
+    const char* labels[] = {ZEL_UnitsLabel(mass, ZEL_MassUnits), ZEL_UnitsLabel(length, ZEL_LengthUnits),
+                            ZEL_UnitsLabel(time, ZEL_TimeUnits), ZEL_UnitsLabel(force, ZEL_ForceUnits)};
+    return ZEL_SetUnits(db, labels[0], labels[1], labels[2], labels[3]);
+}
+
+const char* zelunits_VersionId(void)
+{
+    return "zelunits " ZEL_VERSION;
+}

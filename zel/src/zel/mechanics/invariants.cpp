@@ -1,0 +1,413 @@
+// The inertia invariants: what a multibody solver needs of the body's mass and mode shapes to build its mass matrix
+// without visiting the nodes. Each is taken from its slot in the database, else from its block of the file, else summed
+// over the nodes; the first use fills the slot.
+#include "format/format.h"
+#include "mechanics.h"
+#include "stream/stream.h"
+
+#include <algorithm>
+
+using namespace zel;
+
+static constexpr char kModule[] = "zelinvar";
+
+// ---- Slots ----------------------------------------------------------------------------------------------------------
+
+namespace zel
+{
+
+Pieces invariant_pieces(int number, int modes)
+{
+    switch (number)
+    {
+    case 1: return {1, 1};
+    case 2: return {1, 3};
+    case 3:
+    case 4: return {3, modes};
+    case 5: return {int64_t(3) * modes, modes};
+    case 7: return {1, 9};
+    case 8: return {modes, 9};
+    default: return {int64_t(modes) * modes, 9};
+    }
+}
+
+double* invariant_piece(const ZELDATA* db, int number, int64_t piece)
+{
+    const int modes = db->invar_modes, table = own(db).table_modes[number];
+    switch (number)
+    {
+    case 1: return db->invar1;
+    case 2: return db->invar2;
+    case 3: return db->invar3 + piece * modes;
+    case 4: return db->invar4 + piece * modes;
+    case 5: return piece / 3 < table ? db->invar5[piece / 3] + piece % 3 * table : nullptr;
+    case 7: return db->invar7;
+    case 8: return db->invar8[piece];
+    default: return piece / modes < table && piece % modes < table ? db->invar9[piece / modes][piece % modes] : nullptr;
+    }
+}
+
+void copy_invariant_piece(const ZELDATA* db, int number, int64_t piece, double* out)
+{
+    const int length = invariant_pieces(number, db->invar_modes).length;
+    const double* values = invariant_piece(db, number, piece);
+    const int stored = !values ? 0 : number == 5 ? own(db).table_modes[number] : length;
+    std::copy_n(values, stored, out);
+    std::fill_n(out + stored, length - stored, 0.0);
+}
+
+int64_t invariant_pieces_with_values(const ZELDATA* db, int number)
+{
+    const int64_t table = own(db).table_modes[number];
+    return number == 5   ? 3 * table
+           : number == 9 ? table * db->invar_modes
+                         : invariant_pieces(number, db->invar_modes).count;
+}
+
+bool invariant_filled(const ZELDATA* db, int number)
+{
+    if (invariant_row(number).modal && db->invar_modes != db->mode_count)
+        return false;
+    switch (number)
+    {
+    case 1: return db->invar1;
+    case 2: return db->invar2;
+    case 3: return db->invar3;
+    case 4: return db->invar4;
+    case 5: return db->invar5;
+    case 7: return db->invar7;
+    case 8: return db->invar8;
+    default: return db->invar9;
+    }
+}
+
+} // namespace zel
+
+// An array of `count` zeroed arrays; what could be had of it when memory runs short.
+static bool open_rows(double**& rows, int count, int64_t length)
+{
+    rows = allocate<double*>(count);
+    bool complete = rows != nullptr;
+    for (int i = 0; complete && i < count; ++i)
+        complete = (rows[i] = allocate<double>(length)) != nullptr;
+    return complete;
+}
+
+static bool open_table(double***& table, int count)
+{
+    table = allocate<double**>(count);
+    bool complete = table != nullptr;
+    for (int i = 0; complete && i < count; ++i)
+        complete = open_rows(table[i], count, 9);
+    return complete;
+}
+
+static bool open_slot(ZELDATA* db, int number)
+{
+    const int modes = db->invar_modes, table = own(db).table_modes[number];
+    switch (number)
+    {
+    case 1: return (db->invar1 = allocate<double>(1)) != nullptr;
+    case 2: return (db->invar2 = allocate<double>(3)) != nullptr;
+    case 3: return (db->invar3 = allocate<double>(int64_t(3) * modes)) != nullptr;
+    case 4: return (db->invar4 = allocate<double>(int64_t(3) * modes)) != nullptr;
+    case 5: return open_rows(db->invar5, table, int64_t(3) * table);
+    case 7: return (db->invar7 = allocate<double>(9)) != nullptr;
+    case 8: return open_rows(db->invar8, modes, 9);
+    default: return open_table(db->invar9, table);
+    }
+}
+
+// Invariants 5 and 9 are made of many arrays. Asking for as much in one piece first lets an impossible size fail at once,
+// before the memory of the machine is used up; that piece is not touched.
+static bool room_for(int number, int modes)
+{
+    const Pieces pieces = invariant_pieces(number, modes);
+    if (pieces.count > PTRDIFF_MAX / int64_t(sizeof(double)) / std::max(pieces.length, 1))
+        return false;
+    double* probe = allocate<double>(pieces.count * pieces.length);
+    const bool available = probe != nullptr;
+    discard(probe);
+    return available;
+}
+
+namespace zel
+{
+
+int open_invariant(ZELDATA* db, int number, char origin, int table_modes)
+{
+    if (invariant_row(number).modal && db->invar_modes != db->mode_count)
+    {
+        for (const Invariant& row : kInvariants)
+            if (row.modal)
+                drop_invariant(db, row.number);
+        db->invar_modes = db->mode_count;
+    }
+    const bool by_pair = number == 5 || number == 9;
+    const int table = own(db).table_modes[number] = std::min(table_modes, db->invar_modes);
+    if (room_for(number, by_pair ? table : db->invar_modes) && open_slot(db, number))
+    {
+        db->invar_origin[number] = origin;
+        return 1;
+    }
+    drop_invariant(db, number);
+    return no_memory(kModule);
+}
+
+} // namespace zel
+
+// ---- Reading --------------------------------------------------------------------------------------------------------
+
+// Where a piece of a block that was written for `file_modes` modes belongs; null when it is of a mode that is not there.
+static double* piece_in_slot(const ZELDATA* db, int number, int64_t piece, int file_modes)
+{
+    const int64_t modes = db->invar_modes;
+    if (number == 8 && piece >= modes)
+        return nullptr;
+    if (number == 9)
+    {
+        const int64_t i = piece / file_modes, j = piece % file_modes;
+        if (i >= modes || j >= modes)
+            return nullptr;
+        piece = i * modes + j;
+    }
+    return invariant_piece(db, number, piece);
+}
+
+// Factor from the units of the file to those of now.
+static double unit_factor(const ZELDATA* db, const Invariant& row)
+{
+    double factor = db->base_scale[0];
+    for (int power = 0; power < row.lengths; ++power)
+        factor *= db->base_scale[1];
+    return factor;
+}
+
+// The values behind the count of a block, into an open slot. What one of them and the slot does not have stays zero.
+static int read_pieces(ZELDATA* db, const Invariant& row, int file_modes)
+{
+    const Pieces pieces = invariant_pieces(row.number, file_modes);
+    const int kept =
+        std::min(pieces.length, invariant_pieces(row.number, db->invar_modes).length); // of 5: all in the slot
+    const double factor = unit_factor(db, row);
+    Scratch<double> values(pieces.length);
+    if (!values.data)
+        return no_memory(kModule);
+    for (int64_t piece = 0; piece < pieces.count; ++piece)
+    {
+        if (!get_reals(db->zel_file, values.data, pieces.length))
+            return fail("Problem in invar %d block", row.number);
+        if (double* slot = piece_in_slot(db, row.number, piece, file_modes))
+        {
+            std::memcpy(slot, values.data, size_t(kept) * sizeof(double));
+            ZEL_Convert_Units(slot, kept, factor);
+        }
+    }
+    return 1;
+}
+
+// Fills a slot from its block of the file, at whose start the file stands.
+static int read_invariant(ZELDATA* db, const Invariant& row)
+{
+    int32_t file_modes = db->mode_count;
+    if (row.modal && (block_bytes(db, block_row(row.block)) == kDamaged || !ZEL_goto_block(db, row.block - 1) ||
+                      !get_int(db->zel_file, file_modes)))
+        return 0; // block_bytes has seen that the count can be read
+    if (file_modes != db->mode_count)
+        ZEL_Error("nm!=ModeCount at line %d in file %s", __LINE__, kModule);
+    if (!open_invariant(db, row.number, kRead, file_modes))
+        return 0;
+    if (read_pieces(db, row, file_modes))
+        return 1;
+    drop_invariant(db, row.number);
+    return 0;
+}
+
+// ---- Invariants 1, 2 and 7: mass, first moment and inertia of the body as a whole -----------------------------------
+
+static bool has_nodal_masses(const ZELDATA* db)
+{
+    return has_flag(db->content_flags, kBlockMasses);
+}
+
+static void sum_mass(const ZELDATA* db, double mass[1])
+{
+    mass[0] = has_nodal_masses(db) ? 0.0 : db->total_mass;
+    for (int node = 0; has_nodal_masses(db) && node < db->node_count; ++node)
+        mass[0] += db->nodes[node].mass;
+}
+
+static void sum_moment(const ZELDATA* db, double moment[3])
+{
+    for (int axis = 0; axis < 3; ++axis)
+        moment[axis] = has_nodal_masses(db) ? 0.0 : db->total_mass * db->center_of_mass[axis];
+    for (int i = 0; has_nodal_masses(db) && i < db->node_count; ++i)
+    {
+        const ZELNODE& node = db->nodes[i];
+        moment[0] += node.mass * node.x;
+        moment[1] += node.mass * node.y;
+        moment[2] += node.mass * node.z;
+    }
+}
+
+// The database's own inertia has products of inertia off its diagonal, of the opposite sign.
+static void tensor_of_body(const ZELDATA* db, double tensor[9])
+{
+    for (int i = 0; i < 9; ++i)
+        tensor[i] = i % 4 == 0 ? db->inertia_tensor[i] : -db->inertia_tensor[i];
+}
+
+static void sum_tensor(const ZELDATA* db, double tensor[9])
+{
+    if (!has_nodal_masses(db) && db->total_mass != 0.0)
+        return tensor_of_body(db, tensor);
+    std::fill_n(tensor, 9, 0.0);
+    double inertia[9];
+    for (int node = 0; node < db->node_count; ++node)
+    {
+        const ZELNODE& at = db->nodes[node];
+        const double s[3] = {at.x, at.y, at.z};
+        const double square = s[0] * s[0] + s[1] * s[1] + s[2] * s[2];
+        for (int row = 0; row < 3; ++row)
+            for (int column = 0; column < 3; ++column)
+                tensor[3 * row + column] += at.mass * ((row == column ? square : 0.0) - s[row] * s[column]);
+        if (ZEL_NodalInertia(db, node, inertia))
+            for (int i = 0; i < 9; ++i)
+                tensor[i] += inertia[i];
+    }
+}
+
+// Sums over the nodes, or what the global properties give.
+static void sum_rigid(const ZELDATA* db, int number, double* values)
+{
+    number == 1 ? sum_mass(db, values) : number == 2 ? sum_moment(db, values) : sum_tensor(db, values);
+}
+
+// What a slot holds or would be filled with.
+static int rigid_values(ZELDATA* db, int number, double* values)
+{
+    const bool was_filled = invariant_filled(db, number);
+    const Invariant& row = invariant_row(number);
+    if (!was_filled && !ZEL_goto_block(db, row.block - 1))
+    {
+        sum_rigid(db, number, values);
+        return 1;
+    }
+    if (!was_filled && !read_invariant(db, row))
+        return 0;
+    const int length = invariant_pieces(number, 0).length;
+    std::memcpy(values, invariant_piece(db, number, 0), size_t(length) * sizeof(double));
+    if (!was_filled)
+        drop_invariant(db, number);
+    return 1;
+}
+
+namespace zel
+{
+
+int rigid_invariants(ZELDATA* db, RigidInvariants& out)
+{
+    return rigid_values(db, 1, &out.mass) && rigid_values(db, 2, out.moment) && rigid_values(db, 7, out.tensor);
+}
+
+} // namespace zel
+
+// ---- Accessors ------------------------------------------------------------------------------------------------------
+
+namespace zel
+{
+
+int fill_invariant(ZELDATA* db, int number)
+{
+    if (invariant_filled(db, number))
+        return 1;
+    const Invariant& row = invariant_row(number);
+    if (ZEL_goto_block(db, row.block - 1))
+        return read_invariant(db, row);
+    if (number == 5 || number == 9) // what costs one costs the other too
+        return sum_modal_invariants(db, {5, 9});
+    if (row.modal)
+        return sum_modal_invariants(db, {3, 4, 8});
+    if (!open_invariant(db, number, kComputed))
+        return 0;
+    sum_rigid(db, number, invariant_piece(db, number, 0));
+    return 1;
+}
+
+} // namespace zel
+
+// A copy for the caller of `count` pieces of an invariant, from piece `first` on.
+static double* copy_of(ZELDATA* db, int number, int64_t first, int64_t count)
+{
+    if (!CheckZEL(db) || (invariant_row(number).modal && db->mode_count < 1) || !fill_invariant(db, number))
+        return nullptr;
+    const int64_t length = invariant_pieces(number, db->invar_modes).length;
+    Scratch<double> copy(count * length);
+    if (!copy.data)
+        return no_memory(kModule);
+    for (int64_t piece = 0; piece < count; ++piece)
+        copy_invariant_piece(db, number, first + piece, copy.data + piece * length);
+    return copy.release();
+}
+
+static bool is_mode(const ZELDATA* db, int mode)
+{
+    return CheckZEL(db) && mode >= 0 && mode < db->mode_count;
+}
+
+double ZEL_Invar1(ZELDATA* db)
+{
+    return CheckZEL(db) && fill_invariant(db, 1) ? *db->invar1 : 0.0;
+}
+
+double* ZEL_Invar2(ZELDATA* db)
+{
+    return copy_of(db, 2, 0, 1);
+}
+
+double* ZEL_Invar3(ZELDATA* db)
+{
+    return copy_of(db, 3, 0, 3);
+}
+
+double* ZEL_Invar4(ZELDATA* db)
+{
+    return copy_of(db, 4, 0, 3);
+}
+
+double* ZEL_Invar5(ZELDATA* db, int mode_index)
+{
+    return is_mode(db, mode_index) ? copy_of(db, 5, int64_t(3) * mode_index, 3) : nullptr;
+}
+
+double* ZEL_Invar6(ZELDATA* db)
+{
+    if (!CheckZEL(db) || db->mode_count < 1)
+        return nullptr;
+    Scratch<double> matrix(int64_t(db->mode_count) * db->mode_count);
+    if (!matrix.data)
+        return no_memory(kModule);
+    return ZEL_GenMassFull(db, matrix.data, db->mode_count) ? matrix.release() : nullptr;
+}
+
+double* ZEL_Invar7(ZELDATA* db)
+{
+    return copy_of(db, 7, 0, 1);
+}
+
+double* ZEL_Invar8(ZELDATA* db, int mode_index)
+{
+    return is_mode(db, mode_index) ? copy_of(db, 8, mode_index, 1) : nullptr;
+}
+
+double* ZEL_Invar9(ZELDATA* db, int mode_index_i, int mode_index_j)
+{
+    if (!is_mode(db, mode_index_i) || !is_mode(db, mode_index_j))
+        return nullptr;
+    return copy_of(db, 9, int64_t(mode_index_i) * db->mode_count + mode_index_j, 1);
+}
+
+const char* zelinvar_VersionId(void)
+{
+    return "zelinvar " ZEL_VERSION;
+}

@@ -1,0 +1,254 @@
+// Blocks of the reader that speak of nodes: coordinates, masses, inertias, faces and interface nodes. The file names nodes
+// by their ids.
+#include "reader.h"
+
+static constexpr const char* kModule = "zelread";
+
+namespace zel
+{
+
+int read_nodes(Reader& in, const Block& row)
+{
+    ZELDATA* db = in.db;
+    ItemReader items = items_of(db, row);
+    const int count = items.integer(), coordinates = items.integer();
+    if (items.failed())
+        return unreadable(row);
+    if (coordinates != 3)
+        return fail("Node location should only be specified with 3 coordinates, not %ld", long(coordinates));
+    if (!reserve_nodes(db, count))
+        return no_room(row);
+    for (int node = 0; node < count; ++node)
+    {
+        ZELNODE& record = db->nodes[node];
+        record.id = items.integer();
+        record.x = items.real();
+        record.y = items.real();
+        record.z = items.real();
+        if (node > 0 && record.id == db->nodes[node - 1].id) // in a hole of the file all are 0
+            return unreadable(row);
+    }
+    if (items.failed() || !adopt_nodes(db, count)) // an id stands for one node only
+        return unreadable(row);
+    return 1;
+}
+
+int read_body_properties(Reader& in, const Block& row)
+{
+    double values[13];
+    if (!seek_to(in.file, block_start(in.db, row)) || !get_reals(in.file, values, 13))
+        return unreadable(row);
+    in.db->total_mass = values[0];
+    std::memcpy(in.db->center_of_mass, values + 1, sizeof in.db->center_of_mass);
+    std::memcpy(in.db->inertia_tensor, values + 4, sizeof in.db->inertia_tensor);
+    return 1;
+}
+
+int read_masses(Reader& in, const Block& row)
+{
+    ZELDATA* db = in.db;
+    ItemReader items = items_of(db, row);
+    const int count = items.integer(), values = items.integer();
+    if (items.failed() || values < 1)
+        return unreadable(row);
+    if (values > 1)
+    {
+        ZEL_Warning("Each node must possess a single scalar mass");
+        ZEL_Warning("Generating scalar by averaging %d values", values);
+    }
+    for (int i = 0; i < count; ++i)
+    {
+        const int node_id = items.integer();
+        double sum = 0.0;
+        for (int k = 0; k < values; ++k)
+            sum += items.real();
+        if (items.failed())
+            return unreadable(row);
+        const int node = find_node(db, node_id);
+        if (node < 0)
+            continue;
+        if (db->nodes[node].mass != 0.0)
+            ZEL_Warning("Redefining mass of Node %d", node_id);
+        db->nodes[node].mass = sum / values;
+    }
+    return 1;
+}
+
+// ---- Inertias -------------------------------------------------------------------------------------------------------
+
+// Rotational degrees of freedom 4 to 6 as 0 to 2; -1 for any other character.
+static int rotation(char degree)
+{
+    return degree >= 4 && degree <= 6 ? degree - 4 : -1;
+}
+
+// Where the record of a node keeps row and column of its tensor: xx yy zz xy xz yz.
+static constexpr int kComponent[3][3] = {{0, 3, 4}, {3, 1, 5}, {4, 5, 2}};
+
+// Stores one entry; `entries_set` has a bit for each of the nine entries of a tensor that the file has given before.
+static int store_inertia(ZELNODE& node, int row, int column, double value, int& entries_set)
+{
+    if (!node.inertia && !(node.inertia = allocate<double>(6)))
+        return fail("Error allocating memory for inertia matrix for node %d\n", node.id);
+    const int entry = 1 << (3 * row + column);
+    if (entries_set & entry)
+        ZEL_Warning("Redefining mass of Nodal inertia %d", node.id);
+    entries_set |= entry;
+    node.inertia[kComponent[row][column]] = value;
+    return 1;
+}
+
+int read_inertias(Reader& in, const Block& row)
+{
+    ZELDATA* db = in.db;
+    ItemReader items = items_of(db, row);
+    const int count = items.integer();
+    if (items.failed())
+        return unreadable(row);
+    Scratch<int> entries_set(db->node_count);
+    if (!entries_set.data)
+        return no_memory(kModule);
+    for (int i = 0; i < count; ++i)
+    {
+        const int node_id = items.integer();
+        const char row_degree = items.character(), column_degree = items.character();
+        const double value = items.real();
+        if (items.failed())
+            return unreadable(row);
+        if (rotation(row_degree) < 0)
+            return fail("Row index of nodal inertia entries should be 4, 5, or 6.  %d encoutered\n", row_degree);
+        if (rotation(column_degree) < 0)
+            return fail("Column index of nodal inertia entries should be 4, 5, or 6.  %d encoutered\n", column_degree);
+        const int node = find_node(db, node_id);
+        if (node >= 0 &&
+            !store_inertia(db->nodes[node], rotation(row_degree), rotation(column_degree), value, entries_set[node]))
+            return 0;
+    }
+    return 1;
+}
+
+// ---- Faces and interface nodes --------------------------------------------------------------------------------------
+
+namespace
+{
+constexpr int kVertexBits = 0x3FFFFFFF; // of a count word; the two bits above are flags that travel with the face
+
+// A face list that is being read: as many words as the block has integers are enough for any face in it.
+struct FaceList
+{
+    Scratch<int> words;
+    int length = 0, faces = 0;
+    explicit FaceList(int64_t room) : words(room) {}
+
+    // Ends a face whose vertices have been put behind its count word.
+    void finish(int vertices, int flags)
+    {
+        words[length] = vertices | flags;
+        length += 1 + vertices;
+        ++faces;
+    }
+
+    void install(ZELDATA* db)
+    {
+        replace(db->face_list, words);
+        db->face_list_length = length;
+        db->face_capacity = length > 0 ? length : 1;
+        db->face_count = faces;
+        faces_changed(db);
+    }
+};
+} // namespace
+
+int read_faces(Reader& in, const Block& row)
+{
+    ItemReader items = items_of(in.db, row);
+    const int bytes = items.integer(), face_count = items.integer();
+    if (items.failed() || (bytes - 2 * kIntBytes) % kIntBytes != 0)
+        return unreadable(row);
+    const int words = (bytes - 2 * kIntBytes) / kIntBytes;
+    FaceList list(words);
+    if (!list.words.data)
+        return no_room(row);
+    while (list.length < words)
+    {
+        const int word = items.integer(), vertices = word & kVertexBits;
+        if (items.failed() || vertices < 1 || vertices >= words - list.length)
+            return unreadable(row);
+        for (int i = 0; i < vertices; ++i)
+        {
+            const int node = find_node(in.db, items.integer());
+            if (items.failed() || node < 0)
+                return unreadable(row);
+            list.words[list.length + 1 + i] = node;
+        }
+        list.finish(vertices, word & ~kVertexBits);
+    }
+    if (list.faces != face_count)
+        return unreadable(row);
+    list.install(in.db);
+    return 1;
+}
+
+// One element of an old group as a polygon. Elements that keep fewer than two vertices are no faces.
+static bool read_element(ItemReader& items, const ZELDATA* db, int vertices, FaceList& list)
+{
+    items.integer(); // number of the element
+    const int flags = int(uint32_t(items.integer()) << 30);
+    int kept = 0;
+    for (int i = 0; i < vertices; ++i)
+    {
+        const int node = find_node(db, items.integer());
+        if (items.failed() || node < 0)
+            return false;
+        kept = keep_vertex(&list.words[list.length + 1], kept, node, i == vertices - 1);
+    }
+    if (kept >= 2)
+        list.finish(kept, flags);
+    return !items.failed();
+}
+
+int read_topology(Reader& in, const Block& row)
+{
+    if (block_in_file(in.db, kBlockFaces))
+        return 1;
+    ItemReader items = items_of(in.db, row);
+    FaceList list(block_size(in.db, row) / kIntBytes);
+    if (!list.words.data)
+        return no_room(row);
+    items.integer(); // elements of all groups
+    const int groups = items.integer();
+    for (int group = 0; group < groups; ++group)
+    {
+        items.integer(); // number of the group
+        const int elements = items.integer(), vertices = items.integer();
+        for (int element = 0; element < elements; ++element)
+            if (!read_element(items, in.db, vertices, list))
+                return unreadable(row);
+    }
+    if (items.failed())
+        return unreadable(row);
+    list.install(in.db);
+    return 1;
+}
+
+int read_interface_nodes(Reader& in, const Block& row)
+{
+    constexpr int kGrowth = 100;
+    ZELDATA* db = in.db;
+    ItemReader items = items_of(db, row);
+    const int count = items.integer();
+    if (items.failed())
+        return unreadable(row);
+    if (!grow(db->interface_nodes, db->interface_capacity, count, kGrowth))
+        return no_room(row);
+    for (int i = 0; i < count; ++i)
+    {
+        const int node_id = items.integer();
+        if (items.failed())
+            return unreadable(row);
+        ZEL_SetInterfaceNode(db, node_id); // ignores an unknown node and one that is there already
+    }
+    return 1;
+}
+
+} // namespace zel

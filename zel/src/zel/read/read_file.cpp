@@ -1,0 +1,397 @@
+// Reading a ZEL file: its encoding, its directory, then its blocks in a fixed order. Small blocks go into memory; of mode
+// vectors only the positions are kept, and the invariants are left in the file.
+#include "database/database.h"
+#include "reader.h"
+#include "zel.h"
+
+#include <algorithm>
+#include <cmath>
+#include <initializer_list>
+
+using namespace zel;
+
+static constexpr const char* kModule = "zelread";
+
+// ---- Encoding, summary and directory --------------------------------------------------------------------------------
+
+// Codes that were ever written; beyond them lie other files, such as a text that begins with the letter of a version.
+static bool known_code(int code, std::initializer_list<int> old_versions, bool xdr)
+{
+    constexpr int kAllBits = 0xFF | kXdrBit | kSingleBit;
+    if (code & ~kAllBits)
+        return false;
+    const int version = format_version(code);
+    return version >= kFirstFlagVersion
+               ? code_is_xdr(code) == xdr
+               : std::find(old_versions.begin(), old_versions.end(), version) != old_versions.end();
+}
+
+// Settles encoding and precision by the version code, read natively and, if that is no native code, as XDR.
+static int read_version(ZELDATA* db)
+{
+    ZELSTREAM& in = db->zel_file;
+    in.xdr = 0;
+    in.double_precision = 1;
+    int code = 0;
+    if (!seek_to(in, 0) || !get_int(in, code) || !known_code(code, {10, 20, 30, 40, 50}, false))
+    {
+        if (!open_xdr_reader(in))
+            return no_memory(kModule);
+        if (!seek_to(in, 0) || !get_int(in, code) || !known_code(code, {31, 41, 51}, true))
+            return fail("Not a valid ZEL format.");
+    }
+    in.double_precision = code_is_single(code) ? 0 : 1;
+    db->version = code;
+    for (int kind = 0; kind < ZEL_MODE_KINDS; ++kind)
+    {
+        ZELSTREAM& borrowed = mode_stream(db, kind);
+        borrowed = in;
+        borrowed.name = nullptr;
+    }
+    return 1;
+}
+
+static int read_summary(ZELDATA* db)
+{
+    constexpr int kFlagsOfFirstVersions = 17; // blocks 4 to 18
+    char flags[kSummaryFlags];
+    if (!seek_to(db->zel_file, summary_position(widths_of(db))) || !get_text(db->zel_file, flags, kSummaryFlags))
+        return fail("Problem reading ZEL table of contents.");
+    const int version = format_version(db->version);
+    const bool first_versions = version == 10 || version == 20 || version == 30 || version == 31;
+    std::memset(db->content_flags, 0, sizeof db->content_flags);
+    for (const Block& row : kBlocks)
+    {
+        const int position = flag_position(row.number);
+        if (position >= 0 && flags[position] && !(first_versions && position >= kFlagsOfFirstVersions))
+            raise_flag(db, row.number);
+    }
+    std::memcpy(db->file_flags, db->content_flags, sizeof db->file_flags);
+    return 1;
+}
+
+// Each block starts where the one before it ends.
+static int read_directory(ZELDATA* db)
+{
+    db->block_offset[0] = 0;
+    for (const Block& row : kBlocks)
+    {
+        const int64_t bytes = block_bytes(db, row);
+        if (bytes == kDamaged)
+            return 0;
+        db->block_offset[row.number] = db->block_offset[row.number - 1] + bytes;
+    }
+    return 1;
+}
+
+// ---- Number of modes ------------------------------------------------------------------------------------------------
+
+// The count that a block states in front (or, of a matrix, second), -1 when the block is not there or does not read.
+static int stated_count(ZELDATA* db, int block, int position)
+{
+    int32_t head[2];
+    const bool read = block_in_file(db, block) && seek_to(db->zel_file, block_start(db, block_row(block))) &&
+                      get_ints(db->zel_file, head, position + 1);
+    return read ? head[position] : -1;
+}
+
+// Not every file has eigenvalues: the mode count is that of the first block that tells it. Modes are numbered from 1 as
+// long as no block numbers them.
+static int find_mode_count(ZELDATA* db)
+{
+    constexpr struct
+    {
+        int block, position;
+    } kSources[] = {{kBlockEigenvalues, 0}, {kBlockModes, 0},  {kBlockStiffness, 1},
+                    {kBlockMass, 1},        {kBlockStress, 0}, {kBlockStrain, 0}};
+    const int64_t most = db->file_size / kIntBytes; // a file with more modes has no room for their numbers
+    int modes = 0;
+    for (const auto& [block, position] : kSources)
+    {
+        const int count = stated_count(db, block, position);
+        const bool usable = position == 0 ? count >= 0 : count >= 1 && count <= most;
+        if (!usable)
+            continue;
+        if (count > most)
+            return fail("%s", block_row(block).damaged);
+        modes = count;
+        break;
+    }
+    Scratch<int> numbers(modes);
+    if (!numbers.data)
+        return no_memory(kModule);
+    for (int mode = 0; mode < modes; ++mode)
+        numbers[mode] = mode + 1;
+    replace(db->mode_ids, numbers);
+    db->mode_count = db->max_modes = modes;
+    return 1;
+}
+
+namespace zel
+{
+
+// ---- Units, header --------------------------------------------------------------------------------------------------
+
+// A label of the file: terminated, without blanks at its end, in its canonical spelling where that is known.
+static void store_label(char (&label)[16], const char* text)
+{
+    char whole[17] = {};
+    std::memcpy(whole, text, 16);
+    for (size_t end = std::strlen(whole); end > 0 && whole[end - 1] == ' '; --end)
+        whole[end - 1] = '\0';
+    ZEL_ConvertUnitsLabel(whole);
+    std::memset(label, 0, sizeof label);
+    std::memcpy(label, whole, std::min(std::strlen(whole), sizeof label - 1));
+}
+
+int read_units(Reader& in, const Block& row)
+{
+    char labels[4][16];
+    if (!seek_to(in.file, block_start(in.db, row)) || !get_text(in.file, labels[0], sizeof labels))
+        return unreadable(row);
+    ZELUNITS& units = in.db->units;
+    store_label(units.mass, labels[0]);
+    store_label(units.length, labels[1]);
+    store_label(units.time, labels[2]);
+    store_label(units.force, labels[3]);
+    return 1;
+}
+
+int read_header(Reader& in, const Block& row)
+{
+    if (!seek_to(in.file, block_start(in.db, row)))
+        return unreadable(row);
+    for (const HeaderField& field : kHeaderFields)
+    {
+        char* text = field.text(in.db);
+        if (!get_text(in.file, text, field.width))
+            return unreadable(row);
+        text[field.width - 1] = '\0';
+    }
+    return 1;
+}
+
+// ---- Generalized matrices -------------------------------------------------------------------------------------------
+
+static ZELMATRIX& matrix_of(ZELDATA* db, const Block& row)
+{
+    return row.number == kBlockStiffness ? db->stiffness : row.number == kBlockMass ? db->mass : db->damping;
+}
+
+// Factor from the units of the file to the current ones.
+static double matrix_factor(const ZELDATA* db, const Block& row, const ZELENTRY& entry, bool projected)
+{
+    const Ratios r = {db->base_scale[0], db->base_scale[1], db->base_scale[2], db->base_scale[3]};
+    return row.number == kBlockStiffness ? r.energy()
+           : row.number == kBlockMass    ? r.inertia()
+                                         : r.damping(entry.row, entry.column, projected);
+}
+
+// The file counts rows and columns from 1; 0 stands for a mode that could not be added.
+static int index_of(int row_from_1)
+{
+    return std::max(row_from_1, 0) - 1;
+}
+
+static void flag_unusual_entries(ZELDATA* db)
+{
+    constexpr double kUnitTolerance = 1e-8;
+    db->non_diagonal = db->non_unit_mass = 0;
+    for (const ZELMATRIX* matrix : {&db->stiffness, &db->mass})
+        for (int i = 0; i < matrix->count; ++i)
+        {
+            const ZELENTRY& entry = matrix->entries[i];
+            if (entry.row != entry.column)
+                db->non_diagonal = 1;
+            else if (matrix == &db->mass && std::fabs(1.0 - entry.value) > kUnitTolerance)
+                db->non_unit_mass = 1;
+        }
+}
+
+static int read_matrix(ZELDATA* db, const Block& row)
+{
+    ItemReader items = items_of(db, row);
+    const int count = items.integer(), second = items.integer();
+    if (items.failed())
+        return unreadable(row);
+    const bool projected = row.number == kBlockDamping && second == 1;
+    Scratch<ZELENTRY> entries(count);
+    if (!entries.data)
+        return no_room(row);
+    for (int i = 0; i < count; ++i)
+    {
+        ZELENTRY& entry = entries[i];
+        entry.row = index_of(items.integer());
+        entry.column = index_of(items.integer());
+        entry.value = items.real() * matrix_factor(db, row, entry, projected);
+        items.integer();
+    }
+    if (items.failed())
+        return unreadable(row);
+    ZELMATRIX& matrix = matrix_of(db, row);
+    replace(matrix.entries, entries);
+    matrix.count = matrix.capacity = count;
+    if (count == 0)
+        discard(matrix.entries);
+    if (row.number == kBlockDamping)
+        db->damping_projected = projected ? 1 : 0;
+    flag_unusual_entries(db);
+    raise_flag(db, row.number);
+    return 1;
+}
+
+int read_generalized(Reader& in, const Block& row)
+{
+    return read_matrix(in.db, row);
+}
+
+} // namespace zel
+
+// ---- Exported -------------------------------------------------------------------------------------------------------
+
+// Later readings: a body whose modes have changed since has no use for the file's matrices.
+static int read_matrix_again(ZELDATA* db, int number)
+{
+    if (!db)
+        return no_database();
+    if (!CheckZEL(db) || !db->zel_file.file)
+        return 0;
+    const KeepPosition here(db->zel_file.file);
+    return ZEL_goto_block(db, number - 1) ? read_matrix(db, block_row(number)) : 0;
+}
+
+int ZEL_ReadGeneralizedStiffness(ZELDATA* db)
+{
+    return read_matrix_again(db, kBlockStiffness);
+}
+
+int ZEL_ReadGeneralizedMass(ZELDATA* db)
+{
+    return read_matrix_again(db, kBlockMass);
+}
+
+int ZEL_ReadGeneralizedDamping(ZELDATA* db)
+{
+    return read_matrix_again(db, kBlockDamping);
+}
+
+namespace
+{
+struct BlockReader
+{
+    int block;
+    int (*read)(Reader& in, const Block& row);
+};
+
+// In the order of reading. Mode shapes reorder the nodes, so that what refers to nodes by index comes after them.
+constexpr BlockReader kReaders[] = {
+    {kBlockUnits, read_units},
+    {kBlockHeader, read_header},
+    {kBlockNodes, read_nodes},
+    {kBlockBody, read_body_properties},
+    {kBlockEigenvalues, read_eigenvalues},
+    {kBlockModes, read_mode_shapes},
+    {kBlockMasses, read_masses},
+    {kBlockInertias, read_inertias},
+    {kBlockStiffness, read_generalized},
+    {kBlockMass, read_generalized},
+    {kBlockFaces, read_faces},
+    {kBlockTopology, read_topology},
+    {kBlockDamping, read_generalized},
+    {kBlockTransformation, read_transformation},
+    {kBlockInterface, read_interface_nodes},
+    {kBlockStress, read_stress_or_strain},
+    {kBlockPreload, read_preload},
+    {kBlockLoads, read_loads},
+    {kBlockStrain, read_stress_or_strain},
+    {kBlockStatistics, read_statistics},
+    {kBlockPreStress, read_pre_stress_or_strain},
+    {kBlockPreStrain, read_pre_stress_or_strain},
+};
+
+// Read before all others, or on demand.
+constexpr int kNotInOrder[] = {kBlockVersion, kBlockSummary, kBlockInvar1, kBlockInvar2, kBlockInvar3,
+                               kBlockInvar4,  kBlockInvar5,  kBlockInvar7, kBlockInvar8, kBlockInvar9};
+
+constexpr bool every_block_once()
+{
+    int seen[kBlockCount + 1] = {};
+    for (const BlockReader& reader : kReaders)
+        ++seen[reader.block];
+    for (int block : kNotInOrder)
+        ++seen[block];
+    for (int block = 1; block <= kBlockCount; ++block)
+        if (seen[block] != 1)
+            return false;
+    return true;
+}
+static_assert(every_block_once(), "each block is read in its turn, before all or on demand");
+} // namespace
+
+static int read_blocks(ZELDATA* db)
+{
+    Reader in(db);
+    for (const BlockReader& reader : kReaders)
+        if (block_in_file(db, reader.block) && !reader.read(in, block_row(reader.block)))
+            return 0;
+    return 1;
+}
+
+// A projected vector was projected from the rigid-body modes that the file has: without any it has modal forces alone.
+static void note_projected_forces(ZELDATA* db)
+{
+    const int forces = rigid_modes_by_hertz(db) > 0 ? 3 : 0;
+    own(db).preload_forces = db->principal_axes_done ? forces : 0;
+    for (int i = 0; i < db->load_case_count; ++i)
+        own(db).load_forces[i] = db->load_cases[i].processed ? forces : 0;
+}
+
+int ZEL_ReadZEL(ZELDATA* db, FILE* file, const char* name)
+{
+    if (!CheckZEL(db))
+        return no_database();
+    if (!file || db->zel_file.file || db->node_count > 0 || db->mode_count > 0)
+        return 0;
+    db->zel_file.file = file; // from here on it is the database that closes it
+    start_empty(db);
+    if (name && !(db->zel_file.name = copy_text(name)))
+        return no_memory(kModule);
+    if (!read_version(db))
+        return 0;
+    if (FileSeek_Win32(file, 0, 2) != 0 || (db->file_size = FileTell_Win32(file)) < 0)
+        return fail("Not a valid ZEL format.");
+    if (!read_summary(db) || !read_directory(db) || !find_mode_count(db))
+        return 0;
+    db->units = {1.0, 1.0, 1.0, 1.0, "KILOGRAM", "METER", "SECOND", "NEWTON"}; // unless the file tells them
+    if (!read_blocks(db))
+        return 0;
+    note_projected_forces(db);
+    db->max_mode_nodes = block_in_file(db, kBlockModes) ? db->mode_node_count[ZEL_MODE_SHAPE] : db->node_count;
+    return 1;
+}
+
+ZELDATA* ZEL_CreateFromZEL(const char* path)
+{
+    if (!path)
+        return nullptr;
+    if (ZELDATA* known = database_of_file(path))
+        return known;
+    FILE* file = std::fopen(path, "rb");
+    if (!file)
+        return nullptr;
+    ZELDATA* db = ZEL_Create(0, 0);
+    if (!db)
+    {
+        std::fclose(file);
+        return nullptr;
+    }
+    if (ZEL_ReadZEL(db, file, path))
+        return db;
+    ZEL_UnLink(db); // with the file
+    return nullptr;
+}
+
+const char* zelread_VersionId(void)
+{
+    return "zelread " ZEL_VERSION;
+}

@@ -1,0 +1,79 @@
+// Writing a ZEL file: what the writers of single blocks share.
+#ifndef ZEL_WRITE_BLOCKS_H
+#define ZEL_WRITE_BLOCKS_H
+
+#include "database/database.h"
+#include "format/format.h"
+#include "options.h"
+#include "stream/stream.h"
+#include "writer.h"
+
+namespace zel
+{
+
+// The nodes that a block of mode vectors lists.
+struct ModeNodes
+{
+    int count;
+    int* ids;       // owned
+    int* positions; // owned: of each in the vectors of the database, -1: it has none there; null: they are in its order
+};
+
+// One file being written. Flags, range and node lists are settled before the first block after the header is written.
+struct Writer
+{
+    ZELDATA* db;
+    WriteOptions options;
+    ZELSTREAM file = {};
+    int compatible = 1;       // 0: options exclude one another
+    char flags[100] = {};     // content summary of the file
+    int first = 0, count = 0; // of the modes that are exported; the file numbers them from 1
+    ModeNodes mode_nodes[ZEL_MODE_KINDS] = {};
+    bool convertible = true;            // the units may be changed to SI
+    const Progress* progress = nullptr; // one step for each mode vector that is written
+    int last_block = kBlockVersion;     // that was begun
+
+    Writer(ZELDATA* database, FILE* open_file) : db(database) { file.file = open_file; }
+    ~Writer();
+    Writer(const Writer&) = delete;
+    Writer& operator=(const Writer&) = delete;
+
+    bool has(int block) const { return has_flag(flags, block); }
+    void set(int block, bool present) { flags[flag_position(block)] = present; }
+    int format() const { return format_version(options.version); }
+    bool is_oldest_format() const { return format() == 10 || format() == 20; } // 18 blocks; faces as element topology
+};
+
+// Decides which nodes the blocks of modal stress and strain list, and those of pre-stress and pre-strain with them. These
+// name no nodes of their own: a block of zero vectors is added where modal stress is missing, or they are left out when
+// there are no modes. 0, with a message, when memory is short or a stored vector cannot be read.
+int settle_mode_nodes(Writer& out);
+
+// The writers of the table's rows: 1; 0 when something cannot be written or read, or, with a message, when memory is short.
+// write/body_blocks.cpp:
+int write_version(Writer& out, const Block& row);
+int write_header(Writer& out, const Block& row);
+int write_summary(Writer& out, const Block& row);
+int write_nodes(Writer& out, const Block& row);
+int write_topology(Writer& out, const Block& row);
+int write_body_properties(Writer& out, const Block& row);
+int write_masses(Writer& out, const Block& row);
+int write_inertias(Writer& out, const Block& row);
+int write_units(Writer& out, const Block& row);
+int write_faces(Writer& out, const Block& row);
+int write_interface_nodes(Writer& out, const Block& row);
+
+// write/modal_blocks.cpp
+int write_eigenvalues(Writer& out, const Block& row);
+int write_mode_vectors(Writer& out, const Block& row);
+int write_generalized(Writer& out, const Block& row);
+int write_transformation(Writer& out, const Block& row);
+int write_invariant(Writer& out, const Block& row);
+int write_preload(Writer& out, const Block& row);
+int write_loads(Writer& out, const Block& row);
+int write_statistics(Writer& out, const Block& row);
+int write_pre_stress_or_strain(Writer& out, const Block& row);
+
+} // namespace zel
+
+#endif

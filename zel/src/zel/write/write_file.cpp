@@ -1,0 +1,622 @@
+// The writer: turns a database into a ZEL file.
+//
+// A write is a pipeline of steps over one Writer record. The first steps change the database as the options ask: geometry,
+// orthogonal modes, invariants, projection on principal axes, reduction of the modal data, units. Then the blocks are
+// written in the order of their numbers, each by the function of its row in the table of blocks. The output appears as a
+// whole or not at all.
+#include "base/base.h"
+#include "blocks.h"
+#include "mechanics/mechanics.h"
+#include "writer.h"
+#include "zel.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <initializer_list>
+
+using namespace zel;
+
+static constexpr char kModule[] = "zelwrite";
+
+namespace zel
+{
+
+Writer::~Writer()
+{
+    close_xdr(file);
+    for (ModeNodes& nodes : mode_nodes)
+    {
+        discard(nodes.ids);
+        discard(nodes.positions);
+    }
+}
+
+} // namespace zel
+
+// ---- Geometry ------------------------------------------------------------------------------------------------------------------
+
+// a -= center x f
+static void subtract_moment(const double center[3], const double f[3], double a[3])
+{
+    a[0] -= center[1] * f[2] - center[2] * f[1];
+    a[1] -= center[2] * f[0] - center[0] * f[2];
+    a[2] -= center[0] * f[1] - center[1] * f[0];
+}
+
+// The moments of a projected vector become those about a new origin. Three forces stand in front of them.
+static void shift_moments(double* vector, int components, const double center[3])
+{
+    double six[6] = {};
+    std::copy_n(vector, std::min(components, 6), six);
+    subtract_moment(center, six, six + 3);
+    std::copy_n(six, std::min(components, 6), vector);
+}
+
+// Projected damping is a quadratic form of the velocity of the origin, the angular velocity and the rates of the modes. The
+// old origin moves with v' + center x w, when v' is the velocity of the new one: rows and columns 4 to 6 change as moments do.
+static int shifted_damping(ZELDATA* db, const double center[3], ZELMATRIX& made)
+{
+    const int64_t n = db->mode_count;
+    Scratch<double> full(n * n);
+    if (!full.data)
+        return no_memory(kModule);
+    ZEL_GenDampFull(db, full.data, db->mode_count);
+    for (int64_t row = 0; row < n; ++row)
+        shift_moments(full.data + row * n, 6, center);
+    for (int64_t column = 0; column < n; ++column)
+    {
+        double six[6];
+        for (int64_t row = 0; row < 6; ++row)
+            six[row] = full[row * n + column];
+        shift_moments(six, 6, center);
+        for (int64_t row = 0; row < 6; ++row)
+            full[row * n + column] = six[row];
+    }
+    return list_nonzeros(full.data, db->mode_count, made) ? 1 : int(no_memory(kModule));
+}
+
+static void shift_loads(ZELDATA* db, const double center[3])
+{
+    for (int i = 0; i < db->load_case_count; ++i)
+        if (const ZELLOADCASE& load = db->load_cases[i]; own(db).load_forces[i] > 0 && load.values)
+            shift_moments(load.values, db->mode_count, center);
+    if (db->modal_preload && own(db).preload_forces > 0)
+        shift_moments(db->modal_preload, db->mode_count, center);
+}
+
+// Moves the origin of the body's frame to its centre of mass. Node coordinates, invariants and the moments of projected
+// loads and damping move with it. 0, with a message and nothing moved, when memory is short.
+static int shift_origin_to_mass_center(ZELDATA* db)
+{
+    double mass = 0.0, moment[3] = {};
+    for (int node = 0; node < db->node_count; ++node)
+    {
+        const ZELNODE& at = db->nodes[node];
+        mass += at.mass;
+        moment[0] += at.mass * at.x;
+        moment[1] += at.mass * at.y;
+        moment[2] += at.mass * at.z;
+    }
+    if (mass == 0.0)
+        return 1;
+    const double center[3] = {moment[0] / mass, moment[1] / mass, moment[2] / mass};
+    const bool shifts_damping = db->damping_projected && db->damping.count > 0 && db->mode_count >= 6;
+    ZELMATRIX damping = {};
+    if (shifts_damping && !shifted_damping(db, center, damping))
+        return 0;
+    if (!shift_invariant_origin(db, center))
+    {
+        discard(damping.entries);
+        return 0;
+    }
+    if (shifts_damping)
+        install_matrix(db->damping, damping);
+    shift_loads(db, center);
+    for (int node = 0; node < db->node_count; ++node)
+    {
+        db->nodes[node].x -= center[0];
+        db->nodes[node].y -= center[1];
+        db->nodes[node].z -= center[2];
+    }
+    nodes_changed(db);
+    ZEL_Info("Shifting LBRF to CM at (%.3e,%.3e,%.3e)\n", center[0], center[1], center[2]);
+    std::fill_n(db->center_of_mass, 3, 0.0);
+    return 1;
+}
+
+static int change_geometry(Writer& out)
+{
+    const WriteOptions& options = out.options;
+    if (options.shift_origin && !shift_origin_to_mass_center(out.db))
+        return 0;
+    if (options.sketch.given())
+        ZEL_SketchGrid(out.db, options.sketch.text);
+    if (options.strip_faces)
+        ZEL_StripCommonFaces(out.db);
+    if (options.shift_origin && !shift_origin_to_mass_center(out.db))
+        return 0;
+    if (options.coarsen.given())
+        ZEL_TrimGeometry(out.db, options.coarsen.text);
+    return 1;
+}
+
+// ---- Format ----------------------------------------------------------------------------------------------------------------------
+
+static int open_stream(Writer& out)
+{
+    out.compatible = check_conflicts(out.options);
+    out.file.double_precision = !code_is_single(out.options.version);
+    if (code_is_xdr(out.options.version) && !open_xdr_writer(out.file))
+        return no_memory(kModule);
+    return 1;
+}
+
+// ---- Content: what the database has ----------------------------------------------------------------------------------------------
+
+// The block that holds the faces.
+static int face_block(const Writer& out)
+{
+    return out.is_oldest_format() ? kBlockTopology : kBlockFaces;
+}
+
+static bool has_faces(const Writer& out)
+{
+    return out.db->face_count > 0 || (!out.is_oldest_format() && has_flag(out.db->content_flags, kBlockFaces));
+}
+
+static void copy_flags(Writer& out, std::initializer_list<int> blocks)
+{
+    for (int block : blocks)
+        out.set(block, has_flag(out.db->content_flags, block));
+}
+
+// What there is without modes. Nodes that were named without coordinates are at the origin: other blocks need theirs.
+static void take_rigid_content(Writer& out)
+{
+    copy_flags(out, {kBlockNodes, kBlockMasses, kBlockInertias, kBlockInterface});
+    if (out.db->node_count > 0)
+        out.set(kBlockNodes, true);
+    out.set(kBlockUnits, true);
+    out.set(face_block(out), has_faces(out));
+}
+
+static void take_plain_content(Writer& out)
+{
+    take_rigid_content(out);
+    copy_flags(out, {kBlockModes, kBlockDamping, kBlockStress});
+}
+
+// Eigenvalue records serve as long as they cover all modes. Where modes were added since, stiffness and mass, stored or
+// implied by the records, say all that is known.
+static int drop_partial_records(ZELDATA* db)
+{
+    if (!db->eigenvalues || db->eigenvalue_count >= db->mode_count)
+        return 1;
+    if (!store_implied_stiffness(db) || !store_implied_mass(db))
+        return 0;
+    discard(db->eigenvalues);
+    db->eigenvalue_count = 0;
+    return 1;
+}
+
+// Modes without an eigenvalue and without any entry in the generalized stiffness and mass, by the first ones that have
+// entries at all.
+static int count_empty_modes(const ZELDATA* db)
+{
+    Scratch<char> known(db->mode_count);
+    if (!known.data)
+        return 0;
+    for (const ZELMATRIX* matrix : {&db->stiffness, &db->mass})
+        for (int i = 0; i < matrix->count; ++i)
+            for (int mode : {matrix->entries[i].row, matrix->entries[i].column})
+                if (mode >= 0 && mode < db->mode_count)
+                    known[mode] = 1;
+    std::fill_n(known.data, db->eigenvalues ? std::min(db->eigenvalue_count, db->mode_count) : 0, char(1));
+    return db->mode_count - int(std::count(known.data, known.data + db->mode_count, 1));
+}
+
+// A file may count thousands of modes of which it says nothing. The solver, whose cost grows with the cube of the modes,
+// could find no more about them.
+static bool is_beyond_solving(const ZELDATA* db)
+{
+    constexpr int kMostEmptyModes = 256;
+    const int empty = count_empty_modes(db);
+    if (empty <= kMostEmptyModes)
+        return false;
+    ZEL_Warning("%d of %d modes have neither generalized stiffness nor mass.  The modes are not orthogonalized.", empty,
+                db->mode_count);
+    return true;
+}
+
+// 0, with a message and the modes as they were, when they cannot be made orthogonal.
+static int settle_modes(Writer& out)
+{
+    ZELDATA* db = out.db;
+    if (out.options.keep_modes || is_beyond_solving(db))
+    {
+        if (!drop_partial_records(db))
+            return 0;
+        out.set(kBlockStiffness, true);
+        out.set(kBlockMass, true);
+    }
+    else
+    {
+        if (db->mode_count > 0 && !orthogonalise_modes(db))
+            return 0;
+        out.set(kBlockTransformation, db->mode_count > 0);
+        out.set(kBlockEigenvalues, db->mode_count > 0);
+    }
+    out.set(kBlockModes, out.has(kBlockModes) && db->mode_count > 0);
+    return 1;
+}
+
+// ---- Range of modes --------------------------------------------------------------------------------------------------------------
+
+// Without eigenvalues there are no frequencies to choose by.
+static bool has_frequencies(const ZELDATA* db)
+{
+    return db->eigenvalues || !db->non_diagonal;
+}
+
+static void choose_by_frequency(Writer& out)
+{
+    ZELDATA* db = out.db;
+    const int modes = db->mode_count;
+    int first = modes, last = modes;
+    for (int mode = 0; mode < modes && (first == modes || last == modes); ++mode)
+    {
+        double hertz = 0.0, mass = 1.0;
+        ZEL_Eigenvalue(db, ZEL_ModeNumber(db, mode), nullptr, &hertz, nullptr, &mass, nullptr);
+        if (first == modes && hertz > out.options.lowest_hz)
+            first = mode;
+        if (last == modes && (mass == 0.0 || hertz > out.options.highest_hz))
+            last = mode;
+    }
+    out.first = first == modes ? 0 : first; // no mode above the lower limit: it is taken for a mistake
+    out.count = std::max(0, last - out.first);
+}
+
+static void choose_range(Writer& out)
+{
+    ZELDATA* db = out.db;
+    ZEL_Info("Exporting frequency range [%le,%le]\n", out.options.lowest_hz, out.options.highest_hz);
+    if (has_frequencies(db))
+        choose_by_frequency(out);
+    else
+    {
+        out.count = db->mode_count;
+        if (out.options.range_given)
+            ZEL_Warning("Attempting to look at eigenvalues of non-orthogonal data");
+    }
+    for (int i = 0; i < db->selected_count; ++i)
+        db->selected_modes[i].index -= out.first;
+}
+
+// ---- Invariants and body properties ----------------------------------------------------------------------------------------------
+
+// Announces and fills a set of invariants. 0, with a message, when one cannot be had.
+static int compute_invariants(ZELDATA* db, InvariantSet set)
+{
+    const char *what = "*all* invariants", *extent = "full";
+    if (set == InvariantSet::rigid)
+        what = "*rigid* invariants";
+    if (set == InvariantSet::fast)
+    {
+        what = "fast set of invariants";
+        extent = "partial";
+    }
+    ZEL_Info("Computing %s", what);
+    if (!mass_data_suffices(db, set))
+        ZEL_Warning("There is insufficient mass data to compute a %s set of mass invariants.\n"
+                    "Some or all mass invariants will be set to zero.",
+                    extent);
+    return fill_invariants(db, set);
+}
+
+static int settle_invariants(Writer& out)
+{
+    for (const Invariant& invariant : kInvariants)
+        copy_flags(out, {invariant.block});
+    if (out.options.invariants == InvariantOption::illegal)
+    {
+        fail("Illegal invariants option, use full_invar or fast_invar.");
+        return 1; // the write goes on with what there is
+    }
+    if (out.options.invariants == InvariantOption::none)
+        return 1;
+    const bool all = out.options.invariants == InvariantOption::all;
+    for (const Invariant& invariant : kInvariants)
+        out.set(invariant.block, all || (invariant.number != 5 && invariant.number != 9));
+    return compute_invariants(out.db, all ? InvariantSet::all : InvariantSet::fast);
+}
+
+// Mass, centre of mass and inertia of the body from invariants 1, 2 and 7. The properties hold products of inertia, the
+// invariant a tensor, which has their negatives.
+static int take_body_properties(ZELDATA* db)
+{
+    for (int number : {1, 2, 7})
+        if (!fill_invariant(db, number))
+            return 0;
+    db->total_mass = *db->invar1;
+    for (int axis = 0; axis < 3; ++axis)
+        db->center_of_mass[axis] = db->total_mass == 0.0 ? 0.0 : db->invar2[axis] / db->total_mass;
+    for (int entry = 0; entry < 9; ++entry)
+        db->inertia_tensor[entry] = entry % 4 == 0 ? db->invar7[entry] : -db->invar7[entry];
+    return 1;
+}
+
+// Projects on principal axes and reduces the modal data, both of which need the invariants of the whole body. 0 when the
+// properties of the body cannot be had.
+static int settle_body(Writer& out)
+{
+    ZELDATA* db = out.db;
+    out.convertible = out.options.invariants != InvariantOption::illegal;
+    const bool computed =
+        out.options.invariants == InvariantOption::all || out.options.invariants == InvariantOption::fast;
+    if (computed || out.has(kBlockInvar3))
+    {
+        bool singular = false; // then the damping stays as it is, after a message
+        if (!project_loads_of_body(db) || (!project_damping_of_body(db, singular) && !singular))
+            return 0;
+        if (out.convertible)
+            out.convertible = reduce_to_geometry_nodes(db);
+        out.set(kBlockBody, true);
+        return take_body_properties(db);
+    }
+    copy_flags(out, {kBlockBody});
+    if (!out.has(kBlockBody) && out.has(kBlockNodes) && out.has(kBlockMasses))
+    {
+        ZEL_CalculateGlobalMassFromNodeMass(db);
+        out.set(kBlockBody, true);
+    }
+    return 1;
+}
+
+// ---- Loads, statistics, pruning, units -------------------------------------------------------------------------------------------
+
+static int settle_loads_and_statistics(Writer& out)
+{
+    ZELDATA* db = out.db;
+    copy_flags(out, {kBlockPreload, kBlockLoads, kBlockStrain, kBlockPreStress, kBlockPreStrain});
+    out.set(kBlockStatistics, out.count > 0);
+    Scratch<ZELSTATISTICS> statistics(out.count);
+    if (!statistics.data)
+        return no_memory(kModule);
+    replace(db->modal_statistics, statistics);
+    db->modal_statistics_count = out.count;
+    if (out.count == 0)
+        discard(db->modal_statistics);
+    return 1;
+}
+
+static void drop_statistics(Writer& out)
+{
+    out.set(kBlockStatistics, false);
+    discard(out.db->modal_statistics);
+    out.db->modal_statistics_count = 0;
+}
+
+// Leaves the body without its modes.
+static int prune_modal_content(Writer& out)
+{
+    const bool properties = out.has(kBlockBody);
+    std::memset(out.flags, 0, sizeof out.flags);
+    take_rigid_content(out);
+    out.set(kBlockBody, properties);
+    drop_statistics(out);
+    for (int block : {kBlockInvar1, kBlockInvar2, kBlockInvar7})
+        out.set(block, true);
+    return compute_invariants(out.db, InvariantSet::rigid);
+}
+
+static void convert_units(Writer& out)
+{
+    if (out.options.si_units && out.convertible && !ZEL_SetUnits(out.db, "KILOGRAM", "METER", "SECOND", "NEWTON"))
+        ZEL_Warning("The units cannot be converted to SI and stay as they are.");
+}
+
+// The oldest formats end with modal stress.
+static void prune_to_format(Writer& out)
+{
+    if (!out.is_oldest_format())
+        return;
+    for (int block = kBlockStress + 1; block <= kBlockCount; ++block)
+        out.set(block, false);
+    drop_statistics(out);
+}
+
+static void print_summary(const Writer& out)
+{
+    const struct
+    {
+        const char* item;
+        int block;
+    } kItems[] = {
+        {"Nodal Coords", kBlockNodes},
+        {"Element Faces", face_block(out)},
+        {"Eigenvalues", kBlockEigenvalues},
+        {"Mode Shapes", kBlockModes},
+        {"Global Mass Properties", kBlockBody},
+        {"Nodal Masses", kBlockMasses},
+        {"Nodal Inertias", kBlockInertias},
+        {"Generalized Stiffness", kBlockStiffness},
+        {"Generalized Mass", kBlockMass},
+        {"Generalized Damping", kBlockDamping},
+        {"Mode Transformation", kBlockTransformation},
+        {"Stress Modes", kBlockStress},
+        {"Interface Nodes", kBlockInterface},
+        {"Inertia Invariants", kBlockInvar1},
+        {"Modal Preload", kBlockPreload},
+        {"Modal Loads", kBlockLoads},
+        {"Strain Modes", kBlockStrain},
+        {"Nodal Pre-Stress", kBlockPreStress},
+        {"Nodal Pre-Strain", kBlockPreStrain},
+    };
+    ZEL_Info("\nCreating a Vornic File with the following information:\n");
+    for (const auto& [item, block] : kItems)
+        ZEL_Info("%30s %s", item, out.has(block) ? "Yes" : "No");
+}
+
+// ---- Blocks ----------------------------------------------------------------------------------------------------------------------
+
+// What can be wrong with a file that is written; other values of errno are left from something else.
+static bool is_reason(int error)
+{
+    for (int reason : {ENOSPC, EDQUOT, EFBIG,  EIO,    EPIPE,   ENXIO,        ENODEV, EPERM,  EACCES, EROFS,
+                       ESTALE, EBUSY,  EISDIR, ENOENT, ENOTDIR, ENAMETOOLONG, ELOOP,  EMFILE, ENFILE, ENOMEM})
+        if (error == reason)
+            return true;
+    return false;
+}
+
+// The line behind a message: why, where that is known.
+static Failed explain(int error)
+{
+    return is_reason(error) ? fail("  %s", std::strerror(error)) : Failed{};
+}
+
+namespace
+{
+struct BlockWriter
+{
+    int block;
+    int (*write)(Writer& out, const Block& row);
+};
+
+constexpr BlockWriter kWriters[] = {
+    {kBlockVersion, write_version},
+    {kBlockHeader, write_header},
+    {kBlockSummary, write_summary},
+    {kBlockNodes, write_nodes},
+    {kBlockTopology, write_topology},
+    {kBlockBody, write_body_properties},
+    {kBlockEigenvalues, write_eigenvalues},
+    {kBlockModes, write_mode_vectors},
+    {kBlockMasses, write_masses},
+    {kBlockInertias, write_inertias},
+    {kBlockUnits, write_units},
+    {kBlockStiffness, write_generalized},
+    {kBlockMass, write_generalized},
+    {kBlockFaces, write_faces},
+    {kBlockDamping, write_generalized},
+    {kBlockTransformation, write_transformation},
+    {kBlockInterface, write_interface_nodes},
+    {kBlockStress, write_mode_vectors},
+    {kBlockInvar1, write_invariant},
+    {kBlockInvar2, write_invariant},
+    {kBlockInvar3, write_invariant},
+    {kBlockInvar4, write_invariant},
+    {kBlockInvar5, write_invariant},
+    {kBlockInvar7, write_invariant},
+    {kBlockInvar8, write_invariant},
+    {kBlockInvar9, write_invariant},
+    {kBlockPreload, write_preload},
+    {kBlockLoads, write_loads},
+    {kBlockStrain, write_mode_vectors},
+    {kBlockStatistics, write_statistics},
+    {kBlockPreStress, write_pre_stress_or_strain},
+    {kBlockPreStrain, write_pre_stress_or_strain},
+};
+
+constexpr bool numbered_in_order()
+{
+    for (int i = 0; i < kBlockCount; ++i)
+        if (kWriters[i].block != i + 1)
+            return false;
+    return sizeof kWriters == kBlockCount * sizeof kWriters[0];
+}
+static_assert(numbered_in_order(), "row i writes block i + 1");
+} // namespace
+
+static int write_block(Writer& out, int number)
+{
+    const Block& row = block_row(number);
+    out.last_block = number;
+    errno = 0;
+    if (kWriters[number - 1].write(out, row))
+        return 1;
+    const int error = errno;
+    fail("%s", row.unwritten);
+    return explain(error);
+}
+
+static Progress progress_of(const Writer& out)
+{
+    int kinds = 0;
+    for (int block : {kBlockModes, kBlockStress, kBlockStrain})
+        kinds += out.has(block);
+    return Progress(int64_t(kinds) * out.count);
+}
+
+static int write_content(Writer& out)
+{
+    const Progress progress = progress_of(out);
+    out.progress = &progress;
+    if (!write_block(out, kBlockSummary))
+        return 0;
+    for (int number = kBlockSummary + 1; number <= kBlockCount; ++number)
+        if (out.has(number) && !write_block(out, number))
+            return 0;
+    return 1;
+}
+
+static int run_pipeline(Writer& out)
+{
+    if (!change_geometry(out) || !open_stream(out) || !write_block(out, kBlockVersion) ||
+        !write_block(out, kBlockHeader))
+        return 0;
+    take_plain_content(out);
+    if (!settle_modes(out))
+        return 0;
+    choose_range(out);
+    if (!settle_invariants(out) || !settle_body(out) || !settle_loads_and_statistics(out))
+        return 0;
+    if (out.options.no_modal_content && !prune_modal_content(out))
+        return 0;
+    convert_units(out);
+    prune_to_format(out);
+    if (!settle_mode_nodes(out))
+        return 0;
+    print_summary(out);
+    return write_content(out);
+}
+
+// ---- Exported --------------------------------------------------------------------------------------------------------------------
+
+// Whether `name` is or leads to the file that the database was read from, whose vectors are still in there.
+static bool is_own_file(const ZELDATA* db, const char* name)
+{
+    const ZELSTREAM& own = db->zel_file;
+    return (own.name && std::strcmp(own.name, name) == 0) || (own.file && names_open_file(name, own.file));
+}
+
+int ZEL_write_ZEL(ZELDATA* db, const char* name)
+{
+    if (!CheckZEL(db) || !name)
+        return 0;
+    if (is_own_file(db, name))
+        return fail("The output ZEL name must be different than the current ZEL name.\n"
+                    "  Current ZEL name:  %s\n  Output ZEL name:  %s",
+                    db->zel_file.name, name);
+    const HoldFileSizeSignal hold;
+    OutputFile output(name, !held_open(name)); // a file that another database reads is replaced, never overwritten
+    if (!output.file())
+    {
+        fail("Unable to open %s for write. Please check write permissions.", name);
+        return explain(output.error());
+    }
+    Writer out(db, output.file());
+    out.options = read_write_options();
+    if (!run_pipeline(out))
+        return 0;
+    close_xdr(out.file);
+    if (output.commit())
+        return 1;
+    fail("%s", block_row(out.last_block).unwritten);
+    return explain(output.error());
+}
+
+const char* zelwrite_VersionId(void)
+{
+    return "zelwrite " ZEL_VERSION;
+}
