@@ -13,19 +13,18 @@ endif()
 message(STATUS "BLAS and LAPACK: ${LAPACK_LIBRARIES} ${BLAS_LIBRARIES}")
 
 
-# Of the command: arguments and JSON; for imports dense and sparse algebra, Lanczos and compressed input. CHOLMOD comes without a
-# CMake package.
+# Of the command: arguments and JSON; for imports dense and sparse algebra and compressed input. MUMPS, in its form without MPI,
+# comes without a CMake package.
 if(ZEL_TOOLS)
   find_package(CLI11 REQUIRED)
   find_package(nlohmann_json REQUIRED)
   find_package(Eigen3 REQUIRED NO_MODULE)
   find_package(ZLIB REQUIRED)
-  pkg_check_modules(ARPACK REQUIRED IMPORTED_TARGET arpack)
-  find_path(CHOLMOD_INCLUDE_DIR cholmod.h PATH_SUFFIXES suitesparse REQUIRED)
-  find_library(CHOLMOD_LIBRARY cholmod REQUIRED)
-  add_library(SuiteSparse::cholmod UNKNOWN IMPORTED)
-  set_target_properties(SuiteSparse::cholmod PROPERTIES
-    IMPORTED_LOCATION ${CHOLMOD_LIBRARY} INTERFACE_INCLUDE_DIRECTORIES ${CHOLMOD_INCLUDE_DIR})
+  find_path(MUMPS_INCLUDE_DIR dmumps_c.h PATH_SUFFIXES mumps_seq REQUIRED)
+  find_library(MUMPS_LIBRARY dmumps_seq REQUIRED)
+  add_library(MUMPS::dmumps_seq UNKNOWN IMPORTED)
+  set_target_properties(MUMPS::dmumps_seq PROPERTIES
+    IMPORTED_LOCATION ${MUMPS_LIBRARY} INTERFACE_INCLUDE_DIRECTORIES ${MUMPS_INCLUDE_DIR})
 endif()
 if(ZEL_TESTS)
   find_package(GTest REQUIRED)

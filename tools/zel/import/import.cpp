@@ -227,12 +227,16 @@ static double seconds_of(const Units& units)
     return ZEL_UnitsDivider(units.time.c_str(), ZEL_TimeUnits);
 }
 
+static double hertz(double eigenvalue, double seconds)
+{
+    return std::sqrt(std::max(eigenvalue, 0.0)) / seconds / (2 * std::numbers::pi);
+}
+
 static std::string frequencies(const VectorXd& eigenvalues, Index first, double seconds)
 {
     std::string text;
     for (Index k = first; k < std::min<Index>(first + kFrequenciesShown, eigenvalues.size()); ++k)
-        text += format("%s%.6g", k > first ? " " : "",
-                       std::sqrt(std::max(eigenvalues[k], 0.0)) / seconds / (2 * std::numbers::pi));
+        text += format("%s%.6g", k > first ? " " : "", hertz(eigenvalues[k], seconds));
     return text.empty() ? "none" : text + " Hz";
 }
 
@@ -359,6 +363,8 @@ static void import_matrices(const ImportOptions& options, const std::string& job
     if (!free)
         report.figure("fixed-interface frequencies",
                       frequencies(body.stiffness.diagonal().tail(options.modes), 0, seconds_of(body.units)));
+    if (options.modes > 0)
+        report.figure("modes complete up to", format("%.6g Hz", hertz(reduction.complete_to, seconds_of(body.units))));
 }
 
 // Whether the results are those of the nodes that the solver made for shells (OUTPUT=3D).

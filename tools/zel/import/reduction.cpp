@@ -310,12 +310,13 @@ Reduction reduce_craig_bampton(const Model& model, int mode_count, PhaseLog& log
     const MatrixXd constraint = factor.solve(-k.coupling); // of the interior, under unit motions of the reference nodes
     log.begin("fixed-interface modes");
     const Eigenmodes fixed =
-        lowest_modes(k.interior, m.interior, factor, MatrixXd(split.interior_count, 0), mode_count);
+        lowest_modes({k.interior, m.interior, MatrixXd(split.interior_count, 0), 0.0}, factor, mode_count);
     log.begin("generalized matrices");
     const MatrixXd inertia = times(m.interior, constraint) + m.coupling;
     Reduction reduction;
     reduction.boundary_count = int(boundary);
     reduction.factor_bytes = factor.factor_bytes();
+    reduction.complete_to = fixed.complete_to;
     reduction.stiffness = MatrixXd::Zero(modes, modes);
     reduction.stiffness.topLeftCorner(boundary, boundary) = symmetric(k.boundary + k.coupling.transpose() * constraint);
     reduction.stiffness.bottomRightCorner(mode_count, mode_count) = fixed.values.asDiagonal();
@@ -387,9 +388,10 @@ Reduction reduce_free(const Model& model, int mode_count, PhaseLog& log)
     log.begin("factor the shifted stiffness matrix");
     const Cholesky factor(SparseMatrix(k - shift * m));
     log.begin("free-free modes");
-    const Eigenmodes flexible = lowest_modes(k, m, factor, rigid, mode_count);
+    const Eigenmodes flexible = lowest_modes({k, m, rigid, shift}, factor, mode_count);
     Reduction reduction;
     reduction.factor_bytes = factor.factor_bytes();
+    reduction.complete_to = flexible.complete_to;
     reduction.motion.resize(rigid.rows(), 6 + mode_count);
     reduction.motion << rigid, flexible.shapes;
     reduction.mass = MatrixXd::Identity(6 + mode_count, 6 + mode_count);

@@ -45,6 +45,7 @@ struct Reduction
     int boundary_count = 0;          // the first modes: six constraint modes an interface
     double rigid_before = 0.0;       // largest of the six smallest |eigenvalue| before the repair and after it
     double rigid_after = 0.0;
+    double complete_to = 0.0; // the modes have every eigenvalue below: fixed-interface ones, or flexible ones
     double factor_bytes = 0.0;
 };
 
