@@ -1,7 +1,8 @@
 // Vertex clustering: the nodes of one cell of a uniform grid become one node, as in Rossignac and Borrel, Multi-resolution
 // 3D approximations for rendering complex scenes (1993). Other than there, nodes of one cell are merged only where face
 // edges connect them inside the cell, and never two sides of the body that face opposite ways: a plate much thinner than a
-// cell keeps both its skins, also along its rim. The node that stays is one of those that were there.
+// cell keeps both its skins, also along its rim. The rim of a shell counts as the edge of a wall that stands on it. The node
+// that stays is one of those that were there.
 #include "base/base.h"
 #include "coarsening.h"
 
@@ -71,17 +72,23 @@ struct Cluster
     int32_t count, best;
     double distance; // of the best from the mean, squared
     int32_t sharpness;
-    bool has_kept;
+    bool has_kept, best_is_covered; // by a node that must stay
 };
 
-// A node that must stay, in a list sorted by cluster, then along x.
-struct Kept
+// A place that nodes of a cluster can move to: a node that must stay, or the cluster's best. Those of one facing in a
+// cluster form a tree (Bentley, Multidimensional binary search trees, 1975): the one in the middle of a run divides it across an
+// axis.
+struct Place
 {
     int32_t cluster, node;
-    double x;
-    bool operator<(const Kept& other) const
+    Facing facing;
+    int8_t axis;
+    bool is_beside(const Place& other) const { return cluster == other.cluster && facing == other.facing; }
+    bool operator<(const Place& other) const
     {
-        return cluster != other.cluster ? cluster < other.cluster : x != other.x ? x < other.x : node < other.node;
+        return cluster != other.cluster ? cluster < other.cluster
+               : facing != other.facing ? facing < other.facing
+                                        : node < other.node;
     }
 };
 } // namespace
@@ -156,32 +163,121 @@ static int join_cells(const Surface& surface, const FaceWords& faces, const Grid
         cells[node] = grid.cell(surface.points[node]);
     for_each_face(faces, [&](const int32_t* face) {
         const int32_t count = vertex_count(*face);
-        for (int32_t i = 1, before = count; i <= count; before = i++)
+        for (int32_t i = 1, before = count; count > 2 && i <= count; before = i++) // lines pull nothing along
             if (const Cell cell = cells[face[i]]; cell == cells[face[before]] && cell != kNoCell)
                 join(forest, face[i], face[before]);
     });
     return 1;
 }
 
-static void add_normals(const Vector* points, const FaceWords& faces, Normals* normals, Facing* facing)
+static void add_normal(const float (&one)[4], Facing way, int32_t node, Normals* normals, Facing* facing)
+{
+    for (int k = 0; k < 4; ++k)
+        normals[node].sum[k] += one[k];
+    facing[node] = Facing(facing[node] | way);
+}
+
+// Adds the unit normals of all faces, but one of the two sides of a shell only.
+static void add_normals(const Vector* points, const FaceWords& faces, const char* twins, Normals* normals,
+                        Facing* facing)
 {
     for_each_face(faces, [&](const int32_t* face) {
         const Vector normal = area_normal(points, face);
         const double length = norm(normal);
-        if (!(length > 0.0))
+        if (!(length > 0.0) || twins[face - faces.words] == kSecondOfTwo)
             return;
         const Vector unit = (1.0 / length) * normal;
         const float one[4] = {float(unit.x), float(unit.y), float(unit.z), 1.0f};
         const Facing way = facing_of(one);
         for (int32_t i = 1; i <= vertex_count(*face); ++i)
-        {
-            Normals& at = normals[face[i]];
-            for (int k = 0; k < 4; ++k)
-                at.sum[k] += one[k];
-            facing[face[i]] = Facing(facing[face[i]] | way);
-        }
+            add_normal(one, way, face[i], normals, facing);
     });
 }
+
+// ---- Rims ---------------------------------------------------------------------------------------------------------
+
+namespace
+{
+// An edge of a face: from a corner to the next one.
+struct Edge
+{
+    int32_t lower, higher, place, corner; // place: of the face's count word
+    bool is_along(const Edge& other) const { return lower == other.lower && higher == other.higher; }
+    bool operator<(const Edge& other) const
+    {
+        return lower != other.lower     ? lower < other.lower
+               : higher != other.higher ? higher < other.higher
+                                        : place < other.place;
+    }
+};
+} // namespace
+
+// Calls action(face, corner, from, to) for every edge of every face but lines and the second sides of shells.
+template <typename Action> static void for_each_edge(const FaceWords& faces, const char* twins, Action action)
+{
+    for_each_face(faces, [&](const int32_t* face) {
+        const int32_t count = vertex_count(*face);
+        for (int32_t i = 1; count > 2 && twins[face - faces.words] != kSecondOfTwo && i <= count; ++i)
+            action(face, i, face[i], face[i < count ? i + 1 : 1]);
+    });
+}
+
+// Scrambles a number, so that sums of a few do not cancel by chance (the finalizer of S. Vigna's SplitMix64, 2015).
+static uint64_t scrambled(uint64_t x)
+{
+    x += 0x9E3779B97F4A7C15u;
+    x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9u;
+    x = (x ^ (x >> 27)) * 0x94D049BB133111EBu;
+    return x ^ (x >> 31);
+}
+
+// Adds the normal of the wall that stands on every edge with one face: in the plane of the face, away from it. Edges that
+// leave a node and edges that enter it are weighed up by a sum first, which is 0 at every node inside a closed surface:
+// only those between other nodes are sorted.
+static int add_walls(const Surface& surface, const FaceWords& faces, const char* twins, Normals* normals,
+                     Facing* facing)
+{
+    Scratch<uint64_t> balance(surface.node_count);
+    if (!balance.data)
+        return no_memory(kModule);
+    for_each_edge(faces, twins, [&](const int32_t*, int32_t, int32_t from, int32_t to) {
+        balance[from] += scrambled(uint64_t(to));
+        balance[to] -= scrambled(uint64_t(from));
+    });
+    int32_t count = 0;
+    const auto may_be_rim = [&](int32_t from, int32_t to) { return balance[from] != 0 && balance[to] != 0; };
+    for_each_edge(faces, twins,
+                  [&](const int32_t*, int32_t, int32_t from, int32_t to) { count += may_be_rim(from, to); });
+    Scratch<Edge> edges(count);
+    if (!edges.data)
+        return no_memory(kModule);
+    count = 0;
+    for_each_edge(faces, twins, [&](const int32_t* face, int32_t corner, int32_t from, int32_t to) {
+        if (may_be_rim(from, to))
+            edges[count++] = {std::min(from, to), std::max(from, to), int32_t(face - faces.words), corner};
+    });
+    std::sort(edges.data, edges.data + count);
+    for (int32_t begin = 0, end; begin < count; begin = end)
+    {
+        const Edge& edge = edges[begin];
+        for (end = begin + 1; end < count && edges[end].is_along(edge);)
+            ++end;
+        if (end - begin > 1)
+            continue;
+        const int32_t* const face = faces.words + edge.place;
+        const int32_t from = face[edge.corner], to = from == edge.lower ? edge.higher : edge.lower;
+        const Vector wall = cross(surface.points[to] - surface.points[from], area_normal(surface.points, face));
+        const double length = norm(wall);
+        if (!(length > 0.0))
+            continue;
+        const float one[4] = {float(wall.x / length), float(wall.y / length), float(wall.z / length), 1.0f};
+        for (int32_t node : {from, to})
+            add_normal(one, facing_of(one), node, normals, facing);
+    }
+    return 1;
+}
+
+// ---- The nodes that stay ------------------------------------------------------------------------------------------
 
 // How far the faces around a node are from lying in one plane, in hundredths: 0 in a plane, 100 where the normals cancel.
 // Coarse, so that the facets of a smooth side do not choose the node: only edges of more than some 10 degrees are sharp.
@@ -217,46 +313,130 @@ static void choose_best(const Surface& surface, const Normals* normals, const in
     }
 }
 
-// The nearest of a cluster's kept nodes, the lowest one on a tie: outwards from the node's own place along x, as far as x
-// alone leaves a chance.
-static int32_t nearest_kept(const Surface& surface, const Kept* first, const Kept* last, int32_t cluster, int32_t node)
+static double coordinate(const Vector& point, int axis)
 {
-    const Vector& point = surface.points[node];
-    int32_t nearest = -1;
-    double least = 0.0;
-    const auto try_one = [&](const Kept& kept) { // false: this one and all beyond it are too far
-        const double dx = kept.x - point.x;
-        if (nearest >= 0 && dx * dx > least)
-            return false;
-        const Vector offset = surface.points[kept.node] - point;
-        const double distance = dot(offset, offset);
-        if (nearest < 0 || distance < least || (distance == least && kept.node < nearest))
-        {
-            nearest = kept.node;
-            least = distance;
-        }
-        return true;
-    };
-    const Kept* const middle = std::lower_bound(first, last, Kept{cluster, -1, point.x});
-    for (const Kept* up = middle; up < last && up->cluster == cluster && try_one(*up); ++up)
-    {}
-    for (const Kept* down = middle; down > first && (down - 1)->cluster == cluster && try_one(*(down - 1)); --down)
-    {}
-    return nearest;
+    return axis == 0 ? point.x : axis == 1 ? point.y : point.z;
 }
 
-// Fills and sorts the list of kept nodes; returns its end.
-static Kept* list_kept(const Surface& surface, const int32_t* cluster, Scratch<Kept>& kept)
+// The axis along which places are furthest apart.
+static int longest_axis(const Vector* points, const Place* first, const Place* last)
 {
-    Kept* last = kept.data;
+    int longest = 0;
+    double most = -1.0;
+    for (int axis = 0; axis < 3; ++axis)
+    {
+        double low = HUGE_VAL, high = -HUGE_VAL;
+        for (const Place* place = first; place < last; ++place)
+        {
+            low = std::min(low, coordinate(points[place->node], axis));
+            high = std::max(high, coordinate(points[place->node], axis));
+        }
+        if (high - low > most)
+        {
+            most = high - low;
+            longest = axis;
+        }
+    }
+    return longest;
+}
+
+static void build_tree(const Vector* points, Place* first, Place* last)
+{
+    while (last - first > 1)
+    {
+        Place* const middle = first + (last - first) / 2;
+        const int axis = longest_axis(points, first, last);
+        std::nth_element(first, middle, last, [&](const Place& a, const Place& b) {
+            const double x = coordinate(points[a.node], axis), y = coordinate(points[b.node], axis);
+            return x != y ? x < y : a.node < b.node;
+        });
+        middle->axis = int8_t(axis);
+        build_tree(points, first, middle);
+        first = middle + 1;
+    }
+}
+
+namespace
+{
+// The nearest place so far, the lowest node on a tie.
+struct Nearest
+{
+    const Vector* points;
+    Vector point;
+    int32_t node = -1;
+    double squared = HUGE_VAL;
+    void search(const Place* first, const Place* last)
+    {
+        while (first < last)
+        {
+            const Place* const middle = first + (last - first) / 2;
+            const Vector offset = points[middle->node] - point;
+            const double distance = dot(offset, offset), across = coordinate(offset, middle->axis);
+            if (distance < squared || (distance == squared && middle->node < node))
+            {
+                node = middle->node;
+                squared = distance;
+            }
+            search(across > 0.0 ? first : middle + 1, across > 0.0 ? middle : last);
+            if (across * across > squared)
+                return;
+            (across > 0.0 ? first : last) = across > 0.0 ? middle + 1 : middle;
+        }
+    }
+};
+} // namespace
+
+// Whether a node can move to another one without cutting an edge or a corner off: a node on a side to any of that side, one
+// on an edge to those along it and to corners.
+static bool covers(Facing place, Facing node)
+{
+    return (node & ~unsigned(place)) == 0;
+}
+
+// Lists the places of every cluster with nodes that must stay: these, and its best node where none of them covers it.
+// Returns the end.
+static Place* list_places(const Surface& surface, const Facing* facing, const int32_t* cluster, Cluster* clusters,
+                          Place* places)
+{
     for (int32_t node = 0; node < surface.node_count; ++node)
-        if (surface.keep[node])
-            *last++ = {cluster[node], node, std::isnan(surface.points[node].x) ? 0.0 : surface.points[node].x};
-    std::sort(kept.data, last);
+        if (Cluster& own = clusters[cluster[node]]; surface.keep[node])
+            own.best_is_covered |= covers(facing[node], facing[own.best]);
+    Place* last = places;
+    for (int32_t node = 0; node < surface.node_count; ++node)
+    {
+        const Cluster& own = clusters[cluster[node]];
+        if (surface.keep[node] || (own.has_kept && own.best == node && !own.best_is_covered))
+            *last++ = {cluster[node], node, facing[node], 0};
+    }
+    std::sort(places, last);
+    for (Place *first = places, *end; first < last; first = end)
+    {
+        for (end = first + 1; end < last && end->is_beside(*first);)
+            ++end;
+        build_tree(surface.points, first, end);
+    }
     return last;
 }
 
-int cluster_nodes(const Surface& surface, const FaceWords& faces, double resolution, int32_t* target)
+// The nearest place of a cluster for a node, of those that cover it or, where none does, of all.
+static int32_t nearest_place(const Surface& surface, const Place* first, const Place* last, int32_t cluster,
+                             int32_t node, Facing facing)
+{
+    Nearest covering = {surface.points, surface.points[node]}, any = covering;
+    first = std::partition_point(first, last, [&](const Place& place) { return place.cluster < cluster; });
+    for (const Place* end; first < last && first->cluster == cluster; first = end)
+    {
+        const Place& of_run = *first;
+        end = std::partition_point(first, last, [&](const Place& place) { return place.is_beside(of_run); });
+        if (covers(first->facing, facing))
+            covering.search(first, end);
+        else if (covering.node < 0)
+            any.search(first, end);
+    }
+    return covering.node >= 0 ? covering.node : any.node;
+}
+
+int cluster_nodes(const Surface& surface, const FaceWords& faces, const char* twins, double resolution, int32_t* target)
 {
     for (int32_t node = 0; node < surface.node_count; ++node)
         target[node] = node;
@@ -265,10 +445,18 @@ int cluster_nodes(const Surface& surface, const FaceWords& faces, double resolut
         return 1;
     Forest forest(surface.node_count);
     Scratch<Normals> normals(surface.node_count);
-    Scratch<Kept> kept(std::count(surface.keep, surface.keep + surface.node_count, 1));
-    if (!forest.allocated() || !normals.data || !kept.data)
+    if (!forest.allocated() || !normals.data)
         return no_memory(kModule);
-    add_normals(surface.points, faces, normals.data, forest.facing.data);
+    add_normals(surface.points, faces, twins, normals.data, forest.facing.data);
+    if (!add_walls(surface, faces, twins, normals.data, forest.facing.data))
+        return 0;
+    const auto kept_count = std::count(surface.keep, surface.keep + surface.node_count, 1);
+    Scratch<Place> places(2 * kept_count);
+    Scratch<Facing> facing(kept_count > 0 ? surface.node_count : 0); // of each node, not of its cluster
+    if (!places.data || !facing.data)
+        return no_memory(kModule);
+    if (kept_count > 0)
+        std::copy_n(forest.facing.data, surface.node_count, facing.data);
     if (!join_cells(surface, faces, grid, forest))
         return 0;
 
@@ -280,16 +468,16 @@ int cluster_nodes(const Surface& surface, const FaceWords& faces, double resolut
     if (!clusters.data)
         return no_memory(kModule);
     choose_best(surface, normals.data, cluster, clusters.data);
-    const Kept* const last_kept = list_kept(surface, cluster, kept);
+    const Place* const last = list_places(surface, facing.data, cluster, clusters.data, places.data);
     for (int32_t node = 0; node < surface.node_count; ++node)
     {
-        const int32_t own = cluster[node];
+        const Cluster& own = clusters[cluster[node]];
         if (surface.keep[node])
             target[node] = node;
-        else if (clusters[own].has_kept)
-            target[node] = nearest_kept(surface, kept.data, last_kept, own, node);
+        else if (!own.has_kept)
+            target[node] = own.best;
         else
-            target[node] = clusters[own].best;
+            target[node] = nearest_place(surface, places.data, last, cluster[node], node, facing[node]);
     }
     return 1;
 }

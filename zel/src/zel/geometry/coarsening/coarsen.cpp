@@ -172,9 +172,12 @@ static int coarsen(Surface& surface, const FaceWords& faces, const Request& requ
 {
     constexpr double kLeastAngle = 0.01, kDegree = std::numbers::pi / 180.0;
     Scratch<int32_t> target(surface.node_count);
-    if (!target.data)
+    Scratch<char> twins(faces.length);
+    if (!target.data || !twins.data)
         return no_memory(kModule);
-    if (!cluster_nodes(surface, faces, request.resolution, target.data) || !map_faces(surface, faces, target.data))
+    if (!find_opposite_faces(faces, twins.data) ||
+        !cluster_nodes(surface, faces, twins.data, request.resolution, target.data) ||
+        !map_faces(surface, faces, twins.data, target.data))
         return 0;
     Scratch<int32_t> merged(surface.face_count);
     if (!merged.data)

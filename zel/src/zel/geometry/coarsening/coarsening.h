@@ -56,14 +56,27 @@ struct Surface
     FaceWords faces() const { return {words, length, face_count, node_count}; }
 };
 
-// Appends faces to a list that has room for them; the nodes may lie further on in the same list.
+// What may become of a face that lies on another one the other way round.
+enum FaceState : char
+{
+    kStays,
+    kUnchanged, // both go when the other one has changed
+    kChanged,
+    kGone
+};
+
+// Appends faces to a list that has room for them; the nodes may lie further on in the same list. states: where it is wanted,
+// as long as the list.
 struct FaceWriter
 {
     int32_t* words;
+    char* states = nullptr;
     int32_t length = 0, face_count = 0;
-    void put(int32_t flags, const int32_t* nodes, int32_t count)
+    void put(int32_t flags, const int32_t* nodes, int32_t count, FaceState state = kStays)
     {
         words[length] = flags | count;
+        if (states)
+            states[length] = state;
         std::copy(nodes, nodes + count, words + length + 1);
         length += 1 + count;
         face_count += 1;
@@ -88,15 +101,32 @@ inline Vector area_normal(const Vector* points, const int32_t* face)
     return sum;
 }
 
+// A face among those that lie on it the other way round.
+enum Twin : char
+{
+    kSingle,
+    kFirstOfTwo,
+    kSecondOfTwo
+};
+
+// Finds the faces that lie on each other in opposite directions, pair by pair: the two sides of a shell. twins
+// [faces.length]: a Twin at the place of every count word, zero before.
+int find_opposite_faces(const FaceWords& faces, char* twins);
+
 // Merges the nodes of one cell of a grid that are connected by edges of `faces` within the cell. A cell's size is
 // `resolution` percent of the longest side of the nodes' bounding box; 0 merges none. target [node_count]: the node that
 // takes the place of each one.
-int cluster_nodes(const Surface& surface, const FaceWords& faces, double resolution, int32_t* target);
+int cluster_nodes(const Surface& surface, const FaceWords& faces, const char* twins, double resolution,
+                  int32_t* target);
 
 // Makes the faces of the surface: those of `faces` on the targets of their nodes, without what that makes void: repeated
-// nodes, faces without area, pairs of opposite faces. Where a node that must stay would lose its faces, the nodes around
-// it keep their places after all and become their own targets.
-int map_faces(Surface& surface, const FaceWords& faces, int32_t* target);
+// nodes, faces without area, pairs of opposite faces. Two sides of a shell stay, and so do faces on nodes that must. Where
+// such a node would lose its faces, the nodes around it keep their places after all and become their own targets.
+int map_faces(Surface& surface, const FaceWords& faces, const char* twins, int32_t* target);
+
+// Drops faces that lie on each other in opposite directions, but none on a node that must stay, and not all that hang
+// together. states [surface.length]: a FaceState at the place of every count word.
+int cancel_pairs(Surface& surface, char* states);
 
 // Merges neighbouring faces whose normals are within `angle` [rad] of the largest one's. merged: so many faces became each
 // face, an array for the caller.
@@ -105,7 +135,8 @@ int merge_planar_faces(Surface& surface, double angle, Scratch<int32_t>& merged)
 // Drops vertices in the middle of a straight edge that one face has, or two share.
 int drop_straight_vertices(Surface& surface);
 
-// Cuts merged faces that are not convex into triangles, unless these are more than the faces that were merged.
+// Cuts merged faces that are not convex into triangles, unless these are more than the faces that were merged. Where a
+// merged face or one of its triangles then lies on another face the other way round, both go.
 int clip_merged_faces(Surface& surface, const int32_t* merged);
 
 } // namespace zel
