@@ -405,36 +405,3 @@ TEST_F(Modes, AreReplacedAsAWholeOrNotAtAll)
     EXPECT_EQ(whole_vector(db, 1, 0), (std::vector<double>{10, 20, 30, 40, 50, 60})); // in current units
     EXPECT_EQ(db->mode_record_nodes[0], 3);
 }
-
-TEST_F(Modes, SurviveEveryFailedAllocation)
-{
-    for (int64_t failing = 0;; ++failing)
-    {
-        ZELDATA* db = ZEL_Create(2000, 3);
-        for (int id = 1; id <= 1000; ++id)
-            ZEL_SetNodalMass(db, id, id);
-        ASSERT_EQ(ZEL_SetMode(db, 1, 1000, 1, 1, 2, 3, 4, 5, 6), 1);
-        zel::failing_allocation = failing;
-        int results[3] = {};
-        const std::string text = errors_of([&] {
-            results[0] = ZEL_SetMode(db, 2, 5000, 0, 1, 2, 3, 4, 5, 6); // a new file, and a larger node table
-            results[1] = ZEL_SetMode(db, 0, 1, 1, 1, 2, 3, 4, 5, 6);    // a new pre-stress
-            results[2] = ZEL_ModeByNode(db, 1, 1, 1000, std::array<double, 3>().data(), 0);
-        });
-        const bool all_done = zel::failing_allocation >= 0;
-        zel::failing_allocation = -1;
-        EXPECT_EQ(results[0] + results[1] + results[2], all_done ? 3 : 2) << failing;
-        EXPECT_EQ(text.empty(), all_done);
-        EXPECT_EQ(ZEL_SetMode(db, 2, 5000, 0, 1, 2, 3, 4, 5, 6), 1);
-        EXPECT_EQ(ZEL_SetMode(db, 0, 1, 1, 1, 2, 3, 4, 5, 6), 1);
-        EXPECT_EQ(db->mode_node_count[1], 2);
-        EXPECT_EQ(db->mode_nodes[1][0]->mass, 1000.0);
-        EXPECT_EQ(whole_vector(db, 1, 1)[5], 6.0);
-        EXPECT_EQ(ZEL_ModeNodeIndex(db, 0, 5000), 1000);
-        EXPECT_EQ(db->mode_node_id_index[0], db->node_id_index);
-        ZEL_UnLink(db);
-        if (all_done)
-            break;
-        ASSERT_LT(failing, 60);
-    }
-}

@@ -210,23 +210,3 @@ TEST_F(Nodes, AreFoundAfterTheTableWasRewritten)
     EXPECT_EQ(ZEL_LookupOrAddNode(db_, 13), 10);
     EXPECT_EQ(db_->nodes[10].mass, 0.0);
 }
-
-TEST_F(Nodes, StayWhenTheTableCannotGrow)
-{
-    for (int id = 0; id < db_->node_capacity || id < 1000; ++id)
-        ZEL_SetNodalMass(db_, 2 * id, id);
-    for (int64_t failing = 0;; ++failing)
-    {
-        zel::failing_allocation = failing;
-        const std::string message = errors_of([&] { ZEL_SetNodalMass(db_, 7, 1.0); });
-        const bool failed = zel::failing_allocation < 0;
-        zel::failing_allocation = -1;
-        EXPECT_EQ(message.empty(), !failed);
-        EXPECT_EQ(db_->node_count, failed ? 1000 : 1001);
-        EXPECT_EQ(ZEL_NodeIndex(db_, 1998), 999);
-        if (!failed)
-            break;
-        ASSERT_LT(failing, 40);
-    }
-    EXPECT_EQ(ZEL_NodeIndex(db_, 7), 1000);
-}

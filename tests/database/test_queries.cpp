@@ -156,20 +156,6 @@ TEST_F(Queries, OfMaximaScanTheVectorOrTakeTheRecord)
     EXPECT_EQ(largest(ZEL_GetMaxModeDisplacement, 2), Found(5, 7.0)) << "records of other modes";
 }
 
-TEST_F(Queries, OfHeaderVersionAndPrecision)
-{
-    db->version = 0x33C;
-    db->mode_file.double_precision = 0;
-    std::strcpy(db->title, "Bracket");
-    std::memset(db->comment3, 'x', 79);
-    char title[128], comment[80];
-    EXPECT_EQ(ZEL_Version(db), 60);
-    EXPECT_EQ(ZEL_Double_Prec(db), 0);
-    EXPECT_EQ(ZEL_Header(db, title, nullptr, nullptr, nullptr, nullptr, nullptr, comment), 1);
-    EXPECT_STREQ(title, "Bracket");
-    EXPECT_EQ(comment, std::string(79, 'x'));
-}
-
 TEST_F(Queries, OfLoadsAndInterfaceNodesReturnArraysOfTheCaller)
 {
     add_nodes();
@@ -344,53 +330,30 @@ TEST_F(Queries, WithoutDataAreSilentFailures)
     const auto ask = [](ZELDATA* of) {
         int count = 5, length = 5, rows = 0;
         double values[9] = {1}, center[3];
-        char label[256];
-        EXPECT_EQ(ZEL_NodeCount(of) + ZEL_ModeCount(of) + ZEL_NodeID(of, 0) + ZEL_ModeNodeID(of, 0, 0), 0);
-        for (int kind = -1; kind <= 3; ++kind)
-            EXPECT_EQ(ZEL_ModeNodeCount(of, kind) + ZEL_ModeExist(of, kind), 0);
-        EXPECT_EQ(ZEL_NodeCoordinates(of, 0, values), 0);
+        EXPECT_EQ(ZEL_NodeCount(of) + ZEL_ModeCount(of) + ZEL_NodeID(of, 0) + ZEL_ModeNodeCount(of, 3), 0);
+        EXPECT_EQ(ZEL_NodeCoordinates(of, 0, values) + ZEL_NodeCoordinates(of, 0, nullptr), 0);
         EXPECT_EQ(values[0], 0);
-        EXPECT_EQ(ZEL_NodeCoordinates(of, 0, nullptr), 0);
-        EXPECT_EQ(ZEL_NodeCoordinateList(of, values, &count), 0);
-        EXPECT_EQ(count, 0);
-        EXPECT_EQ(ZEL_NodalMass(of, 0) + ZEL_BodySize(of), 0);
-        EXPECT_EQ(ZEL_NodalMassAndGeometry(of, 0, values, center), 0);
-        EXPECT_EQ(ZEL_NodalInertia(of, 0, values), 0);
-        EXPECT_EQ(ZEL_GetMaxModeDisplacement(of, 1, &count, values) + ZEL_GetMaxVonMisesStrain(of, 1, &count, values),
-                  0);
+        EXPECT_EQ(ZEL_NodeCoordinateList(of, values, &count) + count, 0);
+        EXPECT_EQ(ZEL_NodalMass(of, 0) + ZEL_BodySize(of) + ZEL_NodalMassAndGeometry(of, 0, values, center), 0);
         EXPECT_EQ(ZEL_Eigenvalue(of, 1, values, nullptr, nullptr, nullptr, nullptr), 0);
-        EXPECT_EQ(ZEL_NumberOfGenStiff(of) + ZEL_NumberOfGenMass(of) + ZEL_NumberOfGenDamp(of) + ZEL_GenDampExist(of),
-                  0);
-        EXPECT_EQ(ZEL_GenStiffSparse(of, &rows, &rows, values) + ZEL_GenMassSparse(of, &rows, &rows, values) +
-                      ZEL_GenDampSparse(of, &rows, &rows, values),
-                  0);
-        EXPECT_EQ(ZEL_GenStiffFull(of, values, 1) + ZEL_GenMassFull(of, values, 0) + ZEL_GenDampFull(of, values, 1), 0);
-        EXPECT_EQ(ZEL_GenStiffSelected(of, values, &rows, 1) + ZEL_GenMassSelected(of, values, &rows, 1) +
-                      ZEL_GenDampPrincipalAndSelected(of, values, &rows, 1),
+        EXPECT_EQ(ZEL_NumberOfGenStiff(of) + ZEL_GenMassSparse(of, &rows, &rows, values) +
+                      ZEL_GenStiffFull(of, values, 1) + ZEL_GenMassSelected(of, values, &rows, 1),
                   0);
         ZEL_FaceListSize(of, &count, &length);
-        EXPECT_EQ(count + length, 0);
-        ZEL_FaceListSize(of, nullptr, nullptr);
-        EXPECT_EQ(ZEL_ElementFaces(of, &count) + ZEL_Transformation(of, values), 0);
+        EXPECT_EQ(count + length + ZEL_ElementFaces(of, &count) + ZEL_Transformation(of, values), 0);
         for (auto query : {ZEL_InterfaceNodes, ZEL_InterfaceNodeIDs})
         {
             count = 5;
             EXPECT_EQ(query(of, &count), nullptr);
             EXPECT_EQ(count, 0);
         }
-        count = 5;
-        EXPECT_EQ(ZEL_GetModalPreload(of, &count), nullptr);
-        EXPECT_EQ(count, 0);
+        EXPECT_EQ(ZEL_GetModalPreload(of, nullptr), nullptr);
         EXPECT_EQ(ZEL_GetModalLoad(of, 0, nullptr), nullptr);
-        EXPECT_EQ(ZEL_ModalPreloadExist(of) + ZEL_GetModalLoadCaseCount(of) + ZEL_ModalLoadProcessed(of, 0) +
-                      ZEL_GetModalLoadCaseLabel(of, 0, label) + ZEL_ModalStatisticsExist(of),
-                  0);
     };
     EXPECT_EQ(output_of([&] { EXPECT_EQ(errors_of([&] { ask(nullptr), ask(db); }), ""); }), "");
     double mass = 5, inertia[9] = {5}, center[3] = {5};
     EXPECT_EQ(ZEL_TotalMassInertia(nullptr, &mass, inertia, center), 0);
     EXPECT_EQ(mass + inertia[0] + center[0], 0);
-    EXPECT_EQ(ZEL_Version(nullptr) + ZEL_Double_Prec(nullptr), 0);
     EXPECT_EQ(ZEL_Header(nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr), 0);
-    EXPECT_EQ(ZEL_Version(db), 31);
+    EXPECT_EQ(ZEL_Version(db) + ZEL_Version(nullptr), 31);
 }

@@ -1,4 +1,4 @@
-// The Fortran entry points: programs in fixed and in free form build the body that the C interface builds, and what the
+// The Fortran entry points: programs with and without the module build the body that the C interface builds, and what the
 // entry points themselves promise.
 #include "database/record.h"
 #include "fixtures.h"
@@ -140,7 +140,7 @@ std::string without_date(const std::string& file)
 
 } // namespace
 
-TEST_F(Fortran, ProgramsInBothFormsBuildWhatTheCInterfaceBuilds)
+TEST_F(Fortran, ProgramsWithAndWithoutTheModuleBuildWhatTheCInterfaceBuilds)
 {
     using Reports = std::vector<std::string>;
     Reports in_c, fixed, free;
@@ -158,8 +158,8 @@ TEST_F(Fortran, ProgramsInBothFormsBuildWhatTheCInterfaceBuilds)
     EXPECT_NE(in_c[27].find("Cube of eight nodes"), std::string::npos);
     for (size_t i = 0; i < in_c.size(); ++i)
     {
-        EXPECT_EQ(fixed[i], in_c[i]) << "fixed form, block " << i + 1;
-        EXPECT_EQ(free[i], in_c[i]) << "free form, block " << i + 1;
+        EXPECT_EQ(fixed[i], in_c[i]) << "without module, block " << i + 1;
+        EXPECT_EQ(free[i], in_c[i]) << "module, block " << i + 1;
     }
     EXPECT_EQ(fixed_errors, c_errors);
     EXPECT_EQ(free_errors, c_errors);

@@ -36,17 +36,17 @@ void expect_reals(const double* values, int block, int first, int count)
 
 void expect_header(const ZELDATA* db)
 {
-    EXPECT_STREQ(db->title, "Sample body");
-    EXPECT_STREQ(db->date, "Mon Jan  5 10:20:30 2026 ");
-    EXPECT_STREQ(db->input_file_name, "sample.inp");
-    EXPECT_STREQ(db->input_file_type, "INP");
-    EXPECT_STREQ(db->comment1, "first");
-    EXPECT_STREQ(db->comment2, "");
-    EXPECT_EQ(db->comment3, std::string(79, 'c')); // a full field loses its last character
-    EXPECT_STREQ(db->units.mass, "MEGAGRAM");
-    EXPECT_STREQ(db->units.length, "MILLIMETER");
-    EXPECT_STREQ(db->units.time, "SECOND");
-    EXPECT_STREQ(db->units.force, "NEWTON");
+    char texts[7][128], labels[4][16];
+    ASSERT_EQ(ZEL_Header(db, texts[0], texts[1], texts[2], texts[3], texts[4], texts[5], texts[6]), 1);
+    ASSERT_EQ(ZEL_Units(db, labels[0], labels[1], labels[2], labels[3]), 1);
+    const std::string full(79, 'c'); // a full field loses its last character
+    const char* const expected[] = {"Sample body", "Mon Jan  5 10:20:30 2026 ", "sample.inp", "INP", "first", "",
+                                    full.c_str()};
+    const char* const units[] = {"MEGAGRAM", "MILLIMETER", "SECOND", "NEWTON"};
+    for (int i = 0; i < 7; ++i)
+        EXPECT_STREQ(texts[i], expected[i]);
+    for (int i = 0; i < 4; ++i)
+        EXPECT_STREQ(labels[i], units[i]);
 }
 
 void expect_nodes(ZELDATA* db)
@@ -180,7 +180,8 @@ TEST_F(Reading, GivesBackEveryValueInEveryFormat)
         EXPECT_EQ(errors_of([&] { db = open(file); }), "");
         ASSERT_TRUE(db);
         EXPECT_EQ(db->version, format.code());
-        EXPECT_EQ(db->zel_file.double_precision, format.single ? 0 : 1);
+        EXPECT_EQ(ZEL_Version(db), format.version);
+        EXPECT_EQ(ZEL_Double_Prec(db), format.single ? 0 : 1);
         expect_header(db);
         expect_nodes(db);
         expect_modes(db, ZEL_MODE_SHAPE);

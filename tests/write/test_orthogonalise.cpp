@@ -369,6 +369,52 @@ TEST_F(Orthogonalisation, OfAMixedChainGivesItsNaturalModes)
     EXPECT_TRUE(db->non_diagonal == 0 && db->non_unit_mass == 0 && db->cached_mode[0] == -1);
 }
 
+// More nodes than the writers of blocks and the change of basis take at once.
+TEST_F(Orthogonalisation, OfABodyOfManyNodesReachesEveryNodeAndItsFile)
+{
+    constexpr int kMany = 5000, kModes = 3;
+    const auto value = [](int mode, int node, int component) { return std::sin(0.37 * node + 2.0 * mode) + component; };
+    ZELDATA* db = ZEL_Create(kMany, kModes);
+    output_of([&] {
+        for (int node = 1; node <= kMany; ++node)
+        {
+            ZEL_SetNodeCoordinates(db, node, node, 0.5 * node, -node);
+            ZEL_SetNodalMass(db, node, 1.0 + node);
+            for (int mode = 0; mode < kModes; ++mode)
+                for (int kind : {ZEL_MODE_SHAPE, ZEL_MODAL_STRESS})
+                    ZEL_SetMode(db, mode + 1, node, kind, value(mode, node, 0), value(mode, node, 1),
+                                value(mode, node, 2), value(mode, node, 3), value(mode, node, 4), kind);
+        }
+    });
+    for (int i = 1; i <= kModes; ++i)
+        for (int j = 1; j <= kModes; ++j)
+        {
+            ZEL_SetGeneralizedMass(db, i, j, i == j ? 2.0 : 0.5);
+            ZEL_SetGeneralizedStiffness(db, i, j, i == j ? 100.0 * i : 7.0);
+        }
+    const TemporaryFolder folder;
+    output_of([&] { ASSERT_EQ(ZEL_write_ZEL(db, folder.path("many.zel").c_str()), 1); });
+    ZELDATA* read = ZEL_CreateFromZEL(folder.path("many.zel").c_str());
+    ASSERT_TRUE(read);
+    double t[kModes * kModes];
+    ASSERT_TRUE(ZEL_Transformation(read, t));
+    for (int kind : {ZEL_MODE_SHAPE, ZEL_MODAL_STRESS})
+        for (int component : {0, 4})
+        {
+            const Matrix vectors = modes_of(read, kind, component);
+            for (int node = 1; node <= kMany; ++node)
+                for (int mode = 0; mode < kModes; ++mode)
+                {
+                    double expected = 0.0;
+                    for (int old = 0; old < kModes; ++old)
+                        expected += t[kModes * mode + old] * value(old, node, component);
+                    ASSERT_NEAR(vectors[size_t(node) - 1][size_t(mode)], expected, 1e-12) << node;
+                }
+        }
+    for (int node = 0; node < kMany; ++node)
+        ASSERT_TRUE(read->nodes[node].y == 0.5 * (node + 1) && read->nodes[node].mass == node + 2.0) << node;
+}
+
 TEST_F(Orthogonalisation, FollowsUnitsSetBeforeAndInvariantsOfTheBody)
 {
     const Chain chain;

@@ -115,19 +115,6 @@ TEST_F(WriteOptionStrings, GiveFrequencyLimitsInAnyLocale)
     std::setlocale(LC_NUMERIC, "C");
 }
 
-TEST_F(WriteOptionStrings, SwitchTheRestOn)
-{
-    EXPECT_EQ(read("fast_invar full_invar").invariants, InvariantOption::all);
-    EXPECT_EQ(read("fast_invar").invariants, InvariantOption::fast);
-    EXPECT_EQ(read("invar").invariants, InvariantOption::illegal);
-    EXPECT_TRUE(read("lbrf2cm").shift_origin);
-    EXPECT_TRUE(read("strip_face").strip_faces);
-    EXPECT_TRUE(read("sparse_str").sparse_stress);
-    EXPECT_TRUE(read("no_ortho").keep_modes);
-    EXPECT_TRUE(read("/path/empty.txt").no_modal_content);
-    EXPECT_TRUE(read("MKS").si_units);
-}
-
 TEST_F(WriteOptionStrings, ReportEveryConflict)
 {
     const struct

@@ -1,7 +1,13 @@
-! The same body as in fixed form, through the module and its explicit interfaces.
+! A body through every entry point. Compiled twice: as free_body through the module and its explicit interfaces, and as
+! fixed_body without the module, as programs of old call the entry points. Values are 1/8, 2/8, ... in the order of their use.
+#ifdef ZEL_WITHOUT_MODULE
+#define free_body fixed_body
+#endif
 subroutine free_body(failures)
   use, intrinsic :: iso_c_binding, only: c_double, c_int
+#ifndef ZEL_WITHOUT_MODULE
   use zel
+#endif
   implicit none
   integer(c_int), intent(out) :: failures
   integer(c_int), parameter :: m = 3
