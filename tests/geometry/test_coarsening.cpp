@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <ctime>
 #include <functional>
 #include <map>
 #include <memory>
@@ -451,6 +452,61 @@ TEST_F(Coarsening, MovesLinesAndFoldedFacesAlong)
     add_face({0, 6, 1});
     ASSERT_TRUE(trim("2, preserve_str 1 2 3 4 5 6"));
     EXPECT_EQ(faces(), (Faces{{0, 1, 2}, {0, 4, 5}, {0, 1, 2}, {0, 4, 5}, {3, 1, 2}, {2, 1, 3}, {1, 3, 5}, {1, 3, 5}}));
+}
+
+// Neighbouring polygons at wide angles must not both leave a triangle on the same three nodes.
+TEST_F(Coarsening, LeavesNoFlakes)
+{
+    for (int i = 0; i < 60; ++i)
+        for (const char* angle : {"0,15", "0,30", "0,45"})
+        {
+            ZEL_UnLink(db);
+            db = ZEL_Create(0, 0);
+            add_sphere(4 + i % 20, 6 + i / 4);
+            ASSERT_TRUE(trim(angle));
+            std::set<std::set<int>> sides;
+            for (const Face& face : faces())
+                EXPECT_TRUE(sides.emplace(face.begin(), face.end()).second) << i << " " << angle;
+            EXPECT_TRUE(is_closed());
+            EXPECT_GT(db->face_count, 3);
+        }
+}
+
+// Eight times the faces of a comb, and eight times the nodes that must stay where none can be told by its x.
+TEST_F(Coarsening, TakesHardlyMoreThanLinearTime)
+{
+    const auto comb = [this](int teeth) {
+        for (int i = 0; i <= teeth; ++i)
+            for (double y : {0.0, 1.0, 30.0})
+                add_node(y, i + (y > 1 ? 0.5 : 0), 0);
+        for (int i = 0; i < 3 * teeth; i += 3)
+            for (const Face& face : {Face{i, i + 4, i + 3}, Face{i, i + 1, i + 4}, Face{i + 1, i + 2, i + 4}})
+                add_face(face);
+    };
+    const auto plate = [this](int rows) {
+        for (int i = 0; i < 50 * rows; ++i)
+            add_node(0, i % 50, i / 50);
+        for (int i = 0; i + 51 < 50 * rows; ++i)
+            if (i % 50 < 49)
+                add_face({i, i + 1, i + 51, i + 50});
+        for (int i = 1; i <= 50 * rows; i += 2)
+            ZEL_SetInterfaceNode(db, i);
+    };
+    const auto time_of = [this](const std::function<void(int)>& build, int size, const char* text) {
+        double least = HUGE_VAL;
+        for (int i = 0; i < 3; ++i)
+        {
+            ZEL_UnLink(db);
+            db = ZEL_Create(0, 0);
+            build(size);
+            const std::clock_t begin = std::clock();
+            EXPECT_TRUE(trim(text));
+            least = std::min(least, double(std::clock() - begin));
+        }
+        return least;
+    };
+    EXPECT_LT(time_of(comb, 40000, "0"), 24 * time_of(comb, 5000, "0"));
+    EXPECT_LT(time_of(plate, 1600, "50"), 24 * time_of(plate, 200, "50"));
 }
 
 TEST_F(Coarsening, KeepsFlagsAndMergesOnlyEqualOnes)

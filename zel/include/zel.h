@@ -966,15 +966,20 @@ ZEL_API void ZEL_SketchGrid(ZELDATA* db, const char* sketch_file);
 
 /**
  * Coarsens the face mesh. A body that is closed and oriented (every directed edge of a face has its opposite in another)
- * stays so. Only nodes that are there are used; the node table keeps them all. Interface nodes stay on the faces.
+ * stays so. Only nodes that are there are used; the node table keeps them all. Interface nodes stay on the faces. The rim
+ * of a shell, where an edge has one face, counts as a sharp edge: flat shells keep their area, holes included. Faces of two
+ * vertices (lines) move along but make no nodes one.
  * text  numbers and words, separated by blanks or commas:
  *       - the resolution in percent of the longest side of the body's bounding box, 0 to 50: nodes that edges connect
  *         inside a grid cell of this size become one, corners and sharp edges before others, but never sides that face
- *         opposite ways, so that thin plates keep both skins; 0 merges none
+ *         opposite ways, so that thin plates keep both skins; 0 merges none. Beside nodes that must stay, the sharpest
+ *         node of a cell stays too where they would cut an edge or a corner off
  *       - the face angle in degrees, 0 to 45, 0 when not given: neighbouring faces whose normals are within it of the
  *         largest one's become one polygon, and always those within 0.01 degrees
  *       - "preserve_str" and the ids of nodes that must stay on the faces, unknown ones ignored; without ids, all nodes
  *         that carry modal stress or strain. Without the word, vertices in the middle of straight edges go.
+ * Where faces come to lie on each other the other way round, both go, but not on nodes that must stay, not all that hang
+ * together, and not the two sides of a shell that has each face in both directions from the start.
  * Flat-sided bodies keep their volume; where a resolution comes near the size of the body's parts, or the angle is large,
  * the body visibly shrinks. Polygons can be concave where triangles would be more than the faces merged.
  * Returns 1; 0 with a message and the faces as they were for a null database, a text without a number, a number out of
