@@ -241,7 +241,7 @@ private:
 
 static int set_values(ZELDATA* db, const Values& set)
 {
-    constexpr int kBlocks[ZEL_MODE_KINDS] = {kBlockModes, kBlockStress, kBlockStrain};
+    constexpr int kFileBlocks[ZEL_MODE_KINDS] = {kBlockModes, kBlockStress, kBlockStrain};
     if (!db)
         return no_database();
     if (!valid_kind(set.kind) || !set.values || set.dof < 0 || set.dof >= kComponents || !all_finite(set))
@@ -266,7 +266,7 @@ static int set_values(ZELDATA* db, const Values& set)
         return 0;
     mode.keep();
     file.keep();
-    raise_flag(db, kBlocks[set.kind]);
+    raise_flag(db, kFileBlocks[set.kind]);
     mass_or_modes_changed(db);
     return 1;
 }
