@@ -222,15 +222,6 @@ template <typename Action> static void for_each_edge(const FaceWords& faces, con
     });
 }
 
-// Scrambles a number, so that sums of a few do not cancel by chance (the finalizer of S. Vigna's SplitMix64, 2015).
-static uint64_t scrambled(uint64_t x)
-{
-    x += 0x9E3779B97F4A7C15u;
-    x = (x ^ (x >> 30)) * 0xBF58476D1CE4E5B9u;
-    x = (x ^ (x >> 27)) * 0x94D049BB133111EBu;
-    return x ^ (x >> 31);
-}
-
 // Adds the normal of the wall that stands on every edge with one face: in the plane of the face, away from it. Edges that
 // leave a node and edges that enter it are weighed up by a sum first, which is 0 at every node inside a closed surface:
 // only those between other nodes are sorted.
@@ -241,9 +232,11 @@ static int add_walls(const Surface& surface, const FaceWords& faces, const char*
     if (!balance.data)
         return no_memory(kModule);
     for_each_edge(faces, twins, [&](const int32_t*, int32_t, int32_t from, int32_t to) {
-        balance[from] += scrambled(uint64_t(to));
-        balance[to] -= scrambled(uint64_t(from));
+        balance[from] += scrambled(to);
+        balance[to] -= scrambled(from);
     });
+    if (std::all_of(balance.data, balance.data + surface.node_count, [](uint64_t sum) { return sum == 0; }))
+        return 1;
     int32_t count = 0;
     const auto may_be_rim = [&](int32_t from, int32_t to) { return balance[from] != 0 && balance[to] != 0; };
     for_each_edge(faces, twins,

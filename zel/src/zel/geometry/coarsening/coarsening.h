@@ -83,6 +83,14 @@ struct FaceWriter
     }
 };
 
+// Scrambles a node, so that sums over a few do not agree by chance (Fibonacci hashing, Knuth 1973, with its high bits folded
+// in).
+inline uint64_t scrambled(int32_t node)
+{
+    const uint64_t product = (uint64_t(uint32_t(node)) + 1) * 0x9E3779B97F4A7C15u;
+    return product ^ (product >> 29);
+}
+
 // Normal of a face, twice its area long (Newell's sum, taken from the first vertex). Zero for fewer than 3 vertices.
 inline Vector area_normal(const Vector* points, const int32_t* face)
 {

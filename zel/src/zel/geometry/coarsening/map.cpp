@@ -83,8 +83,35 @@ template <typename Action> static void for_each_pair(Ring* rings, int32_t count,
             rings[waiting++] = rings[i];
 }
 
+// Whether faces may lie on each other: two have the same sum over their nodes. -1 without memory.
+static int may_have_piles(const FaceWords& faces)
+{
+    int64_t room = 1;
+    while (room < 2 * int64_t(faces.face_count))
+        room *= 2;
+    Scratch<uint32_t> sums(room); // their high halves, 0 where there is none
+    if (!sums.data)
+        return no_memory(kModule), -1;
+    bool any = false;
+    for_each_face(faces, [&](const int32_t* face) {
+        uint64_t whole = 0;
+        for (int32_t i = 1; i <= vertex_count(*face); ++i)
+            whole += scrambled(face[i]);
+        const uint32_t sum = uint32_t(whole >> 32);
+        int64_t at = int64_t(whole & uint64_t(room - 1));
+        while (!any && sums[at] != 0 && sums[at] != sum)
+            at = (at + 1) & (room - 1);
+        any = any || sum == 0 || sums[at] == sum;
+        sums[at] = sum;
+    });
+    return any;
+}
+
 int find_opposite_faces(const FaceWords& faces, char* twins)
 {
+    const int any = may_have_piles(faces);
+    if (any <= 0)
+        return any == 0;
     return for_each_pile(faces, [&](Ring* rings, int32_t count) {
         for_each_pair(rings, count, [&](const int32_t* first, const int32_t* second) {
             twins[first - faces.words] = kFirstOfTwo;
