@@ -2,6 +2,7 @@
 #include "fixtures.h"
 
 #include "../../tools/zel/interrupt.h"
+#include "write/keywords.h"
 
 #include <nlohmann/json.hpp>
 
@@ -336,6 +337,12 @@ TEST_F(Command, ConvertsUnitsAndEncodings)
                                "/free_beam -o beam.zel -u ";
     EXPECT_EQ(run(folder, import + "in,slinch,s,lbf").status, 0);
     EXPECT_EQ(run(folder, import + "in,lbm,s,lbf").status, 2);
+    const std::string options = run(folder, "convert --help").output;
+    for (const zel::KeywordRow& row : zel::kKeywords)
+    {
+        const size_t line = options.find("\n  " + std::string(row.word) + row.example + "  ");
+        EXPECT_LT(options.find(row.effect, line), options.find('\n', line + 1)) << row.word;
+    }
     const std::string help = run(folder, "import ccx --help").output + run(folder, "compare --help").output;
     for (const char* internal : {"->", "ENUM", "e+", "{"})
         EXPECT_EQ(help.find(internal), std::string::npos) << help;

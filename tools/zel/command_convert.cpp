@@ -31,6 +31,7 @@ void add_convert_command(CLI::App& app, int& status)
     command->add_flag("--single", options->single, "single precision");
     command->add_flag("--native", options->native, "native byte order instead of XDR");
     command->add_flag("-v,--verbose", options->verbose, "the library's own messages on standard error");
+    command->footer(help_on_write_options());
     command->callback([options, &status] {
         ProgressBar bar("open the file");
         const Body body(options->in);

@@ -1,5 +1,7 @@
 #include "write_options.h"
 
+#include "write/keywords.h"
+
 #include <algorithm>
 #include <cctype>
 #include <cstring>
@@ -9,28 +11,7 @@
 namespace zel_command
 {
 
-namespace
-{
-enum class Argument
-{
-    none,
-    number,
-    text,
-};
-struct Keyword
-{
-    const char* word;
-    Argument argument;
-};
-constexpr Keyword kKeywords[] = {
-    {"no_ortho", Argument::none},   {"lowpass", Argument::number},  {"highpass", Argument::number},
-    {"full_invar", Argument::none}, {"fast_invar", Argument::none}, {"lbrf2cm", Argument::none},
-    {"strip_face", Argument::none}, {"sketch", Argument::text},     {"coarsen", Argument::text},
-    {"sparse_str", Argument::none}, {"full_str", Argument::none},   {"MKS", Argument::none},
-    {"empty", Argument::none},      {"single", Argument::none},     {"no_xdr", Argument::none},
-    {"82_comp", Argument::none},    {"81_comp", Argument::none},
-};
-} // namespace
+using zel::kKeywords, zel::KeywordArgument, zel::KeywordRow;
 
 // Edits between two words (Levenshtein), case aside.
 static size_t distance(const std::string& a, const std::string& b)
@@ -52,18 +33,18 @@ static size_t distance(const std::string& a, const std::string& b)
     return row.back();
 }
 
-static const Keyword& nearest(const std::string& word)
+static const KeywordRow& nearest(const std::string& word)
 {
-    return *std::min_element(std::begin(kKeywords), std::end(kKeywords), [&](const Keyword& a, const Keyword& b) {
+    return *std::min_element(std::begin(kKeywords), std::end(kKeywords), [&](const KeywordRow& a, const KeywordRow& b) {
         return distance(word, a.word) < distance(word, b.word);
     });
 }
 
-static std::string example_of(const Keyword& keyword)
+static std::string example_of(const KeywordRow& keyword)
 {
-    return std::string(keyword.word) + (keyword.argument == Argument::none     ? ""
-                                        : keyword.argument == Argument::number ? "(50)"
-                                                                               : "(...)");
+    return std::string(keyword.word) + (keyword.argument == KeywordArgument::none     ? ""
+                                        : keyword.argument == KeywordArgument::number ? "(50)"
+                                                                                      : "(...)");
 }
 
 // Where the argument that opens at `start` ends: behind its parenthesis. npos: it does not. Within quotes, parentheses
@@ -83,14 +64,15 @@ static bool is_number(const std::string& text)
            text.find_first_not_of(" 0123456789.e-") == std::string::npos;
 }
 
-static std::string problem_of_argument(const Keyword& keyword, const std::string& argument)
+static std::string problem_of_argument(const KeywordRow& keyword, const std::string& argument)
 {
     const bool given = !argument.empty(), closed = given && argument.back() == ')';
-    if (keyword.argument == Argument::none)
+    if (keyword.argument == KeywordArgument::none)
         return given ? std::string(keyword.word) + " takes no argument" : "";
-    if (!closed || (keyword.argument == Argument::number && !is_number(argument.substr(1, argument.size() - 2))))
+    if (!closed || (keyword.argument == KeywordArgument::number && !is_number(argument.substr(1, argument.size() - 2))))
         return std::string(keyword.word) + " takes " +
-               (keyword.argument == Argument::number ? "a number" : "arguments") + ", as in " + example_of(keyword);
+               (keyword.argument == KeywordArgument::number ? "a number" : "arguments") + ", as in " +
+               example_of(keyword);
     return "";
 }
 
@@ -105,7 +87,7 @@ std::string problem_of_write_options(const std::string& text)
         while (end < text.size() && is_letter(text[end]))
             ++end;
         const std::string word = text.substr(at, std::max<size_t>(end - at, 1));
-        const Keyword& keyword = nearest(word);
+        const KeywordRow& keyword = nearest(word);
         if (word != keyword.word)
             return "\"" + word + "\" is no write option; the nearest is " + example_of(keyword);
         const bool opens = end < text.size() && text[end] == '(';
@@ -115,6 +97,19 @@ std::string problem_of_write_options(const std::string& text)
         at = std::min(closed, text.size());
     }
     return "";
+}
+
+std::string help_on_write_options()
+{
+    std::string help = "Write options:\n";
+    for (const KeywordRow& keyword : kKeywords)
+    {
+        std::string line = "  " + std::string(keyword.word) + keyword.example;
+        line.resize(std::max<size_t>(line.size() + 2, 24), ' ');
+        help += line + keyword.effect + "\n";
+    }
+    help.pop_back();
+    return help;
 }
 
 } // namespace zel_command

@@ -11,6 +11,9 @@ namespace zel_command
 // What is wrong with the text, with the nearest keyword; empty: nothing.
 std::string problem_of_write_options(const std::string& text);
 
+// Every keyword with its effect, one a line.
+std::string help_on_write_options();
+
 } // namespace zel_command
 
 #endif

@@ -3,6 +3,7 @@
 #include "options.h"
 #include "base/base.h"
 #include "format/format.h"
+#include "keywords.h"
 
 #include <algorithm>
 #include <clocale>
@@ -12,34 +13,42 @@
 namespace
 {
 
+using zel::Keyword;
+using zel::word_of;
+
+constexpr const char* kAnyInvariants = "invar"; // found in the keywords for all and for some
+
 struct Conflict
 {
     const char *keyword, *with, *message;
 };
 constexpr Conflict kConflicts[] = {
-    {"full_str", "sparse_str", "Cannot specify full and sparse stress and strain modes."},
-    {"82_comp", "invar", "8.2 compatible ZEL cannot contain Invariants"},
-    {"82_comp", "single", "8.2 compatible ZEL cannot be single precision"},
-    {"82_comp", "sparse_str", "8.2 compatible ZEL cannot have sparse stress or strain modes"},
-    {"81_comp", "invar", "8.1 compatible ZEL cannot contain Invariants"},
-    {"81_comp", "single", "8.1 compatible ZEL cannot be single precision"},
-    {"81_comp", "sparse_str", "8.1 compatible ZEL cannot have sparse stress or strain modes"},
+    {word_of(Keyword::full_str), word_of(Keyword::sparse_str),
+     "Cannot specify full and sparse stress and strain modes."},
+    {word_of(Keyword::comp_82), kAnyInvariants, "8.2 compatible ZEL cannot contain Invariants"},
+    {word_of(Keyword::comp_82), word_of(Keyword::single), "8.2 compatible ZEL cannot be single precision"},
+    {word_of(Keyword::comp_82), word_of(Keyword::sparse_str),
+     "8.2 compatible ZEL cannot have sparse stress or strain modes"},
+    {word_of(Keyword::comp_81), kAnyInvariants, "8.1 compatible ZEL cannot contain Invariants"},
+    {word_of(Keyword::comp_81), word_of(Keyword::single), "8.1 compatible ZEL cannot be single precision"},
+    {word_of(Keyword::comp_81), word_of(Keyword::sparse_str),
+     "8.1 compatible ZEL cannot have sparse stress or strain modes"},
 };
 
 // How the argument of a keyword is told from what follows it.
 struct ArgumentForm
 {
-    const char* opening;
+    const char* opening; // behind the word
     const char* characters;
     bool delimiters; // the characters end the argument; otherwise it consists of them
 };
 constexpr ArgumentForm kSketchForms[] = {
-    {"sketch(\"", "\"", true},
-    {"sketch('", "'", true},
-    {"sketch(", ")", true},
+    {"(\"", "\"", true},
+    {"('", "'", true},
+    {"(", ")", true},
 };
-constexpr ArgumentForm kCoarsen = {"coarsen(", " 0123456789.,presv_t", false}; // numbers and "preserve_str"
-constexpr const char* kNumberCharacters = " 0123456789.e-";
+constexpr ArgumentForm kCoarsen = {"(", " 0123456789.,presv_t", false}; // numbers and "preserve_str"
+constexpr ArgumentForm kNumber = {"(", " 0123456789.e-", false};
 
 constexpr double kLowestHz = -1.0, kHighestHz = 1.0e8; // no rigid-body mode lies below, no useful one above
 
@@ -48,19 +57,33 @@ constexpr double kLowestHz = -1.0, kHighestHz = 1.0e8; // no rigid-body mode lie
 namespace zel
 {
 
-static bool has(const char* text, const char* keyword)
+static bool has(const char* text, const char* words)
 {
-    return std::strstr(text, keyword) != nullptr;
+    return std::strstr(text, words) != nullptr;
+}
+static bool has(const char* text, Keyword keyword)
+{
+    return has(text, word_of(keyword));
+}
+
+// What follows the first occurrence of the keyword with the opening of an argument; null: there is none.
+static const char* behind(const char* text, Keyword keyword, const char* opening)
+{
+    const char* word = word_of(keyword);
+    const size_t length = std::strlen(word), more = std::strlen(opening);
+    for (const char* at = std::strstr(text, word); at; at = std::strstr(at + 1, word))
+        if (std::strncmp(at + length, opening, more) == 0)
+            return at + length + more;
+    return nullptr;
 }
 
 // The argument behind the first occurrence of the opening, cut to the room that there is.
-static OptionArgument argument_of(const char* text, const ArgumentForm& form)
+static OptionArgument argument_of(const char* text, Keyword keyword, const ArgumentForm& form)
 {
     OptionArgument argument = {};
-    const char* opening = std::strstr(text, form.opening);
-    if (!opening)
+    const char* start = behind(text, keyword, form.opening);
+    if (!start)
         return argument;
-    const char* start = opening + std::strlen(form.opening);
     const size_t length = form.delimiters ? std::strcspn(start, form.characters) : std::strspn(start, form.characters);
     std::memcpy(argument.text, start, std::min(length, size_t(OptionArgument::kRoom - 1)));
     return argument;
@@ -70,7 +93,7 @@ static OptionArgument argument_of(const char* text, const ArgumentForm& form)
 static OptionArgument sketch_argument(const char* text)
 {
     for (const ArgumentForm& form : kSketchForms)
-        if (const OptionArgument argument = argument_of(text, form); argument.given())
+        if (const OptionArgument argument = argument_of(text, Keyword::sketch, form); argument.given())
             return argument;
     return {};
 }
@@ -86,9 +109,9 @@ static double number_of(const char* text)
     return value;
 }
 
-static double frequency_limit(const char* text, const char* opening, double otherwise)
+static double frequency_limit(const char* text, Keyword keyword, double otherwise)
 {
-    const OptionArgument argument = argument_of(text, {opening, kNumberCharacters, false});
+    const OptionArgument argument = argument_of(text, keyword, kNumber);
     return argument.given() ? number_of(argument.text) : otherwise;
 }
 
@@ -97,28 +120,28 @@ static int version_code(const char* text)
 {
     constexpr int kDefault = kFirstFlagVersion | kXdrBit;
     int code = kDefault;
-    if (has(text, "sparse_str") && format_version(code) == 41)
+    if (has(text, Keyword::sparse_str) && format_version(code) == 41)
         code = kDefault;
-    if (has(text, "full_str"))
+    if (has(text, Keyword::full_str))
         code = 41;
-    if (has(text, "single"))
+    if (has(text, Keyword::single))
         code = format_version(code) == 41 ? 51 : code | kSingleBit;
-    if (has(text, "no_xdr"))
+    if (has(text, Keyword::no_xdr))
         code = format_version(code) == 41 ? 40 : format_version(code) == 51 ? 50 : code & ~kXdrBit;
-    if (has(text, "82_comp"))
+    if (has(text, Keyword::comp_82))
         code = 20;
-    if (has(text, "81_comp"))
+    if (has(text, Keyword::comp_81))
         code = 10;
     return code;
 }
 
 static InvariantOption invariant_set(const char* text)
 {
-    if (!has(text, "invar"))
+    if (!has(text, kAnyInvariants))
         return InvariantOption::none;
-    return has(text, "full_invar")   ? InvariantOption::all
-           : has(text, "fast_invar") ? InvariantOption::fast
-                                     : InvariantOption::illegal;
+    return has(text, Keyword::full_invar)   ? InvariantOption::all
+           : has(text, Keyword::fast_invar) ? InvariantOption::fast
+                                            : InvariantOption::illegal;
 }
 
 WriteOptions read_write_options()
@@ -127,19 +150,19 @@ WriteOptions read_write_options()
     const char* text = set ? set : "";
     WriteOptions options = {};
     options.text = text;
-    options.shift_origin = has(text, "lbrf2cm");
+    options.shift_origin = has(text, Keyword::lbrf2cm);
     options.sketch = sketch_argument(text);
-    options.strip_faces = has(text, "strip_face");
-    options.coarsen = argument_of(text, kCoarsen);
+    options.strip_faces = has(text, Keyword::strip_face);
+    options.coarsen = argument_of(text, Keyword::coarsen, kCoarsen);
     options.version = version_code(text);
-    options.sparse_stress = has(text, "sparse_str");
-    options.keep_modes = has(text, "no_ortho");
-    options.range_given = has(text, "lowpass(") || has(text, "highpass(");
-    options.lowest_hz = frequency_limit(text, "highpass(", kLowestHz);
-    options.highest_hz = frequency_limit(text, "lowpass(", kHighestHz);
+    options.sparse_stress = has(text, Keyword::sparse_str);
+    options.keep_modes = has(text, Keyword::no_ortho);
+    options.range_given = behind(text, Keyword::lowpass, "(") || behind(text, Keyword::highpass, "(");
+    options.lowest_hz = frequency_limit(text, Keyword::highpass, kLowestHz);
+    options.highest_hz = frequency_limit(text, Keyword::lowpass, kHighestHz);
     options.invariants = invariant_set(text);
-    options.no_modal_content = has(text, "empty");
-    options.si_units = has(text, "MKS");
+    options.no_modal_content = has(text, Keyword::empty);
+    options.si_units = has(text, Keyword::mks);
     return options;
 }
 
