@@ -30,7 +30,7 @@ constexpr int kIntegerRoom = -8, kRealRoom = -9, kSingular = -10, kOutOfCoreFail
 constexpr int kMemoryFails[] = {-5, -7, -13, -19, -22};
 constexpr int kThisProcess = -987654; // as communicator
 constexpr int kMostRoom = 3000;       // percent above the estimate, doubled where pivoting needs it
-constexpr double kNoSign = 1e-15;     // of a pivot's row, against the norm of the scaled matrix
+constexpr double kNoSign = 1e-13;     // of a pivot's row, against the norm of the scaled matrix
 constexpr double kSolved = 0.1;       // of the right side left over: a singular matrix, factored by rounding alone
 
 namespace
