@@ -223,8 +223,9 @@ void Lanczos::step(Index wanted)
     reserve(expanded_ + 2 * block_);
     const Index newest = block_, size = expanded_ + block_;
     const MatrixXd image = inverse_.of_mass_times(mass_basis_.middleCols(rigid_ + expanded_, block_));
-    projected_.block(0, expanded_, size, newest) = inner_products(mass_basis_.middleCols(rigid_, size), image);
-    projected_.block(expanded_, 0, newest, size) = projected_.block(0, expanded_, size, newest).transpose();
+    const MatrixXd products = inner_products(mass_basis_.middleCols(rigid_, size), image);
+    projected_.block(expanded_, 0, newest, size) = products.transpose();
+    projected_.block(0, expanded_, size, newest) = products;
     const Index next = append(image);
     expanded_ = size;
     block_ = next;
