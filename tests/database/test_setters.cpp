@@ -80,7 +80,7 @@ TEST_F(Setters, AddTheNodesThatTheyName)
     EXPECT_EQ(ZEL_SetNodalInertiaEntry(db_, 7, 3, 3, 8.0), 1);
     EXPECT_EQ((std::vector<double>(db_->nodes[2].inertia, db_->nodes[2].inertia + 6)),
               (std::vector<double>{0, 0, 8, 0.25, 0, 0.5}));
-    EXPECT_TRUE(flag(9) && flag(10) && !flag(4));
+    EXPECT_TRUE(flag(ZEL_BLOCK_MASSES) && flag(ZEL_BLOCK_INERTIAS) && !flag(ZEL_BLOCK_NODES));
     EXPECT_EQ(ZEL_SetInterfaceNode(db_, 8), 0);
 
     const double nan = std::nan(""), infinity = std::numeric_limits<double>::infinity();
@@ -155,7 +155,7 @@ TEST_F(Setters, TellUnitAndDiagonalMasses)
     ZEL_SetGeneralizedMass(db_, 3, 4, 0.0);
     EXPECT_EQ(db_->non_diagonal, 1);
     EXPECT_EQ(db_->mass.count, 3);
-    EXPECT_TRUE(flag(12) && flag(13) && flag(15));
+    EXPECT_TRUE(flag(ZEL_BLOCK_STIFFNESS) && flag(ZEL_BLOCK_MASS) && flag(ZEL_BLOCK_DAMPING));
     for (int mode = 5; mode < 9; ++mode)
         ZEL_AddMode(db_, mode);
     EXPECT_NE(errors_of([&] { EXPECT_EQ(ZEL_SetGeneralizedMass(db_, 3, 99, 1.0), 1); }), ""); // no room for mode 99
@@ -365,7 +365,8 @@ TEST_F(Setters, DropGivenInvariantsByNameWhenAModeIsAdded)
     EXPECT_NE(warnings.find("Inertia Invariant 3 was given for the modes before mode 2"), std::string::npos);
     EXPECT_NE(warnings.find("Inertia Invariant 8 "), std::string::npos);
     EXPECT_EQ(warnings.find("Inertia Invariant 1 "), std::string::npos);
-    EXPECT_TRUE(flag(19) && !flag(21) && !flag(25) && db_->invar1 && !db_->invar3);
+    EXPECT_TRUE(flag(ZEL_BLOCK_INVAR1) && !flag(ZEL_BLOCK_INVAR3) && !flag(ZEL_BLOCK_INVAR8) && db_->invar1 &&
+                !db_->invar3);
 }
 
 // A write with invariants leaves mode shapes at the nodes of faces only. Nodes that it left out, and new ones, can have some
@@ -412,7 +413,8 @@ TEST_F(Setters, StoreInvariantsInTheOrderOfTheirBlocks)
               5);
     EXPECT_EQ(db_->invar3[3 * 2 - 1], 6.0);
     EXPECT_EQ(db_->invar8[1][0], 10.0);
-    EXPECT_TRUE(flag(20) && flag(21) && flag(22) && flag(24) && flag(25) && !flag(19) && !flag(23));
+    EXPECT_TRUE(flag(ZEL_BLOCK_INVAR2) && flag(ZEL_BLOCK_INVAR3) && flag(ZEL_BLOCK_INVAR4) && flag(ZEL_BLOCK_INVAR7) &&
+                flag(ZEL_BLOCK_INVAR8) && !flag(ZEL_BLOCK_INVAR1) && !flag(ZEL_BLOCK_INVAR5));
     EXPECT_EQ(ZEL_SetInvar2(db_, nullptr) + ZEL_SetInvar4(db_, nullptr), 0);
     ZEL_SetNodalMass(db_, 1, 5.0); // drops what was computed, not what was given
     EXPECT_EQ(db_->invar7[8], 9.0);

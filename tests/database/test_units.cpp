@@ -212,7 +212,7 @@ TEST_F(Units, EveryBlockOfAFileIsScaledByItsDimension)
         const double hertz = mode == 0 ? 0.05 : 130.0;
         eigenvalues.reals({sample::real(7, mode), hertz, 6.0 * hertz, sample::real(7, 3), sample::real(7, 4)});
     }
-    file.blocks[7] = eigenvalues.bytes;
+    file.blocks[ZEL_BLOCK_EIGENVALUES] = eigenvalues.bytes;
     write_bytes(folder.path("body.zel"), file.bytes());
     for (bool projected : {true, false})
     {

@@ -21,12 +21,12 @@ int main(int argc, char** argv)
     {
         SampleFile file = sample_file(format);
         write_seed(folder, format.name(), file);
-        file.blocks.erase(7);  // modes numbered by their records
-        file.blocks.erase(14); // faces of the old element block
+        file.blocks.erase(ZEL_BLOCK_EIGENVALUES); // modes numbered by their records
+        file.blocks.erase(ZEL_BLOCK_FACES);       // faces of the old element block
         write_seed(folder, format.name() + " without eigenvalues", file);
-        file.blocks.erase(8);
+        file.blocks.erase(ZEL_BLOCK_MODES);
         write_seed(folder, format.name() + " stress first", file);
-        file.blocks = {{2, file.blocks.at(2)}};
+        file.blocks = {{2, file.blocks.at(ZEL_BLOCK_HEADER)}};
         write_seed(folder, format.name() + " header", file);
     }
     return 0;

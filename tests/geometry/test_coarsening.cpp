@@ -91,8 +91,8 @@ protected:
     Faces faces() const
     {
         Faces all;
-        for (int at = 0; at < db->face_list_length; at += 1 + (db->face_list[at] & 0x3FFFFFFF))
-            all.emplace_back(db->face_list + at + 1, db->face_list + at + 1 + (db->face_list[at] & 0x3FFFFFFF));
+        for (int at = 0; at < db->face_list_length; at += 1 + (db->face_list[at] & ZEL_FACE_VERTICES))
+            all.emplace_back(db->face_list + at + 1, db->face_list + at + 1 + (db->face_list[at] & ZEL_FACE_VERTICES));
         EXPECT_EQ(int(all.size()), db->face_count);
         return all;
     }
@@ -518,7 +518,7 @@ TEST_F(Coarsening, KeepsFlagsAndMergesOnlyEqualOnes)
             db->face_list[at] |= int(1u << 30);
     ASSERT_TRUE(trim("0"));
     int flagged = 0;
-    for (int at = 0; at < db->face_list_length; at += 1 + (db->face_list[at] & 0x3FFFFFFF))
+    for (int at = 0; at < db->face_list_length; at += 1 + (db->face_list[at] & ZEL_FACE_VERTICES))
         flagged += db->face_list[at] >> 30 == 1;
     EXPECT_EQ(flagged, 1);
     EXPECT_EQ(db->face_count, 6);

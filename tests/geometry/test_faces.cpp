@@ -35,8 +35,8 @@ protected:
     Faces faces() const
     {
         Faces all;
-        for (int at = 0; at < db->face_list_length; at += 1 + (db->face_list[at] & 0x3FFFFFFF))
-            all.emplace_back(db->face_list + at + 1, db->face_list + at + 1 + (db->face_list[at] & 0x3FFFFFFF));
+        for (int at = 0; at < db->face_list_length; at += 1 + (db->face_list[at] & ZEL_FACE_VERTICES))
+            all.emplace_back(db->face_list + at + 1, db->face_list + at + 1 + (db->face_list[at] & ZEL_FACE_VERTICES));
         EXPECT_EQ(int(all.size()), db->face_count);
         return all;
     }
@@ -78,7 +78,7 @@ TEST_F(FaceTools, StripTwoHexahedraToTheirSkin)
                               {11, 10, 6, 7},
                               {11, 8, 9, 10}}));
     EXPECT_EQ(db->face_list_length, 50);
-    EXPECT_TRUE(zel::has_flag(db->content_flags, 14));
+    EXPECT_TRUE(zel::has_flag(db->content_flags, ZEL_BLOCK_FACES));
 }
 
 TEST_F(FaceTools, StripABlockToItsClosedSkin)
@@ -116,7 +116,7 @@ TEST_F(FaceTools, StripKeepsOneOfEqualCopies)
     ZEL_StripCommonFaces(db);
     EXPECT_EQ(db->face_count, 0);
     EXPECT_EQ(db->face_list_length, 0);
-    EXPECT_FALSE(zel::has_flag(db->content_flags, 14));
+    EXPECT_FALSE(zel::has_flag(db->content_flags, ZEL_BLOCK_FACES));
     EXPECT_EQ(stripped({{3, 2}}), (Faces{{3, 2}})); // and faces can be added again
 }
 
@@ -246,7 +246,7 @@ TEST_F(FaceTools, SketchReplacesTheFaces)
     write_bytes(path, "0");
     ZEL_SketchGrid(db, path.c_str());
     EXPECT_EQ(faces(), Faces{});
-    EXPECT_FALSE(zel::has_flag(db->content_flags, 14));
+    EXPECT_FALSE(zel::has_flag(db->content_flags, ZEL_BLOCK_FACES));
 }
 
 TEST_F(FaceTools, MalformedSketchesLeaveTheFacesAlone)

@@ -55,13 +55,13 @@ TEST_F(Contents, OfABodyWithEverythingAreTheKeptText)
     if (std::getenv("ZEL_REWRITE_REPORT"))
     {
         std::string all;
-        for (int block = 1; block <= 32; ++block)
+        for (int block = 1; block <= ZEL_BLOCKS; ++block)
             all += report_of(db, block);
         write_bytes(ZEL_TEST_DATA "/report.txt", all);
     }
     const auto kept = kept_reports();
     ASSERT_EQ(kept.size(), 32u);
-    for (int block = 1; block <= 32; ++block)
+    for (int block = 1; block <= ZEL_BLOCKS; ++block)
         EXPECT_EQ(report_of(db, block), kept.at(block)) << "block " << block;
 }
 
@@ -82,36 +82,36 @@ TEST_F(Contents, NameTheFormatOfEveryFile)
 TEST_F(Contents, OfAnEmptyBodySayWhatIsMissing)
 {
     const std::map<int, std::string> texts = {
-        {4, ""},
-        {5, "Obsolete: Reported as part of face list, block 14\n"},
-        {6, "No global body property information\n"},
-        {7, "No eigenvalue information\n"},
-        {8, "Number of Mode Shapes 0\n"},
-        {9, ""},
-        {10, "\tNo Nodal Inertia information.\n"},
-        {11, "ZEL Default Units:\nMass Units    KILOGRAM\nLength Units  METER\nTime Units    SECOND\n"
-             "Force Units   NEWTON\n"},
-        {12, "No generalized stiffness information."},
-        {13, "No generalized mass information in ZEL\n"},
-        {14, "number of faces 0\n\n"},
-        {15, "No generalized damping information in ZEL.\n"},
-        {16, "\tNo Mode Shape Transformation, modes used as is.\n\n"},
-        {17, ""},
-        {18, "\tNo Modal Stress Information\n\n"},
-        {19, "\t0.000000 \n\n"},
-        {20, "\tNo Invariant 2 information\n\n"},
-        {21, "\tNo Invariant 3 information\n\n"},
-        {22, "\tNo Invariant 4 information\n\n"},
-        {23, "\tNo Invariant 5 information for mode 8.\n\n"},
-        {24, "\tNo Invariant 7 information.\n\n"},
-        {25, "\tNo Invariant 8 information for mode 8.\n\n"},
-        {26, "\tNo Invariant 9 information for mode pair (8, 8).\n\n"},
-        {27, "\tNo Preload information.\n\n"},
-        {28, "\tNo Modal Load information.\n\n"},
-        {29, "\tNo Modal Strain Information\n\n"},
-        {30, "\tNo Modal Statistic Information\n\n"},
-        {31, "\tNo Nodal Pre-Stress Information\n\n"},
-        {32, "\tNo Nodal Pre-Strain Information\n\n"},
+        {ZEL_BLOCK_NODES, ""},
+        {ZEL_BLOCK_TOPOLOGY, "Obsolete: Reported as part of face list, block 14\n"},
+        {ZEL_BLOCK_BODY, "No global body property information\n"},
+        {ZEL_BLOCK_EIGENVALUES, "No eigenvalue information\n"},
+        {ZEL_BLOCK_MODES, "Number of Mode Shapes 0\n"},
+        {ZEL_BLOCK_MASSES, ""},
+        {ZEL_BLOCK_INERTIAS, "\tNo Nodal Inertia information.\n"},
+        {ZEL_BLOCK_UNITS, "ZEL Default Units:\nMass Units    KILOGRAM\nLength Units  METER\nTime Units    SECOND\n"
+                          "Force Units   NEWTON\n"},
+        {ZEL_BLOCK_STIFFNESS, "No generalized stiffness information."},
+        {ZEL_BLOCK_MASS, "No generalized mass information in ZEL\n"},
+        {ZEL_BLOCK_FACES, "number of faces 0\n\n"},
+        {ZEL_BLOCK_DAMPING, "No generalized damping information in ZEL.\n"},
+        {ZEL_BLOCK_TRANSFORMATION, "\tNo Mode Shape Transformation, modes used as is.\n\n"},
+        {ZEL_BLOCK_INTERFACE, ""},
+        {ZEL_BLOCK_STRESS, "\tNo Modal Stress Information\n\n"},
+        {ZEL_BLOCK_INVAR1, "\t0.000000 \n\n"},
+        {ZEL_BLOCK_INVAR2, "\tNo Invariant 2 information\n\n"},
+        {ZEL_BLOCK_INVAR3, "\tNo Invariant 3 information\n\n"},
+        {ZEL_BLOCK_INVAR4, "\tNo Invariant 4 information\n\n"},
+        {ZEL_BLOCK_INVAR5, "\tNo Invariant 5 information for mode 8.\n\n"},
+        {ZEL_BLOCK_INVAR7, "\tNo Invariant 7 information.\n\n"},
+        {ZEL_BLOCK_INVAR8, "\tNo Invariant 8 information for mode 8.\n\n"},
+        {ZEL_BLOCK_INVAR9, "\tNo Invariant 9 information for mode pair (8, 8).\n\n"},
+        {ZEL_BLOCK_PRELOAD, "\tNo Preload information.\n\n"},
+        {ZEL_BLOCK_LOADS, "\tNo Modal Load information.\n\n"},
+        {ZEL_BLOCK_STRAIN, "\tNo Modal Strain Information\n\n"},
+        {ZEL_BLOCK_STATISTICS, "\tNo Modal Statistic Information\n\n"},
+        {ZEL_BLOCK_PRE_STRESS, "\tNo Nodal Pre-Stress Information\n\n"},
+        {ZEL_BLOCK_PRE_STRAIN, "\tNo Nodal Pre-Strain Information\n\n"},
     };
     ZELDATA* db = ZEL_Create(1, 1);
     ZEL_AddMode(db, 8); // a mode without data
@@ -121,9 +121,9 @@ TEST_F(Contents, OfAnEmptyBodySayWhatIsMissing)
 
     for (int block : {-1, 0, 33})
         EXPECT_EQ(report_of(db, block), "");
-    EXPECT_EQ(report_of(nullptr, 1), "");
+    EXPECT_EQ(report_of(nullptr, ZEL_BLOCK_VERSION), "");
     ZEL_UnLink(db);
-    EXPECT_EQ(report_of(db, 1), "") << "a database that is gone";
+    EXPECT_EQ(report_of(db, ZEL_BLOCK_VERSION), "") << "a database that is gone";
 }
 
 TEST_F(Contents, LeaveTheDatabaseAsItIs)
@@ -131,7 +131,7 @@ TEST_F(Contents, LeaveTheDatabaseAsItIs)
     ZELDATA* db = read({60, true, false});
     ASSERT_NE(db, nullptr);
     const ZELDATA before = *db;
-    for (int block = 1; block <= 32; ++block)
+    for (int block = 1; block <= ZEL_BLOCKS; ++block)
         report_of(db, block);
     EXPECT_EQ(std::memcmp(before.content_flags, db->content_flags, sizeof db->content_flags), 0);
     EXPECT_EQ(std::memchr(db->invar_origin, 1, sizeof db->invar_origin), nullptr) << "nothing is computed";

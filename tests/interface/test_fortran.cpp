@@ -119,7 +119,7 @@ std::vector<std::string> reports_of(ZELDATA* db)
 {
     std::memset(db->date, 0, sizeof db->date);
     std::vector<std::string> reports;
-    for (int block = 1; block <= 32; ++block)
+    for (int block = 1; block <= ZEL_BLOCKS; ++block)
         reports.push_back(report_of(db, block));
     return reports;
 }

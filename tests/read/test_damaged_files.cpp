@@ -73,35 +73,35 @@ TEST_F(DamagedFiles, NameTheBlockWhoseSizeIsImpossible)
         std::vector<size_t> counts; // byte positions
         const char* message;
     } cases[] = {
-        {4, {0, 4}, "Problem in nodal coords block"},
-        {5, {4, 12, 16}, "Problem in old style element topology block"},
-        {6, {}, "Problem reading Global Body Properties"},
-        {7, {0}, "Problem in eigenvalues block"},
-        {8, {0, 4}, "Problem in mode shapes block"},
-        {9, {0, 4}, "Problem in nodal mass block"},
-        {10, {0}, "Problem in nodal inertia block"},
-        {11, {}, "Problem in units block"},
-        {12, {0}, "Problem in generalized stiffness block"},
-        {13, {0}, "Problem in generalized mass block"},
-        {14, {0}, "Problem in element face block"},
-        {15, {0}, "Problem in generalized damping block"},
-        {16, {0}, "Problem in mode shape transformation block"},
-        {17, {0}, "Problem in interface node block"},
-        {18, {0, 4}, "Problem in modal stress block"},
-        {19, {}, "Problem in invar 1 block"},
-        {20, {}, "Problem in invar 2 block"},
-        {21, {0}, "Problem in invar 3 block"},
-        {22, {0}, "Problem in invar 4 block"},
-        {23, {0}, "Problem in invar 5 block"},
-        {24, {}, "Problem in invar 7 block"},
-        {25, {0}, "Problem in invar 8 block"},
-        {26, {0}, "Problem in invar 9 block"},
-        {27, {0}, "Problem in modal preload block"},
-        {28, {0, 4}, "Problem in modal load block"},
-        {29, {0, 4}, "Problem in modal strain block"},
-        {30, {0}, "Problem in modal statistics block"},
-        {31, {0}, "Problem in nodal pre-stress block"},
-        {32, {0}, "Problem in nodal pre-strain block"},
+        {ZEL_BLOCK_NODES, {0, 4}, "Problem in nodal coords block"},
+        {ZEL_BLOCK_TOPOLOGY, {4, 12, 16}, "Problem in old style element topology block"},
+        {ZEL_BLOCK_BODY, {}, "Problem reading Global Body Properties"},
+        {ZEL_BLOCK_EIGENVALUES, {0}, "Problem in eigenvalues block"},
+        {ZEL_BLOCK_MODES, {0, 4}, "Problem in mode shapes block"},
+        {ZEL_BLOCK_MASSES, {0, 4}, "Problem in nodal mass block"},
+        {ZEL_BLOCK_INERTIAS, {0}, "Problem in nodal inertia block"},
+        {ZEL_BLOCK_UNITS, {}, "Problem in units block"},
+        {ZEL_BLOCK_STIFFNESS, {0}, "Problem in generalized stiffness block"},
+        {ZEL_BLOCK_MASS, {0}, "Problem in generalized mass block"},
+        {ZEL_BLOCK_FACES, {0}, "Problem in element face block"},
+        {ZEL_BLOCK_DAMPING, {0}, "Problem in generalized damping block"},
+        {ZEL_BLOCK_TRANSFORMATION, {0}, "Problem in mode shape transformation block"},
+        {ZEL_BLOCK_INTERFACE, {0}, "Problem in interface node block"},
+        {ZEL_BLOCK_STRESS, {0, 4}, "Problem in modal stress block"},
+        {ZEL_BLOCK_INVAR1, {}, "Problem in invar 1 block"},
+        {ZEL_BLOCK_INVAR2, {}, "Problem in invar 2 block"},
+        {ZEL_BLOCK_INVAR3, {0}, "Problem in invar 3 block"},
+        {ZEL_BLOCK_INVAR4, {0}, "Problem in invar 4 block"},
+        {ZEL_BLOCK_INVAR5, {0}, "Problem in invar 5 block"},
+        {ZEL_BLOCK_INVAR7, {}, "Problem in invar 7 block"},
+        {ZEL_BLOCK_INVAR8, {0}, "Problem in invar 8 block"},
+        {ZEL_BLOCK_INVAR9, {0}, "Problem in invar 9 block"},
+        {ZEL_BLOCK_PRELOAD, {0}, "Problem in modal preload block"},
+        {ZEL_BLOCK_LOADS, {0, 4}, "Problem in modal load block"},
+        {ZEL_BLOCK_STRAIN, {0, 4}, "Problem in modal strain block"},
+        {ZEL_BLOCK_STATISTICS, {0}, "Problem in modal statistics block"},
+        {ZEL_BLOCK_PRE_STRESS, {0}, "Problem in nodal pre-stress block"},
+        {ZEL_BLOCK_PRE_STRAIN, {0}, "Problem in nodal pre-strain block"},
     };
     for (const FileFormat& format : {kPlain, kXdr, FileFormat{60, true, true}})
         for (const auto& row : cases)
@@ -135,7 +135,8 @@ TEST_F(DamagedFiles, NameTheBlockThatContradictsTheBody)
     };
     const auto inertia = [](int row, int column) -> Change {
         return [=](SampleFile& file) {
-            file.blocks[10] = file.build().integers({1, 20}).character(row).character(column).real(1).bytes;
+            file.blocks[ZEL_BLOCK_INERTIAS] =
+                file.build().integers({1, 20}).character(row).character(column).real(1).bytes;
         };
     };
     const char* const shapes = "Problem encountered while caching Mode shape Data";
@@ -150,39 +151,74 @@ TEST_F(DamagedFiles, NameTheBlockThatContradictsTheBody)
         std::string message;
         std::string warnings = "";
     } cases[] = {
-        {{4}, write(4, 4, 2), "Node location should only be specified with 3 coordinates, not 2"},
-        {{4}, write(4, 8 + 28, 30), "Problem reading Node Coordinates Data"}, // id 30 once more
-        {{4, 7, 8}, write(8, 0, 2), "Number of mode shapes does not match the number of eigenvalues"},
-        {{4, 8}, write(8, 8, 99), shapes},     // an unknown node
-        {{4, 8}, write(8, 8 + 8, 10), shapes}, // one that stands there already
-        {{8}, [](SampleFile&) {}, shapes},     // more nodes than the body
-        {{4, 9}, write(9, 4, 0), "Problem reading Nodal Mass information"},
+        {{ZEL_BLOCK_NODES},
+         write(ZEL_BLOCK_NODES, 4, 2),
+         "Node location should only be specified with 3 coordinates, not 2"},
+        {{ZEL_BLOCK_NODES},
+         write(ZEL_BLOCK_NODES, 8 + 28, 30),
+         "Problem reading Node Coordinates Data"}, // id 30 once more
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES},
+         write(ZEL_BLOCK_MODES, 0, 2),
+         "Number of mode shapes does not match the number of eigenvalues"},
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_MODES}, write(ZEL_BLOCK_MODES, 8, 99), shapes}, // an unknown node
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_MODES},
+         write(ZEL_BLOCK_MODES, 8 + 8, 10),
+         shapes},                                        // one that stands there already
+        {{ZEL_BLOCK_MODES}, [](SampleFile&) {}, shapes}, // more nodes than the body
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_MASSES}, write(ZEL_BLOCK_MASSES, 4, 0), "Problem reading Nodal Mass information"},
         {{4, 10}, inertia(3, 4), "Row index of nodal inertia entries should be 4, 5, or 6.  3 encoutered\nERROR:  "},
         {{4, 10}, inertia('4', 4), "Row index of nodal inertia entries should be 4, 5, or 6.  52 encoutered\nERROR:  "},
         {{4, 10}, inertia(6, 7), "Column index of nodal inertia entries should be 4, 5, or 6.  7 encoutered\nERROR:  "},
-        {{4, 14}, write(14, 12, 99), faces},    // an unknown node
-        {{4, 14}, write(14, 8, 0), faces},      // a face without vertices
-        {{4, 14}, write(14, 8 + 20, 4), faces}, // more vertices than the block has
-        {{4, 14}, write(14, 8 + 20, 0x3FFFFFFF), faces},
-        {{4, 14}, write(14, 4, 3), faces},  // another number of faces
-        {{4, 14}, write(14, 0, 41), faces}, // no whole number of words
-        {{4, 5}, write(5, 8 + 12 + 8, 99), "Problem when reading old style element block"},
-        {{4, 7, 8, 18}, write(18, 0, 2), "Number of stress modes does not match the number of eigenvalues"},
-        {{4, 7, 8, 18}, write(18, 8, 99), stress},
-        {{4, 7, 8, 18}, write(18, 8, 20), stress}, // a node twice
-        {{4, 7, 8, 18}, write(18, 8 + 12, 3), "Stress modes are in a different order than mode shapes"},
-        {{4, 7, 18}, write(18, 8 + 12, 3), "Stress modes are in a different order than mode shapes", stress_first},
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_FACES}, write(ZEL_BLOCK_FACES, 12, 99), faces}, // an unknown node
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_FACES}, write(ZEL_BLOCK_FACES, 8, 0), faces},   // a face without vertices
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_FACES},
+         write(ZEL_BLOCK_FACES, 8 + 20, 4),
+         faces}, // more vertices than the block has
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_FACES}, write(ZEL_BLOCK_FACES, 8 + 20, ZEL_FACE_VERTICES), faces},
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_FACES}, write(ZEL_BLOCK_FACES, 4, 3), faces},  // another number of faces
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_FACES}, write(ZEL_BLOCK_FACES, 0, 41), faces}, // no whole number of words
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_TOPOLOGY},
+         write(ZEL_BLOCK_TOPOLOGY, 8 + 12 + 8, 99),
+         "Problem when reading old style element block"},
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES, ZEL_BLOCK_STRESS},
+         write(ZEL_BLOCK_STRESS, 0, 2),
+         "Number of stress modes does not match the number of eigenvalues"},
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES, ZEL_BLOCK_STRESS},
+         write(ZEL_BLOCK_STRESS, 8, 99),
+         stress},
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES, ZEL_BLOCK_STRESS},
+         write(ZEL_BLOCK_STRESS, 8, 20),
+         stress}, // a node twice
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES, ZEL_BLOCK_STRESS},
+         write(ZEL_BLOCK_STRESS, 8 + 12, 3),
+         "Stress modes are in a different order than mode shapes"},
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_STRESS},
+         write(ZEL_BLOCK_STRESS, 8 + 12, 3),
+         "Stress modes are in a different order than mode shapes",
+         stress_first},
         {{4, 18, 29},
-         write(29, 8 + 8, 12),
+         write(ZEL_BLOCK_STRAIN, 8 + 8, 12),
          "Strain modes are in a different order than mode shapes",
          stress_first + "WARNING:  Strain modes are being processed before mode shapes\n"},
-        {{4, 7, 8, 29}, write(29, 0, 1), "Number of strain modes does not match the number of eigenvalues"},
-        {{4, 7, 8, 29}, write(29, 8, 99), strain},
-        {{4, 7, 8, 29}, write(29, 8 + 8, 12), "Strain modes are in a different order than mode shapes"},
-        {{7, 27}, write(27, 0, 2), "Number of modal preloads does not match the number of modes"},
-        {{7, 28}, write(28, 0, 2), "Number of modal load components does not match the number of modes"},
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES, ZEL_BLOCK_STRAIN},
+         write(ZEL_BLOCK_STRAIN, 0, 1),
+         "Number of strain modes does not match the number of eigenvalues"},
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES, ZEL_BLOCK_STRAIN},
+         write(ZEL_BLOCK_STRAIN, 8, 99),
+         strain},
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES, ZEL_BLOCK_STRAIN},
+         write(ZEL_BLOCK_STRAIN, 8 + 8, 12),
+         "Strain modes are in a different order than mode shapes"},
+        {{ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_PRELOAD},
+         write(ZEL_BLOCK_PRELOAD, 0, 2),
+         "Number of modal preloads does not match the number of modes"},
+        {{ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_LOADS},
+         write(ZEL_BLOCK_LOADS, 0, 2),
+         "Number of modal load components does not match the number of modes"},
         {{4, 7, 8, 31}, [](SampleFile&) {}, "Number of nodes in pre-stress does not match that in stress modes"},
-        {{4, 7, 8, 29, 32}, write(32, 0, 1), "Number of nodes in pre-strain does not match that in strain modes"},
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES, ZEL_BLOCK_STRAIN, ZEL_BLOCK_PRE_STRAIN},
+         write(ZEL_BLOCK_PRE_STRAIN, 0, 1),
+         "Number of nodes in pre-strain does not match that in strain modes"},
     };
     for (const FileFormat& format : {kPlain, kXdr})
         for (const auto& row : cases)
@@ -192,8 +228,8 @@ TEST_F(DamagedFiles, NameTheBlockThatContradictsTheBody)
             EXPECT_EQ(errors_of_opening(file.bytes()), row.warnings + "ERROR:  " + row.message + "\n");
         }
     // records without a byte each: the count is held to the size of the file
-    SampleFile file = with_blocks(format_of_version(10), {8});
-    file.blocks[8] = file.build().integers({INT_MAX, 0}).bytes;
+    SampleFile file = with_blocks(format_of_version(10), {ZEL_BLOCK_MODES});
+    file.blocks[ZEL_BLOCK_MODES] = file.build().integers({INT_MAX, 0}).bytes;
     EXPECT_EQ(errors_of_opening(file.bytes()), "ERROR:  Problem in mode shapes block\n");
 }
 
@@ -201,7 +237,7 @@ TEST_F(DamagedFiles, ReportShortMemoryOnceAndLeaveNoDatabase)
 {
     const std::string path = folder.path("body.zel");
     for (const FileFormat& format : {kPlain, kXdr})
-        for (int faces_block : {14, 5})
+        for (int faces_block : {ZEL_BLOCK_FACES, ZEL_BLOCK_TOPOLOGY})
         {
             SampleFile file = sample_file(format);
             file.blocks.erase(faces_block == 14 ? 5 : 14);
@@ -266,7 +302,7 @@ TEST_F(DamagedFiles, PayLittleForModesThatAreNotThere)
                     return false;
                 std::free(array);
             }
-            for (int block : {21, 22, 23, 25, 26})
+            for (int block : {ZEL_BLOCK_INVAR3, ZEL_BLOCK_INVAR4, ZEL_BLOCK_INVAR5, ZEL_BLOCK_INVAR8, ZEL_BLOCK_INVAR9})
                 ZEL_Contents(db, block, report);
             return std::fclose(report) == 0;
         };
@@ -285,12 +321,13 @@ TEST_F(DamagedFiles, PayLittleForModesThatAreNotThere)
     for (const int64_t size : {int64_t(12'288), int64_t(1) << 20})
     {
         const int modes = int(size / 4);
-        SampleFile by_order = with_blocks(kPlain, {4, 12, 9}), by_shapes = with_blocks(format_of_version(10), {8});
+        SampleFile by_order = with_blocks(kPlain, {ZEL_BLOCK_NODES, ZEL_BLOCK_STIFFNESS, ZEL_BLOCK_MASSES}),
+                   by_shapes = with_blocks(format_of_version(10), {ZEL_BLOCK_MODES});
         put(by_order, 12, 4, modes);
         opens_as(by_order, size, modes);
-        by_order.blocks[23] = by_order.blocks[26] = by_order.build().integer(0).bytes;
+        by_order.blocks[ZEL_BLOCK_INVAR5] = by_order.blocks[ZEL_BLOCK_INVAR9] = by_order.build().integer(0).bytes;
         opens_as(by_order, size, modes);
-        by_shapes.blocks[8] = by_shapes.build().integers({modes, 0}).bytes;
+        by_shapes.blocks[ZEL_BLOCK_MODES] = by_shapes.build().integers({modes, 0}).bytes;
         opens_as(by_shapes, size, modes);
     }
 }
@@ -306,10 +343,12 @@ TEST_F(DamagedFiles, NeverCrashOrTakeMemoryWithoutBound)
     {
         seeds.push_back(sample_file(format).bytes());
         SampleFile old = sample_file(format);
-        old.blocks.erase(14);
-        old.blocks.erase(7);
+        old.blocks.erase(ZEL_BLOCK_FACES);
+        old.blocks.erase(ZEL_BLOCK_EIGENVALUES);
         seeds.push_back(old.bytes());
-        for (int block : {8, 16, 18, 27, 28, 29, 31, 32}) // matrices alone tell the number of modes
+        for (int block :
+             {ZEL_BLOCK_MODES, ZEL_BLOCK_TRANSFORMATION, ZEL_BLOCK_STRESS, ZEL_BLOCK_PRELOAD, ZEL_BLOCK_LOADS,
+              ZEL_BLOCK_STRAIN, ZEL_BLOCK_PRE_STRESS, ZEL_BLOCK_PRE_STRAIN}) // matrices alone tell the number of modes
             old.blocks.erase(block);
         seeds.push_back(old.bytes());
     }

@@ -71,9 +71,9 @@ void expect_nodes(ZELDATA* db)
         EXPECT_EQ(db->nodes[2].inertia[i], tensor[i]);
         EXPECT_EQ(db->nodes[6].inertia[i], i == 5 ? 160.5 : 0.0);
     }
-    EXPECT_EQ(db->total_mass, sample::real(6, 0));
-    expect_reals(db->center_of_mass, 6, 1, 3);
-    expect_reals(db->inertia_tensor, 6, 4, 9);
+    EXPECT_EQ(db->total_mass, sample::real(ZEL_BLOCK_BODY, 0));
+    expect_reals(db->center_of_mass, ZEL_BLOCK_BODY, 1, 3);
+    expect_reals(db->inertia_tensor, ZEL_BLOCK_BODY, 4, 9);
     ASSERT_EQ(db->interface_count, 2);
     EXPECT_EQ(db->interface_nodes[0], 6); // of node 60
     EXPECT_EQ(db->interface_nodes[1], 2);
@@ -134,7 +134,7 @@ void expect_modal_blocks(ZELDATA* db)
     {
         EXPECT_EQ(ZEL_ModeNumber(db, mode), sample::mode_numbers[size_t(mode)]);
         EXPECT_EQ(db->eigenvalues[mode].value[0], sample::mode_numbers[size_t(mode)]);
-        expect_reals(db->eigenvalues[mode].value + 1, 7, 5 * mode, 5);
+        expect_reals(db->eigenvalues[mode].value + 1, ZEL_BLOCK_EIGENVALUES, 5 * mode, 5);
     }
     expect_matrix(db->stiffness, 12);
     expect_matrix(db->mass, 13);
@@ -143,19 +143,19 @@ void expect_modal_blocks(ZELDATA* db)
     EXPECT_EQ(db->non_diagonal, 1);
     EXPECT_EQ(db->non_unit_mass, 1);
     ASSERT_EQ(db->transformation_order, 3);
-    expect_reals(db->transformation, 16, 0, 9);
+    expect_reals(db->transformation, ZEL_BLOCK_TRANSFORMATION, 0, 9);
 }
 
 void expect_later_blocks(ZELDATA* db)
 {
-    expect_reals(db->modal_preload, 27, 0, 3);
+    expect_reals(db->modal_preload, ZEL_BLOCK_PRELOAD, 0, 3);
     EXPECT_EQ(db->principal_axes_done, 1);
     ASSERT_EQ(db->load_case_count, 2);
     for (int load = 0; load < 2; ++load)
     {
         EXPECT_EQ(db->load_cases[load].label, sample::load_labels[size_t(load)]);
         EXPECT_EQ(db->load_cases[load].processed, load);
-        expect_reals(db->load_cases[load].values, 28, 3 * load, 3);
+        expect_reals(db->load_cases[load].values, ZEL_BLOCK_LOADS, 3 * load, 3);
     }
     ASSERT_EQ(db->modal_statistics_count, 3);
     const int nodes[5] = {10, 20, 70, 60, 0};
@@ -163,10 +163,11 @@ void expect_later_blocks(ZELDATA* db)
         for (int k = 0; k < 5; ++k)
         {
             EXPECT_EQ(db->modal_statistics[mode].pair[k].node_id, nodes[k]);
-            EXPECT_EQ(db->modal_statistics[mode].pair[k].value, k < 4 ? sample::real(30, 4 * mode + k) : 0.0);
+            EXPECT_EQ(db->modal_statistics[mode].pair[k].value,
+                      k < 4 ? sample::real(ZEL_BLOCK_STATISTICS, 4 * mode + k) : 0.0);
         }
-    expect_reals(db->pre_stress[0].v, 31, 0, 18);
-    expect_reals(db->pre_strain[0].v, 32, 0, 12);
+    expect_reals(db->pre_stress[0].v, ZEL_BLOCK_PRE_STRESS, 0, 18);
+    expect_reals(db->pre_strain[0].v, ZEL_BLOCK_PRE_STRAIN, 0, 12);
 }
 } // namespace
 
@@ -203,7 +204,7 @@ TEST_F(Reading, KnowsWhereEachBlockStartsAndHowLongItIs)
         ZELDATA* db = open(file);
         ASSERT_TRUE(db);
         FILE* stream = db->zel_file.file;
-        for (int number = 1; number <= 32; ++number)
+        for (int number = 1; number <= ZEL_BLOCKS; ++number)
         {
             const bool there = number == 1 || number == 3 || file.blocks.count(number) == 1;
             EXPECT_EQ(ZEL_Exists(db, number - 1), there ? 1 : 0);
@@ -220,9 +221,9 @@ TEST_F(Reading, KnowsWhereEachBlockStartsAndHowLongItIs)
                 EXPECT_EQ(FileTell_Win32(stream), file.offset(number)) << number;
             }
         }
-        EXPECT_EQ(ZEL_size_of_block(db, 0), 4);
-        EXPECT_EQ(ZEL_size_of_block(db, 2), format.xdr ? 400 : 100);
-        EXPECT_EQ(db->block_offset[32], int64_t(file.bytes().size()));
+        EXPECT_EQ(ZEL_size_of_block(db, ZEL_BLOCK_VERSION - 1), 4);
+        EXPECT_EQ(ZEL_size_of_block(db, ZEL_BLOCK_SUMMARY - 1), format.xdr ? 400 : 100);
+        EXPECT_EQ(db->block_offset[ZEL_BLOCKS], int64_t(file.bytes().size()));
         for (int index : {-1, 32, 1000, INT_MIN, INT_MAX})
             EXPECT_TRUE(!ZEL_Exists(db, index) && !ZEL_goto_block(db, index) && !ZEL_size_of_block(db, index));
     }
@@ -231,24 +232,24 @@ TEST_F(Reading, KnowsWhereEachBlockStartsAndHowLongItIs)
 TEST_F(Reading, AsksTheFileForBlocksAndTheBodyForExistence)
 {
     SampleFile file = sample_file({60, true, false});
-    file.blocks.erase(20);
+    file.blocks.erase(ZEL_BLOCK_INVAR2);
     ZELDATA* db = open(file);
     ASSERT_TRUE(db);
     db->content_flags[18] = 1; // as a setter of invariant 2 does
-    EXPECT_EQ(ZEL_Exists(db, 19), 1);
-    EXPECT_EQ(ZEL_goto_block(db, 19), 0);
-    EXPECT_EQ(ZEL_size_of_block(db, 19), 0);
-    EXPECT_GT(ZEL_size_of_block(db, 20), 0);
+    EXPECT_EQ(ZEL_Exists(db, ZEL_BLOCK_INVAR2 - 1), 1);
+    EXPECT_EQ(ZEL_goto_block(db, ZEL_BLOCK_INVAR2 - 1), 0);
+    EXPECT_EQ(ZEL_size_of_block(db, ZEL_BLOCK_INVAR2 - 1), 0);
+    EXPECT_GT(ZEL_size_of_block(db, ZEL_BLOCK_INVAR3 - 1), 0);
     output_of([&] { ASSERT_EQ(ZEL_write_ZEL(db, folder.path("other.zel").c_str()), 1); });
-    EXPECT_EQ(ZEL_Exists(db, 20), 1); // invariant 3 of the new modes
-    EXPECT_EQ(ZEL_goto_block(db, 20), 0);
-    EXPECT_EQ(ZEL_size_of_block(db, 20), 0);
+    EXPECT_EQ(ZEL_Exists(db, ZEL_BLOCK_INVAR3 - 1), 1); // invariant 3 of the new modes
+    EXPECT_EQ(ZEL_goto_block(db, ZEL_BLOCK_INVAR3 - 1), 0);
+    EXPECT_EQ(ZEL_size_of_block(db, ZEL_BLOCK_INVAR3 - 1), 0);
     ZELDATA* built = ZEL_Create(1, 1);
-    EXPECT_EQ(ZEL_Exists(built, 2), 1);
-    EXPECT_EQ(ZEL_Exists(built, 3), 0);
-    EXPECT_EQ(ZEL_goto_block(built, 0), 0);
-    EXPECT_EQ(ZEL_size_of_block(built, 0), 0);
-    EXPECT_EQ(ZEL_Exists(nullptr, 0), 0);
+    EXPECT_EQ(ZEL_Exists(built, ZEL_BLOCK_SUMMARY - 1), 1);
+    EXPECT_EQ(ZEL_Exists(built, ZEL_BLOCK_NODES - 1), 0);
+    EXPECT_EQ(ZEL_goto_block(built, ZEL_BLOCK_VERSION - 1), 0);
+    EXPECT_EQ(ZEL_size_of_block(built, ZEL_BLOCK_VERSION - 1), 0);
+    EXPECT_EQ(ZEL_Exists(nullptr, ZEL_BLOCK_VERSION - 1), 0);
 }
 
 // Neither a body that goes nor a file that is refused leaves a descriptor open.
@@ -272,11 +273,11 @@ TEST_F(Reading, FindsNothingInAFileOfThreeBlocks)
     for (const FileFormat& format : all_formats())
     {
         SampleFile file = sample_file(format);
-        file.blocks = {{2, file.blocks.at(2)}};
+        file.blocks = {{2, file.blocks.at(ZEL_BLOCK_HEADER)}};
         ZELDATA* db = open(file);
         ASSERT_TRUE(db) << format.name();
         EXPECT_EQ(db->node_count + db->mode_count + db->face_count + db->max_modes + db->max_mode_nodes, 0);
-        for (int index = 3; index < 32; ++index)
+        for (int index = 3; index < ZEL_BLOCKS; ++index)
             EXPECT_EQ(ZEL_Exists(db, index), 0);
         EXPECT_STREQ(db->units.mass, "KILOGRAM");
         EXPECT_STREQ(db->units.length, "METER");
@@ -363,14 +364,15 @@ TEST_F(Reading, TakesFacesFromOldElementBlocks)
     for (const FileFormat& format : {FileFormat{60, true, false}, FileFormat{10, false, false}})
     {
         SampleFile file = sample_file(format);
-        file.blocks.erase(14);
+        file.blocks.erase(ZEL_BLOCK_FACES);
         ZELDATA* db = open(file);
         ASSERT_TRUE(db);
         const std::vector<int> faces = {3, 0, 1, 2, 0x40000003, 2, 3, 4, 4, 0, 2, 4, 5};
         EXPECT_EQ(std::vector<int>(db->face_list, db->face_list + db->face_list_length), faces);
         EXPECT_EQ(db->face_count, 3);
         // a closed polygon loses its repeat, a line that folds to a point is no face
-        file.blocks[5] = file.build().integers({2, 2, 1, 1, 4, 1, 0, 10, 30, 30, 10, 2, 1, 2, 2, 0, 20, 20}).bytes;
+        file.blocks[ZEL_BLOCK_TOPOLOGY] =
+            file.build().integers({2, 2, 1, 1, 4, 1, 0, 10, 30, 30, 10, 2, 1, 2, 2, 0, 20, 20}).bytes;
         db = open(file);
         ASSERT_TRUE(db);
         const std::vector<int> edge = {2, 0, 1};
@@ -381,15 +383,15 @@ TEST_F(Reading, TakesFacesFromOldElementBlocks)
 TEST_F(Reading, AveragesMassesAndWarnsOfRepeats)
 {
     SampleFile file = sample_file({60, true, false});
-    file.blocks[9] = file.build()
-                         .integers({3, 3})
-                         .integer(20)
-                         .reals({1, 2, 6})
-                         .integer(999)
-                         .reals({1, 1, 1})
-                         .integer(20)
-                         .reals({4, 4, 7})
-                         .bytes;
+    file.blocks[ZEL_BLOCK_MASSES] = file.build()
+                                        .integers({3, 3})
+                                        .integer(20)
+                                        .reals({1, 2, 6})
+                                        .integer(999)
+                                        .reals({1, 1, 1})
+                                        .integer(20)
+                                        .reals({4, 4, 7})
+                                        .bytes;
     ZELDATA* db = nullptr;
     EXPECT_EQ(
         errors_of([&] { db = open(file); }),
@@ -405,7 +407,7 @@ TEST_F(Reading, AveragesMassesAndWarnsOfRepeats)
     int value = 0;
     for (const std::vector<int>& entry : std::vector<std::vector<int>>{{20, 4, 6}, {20, 6, 4}, {20, 6, 4}, {999, 4, 4}})
         inertias.integer(entry[0]).character(entry[1]).character(entry[2]).real(++value);
-    file.blocks[10] = inertias.bytes;
+    file.blocks[ZEL_BLOCK_INERTIAS] = inertias.bytes;
     EXPECT_EQ(errors_of([&] { db = open(file); }), "WARNING:  Redefining mass of Nodal inertia 20\n");
     ASSERT_TRUE(db);
     EXPECT_EQ(db->nodes[2].inertia[4], 3.0);
@@ -418,7 +420,7 @@ TEST_F(Reading, CountsAndNumbersModesWithoutEigenvalues)
     };
     const std::vector<int> counted = {1, 2, 3};
     SampleFile file = sample_file({60, false, true});
-    file.blocks.erase(7);
+    file.blocks.erase(ZEL_BLOCK_EIGENVALUES);
     ZELDATA* db = open(file);
     ASSERT_TRUE(db);
     EXPECT_EQ(numbers(db), sample::mode_numbers); // from the mode shapes
@@ -426,8 +428,8 @@ TEST_F(Reading, CountsAndNumbersModesWithoutEigenvalues)
     EXPECT_EQ(db->max_mode_nodes, 6);
     EXPECT_EQ(ZEL_Eigenvalue(db, 12, nullptr, nullptr, nullptr, nullptr, nullptr), 1);
 
-    file.blocks.erase(8);
-    file.blocks.erase(12);
+    file.blocks.erase(ZEL_BLOCK_MODES);
+    file.blocks.erase(ZEL_BLOCK_STIFFNESS);
     EXPECT_EQ(errors_of([&] { db = open(file); }), "WARNING:  Stress modes are being processed before mode shapes\n"
                                                    "WARNING:  Strain modes are being processed before mode shapes\n");
     ASSERT_TRUE(db);
@@ -438,12 +440,12 @@ TEST_F(Reading, CountsAndNumbersModesWithoutEigenvalues)
     db = open(file);
     ASSERT_TRUE(db);
     EXPECT_EQ(numbers(db), counted);
-    file.blocks.erase(13);
+    file.blocks.erase(ZEL_BLOCK_MASS);
     EXPECT_EQ(errors_of([&] { EXPECT_EQ(open(file), nullptr); }),
               "ERROR:  Number of modal preloads does not match the number of modes\n"); // no modes at all by now
 
     file = sample_file(format_of_version(10)); // records without numbers
-    file.blocks.erase(7);
+    file.blocks.erase(ZEL_BLOCK_EIGENVALUES);
     db = open(file);
     ASSERT_TRUE(db);
     EXPECT_EQ(numbers(db), counted);
@@ -493,8 +495,9 @@ TEST_F(Reading, RereadsMatricesInCurrentUnits)
 TEST_F(Reading, KeepsUnknownUnitsAndRowsOfNoMode)
 {
     SampleFile file = sample_file({60, true, false});
-    file.blocks[11] = file.build().text("0123456789abcdef", 16).text("ell", 16).text("s", 16).text("N", 16).bytes;
-    file.blocks[12] =
+    file.blocks[ZEL_BLOCK_UNITS] =
+        file.build().text("0123456789abcdef", 16).text("ell", 16).text("s", 16).text("N", 16).bytes;
+    file.blocks[ZEL_BLOCK_STIFFNESS] =
         file.build().integers({2, 3, 0, INT32_MIN}).real(1.5).integer(0).integers({9, 1}).real(2).integer(0).bytes;
     ZELDATA* db = open(file);
     ASSERT_TRUE(db);
@@ -521,7 +524,7 @@ TEST_F(Reading, FindsBlocksBeyondFourGiB)
         nodes.integer(node).reals({1.0 * node, 2.0, 3.0});
         shapes.integer(node);
     }
-    file.blocks = {{2, file.blocks.at(2)}, {4, nodes.bytes}, {8, shapes.bytes}};
+    file.blocks = {{2, file.blocks.at(ZEL_BLOCK_HEADER)}, {4, nodes.bytes}, {8, shapes.bytes}};
     file.forced_flags[17] = 1; // invariant 1, behind the modes
     write_bytes(path, file.bytes());
     const int64_t record = 4 + 48 * int64_t(kNodes), first = int64_t(file.bytes().size());
@@ -542,9 +545,9 @@ TEST_F(Reading, FindsBlocksBeyondFourGiB)
     EXPECT_EQ(ZEL_ModeNumber(db, kModes - 1), 1000 + kModes - 1);
     EXPECT_EQ(db->mode_positions[0][kModes - 1], first + (kModes - 1) * record + 4);
     EXPECT_GT(db->mode_positions[0][kModes - 1], int64_t(1) << 32);
-    ASSERT_TRUE(ZEL_goto_block(db, 18));
+    ASSERT_TRUE(ZEL_goto_block(db, ZEL_BLOCK_INVAR1 - 1));
     double read = 0.0;
     ASSERT_TRUE(zel::get_reals(db->zel_file, &read, 1));
     EXPECT_EQ(read, total_mass);
-    EXPECT_EQ(ZEL_size_of_block(db, 7), 8 + 4 * int64_t(kNodes) + kModes * record);
+    EXPECT_EQ(ZEL_size_of_block(db, ZEL_BLOCK_MODES - 1), 8 + 4 * int64_t(kNodes) + kModes * record);
 }

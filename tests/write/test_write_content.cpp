@@ -136,7 +136,7 @@ TEST_F(WriteContent, ModesAreARunOfFrequencies)
         ZELDATA* read = rewrite(db, row.options);
         EXPECT_EQ(range_of(read), row.expected);
         EXPECT_EQ(ZEL_ModeCount(db), kModes); // memory keeps all of them
-        EXPECT_EQ(ZEL_Exists(read, 29), row.expected.count > 0);
+        EXPECT_EQ(ZEL_Exists(read, ZEL_BLOCK_STATISTICS - 1), row.expected.count > 0);
         EXPECT_EQ(read->modal_statistics_count, row.expected.count);
         EXPECT_EQ(ZEL_GetModalLoadCaseCount(read), 1);
     }
@@ -199,9 +199,9 @@ TEST_F(WriteContent, OrthogonalModesComeWithEigenvaluesAndTransformation)
                  root = std::hypot(0.5 * (b - a), 2000.0);
     ZELDATA* read = rewrite(db, "");
     EXPECT_EQ(errors, "");
-    for (int block : {7, 8, 16})
+    for (int block : {ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES, ZEL_BLOCK_TRANSFORMATION})
         EXPECT_TRUE(ZEL_Exists(read, block - 1)) << block;
-    EXPECT_FALSE(ZEL_Exists(read, 11) || ZEL_Exists(read, 12));
+    EXPECT_FALSE(ZEL_Exists(read, ZEL_BLOCK_STIFFNESS - 1) || ZEL_Exists(read, ZEL_BLOCK_MASS - 1));
     const double eigenvalues[kModes] = {mean - root, mean + root, stiffness_of(30.0), stiffness_of(40.0)};
     std::vector<double> transformation(kModes * kModes), values(6 * kNodes);
     ASSERT_TRUE(ZEL_Transformation(read, transformation.data()));
@@ -307,7 +307,7 @@ TEST_F(WriteContent, ABodyWithoutModesIsWritten)
     for (const char* options : {"", "no_ortho", "full_invar"})
     {
         ZELDATA* read = rewrite(db, options);
-        for (int block : {7, 8, 16, 30})
+        for (int block : {ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES, ZEL_BLOCK_TRANSFORMATION, ZEL_BLOCK_STATISTICS})
             EXPECT_FALSE(ZEL_Exists(read, block - 1)) << block;
         EXPECT_EQ(ZEL_NodalMass(read, 0), 2.0);
         EXPECT_EQ(ZEL_Invar1(read), 2.0);
@@ -361,7 +361,7 @@ TEST_F(WriteContent, PreStressAloneBringsABlockOfZeroVectors)
     ZEL_SetModeVec(modeless, 0, 4, 2, pre);
     read = rewrite(modeless, "no_ortho");
     EXPECT_TRUE(warned("Pre-Strain cannot be written without modes.\n"));
-    EXPECT_FALSE(ZEL_Exists(read, 31) || ZEL_Exists(read, 28));
+    EXPECT_FALSE(ZEL_Exists(read, ZEL_BLOCK_PRE_STRAIN - 1) || ZEL_Exists(read, ZEL_BLOCK_STRAIN - 1));
 }
 
 // ---- Invariants -------------------------------------------------------------------------------------------------------------
@@ -417,7 +417,7 @@ TEST_F(WriteContent, MissingMassesAndIllegalSetsAreReported)
     ZELDATA* read = rewrite(body, "no_ortho invar MKS");
     EXPECT_NE(errors.find("ERROR:  Illegal invariants option, use full_invar or fast_invar.\n"), std::string::npos);
     EXPECT_STREQ(read->units.length, "MILLIMETER"); // the units stay
-    EXPECT_FALSE(ZEL_Exists(read, 18));
+    EXPECT_FALSE(ZEL_Exists(read, ZEL_BLOCK_INVAR1 - 1));
 }
 
 // ---- Reduction to the geometry nodes ---------------------------------------------------------------------------------------
@@ -523,7 +523,7 @@ TEST_F(WriteContent, EmptyKeepsGeometryAndMass)
         std::vector<int> expected = common, present;
         expected.insert(expected.end(), row.others.begin(), row.others.end());
         std::sort(expected.begin(), expected.end());
-        for (int block = 1; block <= 32; ++block)
+        for (int block = 1; block <= ZEL_BLOCKS; ++block)
             if (ZEL_Exists(read, block - 1))
                 present.push_back(block);
         EXPECT_EQ(present, expected) << row.options;

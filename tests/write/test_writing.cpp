@@ -56,7 +56,7 @@ protected:
 // A header field's last character is lost on reading.
 std::string header_block(const SampleFile& file)
 {
-    std::string bytes = sample_file(file.format).blocks[2];
+    std::string bytes = sample_file(file.format).blocks[ZEL_BLOCK_HEADER];
     const size_t width = file.format.xdr ? 4 : 1;
     bytes.replace(bytes.size() - width, width, std::string(width, '\0'));
     return bytes;
@@ -183,30 +183,31 @@ SampleFile written_sample(FileFormat format)
     const std::vector<int>& stress_ids = full ? sample::shape_node_ids : sample::stress_node_ids;
     const std::vector<int>& strain_ids = full ? sample::shape_node_ids : sample::strain_node_ids;
     auto& blocks = file.blocks;
-    blocks[2] = header_block(file);
-    blocks[4] = nodes_block(file);
-    blocks[6] = sample.blocks[6];
-    blocks[8] = vectors_block(file, 0, sample::shape_node_ids);
-    blocks[9] = masses_block(file);
-    blocks[10] = inertias_block(file);
-    blocks[11] = file.build().text("MEGAGRAM", 16).text("MILLIMETER", 16).text("SECOND", 16).text("NEWTON", 16).bytes;
-    blocks[12] = matrix_block(file, 12, sample::modes);
-    blocks[13] = matrix_block(file, 13, sample::modes);
-    blocks[15] = matrix_block(file, 15, 1);
-    blocks[17] = sample.blocks[17];
-    blocks[18] = vectors_block(file, 1, stress_ids);
+    blocks[ZEL_BLOCK_HEADER] = header_block(file);
+    blocks[ZEL_BLOCK_NODES] = nodes_block(file);
+    blocks[ZEL_BLOCK_BODY] = sample.blocks[ZEL_BLOCK_BODY];
+    blocks[ZEL_BLOCK_MODES] = vectors_block(file, 0, sample::shape_node_ids);
+    blocks[ZEL_BLOCK_MASSES] = masses_block(file);
+    blocks[ZEL_BLOCK_INERTIAS] = inertias_block(file);
+    blocks[ZEL_BLOCK_UNITS] =
+        file.build().text("MEGAGRAM", 16).text("MILLIMETER", 16).text("SECOND", 16).text("NEWTON", 16).bytes;
+    blocks[ZEL_BLOCK_STIFFNESS] = matrix_block(file, ZEL_BLOCK_STIFFNESS, sample::modes);
+    blocks[ZEL_BLOCK_MASS] = matrix_block(file, ZEL_BLOCK_MASS, sample::modes);
+    blocks[ZEL_BLOCK_DAMPING] = matrix_block(file, ZEL_BLOCK_DAMPING, 1);
+    blocks[ZEL_BLOCK_INTERFACE] = sample.blocks[ZEL_BLOCK_INTERFACE];
+    blocks[ZEL_BLOCK_STRESS] = vectors_block(file, 1, stress_ids);
     if (format.version == 10 || format.version == 20)
     {
-        blocks[5] = topology_block(file);
+        blocks[ZEL_BLOCK_TOPOLOGY] = topology_block(file);
         return file;
     }
-    blocks[14] = sample.blocks[14];
-    for (int block : {27, 28})
+    blocks[ZEL_BLOCK_FACES] = sample.blocks[ZEL_BLOCK_FACES];
+    for (int block : {ZEL_BLOCK_PRELOAD, ZEL_BLOCK_LOADS})
         blocks[block] = sample.blocks[block];
-    blocks[29] = vectors_block(file, 2, strain_ids);
-    blocks[30] = statistics_block(file, full ? 30 : 60);
-    blocks[31] = tensors_block(file, 31, stress_ids);
-    blocks[32] = tensors_block(file, 32, strain_ids);
+    blocks[ZEL_BLOCK_STRAIN] = vectors_block(file, 2, strain_ids);
+    blocks[ZEL_BLOCK_STATISTICS] = statistics_block(file, full ? 30 : 60);
+    blocks[ZEL_BLOCK_PRE_STRESS] = tensors_block(file, ZEL_BLOCK_PRE_STRESS, stress_ids);
+    blocks[ZEL_BLOCK_PRE_STRAIN] = tensors_block(file, ZEL_BLOCK_PRE_STRAIN, strain_ids);
     return file;
 }
 
@@ -235,14 +236,15 @@ TEST_F(Writing, CopiesInvariantsAndDerivesTheBodyFromThem)
         SCOPED_TRACE(row.format.name());
         const SampleFile sample = sample_file(row.format);
         SampleFile expected = written_sample(row.format);
-        const double mass = sample::real(19, 0);
+        const double mass = sample::real(ZEL_BLOCK_INVAR1, 0);
         FileBuilder body = expected.build();
         body.real(mass);
         for (int axis = 0; axis < 3; ++axis)
-            body.real(sample::real(20, axis) / mass);
+            body.real(sample::real(ZEL_BLOCK_INVAR2, axis) / mass);
         for (int entry = 0; entry < 9; ++entry) // products of inertia are the negatives of a tensor's
-            body.real(entry == 0 || entry == 4 || entry == 8 ? sample::real(24, entry) : -sample::real(24, entry));
-        expected.blocks[6] = body.bytes;
+            body.real(entry == 0 || entry == 4 || entry == 8 ? sample::real(ZEL_BLOCK_INVAR7, entry)
+                                                             : -sample::real(ZEL_BLOCK_INVAR7, entry));
+        expected.blocks[ZEL_BLOCK_BODY] = body.bytes;
         for (int block = 19; block <= 26; ++block)
             expected.blocks[block] = sample.blocks.at(block);
         const std::string written = write(sample_body(true), row.options);

@@ -19,7 +19,7 @@ extern "C" void dsyev_(const char* vectors, const char* triangle, const int* n, 
 namespace zel_command
 {
 
-const std::array<const char*, kBlocks> kBlockNames = {
+const std::array<const char*, ZEL_BLOCKS> kBlockNames = {
     "version_code",
     "header",
     "content_summary",
@@ -214,10 +214,9 @@ std::vector<std::vector<int>> faces_of(const ZELDATA* db)
     std::vector<std::vector<int>> faces;
     if (length == 0 || !ZEL_ElementFaces(db, list.data()))
         return faces;
-    constexpr int kCountBits = 0x3FFFFFFF; // the two bits above travel with the face
     for (auto word = list.begin(); word != list.end();)
     {
-        const int vertices = *word++ & kCountBits;
+        const int vertices = *word++ & ZEL_FACE_VERTICES;
         faces.emplace_back(word, word + vertices);
         word += vertices;
     }

@@ -15,10 +15,8 @@
 namespace zel_command
 {
 
-constexpr int kBlocks = 32;
-
 // Short names of the blocks, block 1 first.
-extern const std::array<const char*, kBlocks> kBlockNames;
+extern const std::array<const char*, ZEL_BLOCKS> kBlockNames;
 
 // An open file. Throws std::runtime_error, naming the file, when it cannot be opened or read.
 class Body

@@ -70,7 +70,7 @@ static double relative_difference(const double* a, const double* b, size_t count
 static void check_file(ZELDATA* db, ProgressBar& bar, Findings& findings)
 {
     int64_t bytes = 0;
-    for (int block = 0; block < kBlocks; ++block)
+    for (int block = 0; block < ZEL_BLOCKS; ++block)
         bytes += ZEL_size_of_block(db, block);
     findings.push_back(
         {"blocks fill the file", bytes == db->file_size,
@@ -92,8 +92,8 @@ static void check_file(ZELDATA* db, ProgressBar& bar, Findings& findings)
 static void check_counts(ZELDATA* db, Findings& findings)
 {
     const int modes = ZEL_ModeCount(db);
-    const bool agree = (!ZEL_Exists(db, 6) || db->eigenvalue_count == modes) &&
-                       (!ZEL_Exists(db, 15) || db->transformation_order == modes) &&
+    const bool agree = (!ZEL_Exists(db, ZEL_BLOCK_EIGENVALUES - 1) || db->eigenvalue_count == modes) &&
+                       (!ZEL_Exists(db, ZEL_BLOCK_TRANSFORMATION - 1) || db->transformation_order == modes) &&
                        ZEL_ModeNodeCount(db, 0) <= ZEL_NodeCount(db);
     findings.push_back({"counts agree", agree,
                         text("%d modes, %d eigenvalues, %d of %d nodes in the modes", modes, db->eigenvalue_count,
@@ -151,13 +151,12 @@ static MassProperties invariant_properties(ZELDATA* db)
 
 static void check_mass(ZELDATA* db, Findings& findings)
 {
-    constexpr int kBody = 5, kMasses = 8, kInvariant1 = 18;
     std::vector<std::pair<const char*, MassProperties>> sources;
-    if (ZEL_Exists(db, kBody))
+    if (ZEL_Exists(db, ZEL_BLOCK_BODY - 1))
         sources.emplace_back("stored", stored_properties(db));
-    if (ZEL_Exists(db, kMasses))
+    if (ZEL_Exists(db, ZEL_BLOCK_MASSES - 1))
         sources.emplace_back("nodes", nodal_properties(db));
-    if (ZEL_Exists(db, kInvariant1))
+    if (ZEL_Exists(db, ZEL_BLOCK_INVAR1 - 1))
         sources.emplace_back("invariants", invariant_properties(db));
     if (sources.empty())
     {
@@ -353,9 +352,8 @@ static std::optional<Eigen::MatrixXd> lumped_products(ZELDATA* db, ProgressBar& 
 // -2 times the product. Of flexible modes the diagonal only. Nothing when the block tells of fewer modes than there are.
 static std::optional<Eigen::MatrixXd> invariant_products(ZELDATA* db, int rigid, ProgressBar& bar)
 {
-    constexpr int kInvariant9 = 25;
     const int modes = ZEL_ModeCount(db), real_bytes = ZEL_Double_Prec(db) ? 8 : 4;
-    if (ZEL_size_of_block(db, kInvariant9) < 4 + int64_t(9) * modes * modes * real_bytes)
+    if (ZEL_size_of_block(db, ZEL_BLOCK_INVAR9 - 1) < 4 + int64_t(9) * modes * modes * real_bytes)
         return std::nullopt;
     Eigen::MatrixXd products = Eigen::MatrixXd::Zero(modes, modes);
     for (int j = 0; j < modes; bar.advance(double(++j) / modes))
@@ -483,9 +481,9 @@ static void check_rigid_modes(ZELDATA* db, ProgressBar& bar, Findings& findings)
 // Invariant 3 against its sums over the nodes, where the modes cover the masses.
 static void check_invariants(ZELDATA* db, Findings& findings)
 {
-    constexpr int kMasses = 8, kInvariant3 = 20;
     const size_t nodes = size_t(ZEL_NodeCount(db)), modes = size_t(ZEL_ModeCount(db));
-    if (!ZEL_Exists(db, kMasses) || !ZEL_Exists(db, kInvariant3) || ZEL_ModeNodeCount(db, 0) != ZEL_NodeCount(db))
+    if (!ZEL_Exists(db, ZEL_BLOCK_MASSES - 1) || !ZEL_Exists(db, ZEL_BLOCK_INVAR3 - 1) ||
+        ZEL_ModeNodeCount(db, 0) != ZEL_NodeCount(db))
         return;
     const Values stored(ZEL_Invar3(db), std::free);
     std::vector<double> shape(3 * nodes), sums(3 * modes);

@@ -45,10 +45,9 @@ static bool is_normalised(ZELDATA* db)
 // What the content of a file needs to be written again.
 static std::string options_to_keep(ZELDATA* db)
 {
-    constexpr int kInvariant3 = 20, kInvariant9 = 25;
-    const char* invariants = ZEL_Exists(db, kInvariant9)   ? "full_invar"
-                             : ZEL_Exists(db, kInvariant3) ? "fast_invar"
-                                                           : "";
+    const char* invariants = ZEL_Exists(db, ZEL_BLOCK_INVAR9 - 1)   ? "full_invar"
+                             : ZEL_Exists(db, ZEL_BLOCK_INVAR3 - 1) ? "fast_invar"
+                                                                    : "";
     return std::string(invariants) + (ZEL_Double_Prec(db) ? "" : " single");
 }
 

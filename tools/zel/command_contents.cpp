@@ -12,7 +12,7 @@ namespace zel_command
 // A block by its number or short name.
 static int block_number(const std::string& text)
 {
-    for (int block = 1; block <= kBlocks; ++block)
+    for (int block = 1; block <= ZEL_BLOCKS; ++block)
         if (text == kBlockNames[static_cast<size_t>(block - 1)] || text == std::to_string(block))
             return block;
     throw std::runtime_error("no block is called " + text + "; see `zel info` for numbers and names");
@@ -39,7 +39,7 @@ void add_contents_command(CLI::App& app, int& status)
         for (const std::string& name : options->blocks)
             blocks.push_back(block_number(name));
         const Body body(options->file);
-        for (int block = 1; options->blocks.empty() && block <= kBlocks; ++block)
+        for (int block = 1; options->blocks.empty() && block <= ZEL_BLOCKS; ++block)
             if (ZEL_Exists(body, block - 1))
                 blocks.push_back(block);
         for (const int block : blocks)

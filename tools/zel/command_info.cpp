@@ -40,7 +40,7 @@ static nlohmann::ordered_json facts_of(ZELDATA* db)
         facts["frequencies"].push_back({{"mode", free.coupled ? int(i) + 1 : ZEL_ModeNumber(db, int(i))},
                                         {"frequency_hz", free.hertz[i]},
                                         {"rigid", int(i) < free.rigid}});
-    for (int block = 1; block <= kBlocks; ++block)
+    for (int block = 1; block <= ZEL_BLOCKS; ++block)
         if (ZEL_Exists(db, block - 1))
             facts["blocks"].push_back({{"number", block},
                                        {"name", kBlockNames[static_cast<size_t>(block - 1)]},

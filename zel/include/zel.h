@@ -50,6 +50,52 @@ enum
     ZEL_MODE_KINDS = 3
 };
 
+/*
+ * Blocks of a file by number. ZEL_Exists, ZEL_goto_block and ZEL_size_of_block take the number less one, ZEL_Contents takes
+ * the number itself.
+ */
+enum
+{
+    ZEL_BLOCK_VERSION = 1,    /* version code */
+    ZEL_BLOCK_HEADER,         /* title, date and origin of the data */
+    ZEL_BLOCK_SUMMARY,        /* content summary */
+    ZEL_BLOCK_NODES,          /* node ids and coordinates */
+    ZEL_BLOCK_TOPOLOGY,       /* element topology, as of old */
+    ZEL_BLOCK_BODY,           /* mass properties of the body */
+    ZEL_BLOCK_EIGENVALUES,    /* mode numbers and eigenvalues */
+    ZEL_BLOCK_MODES,          /* mode shapes */
+    ZEL_BLOCK_MASSES,         /* nodal masses */
+    ZEL_BLOCK_INERTIAS,       /* nodal inertias */
+    ZEL_BLOCK_UNITS,          /* unit labels */
+    ZEL_BLOCK_STIFFNESS,      /* generalized stiffness */
+    ZEL_BLOCK_MASS,           /* generalized mass */
+    ZEL_BLOCK_FACES,          /* element faces */
+    ZEL_BLOCK_DAMPING,        /* generalized damping */
+    ZEL_BLOCK_TRANSFORMATION, /* mode shape transformation */
+    ZEL_BLOCK_INTERFACE,      /* interface nodes */
+    ZEL_BLOCK_STRESS,         /* modal stress */
+    ZEL_BLOCK_INVAR1,         /* inertia invariant 1 */
+    ZEL_BLOCK_INVAR2,         /* inertia invariant 2 */
+    ZEL_BLOCK_INVAR3,         /* inertia invariant 3 */
+    ZEL_BLOCK_INVAR4,         /* inertia invariant 4 */
+    ZEL_BLOCK_INVAR5,         /* inertia invariant 5 */
+    ZEL_BLOCK_INVAR7,         /* inertia invariant 7 */
+    ZEL_BLOCK_INVAR8,         /* inertia invariant 8 */
+    ZEL_BLOCK_INVAR9,         /* inertia invariant 9 */
+    ZEL_BLOCK_PRELOAD,        /* modal preload */
+    ZEL_BLOCK_LOADS,          /* modal loads */
+    ZEL_BLOCK_STRAIN,         /* modal strain */
+    ZEL_BLOCK_STATISTICS,     /* modal statistics */
+    ZEL_BLOCK_PRE_STRESS,     /* nodal pre-stress */
+    ZEL_BLOCK_PRE_STRAIN,     /* nodal pre-strain */
+    ZEL_BLOCKS = ZEL_BLOCK_PRE_STRAIN
+};
+
+enum
+{
+    ZEL_FACE_VERTICES = 0x3FFFFFFF /* the vertex count in the word in front of a face; its other bits are flags */
+};
+
 /* One open file and how its values are encoded. */
 typedef struct ZELSTREAM
 {
@@ -564,7 +610,7 @@ ZEL_API void ZEL_FaceListSize(const ZELDATA* db, int* faces, int* length);
 
 /**
  * The faces: for each its vertex count, then so many node indexes. The two top bits of a count are flags of the file (mask
- * it with 0x3FFFFFFF). face_list has room for the length that ZEL_FaceListSize gives. Returns 1; 0 without faces.
+ * it with ZEL_FACE_VERTICES). face_list has room for the length that ZEL_FaceListSize gives. Returns 1; 0 without faces.
  */
 ZEL_API int ZEL_ElementFaces(const ZELDATA* db, int* face_list);
 
@@ -608,7 +654,7 @@ ZEL_API int64_t FileTell_Win32(FILE* file);
 /* ---- File: reading and reporting ----------------------------------------------------------------------------------- */
 
 /**
- * Whether the database has a block: 1 or 0, silent. block_index is the block's number less one, 0 to 31; the first three
+ * Whether the database has a block: 1 or 0, silent. block_index is the block's number (ZEL_BLOCK_...) less one, 0 to 31; the first three
  * blocks always exist, the others when they were read or have been set since.
  */
 ZEL_API int ZEL_Exists(const ZELDATA* db, int block_index);

@@ -369,10 +369,9 @@ static void exchange(int& index, int a, int b)
 // Node indexes a and b trade places in the face list.
 static void exchange_in_faces(ZELDATA* db, int a, int b)
 {
-    constexpr int kCountBits = 0x3FFFFFFF;
     for (int at = 0; at < db->face_list_length;)
     {
-        const int vertices = db->face_list[at++] & kCountBits;
+        const int vertices = db->face_list[at++] & ZEL_FACE_VERTICES;
         for (int last = at + vertices; at < last; ++at)
             exchange(db->face_list[at], a, b);
     }

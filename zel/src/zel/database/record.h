@@ -15,7 +15,7 @@ struct NearestNodes; // geometry/nearest.cpp
 struct Private
 {
     // Blocks of the file (by block number) that no longer describe the body: its modes or its origin have changed since.
-    char stale_block[33];
+    char stale_block[ZEL_BLOCKS + 1];
 
     ZELIDPAIR* node_slots; // owned hash table of (node id, node index + 1), 0: free slot; 1 << node_slot_bits slots
     int node_slot_bits;

@@ -289,7 +289,7 @@ static bool read_integer(FILE* file, int32_t& value)
 static int read_sketch_face(ZELDATA* db, FILE* file, int32_t face, WordList& list)
 {
     int32_t count, node_id;
-    if (!read_integer(file, count) || count < 1 || count > kVertexCountMask)
+    if (!read_integer(file, count) || count < 1 || count > ZEL_FACE_VERTICES)
         return ZEL_Warning("Incorrect definition of face %d.  Aborting.", face), 0;
     if (!list.append(count))
         return no_memory(kModule);

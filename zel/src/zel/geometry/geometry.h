@@ -9,11 +9,9 @@
 namespace zel
 {
 
-constexpr int32_t kVertexCountMask = 0x3FFFFFFF;
-
 inline int32_t vertex_count(int32_t count_word)
 {
-    return count_word & kVertexCountMask;
+    return count_word & ZEL_FACE_VERTICES;
 }
 
 // A face list over nodes 0 to node_count - 1.

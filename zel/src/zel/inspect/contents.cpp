@@ -164,12 +164,11 @@ static void print_units(const Report& report)
 
 static void print_faces(const Report& report)
 {
-    constexpr int kCountBits = 0x3FFFFFFF; // the two bits above are flags
     const ZELDATA& db = *report.db;
     std::fprintf(report.to, "number of faces %d\n\n", db.face_count);
     for (int64_t at = 0; db.face_list && at < db.face_list_length;)
     {
-        const int64_t vertices = db.face_list[at++] & kCountBits;
+        const int64_t vertices = db.face_list[at++] & ZEL_FACE_VERTICES;
         const int64_t end = std::min<int64_t>(at + vertices, db.face_list_length);
         for (; at < end; ++at)
             std::fprintf(report.to, "  %5d", ZEL_NodeID(&db, db.face_list[at]));

@@ -131,7 +131,6 @@ int read_inertias(Reader& in, const Block& row)
 
 namespace
 {
-constexpr int kVertexBits = 0x3FFFFFFF; // of a count word; the two bits above are flags that travel with the face
 
 // A face list that is being read: as many words as the block has integers are enough for any face in it.
 struct FaceList
@@ -171,7 +170,7 @@ int read_faces(Reader& in, const Block& row)
         return no_room(row);
     while (list.length < words)
     {
-        const int word = items.integer(), vertices = word & kVertexBits;
+        const int word = items.integer(), vertices = word & ZEL_FACE_VERTICES;
         if (items.failed() || vertices < 1 || vertices >= words - list.length)
             return unreadable(row);
         for (int i = 0; i < vertices; ++i)
@@ -181,7 +180,7 @@ int read_faces(Reader& in, const Block& row)
                 return unreadable(row);
             list.words[list.length + 1 + i] = node;
         }
-        list.finish(vertices, word & ~kVertexBits);
+        list.finish(vertices, word & ~ZEL_FACE_VERTICES);
     }
     if (list.faces != face_count)
         return unreadable(row);

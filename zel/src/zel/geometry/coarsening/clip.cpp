@@ -280,7 +280,7 @@ int clip_merged_faces(Surface& surface, const int32_t* merged)
     FaceWriter out = {words.data, states.data};
     int32_t index = 0;
     for_each_face(surface.faces(), [&](const int32_t* face) {
-        const int32_t count = vertex_count(*face), flags = *face & ~kVertexCountMask;
+        const int32_t count = vertex_count(*face), flags = *face & ~ZEL_FACE_VERTICES;
         const int32_t before = merged[index++];
         const FaceState state = before > 1 ? kChanged : kUnchanged;
         const bool may_clip = before > 1 && count - 2 <= before;

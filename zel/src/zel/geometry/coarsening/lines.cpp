@@ -93,7 +93,7 @@ int drop_straight_vertices(Surface& surface)
     int32_t length = 0;
     for_each_face(surface.faces(), [&](const int32_t* word) {
         const int32_t place = int32_t(word - words), count = vertex_count(*word);
-        const int32_t flags = *word & ~kVertexCountMask;
+        const int32_t flags = *word & ~ZEL_FACE_VERTICES;
         words[length++] = flags | rings.size[place];
         for (int32_t corner = place + 1; corner <= place + count; ++corner)
             if (rings.next[corner] >= 0)

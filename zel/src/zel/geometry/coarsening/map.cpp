@@ -14,7 +14,7 @@ static void put_triangle(const int32_t* face, const int32_t* target, FaceState s
 {
     const int32_t nodes[3] = {target[face[1]], target[face[2]], target[face[3]]};
     if (nodes[0] != nodes[1] && nodes[1] != nodes[2] && nodes[2] != nodes[0])
-        out.put(*face & ~kVertexCountMask, nodes, 3, state);
+        out.put(*face & ~ZEL_FACE_VERTICES, nodes, 3, state);
 }
 
 // Writes the loops that a face's moved nodes form: whenever a node comes again, what lies between is a loop of its own.
@@ -22,7 +22,7 @@ static void put_triangle(const int32_t* face, const int32_t* target, FaceState s
 static void put_loops(const int32_t* face, const int32_t* target, FaceState state, int32_t* loop, int32_t* place,
                       FaceWriter& out)
 {
-    const int32_t count = vertex_count(*face), flags = *face & ~kVertexCountMask;
+    const int32_t count = vertex_count(*face), flags = *face & ~ZEL_FACE_VERTICES;
     const int32_t least = count == 2 ? 2 : 3;
     int32_t length = 0;
     for (int32_t i = 1; i <= count; ++i)
@@ -182,7 +182,7 @@ int cancel_pairs(Surface& surface, char* states)
     FaceWriter out = {surface.words};
     for_each_face(faces, [&](const int32_t* face) {
         if (state(face) != kGone)
-            out.put(*face & ~kVertexCountMask, face + 1, vertex_count(*face));
+            out.put(*face & ~ZEL_FACE_VERTICES, face + 1, vertex_count(*face));
     });
     surface.length = out.length;
     surface.face_count = out.face_count;

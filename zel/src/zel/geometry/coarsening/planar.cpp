@@ -193,7 +193,7 @@ static int find_twins(Merger& merger)
 
 static int32_t flags_of(const Merger& merger, int32_t face)
 {
-    return merger.words()[merger.planes[face].place] & ~kVertexCountMask;
+    return merger.words()[merger.planes[face].place] & ~ZEL_FACE_VERTICES;
 }
 
 // Calls action(face) with the neighbour over every edge of a face's own, once an edge.
