@@ -3,6 +3,7 @@
 #ifndef ZEL_DATABASE_DATABASE_H
 #define ZEL_DATABASE_DATABASE_H
 
+#include "kinds.h"
 #include "mode_files.h"
 #include "record.h"
 #include "statistics.h"

@@ -29,23 +29,19 @@ template <typename T> static void discard_rows(T**& rows, int count)
 
 void drop_invariant(ZELDATA* db, int number)
 {
+    const Invariant& row = invariant_row(number);
     const int table = own(db).table_modes[number];
-    switch (number)
+    if (row.values)
+        discard(db->*row.values);
+    else if (row.rows)
+        discard_rows(db->*row.rows, row.by_pair ? table : db->invar_modes);
+    else
     {
-    case 1: discard(db->invar1); break;
-    case 2: discard(db->invar2); break;
-    case 3: discard(db->invar3); break;
-    case 4: discard(db->invar4); break;
-    case 5: discard_rows(db->invar5, table); break;
-    case 7: discard(db->invar7); break;
-    case 8: discard_rows(db->invar8, db->invar_modes); break;
-    case 9:
-        for (int i = 0; db->invar9 && i < table; ++i)
-            if (db->invar9[i])
-                discard_rows(db->invar9[i], table);
-        discard(db->invar9);
-        break;
-    default: return;
+        double***& rows = db->*row.table;
+        for (int i = 0; rows && i < table; ++i)
+            if (rows[i])
+                discard_rows(rows[i], table);
+        discard(rows);
     }
     db->invar_origin[number] = 0;
 }
@@ -124,15 +120,16 @@ static ZELDATA* free_database(ZELDATA* db)
         discard(db->mode_buffer[kind]);
         close_mode_stream(db, kind);
     }
-    for (int number = 1; number <= 9; ++number)
-        drop_invariant(db, number);
+    for (const Invariant& row : kInvariants)
+        drop_invariant(db, row.number);
     discard(db->geometry_nodes);
     close_zel_file(db->zel_file);
     free_loads(db);
     free_matrices(db);
     discard(db->modal_statistics);
-    discard(db->pre_stress);
-    discard(db->pre_strain);
+    for (const KindRow& row : kKinds)
+        if (row.pre_tensors)
+            discard(db->*row.pre_tensors);
     discard(db->mode_ids);
     discard(db->selected_modes);
     nodes_changed(db);

@@ -37,36 +37,33 @@ static void note_form(ZELDATA* db, const ZELENTRY& entry, bool is_mass)
         db->non_unit_mass = 1;
 }
 
-int ZEL_SetGeneralizedMass(ZELDATA* db, int row_mode, int column_mode, double value)
+static int set_entry(ZELDATA* db, int block, int row_mode, int column_mode, double value)
 {
     if (!db)
         return no_database();
-    if (!add_entry(db, db->mass, "mass", row_mode, column_mode, value))
+    const MatrixRow& row = matrix_row(block);
+    ZELMATRIX& matrix = db->*row.list;
+    if (!add_entry(db, matrix, row.name, row_mode, column_mode, value))
         return 0;
-    note_form(db, db->mass.entries[db->mass.count - 1], true);
-    raise_flag(db, kBlockMass);
+    if (block != kBlockDamping)
+        note_form(db, matrix.entries[matrix.count - 1], block == kBlockMass);
+    raise_flag(db, block);
     return 1;
+}
+
+int ZEL_SetGeneralizedMass(ZELDATA* db, int row_mode, int column_mode, double value)
+{
+    return set_entry(db, kBlockMass, row_mode, column_mode, value);
 }
 
 int ZEL_SetGeneralizedStiffness(ZELDATA* db, int row_mode, int column_mode, double value)
 {
-    if (!db)
-        return no_database();
-    if (!add_entry(db, db->stiffness, "stiffness", row_mode, column_mode, value))
-        return 0;
-    note_form(db, db->stiffness.entries[db->stiffness.count - 1], false);
-    raise_flag(db, kBlockStiffness);
-    return 1;
+    return set_entry(db, kBlockStiffness, row_mode, column_mode, value);
 }
 
 int ZEL_SetGeneralizedDamping(ZELDATA* db, int row_mode, int column_mode, double value)
 {
-    if (!db)
-        return no_database();
-    if (!add_entry(db, db->damping, "damping", row_mode, column_mode, value))
-        return 0;
-    raise_flag(db, kBlockDamping);
-    return 1;
+    return set_entry(db, kBlockDamping, row_mode, column_mode, value);
 }
 
 // ---- Loads and preload -------------------------------------------------------------------------------------------------

@@ -40,19 +40,10 @@ struct EntryList
 
 } // namespace
 
-static EntryList stiffness_of(const ZELDATA* db)
+static EntryList list_of(const ZELDATA* db, int block)
 {
-    return {db, &db->stiffness, 5, 0.0};
-}
-
-static EntryList mass_of(const ZELDATA* db)
-{
-    return {db, &db->mass, 4, own(db).assumed_mass};
-}
-
-static EntryList damping_of(const ZELDATA* db)
-{
-    return {db, &db->damping, 0, 0.0};
+    const MatrixRow& row = matrix_row(block);
+    return {db, &(db->*row.list), row.record_field, block == kBlockMass ? own(db).assumed_mass : 0.0};
 }
 
 static int store_implied(const EntryList& list, ZELMATRIX& matrix)
@@ -164,29 +155,29 @@ namespace zel
 
 int store_implied_stiffness(ZELDATA* db)
 {
-    return store_implied(stiffness_of(db), db->stiffness);
+    return store_implied(list_of(db, kBlockStiffness), db->stiffness);
 }
 
 int store_implied_mass(ZELDATA* db)
 {
-    return store_implied(mass_of(db), db->mass);
+    return store_implied(list_of(db, kBlockMass), db->mass);
 }
 
 } // namespace zel
 
 int ZEL_NumberOfGenStiff(const ZELDATA* db)
 {
-    return db ? stiffness_of(db).count() : 0;
+    return db ? list_of(db, kBlockStiffness).count() : 0;
 }
 
 int ZEL_NumberOfGenMass(const ZELDATA* db)
 {
-    return db ? mass_of(db).count() : 0;
+    return db ? list_of(db, kBlockMass).count() : 0;
 }
 
 int ZEL_NumberOfGenDamp(const ZELDATA* db)
 {
-    return db ? damping_of(db).count() : 0;
+    return db ? list_of(db, kBlockDamping).count() : 0;
 }
 
 int ZEL_GenDampExist(const ZELDATA* db)
@@ -196,42 +187,42 @@ int ZEL_GenDampExist(const ZELDATA* db)
 
 int ZEL_GenStiffSparse(ZELDATA* db, int* rows, int* columns, double* values)
 {
-    return db ? give_sparse(stiffness_of(db), rows, columns, values) : 0;
+    return db ? give_sparse(list_of(db, kBlockStiffness), rows, columns, values) : 0;
 }
 
 int ZEL_GenMassSparse(ZELDATA* db, int* rows, int* columns, double* values)
 {
-    return db ? give_sparse(mass_of(db), rows, columns, values) : 0;
+    return db ? give_sparse(list_of(db, kBlockMass), rows, columns, values) : 0;
 }
 
 int ZEL_GenDampSparse(ZELDATA* db, int* rows, int* columns, double* values)
 {
-    return db ? give_sparse(damping_of(db), rows, columns, values) : 0;
+    return db ? give_sparse(list_of(db, kBlockDamping), rows, columns, values) : 0;
 }
 
 int ZEL_GenStiffFull(ZELDATA* db, double* matrix, int n)
 {
-    return db ? give_full(stiffness_of(db), matrix, n) : 0;
+    return db ? give_full(list_of(db, kBlockStiffness), matrix, n) : 0;
 }
 
 int ZEL_GenMassFull(ZELDATA* db, double* matrix, int n)
 {
-    return db ? give_full(mass_of(db), matrix, n) : 0;
+    return db ? give_full(list_of(db, kBlockMass), matrix, n) : 0;
 }
 
 int ZEL_GenDampFull(ZELDATA* db, double* matrix, int n)
 {
-    return db ? give_full(damping_of(db), matrix, n) : 0;
+    return db ? give_full(list_of(db, kBlockDamping), matrix, n) : 0;
 }
 
 int ZEL_GenStiffSelected(ZELDATA* db, double* matrix, const int* mode_numbers, int n)
 {
-    return db && n > 0 ? give_selected(stiffness_of(db), matrix, 0, mode_numbers, n) : 0;
+    return db && n > 0 ? give_selected(list_of(db, kBlockStiffness), matrix, 0, mode_numbers, n) : 0;
 }
 
 int ZEL_GenMassSelected(ZELDATA* db, double* matrix, const int* mode_numbers, int n)
 {
-    return db && n > 0 ? give_selected(mass_of(db), matrix, 0, mode_numbers, n) : 0;
+    return db && n > 0 ? give_selected(list_of(db, kBlockMass), matrix, 0, mode_numbers, n) : 0;
 }
 
 int ZEL_GenDampPrincipalAndSelected(ZELDATA* db, double* matrix, const int* mode_numbers, int n)
@@ -239,7 +230,7 @@ int ZEL_GenDampPrincipalAndSelected(ZELDATA* db, double* matrix, const int* mode
     constexpr int kRigidFreedoms = 6;
     if (!db || !db->damping_projected || !ZEL_GenDampExist(db) || n < 0 || n > INT32_MAX - kRigidFreedoms)
         return 0;
-    return give_selected(damping_of(db), matrix, kRigidFreedoms, mode_numbers, n);
+    return give_selected(list_of(db, kBlockDamping), matrix, kRigidFreedoms, mode_numbers, n);
 }
 
 int ZEL_Transformation(const ZELDATA* db, double* matrix)

@@ -23,13 +23,13 @@ namespace
 {
 constexpr int64_t kNodeBytes = kComponents * int64_t(sizeof(double));
 
-struct KindTexts
+struct FileTexts
 {
     const char *variable, *subject, *opened, *gap; // gap: before the path in the message of a full disk
 };
 } // namespace
 
-static constexpr KindTexts kKinds[ZEL_MODE_KINDS] = {
+static constexpr FileTexts kFileTexts[ZEL_MODE_KINDS] = {
     {"VXR_TMP_MOD", "mode shape", "modeshape", "  "},
     {"VXR_TMP_STR", "modal stress", "modal stress", " "},
     {"VXR_TMP_STN", "modal strain", "modal strain", " "},
@@ -150,11 +150,11 @@ static void adopt(ZELDATA* db, int kind, RecordFile& records)
 
 static NamedFile open_for_kind(int kind)
 {
-    const char* path = std::getenv(kKinds[kind].variable);
+    const char* path = std::getenv(kFileTexts[kind].variable);
     return path && *path ? create_temporary_file(path) : create_temporary_file();
 }
 
-static Failed report(ModeReplacement::Result result, const KindTexts& kind, const char* path)
+static Failed report(ModeReplacement::Result result, const FileTexts& kind, const char* path)
 {
     constexpr const char* kElsewhere = "To write elsewhere, specify directory name in environment variable";
     constexpr const char* kOrPath = ",\nor specify path name (file name) in environment variable";
@@ -182,18 +182,18 @@ int open_mode_file(ZELDATA* db, int kind)
     if (stream.file && stream.temporary)
         return 1;
     if (stream.file && db->mode_positions[kind])
-        return fail("The %s data of a ZEL file cannot be changed.", kKinds[kind].subject);
+        return fail("The %s data of a ZEL file cannot be changed.", kFileTexts[kind].subject);
     const bool was_read = db->zel_file.file != nullptr;
     const NamedFile opened = open_for_kind(kind);
     if (opened.file)
-        ZEL_Info("Temp %s file: %s", kKinds[kind].opened, opened.name);
+        ZEL_Info("Temp %s file: %s", kFileTexts[kind].opened, opened.name);
     RecordFile records = {};
     const ModeReplacement::Result result =
         make_records(records, opened, std::max(db->max_modes, db->mode_count),
                      was_read ? std::max(db->max_mode_nodes, db->node_count) : db->max_mode_nodes);
     if (result != ModeReplacement::kReady)
     {
-        report(result, kKinds[kind], records.stream.name);
+        report(result, kFileTexts[kind], records.stream.name);
         discard_records(records);
         return 0;
     }

@@ -12,8 +12,7 @@ static constexpr char kModule[] = "zeldata";
 
 int ZEL_ModeExist(const ZELDATA* db, int kind)
 {
-    constexpr int kBlockOfKind[ZEL_MODE_KINDS] = {kBlockModes, kBlockStress, kBlockStrain};
-    return valid_kind(kind) && CheckZEL(db) && has_flag(db->content_flags, kBlockOfKind[kind]) ? 1 : 0;
+    return valid_kind(kind) && CheckZEL(db) && has_flag(db->content_flags, kKinds[kind].block) ? 1 : 0;
 }
 
 // The diagonal entry of `mode`, looked for up to the first entry off the diagonal; the last of several holds.

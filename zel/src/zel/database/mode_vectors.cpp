@@ -112,37 +112,18 @@ int ZEL_LookupOrAddMode(ZELDATA* db, int mode_number)
 
 // ---- Pre-stress and pre-strain -----------------------------------------------------------------------------------------
 
-namespace
-{
-struct PreLoad
-{
-    ZELSIX*& records;
-    int& capacity;
-    int block;
-};
-} // namespace
-
-static bool is_preload(int mode_number, int kind)
+static bool is_pre_tensor(int mode_number, int kind)
 {
     return mode_number == 0 && kind != ZEL_MODE_SHAPE;
 }
 
-static PreLoad preload_of(ZELDATA* db, int kind)
-{
-    if (kind == ZEL_MODAL_STRESS)
-        return {db->pre_stress, db->pre_stress_capacity, kBlockPreStress};
-    return {db->pre_strain, db->pre_strain_capacity, kBlockPreStrain};
-}
-
 // Copies the records of `count` nodes from position `first` on; those behind the last record are zero. 0: there are none.
-static int copy_preload(const PreLoad& from, int first, int count, double* out)
+static int copy_pre_tensors(const PreTensors& from, int first, int count, double* out)
 {
     if (!from.records)
         return 0;
-    const int held = std::clamp(from.capacity - first, 0, count);
-    for (int i = 0; i < held; ++i)
-        std::copy_n(from.records[first + i].v, kComponents, out + kComponents * int64_t(i));
-    std::fill_n(out + kComponents * int64_t(held), kComponents * int64_t(count - held), 0.0);
+    for (int i = 0; i < count; ++i)
+        std::copy_n(from.at(first + i), kComponents, out + kComponents * int64_t(i));
     return 1;
 }
 
@@ -192,22 +173,23 @@ static int list_node(ZELDATA* db, int kind, int node, int node_id)
     return 1;
 }
 
-static int set_preload(ZELDATA* db, const Values& set)
+static int set_pre_tensor(ZELDATA* db, const Values& set)
 {
-    const PreLoad to = preload_of(db, set.kind);
+    const KindRow& kind = kKinds[set.kind];
+    ZELSIX*& records = db->*kind.pre_tensors;
     constexpr int kGrowth = 1000;
     const int node = find_node(db, set.node_id);
     const int position = position_to_be(db, set.kind, node);
     if (node < 0 && !reserve_nodes(db, int64_t(db->node_count) + 1)) // before there are records: these count as values
         return no_memory(kModule);
-    if (!grow(to.records, to.capacity, int64_t(position) + 1, kGrowth))
-        return fail("Failed to allocate memory for %s at line %d in file %s.\n",
-                    set.kind == ZEL_MODAL_STRESS ? "Pre-Stress" : "Pre-Strain", __LINE__, kModule);
+    if (!grow(records, db->*kind.pre_tensor_capacity, int64_t(position) + 1, kGrowth))
+        return fail("Failed to allocate memory for %s at line %d in file %s.\n", kind.pre_tensor_title, __LINE__,
+                    kModule);
     if (!list_node(db, set.kind, node, set.node_id))
         return 0;
-    std::copy_n(set.values, set.count, to.records[position].v + set.dof);
+    std::copy_n(set.values, set.count, records[position].v + set.dof);
     db->cached_mode[set.kind] = -1;
-    raise_flag(db, to.block);
+    raise_flag(db, kind.pre_tensor_block);
     return 1;
 }
 
@@ -246,8 +228,8 @@ static int set_values(ZELDATA* db, const Values& set)
         return no_database();
     if (!valid_kind(set.kind) || !set.values || set.dof < 0 || set.dof >= kComponents || !all_finite(set))
         return 0;
-    if (is_preload(set.mode_number, set.kind))
-        return set_preload(db, set);
+    if (is_pre_tensor(set.mode_number, set.kind))
+        return set_pre_tensor(db, set);
     ModeToSet mode(db, set.mode_number);
     if (mode.index() < 0)
         return 0;
@@ -297,7 +279,7 @@ struct Vector
 {
     ZELDATA* db;
     int kind, mode;
-    bool preload;
+    bool pre_tensor;
     int nodes; // that it covers, 0: there is no such vector
 };
 } // namespace
@@ -306,7 +288,7 @@ static Vector find_vector(ZELDATA* db, int mode_number, int kind)
 {
     if (!db || !valid_kind(kind))
         return {};
-    if (is_preload(mode_number, kind))
+    if (is_pre_tensor(mode_number, kind))
         return {db, kind, -1, true, db->mode_node_count[kind]};
     const int mode = ZEL_ModeIndex(db, mode_number);
     return {db, kind, mode, false, mode < 0 ? 0 : db->mode_node_count[kind]};
@@ -314,15 +296,15 @@ static Vector find_vector(ZELDATA* db, int mode_number, int kind)
 
 static int read_slice(const Vector& vector, int first, int count, double* out)
 {
-    if (vector.preload)
-        return copy_preload(preload_of(vector.db, vector.kind), first, count, out);
+    if (vector.pre_tensor)
+        return copy_pre_tensors(pre_tensors_of(vector.db, vector.kind), first, count, out);
     return read_mode_slice(vector.db, vector.kind, vector.mode, first, count, out);
 }
 
 // A stream gives its values only in its own precision; what is in memory is given in both.
 static bool has_precision(const Vector& vector, int double_precision)
 {
-    return vector.preload || mode_stream(vector.db, vector.kind).double_precision == double_precision;
+    return vector.pre_tensor || mode_stream(vector.db, vector.kind).double_precision == double_precision;
 }
 
 int ZEL_Read_Mode_Single(ZELDATA* db, int mode_number, int kind, float* out)
@@ -370,7 +352,7 @@ static const double* load_vector(ZELDATA* db, int mode_number, int kind)
         replace(db->mode_buffer[kind], buffer);
         db->mode_buffer_nodes[kind] = vector.nodes;
     }
-    const int key = vector.preload ? db->mode_count : vector.mode;
+    const int key = vector.pre_tensor ? db->mode_count : vector.mode;
     if (cached == key)
         return db->mode_buffer[kind];
     cached = -1;

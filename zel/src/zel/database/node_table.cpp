@@ -315,9 +315,9 @@ void mass_or_modes_changed(ZELDATA* db)
 {
     if (!std::memchr(db->invar_origin, kComputed, sizeof db->invar_origin))
         return;
-    for (int number = 1; number <= 9; ++number)
-        if (db->invar_origin[number] == kComputed)
-            drop_invariant(db, number);
+    for (const Invariant& row : kInvariants)
+        if (db->invar_origin[row.number] == kComputed)
+            drop_invariant(db, row.number);
 }
 
 void faces_changed(ZELDATA* db)

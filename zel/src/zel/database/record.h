@@ -4,6 +4,7 @@
 
 #include "base/base.h"
 #include "format/format.h"
+#include "kinds.h"
 #include "zel.h"
 
 namespace zel
@@ -62,11 +63,6 @@ inline bool is_infinite_eigenvalue(double value)
 inline bool valid_kind(int kind)
 {
     return kind >= 0 && kind < ZEL_MODE_KINDS;
-}
-
-inline ZELSTREAM& mode_stream(ZELDATA* db, int kind)
-{
-    return kind == ZEL_MODE_SHAPE ? db->mode_file : kind == ZEL_MODAL_STRESS ? db->stress_file : db->strain_file;
 }
 
 // Appends an entry to a sparse matrix; false, with the matrix as it was, when memory is short.
@@ -184,22 +180,6 @@ void mass_or_modes_changed(ZELDATA* db);
 void faces_changed(ZELDATA* db);
 
 // ---- Invariants --------------------------------------------------------------------------------------------------------
-
-// The inertia invariants that have a slot and a block; invariant 6 is the generalized mass.
-struct Invariant
-{
-    int number, block;
-    int lengths; // its unit is mass * length^lengths
-    bool modal;  // made for invar_modes modes
-};
-constexpr Invariant kInvariants[] = {
-    {1, kBlockInvar1, 0, false}, {2, kBlockInvar2, 1, false}, {3, kBlockInvar3, 1, true}, {4, kBlockInvar4, 2, true},
-    {5, kBlockInvar5, 2, true},  {7, kBlockInvar7, 2, false}, {8, kBlockInvar8, 2, true}, {9, kBlockInvar9, 2, true},
-};
-constexpr const Invariant& invariant_row(int number)
-{
-    return kInvariants[number < 6 ? number - 1 : number - 2];
-}
 
 // Where the values in an invariant's slot come from (invar_origin).
 enum : char

@@ -246,9 +246,6 @@ struct Matrix
 {
     int block;
     const char *name, *short_name;
-    ZELMATRIX ZELDATA::*stored;
-    int (*count)(const ZELDATA*);
-    int (*entries)(ZELDATA*, int*, int*, double*);
 };
 
 // Entries as the queries give them.
@@ -262,9 +259,8 @@ struct Entries
 };
 } // namespace
 
-static constexpr Matrix kStiffness = {kBlockStiffness,     "Stiffness",          "Stiff",
-                                      &ZELDATA::stiffness, ZEL_NumberOfGenStiff, ZEL_GenStiffSparse};
-static constexpr Matrix kMass = {kBlockMass, "Mass", "Mass", &ZELDATA::mass, ZEL_NumberOfGenMass, ZEL_GenMassSparse};
+static constexpr Matrix kStiffness = {kBlockStiffness, "Stiffness", "Stiff"};
+static constexpr Matrix kMass = {kBlockMass, "Mass", "Mass"};
 
 // Entries whose row and column are modes.
 static int entries_on_modes(const ZELDATA* db, const ZELMATRIX& matrix)
@@ -300,8 +296,9 @@ static int compare_matrix(Comparison& c, const Matrix& row)
 {
     if (!both_have(c, row.block))
         return 0;
-    const ZELMATRIX &stored_made = c.made->*row.stored, &stored_base = c.base->*row.stored;
-    Entries made(row.count(c.made)), base(row.count(c.base));
+    const MatrixRow& matrix = matrix_row(row.block);
+    const ZELMATRIX &stored_made = c.made->*matrix.list, &stored_base = c.base->*matrix.list;
+    Entries made(matrix.count(c.made)), base(matrix.count(c.base));
     if (!made.allocated() || !base.allocated())
         return no_memory(kModule), -1;
     int result = compare_counts(c, row, "Count", stored_made.count, stored_base.count);
@@ -314,8 +311,8 @@ static int compare_matrix(Comparison& c, const Matrix& row)
     if (result != 0 || made.count != base.count)
         return result;
 
-    row.entries(c.made, made.rows.data, made.columns.data, made.values.data);
-    row.entries(c.base, base.rows.data, base.columns.data, base.values.data);
+    matrix.entries(c.made, made.rows.data, made.columns.data, made.values.data);
+    matrix.entries(c.base, base.rows.data, base.columns.data, base.values.data);
     result |= compare_indexes(c, row, "Column", made.columns.data, base.columns.data, made.count);
     result |= compare_indexes(c, row, "Row", made.rows.data, base.rows.data, made.count);
     if (result != 0)

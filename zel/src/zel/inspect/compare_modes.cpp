@@ -221,36 +221,14 @@ int zel::compare_strain(Comparison& c)
 
 // ---- Pre-stress and pre-strain -----------------------------------------------------------------------------------------
 
-namespace
-{
-// The records of a database, of which those behind the last one are zero.
-struct SixList
-{
-    const ZELSIX* records;
-    int count;
-    const double* at(int position) const
-    {
-        static constexpr ZELSIX kNone = {};
-        return position < count ? records[position].v : kNone.v;
-    }
-};
-} // namespace
-
-static SixList records_of(const ZELDATA* db, int kind)
-{
-    if (kind == ZEL_MODAL_STRESS)
-        return {db->pre_stress, db->pre_stress_capacity};
-    return {db->pre_strain, db->pre_strain_capacity};
-}
-
-static int compare_initial(Comparison& c, const KindTexts& row, int block, const char* passes)
+static int compare_pre_tensors(Comparison& c, const KindTexts& row, int block, const char* passes)
 {
     if (!both_have_kind(c, block))
         return 0;
     const int made_count = ZEL_ModeNodeCount(c.made, row.kind), base_count = ZEL_ModeNodeCount(c.base, row.kind);
     if (made_count != base_count)
         say(c, kNotes, "->Warning Pre-%s NodeCount differ... base: %d  new: %d\n", row.name, base_count, made_count);
-    const SixList made = records_of(c.made, row.kind), base = records_of(c.base, row.kind);
+    const PreTensors made = pre_tensors_of(c.made, row.kind), base = pre_tensors_of(c.base, row.kind);
     Difference difference;
     int worst_position = 0, worst_component = 0;
     for (int position = 0; position < made_count; ++position)
@@ -277,12 +255,12 @@ static int compare_initial(Comparison& c, const KindTexts& row, int block, const
 
 int zel::compare_pre_stress(Comparison& c)
 {
-    return compare_initial(c, kStress, kBlockPreStress, "Pre-Stresses");
+    return compare_pre_tensors(c, kStress, kBlockPreStress, "Pre-Stresses");
 }
 
 int zel::compare_pre_strain(Comparison& c)
 {
-    return compare_initial(c, kStrain, kBlockPreStrain, "Pre-Strains");
+    return compare_pre_tensors(c, kStrain, kBlockPreStrain, "Pre-Strains");
 }
 
 // ---- Invariants --------------------------------------------------------------------------------------------------------

@@ -300,25 +300,24 @@ static void print_statistics(const Report& report)
 }
 
 // Pre-stress or pre-strain, a record a node of the kind's list.
-static void print_initial_state(const Report& report, int kind, const ZELSIX* records, int capacity, const char* absent)
+static void print_pre_tensors(const Report& report, int kind, const char* absent)
 {
     const ZELDATA& db = *report.db;
-    if (!report.exists() || !records)
+    const PreTensors tensors = pre_tensors_of(&db, kind);
+    if (!report.exists() || !tensors.records)
         std::fputs(absent, report.to);
-    for (int i = 0; report.exists() && i < std::min(capacity, db.mode_node_count[kind]); ++i)
-        print_tensor_row(ZEL_ModeNodeID(&db, kind, i), records[i].v, report.to);
+    for (int i = 0; report.exists() && i < std::min(tensors.count, db.mode_node_count[kind]); ++i)
+        print_tensor_row(ZEL_ModeNodeID(&db, kind, i), tensors.at(i), report.to);
 }
 
 static void print_pre_stress(const Report& report)
 {
-    print_initial_state(report, ZEL_MODAL_STRESS, report.db->pre_stress, report.db->pre_stress_capacity,
-                        "\tNo Nodal Pre-Stress Information\n\n");
+    print_pre_tensors(report, ZEL_MODAL_STRESS, "\tNo Nodal Pre-Stress Information\n\n");
 }
 
 static void print_pre_strain(const Report& report)
 {
-    print_initial_state(report, ZEL_MODAL_STRAIN, report.db->pre_strain, report.db->pre_strain_capacity,
-                        "\tNo Nodal Pre-Strain Information\n\n");
+    print_pre_tensors(report, ZEL_MODAL_STRAIN, "\tNo Nodal Pre-Strain Information\n\n");
 }
 
 // ---- Matrices and loads -----------------------------------------------------------------------------------------------

@@ -96,7 +96,7 @@ static int planes_of(int number)
 }
 static bool is_by_pair(int number)
 {
-    return number == 5 || number == 9;
+    return invariant_row(number).by_pair;
 }
 
 // The entry for mode i, or for modes i and j, in one plane; of a pair, among those that have values.
@@ -148,16 +148,20 @@ static int transform(const ZELDATA* from, ZELDATA* to, int number, const double*
 
 static void exchange_modal(ZELDATA* a, ZELDATA* b)
 {
-    std::swap(a->invar3, b->invar3);
-    std::swap(a->invar4, b->invar4);
-    std::swap(a->invar5, b->invar5);
-    std::swap(a->invar8, b->invar8);
-    std::swap(a->invar9, b->invar9);
     std::swap(a->invar_modes, b->invar_modes);
     std::swap(own(a).table_modes, own(b).table_modes);
     for (const Invariant& row : kInvariants)
-        if (row.modal)
-            std::swap(a->invar_origin[row.number], b->invar_origin[row.number]);
+    {
+        if (!row.modal)
+            continue;
+        std::swap(a->invar_origin[row.number], b->invar_origin[row.number]);
+        if (row.values)
+            std::swap(a->*row.values, b->*row.values);
+        else if (row.rows)
+            std::swap(a->*row.rows, b->*row.rows);
+        else
+            std::swap(a->*row.table, b->*row.table);
+    }
 }
 
 static void drop_modal(ZELDATA* db)

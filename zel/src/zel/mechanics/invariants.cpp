@@ -18,33 +18,26 @@ namespace zel
 
 Pieces invariant_pieces(int number, int modes)
 {
-    switch (number)
-    {
-    case 1: return {1, 1};
-    case 2: return {1, 3};
-    case 3:
-    case 4: return {3, modes};
-    case 5: return {int64_t(3) * modes, modes};
-    case 7: return {1, 9};
-    case 8: return {modes, 9};
-    default: return {int64_t(modes) * modes, 9};
-    }
+    const InvariantShape& shape = invariant_row(number).shape;
+    Pieces pieces = {shape.pieces, shape.length};
+    for (int power = 0; power < shape.pieces_power; ++power)
+        pieces.count *= modes;
+    for (int power = 0; power < shape.length_power; ++power)
+        pieces.length *= modes;
+    return pieces;
 }
 
 double* invariant_piece(const ZELDATA* db, int number, int64_t piece)
 {
+    const Invariant& row = invariant_row(number);
     const int modes = db->invar_modes, table = own(db).table_modes[number];
-    switch (number)
-    {
-    case 1: return db->invar1;
-    case 2: return db->invar2;
-    case 3: return db->invar3 + piece * modes;
-    case 4: return db->invar4 + piece * modes;
-    case 5: return piece / 3 < table ? db->invar5[piece / 3] + piece % 3 * table : nullptr;
-    case 7: return db->invar7;
-    case 8: return db->invar8[piece];
-    default: return piece / modes < table && piece % modes < table ? db->invar9[piece / modes][piece % modes] : nullptr;
-    }
+    if (row.values)
+        return db->*row.values + piece * invariant_pieces(number, modes).length;
+    if (row.rows && !row.by_pair)
+        return (db->*row.rows)[piece];
+    if (row.rows)
+        return piece / 3 < table ? (db->*row.rows)[piece / 3] + piece % 3 * table : nullptr;
+    return piece / modes < table && piece % modes < table ? (db->*row.table)[piece / modes][piece % modes] : nullptr;
 }
 
 void copy_invariant_piece(const ZELDATA* db, int number, int64_t piece, double* out)
@@ -68,17 +61,7 @@ bool invariant_filled(const ZELDATA* db, int number)
 {
     if (invariant_row(number).modal && db->invar_modes != db->mode_count)
         return false;
-    switch (number)
-    {
-    case 1: return db->invar1;
-    case 2: return db->invar2;
-    case 3: return db->invar3;
-    case 4: return db->invar4;
-    case 5: return db->invar5;
-    case 7: return db->invar7;
-    case 8: return db->invar8;
-    default: return db->invar9;
-    }
+    return has_slot(db, invariant_row(number));
 }
 
 } // namespace zel
@@ -104,18 +87,16 @@ static bool open_table(double***& table, int count)
 
 static bool open_slot(ZELDATA* db, int number)
 {
+    const Invariant& row = invariant_row(number);
     const int modes = db->invar_modes, table = own(db).table_modes[number];
-    switch (number)
-    {
-    case 1: return (db->invar1 = allocate<double>(1)) != nullptr;
-    case 2: return (db->invar2 = allocate<double>(3)) != nullptr;
-    case 3: return (db->invar3 = allocate<double>(int64_t(3) * modes)) != nullptr;
-    case 4: return (db->invar4 = allocate<double>(int64_t(3) * modes)) != nullptr;
-    case 5: return open_rows(db->invar5, table, int64_t(3) * table);
-    case 7: return (db->invar7 = allocate<double>(9)) != nullptr;
-    case 8: return open_rows(db->invar8, modes, 9);
-    default: return open_table(db->invar9, table);
-    }
+    const Pieces pieces = invariant_pieces(number, row.by_pair ? table : modes);
+    if (row.values)
+        return (db->*row.values = allocate<double>(pieces.count * pieces.length)) != nullptr;
+    if (row.rows && !row.by_pair)
+        return open_rows(db->*row.rows, modes, pieces.length);
+    if (row.rows)
+        return open_rows(db->*row.rows, table, int64_t(3) * pieces.length);
+    return open_table(db->*row.table, table);
 }
 
 // Invariants 5 and 9 are made of many arrays. Asking for as much in one piece first lets an impossible size fail at once,
@@ -143,7 +124,7 @@ int open_invariant(ZELDATA* db, int number, char origin, int table_modes)
                 drop_invariant(db, row.number);
         db->invar_modes = db->mode_count;
     }
-    const bool by_pair = number == 5 || number == 9;
+    const bool by_pair = invariant_row(number).by_pair;
     const int table = own(db).table_modes[number] = std::min(table_modes, db->invar_modes);
     if (room_for(number, by_pair ? table : db->invar_modes) && open_slot(db, number))
     {

@@ -4,18 +4,6 @@
 namespace zel
 {
 
-static int kind_of(const Block& row)
-{
-    switch (row.number)
-    {
-    case kBlockStress:
-    case kBlockPreStress: return ZEL_MODAL_STRESS;
-    case kBlockStrain:
-    case kBlockPreStrain: return ZEL_MODAL_STRAIN;
-    default: return ZEL_MODE_SHAPE;
-    }
-}
-
 // ---- Eigenvalues and transformation ---------------------------------------------------------------------------------
 
 int read_eigenvalues(Reader& in, const Block& row)
@@ -149,7 +137,7 @@ int read_mode_shapes(Reader& in, const Block& row)
 int read_stress_or_strain(Reader& in, const Block& row)
 {
     ZELDATA* db = in.db;
-    const int kind = kind_of(row);
+    const int kind = kind_of_block(row.number).kind;
     if (!block_in_file(db, kBlockModes))
         ZEL_Warning("%s modes are being processed before mode shapes", kind == ZEL_MODAL_STRESS ? "Stress" : "Strain");
     ItemReader items = items_of(db, row);
@@ -253,12 +241,12 @@ int read_statistics(Reader& in, const Block& row)
 int read_pre_stress_or_strain(Reader& in, const Block& row)
 {
     ZELDATA* db = in.db;
-    const bool stress = row.number == kBlockPreStress;
+    const KindRow& kind = kind_of_block(row.number);
     ItemReader items = items_of(db, row);
     const int count = items.integer();
     if (items.failed())
-        return fail("Problem occurred while reading %s info", stress ? "Pre-Stress" : "Pre-Strain");
-    if (count != db->mode_node_count[kind_of(row)]) // records have no ids: they belong to the nodes of the modes
+        return fail("Problem occurred while reading %s info", kind.pre_tensor_title);
+    if (count != db->mode_node_count[kind.kind]) // records have no ids: they belong to the nodes of the modes
         return fail("%s", row.mismatch);
     Scratch<ZELSIX> records(count);
     if (!records.data)
@@ -268,8 +256,8 @@ int read_pre_stress_or_strain(Reader& in, const Block& row)
             component = items.real();
     if (items.failed())
         return unreadable(row);
-    replace(stress ? db->pre_stress : db->pre_strain, records);
-    (stress ? db->pre_stress_capacity : db->pre_strain_capacity) = count;
+    replace(db->*kind.pre_tensors, records);
+    db->*kind.pre_tensor_capacity = count;
     return 1;
 }
 

@@ -173,11 +173,6 @@ int read_header(Reader& in, const Block& row)
 
 // ---- Generalized matrices -------------------------------------------------------------------------------------------
 
-static ZELMATRIX& matrix_of(ZELDATA* db, const Block& row)
-{
-    return row.number == kBlockStiffness ? db->stiffness : row.number == kBlockMass ? db->mass : db->damping;
-}
-
 // Factor from the units of the file to the current ones.
 static double matrix_factor(const ZELDATA* db, const Block& row, const ZELENTRY& entry, bool projected)
 {
@@ -228,7 +223,7 @@ static int read_matrix(ZELDATA* db, const Block& row)
     }
     if (items.failed())
         return unreadable(row);
-    ZELMATRIX& matrix = matrix_of(db, row);
+    ZELMATRIX& matrix = db->*matrix_row(row.number).list;
     replace(matrix.entries, entries);
     matrix.count = matrix.capacity = count;
     if (count == 0)

@@ -41,21 +41,6 @@ int write_eigenvalues(Writer& out, const Block&)
 
 // ---- Sparse matrices -----------------------------------------------------------------------------------------------------------
 
-namespace
-{
-struct MatrixQueries
-{
-    int block;
-    int (*count)(const ZELDATA* db);
-    int (*entries)(ZELDATA* db, int* rows, int* columns, double* values);
-};
-constexpr MatrixQueries kMatrixQueries[] = {
-    {kBlockStiffness, ZEL_NumberOfGenStiff, ZEL_GenStiffSparse},
-    {kBlockMass, ZEL_NumberOfGenMass, ZEL_GenMassSparse},
-    {kBlockDamping, ZEL_NumberOfGenDamp, ZEL_GenDampSparse},
-};
-} // namespace
-
 // The row or column in the file of a mode index: from 1, and 0 for the index -1 of an entry that names no mode. -1: the
 // mode is not exported.
 static int exported_index(const Writer& out, int mode)
@@ -67,14 +52,13 @@ static int exported_index(const Writer& out, int mode)
 
 int write_generalized(Writer& out, const Block& row)
 {
-    const MatrixQueries* matrix = std::find_if(std::begin(kMatrixQueries), std::end(kMatrixQueries),
-                                               [&](const MatrixQueries& m) { return m.block == row.number; });
-    const int stored = matrix->count(out.db);
+    const MatrixRow& matrix = matrix_row(row.number);
+    const int stored = matrix.count(out.db);
     Scratch<int> rows(stored), columns(stored);
     Scratch<double> values(stored);
     if (!rows.data || !columns.data || !values.data)
         return no_memory(kModule);
-    matrix->entries(out.db, rows.data, columns.data, values.data);
+    matrix.entries(out.db, rows.data, columns.data, values.data);
     int kept = 0;
     for (int i = 0; i < stored; ++i)
     {
@@ -197,47 +181,17 @@ double rotation_square(const double* six)
 // How the vectors of a kind are named in messages and which statistics tell of them.
 struct VectorKind
 {
-    int block, tensor_block; // of the vectors; of pre-stress or pre-strain, 0: there is none
-    const char *title, *name, *have, *tensor_title;
+    const char *title, *name, *have;
     Statistic first_statistic;
     PeakFinder finders[2];
 };
 constexpr VectorKind kVectorKinds[ZEL_MODE_KINDS] = {
-    {kBlockModes,
-     0,
-     "Trans Mode",
-     "mode shape",
-     "has",
-     nullptr,
-     kLargestTranslation,
-     {find_peak<length_square>, find_peak<rotation_square>}},
-    {kBlockStress,
-     kBlockPreStress,
-     "Stress Mode",
-     "modal stresses",
-     "have",
-     "Pre-Stress",
-     kLargestStress,
-     {find_peak<von_mises_stress_square>, nullptr}},
-    {kBlockStrain,
-     kBlockPreStrain,
-     "Strain Mode",
-     "modal strains",
-     "have",
-     "Pre-Strain",
-     kLargestStrain,
-     {find_peak<von_mises_strain_square>, nullptr}},
+    {"Trans Mode", "mode shape", "has", kLargestTranslation, {find_peak<length_square>, find_peak<rotation_square>}},
+    {"Stress Mode", "modal stresses", "have", kLargestStress, {find_peak<von_mises_stress_square>, nullptr}},
+    {"Strain Mode", "modal strains", "have", kLargestStrain, {find_peak<von_mises_strain_square>, nullptr}},
 };
 
 } // namespace
-
-static int kind_of_block(int block)
-{
-    int kind = 0;
-    while (kVectorKinds[kind].block != block && kVectorKinds[kind].tensor_block != block)
-        ++kind;
-    return kind;
-}
 
 // Reads the vectors of one kind for the listed nodes. A kind without vectors has zeros.
 namespace
@@ -247,8 +201,8 @@ class VectorSource
 public:
     VectorSource(Writer& out, int kind)
         : db_(out.db), nodes_(out.mode_nodes[kind]), kind_(kind),
-          stored_(has_flag(out.db->content_flags, kVectorKinds[kind].block)),
-          slice_(int64_t(kComponents) * kSliceNodes), whole_(int64_t(kComponents) * db_->mode_node_count[kind])
+          stored_(has_flag(out.db->content_flags, kKinds[kind].block)), slice_(int64_t(kComponents) * kSliceNodes),
+          whole_(int64_t(kComponents) * db_->mode_node_count[kind])
     {}
     bool allocated() const { return slice_.data && whole_.data; }
     int nodes() const { return nodes_.count; }
@@ -324,7 +278,7 @@ static int write_vector(Writer& out, int kind, int mode, VectorSource& source)
 
 int write_mode_vectors(Writer& out, const Block& row)
 {
-    const int kind = kind_of_block(row.number);
+    const int kind = kind_of_block(row.number).kind;
     const ModeNodes& nodes = out.mode_nodes[kind];
     ZEL_Info("\n%s info:\n   Modes: %ld\n   Nodes: %ld", kVectorKinds[kind].title, long(out.count), long(nodes.count));
     if (kind == ZEL_MODE_SHAPE)
@@ -347,28 +301,17 @@ int write_mode_vectors(Writer& out, const Block& row)
 
 // ---- Pre-stress and pre-strain -----------------------------------------------------------------------------------------------------
 
-// The record of a node at a position of the kind's vectors, null when it has none.
-static const ZELSIX* pre_tensor(const ZELDATA* db, int kind, int position)
-{
-    const bool stress = kind == ZEL_MODAL_STRESS;
-    const ZELSIX* records = stress ? db->pre_stress : db->pre_strain;
-    const int room = stress ? db->pre_stress_capacity : db->pre_strain_capacity;
-    return records && position >= 0 && position < room ? records + position : nullptr;
-}
-
 int write_pre_stress_or_strain(Writer& out, const Block& row)
 {
-    const int kind = kind_of_block(row.number);
+    const int kind = kind_of_block(row.number).kind;
     const ModeNodes& nodes = out.mode_nodes[kind];
-    ZEL_Info("\n%s info:\n   Nodes: %ld", kVectorKinds[kind].tensor_title, long(nodes.count));
+    ZEL_Info("\n%s info:\n   Nodes: %ld", kKinds[kind].pre_tensor_title, long(nodes.count));
+    const PreTensors tensors = pre_tensors_of(out.db, kind);
     ItemWriter items(out.file);
     items.integer(nodes.count);
     for (int i = 0; i < nodes.count; ++i)
-    {
-        const ZELSIX* record = pre_tensor(out.db, kind, nodes.positions ? nodes.positions[i] : i);
         for (int component = 0; component < kComponents; ++component)
-            items.real(record ? record->v[component] : 0.0);
-    }
+            items.real(tensors.at(nodes.positions ? nodes.positions[i] : i)[component]);
     return items.finish();
 }
 
@@ -416,16 +359,16 @@ static int mark_stressed_nodes(Writer& out, int kind, char* stressed)
     if (!source.allocated())
         return no_memory(kModule);
     const int count = source.nodes();
+    const PreTensors tensors = pre_tensors_of(db, kind);
     for (int position = 0; position < count; ++position)
-        if (const ZELSIX* record = pre_tensor(db, kind, position))
-            stressed[position] = !all_zero(record->v, kComponents);
+        stressed[position] = !all_zero(tensors.at(position), kComponents);
     for (int mode = 0; mode < out.count; ++mode)
         for (int first = 0; first < count; first += kSliceNodes)
         {
             const int nodes = std::min(kSliceNodes, count - first);
             const double* slice = source.read(out.first + mode, first, nodes);
             if (!slice)
-                return fail("%s", block_row(kVectorKinds[kind].block).unwritten);
+                return fail("%s", block_row(kKinds[kind].block).unwritten);
             for (int i = 0; i < nodes; ++i)
                 stressed[first + i] |= char(!all_zero(slice + kComponents * i, kComponents));
         }
@@ -458,16 +401,16 @@ static int list_stressed_nodes(Writer& out, int kind)
 }
 
 // Pre-stress and pre-strain take their nodes from the block of the vectors, which has to be there.
-static void settle_tensor_block(Writer& out, const VectorKind& row)
+static void settle_pre_tensors(Writer& out, const KindRow& row)
 {
-    if (!out.has(row.tensor_block) || out.has(row.block))
+    if (!out.has(row.pre_tensor_block) || out.has(row.block))
         return;
     if (out.db->mode_count > 0)
         out.set(row.block, true);
     else
     {
-        ZEL_Warning("%s cannot be written without modes.", row.tensor_title);
-        out.set(row.tensor_block, false);
+        ZEL_Warning("%s cannot be written without modes.", row.pre_tensor_title);
+        out.set(row.pre_tensor_block, false);
     }
 }
 
@@ -478,8 +421,8 @@ int settle_mode_nodes(Writer& out)
         return 0;
     for (int kind = ZEL_MODAL_STRESS; kind <= ZEL_MODAL_STRAIN; ++kind)
     {
-        settle_tensor_block(out, kVectorKinds[kind]);
-        if (!out.has(kVectorKinds[kind].block))
+        settle_pre_tensors(out, kKinds[kind]);
+        if (!out.has(kKinds[kind].block))
             continue;
         const int listed = full                        ? list_shape_nodes(out, kind)
                            : out.options.sparse_stress ? list_stressed_nodes(out, kind)
@@ -497,7 +440,7 @@ int settle_mode_nodes(Writer& out)
 static int invariant_modes(const Writer& out, int number)
 {
     const ZELDATA* db = out.db;
-    if ((number != 5 && number != 9) || db->invar_origin[number] != kRead)
+    if (!invariant_row(number).by_pair || db->invar_origin[number] != kRead)
         return out.count;
     return std::clamp(own(db).table_modes[number] - out.first, 0, out.count);
 }

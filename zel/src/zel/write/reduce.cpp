@@ -134,7 +134,7 @@ static void renumber_nodes(ZELDATA* db, const int* new_index, ZELNODE* sorted)
 // ---- Lists -----------------------------------------------------------------------------------------------------------------------
 
 // Pre-stress or pre-strain follows the node list of its kind. What was beyond the old room is zero.
-static void shorten_tensors(ZELSIX* records, int room, const KindPlan& plan)
+static void shorten_pre_tensors(ZELSIX* records, int room, const KindPlan& plan)
 {
     for (int i = 0; records && i < room; ++i)
         records[i] = i < plan.kept && plan.positions[i] < room ? records[plan.positions[i]] : ZELSIX{};
@@ -146,10 +146,8 @@ static void shorten_list(ZELDATA* db, int kind, KindPlan& plan)
         return;
     if (plan.has_new_vectors)
         plan.vectors.install();
-    if (kind == ZEL_MODAL_STRESS)
-        shorten_tensors(db->pre_stress, db->pre_stress_capacity, plan);
-    if (kind == ZEL_MODAL_STRAIN)
-        shorten_tensors(db->pre_strain, db->pre_strain_capacity, plan);
+    if (const KindRow& row = kKinds[kind]; row.pre_tensors)
+        shorten_pre_tensors(db->*row.pre_tensors, db->*row.pre_tensor_capacity, plan);
     if (kind != ZEL_MODE_SHAPE) // there the list is the node table, which was put in order
         for (int i = 0; i < plan.kept; ++i)
             db->mode_nodes[kind][i] = db->mode_nodes[kind][plan.positions[i]];

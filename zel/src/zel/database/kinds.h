@@ -1,0 +1,159 @@
+// What tells the kinds of mode vectors apart, and the generalized matrices: one row each.
+#ifndef ZEL_DATABASE_KINDS_H
+#define ZEL_DATABASE_KINDS_H
+
+#include "format/format.h"
+#include "zel.h"
+
+#include <cassert>
+#include <iterator>
+
+namespace zel
+{
+
+// ---- Mode vectors ------------------------------------------------------------------------------------------------------
+
+struct KindRow
+{
+    int kind, block;
+    ZELSTREAM ZELDATA::*stream;
+    // The pre-stress or pre-strain; mode shapes have none, and null and 0 here.
+    int pre_tensor_block;
+    const char* pre_tensor_title;
+    ZELSIX* ZELDATA::*pre_tensors;
+    int ZELDATA::*pre_tensor_capacity;
+};
+
+// Row i describes kind i.
+constexpr KindRow kKinds[] = {
+    {ZEL_MODE_SHAPE, kBlockModes, &ZELDATA::mode_file, 0, nullptr, nullptr, nullptr},
+    {ZEL_MODAL_STRESS, kBlockStress, &ZELDATA::stress_file, kBlockPreStress, "Pre-Stress", &ZELDATA::pre_stress,
+     &ZELDATA::pre_stress_capacity},
+    {ZEL_MODAL_STRAIN, kBlockStrain, &ZELDATA::strain_file, kBlockPreStrain, "Pre-Strain", &ZELDATA::pre_strain,
+     &ZELDATA::pre_strain_capacity},
+};
+
+constexpr bool kinds_are_in_order()
+{
+    for (int i = 0; i < int(std::size(kKinds)); ++i)
+        if (kKinds[i].kind != i)
+            return false;
+    return std::size(kKinds) == ZEL_MODE_KINDS;
+}
+static_assert(kinds_are_in_order());
+
+// The row to which a block of vectors, pre-stress or pre-strain belongs.
+inline const KindRow& kind_of_block(int block)
+{
+    for (const KindRow& row : kKinds)
+        if (row.block == block || row.pre_tensor_block == block)
+            return row;
+    assert(!"a block of mode vectors");
+    return kKinds[ZEL_MODE_SHAPE];
+}
+
+inline ZELSTREAM& mode_stream(ZELDATA* db, int kind)
+{
+    return db->*kKinds[kind].stream;
+}
+
+// The pre-stress or pre-strain, a record a node of the kind; nodes behind the last record, and all where there are none,
+// have zeros.
+struct PreTensors
+{
+    const ZELSIX* records;
+    int count;
+    const double* at(int position) const
+    {
+        static constexpr ZELSIX kNone = {};
+        return position >= 0 && position < count ? records[position].v : kNone.v;
+    }
+};
+inline PreTensors pre_tensors_of(const ZELDATA* db, int kind)
+{
+    const KindRow& row = kKinds[kind];
+    if (!row.pre_tensors || !(db->*row.pre_tensors))
+        return {nullptr, 0};
+    return {db->*row.pre_tensors, db->*row.pre_tensor_capacity};
+}
+
+// ---- Generalized matrices ----------------------------------------------------------------------------------------------
+
+struct MatrixRow
+{
+    int block;
+    ZELMATRIX ZELDATA::*list;
+    const char* name;
+    int record_field; // of an eigenvalue record: the diagonal that a matrix without entries implies; 0: it implies none
+    int (*count)(const ZELDATA* db);
+    int (*entries)(ZELDATA* db, int* rows, int* columns, double* values);
+};
+constexpr MatrixRow kMatrices[] = {
+    {kBlockStiffness, &ZELDATA::stiffness, "stiffness", 5, ZEL_NumberOfGenStiff, ZEL_GenStiffSparse},
+    {kBlockMass, &ZELDATA::mass, "mass", 4, ZEL_NumberOfGenMass, ZEL_GenMassSparse},
+    {kBlockDamping, &ZELDATA::damping, "damping", 0, ZEL_NumberOfGenDamp, ZEL_GenDampSparse},
+};
+
+// The row of a block that holds a matrix.
+constexpr const MatrixRow& matrix_row(int block)
+{
+    return kMatrices[block == kBlockDamping ? 2 : block - kBlockStiffness];
+}
+static_assert(matrix_row(kBlockStiffness).block == kBlockStiffness && matrix_row(kBlockMass).block == kBlockMass &&
+              matrix_row(kBlockDamping).block == kBlockDamping && std::size(kMatrices) == 3);
+
+// ---- Inertia invariants ------------------------------------------------------------------------------------------------
+
+// The values are pieces of one length; either number may grow with the modes.
+struct InvariantShape
+{
+    int pieces, pieces_power; // pieces * modes^power
+    int length, length_power; // length * modes^power
+};
+
+// An invariant that has a slot and a block; invariant 6 is the generalized mass. One of its three slots is not null.
+struct Invariant
+{
+    int number, block;
+    int lengths;  // its unit is mass * length^lengths
+    bool modal;   // made for invar_modes modes
+    bool by_pair; // has values for the pairs of the first table_modes modes only
+    InvariantShape shape;
+    double* ZELDATA::*values;  // all in one array
+    double** ZELDATA::*rows;   // an array for each mode
+    double*** ZELDATA::*table; // an array for each pair of modes
+};
+constexpr Invariant kInvariants[] = {
+    {1, kBlockInvar1, 0, false, false, {1, 0, 1, 0}, &ZELDATA::invar1, nullptr, nullptr},
+    {2, kBlockInvar2, 1, false, false, {1, 0, 3, 0}, &ZELDATA::invar2, nullptr, nullptr},
+    {3, kBlockInvar3, 1, true, false, {3, 0, 1, 1}, &ZELDATA::invar3, nullptr, nullptr},
+    {4, kBlockInvar4, 2, true, false, {3, 0, 1, 1}, &ZELDATA::invar4, nullptr, nullptr},
+    {5, kBlockInvar5, 2, true, true, {3, 1, 1, 1}, nullptr, &ZELDATA::invar5, nullptr},
+    {7, kBlockInvar7, 2, false, false, {1, 0, 9, 0}, &ZELDATA::invar7, nullptr, nullptr},
+    {8, kBlockInvar8, 2, true, false, {1, 1, 9, 0}, nullptr, &ZELDATA::invar8, nullptr},
+    {9, kBlockInvar9, 2, true, true, {1, 2, 9, 0}, nullptr, nullptr, &ZELDATA::invar9},
+};
+constexpr const Invariant& invariant_row(int number)
+{
+    return kInvariants[number < 6 ? number - 1 : number - 2];
+}
+
+constexpr bool invariants_are_in_order()
+{
+    int block = kBlockInvar1;
+    for (const Invariant& row : kInvariants)
+        if (&invariant_row(row.number) != &row || row.block != block++ || !row.values + !row.rows + !row.table != 2)
+            return false;
+    return block == kBlockInvar9 + 1;
+}
+static_assert(invariants_are_in_order());
+
+// Whether the slot is there, for whatever modes.
+inline bool has_slot(const ZELDATA* db, const Invariant& row)
+{
+    return row.values ? db->*row.values != nullptr : row.rows ? db->*row.rows != nullptr : db->*row.table != nullptr;
+}
+
+} // namespace zel
+
+#endif
