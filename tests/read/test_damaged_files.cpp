@@ -166,9 +166,15 @@ TEST_F(DamagedFiles, NameTheBlockThatContradictsTheBody)
          shapes},                                        // one that stands there already
         {{ZEL_BLOCK_MODES}, [](SampleFile&) {}, shapes}, // more nodes than the body
         {{ZEL_BLOCK_NODES, ZEL_BLOCK_MASSES}, write(ZEL_BLOCK_MASSES, 4, 0), "Problem reading Nodal Mass information"},
-        {{4, 10}, inertia(3, 4), "Row index of nodal inertia entries should be 4, 5, or 6.  3 encoutered\nERROR:  "},
-        {{4, 10}, inertia('4', 4), "Row index of nodal inertia entries should be 4, 5, or 6.  52 encoutered\nERROR:  "},
-        {{4, 10}, inertia(6, 7), "Column index of nodal inertia entries should be 4, 5, or 6.  7 encoutered\nERROR:  "},
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_INERTIAS},
+         inertia(3, 4),
+         "Row index of nodal inertia entries should be 4, 5, or 6.  3 encoutered\nERROR:  "},
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_INERTIAS},
+         inertia('4', 4),
+         "Row index of nodal inertia entries should be 4, 5, or 6.  52 encoutered\nERROR:  "},
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_INERTIAS},
+         inertia(6, 7),
+         "Column index of nodal inertia entries should be 4, 5, or 6.  7 encoutered\nERROR:  "},
         {{ZEL_BLOCK_NODES, ZEL_BLOCK_FACES}, write(ZEL_BLOCK_FACES, 12, 99), faces}, // an unknown node
         {{ZEL_BLOCK_NODES, ZEL_BLOCK_FACES}, write(ZEL_BLOCK_FACES, 8, 0), faces},   // a face without vertices
         {{ZEL_BLOCK_NODES, ZEL_BLOCK_FACES},
@@ -196,7 +202,7 @@ TEST_F(DamagedFiles, NameTheBlockThatContradictsTheBody)
          write(ZEL_BLOCK_STRESS, 8 + 12, 3),
          "Stress modes are in a different order than mode shapes",
          stress_first},
-        {{4, 18, 29},
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_STRESS, ZEL_BLOCK_STRAIN},
          write(ZEL_BLOCK_STRAIN, 8 + 8, 12),
          "Strain modes are in a different order than mode shapes",
          stress_first + "WARNING:  Strain modes are being processed before mode shapes\n"},
@@ -215,7 +221,9 @@ TEST_F(DamagedFiles, NameTheBlockThatContradictsTheBody)
         {{ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_LOADS},
          write(ZEL_BLOCK_LOADS, 0, 2),
          "Number of modal load components does not match the number of modes"},
-        {{4, 7, 8, 31}, [](SampleFile&) {}, "Number of nodes in pre-stress does not match that in stress modes"},
+        {{ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES, ZEL_BLOCK_PRE_STRESS},
+         [](SampleFile&) {},
+         "Number of nodes in pre-stress does not match that in stress modes"},
         {{ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES, ZEL_BLOCK_STRAIN, ZEL_BLOCK_PRE_STRAIN},
          write(ZEL_BLOCK_PRE_STRAIN, 0, 1),
          "Number of nodes in pre-strain does not match that in strain modes"},
