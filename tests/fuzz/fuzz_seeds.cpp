@@ -26,7 +26,7 @@ int main(int argc, char** argv)
         write_seed(folder, format.name() + " without eigenvalues", file);
         file.blocks.erase(ZEL_BLOCK_MODES);
         write_seed(folder, format.name() + " stress first", file);
-        file.blocks = {{2, file.blocks.at(ZEL_BLOCK_HEADER)}};
+        file.blocks = {{ZEL_BLOCK_HEADER, file.blocks.at(ZEL_BLOCK_HEADER)}};
         write_seed(folder, format.name() + " header", file);
     }
     return 0;

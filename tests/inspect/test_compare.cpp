@@ -449,7 +449,8 @@ TEST_F(Comparing, SeesWhatIsNoNumber)
     for (double odd : {std::nan(""), HUGE_VAL}) // the last mode's whole vectors
     {
         SampleFile file = sample_file({60, true, false});
-        for (const auto& [block, nodes] : {std::pair(8, 6u), std::pair(18, 3u)})
+        for (const auto& [block, nodes] :
+             {std::pair<int, unsigned>(ZEL_BLOCK_MODES, 6u), std::pair<int, unsigned>(ZEL_BLOCK_STRESS, 3u)})
         {
             std::string& bytes = file.blocks[block];
             bytes.resize(bytes.size() - 6 * 8 * nodes);

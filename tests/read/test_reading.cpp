@@ -273,7 +273,7 @@ TEST_F(Reading, FindsNothingInAFileOfThreeBlocks)
     for (const FileFormat& format : all_formats())
     {
         SampleFile file = sample_file(format);
-        file.blocks = {{2, file.blocks.at(ZEL_BLOCK_HEADER)}};
+        file.blocks = {{ZEL_BLOCK_HEADER, file.blocks.at(ZEL_BLOCK_HEADER)}};
         ZELDATA* db = open(file);
         ASSERT_TRUE(db) << format.name();
         EXPECT_EQ(db->node_count + db->mode_count + db->face_count + db->max_modes + db->max_mode_nodes, 0);
@@ -524,7 +524,9 @@ TEST_F(Reading, FindsBlocksBeyondFourGiB)
         nodes.integer(node).reals({1.0 * node, 2.0, 3.0});
         shapes.integer(node);
     }
-    file.blocks = {{2, file.blocks.at(ZEL_BLOCK_HEADER)}, {4, nodes.bytes}, {8, shapes.bytes}};
+    file.blocks = {{ZEL_BLOCK_HEADER, file.blocks.at(ZEL_BLOCK_HEADER)},
+                   {ZEL_BLOCK_NODES, nodes.bytes},
+                   {ZEL_BLOCK_MODES, shapes.bytes}};
     file.forced_flags[17] = 1; // invariant 1, behind the modes
     write_bytes(path, file.bytes());
     const int64_t record = 4 + 48 * int64_t(kNodes), first = int64_t(file.bytes().size());
