@@ -1,5 +1,6 @@
 // ZEL_TrimGeometry on a torus of 500 000 triangles, against the sloppy simplifier of meshoptimizer, which is asked for the
-// same number of triangles, with the mean distance of each result from the torus.
+// same number of triangles, with the mean distance of each result from the torus. And two bodies that ask for more than
+// linear time if polygons are clipped or kept nodes are searched carelessly, at one size and at eight times that size.
 //   build/.../bench/coarsen [passes]
 #include "harness.h"
 #include "zel.h"
@@ -151,6 +152,56 @@ static void simplify(benchmark::State& state, const std::vector<float>& position
     keep(state, result, torus, triangles);
 }
 
+// A flat comb, which becomes one polygon with a corner a tooth.
+static ZELDATA* make_comb(int teeth)
+{
+    ZELDATA* db = ZEL_Create(0, 0);
+    for (int i = 0; i <= teeth; ++i)
+        for (double y : {0.0, 1.0, 30.0})
+            ZEL_SetNodeCoordinates(db, db->node_count + 1, y, i + (y > 1.0 ? 0.5 : 0.0), 0);
+    Mesh mesh;
+    for (unsigned i = 0; i < 3 * unsigned(teeth); i += 3)
+        for (unsigned corner : {i, i + 4, i + 3, i, i + 1, i + 4, i + 1, i + 2, i + 4})
+            mesh.triangles.push_back(corner);
+    set_faces(db, mesh);
+    return db;
+}
+
+// A plate across the first axis, where each second node must stay.
+static ZELDATA* make_kept_plate(int rows)
+{
+    constexpr unsigned kRow = 50;
+    ZELDATA* db = ZEL_Create(0, 0);
+    Mesh mesh;
+    for (unsigned i = 0; i < kRow * unsigned(rows); ++i)
+    {
+        ZEL_SetNodeCoordinates(db, int(i) + 1, 0, i % kRow, i / kRow);
+        if (i % kRow + 1 < kRow && i / kRow + 1 < unsigned(rows))
+            for (unsigned corner : {i, i + 1, i + kRow + 1, i, i + kRow + 1, i + kRow})
+                mesh.triangles.push_back(corner);
+    }
+    set_faces(db, mesh);
+    for (int id = 1; id <= db->node_count; id += 2)
+        ZEL_SetInterfaceNode(db, id);
+    return db;
+}
+
+// The faces are trimmed once a pass, as a trimmed body is another one; making the body is not timed.
+static void grow(benchmark::State& state, ZELDATA* (*make)(int), int size, const char* resolution)
+{
+    for (auto _ : state)
+    {
+        state.PauseTiming();
+        ZELDATA* db = make(size);
+        state.ResumeTiming();
+        if (!ZEL_TrimGeometry(db, resolution))
+            state.SkipWithError("The faces cannot be trimmed");
+        state.PauseTiming();
+        ZEL_UnLink(db);
+        state.ResumeTiming();
+    }
+}
+
 int main(int argc, char** argv)
 {
     bench::start(argc, argv);
@@ -176,6 +227,14 @@ int main(int argc, char** argv)
         bench::at_most(name + ", distance over meshoptimizer", 1.2,
                        [&, i] { return own[i].distance / reference[i].distance; });
     }
+    bench::add("comb of 12 500 teeth", 5, [](benchmark::State& state) { grow(state, make_comb, 12500, "0"); });
+    bench::add("comb of 100 000 teeth", 5, [](benchmark::State& state) { grow(state, make_comb, 100000, "0"); });
+    bench::at_most("comb, growth over eight times the faces", 16,
+                   bench::ratio("comb of 100 000 teeth", "comb of 12 500 teeth"));
+    bench::add("10 000 nodes, half kept", 5, [](benchmark::State& state) { grow(state, make_kept_plate, 200, "50"); });
+    bench::add("80 000 nodes, half kept", 5, [](benchmark::State& state) { grow(state, make_kept_plate, 1600, "50"); });
+    bench::at_most("kept nodes, growth over eight times the nodes", 16,
+                   bench::ratio("80 000 nodes, half kept", "10 000 nodes, half kept"));
     const int result = bench::run();
     ZEL_Terminate();
     return result;
