@@ -48,7 +48,7 @@ inline const KindRow& kind_of_block(int block)
     for (const KindRow& row : kKinds)
         if (row.block == block || row.pre_tensor_block == block)
             return row;
-    assert(!"a block of mode vectors");
+    assert(false && "a block of mode vectors");
     return kKinds[ZEL_MODE_SHAPE];
 }
 
