@@ -1241,7 +1241,7 @@ ZEL_API void ZEL_WRITE_ANSYS_ZEL(const char* name, int name_len, const int* coun
 
 /* ---- Module identification ----------------------------------------------------------------------------------------- */
 
-/** Name and version of a source module, for example "zelmsg 0.1.0". The text is the library's. */
+/** Name and version of a source module, for example "zelmsg 0.2.0". The text is the library's. */
 ZEL_API const char* zelmsg_VersionId(void);
 ZEL_API const char* zelcreate_VersionId(void);
 ZEL_API const char* zelset_VersionId(void);
