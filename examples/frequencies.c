@@ -3,13 +3,10 @@
 
 int main(int argc, char** argv)
 {
-    ZELDATA* body = argc > 1 ? ZEL_CreateFromZEL(argv[1]) : NULL;
     double hertz;
-    if (!body)
-        return 2;
+    ZELDATA* body = argc > 1 ? ZEL_CreateFromZEL(argv[1]) : NULL;
     for (int i = 0; i < ZEL_ModeCount(body); ++i)
         if (ZEL_Eigenvalue(body, ZEL_ModeNumber(body, i), NULL, &hertz, NULL, NULL, NULL))
             printf("mode %d: %g Hz\n", ZEL_ModeNumber(body, i), hertz);
-    ZEL_Terminate();
-    return 0;
+    return body ? 0 : 2; /* the body ends with the process, or earlier by ZEL_UnLink(body) */
 }
