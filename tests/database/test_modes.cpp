@@ -188,6 +188,27 @@ TEST_F(Modes, OfOneNumberAreReadOnce)
     EXPECT_EQ(ZEL_Mode(db, 1, ZEL_MODE_SHAPE, out, 0), 0); // no shape was ever set
 }
 
+// Two records of two nodes: the third node's values would be those of the next record. Of the second record the latter half
+// is then beyond the end of the file.
+TEST_F(Modes, EndWithTheirRecordAndAreForgottenWhenAReadingFails)
+{
+    zel::refuse_mapping = true;
+    ZELDATA* db = ZEL_Create(2, 2);
+    for (int id : {1, 2})
+        for (int mode : {1, 2})
+            ZEL_SetMode(db, mode, id, ZEL_MODE_SHAPE, 10 * mode + id, 0, 0, 0, 0, 0);
+    zel::refuse_mapping = false;
+    ZEL_SetNodeCoordinates(db, 3, 0, 0, 0);
+    const std::vector<double> first = whole_vector(db, 1, ZEL_MODE_SHAPE);
+    EXPECT_TRUE(first[6] == 12.0 && first[12] == 0.0);
+    double translations[9];
+    ASSERT_EQ(ZEL_Mode(db, 1, ZEL_MODE_SHAPE, translations, 0), 1);
+    db->mode_positions[0][1] += 48;
+    EXPECT_EQ(ZEL_Mode(db, 2, ZEL_MODE_SHAPE, translations, 0), 0);
+    ASSERT_EQ(ZEL_Mode(db, 1, ZEL_MODE_SHAPE, translations, 0), 1);
+    EXPECT_TRUE(translations[0] == 11.0 && translations[3] == 12.0);
+}
+
 TEST_F(Modes, WithNumberZeroOfStressAndStrainArePreloads)
 {
     ZELDATA* db = ZEL_Create(1, 1); // room for one stress record says nothing of the pre-stress

@@ -112,6 +112,7 @@ static void set_vectors(ZELDATA* db, const Scale& u, int node_id)
     for (int mode : {4, 9})
     {
         ZEL_SetMode(db, mode, node_id, ZEL_MODE_SHAPE, v / l, 2 / l, mode / l, 0.1, 0.2, v);
+        ZEL_SetModeEntry(db, mode, node_id, ZEL_MODE_SHAPE, 4, mode);
         ZEL_SetMode(db, mode, node_id, ZEL_MODAL_STRAIN, v, 1, 2, 3, 4, mode);
         ZEL_SetMode(db, mode, node_id, ZEL_MODAL_STRESS, v / s, 1 / s, 2 / s, 3 / s, 4 / s, 5 / s);
         ZEL_SetModeEntry(db, mode, node_id, ZEL_MODAL_STRESS, 4, mode / s);
@@ -206,11 +207,12 @@ TEST_F(Units, EveryBlockOfAFileIsScaledByItsDimension)
     SampleFile file = sample_file(format_of_version(60));
     FileBuilder eigenvalues = file.build();
     eigenvalues.integer(3);
-    for (int mode = 0; mode < 3; ++mode) // the first one is rigid
+    for (int mode = 0; mode < 3; ++mode) // the first one is rigid, the last one infinite
     {
         eigenvalues.integer(sample::mode_numbers[size_t(mode)]);
         const double hertz = mode == 0 ? 0.05 : 130.0;
-        eigenvalues.reals({sample::real(7, mode), hertz, 6.0 * hertz, sample::real(7, 3), sample::real(7, 4)});
+        eigenvalues.reals({mode == 2 ? 1.2345e20 : sample::real(7, mode), hertz, 6.0 * hertz, sample::real(7, 3),
+                           sample::real(7, 4)});
     }
     file.blocks[ZEL_BLOCK_EIGENVALUES] = eigenvalues.bytes;
     write_bytes(folder.path("body.zel"), file.bytes());
@@ -245,6 +247,7 @@ TEST_F(Units, EveryBlockOfAFileIsScaledByItsDimension)
     expect_reals("eigenvalue", &value[0], 1, 7, 1, kF / (kM * kL));
     EXPECT_DOUBLE_EQ(value[1], 130.0 / kT);
     EXPECT_DOUBLE_EQ(value[2], 780.0 / kT);
+    EXPECT_EQ(db->eigenvalues[2].value[1], 1.2345e20); // a mark rather than a value
     expect_reals("generalized mass of a record", &value[3], 1, 7, 3, kInertia);
     expect_reals("generalized stiffness of a record", &value[4], 1, 7, 4, kEnergy);
     for (int entry = 0; entry < 4; ++entry)
@@ -302,7 +305,9 @@ TEST_F(Units, AModeAddedLaterHasTheMassThatAllOthersAreAssumedToHave)
     ASSERT_TRUE(ZEL_SetUnits(db, "kg", "m", "s", "N"));
     ZEL_SetGeneralizedStiffness(db, 1, 1, 5.0);
     ZEL_SetGeneralizedStiffness(db, 2, 2, 5.0);
+    ZEL_SetModalPreload(db, 1, 5.0);
     ASSERT_TRUE(ZEL_SetUnits(db, "kg", "mm", "s", "N"));
+    EXPECT_DOUBLE_EQ(db->modal_preload[0], 5e3); // modal as yet: work rather than a force
     ZEL_SetGeneralizedStiffness(db, 3, 3, 5e3);
     double full[9];
     ASSERT_TRUE(ZEL_GenMassFull(db, full, 3));

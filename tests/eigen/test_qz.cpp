@@ -259,6 +259,24 @@ TEST(Qz, FindsTheFrequenciesOfASpringChain)
     EXPECT_LT(distance_of_spectra(solve(stiffness, mass), expected), 1e-13);
 }
 
+// A step to the next place of a circle: its eigenvalues lie on the unit circle, where every plain shift goes in circles too.
+TEST(Qz, FindsTheRootsOfUnity)
+{
+    for (int n = 3; n <= 12; ++n)
+    {
+        Dense step(n);
+        std::vector<Complex> expected;
+        for (int i = 0; i < n; ++i)
+        {
+            step((i + 1) % n, i) = 1.0;
+            expected.push_back(std::polar(1.0, 2.0 * std::acos(-1.0) * i / n));
+        }
+        const Solution s = solve(step, diagonal(Values(size_t(n), 1.0)));
+        EXPECT_EQ(s.ierr, 0) << n;
+        EXPECT_LT(distance_of_spectra(s, expected), 1e-13) << n;
+    }
+}
+
 TEST(Qz, WorksWithoutVectorsAndWithoutZ)
 {
     const Dense a = random_matrix(40, 5), b = random_matrix(40, 6);
@@ -369,6 +387,8 @@ TEST(Qz, PassesTheThresholdOfBToTheNextStages)
     EXPECT_EQ(solve(zero, b).b(3, 0), 3.0 * std::ldexp(1.0, -53)); // largest row sum times the unit roundoff
     EXPECT_EQ(solve(b, zero).b(3, 0), std::ldexp(1.0, -53));       // a zero matrix counts as having the norm 1
     EXPECT_EQ(solve(zero, b, true, 1e-5).b(3, 0), 3.0 * 1e-5);
+    EXPECT_EQ(solve(zero, b, true, -1e-5).b(3, 0), 3.0 * std::ldexp(1.0, -53));
+    EXPECT_EQ(solve(Dense(2), diagonal({1.0, -3.0})).b(1, 0), 3.0 * std::ldexp(1.0, -53));
     // With a precision of 2 every subdiagonal element is negligible and no sweep is made.
     const Solution coarse = solve(random_matrix(12, 9), positive_definite(12, 10), true, 2.0);
     EXPECT_EQ(coarse.ierr, 0);
@@ -381,6 +401,11 @@ TEST(Qz, ReportsTheEigenvalueThatDidNotConverge)
     Dense a = random_matrix(6, 1);
     a(2, 3) = std::numeric_limits<double>::quiet_NaN();
     EXPECT_EQ(solve(a, positive_definite(6, 2)).ierr, 6);
+    int given_up =
+        0; // with a precision out of reach some pairs use up their 30 sweeps a row; ten times as many would do
+    for (unsigned seed = 1; seed < 40; ++seed)
+        given_up += solve(random_matrix(4, seed), random_matrix(4, seed + 1), true, 1e-300).ierr != 0;
+    EXPECT_GE(given_up, 3);
 }
 
 TEST(Qz, FindsTheSameVectorsWhenMemoryIsShort)

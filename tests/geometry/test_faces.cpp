@@ -221,6 +221,11 @@ TEST_F(FaceTools, GeometryNodesFollowFacesAndInterfaceNodes)
     EXPECT_EQ(nodes(), (Face{0, 1, 3, 4}));
     ZEL_SwapNodesByID(db, id_of(4), id_of(5));
     EXPECT_EQ(nodes(), (Face{0, 1, 3, 5}));
+    ASSERT_TRUE(ZEL_SetFace(db, 3, id_of(2), id_of(1), id_of(5)));
+    EXPECT_EQ(nodes(), (Face{0, 1, 2, 3, 4, 5}));
+    ASSERT_TRUE(ZEL_SetFace(db, 3, id_of(5), id_of(1), id_of(2)) && ZEL_SetFace(db, 4, 5, 15, 25, 35));
+    ZEL_StripCommonFaces(db);
+    EXPECT_EQ(nodes(), (Face{0, 1, 2, 3, 5}));
     EXPECT_EQ(errors_of([] { EXPECT_EQ(ZEL_GeometryNodes(nullptr, nullptr), nullptr); }),
               "ERROR:  The database has not been initialized.\n");
 }

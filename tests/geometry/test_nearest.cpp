@@ -147,6 +147,12 @@ TEST_F(NearestNodes, FollowEveryChange)
     EXPECT_EQ(id_at(true), id_at(false)); // no interface nodes: all nodes are candidates
     ZEL_SetInterfaceNode(db, 1500);
     EXPECT_EQ(id_at(true), 1500);
+    for (int id = 300; id < 1500; ++id) // so many that a tree of their own pays
+        ZEL_SetInterfaceNode(db, id);
+    for (int query = 0; query < 100; ++query)
+        EXPECT_EQ(id_at(true), id_at(true));
+    ZEL_SetInterfaceNode(db, id_at(false));
+    EXPECT_EQ(id_at(true), id_at(false));
     const int nearest = id_at(false);
     ZEL_SwapNodesByID(db, nearest, 77);
     EXPECT_EQ(id_at(false), nearest);

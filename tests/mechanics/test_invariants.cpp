@@ -6,6 +6,7 @@
 #include "sample_file.h"
 
 #include <cmath>
+#include <functional>
 #include <map>
 
 static const std::vector<int> kNumbers = {1, 2, 3, 4, 5, 7, 8, 9};
@@ -359,7 +360,7 @@ TEST_F(InvariantsOf, AFileAreSummedAndReadInEveryEncoding)
         db = opened(folder, file);
         ASSERT_NE(db, nullptr);
         EXPECT_TRUE(zel::mass_data_suffices(db, zel::InvariantSet::all));
-        ASSERT_EQ(ZEL_SetUnits(db, "GRAM", "MILLIMETER", "SECOND", "NEWTON"), 1);
+        ASSERT_EQ(ZEL_SetUnits(db, "GRAM", "METER", "SECOND", "NEWTON"), 1);
         zel::RigidInvariants rigid = {};
         ASSERT_EQ(zel::rigid_invariants(db, rigid), 1);
         EXPECT_EQ(db->invar7, nullptr);
@@ -442,6 +443,10 @@ TEST_F(InvariantsOf, ABodyWithoutModesAreThoseOfTheRigidOne)
     EXPECT_EQ(zel::fill_invariants(db, zel::InvariantSet::all), 1);
     EXPECT_EQ(errors_of([] { EXPECT_EQ(ZEL_Invar2(nullptr), nullptr); }), "");
     EXPECT_EQ(ZEL_Invar1(nullptr), 0.0);
+
+    ZELDATA* massless = ZEL_Create(1, 1);
+    ZEL_SetNodalInertia(massless, 9, 1, 2, 3, 0, 0, 4);
+    EXPECT_EQ(library_invariant(massless, 7), (std::vector<double>{1, 0, 0, 0, 2, 4, 0, 4, 3}));
 }
 
 // A part of a sum would be worse than none: it would look like a body.
@@ -456,6 +461,8 @@ TEST_F(InvariantsOf, ShapesThatMissAMassAreZero)
     expect_near(library_invariant(db, 7), defined_invariant(body, 7), 1e-13);
     EXPECT_EQ(ZEL_SetNodalMass(db, 9, 0.0), 1);
     EXPECT_GT(largest(library_invariant(db, 3)), 0.0) << "the ninth node has neither mass nor inertia";
+    EXPECT_EQ(ZEL_SetNodalInertia(db, 9, 1, 1, 1, 0, 0, 0), 1);
+    EXPECT_EQ(largest(library_invariant(db, 3)), 0.0);
 }
 
 // A node beyond the room of the mode records has no shape, though the table has it among the first ones.
@@ -476,13 +483,24 @@ TEST_F(InvariantsOf, AChangedBodyAreSummedAnewUnlessGiven)
     ZELDATA* db = database_of(body);
     for (int number : kNumbers)
         library_invariant(db, number);
-    db->invar_origin[8] = zel::kGiven;
     const std::vector<double> given = library_invariant(db, 8);
-    body.points[4].mass = 7.0;
-    ASSERT_EQ(ZEL_SetNodalMass(db, 5, 7.0), 1);
-    for (int number : {1, 2, 3, 4, 5, 7, 9})
-        expect_near(library_invariant(db, number), defined_invariant(body, number), 1e-12);
-    EXPECT_EQ(library_invariant(db, 8), given);
+    ASSERT_EQ(ZEL_SetInvar8(db, given.data()), 1);
+    Point* const points = body.points.data();
+    const std::function<int()> changes[] = {
+        [&] { return ZEL_SetNodalMass(db, 5, points[4].mass = 7.0); },
+        [&] {
+            return points[2].s = {1, -2, 0.5}, ZEL_SetNodeCoordinates(db, 3, 1, -2, 0.5);
+        },
+        [&] { return points[1].inertia = {3, 4, 5, 0, 0, 1}, ZEL_SetNodalInertia(db, 2, 3, 4, 5, 0, 0, 1); },
+        [&] { return ZEL_SetNodalInertiaEntry(db, 2, 1, 1, points[1].inertia[0] = 9.0); },
+        [&] { return body.modes[1][3] = {1, 2, 3, 4, 5, 6}, ZEL_SetMode(db, 102, 4, 0, 1, 2, 3, 4, 5, 6); }};
+    for (const auto& change : changes)
+    {
+        ASSERT_EQ(change(), 1);
+        for (int number : {1, 2, 3, 4, 5, 7, 9})
+            expect_near(library_invariant(db, number), defined_invariant(body, number), 1e-12);
+        EXPECT_EQ(library_invariant(db, 8), given) << &change - changes;
+    }
 }
 
 TEST_F(InvariantsOf, AnUnreadableModeCountItAsZero)

@@ -137,7 +137,8 @@ TEST_F(RigidBody, ModesAreCountedByFrequency)
         int rigid;
     } cases[] = {{{0, 0, 0, 0, 0, 0, 25}, 6}, {{1, 2, 3}, 0},      {{0.05, 9, 11}, 2},
                  {{0.2, 1, 10001}, 2},        {{0, 0, 0}, 0},      {{0.05}, 0},
-                 {{0, 1e-9, 3}, 1},           {{0.05, 10, 10}, 0}, {{1, -20000, 1}, 1}};
+                 {{0, 1e-9, 3}, 1},           {{0.05, 10, 10}, 0}, {{1, -20000, 1}, 1},
+                 {{0.05, -20, 1}, 0}};
     for (const auto& body : cases)
     {
         ZELDATA* db = ZEL_Create(1, int(body.hertz.size()));
@@ -175,6 +176,32 @@ TEST_F(RigidBody, LoadsBecomeTheResultantOfTheirForces)
                 EXPECT_EQ(ZEL_ModalLoadProcessed(body.db, load_case), 1);
             }
         }
+    }
+}
+
+// Inertias of nodes belong to the momentum of a mode in its invariants only, which the variable chooses.
+TEST_F(RigidBody, LoadsTakeNodalInertiasFromTheInvariants)
+{
+    Assembly with = random_assembly(25, 0, 91u, true), without;
+    with.add_rigid_modes();
+    with.add_mode();
+    without = with;
+    for (Point& point : without.points)
+        point.inertia.clear();
+    for (const char* variable : {static_cast<const char*>(nullptr), ""})
+    {
+        const Environment choice(kNoNodalMasses, variable);
+        ZELDATA* db = database_of(with);
+        for (int mode = 0; mode < 7; ++mode)
+        {
+            ZEL_SetGeneralizedMass(db, 101 + mode, 101 + mode, 2.0);
+            ZEL_SetGeneralizedStiffness(db, 101 + mode, 101 + mode, mode < 6 ? 0.0 : 1e6);
+        }
+        ZEL_SetModalLoad(db, 0, 104, 2.0);
+        errors_of([&] { ZEL_RigidBodyForcesOnPrincipalAxes(db); });
+        const std::vector<double> momentum = defined_invariant(variable ? with : without, 4);
+        for (int axis = 0; axis < 3; ++axis)
+            EXPECT_NEAR(db->load_cases[0].values[3 + axis], momentum[size_t(7 * axis + 3)], 1e-11) << axis;
     }
 }
 
@@ -221,6 +248,40 @@ TEST_F(RigidBody, LoadsOfBodiesWithFewRigidModes)
         else // a translation along x: of its moments the vector has room for that about x
             expect_near(load_of(db, 0), {half, 0, 0, 0}, 1e-12);
     }
+}
+
+// Three rigid modes of six, the second without mass, so that no force stands for it: neither the damping nor a preload of
+// flexible modes has a rigid part, and without load cases there is nothing to warn of.
+TEST_F(RigidBody, OfThreeRigidModesTakesForcesOfThoseWithMass)
+{
+    const FreeBody body = free_body(2);
+    ZELDATA* db = body.db;
+    for (int mode = 0; mode < 8; ++mode)
+    {
+        db->stiffness.entries[mode].value = mode < 3 ? 1e-3 : 1e6;
+        ZEL_SetModalPreload(db, 101 + mode, mode < 3 ? 0.0 : 1.0);
+        ZEL_SetGeneralizedDamping(db, 101 + mode, 101, 0.5);
+    }
+    ASSERT_EQ(ZEL_RigidBodyModeCount(db), 3);
+    EXPECT_EQ(errors_of([&] { ZEL_RigidModes2KORAL(db); }), "");
+    EXPECT_FALSE(db->damping_projected);
+    EXPECT_EQ(db->modal_preload[0] + db->modal_preload[5], 0.0); // in the place of modal components
+    EXPECT_EQ(db->modal_preload[6], 1.0);
+
+    db->eigenvalues = zel::allocate<ZELEIGEN>(9);
+    db->eigenvalue_count = 8;
+    for (int mode = 0; mode < 8; ++mode)
+    {
+        const double hertz = mode < 3 ? 0.0 : 50.0, mass = mode == 1 ? 0.0 : 2.0;
+        const double record[6] = {101.0 + mode, hertz, hertz, hertz, mass, hertz};
+        std::copy_n(record, 6, db->eigenvalues[mode].value);
+        ZEL_SetModalLoad(db, 0, 101 + mode, mode == 1 ? 1e3 : mode == 0 ? 1.0 : 0.0);
+    }
+    errors_of([&] { ZEL_RigidBodyForcesOnPrincipalAxes(db); });
+    double* moments = ZEL_Invar3(db);
+    for (int axis = 0; axis < 3; ++axis)
+        EXPECT_NEAR(db->load_cases[0].values[axis], moments[8 * axis] / 2.0, 1e-12);
+    std::free(moments);
 }
 
 // y' C' y is the power for principal rates y, as it is for the modal rates that make the same motion.

@@ -199,7 +199,7 @@ TEST_F(DamagedFiles, NameTheBlockThatContradictsTheBody)
          write(ZEL_BLOCK_STRESS, 8 + 12, 3),
          "Stress modes are in a different order than mode shapes"},
         {{ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_STRESS},
-         write(ZEL_BLOCK_STRESS, 8 + 12, 3),
+         write(ZEL_BLOCK_STRESS, 8 + 12 + 2 * (4 + 18 * 8), 3),
          "Stress modes are in a different order than mode shapes",
          stress_first},
         {{ZEL_BLOCK_NODES, ZEL_BLOCK_STRESS, ZEL_BLOCK_STRAIN},

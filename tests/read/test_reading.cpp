@@ -451,6 +451,22 @@ TEST_F(Reading, CountsAndNumbersModesWithoutEigenvalues)
     EXPECT_EQ(numbers(db), counted);
 }
 
+// Six of seven nodes have mode shapes. New vectors have room for all.
+TEST_F(Reading, GivesNewVectorsRoomForEveryNode)
+{
+    SampleFile file = sample_file({60, true, false});
+    for (int block : {18, 31})
+        file.blocks.erase(block);
+    ZELDATA* db = open(file);
+    ASSERT_TRUE(db);
+    output_of([&] {
+        for (int id : sample::node_ids)
+            EXPECT_EQ(ZEL_SetMode(db, 7, id, ZEL_MODAL_STRESS, id, 0, 0, 0, 0, 0), 1);
+    });
+    double stress[3];
+    EXPECT_TRUE(ZEL_ModeByNode(db, 7, ZEL_MODAL_STRESS, 60, stress, 0) && stress[0] == 60.0);
+}
+
 TEST_F(Reading, RereadsMatricesInCurrentUnits)
 {
     ZELDATA* db = open(sample_file({60, true, false})); // Mg, mm, s, N; the damping is projected

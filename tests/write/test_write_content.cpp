@@ -151,7 +151,8 @@ TEST_F(WriteContent, AllModalBlocksHaveTheSameRange)
     db->selected_count = kModes;
     for (int mode = 0; mode < kModes; ++mode)
         db->selected_modes[mode] = {kFirstNumber + mode, mode + 1};
-    ZELDATA* read = rewrite(db, "no_ortho fast_invar highpass(15) lowpass(35)");
+    ZEL_SetGeneralizedDamping(db, 12, 13, 9.5);
+    ZELDATA* read = rewrite(db, "no_ortho full_invar highpass(15) lowpass(35)");
     EXPECT_TRUE(told("Exporting frequency range [1.500000e+01,3.500000e+01]\n\n"));
     EXPECT_EQ(db->selected_modes[1].index, 1); // the first exported mode
     EXPECT_EQ(db->selected_modes[3].index, 3);
@@ -159,7 +160,8 @@ TEST_F(WriteContent, AllModalBlocksHaveTheSameRange)
     ASSERT_EQ(read->stiffness.count, 2);
     EXPECT_EQ(read->stiffness.entries[1].row, 1);
     EXPECT_EQ(read->stiffness.entries[1].value, stiffness_of(30.0));
-    EXPECT_EQ(read->damping.count, 0); // all of it couples with the first mode, which is left out
+    ASSERT_EQ(read->damping.count, 1); // all others couple with the first mode, which is left out
+    EXPECT_TRUE(read->damping.entries[0].row == 0 && read->damping.entries[0].column == 1);
     EXPECT_EQ(read->load_cases[0].values[0], 8.0);
     EXPECT_EQ(read->modal_preload[1], -9.0);
     EXPECT_EQ(read->modal_statistics[0].pair[2].node_id, 4);
@@ -170,13 +172,19 @@ TEST_F(WriteContent, AllModalBlocksHaveTheSameRange)
     double stress[6];
     EXPECT_TRUE(ZEL_Read_Mode_Double(read, 1, 1, stress) && stress[0] == 3.5);
     EXPECT_TRUE(ZEL_Read_Mode_Double(read, 2, 1, stress) && stress[0] == 0.0);
-    double* all = ZEL_Invar3(db);
-    double* exported = ZEL_Invar3(read);
-    for (int axis = 0; axis < 3; ++axis)
-        for (int mode = 0; mode < 2; ++mode)
-            EXPECT_EQ(exported[2 * axis + mode], all[kModes * axis + mode + 1]);
-    std::free(all);
-    std::free(exported);
+    const size_t n = kModes;
+    for (int number : {3, 4, 5, 8, 9})
+    {
+        const std::vector<double> all = library_invariant(db, number), part = library_invariant(read, number);
+        ASSERT_EQ(part.size(), number < 5 ? 6u : number == 5 ? 12u : number == 8 ? 18u : 36u);
+        for (size_t i = 0; i < part.size();
+             ++i) // rows of an axis, rows of a mode and an axis, 3x3 of a mode, of two modes
+            EXPECT_EQ(part[i], all[number < 5    ? i / 2 * n + i % 2 + 1
+                                   : number == 5 ? (i / 2 + 3) * n + i % 2 + 1
+                                   : number == 8 ? i + 9
+                                                 : ((i / 18 + 1) * n + i / 9 % 2 + 1) * 9 + i % 9])
+                << number << ' ' << i;
+    }
 }
 
 TEST_F(WriteContent, ModesThatAreNotOrthogonalHaveNoFrequencies)
@@ -217,6 +225,10 @@ TEST_F(WriteContent, OrthogonalModesComeWithEigenvaluesAndTransformation)
             expected += transformation[size_t(mode * kModes + old)] * shape(old, 3, 4);
         EXPECT_NEAR(values[6 * 2 + 4], expected, 1e-11 * 1000.0);
     }
+    ZELDATA* some = rewrite(db, "highpass(15) lowpass(35)");
+    ASSERT_EQ(some->transformation_order, 2);
+    for (int i = 0; i < 4; ++i)
+        EXPECT_NEAR(some->transformation[i], transformation[size_t((i / 2 + 1) * kModes + i % 2 + 1)], 1e-11);
     // Modes that are orthogonal stay what they are.
     const std::string first = bytes_of(read->zel_file.name);
     EXPECT_EQ(bytes_of(rewrite(read, "")->zel_file.name), first);
@@ -343,6 +355,38 @@ TEST_F(WriteContent, SparseStressLeavesOutNodesOfZeros)
     double stress[12];
     EXPECT_TRUE(ZEL_Read_Mode_Double(read, 2, 1, stress) && stress[0] == 2.0 && stress[6] == 0.0);
     EXPECT_EQ(ids(rewrite(db, "no_ortho full_str"), 1), (std::vector<int>{1, 2, 3, 4, 5, 6}));
+}
+
+// More nodes than are copied at once, listed from the last to the first; every seventh has no stress.
+TEST_F(WriteContent, StressOfManyNodesIsThatOfEachNode)
+{
+    constexpr int kMany = 5000, kPeak = 1234;
+    const auto stress_of = [](int id) { return id == kPeak ? 9999.0 : id % 7 ? id : 0.0; };
+    ZELDATA* db = ZEL_Create(kMany, 1);
+    output_of([&] {
+        for (int id = 1; id <= kMany; ++id)
+            ZEL_SetNodeCoordinates(db, id, id, 1, 2);
+        for (int id = kMany; id > 0; --id)
+        {
+            set_vector(db, 1, id, ZEL_MODAL_STRESS, stress_of(id));
+            set_vector(db, 0, id, ZEL_MODAL_STRESS, 2.0 * stress_of(id));
+        }
+    });
+    for (const char* options : {"no_ortho", "no_ortho sparse_str", "no_ortho full_str"})
+    {
+        ZELDATA* read = rewrite(db, options);
+        const int count = ZEL_ModeNodeCount(read, ZEL_MODAL_STRESS);
+        ASSERT_EQ(count, std::strstr(options, "sparse") ? kMany - kMany / 7 : kMany) << options;
+        std::vector<double> stress(6 * size_t(count)), pre(stress);
+        ASSERT_TRUE(ZEL_Read_Mode_Double(read, 1, 1, stress.data()) && ZEL_Read_Mode_Double(read, 0, 1, pre.data()));
+        for (int at = 0; at < count; ++at)
+        {
+            const double expected = stress_of(ZEL_ModeNodeID(read, ZEL_MODAL_STRESS, at));
+            ASSERT_TRUE(stress[6 * size_t(at)] == expected && pre[6 * size_t(at)] == 2.0 * expected) << options << at;
+        }
+        EXPECT_EQ(read->modal_statistics[0].pair[2].node_id, kPeak) << options;
+        EXPECT_DOUBLE_EQ(read->modal_statistics[0].pair[2].value, 9999.0);
+    }
 }
 
 TEST_F(WriteContent, PreStressAloneBringsABlockOfZeroVectors)

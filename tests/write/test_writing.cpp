@@ -257,18 +257,3 @@ TEST_F(Writing, CopiesInvariantsAndDerivesTheBodyFromThem)
             }
     }
 }
-
-// A written file reads back as what it was written from: writing it again gives the same bytes.
-TEST_F(Writing, RepeatsItself)
-{
-    for (const FormatOptions& row : kFormats)
-    {
-        SCOPED_TRACE(row.format.name());
-        const std::string first = write(sample_body(), row.options);
-        const std::string path = folder.path("again" + std::to_string(++files) + ".zel");
-        write_bytes(path, first);
-        ZELDATA* db = ZEL_CreateFromZEL(path.c_str());
-        ASSERT_TRUE(db);
-        EXPECT_EQ(write(db, row.options), first);
-    }
-}
