@@ -8,21 +8,6 @@
 
 using Lifetime = ZelTest;
 
-TEST_F(Lifetime, StartsWithTheStatedValues)
-{
-    ZELDATA* db = ZEL_Create(-3, 12);
-    ASSERT_TRUE(CheckZEL(db));
-    EXPECT_EQ(db->max_mode_nodes, -3);
-    EXPECT_EQ(db->max_modes, 12);
-    EXPECT_EQ(db->version, 31);
-    for (const ZELSTREAM* stream : {&db->zel_file, &db->mode_file, &db->stress_file, &db->strain_file})
-        EXPECT_TRUE(stream->double_precision == 1 && !stream->file && !stream->xdr_stream && !stream->name);
-    for (int kind = 0; kind < 3; ++kind)
-        EXPECT_TRUE(db->cached_mode[kind] == -1 && db->mode_factor[kind] == 1.0);
-    EXPECT_EQ(db->units.mass_scale * db->units.length_scale * db->units.time_scale * db->units.force_scale, 1.0);
-    EXPECT_EQ(std::string(db->content_flags, 100), std::string(100, '\0'));
-}
-
 TEST_F(Lifetime, UnlinkingKeepsTheOthersChained)
 {
     ZELDATA *a = ZEL_Create(0, 0), *b = ZEL_Create(0, 0), *c = ZEL_Create(0, 0);
