@@ -96,6 +96,21 @@ static Mesh mapped_element(size_t which)
     return mesh;
 }
 
+TEST(Elements, TurnAtEveryNodeWithARigidRotation)
+{
+    const Vector3d turn(0.3, -0.2, 0.5);
+    for (size_t which = 0; which < std::size(kNames); ++which)
+    {
+        const Mesh mesh = mapped_element(which);
+        VectorXd motion(3 * Index(mesh.nodes.size()));
+        for (size_t i = 0; i < mesh.nodes.size(); ++i)
+            motion.segment<3>(3 * Index(i)) = turn.cross(mesh.nodes[i].at);
+        const MatrixXd rotation = node_rotations(mesh, motion);
+        for (size_t i = 0; i < mesh.nodes.size(); ++i)
+            EXPECT_NEAR((rotation.block<3, 1>(3 * Index(i), 0) - turn).norm(), 0.0, 1e-12) << kNames[which] << i;
+    }
+}
+
 TEST(Elements, HaveTheMassOfTheirVolumeAndAClosedSkin)
 {
     const double volume[] = {4, 4, 24, 24, 192, 192}; // 1/6, 1 and 8 local units
