@@ -11,10 +11,10 @@
 #include <fstream>
 #include <map>
 
-#include "elements.h"
-#include "import.h"
+#include "fem/elements.h"
+#include "fem/sources/ccx/import_ccx.h"
 
-using namespace zel_import;
+using namespace zel_fem;
 using Eigen::MatrixXd;
 using Eigen::Vector3d;
 using Eigen::VectorXd;

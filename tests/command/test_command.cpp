@@ -1,7 +1,7 @@
 // The `zel` command as a user runs it: output, JSON, exit status, what is left behind.
 #include "fixtures.h"
 
-#include "../../tools/zel/interrupt.h"
+#include "fem/interrupt.h"
 #include "write/keywords.h"
 
 #include <nlohmann/json.hpp>
@@ -599,12 +599,12 @@ TEST(Interrupts, RemoveWhatIsRegistered)
     fs::create_directory(folder.path("elsewhere"));
     const auto child = [&] {
         std::signal(SIGHUP, SIG_IGN);
-        zel_command::watch_for_interrupts();
-        const zel_command::RemovedOnInterrupt scratch(folder.path("scratch")), file(folder.path("file")),
+        zel_fem::watch_for_interrupts();
+        const zel_fem::RemovedOnInterrupt scratch(folder.path("scratch")), file(folder.path("file")),
             absent(folder.path("absent"));
-        const zel_command::UnfinishedOutput output(folder.path("out.zel"));
+        const zel_fem::UnfinishedOutput output(folder.path("out.zel"));
         {
-            const zel_command::RemovedOnInterrupt finished(folder.path("finished"));
+            const zel_fem::RemovedOnInterrupt finished(folder.path("finished"));
         }
         fs::create_directories(folder.path("scratch/deep"));
         const std::string own = ".zel_" + std::to_string(getpid()) + "_1";

@@ -6,17 +6,17 @@
 #include <fstream>
 #include <numbers>
 
-#include "body.h"
-#include "dat.h"
+#include "fem/body.h"
+#include "fem/nodal_mass.h"
+#include "fem/rigid.h"
+#include "fem/sources/ccx/dat.h"
+#include "fem/sources/ccx/frd.h"
+#include "fem/sources/ccx/import_ccx.h"
+#include "fem/sources/ccx/results.h"
+#include "fem/sources/ccx/shells.h"
 #include "fixtures.h"
-#include "frd.h"
-#include "import.h"
-#include "nodal_mass.h"
-#include "results.h"
-#include "rigid.h"
-#include "shells.h"
 
-using namespace zel_import;
+using namespace zel_fem;
 using Eigen::Index;
 using Eigen::MatrixXd;
 using Eigen::Vector3d;

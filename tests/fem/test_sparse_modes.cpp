@@ -1,7 +1,7 @@
 // Modes of large matrices: all of them, whatever their multiplicity, and what the factor of a matrix leaves behind.
-#include "sparse_modes.h"
+#include "fem/sparse_modes.h"
 
-#include "../interrupt.h"
+#include "fem/interrupt.h"
 
 #include <unistd.h>
 
@@ -10,11 +10,11 @@
 #include <fstream>
 #include <numbers>
 
-#include "elements.h"
+#include "fem/elements.h"
+#include "fem/reduction.h"
 #include "fixtures.h"
-#include "reduction.h"
 
-using namespace zel_import;
+using namespace zel_fem;
 using Eigen::Index;
 using Eigen::MatrixXd;
 using Eigen::Vector3d;
@@ -276,7 +276,7 @@ TEST_F(Factor, OutOfCoreIsTheSameAndLeavesNothing)
     }
     EXPECT_TRUE(folder.files().empty());
     const auto interrupted = [this] {
-        zel_command::watch_for_interrupts();
+        zel_fem::watch_for_interrupts();
         const Cholesky factor(stiffness, 0.0);
         if (!folder.files().empty())
             kill(getpid(), SIGTERM);

@@ -1,6 +1,6 @@
 // Coarsening of the face mesh: bodies stay closed, kept nodes stay, flat sides become single faces, messages.
 #include "base/memory.h"
-#include "deck.h"
+#include "fem/sources/ccx/deck.h"
 #include "fixtures.h"
 #include "geometry/coarsening/coarsening.h"
 
@@ -359,12 +359,12 @@ TEST_F(Coarsening, FindsTheNearestOfManyKeptNodes)
 // Two bores, pockets and fillets, with mid-side nodes on every edge.
 TEST_F(Coarsening, KeepsTheSkinOfAConnectingRodClosed)
 {
-    const zel_import::Deck deck = zel_import::read_deck(ZEL_SOURCE "/examples/ccx/rod.inp");
+    const zel_fem::Deck deck = zel_fem::read_deck(ZEL_SOURCE "/examples/ccx/rod.inp");
     const std::vector<int>& bore = deck.node_sets.at("LARGE");
     const auto build = [&] {
         for (const auto& node : deck.mesh.nodes)
             add_node(node.at[0], node.at[1], node.at[2]);
-        for (const auto& face : zel_import::skin(deck.mesh))
+        for (const auto& face : zel_fem::skin(deck.mesh))
             add_face(face);
         ASSERT_TRUE(ZEL_SetInterfaceNode(db, deck.find_node(bore[0]) + 1));
     };

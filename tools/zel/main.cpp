@@ -1,8 +1,8 @@
 // zel: flexible bodies at the command line. Results go to standard output, messages and progress to standard error.
 #include <CLI/CLI.hpp>
 
-#include "commands.h"
-#include "interrupt.h"
+#include "commands/commands.h"
+#include "fem/interrupt.h"
 #include "progress.h"
 
 #include <cerrno>
@@ -53,7 +53,7 @@ static int run(int argc, char** argv)
 int main(int argc, char** argv)
 {
     std::signal(SIGXFSZ, SIG_IGN); // a file that grows too large is a failed write like others
-    zel_command::watch_for_interrupts();
+    zel_fem::watch_for_interrupts();
     const int status = run(argc, argv);
     return zel_command::output_is_printed() ? status : kUnusable;
 }

@@ -1,0 +1,296 @@
+// Fills a database through the library's setters, node by node in ascending order so that every mode is written as one run,
+// and lets the library write it.
+#include "body.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <set>
+#include <unistd.h>
+
+#include "interrupt.h"
+#include "tools/zel/messages.h"
+#include "units.h"
+#include "zel.h"
+
+namespace zel_fem
+{
+
+using Eigen::Index;
+using Eigen::Vector3d;
+
+constexpr int kSpokes = 12; // faces from a reference node to nodes that follow it
+constexpr int kRigidModes = 6;
+
+std::vector<char> used_nodes(const Mesh& mesh)
+{
+    std::vector<char> used(mesh.nodes.size());
+    for (const Element& element : mesh.elements)
+        for (int i = 0; i < node_count(element.type->shape); ++i)
+            used[size_t(element.nodes[size_t(i)])] = 1;
+    return used;
+}
+
+static void require(int done, const char* what)
+{
+    if (!done)
+        throw std::runtime_error(std::string("the library cannot store ") + what);
+}
+
+struct Unlink
+{
+    void operator()(ZELDATA* db) const { ZEL_UnLink(db); }
+};
+using Database = std::unique_ptr<ZELDATA, Unlink>;
+
+// Holds back what the library says on standard error, and passes on at its end all but what the import brings about itself:
+// reference nodes have no mass and may lie at the origin, and rigid modes have no stress.
+class ExpectedMessagesAside
+{
+public:
+    ExpectedMessagesAside(const Body& body, bool verbose) : body_(body), held_(verbose ? nullptr : std::tmpfile())
+    {
+        std::fflush(stderr);
+        saved_ = held_ ? dup(STDERR_FILENO) : -1;
+        if (saved_ >= 0)
+            dup2(fileno(held_), STDERR_FILENO);
+    }
+    ~ExpectedMessagesAside()
+    {
+        std::fflush(stderr);
+        if (saved_ >= 0)
+        {
+            dup2(saved_, STDERR_FILENO);
+            close(saved_);
+            pass_on();
+        }
+        if (held_)
+            std::fclose(held_);
+    }
+    ExpectedMessagesAside(const ExpectedMessagesAside&) = delete;
+    ExpectedMessagesAside& operator=(const ExpectedMessagesAside&) = delete;
+
+private:
+    void pass_on()
+    {
+        char line[1200];
+        bool dropped = false; // the list or the empty line behind a message goes with it
+        std::rewind(held_);
+        while (std::fgets(line, sizeof(line), held_))
+        {
+            const bool goes_on = std::strspn(line, "WARNING: 0123456789.,\n") == std::strlen(line);
+            dropped = (dropped && goes_on) || is_expected(line);
+            if (!dropped)
+                std::fputs(line, stderr);
+        }
+    }
+    bool is_expected(const char* line) const
+    {
+        int number = 0;
+        if (std::sscanf(line, "WARNING:  Found %d massless", &number) == 1)
+            return number <= int(body_.interfaces.size());
+        if (std::sscanf(line, "WARNING:  Found %d node(s) with coordinates (0,0,0)", &number) == 1)
+            return number - std::count_if(body_.interfaces.begin(), body_.interfaces.end(),
+                                          [](const Interface& i) { return i.at.isZero(0.0); }) <
+                   2;
+        return std::sscanf(line, "WARNING:  The modal stresses for mode %d have only zero", &number) == 1 &&
+               body_.interfaces.empty() && number <= kRigidModes && body_.stiffness(number - 1, number - 1) == 0.0;
+    }
+
+    const Body& body_;
+    std::FILE* held_;
+    int saved_;
+};
+
+// Some of the tied nodes, spread evenly: each next one is the farthest from those that were taken before.
+static std::vector<int> spread_nodes(const Mesh& mesh, const Interface& interface)
+{
+    std::vector<int> taken;
+    std::vector<double> distance;
+    for (int node : interface.tied)
+        distance.push_back((mesh.nodes[size_t(node)].at - interface.at).norm());
+    while (taken.size() < size_t(kSpokes))
+    {
+        const auto farthest = std::max_element(distance.begin(), distance.end());
+        if (farthest == distance.end() || *farthest <= 0.0)
+            break;
+        taken.push_back(interface.tied[size_t(farthest - distance.begin())]);
+        for (size_t i = 0; i < distance.size(); ++i)
+        {
+            const Vector3d between = mesh.nodes[size_t(interface.tied[i])].at - mesh.nodes[size_t(taken.back())].at;
+            distance[i] = std::min(distance[i], between.norm());
+        }
+    }
+    return taken;
+}
+
+// A node as the file has it: one of the mesh or the reference node of an interface.
+struct BodyNode
+{
+    int id;
+    Vector3d at;
+    int node;      // of the mesh, -1 for a reference node
+    int interface; // -1 for a node of the mesh
+};
+
+static std::vector<BodyNode> body_nodes(const Body& body)
+{
+    const Mesh& mesh = body.deck->mesh;
+    std::vector<BodyNode> nodes;
+    std::set<int> references;
+    for (size_t j = 0; j < body.interfaces.size(); ++j)
+    {
+        references.insert(body.interfaces[j].reference_id);
+        nodes.push_back({body.interfaces[j].reference_id, body.interfaces[j].at, -1, int(j)});
+    }
+    const std::vector<char> used = used_nodes(mesh);
+    for (size_t i = 0; i < mesh.nodes.size(); ++i)
+        if (used[i] && !references.count(mesh.nodes[i].id))
+            nodes.push_back({mesh.nodes[i].id, mesh.nodes[i].at, int(i), -1});
+    std::sort(nodes.begin(), nodes.end(), [](const BodyNode& a, const BodyNode& b) { return a.id < b.id; });
+    return nodes;
+}
+
+static void set_nodes(ZELDATA* db, const Body& body, const std::vector<BodyNode>& nodes)
+{
+    for (const BodyNode& n : nodes)
+        require(ZEL_SetNodeCoordinates(db, n.id, n.at[0], n.at[1], n.at[2]), "a node");
+    for (const BodyNode& n : nodes)
+    {
+        const int node = n.node >= 0 ? n.node : body.deck->find_node(n.id);
+        require(ZEL_SetNodalMass(db, n.id, node >= 0 ? body.nodes.masses[size_t(node)] : 0.0), "a nodal mass");
+        if (node >= 0 && !body.nodes.second[size_t(node)].isZero(0.0))
+        {
+            const Eigen::Matrix3d& s = body.nodes.second[size_t(node)];
+            require(ZEL_SetNodalInertia(db, n.id, s(1, 1) + s(2, 2), s(0, 0) + s(2, 2), s(0, 0) + s(1, 1), -s(0, 1),
+                                        -s(0, 2), -s(1, 2)),
+                    "a nodal inertia");
+        }
+    }
+    for (const Interface& interface : body.interfaces)
+        require(ZEL_SetInterfaceNode(db, interface.reference_id), "an interface node");
+}
+
+static void set_faces(ZELDATA* db, const Body& body)
+{
+    const Mesh& mesh = body.deck->mesh;
+    std::vector<int> ids;
+    for (const Face& face : skin(mesh))
+    {
+        ids.clear();
+        for (int node : face)
+            ids.push_back(mesh.nodes[size_t(node)].id);
+        require(ZEL_SetFaceList(db, int(ids.size()), ids.data()), "a face");
+    }
+    for (const Interface& interface : body.interfaces)
+        for (int node : spread_nodes(mesh, interface))
+        {
+            const int spoke[2] = {interface.reference_id, mesh.nodes[size_t(node)].id};
+            require(ZEL_SetFaceList(db, 2, spoke), "a face");
+        }
+}
+
+static void set_modes(ZELDATA* db, const Body& body, const std::vector<BodyNode>& nodes)
+{
+    for (Index mode = 0; mode < body.motion.cols(); ++mode)
+        for (const BodyNode& n : nodes)
+        {
+            double values[6] = {};
+            Eigen::Map<Eigen::Matrix<double, 6, 1>> v(values);
+            if (n.interface >= 0)
+                v = body.reference_motion.col(mode).segment<6>(6 * n.interface);
+            else
+            {
+                v.head<3>() = body.motion.col(mode).segment<3>(3 * n.node);
+                if (body.rotation.size() > 0)
+                    v.tail<3>() = body.rotation.col(mode).segment<3>(3 * n.node);
+            }
+            require(ZEL_SetModeVec(db, int(mode) + 1, n.id, ZEL_MODE_SHAPE, values), "a mode shape");
+        }
+    for (Index mode = 0; mode < body.stress.cols(); ++mode)
+        for (const BodyNode& n : nodes)
+            if (n.node >= 0)
+                require(ZEL_SetModeVec(db, int(mode) + 1, n.id, ZEL_MODAL_STRESS,
+                                       body.stress.col(mode).data() + 6 * n.node),
+                        "a modal stress");
+}
+
+// Exact zeros off the diagonals are left out: the database takes a missing entry for zero.
+static void set_matrices(ZELDATA* db, const Body& body)
+{
+    for (Index row = 0; row < body.mass.rows(); ++row)
+        for (Index column = 0; column < body.mass.cols(); ++column)
+        {
+            const int r = int(row) + 1, c = int(column) + 1;
+            if (row == column || body.stiffness(row, column) != 0.0)
+                require(ZEL_SetGeneralizedStiffness(db, r, c, body.stiffness(row, column)), "a stiffness");
+            if (row == column || body.mass(row, column) != 0.0)
+                require(ZEL_SetGeneralizedMass(db, r, c, body.mass(row, column)), "a generalized mass");
+        }
+}
+
+static void set_header(ZELDATA* db, const Deck& deck)
+{
+    const std::string file = std::filesystem::path(deck.mesh.files[0]).filename().string();
+    std::string texts[6] = {deck.heading.empty() ? file : deck.heading, file, "CalculiX", "", "", ""};
+    require(ZEL_SetHeader(db, texts[0].data(), texts[1].data(), texts[2].data(), texts[3].data(), texts[4].data(),
+                          texts[5].data()),
+            "the header");
+}
+
+void keep_inputs(const std::string& output, const std::string& job, const Deck& deck)
+{
+    std::vector<std::string> inputs = deck.mesh.files;
+    for (const char* suffix : {".inp", ".frd", ".dat", ".sti", ".mas", ".dof"})
+        for (const char* packed : {"", ".gz"})
+            inputs.push_back(job + suffix + packed);
+    std::error_code absent;
+    for (const std::string& input : inputs)
+        if (std::filesystem::equivalent(input, output, absent))
+            throw std::runtime_error("the output is " + input + ", which is read");
+}
+
+void check_output(const std::string& output)
+{
+    namespace fs = std::filesystem;
+    std::error_code problem;
+    const fs::path whole = fs::absolute(output, problem), place = fs::weakly_canonical(whole, problem);
+    const fs::path folder = (problem ? whole : place).parent_path();
+    const bool special = fs::exists(place, problem) && !fs::is_regular_file(place, problem);
+    int why = fs::is_directory(place, problem) ? EISDIR : 0;
+    if (why == 0 && access((special ? place : folder).c_str(), W_OK) != 0)
+        why = errno;
+    else if (why == 0 && !special && !fs::is_directory(folder, problem))
+        why = ENOTDIR;
+    if (why != 0)
+        throw std::runtime_error(output + " cannot be written: " + std::strerror(why));
+}
+
+void write_body(const Body& body, const std::string& output, const std::string& write_options, bool verbose)
+{
+    const std::vector<BodyNode> nodes = body_nodes(body);
+    const zel_command::MessagesAside aside(verbose);
+    const Database db(ZEL_Create(int(nodes.size()), int(body.motion.cols())));
+    if (!db)
+        throw std::runtime_error("out of memory");
+    set_header(db.get(), *body.deck);
+    require(ZEL_SetUnits(db.get(), body.units.mass.c_str(), body.units.length.c_str(), body.units.time.c_str(),
+                         body.units.force.c_str()),
+            "the units");
+    set_nodes(db.get(), body, nodes);
+    set_faces(db.get(), body);
+    set_modes(db.get(), body, nodes);
+    set_matrices(db.get(), body);
+    require(ZEL_CalculateGlobalMassFromNodeMass(db.get()), "the global mass");
+    setenv("VXR_ZELWRITE_OPTIONS", write_options.c_str(), 1);
+    const zel_fem::UnfinishedOutput unfinished(output);
+    const ExpectedMessagesAside messages(body, verbose);
+    if (!ZEL_write_ZEL(db.get(), output.c_str()))
+        throw std::runtime_error(output + " cannot be written");
+}
+
+} // namespace zel_fem

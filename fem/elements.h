@@ -1,0 +1,120 @@
+// Finite elements as far as a flexible body needs them: shape functions, mass, and the faces that draw their surface.
+#ifndef FEM_ELEMENTS_H
+#define FEM_ELEMENTS_H
+
+#include <Eigen/Dense>
+#include <array>
+#include <string_view>
+#include <vector>
+
+#include "fem/sources/text_file.h"
+
+namespace zel_fem
+{
+
+enum class Shape
+{
+    tet4,
+    tet10,
+    wedge6,
+    wedge15,
+    hex8,
+    hex20,
+    tri3,
+    tri6,
+    quad4,
+    quad8,
+    point
+};
+constexpr int kMostNodes = 20; // of one element
+
+struct ElementType
+{
+    std::string_view name; // in the deck
+    Shape shape;
+    // Where the solver integrates the mass: points of a triangle or tetrahedron, and Gauss points a direction otherwise.
+    int simplex_points, gauss_points;
+};
+
+enum class Rule
+{
+    exact, // for straight edges
+    solver // the solver's, which loses inertia in elements of few points
+};
+
+// Null for a type that cannot be imported.
+const ElementType* find_element_type(std::string_view name);
+
+int node_count(Shape shape);
+bool is_shell(Shape shape);
+
+struct Node
+{
+    int id;
+    Eigen::Vector3d at;
+};
+
+struct Element
+{
+    int id = 0;
+    const ElementType* type = nullptr;
+    std::array<int, kMostNodes> nodes{}; // indexes into Mesh::nodes, in the deck's order
+    double density = 0.0;
+    double thickness = 0.0; // of a shell
+    double point_mass = 0.0;
+    int file = 0; // index into Mesh::files
+    int line = 0;
+};
+
+struct Mesh
+{
+    std::vector<Node> nodes;
+    std::vector<Element> elements;
+    std::vector<std::string> files;
+
+    Place place(const Element& element) const { return {files[size_t(element.file)], element.line}; }
+};
+
+// Mass, first moment and second moments of a body about the origin: sums of m, m x and m x x^T.
+struct MassMoments
+{
+    double mass = 0.0;
+    Eigen::Vector3d first = Eigen::Vector3d::Zero();
+    Eigen::Matrix3d second = Eigen::Matrix3d::Zero();
+
+    void add(double m, const Eigen::Vector3d& at);
+    MassMoments& operator+=(const MassMoments& other);
+    Eigen::Vector3d center() const { return mass > 0.0 ? Eigen::Vector3d(first / mass) : Eigen::Vector3d::Zero(); }
+    // Inertia tensor about `point`.
+    Eigen::Matrix3d inertia(const Eigen::Vector3d& point) const;
+};
+
+struct ElementMass
+{
+    Eigen::MatrixXd consistent; // node by node; the same in the three directions
+    MassMoments moments;        // with those across the thickness of a shell
+    double volume = 0.0;
+    std::vector<Eigen::Matrix3d> across; // node by node: second moments across the thickness of a shell; else empty
+};
+
+// InputError for a Jacobian that is not positive.
+ElementMass element_mass(const Mesh& mesh, const Element& element, Rule rule = Rule::exact);
+
+// Local shape functions and their derivatives (one column a direction) at a local point.
+void shape_functions(Shape shape, const Eigen::Vector3d& local, Eigen::VectorXd& value, Eigen::MatrixXd& gradient);
+
+// Local coordinates of the nodes, one column a node.
+const Eigen::Matrix3Xd& node_positions(Shape shape);
+
+// A face as node indexes, mid-side nodes between their corners, seen counter-clockwise from outside.
+using Face = std::vector<int>;
+
+// Face `number` (from 1, as in S1) of an element; empty when there is none. A shell has its one face under every number.
+Face element_face(const Element& element, int number);
+
+// The surface of the body: the faces that belong to one element only, in the order of the elements, and all shells.
+std::vector<Face> skin(const Mesh& mesh);
+
+} // namespace zel_fem
+
+#endif

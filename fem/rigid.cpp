@@ -1,0 +1,120 @@
+// The rigid motions R are a combination c of the modes. With W = M c (c^T M c)^-1, M + W D W^T has c^T M c + D for them and
+// nothing else for all that is M-orthogonal to c: so D may be whatever the mass of the rigid body lacks.
+#include "rigid.h"
+
+namespace zel_fem
+{
+
+using Eigen::Index;
+using Eigen::MatrixXd;
+using Eigen::Vector3d;
+constexpr double kCollapsed = 1e-6;
+
+using Matrix6 = Eigen::Matrix<double, 6, 6>;
+
+RigidFit fit_rigid_motions(const Mesh& mesh, const Vector3d& center, const MatrixXd& motion)
+{
+    const std::vector<char> used = used_nodes(mesh);
+    const Index count = std::count(used.begin(), used.end(), char(1));
+    MatrixXd rigid(3 * count, 6), moved(3 * count, motion.cols());
+    Index row = 0;
+    for (size_t i = 0; i < used.size(); ++i)
+        if (used[i])
+        {
+            rigid.middleRows<3>(row) = rigid_motion(mesh.nodes[i].at, center);
+            moved.middleRows<3>(row) = motion.middleRows<3>(3 * Index(i));
+            row += 3;
+        }
+    RigidFit fit;
+    fit.coefficients = moved.colPivHouseholderQr().solve(rigid);
+    const MatrixXd rest = rigid - moved * fit.coefficients;
+    fit.residual = (rest.colwise().norm().array() / rigid.colwise().norm().array().max(1e-300)).maxCoeff();
+    return fit;
+}
+
+Matrix6 rigid_mass(const MassMoments& moments, const Vector3d& center)
+{
+    const Vector3d first = moments.first - moments.mass * center;
+    Eigen::Matrix3d cross; // cross * v = first x v
+    cross << 0, -first[2], first[1], first[2], 0, -first[0], -first[1], first[0], 0;
+    Matrix6 mass;
+    mass << moments.mass * Eigen::Matrix3d::Identity(), -cross, cross, moments.inertia(center);
+    return mass;
+}
+
+// Derivatives of an element's functions in space at its node `k`, one row a function: those along the surface in a shell.
+static MatrixXd space_gradient(const Eigen::Matrix3Xd& at, Shape shape, int k)
+{
+    Eigen::VectorXd value;
+    MatrixXd gradient;
+    shape_functions(shape, node_positions(shape).col(k), value, gradient);
+    return gradient * (at * gradient).completeOrthogonalDecomposition().pseudoInverse();
+}
+
+// Half the curl of the displacement; in a shell its normal part, and the turn of the normal that the slope of the
+// displacement along it asks for.
+static MatrixXd element_rotation(const MatrixXd& slopes, const Eigen::Matrix3Xd& at, const Element& element,
+                                 const MatrixXd& motion)
+{
+    const bool shell = is_shell(element.type->shape);
+    const Eigen::JacobiSVD<MatrixXd> tangents(slopes, Eigen::ComputeThinV);
+    const Vector3d normal = Vector3d(tangents.matrixV().col(0)).cross(Vector3d(tangents.matrixV().col(1)));
+    MatrixXd rotation = MatrixXd::Zero(3, motion.cols());
+    for (Index i = 0; i < at.cols(); ++i)
+    {
+        const Vector3d slope = slopes.row(i);
+        for (Index mode = 0; mode < motion.cols(); ++mode)
+        {
+            const Vector3d moved = motion.col(mode).segment<3>(3 * Index(element.nodes[size_t(i)]));
+            const Vector3d half = 0.5 * slope.cross(moved);
+            rotation.col(mode) +=
+                shell ? Vector3d(normal * normal.dot(half) + normal.dot(moved) * slope.cross(normal)) : half;
+        }
+    }
+    return rotation;
+}
+
+MatrixXd node_rotations(const Mesh& mesh, const MatrixXd& motion)
+{
+    MatrixXd sum = MatrixXd::Zero(motion.rows(), motion.cols());
+    std::vector<int> count(mesh.nodes.size());
+    for (const Element& element : mesh.elements)
+    {
+        const Shape shape = element.type->shape;
+        Eigen::Matrix3Xd at(3, node_count(shape));
+        for (Index i = 0; i < at.cols(); ++i)
+            at.col(i) = mesh.nodes[size_t(element.nodes[size_t(i)])].at;
+        for (int k = 0; shape != Shape::point && k < node_count(shape); ++k)
+        {
+            const MatrixXd slopes = space_gradient(at, shape, k);
+            if (!((at * slopes).trace() >
+                  (is_shell(shape) ? 2 : 3) - kCollapsed)) // a corner where an edge has no length
+                continue;
+            const int node = element.nodes[size_t(k)];
+            sum.middleRows<3>(3 * Index(node)) += element_rotation(slopes, at, element, motion);
+            ++count[size_t(node)];
+        }
+    }
+    for (size_t i = 0; i < count.size(); ++i)
+        sum.middleRows<3>(3 * Index(i)) /= std::max(count[i], 1);
+    return sum;
+}
+
+void set_rigid_mass(Body& body, const MassMoments& target)
+{
+    const Vector3d center = target.center();
+    const MatrixXd c = fit_rigid_motions(body.deck->mesh, center, body.motion).coefficients;
+    const Matrix6 own = c.transpose() * body.mass * c, lacking = rigid_mass(target, center) - own;
+    const MatrixXd w = body.mass * c * own.inverse();
+    body.mass += w * lacking * w.transpose();
+    body.mass = 0.5 * (body.mass + body.mass.transpose()).eval();
+    if (body.reference_motion.rows() > 0)
+        return;
+    const Eigen::LLT<MatrixXd> unit(body.mass.topLeftCorner<6, 6>());
+    for (MatrixXd* values : {&body.motion, &body.rotation})
+        if (values->size() > 0)
+            values->leftCols(6) = unit.matrixU().solve<Eigen::OnTheRight>(values->leftCols(6)).eval();
+    body.mass.setIdentity();
+}
+
+} // namespace zel_fem

@@ -1,0 +1,32 @@
+// Rigid motions among the modes of a body.
+#ifndef FEM_RIGID_H
+#define FEM_RIGID_H
+
+#include "body.h"
+
+namespace zel_fem
+{
+
+// Rigid motions about a point as combinations of modes, by least squares over the nodes of elements.
+struct RigidFit
+{
+    Eigen::MatrixXd coefficients; // one row a mode, six columns
+    double residual = 0.0;        // largest share of one of the six motions that the modes do not have
+};
+
+RigidFit fit_rigid_motions(const Mesh& mesh, const Eigen::Vector3d& center, const Eigen::MatrixXd& motion);
+
+// Mass matrix of the six rigid motions about `center`.
+Eigen::Matrix<double, 6, 6> rigid_mass(const MassMoments& moments, const Eigen::Vector3d& center);
+
+// Gives the rigid motions of a body the generalized mass of `target`. What is orthogonal to them stays, and with it all flexible
+// eigenvalues. The first six modes of a free body become motions of unit mass.
+void set_rigid_mass(Body& body, const MassMoments& target);
+
+// Rotations of the nodes as their elements turn there, averaged; in a shell the normal stays normal. Three rows a node, zero
+// where no element tells one.
+Eigen::MatrixXd node_rotations(const Mesh& mesh, const Eigen::MatrixXd& motion);
+
+} // namespace zel_fem
+
+#endif

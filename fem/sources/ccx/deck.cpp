@@ -1,0 +1,727 @@
+// A deck is a sequence of cards: a keyword line with parameters, then its data lines. Cards are read whole and handed to the
+// row of a table; references to sets, materials and nodes that may come later are resolved at the end. As in the solver,
+// blanks and case do not matter, "**" starts a comment, and a set may be extended by later cards.
+#include "deck.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <memory>
+#include <set>
+
+namespace zel_fem
+{
+
+constexpr size_t kDeepestInclude = 20;
+
+struct DataLine
+{
+    std::string text;
+    int file, line;
+};
+
+struct Card
+{
+    std::string keyword; // capitals without blanks, as are the names of parameters
+    std::string shown;   // as it stands in the deck
+    std::map<std::string, std::string> parameters;
+    std::vector<DataLine> lines;
+    int file = 0, line = 0;
+
+    bool has(const std::string& name) const { return parameters.count(name) > 0; }
+};
+
+struct Section
+{
+    Place place;
+    std::string element_set, material;
+    double thickness;
+    bool shell;
+};
+
+struct Material
+{
+    double density = 0.0;
+    bool has_density = false;
+};
+
+static std::string squeeze(std::string_view text)
+{
+    std::string result;
+    for (char c : text)
+        if (c != ' ' && c != '\t')
+            result += c;
+    return result;
+}
+
+static std::string capitals(std::string text)
+{
+    for (char& c : text)
+        if (c >= 'a' && c <= 'z')
+            c = char(c - 'a' + 'A');
+    return text;
+}
+
+static std::vector<std::string_view> split(std::string_view text)
+{
+    std::vector<std::string_view> fields;
+    for (;;)
+    {
+        const size_t comma = text.find(',');
+        fields.push_back(trim(text.substr(0, comma)));
+        if (comma == std::string_view::npos)
+            return fields;
+        text.remove_prefix(comma + 1);
+    }
+}
+
+// Names of sets may begin with a digit, as "1A".
+static bool is_number(std::string_view field)
+{
+    const std::string_view digits = field.substr(!field.empty() && field[0] == '-' ? 1 : 0);
+    return !digits.empty() && std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; });
+}
+
+class DeckReader
+{
+public:
+    explicit DeckReader(const std::string& path) { open(path); }
+    Deck read();
+
+private:
+    using Handler = void (DeckReader::*)(const Card&);
+    struct Row
+    {
+        const char* keyword;
+        Handler handler;
+    };
+    static const Row kRows[];
+
+    void open(const std::string& path);
+    bool next_line(DataLine& line);
+    void include(const DataLine& line);
+    Card start_card(const DataLine& line);
+    void handle(const Card& card);
+
+    void heading(const Card& card);
+    void node(const Card& card);
+    void element(const Card& card);
+    void node_set(const Card& card) { add_set(card, "NSET", deck_.node_sets, deck_.node_index); }
+    void element_set(const Card& card) { add_set(card, "ELSET", deck_.element_sets, element_index_); }
+    void surface(const Card& card);
+    void material(const Card& card) { materials_[material_ = capitals(required(card, "NAME"))]; }
+    void density(const Card& card);
+    void section(const Card& card);
+    void mass(const Card& card);
+    void rigid_body(const Card& card);
+    void coupling(const Card& card);
+    void kinematic(const Card& card);
+    void distributing(const Card& card);
+    void step(const Card& card) { deck_.steps.push_back({place(card), false, false, false, {}}); }
+    void frequency(const Card& card);
+    void static_step(const Card& card);
+    void boundary(const Card& card);
+    void refuse(const Card& card);
+
+    Place place(const Card& card) const { return {deck_.mesh.files[size_t(card.file)], card.line}; }
+    Place place(const DataLine& line) const { return {deck_.mesh.files[size_t(line.file)], line.line}; }
+    void note(const Place& at, const std::string& what) { deck_.notes.push_back(InputError(at, what).what()); }
+    [[noreturn]] void fail(const Card& card, const std::string& what) const { throw InputError(place(card), what); }
+    const std::string& required(const Card& card, const std::string& name) const;
+    void add_set(const Card& card, const char* parameter, std::map<std::string, std::vector<int>>& sets,
+                 const std::unordered_map<int, int>& defined);
+    void append_members(std::string_view field, const Place& at, const char* what,
+                        const std::map<std::string, std::vector<int>>& sets,
+                        const std::unordered_map<int, int>& defined, std::vector<int>& members);
+    const std::vector<int>& set_named(const Place& at, const std::string& name, const char* what,
+                                      const std::map<std::string, std::vector<int>>& sets) const;
+    const Element& element_with(int id) const { return deck_.mesh.elements[size_t(element_index_.at(id))]; }
+    void check_tie(const Tie& tie) const;
+    void resolve();
+    void resolve_unknown();
+    void resolve_nodes();
+    void apply_sections();
+    void sort_nodes();
+
+    Deck deck_;
+    std::vector<std::unique_ptr<LineReader>> open_;
+    std::vector<int> open_files_; // index into Mesh::files of each open reader
+    std::unordered_map<int, int> element_index_;
+    std::map<std::string, std::vector<int>> surfaces_; // node ids
+    std::map<std::string, Material> materials_;
+    std::string material_; // the one that property cards speak of
+    std::vector<Section> sections_;
+    std::unique_ptr<Tie> coupling_;              // waits for its *KINEMATIC
+    std::vector<std::pair<Place, int>> unknown_; // nodes that were named before they were defined, if they are at all
+};
+
+const DeckReader::Row DeckReader::kRows[] = {
+    {"HEADING", &DeckReader::heading},
+    {"NODE", &DeckReader::node},
+    {"ELEMENT", &DeckReader::element},
+    {"NSET", &DeckReader::node_set},
+    {"ELSET", &DeckReader::element_set},
+    {"SURFACE", &DeckReader::surface},
+    {"MATERIAL", &DeckReader::material},
+    {"DENSITY", &DeckReader::density},
+    {"SOLIDSECTION", &DeckReader::section},
+    {"SHELLSECTION", &DeckReader::section},
+    {"MASS", &DeckReader::mass},
+    {"RIGIDBODY", &DeckReader::rigid_body},
+    {"COUPLING", &DeckReader::coupling},
+    {"KINEMATIC", &DeckReader::kinematic},
+    {"DISTRIBUTING", &DeckReader::distributing},
+    {"DISTRIBUTINGCOUPLING", &DeckReader::distributing},
+    {"STEP", &DeckReader::step},
+    {"FREQUENCY", &DeckReader::frequency},
+    {"STATIC", &DeckReader::static_step},
+    {"BOUNDARY", &DeckReader::boundary},
+    {"NODALTHICKNESS", &DeckReader::refuse},
+    {"NORMAL", &DeckReader::refuse},
+    {"EQUATION", &DeckReader::refuse},
+    {"MPC", &DeckReader::refuse},
+    {"TRANSFORM", &DeckReader::refuse},
+    {"TIE", &DeckReader::refuse},
+    {"CYCLICSYMMETRYMODEL", &DeckReader::refuse},
+    {"PRE-TENSIONSECTION", &DeckReader::refuse},
+    {"SUBMODEL", &DeckReader::refuse},
+};
+
+void DeckReader::open(const std::string& path)
+{
+    open_.push_back(std::make_unique<LineReader>(path));
+    open_files_.push_back(int(deck_.mesh.files.size()));
+    deck_.mesh.files.push_back(open_.back()->place().file);
+}
+
+// The next line that is neither empty nor a comment, across included files.
+bool DeckReader::next_line(DataLine& line)
+{
+    std::string_view text;
+    while (!open_.empty())
+    {
+        if (!open_.back()->next(text))
+        {
+            open_.pop_back();
+            open_files_.pop_back();
+            continue;
+        }
+        text = trim(text);
+        if (text.empty() || text.substr(0, 2) == "**")
+            continue;
+        line = {std::string(text), open_files_.back(), int(open_.back()->place().line)};
+        if (text[0] != '*' || capitals(squeeze(split(text)[0])) != "*INCLUDE")
+            return true;
+        include(line);
+    }
+    return false;
+}
+
+// Relative names are looked up beside the file that includes them, then where the command runs, as the solver does.
+void DeckReader::include(const DataLine& line)
+{
+    const Place at = open_.back()->place();
+    for (std::string_view field : split(line.text))
+    {
+        const size_t equals = field.find('=');
+        if (equals == std::string_view::npos || capitals(squeeze(field.substr(0, equals))) != "INPUT")
+            continue;
+        std::string name(trim(field.substr(equals + 1)));
+        if (name.size() > 1 && name.front() == '"' && name.back() == '"')
+            name = name.substr(1, name.size() - 2);
+        const std::string beside = (std::filesystem::path(at.file).parent_path() / name).string();
+        if (!input_exists(beside) && !input_exists(name))
+            throw InputError(at, "the included file " + name + " does not exist");
+        if (open_.size() >= kDeepestInclude)
+            throw InputError(at, "files include each other too deeply");
+        return open(input_exists(beside) ? beside : name);
+    }
+    throw InputError(at, "*INCLUDE without INPUT=");
+}
+
+Card DeckReader::start_card(const DataLine& line)
+{
+    Card card;
+    card.file = line.file;
+    card.line = line.line;
+    std::string text = line.text;
+    DataLine more;
+    while (text.back() == ',' && next_line(more)) // a keyword line goes on after a comma
+        text += more.text;
+    const auto fields = split(text);
+    card.shown = std::string(fields[0]);
+    card.keyword = capitals(squeeze(fields[0])).substr(1);
+    for (size_t i = 1; i < fields.size(); ++i)
+    {
+        const size_t equals = fields[i].find('=');
+        const std::string name = capitals(squeeze(fields[i].substr(0, equals)));
+        card.parameters[name] = equals == std::string_view::npos ? "" : std::string(trim(fields[i].substr(equals + 1)));
+    }
+    return card;
+}
+
+Deck DeckReader::read()
+{
+    Card card;
+    DataLine line;
+    bool any = false;
+    while (next_line(line))
+    {
+        if (line.text[0] != '*')
+        {
+            if (!any)
+                throw InputError(place(line), "data before the first keyword");
+            card.lines.push_back(std::move(line));
+            continue;
+        }
+        Card next = start_card(line);
+        if (any)
+            handle(card);
+        card = std::move(next);
+        any = true;
+    }
+    if (any)
+        handle(card);
+    resolve();
+    return std::move(deck_);
+}
+
+void DeckReader::handle(const Card& card)
+{
+    if (coupling_ && card.keyword != "KINEMATIC" && card.keyword != "DISTRIBUTING")
+        throw InputError(coupling_->place, "*COUPLING without *KINEMATIC");
+    for (const Row& row : kRows)
+        if (card.keyword == row.keyword)
+            return (this->*row.handler)(card);
+}
+
+const std::string& DeckReader::required(const Card& card, const std::string& name) const
+{
+    const auto found = card.parameters.find(name);
+    if (found == card.parameters.end() || found->second.empty())
+        fail(card, card.shown + " without " + name + "=");
+    return found->second;
+}
+
+void DeckReader::heading(const Card& card)
+{
+    if (!card.lines.empty() && deck_.heading.empty())
+        deck_.heading = card.lines[0].text;
+}
+
+void DeckReader::node(const Card& card)
+{
+    std::vector<int> ids;
+    for (const DataLine& line : card.lines)
+    {
+        const Place at = place(line);
+        const auto fields = split(line.text);
+        const int id = parse_int(fields[0], at);
+        if (id < 1)
+            throw InputError(at, "node number " + std::to_string(id) + " is not positive");
+        Node node{id, Eigen::Vector3d::Zero()};
+        for (size_t axis = 0; axis < 3 && axis + 1 < fields.size(); ++axis)
+            node.at[int(axis)] = fields[axis + 1].empty() ? 0.0 : parse_real(fields[axis + 1], at);
+        const auto [slot, added] = deck_.node_index.try_emplace(id, int(deck_.mesh.nodes.size()));
+        if (added)
+            deck_.mesh.nodes.push_back(node);
+        else
+            deck_.mesh.nodes[size_t(slot->second)] = node; // a later definition replaces the earlier one
+        ids.push_back(id);
+    }
+    if (card.has("NSET"))
+    {
+        auto& set = deck_.node_sets[capitals(card.parameters.at("NSET"))];
+        set.insert(set.end(), ids.begin(), ids.end());
+        std::sort(set.begin(), set.end());
+        set.erase(std::unique(set.begin(), set.end()), set.end());
+    }
+}
+
+void DeckReader::element(const Card& card)
+{
+    const std::string name = capitals(required(card, "TYPE"));
+    const ElementType* type = find_element_type(name);
+    if (!type)
+        fail(card, "elements of type " + name + " cannot be imported");
+    const int count = node_count(type->shape);
+    std::vector<int> ids;
+    for (size_t l = 0; l < card.lines.size(); ++l)
+    {
+        const Place start = place(card.lines[l]);
+        std::vector<int> numbers;
+        for (;; ++l)
+        {
+            for (std::string_view field : split(card.lines[l].text))
+                if (!field.empty())
+                    numbers.push_back(parse_int(field, place(card.lines[l])));
+            if (int(numbers.size()) > count || l + 1 == card.lines.size())
+                break;
+        }
+        if (int(numbers.size()) > count + 1)
+            note(start,
+                 "an element of type " + name + " has " + std::to_string(count) + " nodes: the others are left out");
+        else if (int(numbers.size()) != count + 1)
+            throw InputError(start, "an element of type " + name + " has " + std::to_string(count) + " nodes, not " +
+                                        std::to_string(numbers.size() - 1));
+        Element element;
+        element.id = numbers[0];
+        element.type = type;
+        std::copy_n(numbers.begin() + 1, count, element.nodes.begin());
+        element.file = card.file;
+        element.line = int(start.line);
+        if (!element_index_.try_emplace(element.id, int(deck_.mesh.elements.size())).second)
+            throw InputError(start, "element " + std::to_string(element.id) + " is defined twice");
+        deck_.mesh.elements.push_back(element);
+        ids.push_back(element.id);
+    }
+    if (card.has("ELSET"))
+    {
+        auto& set = deck_.element_sets[capitals(card.parameters.at("ELSET"))];
+        set.insert(set.end(), ids.begin(), ids.end());
+        std::sort(set.begin(), set.end());
+    }
+}
+
+const std::vector<int>& DeckReader::set_named(const Place& at, const std::string& name, const char* what,
+                                              const std::map<std::string, std::vector<int>>& sets) const
+{
+    const auto found = sets.find(capitals(name));
+    if (found == sets.end())
+        throw InputError(at, std::string("there is no ") + what + " named " + name);
+    return found->second;
+}
+
+// One field of a list: a number, or the name of a set that is known by then.
+void DeckReader::append_members(std::string_view field, const Place& at, const char* what,
+                                const std::map<std::string, std::vector<int>>& sets,
+                                const std::unordered_map<int, int>& defined, std::vector<int>& members)
+{
+    if (!is_number(field))
+    {
+        const auto& set = set_named(at, std::string(field), what, sets);
+        members.insert(members.end(), set.begin(), set.end());
+        return;
+    }
+    const int id = parse_int(field, at);
+    if (defined.count(id))
+        members.push_back(id);
+    else if (&defined == &deck_.node_index)
+        unknown_.push_back({at, id});
+    else
+        throw InputError(at, std::string(what) + " member " + std::to_string(id) + " is not defined");
+}
+
+void DeckReader::add_set(const Card& card, const char* parameter, std::map<std::string, std::vector<int>>& sets,
+                         const std::unordered_map<int, int>& defined)
+{
+    const std::string name = capitals(required(card, parameter));
+    const char* what = parameter[0] == 'N' ? "node set" : "element set";
+    std::vector<int> members;
+    for (const DataLine& line : card.lines)
+    {
+        const Place at = place(line);
+        const auto fields = split(line.text);
+        if (!card.has("GENERATE"))
+        {
+            for (std::string_view field : fields)
+                if (!field.empty())
+                    append_members(field, at, what, sets, defined, members);
+            continue;
+        }
+        const int first = parse_int(fields[0], at);
+        const int last = fields.size() > 1 && !fields[1].empty() ? parse_int(fields[1], at) : first;
+        const int stride = fields.size() > 2 && !fields[2].empty() ? parse_int(fields[2], at) : 1;
+        if (stride < 1)
+            throw InputError(at, "the increment of GENERATE is not positive");
+        for (const auto& [id, index] : defined) // numbers in between that do not exist are left out
+            if (id >= first && id <= last && (int64_t(id) - first) % stride == 0)
+                members.push_back(id);
+    }
+    auto& set = sets[name];
+    set.insert(set.end(), members.begin(), members.end());
+    std::sort(set.begin(), set.end());
+    set.erase(std::unique(set.begin(), set.end()), set.end());
+}
+
+void DeckReader::surface(const Card& card)
+{
+    const bool of_nodes = card.has("TYPE") && capitals(card.parameters.at("TYPE")) == "NODE";
+    std::set<int> nodes;
+    for (const DataLine& line : card.lines)
+    {
+        const Place at = place(line);
+        const auto fields = split(line.text);
+        std::vector<int> members;
+        if (of_nodes)
+        {
+            append_members(fields[0], at, "node set", deck_.node_sets, deck_.node_index, members);
+            nodes.insert(members.begin(), members.end());
+            continue;
+        }
+        append_members(fields[0], at, "element set", deck_.element_sets, element_index_, members);
+        const std::string label = fields.size() > 1 ? capitals(std::string(fields[1])) : "";
+        const int number = label.size() == 2 && label[0] == 'S' ? label[1] - '0' : label == "SPOS" || label == "SNEG";
+        for (int id : members)
+        {
+            const Face face = element_face(element_with(id), number); // ids still, as long as nodes are unresolved
+            if (face.empty())
+                throw InputError(at, "element " + std::to_string(id) + " has no face " + in_quotes(label));
+            nodes.insert(face.begin(), face.end());
+        }
+    }
+    surfaces_[capitals(required(card, "NAME"))].assign(nodes.begin(), nodes.end());
+}
+
+void DeckReader::density(const Card& card)
+{
+    if (material_.empty() || card.lines.empty())
+        fail(card, material_.empty() ? "*DENSITY before any *MATERIAL" : "*DENSITY without a value");
+    const Place at = place(card.lines[0]);
+    const double value = parse_real(split(card.lines[0].text)[0], at);
+    if (value < 0.0)
+        throw InputError(at, "the density is negative");
+    materials_[material_] = {value, true};
+}
+
+void DeckReader::section(const Card& card)
+{
+    Section section{place(card), required(card, "ELSET"), "", 0.0, card.keyword == "SHELLSECTION"};
+    if (card.has("COMPOSITE"))
+        fail(card, "composite shells cannot be imported");
+    if (card.has("NODALTHICKNESS"))
+        fail(card, "shells with NODAL THICKNESS cannot be imported");
+    if (card.has("OFFSET") && parse_real(card.parameters.at("OFFSET"), section.place) != 0.0)
+        fail(card, "shells with OFFSET cannot be imported: put the nodes into the middle of the shell");
+    section.material = required(card, "MATERIAL");
+    if (section.shell)
+    {
+        if (card.lines.empty())
+            fail(card, card.shown + " without a thickness");
+        const Place at = place(card.lines[0]);
+        section.thickness = parse_real(split(card.lines[0].text)[0], at);
+        if (!(section.thickness > 0.0))
+            throw InputError(at, "the thickness is not positive");
+    }
+    sections_.push_back(section);
+}
+
+void DeckReader::mass(const Card& card)
+{
+    const auto& set = set_named(place(card), required(card, "ELSET"), "element set", deck_.element_sets);
+    if (card.lines.empty())
+        fail(card, "*MASS without a value");
+    const Place at = place(card.lines[0]);
+    const double value = parse_real(split(card.lines[0].text)[0], at);
+    if (value < 0.0)
+        throw InputError(at, "the mass is negative");
+    for (int id : set)
+    {
+        Element& element = deck_.mesh.elements[size_t(element_index_.at(id))];
+        if (element.type->shape != Shape::point)
+            fail(card, "element " + std::to_string(id) + " is not of type MASS");
+        element.point_mass = value;
+    }
+}
+
+void DeckReader::check_tie(const Tie& tie) const
+{
+    for (int id : {tie.reference_id, tie.rotation_id})
+        if (id != 0 && !deck_.node_index.count(id))
+            throw InputError(tie.place, "node " + std::to_string(id) + " is not defined");
+    if (tie.node_ids.empty())
+        throw InputError(tie.place, "it ties no nodes");
+}
+
+void DeckReader::rigid_body(const Card& card)
+{
+    Tie tie{place(card), {}, parse_int(required(card, "REFNODE"), place(card)), 0};
+    if (card.has("ROTNODE"))
+        tie.rotation_id = parse_int(card.parameters.at("ROTNODE"), place(card));
+    std::set<int> ids;
+    if (card.has("NSET"))
+    {
+        const auto& set = set_named(tie.place, card.parameters.at("NSET"), "node set", deck_.node_sets);
+        ids.insert(set.begin(), set.end());
+    }
+    else
+        for (int id : set_named(tie.place, required(card, "ELSET"), "element set", deck_.element_sets))
+        {
+            const Element& element = element_with(id);
+            ids.insert(element.nodes.begin(), element.nodes.begin() + node_count(element.type->shape));
+        }
+    ids.erase(tie.reference_id);
+    ids.erase(tie.rotation_id);
+    tie.node_ids.assign(ids.begin(), ids.end());
+    check_tie(tie);
+    deck_.ties.push_back(tie);
+}
+
+void DeckReader::coupling(const Card& card)
+{
+    Tie tie{place(card), {}, parse_int(required(card, "REFNODE"), place(card)), 0};
+    const std::string& name = required(card, "SURFACE");
+    const auto found = surfaces_.find(capitals(name));
+    if (found == surfaces_.end())
+        fail(card, "there is no surface named " + name);
+    tie.node_ids = found->second;
+    check_tie(tie);
+    coupling_ = std::make_unique<Tie>(tie);
+}
+
+// Without data lines all freedoms follow; with them the translations 1 to 3 must all be named.
+void DeckReader::kinematic(const Card& card)
+{
+    if (!coupling_)
+        fail(card, "*KINEMATIC without *COUPLING");
+    bool follows[3] = {card.lines.empty(), card.lines.empty(), card.lines.empty()};
+    for (const DataLine& line : card.lines)
+    {
+        const auto fields = split(line.text);
+        const int first = parse_int(fields[0], place(line));
+        const int last = fields.size() > 1 && !fields[1].empty() ? parse_int(fields[1], place(line)) : first;
+        for (int component = 1; component <= 3; ++component)
+            follows[component - 1] |= component >= first && component <= last;
+    }
+    if (!follows[0] || !follows[1] || !follows[2])
+        fail(card, "*KINEMATIC must tie the components 1 to 3");
+    deck_.ties.push_back(*coupling_);
+    coupling_.reset();
+}
+
+void DeckReader::distributing(const Card& card)
+{
+    fail(card, "*DISTRIBUTING leaves its reference node without freedoms of its own; use *KINEMATIC or *RIGID BODY");
+}
+
+void DeckReader::frequency(const Card& card)
+{
+    if (deck_.steps.empty())
+        fail(card, "*FREQUENCY outside a step");
+    deck_.steps.back().frequency = true;
+    const auto solver = card.parameters.find("SOLVER");
+    deck_.steps.back().stores_matrices =
+        solver != card.parameters.end() && capitals(squeeze(solver->second)) == "MATRIXSTORAGE";
+}
+
+void DeckReader::static_step(const Card& card)
+{
+    if (deck_.steps.empty())
+        fail(card, "*STATIC outside a step");
+    deck_.steps.back().static_step = true;
+}
+
+// Only what steps prescribe is of interest; an unconstrained matrix shows by itself that the model has no supports.
+void DeckReader::boundary(const Card& card)
+{
+    if (deck_.steps.empty())
+        return;
+    for (const DataLine& line : card.lines)
+    {
+        const Place at = place(line);
+        const auto fields = split(line.text);
+        std::vector<int> members;
+        append_members(fields[0], at, "node set", deck_.node_sets, deck_.node_index, members);
+        const int first = fields.size() > 1 ? parse_int(fields[1], at) : 0;
+        const int last = fields.size() > 2 && !fields[2].empty() ? parse_int(fields[2], at) : first;
+        const double value = fields.size() > 3 && !fields[3].empty() ? parse_real(fields[3], at) : 0.0;
+        if (first < 1 || last > 6)
+            throw InputError(at, "a boundary condition names the components 1 to 6");
+        for (int id : members)
+            for (int component = first; component <= last; ++component)
+                deck_.steps.back().boundary.push_back({double(id), double(component), value});
+    }
+}
+
+void DeckReader::refuse(const Card& card)
+{
+    fail(card, card.shown + " cannot be imported");
+}
+
+// Nodes ascend by id, so that bodies and matrices have one order whatever the deck's.
+void DeckReader::sort_nodes()
+{
+    auto& nodes = deck_.mesh.nodes;
+    std::sort(nodes.begin(), nodes.end(), [](const Node& a, const Node& b) { return a.id < b.id; });
+    for (size_t i = 0; i < nodes.size(); ++i)
+        deck_.node_index[nodes[i].id] = int(i);
+}
+
+// A set that would lack a node which comes later is refused; without the node the solver leaves it out as well.
+void DeckReader::resolve_unknown()
+{
+    for (const auto& [at, id] : unknown_)
+    {
+        if (deck_.find_node(id) >= 0)
+            throw InputError(at, "node " + std::to_string(id) + " is named before it is defined");
+        note(at, "node " + std::to_string(id) + " is not defined: it is left out");
+    }
+}
+
+void DeckReader::resolve_nodes()
+{
+    for (Element& element : deck_.mesh.elements)
+        for (int i = 0; i < node_count(element.type->shape); ++i)
+        {
+            int& node = element.nodes[size_t(i)];
+            const int index = deck_.find_node(node);
+            if (index < 0)
+                throw InputError(deck_.mesh.place(element), "element " + std::to_string(element.id) + ": node " +
+                                                                std::to_string(node) + " is not defined");
+            node = index;
+        }
+}
+
+void DeckReader::apply_sections()
+{
+    std::vector<char> assigned(deck_.mesh.elements.size());
+    for (const Section& section : sections_)
+    {
+        const auto material = materials_.find(capitals(section.material));
+        if (material == materials_.end())
+            throw InputError(section.place, "there is no material named " + section.material);
+        if (!material->second.has_density)
+            throw InputError(section.place, "the material " + section.material + " has no *DENSITY");
+        for (int id : set_named(section.place, section.element_set, "element set", deck_.element_sets))
+        {
+            const int index = element_index_.at(id);
+            Element& element = deck_.mesh.elements[size_t(index)];
+            if (is_shell(element.type->shape) != section.shell)
+                throw InputError(section.place,
+                                 "element " + std::to_string(id) + " is of type " + std::string(element.type->name));
+            element.density = material->second.density;
+            element.thickness = section.thickness;
+            assigned[size_t(index)] = 1;
+        }
+    }
+    for (size_t i = 0; i < assigned.size(); ++i)
+    {
+        const Element& element = deck_.mesh.elements[i];
+        if (!assigned[i] && element.type->shape != Shape::point)
+            throw InputError(deck_.mesh.place(element), "element " + std::to_string(element.id) + " has no section");
+    }
+}
+
+void DeckReader::resolve()
+{
+    if (coupling_)
+        throw InputError(coupling_->place, "*COUPLING without *KINEMATIC");
+    if (deck_.mesh.elements.empty())
+        throw InputError({deck_.mesh.files[0], 0}, "the deck has no elements");
+    sort_nodes();
+    resolve_unknown();
+    resolve_nodes();
+    apply_sections();
+}
+
+int Deck::find_node(int id) const
+{
+    const auto found = node_index.find(id);
+    return found == node_index.end() ? -1 : found->second;
+}
+
+Deck read_deck(const std::string& path)
+{
+    return DeckReader(path).read();
+}
+
+} // namespace zel_fem

@@ -1,0 +1,53 @@
+// The input deck of a CalculiX job, as far as it tells what the body is made of and where it is held.
+#ifndef FEM_DECK_H
+#define FEM_DECK_H
+
+#include <map>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "fem/elements.h"
+
+namespace zel_fem
+{
+
+// A *RIGID BODY or a kinematic *COUPLING: nodes that follow one reference node.
+struct Tie
+{
+    Place place;
+    std::vector<int> node_ids; // ascending
+    int reference_id = 0;
+    int rotation_id = 0; // node whose components 1 to 3 are the rotations; 0: one that the solver makes
+};
+
+// What a step of the deck asks for.
+struct Step
+{
+    Place place;
+    bool frequency = false;
+    bool static_step = false;
+    bool stores_matrices = false;
+    std::vector<std::array<double, 3>> boundary; // node id, component, value of *BOUNDARY lines with a value
+};
+
+struct Deck
+{
+    Mesh mesh; // nodes in the order of their ids
+    std::unordered_map<int, int> node_index;
+    std::map<std::string, std::vector<int>> node_sets, element_sets; // ids, ascending; names in capitals
+    std::vector<Tie> ties;                                           // in the deck's order
+    std::vector<Step> steps;
+    std::string heading;
+    std::vector<std::string> notes; // what was passed over, as the solver does
+
+    // -1 for a node that the deck does not define.
+    int find_node(int id) const;
+};
+
+// Reads `path` with all that it includes; InputError, naming file and line, for anything that cannot be imported.
+Deck read_deck(const std::string& path);
+
+} // namespace zel_fem
+
+#endif

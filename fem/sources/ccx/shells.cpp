@@ -1,0 +1,216 @@
+#include "shells.h"
+
+#include <algorithm>
+#include <map>
+#include <string>
+
+namespace zel_fem
+{
+
+using Eigen::Index;
+using Eigen::MatrixXd;
+using Eigen::Vector3d;
+using Eigen::VectorXd;
+
+bool has_shells(const Mesh& mesh)
+{
+    return std::any_of(mesh.elements.begin(), mesh.elements.end(),
+                       [](const Element& element) { return is_shell(element.type->shape); });
+}
+
+static int corner_count(Shape shape)
+{
+    return shape == Shape::tri3 || shape == Shape::tri6 ? 3 : 4;
+}
+
+static bool has_mid_sides(Shape shape)
+{
+    return node_count(shape) > corner_count(shape);
+}
+
+static const char* solid_of(const ElementType& type)
+{
+    if (corner_count(type.shape) == 3)
+        return has_mid_sides(type.shape) ? "C3D15" : "C3D6";
+    return has_mid_sides(type.shape) ? "C3D20" : type.name == "S4" ? "C3D8I" : "C3D8R";
+}
+
+// Unit normal of a shell at its node `k`.
+static Vector3d normal_at(const Mesh& mesh, const Element& element, int k)
+{
+    VectorXd value;
+    MatrixXd gradient;
+    shape_functions(element.type->shape, node_positions(element.type->shape).col(k), value, gradient);
+    Vector3d along[2] = {Vector3d::Zero(), Vector3d::Zero()};
+    for (Index i = 0; i < value.size(); ++i)
+        for (int direction = 0; direction < 2; ++direction)
+            along[direction] += gradient(i, direction) * mesh.nodes[size_t(element.nodes[size_t(i)])].at;
+    return along[0].cross(along[1]).normalized();
+}
+
+namespace
+{
+// What the elements at a node of shells say of it.
+struct Meeting
+{
+    std::vector<Vector3d> normals;
+    double thickness = 0.0;
+    bool corner = false;
+};
+} // namespace
+
+[[noreturn]] static void refuse(const Mesh& mesh, const Element& element, int node, const std::string& why)
+{
+    throw InputError(mesh.place(element), "node " + std::to_string(mesh.nodes[size_t(node)].id) + " " + why);
+}
+
+static void join(const Mesh& mesh, const Element& element, int k, Meeting& meeting)
+{
+    const int node = element.nodes[size_t(k)];
+    if (!meeting.normals.empty() && meeting.thickness != element.thickness)
+        refuse(mesh, element, node, "joins shells of different thickness: import modes from *NODE FILE, OUTPUT=2D");
+    meeting.thickness = element.thickness;
+    meeting.corner = k < corner_count(element.type->shape) && has_mid_sides(element.type->shape);
+    meeting.normals.push_back(normal_at(mesh, element, k));
+}
+
+// The solid's nodes in its own order: bottom and top corners, bottom and top mid-side nodes, those between bottom and top.
+static Element solid_from(const Element& shell, const std::vector<ShellNode>& shells, const std::vector<int>& shell_of)
+{
+    const int corners = corner_count(shell.type->shape), count = node_count(shell.type->shape);
+    Element solid = shell;
+    solid.type = find_element_type(solid_of(*shell.type));
+    solid.thickness = 0.0;
+    int next = 0;
+    const auto append = [&](int from, int to, int ShellNode::*layer) {
+        for (int k = from; k < to; ++k)
+            solid.nodes[size_t(next++)] = shells[size_t(shell_of[size_t(shell.nodes[size_t(k)])])].*layer;
+    };
+    append(0, corners, &ShellNode::bottom);
+    append(0, corners, &ShellNode::top);
+    append(corners, count, &ShellNode::bottom);
+    append(corners, count, &ShellNode::top);
+    append(0, count > corners ? corners : 0, &ShellNode::middle);
+    return solid;
+}
+
+Expansion expand_shells(const Deck& deck)
+{
+    const Mesh& mesh = deck.mesh;
+    Expansion expansion{deck, {}, std::vector<int>(mesh.nodes.size(), -1)};
+    std::vector<Meeting> meetings(mesh.nodes.size());
+    for (const Element& element : mesh.elements)
+        for (int k = 0; is_shell(element.type->shape) && k < node_count(element.type->shape); ++k)
+            join(mesh, element, k, meetings[size_t(element.nodes[size_t(k)])]);
+    Mesh& solids = expansion.deck.mesh;
+    int next_id = 0;
+    const auto add_node = [&](int node, const Vector3d& at) {
+        expansion.deck.node_index[--next_id] = int(solids.nodes.size());
+        solids.nodes.push_back({mesh.nodes[size_t(node)].id, at});
+        return int(solids.nodes.size()) - 1;
+    };
+    for (int node = 0; node < int(mesh.nodes.size()); ++node)
+    {
+        const Meeting& meeting = meetings[size_t(node)];
+        if (meeting.normals.empty())
+            continue;
+        Vector3d sum = Vector3d::Zero();
+        for (const Vector3d& normal : meeting.normals)
+            sum += normal;
+        const Vector3d at = mesh.nodes[size_t(node)].at, normal = sum.normalized(),
+                       half = 0.5 * meeting.thickness * normal;
+        const int bottom = add_node(node, at - half), middle = meeting.corner ? add_node(node, at) : -1;
+        expansion.shell_of[size_t(node)] = int(expansion.shells.size());
+        expansion.shells.push_back({node, bottom, middle, add_node(node, at + half), normal, meeting.thickness});
+    }
+    for (Element& element : solids.elements)
+        if (is_shell(element.type->shape))
+            element = solid_from(element, expansion.shells, expansion.shell_of);
+        else
+            for (int k = 0; k < node_count(element.type->shape); ++k)
+                if (expansion.shell_of[size_t(element.nodes[size_t(k)])] >= 0)
+                    refuse(mesh, element, element.nodes[size_t(k)],
+                           "belongs to a shell as well: import modes from *NODE FILE, OUTPUT=2D");
+    return expansion;
+}
+
+std::vector<int> Expansion::nodes_of(int node) const
+{
+    const int shell = shell_of[size_t(node)];
+    if (shell < 0)
+        return {node};
+    const auto& [own, bottom, middle, top, normal, thickness] = shells[size_t(shell)];
+    return middle < 0 ? std::vector<int>{bottom, top} : std::vector<int>{bottom, middle, top};
+}
+
+MatrixXd Expansion::mean(const MatrixXd& values, Index width) const
+{
+    MatrixXd mean = values.topRows(width * Index(shell_of.size()));
+    for (const ShellNode& shell : shells)
+        mean.middleRows(width * shell.node, width) =
+            0.5 * (values.middleRows(width * shell.bottom, width) + values.middleRows(width * shell.top, width));
+    return mean;
+}
+
+MatrixXd Expansion::rotation(const MatrixXd& motion) const
+{
+    MatrixXd rotation = MatrixXd::Zero(3 * Index(shell_of.size()), motion.cols());
+    for (const ShellNode& shell : shells)
+    {
+        const MatrixXd across =
+            (motion.middleRows<3>(3 * Index(shell.top)) - motion.middleRows<3>(3 * Index(shell.bottom))) /
+            shell.thickness;
+        for (Index k = 0; k < motion.cols(); ++k)
+            rotation.col(k).segment<3>(3 * Index(shell.node)) = shell.normal.cross(Vector3d(across.col(k)));
+    }
+    return rotation;
+}
+
+static void check_ties(const Deck& deck, const std::vector<int>& shell_of)
+{
+    for (const Tie& tie : deck.ties)
+        for (int id : tie.node_ids)
+            if (shell_of[size_t(deck.find_node(id))] >= 0)
+                throw InputError(tie.place, "matrices of tied shells cannot be imported: leave the tie out of the deck "
+                                            "and name its nodes with --interface");
+}
+
+static const Element& element_with(const Mesh& mesh, int node)
+{
+    return *std::find_if(mesh.elements.begin(), mesh.elements.end(), [node](const Element& element) {
+        return std::find(element.nodes.begin(), element.nodes.end(), node) != element.nodes.end();
+    });
+}
+
+void Expansion::name_layers(std::vector<int>& node_ids) const
+{
+    int layers = 0;
+    for (int& id : node_ids)
+        if (deck.find_node(id) < 0)
+            id = -++layers;
+}
+
+void Expansion::name_layers(std::vector<Freedom>& freedoms) const
+{
+    check_ties(deck, shell_of);
+    std::vector<int> id_of(deck.mesh.nodes.size());
+    for (const auto& [id, node] : deck.node_index)
+        id_of[size_t(node)] = id;
+    std::map<std::pair<int, int>, size_t> seen; // of node and component
+    for (Freedom& freedom : freedoms)
+    {
+        const int node = deck.find_node(freedom.node_id);
+        if (node < 0 || shell_of[size_t(node)] < 0)
+            continue;
+        const std::vector<int> layers = nodes_of(node);
+        const size_t layer = seen[{node, freedom.component}]++;
+        freedom.node_id = id_of[size_t(layers[std::min(layer, layers.size() - 1)])];
+    }
+    for (const ShellNode& shell : shells)
+        for (int component = 1; component <= 3; ++component)
+            if (seen[{shell.node, component}] != nodes_of(shell.node).size())
+                refuse(deck.mesh, element_with(deck.mesh, shell.bottom), shell.node,
+                       "has other freedoms in the matrices than a smooth shell without supports and ties");
+}
+
+} // namespace zel_fem

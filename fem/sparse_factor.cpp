@@ -1,0 +1,302 @@
+// MUMPS does the work (P. R. Amestoy, I. S. Duff, J. Koster and J.-Y. L'Excellent, SIAM J. Matrix Anal. Appl. 23, 2001), in its
+// form without MPI. Positive definite matrices are factored without pivoting. By Sylvester's law of inertia the signs of
+// the pivots of L D L^T are those of the eigenvalues; such factors are thrown away as they come. The order of elimination is that
+// of METIS (G. Karypis and V. Kumar, SIAM J. Sci. Comput. 20, 1998): SCOTCH's, which MUMPS would take, is another each time.
+#include "sparse_factor.h"
+
+#include "interrupt.h"
+
+#include <dmumps_c.h>
+#include <metis.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <limits>
+#include <numeric>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace zel_fem
+{
+
+using Eigen::Index;
+using Eigen::MatrixXd;
+using Eigen::VectorXd;
+namespace fs = std::filesystem;
+
+constexpr int kBegin = -1, kEnd = -2, kAnalyse = 1, kFactor = 2, kSolve = 3;             // jobs
+constexpr int kPositive = 1, kIndefinite = 2;                                            // symmetry
+constexpr int kIntegerRoom = -8, kRealRoom = -9, kSingular = -10, kOutOfCoreFails = -90; // states after a job
+constexpr int kMemoryFails[] = {-5, -7, -13, -19, -22};
+constexpr int kThisProcess = -987654; // as communicator
+constexpr int kMostRoom = 3000;       // percent above the estimate, doubled where pivoting needs it
+constexpr double kNoSign = 1e-13;     // of a pivot's row, against the norm of the scaled matrix
+constexpr double kSolved = 0.1;       // of the right side left over: a singular matrix, factored by rounding alone
+
+namespace
+{
+// A folder for temporary files, gone on every way out.
+class ScratchFolder
+{
+public:
+    ScratchFolder() : path_(make()), registered_(path_) {}
+    ~ScratchFolder()
+    {
+        std::error_code ignored;
+        fs::remove_all(path_, ignored);
+    }
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+    const std::string& path() const { return path_; }
+
+private:
+    static std::string make();
+
+    std::string path_;
+    zel_fem::RemovedOnInterrupt registered_;
+};
+
+// One matrix in MUMPS. Numbers of parameters and results are those of its manual.
+class Mumps
+{
+public:
+    Mumps(const SparseMatrix& upper, int symmetry);
+    ~Mumps() { run(kEnd); }
+    Mumps(const Mumps&) = delete;
+    Mumps& operator=(const Mumps&) = delete;
+
+    int run(int job)
+    {
+        all_.job = job;
+        dmumps_c(&all_);
+        return all_.infog[0];
+    }
+    int& control(int number) { return all_.icntl[number - 1]; }
+    double& real_control(int number) { return all_.cntl[number - 1]; }
+    int result(int number) const { return all_.infog[number - 1]; }
+
+    void analyse();
+    int factor();
+    void solve(MatrixXd& sides);
+    void leave_memory(); // factors go to files
+
+private:
+    // Ordered as they have to end: the files before their folder.
+    std::unique_ptr<ScratchFolder> folder_;
+    DMUMPS_STRUC_C all_{};
+    std::vector<int> rows_, columns_, places_;
+};
+} // namespace
+
+// ---- Out of core -------------------------------------------------------------------------------------------------------
+
+static std::string temporary_folder()
+{
+    for (const char* name : {"TMP", "TMPDIR"})
+        if (const char* folder = std::getenv(name); folder && *folder)
+            return folder;
+    return "/tmp";
+}
+
+std::string ScratchFolder::make()
+{
+    std::string path = temporary_folder() + "/zel-factor-XXXXXX";
+    if (path.size() >= sizeof(DMUMPS_STRUC_C::ooc_tmpdir))
+        throw std::runtime_error("the name of the folder for temporary files is too long: " + temporary_folder());
+    if (!mkdtemp(path.data()))
+        throw std::runtime_error("cannot put the factor of the stiffness matrix into " + temporary_folder() + ": " +
+                                 std::strerror(errno));
+    return path;
+}
+
+void Mumps::leave_memory()
+{
+    folder_ = std::make_unique<ScratchFolder>();
+    std::strcpy(all_.ooc_tmpdir, folder_->path().c_str());
+    std::strcpy(all_.ooc_prefix, "factor");
+    control(22) = 1;
+}
+
+double Cholesky::half_of_memory()
+{
+    return 0.5 * double(sysconf(_SC_PHYS_PAGES)) * double(sysconf(_SC_PAGESIZE));
+}
+
+// ---- MUMPS -------------------------------------------------------------------------------------------------------------
+
+[[noreturn]] static void refuse(int state, int detail)
+{
+    for (int memory : kMemoryFails)
+        if (state == memory)
+            throw std::runtime_error("out of memory while factoring the stiffness matrix");
+    if (state == kOutOfCoreFails)
+        throw std::runtime_error("cannot put the factor of the stiffness matrix into " + temporary_folder() +
+                                 ": it needs room there, or more memory");
+    throw std::runtime_error("the stiffness matrix cannot be factored (MUMPS says " + std::to_string(state) + ", " +
+                             std::to_string(detail) + ")");
+}
+
+// The place of each row in the order of elimination, from 1, by nested dissection. Nothing for a graph too large for METIS.
+static std::vector<int> elimination_order(const SparseMatrix& upper)
+{
+    const Index order = upper.cols();
+    if (2 * upper.nonZeros() > std::numeric_limits<idx_t>::max())
+        return {};
+    std::vector<idx_t> starts(size_t(order) + 1, 0), neighbours, order_of(static_cast<size_t>(order)), place(order_of);
+    const auto each_edge = [&upper](const auto& act) {
+        for (Index column = 0; column < upper.cols(); ++column)
+            for (SparseMatrix::InnerIterator entry(upper, column); entry; ++entry)
+                if (entry.row() != column)
+                {
+                    act(size_t(column), idx_t(entry.row()));
+                    act(size_t(entry.row()), idx_t(column));
+                }
+    };
+    each_edge([&](size_t from, idx_t) { ++starts[from + 1]; });
+    std::partial_sum(starts.begin(), starts.end(), starts.begin());
+    neighbours.resize(size_t(starts.back()));
+    std::vector<idx_t> next = starts;
+    each_edge([&](size_t from, idx_t to) { neighbours[size_t(next[from]++)] = to; });
+    idx_t count = idx_t(order);
+    if (neighbours.empty() || METIS_NodeND(&count, starts.data(), neighbours.data(), nullptr, nullptr, order_of.data(),
+                                           place.data()) != METIS_OK)
+        return {};
+    std::vector<int> places(place.begin(), place.end());
+    for (int& at : places)
+        ++at;
+    return places;
+}
+
+Mumps::Mumps(const SparseMatrix& upper, int symmetry) : places_(elimination_order(upper))
+{
+    rows_.reserve(size_t(upper.nonZeros()));
+    columns_.reserve(size_t(upper.nonZeros()));
+    for (Index column = 0; column < upper.cols(); ++column)
+        for (SparseMatrix::InnerIterator entry(upper, column); entry; ++entry)
+        {
+            rows_.push_back(int(entry.row()) + 1);
+            columns_.push_back(int(column) + 1);
+        }
+    all_.sym = symmetry;
+    all_.par = 1;
+    all_.comm_fortran = kThisProcess;
+    if (run(kBegin) < 0)
+        refuse(result(1), result(2));
+    for (int stream : {1, 2, 3})
+        control(stream) = -1;
+    control(4) = 0;
+    if (!places_.empty())
+    {
+        control(7) = 1; // the given order
+        all_.perm_in = places_.data();
+    }
+    all_.n = int(upper.cols());
+    all_.nnz = upper.nonZeros();
+    all_.irn = rows_.data();
+    all_.jcn = columns_.data();
+    all_.a = const_cast<double*>(upper.valuePtr());
+}
+
+void Mumps::analyse()
+{
+    if (run(kAnalyse) < 0)
+        refuse(result(1), result(2));
+}
+
+// Pivoting may need more room than the analysis could know.
+int Mumps::factor()
+{
+    int state = run(kFactor);
+    while ((state == kIntegerRoom || state == kRealRoom) && control(14) < kMostRoom)
+    {
+        control(14) *= 2;
+        state = run(kFactor);
+    }
+    all_.irn = all_.jcn = nullptr; // only the factor is used from here on
+    all_.a = nullptr;
+    rows_ = columns_ = {};
+    return state;
+}
+
+void Mumps::solve(MatrixXd& sides)
+{
+    all_.rhs = sides.data();
+    all_.nrhs = int(sides.cols());
+    all_.lrhs = int(sides.rows());
+    const int state = run(kSolve);
+    all_.rhs = nullptr;
+    if (state == kOutOfCoreFails)
+        throw std::runtime_error("cannot read the factor of the stiffness matrix back from " + temporary_folder());
+    if (state < 0)
+        throw std::runtime_error("out of memory while solving with the stiffness matrix");
+}
+
+// ---- Cholesky ----------------------------------------------------------------------------------------------------------
+
+struct Cholesky::State
+{
+    Mumps mumps;
+};
+
+// Whether the factor answers a right side. Where a part of the body is not held, the last of its pivots are rounding alone.
+static bool solves(const Cholesky& factor, const SparseMatrix& upper)
+{
+    const VectorXd side = VectorXd::NullaryExpr(upper.rows(), [](Index i) { return i % 2 == 0 ? 1.0 : -0.7; });
+    const VectorXd answer = factor.solve(side);
+    return (upper.selfadjointView<Eigen::Upper>() * answer - side).norm() < kSolved * side.norm();
+}
+
+Cholesky::Cholesky(const SparseMatrix& upper, double most_bytes) : state_(new State{{upper, kPositive}})
+{
+    constexpr double kMegabyte = 1e6;
+    Mumps& mumps = state_->mumps;
+    mumps.analyse();
+    if (mumps.result(16) * kMegabyte > most_bytes)
+        mumps.leave_memory();
+    const int state = mumps.factor();
+    if (state < 0 && state != kSingular)
+        refuse(state, mumps.result(2));
+    if (state == kSingular || mumps.result(12) > 0 || !solves(*this, upper))
+        throw std::runtime_error("the stiffness matrix is not positive definite: a part of the body is not held");
+}
+
+Cholesky::~Cholesky() = default;
+
+double Cholesky::factor_bytes() const
+{
+    constexpr double kMillions = 1e6;
+    const double entries = state_->mumps.result(9); // negative: in millions
+    return (entries < 0.0 ? -kMillions * entries : entries) * double(sizeof(double));
+}
+
+MatrixXd Cholesky::solve(const MatrixXd& right) const
+{
+    MatrixXd sides = right;
+    if (sides.size() > 0)
+        state_->mumps.solve(sides);
+    return sides;
+}
+
+// ---- Inertia -----------------------------------------------------------------------------------------------------------
+
+std::optional<Index> count_negative(const SparseMatrix& upper)
+{
+    Mumps mumps(upper, kIndefinite);
+    mumps.control(13) = 1; // all pivots are counted
+    mumps.control(24) = 1; // those without a sign are told
+    mumps.real_control(3) = kNoSign;
+    mumps.control(31) = 1; // no factor is kept
+    mumps.analyse();
+    const int state = mumps.factor();
+    if (state < 0 && state != kSingular)
+        refuse(state, mumps.result(2));
+    if (state == kSingular || mumps.result(28) > 0)
+        return {};
+    return mumps.result(12);
+}
+
+} // namespace zel_fem

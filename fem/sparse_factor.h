@@ -1,0 +1,40 @@
+// Factors of large sparse symmetric matrices.
+#ifndef FEM_SPARSE_FACTOR_H
+#define FEM_SPARSE_FACTOR_H
+
+#include <Eigen/Dense>
+#include <memory>
+#include <optional>
+
+#include "fem/sources/ccx/matrices.h"
+
+namespace zel_fem
+{
+
+// Sparse Cholesky factor of a symmetric positive definite matrix. One that would take more than `most_bytes` goes to a
+// folder for temporary files, which is gone with the factor and when a signal ends the command.
+class Cholesky
+{
+public:
+    // std::runtime_error when the matrix is not positive definite
+    explicit Cholesky(const SparseMatrix& upper, double most_bytes = half_of_memory());
+    ~Cholesky();
+    Cholesky(const Cholesky&) = delete;
+    Cholesky& operator=(const Cholesky&) = delete;
+    // Bound by memory, not by arithmetic, up to some ten columns: solve for many at once.
+    Eigen::MatrixXd solve(const Eigen::MatrixXd& right) const;
+    double factor_bytes() const;
+
+    static double half_of_memory();
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+// How many eigenvalues of a symmetric matrix are negative. Nothing when some are too near zero for their signs to be known.
+std::optional<Eigen::Index> count_negative(const SparseMatrix& upper);
+
+} // namespace zel_fem
+
+#endif

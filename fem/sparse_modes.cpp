@@ -1,0 +1,391 @@
+// Block Lanczos on the shifted and inverted pencil (R. G. Grimes, J. G. Lewis and H. D. Simon, SIAM J. Matrix Anal. Appl. 15,
+// 1994) with full orthogonalisation, and thick restarts (K. Wu and H. D. Simon, same journal 22, 2000) where the basis would
+// grow too large. Solving for four vectors at once takes twice the time of one, since the factor has to come from memory once
+// only; more of them need more vectors in all. What a start block cannot see stays hidden, such as one of more equal
+// eigenvalues than it has vectors: the inertia of K - sigma M counts what lies below sigma, and new directions join until
+// as many are found. The modes get one more inverse iteration and a Rayleigh-Ritz step: a mass matrix integrated with few
+// points is singular, and its null space would otherwise creep into them.
+#include "sparse_modes.h"
+
+#include <algorithm>
+#include <limits>
+#include <random>
+#include <stdexcept>
+#include <string>
+
+namespace zel_fem
+{
+
+using Eigen::Index;
+using Eigen::MatrixXd;
+using Eigen::VectorXd;
+
+constexpr double kResidual = 1e-8;     // of a converged mode; the Rayleigh-Ritz step squares what is left of it
+constexpr double kIndependent = 1e-14; // squared lengths in a block, against the longest
+constexpr double kNoise = 1e-24;       // squared length of what orthogonalisation leaves, against what it was
+constexpr double kUnit = 0.5;          // squared length that a unit vector keeps when it is orthogonal already
+constexpr double kGap = 1e-6; // between eigenvalues that a count divides, relative to the distance from the shift
+constexpr Index kFewFreedoms = 300, kSmallestBlock = 4, kLargestBlock = 16;
+constexpr int kIdleSteps = 100; // without another mode
+constexpr int kGapsTried = 3;
+constexpr const char* kNotProved = "it cannot be proved that no mode is missing: ask for some more or fewer";
+
+extern "C" void dgemm_(const char* left_form, const char* right_form, const int* rows, const int* columns,
+                       const int* inner, const double* alpha, const double* left, const int* left_stride,
+                       const double* right, const int* right_stride, const double* beta, double* product,
+                       const int* product_stride);
+
+// ---- Products ----------------------------------------------------------------------------------------------------------
+
+MatrixXd times(const SparseMatrix& upper, const MatrixXd& x)
+{
+    using Rows = Eigen::Matrix<double, Eigen::Dynamic, Eigen::Dynamic, Eigen::RowMajor>;
+    const Index width = x.cols();
+    const Rows right = x; // the values of a row side by side
+    Rows product = Rows::Zero(upper.rows(), width);
+    const auto add = [width](double factor, const double* from, double* to) {
+        for (Index k = 0; k < width; ++k)
+            to[k] += factor * from[k];
+    };
+    for (Index column = 0; column < upper.cols(); ++column)
+        for (SparseMatrix::InnerIterator entry(upper, column); entry; ++entry)
+        {
+            add(entry.value(), right.data() + width * column, product.data() + width * entry.row());
+            if (entry.row() != column)
+                add(entry.value(), right.data() + width * entry.row(), product.data() + width * column);
+        }
+    return product;
+}
+
+// The two products of tall blocks, by BLAS: it knows the processor, for which this file is not built.
+static void multiply(char left_form, const Eigen::Ref<const MatrixXd>& left, const Eigen::Ref<const MatrixXd>& right,
+                     double alpha, double beta, Eigen::Ref<MatrixXd> product)
+{
+    const int rows = int(product.rows()), columns = int(product.cols()), inner = int(right.rows()),
+              strides[3] = {int(left.outerStride()), int(right.outerStride()), int(product.outerStride())};
+    if (rows > 0 && columns > 0)
+        dgemm_(&left_form, "N", &rows, &columns, &inner, &alpha, left.data(), &strides[0], right.data(), &strides[1],
+               &beta, product.data(), &strides[2]);
+}
+
+static MatrixXd inner_products(const Eigen::Ref<const MatrixXd>& left, const Eigen::Ref<const MatrixXd>& right)
+{
+    MatrixXd products(left.cols(), right.cols());
+    multiply('T', left, right, 1.0, 0.0, products);
+    return products;
+}
+
+static MatrixXd combination(const Eigen::Ref<const MatrixXd>& columns, const MatrixXd& factors)
+{
+    MatrixXd result(columns.rows(), factors.cols());
+    multiply('N', columns, factors, 1.0, 0.0, result);
+    return result;
+}
+
+// ---- Modes -------------------------------------------------------------------------------------------------------------
+
+namespace
+{
+// The operator (K - shift M)^-1 M of shift and invert, beside some M-orthonormal modes.
+struct Inverse
+{
+    const Pencil& pencil;
+    const Cholesky& shifted;
+    const MatrixXd mass_rigid = times(pencil.mass, pencil.rigid);
+    MatrixXd of_mass_times(const MatrixXd& x) const
+    {
+        MatrixXd y = shifted.solve(x);
+        if (pencil.rigid.cols() > 0)
+            multiply('N', pencil.rigid, inner_products(mass_rigid, y), -1.0, 1.0, y);
+        return y;
+    }
+    MatrixXd times_block(const MatrixXd& x) const { return of_mass_times(times(pencil.mass, x)); }
+};
+
+// An M-orthonormal basis and what the operator A makes of it: A Q = Q T + R b, where Q are the expanded columns and R is the
+// block that comes next. Ritz values are those of T; that of a mode with the eigenvalue lambda is 1 / (lambda - shift).
+class Lanczos
+{
+public:
+    Lanczos(const Inverse& inverse, Index count);
+
+    // Expands the basis until so many modes are found, or no more of them come. Returns how many are found.
+    Index converge(Index wanted);
+    // The same for modes below `sigma`, among directions too that no block so far led to. Returns how many lie below,
+    // found or not.
+    Index converge_below(double sigma, Index wanted);
+    // Of a mode, the lowest first.
+    double ritz(Index mode) const { return mode < expanded_ ? ritz_values_[expanded_ - 1 - mode] : 0.0; }
+    double value(Index mode) const
+    {
+        return ritz(mode) > 0.0 ? inverse_.pencil.shift + 1.0 / ritz(mode) : std::numeric_limits<double>::infinity();
+    }
+    MatrixXd shapes(Index count) const
+    {
+        return combination(basis_.middleCols(rigid_, expanded_), ritz_.rightCols(count));
+    }
+
+private:
+    void reserve(Index columns);
+    Index append(MatrixXd block);
+    void add_directions();
+    void restart(Index kept);
+    void step(Index wanted);
+    template <typename Found> void expand(Index wanted, Found found);
+    Index count_below(double sigma, Index among) const;
+
+    const Inverse& inverse_;
+    const Index rigid_, free_, start_;
+    Index expanded_ = 0, block_ = 0, converged_ = 0; // columns: expanded, newest block; the lowest modes that are found
+    MatrixXd basis_, mass_basis_, projected_;        // the first columns are the modes to leave out
+    VectorXd ritz_values_;                           // ascending
+    MatrixXd ritz_;
+    std::minstd_rand random_; // no direction of symmetry, and the same on every run
+};
+} // namespace
+
+Lanczos::Lanczos(const Inverse& inverse, Index count)
+    : inverse_(inverse), rigid_(inverse.pencil.rigid.cols()), free_(inverse.pencil.mass.rows() - rigid_),
+      start_(std::min(free_, std::clamp<Index>(count / 5, kSmallestBlock, kLargestBlock))),
+      basis_(inverse.pencil.rigid), mass_basis_(inverse.mass_rigid)
+{
+    add_directions();
+}
+
+// Room for expanded columns and the block behind them.
+void Lanczos::reserve(Index columns)
+{
+    const Index before = projected_.rows();
+    if (columns <= before)
+        return;
+    for (MatrixXd* basis : {&basis_, &mass_basis_})
+        basis->conservativeResize(Eigen::NoChange, rigid_ + columns);
+    projected_.conservativeResize(columns, columns);
+    projected_.rightCols(columns - before).setZero();
+    projected_.bottomRows(columns - before).setZero();
+}
+
+// Puts what is new in the block behind the basis, M-orthonormal. Returns how many columns that makes. The second pass removes
+// what rounding leaves of the first ("twice is enough"); what has become short by then was rounding alone.
+Index Lanczos::append(MatrixXd block)
+{
+    const Index columns = rigid_ + expanded_ + block_;
+    const double length = inner_products(block, times(inverse_.pencil.mass, block)).diagonal().maxCoeff();
+    for (int pass = 0; pass < 2 && block.cols() > 0; ++pass)
+    {
+        if (columns > 0)
+            multiply('N', basis_.leftCols(columns), inner_products(mass_basis_.leftCols(columns), block), -1.0, 1.0,
+                     block);
+        const MatrixXd mass_block = times(inverse_.pencil.mass, block);
+        const Eigen::SelfAdjointEigenSolver<MatrixXd> lengths(inner_products(block, mass_block));
+        const VectorXd& squares = lengths.eigenvalues();
+        const double least = pass == 0 ? std::max(kIndependent * squares.tail(1).value(), kNoise * length) : kUnit;
+        const Index independent = (squares.array() > least).count();
+        const MatrixXd directions = lengths.eigenvectors().rightCols(independent) *
+                                    squares.tail(independent).cwiseSqrt().cwiseInverse().asDiagonal();
+        block = combination(block, directions);
+        mass_basis_.middleCols(columns, independent) = combination(mass_block, directions);
+    }
+    basis_.middleCols(columns, block.cols()) = block;
+    return block.cols();
+}
+
+// The newest block grows by columns that are orthogonal to all others: A Q = Q T + R b still holds.
+void Lanczos::add_directions()
+{
+    reserve(expanded_ + block_ + start_);
+    const MatrixXd directions = MatrixXd::NullaryExpr(inverse_.pencil.mass.rows(), start_, [this] {
+        return double(random_()) / double(std::minstd_rand::max()) - 0.5;
+    });
+    block_ += append(inverse_.times_block(directions));
+}
+
+// Keeps the best Ritz vectors in place of the expanded columns.
+void Lanczos::restart(Index kept)
+{
+    const MatrixXd best = ritz_.rightCols(kept);
+    for (MatrixXd* columns : {&basis_, &mass_basis_})
+    {
+        const MatrixXd combined = combination(columns->middleCols(rigid_, expanded_), best),
+                       newest = columns->middleCols(rigid_ + expanded_, block_);
+        columns->middleCols(rigid_, kept + block_) << combined, newest;
+    }
+    projected_.setZero();
+    projected_.diagonal().head(kept) = ritz_values_.tail(kept);
+    expanded_ = kept;
+}
+
+// Expands the newest block. The basis may hold three times the wanted modes, unless it is whole with fewer.
+void Lanczos::step(Index wanted)
+{
+    if (expanded_ + block_ > std::min(free_, 3 * wanted + 4 * block_))
+        restart(std::min(expanded_, wanted + block_));
+    reserve(expanded_ + 2 * block_);
+    const Index newest = block_, size = expanded_ + block_;
+    const MatrixXd image = inverse_.of_mass_times(mass_basis_.middleCols(rigid_ + expanded_, block_));
+    const MatrixXd products = inner_products(mass_basis_.middleCols(rigid_, size), image);
+    projected_.block(expanded_, 0, newest, size) = products.transpose();
+    projected_.block(0, expanded_, size, newest) = products;
+    const Index next = append(image);
+    expanded_ = size;
+    block_ = next;
+    const Eigen::SelfAdjointEigenSolver<MatrixXd> pairs(projected_.topLeftCorner(size, size));
+    ritz_values_ = pairs.eigenvalues();
+    ritz_ = pairs.eigenvectors();
+    VectorXd residuals = VectorXd::Zero(size);
+    if (block_ > 0)
+        residuals = (inner_products(mass_basis_.middleCols(rigid_ + size, block_), image) * ritz_.bottomRows(newest))
+                        .colwise()
+                        .norm();
+    converged_ = 0;
+    while (converged_ < size && residuals[size - 1 - converged_] <= kResidual * ritz(converged_))
+        ++converged_;
+    if (block_ == 0)
+        add_directions();
+}
+
+template <typename Found> void Lanczos::expand(Index wanted, Found found)
+{
+    Index most = found();
+    for (int idle = 0; most < wanted && block_ > 0 && idle < kIdleSteps; ++idle)
+    {
+        step(wanted);
+        if (found() > most)
+            idle = 0;
+        most = std::max(most, found());
+    }
+}
+
+Index Lanczos::converge(Index wanted)
+{
+    expand(wanted, [this] { return converged_; });
+    return converged_;
+}
+
+Index Lanczos::count_below(double sigma, Index among) const
+{
+    Index below = 0;
+    while (below < among && value(below) < sigma)
+        ++below;
+    return below;
+}
+
+Index Lanczos::converge_below(double sigma, Index wanted)
+{
+    const auto found = [this, sigma] { return count_below(sigma, converged_); };
+    if (found() < wanted)
+        add_directions();
+    expand(wanted, found);
+    return found() < wanted ? found() : count_below(sigma, expanded_);
+}
+
+static Eigenmodes rayleigh_ritz(const Pencil& pencil, const MatrixXd& basis)
+{
+    const MatrixXd k = inner_products(basis, times(pencil.stiffness, basis)),
+                   m = inner_products(basis, times(pencil.mass, basis));
+    const Eigen::GeneralizedSelfAdjointEigenSolver<MatrixXd> solver(0.5 * (k + k.transpose()),
+                                                                    0.5 * (m + m.transpose()));
+    if (solver.info() != Eigen::Success)
+        throw std::runtime_error("the modes are not independent: ask for fewer");
+    return {solver.eigenvalues(), combination(basis, solver.eigenvectors())};
+}
+
+// The largest component of every shape is positive, so that signs do not depend on rounding.
+static void fix_signs(MatrixXd& shapes)
+{
+    for (Index k = 0; k < shapes.cols(); ++k)
+    {
+        const double largest = shapes.col(k).cwiseAbs().maxCoeff();
+        Index first = 0; // among components that are equal but for rounding
+        while (first + 1 < shapes.rows() && std::abs(shapes(first, k)) < (1.0 - 1e-6) * largest)
+            ++first;
+        if (shapes(first, k) < 0.0)
+            shapes.col(k) *= -1.0;
+    }
+}
+
+// By dense algebra: with W = L L^T the inverse of K - shift M, the operator is similar to L^T M L. Few freedoms have few
+// distinct eigenvalues.
+static Eigenmodes modes_of_few(const Inverse& inverse, Index count)
+{
+    const Index order = inverse.pencil.mass.rows(), rigid = inverse.pencil.rigid.cols();
+    const MatrixXd l = inverse.shifted.solve(MatrixXd::Identity(order, order)).llt().matrixL();
+    MatrixXd projected = MatrixXd::Identity(order, order); // off the modes to leave out
+    if (rigid > 0)
+    {
+        const MatrixXd basis =
+            inner_products(l, inverse.mass_rigid).householderQr().householderQ() * MatrixXd::Identity(order, rigid);
+        multiply('N', basis, basis.transpose(), -1.0, 1.0, projected);
+    }
+    const MatrixXd kept = combination(l, projected), similar = inner_products(kept, times(inverse.pencil.mass, kept));
+    const Eigen::SelfAdjointEigenSolver<MatrixXd> solver(0.5 * (similar + similar.transpose()));
+    const double next = solver.eigenvalues()[order - count - 1];
+    return {{},
+            combination(kept, solver.eigenvectors().rightCols(count)),
+            next > 0.0 ? inverse.pencil.shift + 1.0 / next : std::numeric_limits<double>::infinity()};
+}
+
+// The number of modes, at least `count`, behind which the next gap lies.
+static Index converge_to_gap(Lanczos& lanczos, Index count)
+{
+    constexpr Index kMore = 4;
+    for (Index wanted = count + 1;; wanted += kMore)
+    {
+        const Index found = lanczos.converge(wanted);
+        if (found < count)
+            throw std::runtime_error("only " + std::to_string(found) + " modes converged: ask for fewer");
+        for (Index k = count; k < found; ++k)
+            if (lanczos.ritz(k - 1) - lanczos.ritz(k) > kGap * lanczos.ritz(k - 1))
+                return k;
+        if (found < wanted) // there are no more
+            return found;
+    }
+}
+
+// Finds at least `count` modes, and all that lie below an eigenvalue between theirs and the next.
+static Eigenmodes proved_modes(const Inverse& inverse, Index count)
+{
+    const Pencil& pencil = inverse.pencil;
+    Lanczos lanczos(inverse, count);
+    Index modes = count;
+    for (int gap = 0; gap < kGapsTried; ++gap, ++modes)
+    {
+        modes = converge_to_gap(lanczos, modes);
+        const double last = lanczos.value(modes - 1),
+                     width = std::min(lanczos.value(modes) - last, last - pencil.shift);
+        for (double share : {0.5, 0.25, 0.75})
+        {
+            const double sigma = last + share * width;
+            const std::optional<Index> below = count_negative(SparseMatrix(pencil.stiffness - sigma * pencil.mass));
+            const Index expected = below ? *below - pencil.rigid.cols() : 0;
+            if (expected < modes) // the shift is nearly an eigenvalue, or rounding moves them
+                continue;
+            if (lanczos.converge_below(sigma, expected) == expected)
+                return {{}, lanczos.shapes(expected), sigma};
+        }
+    }
+    throw std::runtime_error(kNotProved);
+}
+
+Eigenmodes lowest_modes(const Pencil& pencil, const Cholesky& shifted, int count)
+{
+    const Index order = pencil.stiffness.rows();
+    if (count < 1)
+        return {VectorXd(0), MatrixXd(order, 0)};
+    if (count >= order - pencil.rigid.cols())
+        throw std::runtime_error("the model has only " + std::to_string(order) + " freedoms: ask for fewer modes");
+    const Inverse inverse{pencil, shifted};
+    const Eigenmodes found = order <= kFewFreedoms ? modes_of_few(inverse, count) : proved_modes(inverse, count);
+    Eigenmodes modes = rayleigh_ritz(pencil, inverse.times_block(found.shapes));
+    if (order > kFewFreedoms && !(modes.values.tail(1).value() < found.complete_to))
+        throw std::runtime_error(kNotProved);
+    modes.complete_to = found.complete_to;
+    if (modes.values.size() > count) // of equal eigenvalues some are wanted
+        modes.complete_to = modes.values[count];
+    modes.values.conservativeResize(count);
+    modes.shapes.conservativeResize(Eigen::NoChange, count);
+    fix_signs(modes.shapes);
+    return modes;
+}
+
+} // namespace zel_fem

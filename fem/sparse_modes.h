@@ -1,0 +1,38 @@
+// Lowest modes of large sparse pencils, none of them missing.
+#ifndef FEM_SPARSE_MODES_H
+#define FEM_SPARSE_MODES_H
+
+#include <Eigen/Dense>
+
+#include "fem/sources/ccx/matrices.h"
+#include "sparse_factor.h"
+
+namespace zel_fem
+{
+
+// Product with a symmetric matrix of which the upper triangle is stored; all columns in one pass over the matrix.
+Eigen::MatrixXd times(const SparseMatrix& upper, const Eigen::MatrixXd& x);
+
+struct Eigenmodes
+{
+    Eigen::VectorXd values;   // ascending
+    Eigen::MatrixXd shapes;   // M-orthonormal, one column a mode
+    double complete_to = 0.0; // every eigenvalue below is among them
+};
+
+// K x = lambda M x, both matrices as upper triangles. Columns of `rigid` are M-orthonormal modes to leave out, whose
+// eigenvalues are zero; there may be none. K - shift M is positive definite.
+struct Pencil
+{
+    const SparseMatrix &stiffness, &mass;
+    const Eigen::MatrixXd& rigid;
+    double shift;
+};
+
+// The `count` modes that are nearest above the shift; `shifted` is the factor of K - shift M. std::runtime_error unless it
+// is certain that none is missing.
+Eigenmodes lowest_modes(const Pencil& pencil, const Cholesky& shifted, int count);
+
+} // namespace zel_fem
+
+#endif

@@ -1,0 +1,28 @@
+// The units that a user writes, as in "mm, t, s, N".
+#ifndef UNITS_H
+#define UNITS_H
+
+#include <string>
+
+namespace zel_fem
+{
+
+struct Units
+{
+    std::string mass, length, time, force; // canonical labels
+
+    bool operator==(const Units&) const = default;
+};
+
+// Four spellings in any order, separated by commas, one of each dimension; std::runtime_error for anything else.
+Units parse_units(const std::string& text);
+
+// The unit of force over mass length / time^2: 1 when the units belong together.
+double consistency_of(const Units& units);
+
+// Relative; what the printed factors of units that belong together differ by.
+constexpr double kConsistentUnits = 1e-4;
+
+} // namespace zel_fem
+
+#endif

@@ -1,0 +1,123 @@
+// `zel compare`: a new file against a base file.
+#include "../body.h"
+#include "../messages.h"
+#include "../progress.h"
+#include "commands.h"
+#include "fem/interrupt.h"
+
+#include <CLI/CLI.hpp>
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+
+namespace zel_command
+{
+
+using zel_fem::RemovedOnInterrupt;
+
+// The comparison ends the process when the files do not describe the same nodes. As a command that is a difference like
+// any other; its text is printed by then.
+static bool comparing = false;
+
+static void end_with_difference()
+{
+    if (!comparing)
+        return;
+    ProgressBar::end_current();
+    std::_Exit(output_is_printed() ? kDifferences : kUnusable);
+}
+
+static bool is_normalised(ZELDATA* db)
+{
+    constexpr double kRounding = 1e-9;
+    if (!db->eigenvalues)
+        return false;
+    for (const Mode& mode : modes_of(db))
+        if (std::fabs(mode.mass - 1.0) > kRounding)
+            return false;
+    return ZEL_ModeCount(db) > 0;
+}
+
+// What the content of a file needs to be written again.
+static std::string options_to_keep(ZELDATA* db)
+{
+    const char* invariants = ZEL_Exists(db, ZEL_BLOCK_INVAR9 - 1)   ? "full_invar"
+                             : ZEL_Exists(db, ZEL_BLOCK_INVAR3 - 1) ? "fast_invar"
+                                                                    : "";
+    return std::string(invariants) + (ZEL_Double_Prec(db) ? "" : " single");
+}
+
+// Modes of generalized mass 1 mean another amplitude in other units. Of a file in other units than the base a copy in those
+// of the base is made, whose modes are normalised in these; without need for one, null.
+static std::unique_ptr<Body> copy_in_units_of(ZELDATA* base, ZELDATA* fresh)
+{
+    const auto units = units_of(base);
+    if (units == units_of(fresh) || !is_normalised(base) || !is_normalised(fresh))
+        return nullptr;
+    std::string folder = (std::filesystem::temp_directory_path() / "zel_compare_XXXXXX").string();
+    if (!mkdtemp(folder.data()))
+        throw std::runtime_error(folder + ": " + std::strerror(errno));
+    const RemovedOnInterrupt registered(folder);
+    const std::string path = folder + "/copy.zel";
+    setenv("VXR_ZELWRITE_OPTIONS", options_to_keep(fresh).c_str(), 1);
+    std::unique_ptr<Body> copy;
+    {
+        const MessagesAside messages(false), warnings = MessagesAside::hidden(STDERR_FILENO);
+        if (ZEL_SetUnits(fresh, units[0].c_str(), units[1].c_str(), units[2].c_str(), units[3].c_str()) &&
+            ZEL_write_ZEL(fresh, path.c_str()))
+            copy = std::make_unique<Body>(path); // holds the file open when it has no name any more
+    }
+    std::error_code ignored;
+    std::filesystem::remove_all(folder, ignored);
+    if (!copy)
+        throw std::runtime_error("no copy in the units of the base can be written in " + folder);
+    return copy;
+}
+
+} // namespace zel_command
+
+using namespace zel_command;
+
+void add_compare_command(CLI::App& app, int& status)
+{
+    struct Options
+    {
+        std::string base, fresh;
+        double tolerance = 1e-6;
+        bool quiet = false, verbose = false;
+    };
+    const auto options = std::make_shared<Options>();
+    CLI::App* command = app.add_subcommand("compare", "Compare a file with a base file, block by block");
+    command->add_option("BASE", options->base, "file to compare with")->required();
+    command->add_option("NEW", options->fresh, "file to be compared")->required();
+    command->add_option("--tolerance", options->tolerance, "largest relative difference that passes")
+        ->capture_default_str()
+        ->check(CLI::Validator(
+            [](const std::string& text) {
+                double value = 0.0;
+                return CLI::detail::lexical_cast(text, value) && value >= 0.0
+                           ? ""
+                           : "\"" + text + "\" is no number from 0 on";
+            },
+            ""))
+        ->option_text("T [1e-06]");
+    const auto quiet = command->add_flag("-q,--quiet", options->quiet, "print failures only");
+    command->add_flag("-v,--verbose", options->verbose, "print what passes, too")->excludes(quiet);
+    command->callback([options, &status] {
+        ProgressBar bar("open the files");
+        const Body base(options->base), fresh(options->fresh);
+        const std::unique_ptr<Body> copy = copy_in_units_of(base, fresh);
+        std::atexit(end_with_difference);
+        comparing = true;
+        bar.begin("compare");
+        const int verbosity = options->quiet ? 0 : options->verbose ? 2 : 1;
+        status = ZEL_Compare(base, copy ? *copy : fresh, verbosity, options->tolerance) == 0 ? kFine : kDifferences;
+        comparing = false;
+    });
+}

@@ -1,0 +1,55 @@
+// `zel convert`: reads a file and writes it anew, in other units, encodings or with other write options.
+#include "../body.h"
+#include "../messages.h"
+#include "../progress.h"
+#include "../write_options.h"
+#include "commands.h"
+#include "fem/interrupt.h"
+#include "fem/units.h"
+
+#include <CLI/CLI.hpp>
+
+#include <cstdlib>
+
+using namespace zel_command;
+using zel_fem::UnfinishedOutput, zel_fem::Units, zel_fem::parse_units;
+
+void add_convert_command(CLI::App& app, int& status)
+{
+    struct Options
+    {
+        std::string in, out, units, write_options;
+        bool single = false, native = false, verbose = false;
+    };
+    const auto options = std::make_shared<Options>();
+    CLI::App* command = app.add_subcommand("convert", "Write a file anew: other units, encoding or write options");
+    command->add_option("IN", options->in, "file to read")->required();
+    command->add_option("OUT", options->out, "file to write")->required();
+    command->add_option("--units", options->units,
+                        "units of the new file: mass, length, time and force, as in mm,t,s,N");
+    command->add_option("--options", options->write_options, "write options, for example \"full_invar sparse_str\"")
+        ->check(CLI::Validator(problem_of_write_options, ""));
+    command->add_flag("--single", options->single, "single precision");
+    command->add_flag("--native", options->native, "native byte order instead of XDR");
+    command->add_flag("-v,--verbose", options->verbose, "the library's own messages on standard error");
+    command->footer(help_on_write_options());
+    command->callback([options, &status] {
+        ProgressBar bar("open the file");
+        const Body body(options->in);
+        if (!options->units.empty())
+        {
+            const Units units = parse_units(options->units);
+            if (!ZEL_SetUnits(body, units.mass.c_str(), units.length.c_str(), units.time.c_str(), units.force.c_str()))
+                throw std::runtime_error("the units of " + options->in + " cannot be changed to " + options->units);
+        }
+        const std::string all =
+            options->write_options + (options->single ? " single" : "") + (options->native ? " no_xdr" : "");
+        setenv("VXR_ZELWRITE_OPTIONS", all.c_str(), 1);
+        bar.begin("write the file");
+        const UnfinishedOutput unfinished(options->out);
+        const MessagesAside aside(options->verbose);
+        if (!ZEL_write_ZEL(body, options->out.c_str()))
+            throw std::runtime_error(options->out + " could not be written");
+        status = kFine;
+    });
+}
