@@ -13,8 +13,8 @@
 namespace zel
 {
 
-int64_t failing_allocation = -1;
-double largest_allocation = 0.0;
+thread_local int64_t failing_allocation = -1;
+thread_local double largest_allocation = 0.0;
 bool refuse_mapping = false, refuse_reservation = false, refuse_unnamed = false, refuse_naming = false;
 double fixed_time = -1.0;
 

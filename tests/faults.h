@@ -8,11 +8,11 @@
 namespace zel
 {
 
-// The allocation that fails next, counted from 0; negative: none does.
-extern int64_t failing_allocation;
+// The allocation of this thread that fails next, counted from 0; negative: none does.
+extern thread_local int64_t failing_allocation;
 
-// The largest request of memory so far, in bytes.
-extern double largest_allocation;
+// The largest request of memory that this thread has made, in bytes.
+extern thread_local double largest_allocation;
 
 // Do without memory maps; without the reservation of disk space in one call.
 extern bool refuse_mapping, refuse_reservation;

@@ -1,6 +1,8 @@
 // The shape of messages and of the progress line, captured from the real streams.
 #include "fixtures.h"
 
+#include <thread>
+
 TEST(Messages, PrefixEveryLineOfAText)
 {
     EXPECT_EQ(errors_of([] { ZEL_Error("mode %d\nis missing", 7); }), "ERROR:  mode 7\nERROR:  is missing\n");
@@ -16,6 +18,43 @@ TEST(Messages, AreCutAfter999Characters)
     const std::string fits(999, 'x'), too_long(5000, 'x');
     EXPECT_EQ(output_of([&] { ZEL_Info("%s", fits.c_str()); }), fits + "\n");
     EXPECT_EQ(output_of([&] { ZEL_Info("%s", too_long.c_str()); }), fits + "\n");
+}
+
+static void collect(void* context, int severity, const char* text)
+{
+    *static_cast<std::string*>(context) += std::to_string(severity) + "<" + text + ">";
+}
+
+// Whole texts, each in one call, and none on the streams; of this thread, as long as it is set.
+TEST(MessageHandler, TakesTheMessagesOfItsThread)
+{
+    std::string taken, of_other;
+    void* context = nullptr;
+    const auto report = [] {
+        ZEL_Error("mode %d\nis missing", 7);
+        ZEL_Warning("ends\n");
+        EXPECT_EQ(ZEL_Info("%5000s", ""), 999);
+        EXPECT_EQ(ZEL_SetModalLoad(nullptr, 0, 0, 0.0), 0);
+    };
+    EXPECT_EQ(ZEL_SetMessageHandler(collect, &taken), nullptr);
+    EXPECT_EQ(ZEL_MessageHandler(&context), collect);
+    EXPECT_EQ(context, &taken);
+    std::string printed;
+    EXPECT_EQ(output_of([&] { printed = errors_of(report); }) + printed, "");
+    EXPECT_EQ(taken, "2<mode 7\nis missing>1<ends\n>0<" + std::string(999, ' ') +
+                         ">2<The database has not been initialized.>");
+
+    taken.clear();
+    std::thread([&of_other] {
+        EXPECT_EQ(errors_of([] { ZEL_Error("to the stream"); }), "ERROR:  to the stream\n");
+        EXPECT_EQ(ZEL_SetMessageHandler(collect, &of_other), nullptr);
+        ZEL_Error("to its own");
+    }).join();
+    EXPECT_EQ(taken, "");
+    EXPECT_EQ(of_other, "2<to its own>");
+    EXPECT_EQ(ZEL_SetMessageHandler(nullptr, nullptr), collect);
+    EXPECT_EQ(errors_of([] { ZEL_Error("again"); }), "ERROR:  again\n");
+    EXPECT_EQ(taken, "");
 }
 
 TEST(TimeMonitor, CountsStepsUpToAndBeyondTheTotal)

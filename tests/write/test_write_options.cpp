@@ -15,18 +15,6 @@ using namespace zel;
 namespace
 {
 
-class WriteOptionStrings : public ZelTest
-{
-protected:
-    WriteOptions read(const char* text)
-    {
-        const Environment variable("VXR_ZELWRITE_OPTIONS", text);
-        WriteOptions options = read_write_options();
-        options.text = text ? text : "";
-        return options;
-    }
-};
-
 // The text of a document between two marks, of which each is there.
 std::string section(const char* document, const char* from, const char* to)
 {
@@ -58,14 +46,13 @@ TEST(WriteOptionKeywords, AreTheSameInAllDocuments)
     std::set<std::string> words;
     for (const KeywordRow& row : kKeywords)
         words.insert(row.word);
-    const std::string options =
-        section("/zel/include/zel.h", "The environment variable VXR_ZELWRITE", "Unless no_ortho");
+    const std::string options = section("/zel/include/zel.h", "other words mean nothing", "Unless no_ortho");
     EXPECT_EQ(words_in(options, "\n \\*   [ \\w]{10}(.*)"), words);
     EXPECT_EQ(words_in(section("/README.md", "## Write options", "The body of"), "\n\\| (`[^|]*)\\|"), words);
     EXPECT_EQ(words_in(section("/docs/zel.3", "are looked for", ".TP"), "(?:text:|\n)(.*)"), words);
 }
 
-TEST_F(WriteOptionStrings, SettleTheVersionCodeInAFixedOrder)
+TEST(WriteOptionStrings, SettleTheVersionCodeInAFixedOrder)
 {
     const struct
     {
@@ -86,10 +73,10 @@ TEST_F(WriteOptionStrings, SettleTheVersionCodeInAFixedOrder)
         {"sketch(\"single_body.txt\")", 0x33C}, // a keyword counts inside an argument too
     };
     for (const auto& row : rows)
-        EXPECT_EQ(read(row.text).version, row.code) << row.text;
+        EXPECT_EQ(read_write_options(row.text).version, row.code) << row.text;
 }
 
-TEST_F(WriteOptionStrings, TellArgumentsFromWhatFollows)
+TEST(WriteOptionStrings, TellArgumentsFromWhatFollows)
 {
     const struct
     {
@@ -108,15 +95,15 @@ TEST_F(WriteOptionStrings, TellArgumentsFromWhatFollows)
     };
     for (const auto& row : rows)
     {
-        const WriteOptions options = read(row.text);
+        const WriteOptions options = read_write_options(row.text);
         EXPECT_STREQ(options.sketch.text, row.sketch) << row.text;
         EXPECT_STREQ(options.coarsen.text, row.coarsen) << row.text;
     }
     const std::string path(3000, 'p'); // longer than there is room
-    EXPECT_EQ(read(("sketch(\"" + path + "\")").c_str()).sketch.text, path.substr(0, 1023));
+    EXPECT_EQ(read_write_options(("sketch(\"" + path + "\")").c_str()).sketch.text, path.substr(0, 1023));
 }
 
-TEST_F(WriteOptionStrings, GiveFrequencyLimitsInAnyLocale)
+TEST(WriteOptionStrings, GiveFrequencyLimitsInAnyLocale)
 {
     const struct
     {
@@ -132,7 +119,7 @@ TEST_F(WriteOptionStrings, GiveFrequencyLimitsInAnyLocale)
         std::setlocale(LC_NUMERIC, locale);
         for (const auto& row : rows)
         {
-            const WriteOptions options = read(row.text);
+            const WriteOptions options = read_write_options(row.text);
             EXPECT_EQ(options.lowest_hz, row.lowest) << row.text;
             EXPECT_EQ(options.highest_hz, row.highest) << row.text;
             EXPECT_TRUE(options.range_given);
@@ -141,7 +128,7 @@ TEST_F(WriteOptionStrings, GiveFrequencyLimitsInAnyLocale)
     std::setlocale(LC_NUMERIC, "C");
 }
 
-TEST_F(WriteOptionStrings, ReportEveryConflict)
+TEST(WriteOptionStrings, ReportEveryConflict)
 {
     const struct
     {
@@ -160,5 +147,6 @@ TEST_F(WriteOptionStrings, ReportEveryConflict)
         {"81_comp sparse_str", "ERROR:  8.1 compatible ZEL cannot have sparse stress or strain modes\n"},
     };
     for (const auto& row : rows)
-        EXPECT_EQ(errors_of([&] { EXPECT_EQ(check_conflicts(read(row.text)), *row.errors == '\0'); }), row.errors);
+        EXPECT_EQ(errors_of([&] { EXPECT_EQ(check_conflicts(read_write_options(row.text)), *row.errors == '\0'); }),
+                  row.errors);
 }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <thread>
 
 namespace
 {
@@ -224,6 +225,42 @@ TEST_F(Writing, LaysOutEveryBlockInEveryFormat)
             EXPECT_EQ(written.substr(size_t(expected.offset(number)), content.size()), content) << "block " << number;
         EXPECT_EQ(written, expected.bytes());
     }
+}
+
+// The options of a call are its own, whatever the environment says, and so are its messages. Threads with a body each do not
+// disturb one another, in short runs and in those that two threads share.
+TEST_F(Writing, TakesOptionsFromTheCallInEveryThread)
+{
+    const Environment variable("VXR_ZELWRITE_OPTIONS", "no_xdr full_str 81_comp");
+    const std::string source = folder.path("source.zel");
+    write_bytes(source, written_sample({60, true, false}).bytes());
+    const auto write_in_thread = [&](const FormatOptions& row, int thread) {
+        std::string messages;
+        ZEL_SetMessageHandler(
+            [](void* to, int severity, const char* text) {
+                *static_cast<std::string*>(to) += std::to_string(severity) + text + "\n";
+            },
+            &messages);
+        const std::string path = folder.path("thread" + std::to_string(thread));
+        for (int round = 0; round < 10; ++round)
+        {
+            ZELDATA* db = ZEL_Create(0, 0);
+            EXPECT_EQ(ZEL_ReadZEL(db, std::fopen(source.c_str(), "rb"), source.c_str()), 1);
+            EXPECT_EQ(ZEL_WriteWithOptions(db, path.c_str(), row.options), 1);
+            EXPECT_EQ(bytes_of(path), written_sample(row.format).bytes()) << row.format.name();
+            ZEL_UnLink(db);
+        }
+        EXPECT_NE(messages.find("0                  Nodal Coords Yes\n"), std::string::npos) << messages;
+    };
+    std::vector<std::thread> threads;
+    for (const FormatOptions& row : kFormats)
+        threads.emplace_back(write_in_thread, row, int(threads.size()));
+    for (std::thread& thread : threads)
+        thread.join();
+    ZELDATA* db = sample_body();
+    ASSERT_EQ(ZEL_WriteWithOptions(db, folder.path("plain").c_str(), nullptr), 1);
+    EXPECT_EQ(ZEL_Version(db), 60);
+    EXPECT_EQ(bytes_of(folder.path("plain")), write(db, nullptr));
 }
 
 // Invariants go through unchanged, and the properties of the body follow from them.

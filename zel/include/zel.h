@@ -16,9 +16,11 @@
  *   - Values are in the database's own units (ZEL_SetUnits); rotations are in radians.
  *   - Messages: the function that finds a fault reports it through ZEL_Error and returns its failure value; the database
  *     keeps what it had. Nothing is thrown. Numbers in messages follow the host program's LC_NUMERIC locale.
- *   - Threads: the list of databases and the time monitor are process-wide and unguarded; use the library from one
- *     thread at a time. A call may use helper threads, which end before it returns; all signals are blocked there, so that
- *     no handler of the host program runs on one.
+ *   - Threads: one database serves one thread at a time; different databases may be used by different threads at the
+ *     same time. ZEL_CreateFromZEL gives two callers of one path the same database: a thread that wants its own reads
+ *     the file by ZEL_Create(0, 0) and ZEL_ReadZEL. ZEL_Terminate, the Fortran entry points and the time monitor are for one thread. A
+ *     call may use helper threads, which end before it returns; all signals are blocked there, so that no handler of the
+ *     host program runs on one. Handlers of messages and progress are called by the thread that called the library.
  *
  * Functions marked "silent" print nothing when they fail.
  */
@@ -250,14 +252,43 @@ struct ZELDATA
 
 /* ---- Messages and progress ---------------------------------------------------------------------------------------- */
 
+/* Severity of a message. */
+enum
+{
+    ZEL_MESSAGE_INFO = 0,    /* what an operation does and has found */
+    ZEL_MESSAGE_WARNING = 1, /* the operation goes on */
+    ZEL_MESSAGE_ERROR = 2    /* why an operation fails, or cannot do a part of what was asked */
+};
+
 /**
  * Print a formatted message, cut after 999 characters. Every line of it, an empty last one included, starts with the
  * severity's prefix: "ERROR:  " and "WARNING:  " on standard error, none on standard output for information.
- * Return what the last fprintf returned.
+ * Return what the last fprintf returned. With a message handler nothing is printed, and the length of the text returned.
  */
 ZEL_API int ZEL_Error(const char* format, ...) ZEL_PRINTF;
 ZEL_API int ZEL_Warning(const char* format, ...) ZEL_PRINTF;
 ZEL_API int ZEL_Info(const char* format, ...) ZEL_PRINTF;
+
+/**
+ * Takes one message. It gets the text as it was formatted, at most 999 characters, without a prefix: a message of several
+ * lines comes in one call, with newlines between and, where the message has one, at its end. The text is the library's and
+ * lasts for the call. A failing operation may send more than one message of severity ZEL_MESSAGE_ERROR: what failed, then
+ * why. A handler neither calls the library nor throws nor jumps out.
+ */
+typedef void (*ZELMESSAGEHANDLER)(void* context, int severity, const char* text);
+
+/**
+ * Sets where the messages of the calling thread go: all that the library, or the thread itself, reports through ZEL_Error,
+ * ZEL_Warning and ZEL_Info. Each thread begins without a handler and has its own.
+ * handler  called with `context` for each message; null: standard error and output, as described above
+ * Returns the handler before, null: none; ZEL_MessageHandler, asked first, tells its context too.
+ * With a handler the library prints nothing by itself. What a caller asks for is printed still: ZEL_Contents, the report of
+ * ZEL_Compare (ZEL_CompareBodies prints none), ZEL_TimeMonitorStamp and the times of ZEL_localtime_ISO8601.
+ */
+ZEL_API ZELMESSAGEHANDLER ZEL_SetMessageHandler(ZELMESSAGEHANDLER handler, void* context);
+
+/** The message handler of the calling thread, null: none, and its context; context may be null. To put it back later. */
+ZEL_API ZELMESSAGEHANDLER ZEL_MessageHandler(void** context);
 
 /** Starts the progress monitor of an operation of `total_steps` steps. */
 ZEL_API void ZEL_TimeMonitor(int total_steps);
@@ -703,14 +734,15 @@ ZEL_API void ZEL_Contents(ZELDATA* db, int block, FILE* stream);
 /* ---- File: writing ------------------------------------------------------------------------------------------------- */
 
 /**
- * Writes the database to a ZEL file. The environment variable VXR_ZELWRITE_OPTIONS, when set, says how. Each keyword
- * counts wherever it occurs in it, also inside another keyword or an argument:
+ * Writes the database to a ZEL file.
+ * options  says how; null: no options. Each keyword counts wherever it occurs in the text, also inside another keyword or
+ *          an argument; other words mean nothing:
  *   format    full_str (stress and strain for all mode nodes, version 41), single (precision), no_xdr (native byte order),
  *             82_comp and 81_comp (versions 20 and 10), sparse_str (no stress and strain where they are zero)
  *   modes     no_ortho (as they are), lowpass(hz) and highpass(hz): a run of modes up to and above these frequencies
  *   content   full_invar, fast_invar (inertia invariants, modal data only at geometry nodes), empty (no modal content),
  *             MKS (in SI units)
- *   geometry  lbrf2cm (origin to the centre of mass), sketch("file") (faces of a sketch file), strip_face (no inner faces),
+ *   geometry  lbrf2cm (origin to the centre of mass), sketch("file") (faces of a sketch file), strip_face (outer faces),
  *             coarsen(percent, degrees, preserve_str ids) (fewer faces)
  * Unless no_ortho is given the modes become the eigenvectors of their generalized stiffness and mass. How large a mode is
  * plays no part. A mode that depends linearly on others is left out with a warning that names it, and so is one with
@@ -728,6 +760,9 @@ ZEL_API void ZEL_Contents(ZELDATA* db, int block, FILE* stream);
  * second file, the output waits in the folder for temporary files and then overwrites the older one, with a warning, unless
  * a database reads that.
  */
+ZEL_API int ZEL_WriteWithOptions(ZELDATA* db, const char* name, const char* options);
+
+/** The same with the options in the environment variable VXR_ZELWRITE_OPTIONS, without any when it is not set. */
 ZEL_API int ZEL_write_ZEL(ZELDATA* db, const char* name);
 
 /**

@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <mutex>
 #include <thread>
 #include <type_traits>
 
@@ -23,11 +24,38 @@ namespace
 {
 constexpr int64_t kBlockBytes = 1024 * 1024;      // written at once: two threads get in each other's way less often
 constexpr int64_t kReadBlockBytes = 256 * 1024;   // read at once: still in the cache when the items are converted
+constexpr int64_t kSmallBytes = 4096;             // a run of so many takes no block
 constexpr int64_t kSharedBytes = 4 * 1024 * 1024; // a run of so many takes two threads
 } // namespace
 
-// The blocks that are being encoded or decoded. For the whole process, which uses the library from one thread at a time.
-alignas(64) static unsigned char blocks[2][kBlockBytes];
+namespace
+{
+// Two blocks of memory to encode and decode runs in: those of the process, or where another thread is at work in these, new
+// ones. Without memory for them it waits.
+class Blocks
+{
+public:
+    Blocks()
+    {
+        if (!lock_.owns_lock() && !(own_ = static_cast<Pair*>(std::aligned_alloc(alignof(Pair), sizeof(Pair)))))
+            lock_.lock();
+    }
+    ~Blocks() { std::free(own_); }
+    Blocks(const Blocks&) = delete;
+    Blocks& operator=(const Blocks&) = delete;
+    unsigned char* operator[](int i) { return (own_ ? *own_ : shared_).blocks[i]; }
+
+private:
+    struct alignas(64) Pair
+    {
+        unsigned char blocks[2][kBlockBytes];
+    };
+    static inline Pair shared_;
+    static inline std::mutex mutex_;
+    std::unique_lock<std::mutex> lock_{mutex_, std::try_to_lock};
+    Pair* own_ = nullptr;
+};
+} // namespace
 
 static uint32_t swapped(uint32_t word)
 {
@@ -190,9 +218,13 @@ template <typename Move>
 static int move_run(FILE* file, int64_t count, int64_t item_bytes, int64_t block_bytes, const Move& move)
 {
     const int64_t per_block = block_bytes / item_bytes;
+    OwnPlace own_place{file};
+    if (alignas(64) unsigned char small[kSmallBytes]; count * item_bytes <= kSmallBytes)
+        return move(own_place, small, 0, count);
+    Blocks blocks;
     int64_t start = -1;
     if (count * item_bytes < kSharedBytes || fileno(file) < 0 || std::fflush(file) != 0 || (start = ftello(file)) < 0)
-        return move_blocks(OwnPlace{file}, blocks[0], 0, count, per_block, move);
+        return move_blocks(own_place, blocks[0], 0, count, per_block, move);
     const int64_t half = count / 2;
     bool moved = false;
     const auto move_half = [&] { moved = move_blocks(Place(file, start), blocks[0], 0, half, per_block, move); };

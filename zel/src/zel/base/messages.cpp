@@ -1,4 +1,4 @@
-// Messages to the host program's terminal, and the progress line of long operations.
+// Messages to the host program's handler or its terminal, and the progress line of long operations.
 #include "messages.h"
 #include "zel.h"
 
@@ -7,14 +7,36 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <utility>
 
 static constexpr int kLongestMessage = 999;
 
-// Formats into a bounded buffer and prints the text line by line, each behind `prefix`.
-static int print_lines(FILE* to, const char* prefix, const char* format, va_list values)
+namespace
 {
-    char text[kLongestMessage + 1] = "";
-    std::vsnprintf(text, sizeof text, format, values);
+template <typename Function> struct Handler
+{
+    Function function; // null: none
+    void* context;
+
+    Function set(Function fresh, void* its_context)
+    {
+        context = its_context;
+        return std::exchange(function, fresh);
+    }
+    Function get(void** its_context) const
+    {
+        if (its_context)
+            *its_context = context;
+        return function;
+    }
+};
+} // namespace
+
+static thread_local Handler<ZELMESSAGEHANDLER> message_handler;
+
+// Prints a text line by line, each behind `prefix`.
+static int print_lines(FILE* to, const char* prefix, const char* text)
+{
     const char* line = text;
     while (const char* end = std::strchr(line, '\n'))
     {
@@ -24,19 +46,37 @@ static int print_lines(FILE* to, const char* prefix, const char* format, va_list
     return std::fprintf(to, "%s%s\n", prefix, line);
 }
 
-static int print_error(const char* format, va_list values)
+// Formats into a bounded buffer, and gives the text to the handler of the thread or else to the stream of its severity.
+static int report(int severity, const char* format, va_list values)
 {
-    return print_lines(stderr, "ERROR:  ", format, values);
+    char text[kLongestMessage + 1] = "";
+    std::vsnprintf(text, sizeof text, format, values);
+    if (message_handler.function)
+    {
+        message_handler.function(message_handler.context, severity, text);
+        return int(std::strlen(text));
+    }
+    switch (severity)
+    {
+    case ZEL_MESSAGE_ERROR: return print_lines(stderr, "ERROR:  ", text);
+    case ZEL_MESSAGE_WARNING: return print_lines(stderr, "WARNING:  ", text);
+    default: return print_lines(stdout, "", text);
+    }
 }
 
 namespace zel
 {
 
+bool messages_are_printed()
+{
+    return !message_handler.function;
+}
+
 Failed fail(const char* format, ...)
 {
     va_list values;
     va_start(values, format);
-    print_error(format, values);
+    report(ZEL_MESSAGE_ERROR, format, values);
     va_end(values);
     return {};
 }
@@ -57,7 +97,7 @@ int ZEL_Error(const char* format, ...)
 {
     va_list values;
     va_start(values, format);
-    const int printed = print_error(format, values);
+    const int printed = report(ZEL_MESSAGE_ERROR, format, values);
     va_end(values);
     return printed;
 }
@@ -66,7 +106,7 @@ int ZEL_Warning(const char* format, ...)
 {
     va_list values;
     va_start(values, format);
-    const int printed = print_lines(stderr, "WARNING:  ", format, values);
+    const int printed = report(ZEL_MESSAGE_WARNING, format, values);
     va_end(values);
     return printed;
 }
@@ -75,9 +115,19 @@ int ZEL_Info(const char* format, ...)
 {
     va_list values;
     va_start(values, format);
-    const int printed = print_lines(stdout, "", format, values);
+    const int printed = report(ZEL_MESSAGE_INFO, format, values);
     va_end(values);
     return printed;
+}
+
+ZELMESSAGEHANDLER ZEL_SetMessageHandler(ZELMESSAGEHANDLER handler, void* context)
+{
+    return message_handler.set(handler, context);
+}
+
+ZELMESSAGEHANDLER ZEL_MessageHandler(void** context)
+{
+    return message_handler.get(context);
 }
 
 // ---- Time monitor -------------------------------------------------------------------------------------------------

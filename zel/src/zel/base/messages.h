@@ -22,6 +22,9 @@ Failed no_memory(const char* module, int line = __builtin_LINE());
 // The message for a null database.
 Failed no_database();
 
+// Whether the thread has no message handler: its messages go to the streams.
+bool messages_are_printed();
+
 } // namespace zel
 
 #endif

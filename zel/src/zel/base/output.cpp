@@ -196,7 +196,7 @@ bool OutputFile::give_name()
 
 static bool copy_bytes(int from, int to)
 {
-    static char part[64 * 1024];
+    char part[64 * 1024];
     int64_t at = 0;
     for (ssize_t count; (count = pread(from, part, sizeof part, at)) != 0; at += count)
         if (count < 0 || !move_all(pwrite, to, static_cast<const char*>(part), count, at))

@@ -7,12 +7,16 @@
 
 #include <algorithm>
 #include <cstring>
+#include <mutex>
 
 using namespace zel;
 
 static_assert(ZEL_MODE_KINDS == 3, "mode, stress and strain streams are separate fields of the record");
 
-static ZELDATA* first_database; // in order of creation, chained through next
+// The live databases in order of creation, chained through next, and what is told from them about others: the files that
+// they read. One thread at a time looks at it or changes it.
+static ZELDATA* first_database;
+static std::mutex list_mutex;
 
 namespace zel
 {
@@ -98,11 +102,11 @@ static void close_zel_file(ZELSTREAM& stream)
     stream.file = nullptr;
 }
 
-// Frees a record with everything it owns; returns what followed it in the list.
-static ZELDATA* free_database(ZELDATA* db)
+// Frees a record, which is in the list no more, with everything it owns; null is ignored.
+static void free_database(ZELDATA* db)
 {
     if (!db)
-        return nullptr;
+        return;
     for (int node = 0; db->nodes && node < db->node_count; ++node)
         discard(db->nodes[node].inertia);
     discard(db->nodes);
@@ -137,9 +141,7 @@ static ZELDATA* free_database(ZELDATA* db)
     discard(db->private_data);
     if (current_database == db)
         current_database = nullptr;
-    ZELDATA* next = db->next;
     std::free(db);
-    return next;
 }
 
 // The link (head or next field) that points at db, or at null for the end of the list.
@@ -151,17 +153,36 @@ static ZELDATA** link_to(const ZELDATA* db)
     return link;
 }
 
+// Takes a database out of the list. Null when it is not there.
+static ZELDATA* take_from_list(const ZELDATA* db)
+{
+    const std::lock_guard lock(list_mutex);
+    ZELDATA** link = link_to(db);
+    ZELDATA* taken = *link;
+    if (taken)
+        *link = taken->next;
+    return taken;
+}
+
+int zel::adopt_file(ZELDATA* db, FILE* file, const char* name)
+{
+    const std::lock_guard lock(list_mutex);
+    db->zel_file.file = file;
+    return !name || (db->zel_file.name = copy_text(name)) ? 1 : 0;
+}
+
 bool zel::held_open(const char* path)
 {
-    for (ZELDATA* db = first_database; db; db = db->next)
-        for (const ZELSTREAM* stream : {&db->zel_file, &db->mode_file, &db->stress_file, &db->strain_file})
-            if (stream->file && names_open_file(path, stream->file))
-                return true;
+    const std::lock_guard lock(list_mutex);
+    for (ZELDATA* db = first_database; db; db = db->next) // mode streams have no name, or borrow this file
+        if (db->zel_file.file && names_open_file(path, db->zel_file.file))
+            return true;
     return false;
 }
 
 ZELDATA* zel::database_of_file(const char* path)
 {
+    const std::lock_guard lock(list_mutex);
     for (ZELDATA* db = first_database; db; db = db->next)
         if (db->zel_file.name && std::strcmp(db->zel_file.name, path) == 0)
             return db;
@@ -184,6 +205,7 @@ ZELDATA* ZEL_Create(int max_mode_nodes, int max_modes)
     db->version = 31;
     db->max_mode_nodes = max_mode_nodes;
     db->max_modes = max_modes;
+    const std::lock_guard lock(list_mutex);
     *link_to(nullptr) = db;
     return db;
 }
@@ -192,19 +214,18 @@ void ZEL_Destroy(ZELDATA*) {}
 
 void ZEL_UnLink(ZELDATA* db)
 {
-    ZELDATA** link = link_to(db);
-    if (*link)
-        *link = free_database(*link);
+    free_database(take_from_list(db));
 }
 
 void ZEL_Terminate(void)
 {
     while (first_database)
-        first_database = free_database(first_database);
+        free_database(take_from_list(first_database));
 }
 
 int CheckZEL(const ZELDATA* db)
 {
+    const std::lock_guard lock(list_mutex);
     return db && *link_to(db) ? 1 : 0;
 }
 

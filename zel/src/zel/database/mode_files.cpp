@@ -174,7 +174,7 @@ static Failed report(ModeReplacement::Result result, const FileTexts& kind, cons
 namespace zel
 {
 
-int64_t mode_reads = 0;
+std::atomic<int64_t> mode_reads = 0;
 
 int open_mode_file(ZELDATA* db, int kind)
 {

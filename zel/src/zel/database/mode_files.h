@@ -7,13 +7,15 @@
 
 #include "zel.h"
 
+#include <atomic>
+
 namespace zel
 {
 
 constexpr int kComponents = 6; // values of one node in one mode
 
 // How often a record, or a part of one, was read from a stream since the process began.
-extern int64_t mode_reads;
+extern std::atomic<int64_t> mode_reads;
 
 // Reads, in current units, the six values of each of `count` nodes at the positions first, first + 1, ... of the stored
 // vector of mode index `mode`: from a temporary file, mapped or not, or a ZEL file of either precision and encoding. What

@@ -197,6 +197,10 @@ struct RigidInvariants
 };
 int rigid_invariants(ZELDATA* db, RigidInvariants& out); // 0 when the file cannot be read
 
+// Makes a file, and a copy of its name unless that is null, those that a database was read from: from here on it is the
+// database that closes it. 0, silently, when memory is short for the name.
+int adopt_file(ZELDATA* db, FILE* file, const char* name);
+
 // The live database that was read from a file of that name, null: none.
 ZELDATA* database_of_file(const char* path);
 

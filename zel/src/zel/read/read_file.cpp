@@ -347,9 +347,8 @@ int ZEL_ReadZEL(ZELDATA* db, FILE* file, const char* name)
         return no_database();
     if (!file || db->zel_file.file || db->node_count > 0 || db->mode_count > 0)
         return 0;
-    db->zel_file.file = file; // from here on it is the database that closes it
     start_empty(db);
-    if (name && !(db->zel_file.name = copy_text(name)))
+    if (!adopt_file(db, file, name))
         return no_memory(kModule);
     if (!read_version(db))
         return 0;

@@ -144,10 +144,8 @@ static InvariantOption invariant_set(const char* text)
                                             : InvariantOption::illegal;
 }
 
-WriteOptions read_write_options()
+WriteOptions read_write_options(const char* text)
 {
-    const char* set = std::getenv("VXR_ZELWRITE_OPTIONS");
-    const char* text = set ? set : "";
     WriteOptions options = {};
     options.text = text;
     options.shift_origin = has(text, Keyword::lbrf2cm);

@@ -1,4 +1,4 @@
-// What one call of the writer is told by the environment variable VXR_ZELWRITE_OPTIONS.
+// What one call of the writer is told by its option string.
 #ifndef ZEL_WRITE_OPTIONS_H
 #define ZEL_WRITE_OPTIONS_H
 
@@ -21,10 +21,10 @@ struct OptionArgument
     bool given() const { return text[0] != '\0'; }
 };
 
-// A plain record; nothing in it outlives the call.
+// A plain record; nothing in it outlives the text.
 struct WriteOptions
 {
-    const char* text; // the whole string, "" when the variable is not set
+    const char* text; // the whole string, the caller's
 
     // changes of the geometry, made before anything is written
     bool shift_origin; // to the centre of mass, twice: before and after the faces are replaced and stripped
@@ -47,8 +47,8 @@ struct WriteOptions
     bool si_units;
 };
 
-// Reads the variable. A keyword counts wherever it stands in the string, inside another keyword or an argument too.
-WriteOptions read_write_options();
+// A keyword counts wherever it stands in the text, inside another keyword or an argument too.
+WriteOptions read_write_options(const char* text);
 
 // Reports each pair of options that exclude one another; 1 when there is none.
 int check_conflicts(const WriteOptions& options);

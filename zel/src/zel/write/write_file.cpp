@@ -590,7 +590,7 @@ static bool is_own_file(const ZELDATA* db, const char* name)
     return (own.name && std::strcmp(own.name, name) == 0) || (own.file && names_open_file(name, own.file));
 }
 
-int ZEL_write_ZEL(ZELDATA* db, const char* name)
+int ZEL_WriteWithOptions(ZELDATA* db, const char* name, const char* options)
 {
     if (!CheckZEL(db) || !name)
         return 0;
@@ -606,7 +606,7 @@ int ZEL_write_ZEL(ZELDATA* db, const char* name)
         return explain(output.error());
     }
     Writer out(db, output.file());
-    out.options = read_write_options();
+    out.options = read_write_options(options ? options : "");
     if (!run_pipeline(out))
         return 0;
     close_xdr(out.file);
@@ -614,6 +614,11 @@ int ZEL_write_ZEL(ZELDATA* db, const char* name)
         return 1;
     fail("%s", block_row(out.last_block).unwritten);
     return explain(output.error());
+}
+
+int ZEL_write_ZEL(ZELDATA* db, const char* name)
+{
+    return ZEL_WriteWithOptions(db, name, std::getenv("VXR_ZELWRITE_OPTIONS"));
 }
 
 const char* zelwrite_VersionId(void)

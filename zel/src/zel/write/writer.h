@@ -2,6 +2,7 @@
 #ifndef ZEL_WRITE_WRITER_H
 #define ZEL_WRITE_WRITER_H
 
+#include "base/base.h"
 #include "zel.h"
 
 #include <unistd.h>
@@ -9,11 +10,11 @@
 namespace zel
 {
 
-// Progress of a long phase: stamps the time monitor when standard output is a terminal, and only then.
+// Progress of a long phase: stamps the time monitor when standard output is a terminal and takes the messages, only then.
 class Progress
 {
 public:
-    explicit Progress(int64_t steps) : shown_(isatty(STDOUT_FILENO) == 1)
+    explicit Progress(int64_t steps) : shown_(messages_are_printed() && isatty(STDOUT_FILENO) == 1)
     {
         if (shown_)
             ZEL_TimeMonitor(int(steps < INT32_MAX ? steps : INT32_MAX));
