@@ -1,4 +1,5 @@
 // What a database says of the blocks of its file: which there are, where they start, how long they are.
+#include "caches.h"
 #include "record.h"
 #include "stream/stream.h"
 #include "zel.h"
@@ -13,11 +14,21 @@ int ZEL_Exists(const ZELDATA* db, int block_index)
     return flag_position(number) < 0 || has_flag(db->content_flags, number) ? 1 : 0;
 }
 
+void zel::block_changed(ZELDATA* db, int number)
+{
+    caches(db).stale_block[number] = 1;
+}
+
+bool zel::is_stale_block(const ZELDATA* db, int number)
+{
+    return caches(db).stale_block[number] != 0;
+}
+
 // Whether the file holds a block that still describes the body.
 static bool valid_in_file(const ZELDATA* db, int block_index)
 {
     return block_index >= 0 && block_index < kBlockCount && CheckZEL(db) && block_in_file(db, block_index + 1) &&
-           !own(db).stale_block[block_index + 1];
+           !is_stale_block(db, block_index + 1);
 }
 
 int ZEL_goto_block(ZELDATA* db, int block_index)

@@ -1,5 +1,7 @@
-// The list of live databases: creation, lookup by file, and the freeing of a record with everything it owns.
+// The life of a record: creation, and the freeing of a record with everything it owns.
 #include "base/base.h"
+#include "caches.h"
+#include "invariant_slots.h"
 #include "mode_files.h"
 #include "record.h"
 #include "stream/stream.h"
@@ -7,60 +9,17 @@
 
 #include <algorithm>
 #include <cstring>
-#include <mutex>
 
 using namespace zel;
 
 static_assert(ZEL_MODE_KINDS == 3, "mode, stress and strain streams are separate fields of the record");
-
-// The live databases in order of creation, chained through next, and what is told from them about others: the files that
-// they read. One thread at a time looks at it or changes it.
-static ZELDATA* first_database;
-static std::mutex list_mutex;
 
 namespace zel
 {
 
 ZELDATA* current_database = nullptr;
 
-// Frees an array of `count` owned arrays.
-template <typename T> static void discard_rows(T**& rows, int count)
-{
-    for (int i = 0; rows && i < count; ++i)
-        std::free(static_cast<void*>(rows[i]));
-    discard(rows);
-}
-
-void drop_invariant(ZELDATA* db, int number)
-{
-    const Invariant& row = invariant_row(number);
-    const int table = own(db).table_modes[number];
-    if (row.values)
-        discard(db->*row.values);
-    else if (row.rows)
-        discard_rows(db->*row.rows, row.by_pair ? table : db->invar_modes);
-    else
-    {
-        double***& rows = db->*row.table;
-        for (int i = 0; rows && i < table; ++i)
-            if (rows[i])
-                discard_rows(rows[i], table);
-        discard(rows);
-    }
-    db->invar_origin[number] = 0;
-}
-
 } // namespace zel
-
-static void free_loads(ZELDATA* db)
-{
-    discard(db->modal_preload);
-    for (int i = 0; db->load_cases && i < db->load_case_count; ++i)
-        discard(db->load_cases[i].values);
-    discard(db->load_cases);
-    discard(own(db).load_forces);
-    db->load_case_count = db->load_capacity = db->principal_axes_done = 0;
-}
 
 static void free_matrices(ZELDATA* db)
 {
@@ -80,7 +39,7 @@ void start_scales(ZELDATA* db)
     std::fill_n(db->mode_factor, ZEL_MODE_KINDS, 1.0);
     std::fill_n(db->base_scale, 4, 1.0);
     db->units.mass_scale = db->units.length_scale = db->units.time_scale = db->units.force_scale = 1.0;
-    own(db).assumed_mass = 1.0;
+    set_assumed_mass(db, 1.0);
 }
 
 void start_empty(ZELDATA* db)
@@ -137,62 +96,17 @@ static void free_database(ZELDATA* db)
     discard(db->mode_ids);
     discard(db->selected_modes);
     nodes_changed(db);
-    discard_caches(own(db));
+    free_node_lookups(db);
     discard(db->private_data);
     if (current_database == db)
         current_database = nullptr;
     std::free(db);
 }
 
-// The link (head or next field) that points at db, or at null for the end of the list.
-static ZELDATA** link_to(const ZELDATA* db)
-{
-    ZELDATA** link = &first_database;
-    while (*link && *link != db)
-        link = &(*link)->next;
-    return link;
-}
-
-// Takes a database out of the list. Null when it is not there.
-static ZELDATA* take_from_list(const ZELDATA* db)
-{
-    const std::lock_guard lock(list_mutex);
-    ZELDATA** link = link_to(db);
-    ZELDATA* taken = *link;
-    if (taken)
-        *link = taken->next;
-    return taken;
-}
-
-int zel::adopt_file(ZELDATA* db, FILE* file, const char* name)
-{
-    const std::lock_guard lock(list_mutex);
-    db->zel_file.file = file;
-    return !name || (db->zel_file.name = copy_text(name)) ? 1 : 0;
-}
-
-bool zel::held_open(const char* path)
-{
-    const std::lock_guard lock(list_mutex);
-    for (ZELDATA* db = first_database; db; db = db->next) // mode streams have no name, or borrow this file
-        if (db->zel_file.file && names_open_file(path, db->zel_file.file))
-            return true;
-    return false;
-}
-
-ZELDATA* zel::database_of_file(const char* path)
-{
-    const std::lock_guard lock(list_mutex);
-    for (ZELDATA* db = first_database; db; db = db->next)
-        if (db->zel_file.name && std::strcmp(db->zel_file.name, path) == 0)
-            return db;
-    return nullptr;
-}
-
 ZELDATA* ZEL_Create(int max_mode_nodes, int max_modes)
 {
     Scratch<ZELDATA> record(1);
-    Scratch<Private> caches(1);
+    Scratch<Caches> caches(1);
     if (!record.data || !caches.data)
         return nullptr;
     ZELDATA* db = record.release();
@@ -205,8 +119,7 @@ ZELDATA* ZEL_Create(int max_mode_nodes, int max_modes)
     db->version = 31;
     db->max_mode_nodes = max_mode_nodes;
     db->max_modes = max_modes;
-    const std::lock_guard lock(list_mutex);
-    *link_to(nullptr) = db;
+    add_live(db);
     return db;
 }
 
@@ -214,19 +127,13 @@ void ZEL_Destroy(ZELDATA*) {}
 
 void ZEL_UnLink(ZELDATA* db)
 {
-    free_database(take_from_list(db));
+    free_database(take_live(db));
 }
 
 void ZEL_Terminate(void)
 {
-    while (first_database)
-        free_database(take_from_list(first_database));
-}
-
-int CheckZEL(const ZELDATA* db)
-{
-    const std::lock_guard lock(list_mutex);
-    return db && *link_to(db) ? 1 : 0;
+    while (ZELDATA* first = take_first_live())
+        free_database(first);
 }
 
 const char* zelcreate_VersionId(void)

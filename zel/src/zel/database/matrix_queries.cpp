@@ -2,6 +2,7 @@
 // they were given; stiffness and mass without entries are diagonal, with the generalized values of the eigenvalue records.
 // A list goes into a dense matrix entry by entry: of equal pairs the last one holds, nothing is mirrored, and an entry
 // whose row or column is no mode is left out.
+#include "caches.h"
 #include "record.h"
 #include "zel.h"
 
@@ -40,10 +41,20 @@ struct EntryList
 
 } // namespace
 
+double zel::assumed_mass(const ZELDATA* db)
+{
+    return caches(db).assumed_mass;
+}
+
+void zel::set_assumed_mass(ZELDATA* db, double mass)
+{
+    caches(db).assumed_mass = mass;
+}
+
 static EntryList list_of(const ZELDATA* db, int block)
 {
     const MatrixRow& row = matrix_row(block);
-    return {db, &(db->*row.list), row.record_field, block == kBlockMass ? own(db).assumed_mass : 0.0};
+    return {db, &(db->*row.list), row.record_field, block == kBlockMass ? assumed_mass(db) : 0.0};
 }
 
 static int store_implied(const EntryList& list, ZELMATRIX& matrix)

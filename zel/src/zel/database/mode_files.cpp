@@ -4,6 +4,7 @@
 // positions; so are those of a replacement, which comes and goes in long runs that cost less than the page faults of a map. The vectors of a body that was read stay in its ZEL file.
 #include "mode_files.h"
 #include "base/base.h"
+#include "caches.h"
 #include "record.h"
 #include "stream/stream.h"
 
@@ -133,18 +134,23 @@ static int write_values(FILE* file, double* map, int64_t at, const double* value
 
 // ---- Streams of a database ---------------------------------------------------------------------------------------------
 
+static ModeMaps& maps_of(const ZELDATA* db)
+{
+    return caches(db).mode_maps;
+}
+
 // The records become the kind's stream.
 static void adopt(ZELDATA* db, int kind, RecordFile& records)
 {
-    Private& caches = own(db);
+    ModeMaps& maps = maps_of(db);
     mode_stream(db, kind) = records.stream;
     std::free(db->mode_positions[kind]);
     db->mode_positions[kind] = records.positions;
     db->mode_record_nodes[kind] = records.nodes;
     db->mode_factor[kind] = 1.0;
     db->cached_mode[kind] = -1;
-    caches.mode_map[kind] = records.map;
-    caches.mode_map_bytes[kind] = records.bytes;
+    maps.map[kind] = records.map;
+    maps.bytes[kind] = records.bytes;
     records = {};
 }
 
@@ -222,7 +228,7 @@ int write_mode_values(ZELDATA* db, int kind, int mode, int position, int dof, in
     convert(db, kind, stored, count, dof, true);
     const int64_t at =
         db->mode_positions[kind][mode] + (kComponents * int64_t(position) + dof) * int64_t(sizeof(double));
-    return write_values(mode_stream(db, kind).file, own(db).mode_map[kind], at, stored, count);
+    return write_values(mode_stream(db, kind).file, maps_of(db).map[kind], at, stored, count);
 }
 
 static bool read_stored(ZELDATA* db, int kind, int mode, int first, int count, double* out)
@@ -231,7 +237,7 @@ static bool read_stored(ZELDATA* db, int kind, int mode, int first, int count, d
     const int64_t values = kComponents * int64_t(count), skipped = kComponents * int64_t(first);
     const int64_t at = db->mode_positions[kind][mode] + skipped * real_bytes(stream);
     ++mode_reads;
-    if (const double* map = own(db).mode_map[kind])
+    if (const double* map = maps_of(db).map[kind])
     {
         std::memcpy(out, map + at / int64_t(sizeof(double)), size_t(values) * sizeof(double));
         return true;
@@ -258,7 +264,7 @@ int read_mode_slice(ZELDATA* db, int kind, int mode, int first, int count, doubl
 // Whether vectors can be used where they are mapped.
 static bool usable_in_place(const ZELDATA* db, int kind)
 {
-    return own(db).mode_map[kind] && db->mode_factor[kind] == 1.0;
+    return maps_of(db).map[kind] && db->mode_factor[kind] == 1.0;
 }
 
 const double* mode_slice(ZELDATA* db, int kind, int mode, int first, int count, double* buffer)
@@ -267,7 +273,7 @@ const double* mode_slice(ZELDATA* db, int kind, int mode, int first, int count, 
     if (in_range && usable_in_place(db, kind) && count <= db->mode_record_nodes[kind] - first)
     {
         ++mode_reads;
-        return own(db).mode_map[kind] + db->mode_positions[kind][mode] / int64_t(sizeof(double)) +
+        return maps_of(db).map[kind] + db->mode_positions[kind][mode] / int64_t(sizeof(double)) +
                kComponents * int64_t(first);
     }
     return read_mode_slice(db, kind, mode, first, count, buffer) ? buffer : nullptr;
@@ -279,16 +285,16 @@ const double* mode_columns(const ZELDATA* db, int kind, int64_t& stride)
     if (!usable_in_place(db, kind) || db->mode_record_nodes[kind] < db->mode_node_count[kind])
         return nullptr;
     mode_reads += db->mode_count;
-    return own(db).mode_map[kind]; // whose records follow each other
+    return maps_of(db).map[kind]; // whose records follow each other
 }
 
 void close_mode_stream(ZELDATA* db, int kind)
 {
-    Private& caches = own(db);
+    ModeMaps& maps = maps_of(db);
     ZELSTREAM& stream = mode_stream(db, kind);
     if (stream.temporary)
     {
-        RecordFile records = {stream, db->mode_positions[kind], 0, caches.mode_map[kind], caches.mode_map_bytes[kind]};
+        RecordFile records = {stream, db->mode_positions[kind], 0, maps.map[kind], maps.bytes[kind]};
         discard_records(records);
     }
     else
@@ -296,14 +302,14 @@ void close_mode_stream(ZELDATA* db, int kind)
     stream = {};
     stream.double_precision = 1;
     db->mode_positions[kind] = nullptr;
-    caches.mode_map[kind] = nullptr;
+    maps.map[kind] = nullptr;
 }
 
 void forget_cached_modes(ZELDATA* db)
 {
     for (int& mode : db->cached_mode)
         mode = -1;
-    own(db).checked_modes = own(db).repeated_mode = 0;
+    forget_mode_lookups(db);
 }
 
 // ---- Replacement -------------------------------------------------------------------------------------------------------

@@ -30,7 +30,7 @@ static ZELEIGEN eigenvalue_of_diagonals(const ZELDATA* db, int mode)
 {
     constexpr double kPerTurn = 0.15915494309188485; // 1 / (2 pi)
     const double k = leading_diagonal(db->stiffness, mode, 0.0);
-    const double m = leading_diagonal(db->mass, mode, db->mass.count > 0 ? 0.0 : own(db).assumed_mass);
+    const double m = leading_diagonal(db->mass, mode, db->mass.count > 0 ? 0.0 : assumed_mass(db));
     const double eigenvalue = m == 0.0 ? kInfiniteEigenvalue : k / m;
     const double consistency = ZEL_UCF(db) == 0.0 ? 1.0 : ZEL_UCF(db);
     const double radians = std::copysign(std::sqrt(consistency * std::fabs(eigenvalue)), eigenvalue);

@@ -3,6 +3,8 @@
 // Lookups go through a hash table from id to node index, behind a guess that answers calls in node order; so adding and
 // finding nodes takes constant time in every order of ids. The id indexes of the record are appended to and put in order
 // when an exported lookup is called. Everything that has an entry for each node is (re)allocated in one place, reserve_nodes.
+#include "caches.h"
+#include "invariant_slots.h"
 #include "mode_files.h"
 #include "record.h"
 #include "zel.h"
@@ -16,6 +18,11 @@
 using namespace zel;
 
 static constexpr const char* kModule = "zeltools";
+
+static NodeCache& cache_of(const ZELDATA* db)
+{
+    return caches(db).nodes;
+}
 
 static constexpr int kGrowth = 1000; // nodes that are added to the room at least
 
@@ -42,24 +49,24 @@ static uint32_t scattered(int node_id)
 }
 
 // The slot of an id, or the free slot where it belongs. At least half of the slots are free.
-static ZELIDPAIR& slot_of(const Private& caches, int node_id)
+static ZELIDPAIR& slot_of(const NodeCache& cache, int node_id)
 {
-    const uint32_t mask = (1u << caches.node_slot_bits) - 1;
+    const uint32_t mask = (1u << cache.slot_bits) - 1;
     uint32_t at = scattered(node_id) & mask;
-    while (caches.node_slots[at].index != 0 && caches.node_slots[at].id != node_id)
+    while (cache.slots[at].index != 0 && cache.slots[at].id != node_id)
         at = (at + 1) & mask;
-    return caches.node_slots[at];
+    return cache.slots[at];
 }
 
 // Enters the nodes that were added since the last lookup. The first of several nodes with one id is the one that counts.
-static void hash_new_nodes(const ZELDATA* db, Private& caches)
+static void hash_new_nodes(const ZELDATA* db, NodeCache& cache)
 {
-    for (; caches.hashed_nodes < db->node_count; ++caches.hashed_nodes)
+    for (; cache.hashed < db->node_count; ++cache.hashed)
     {
-        const int node_id = db->nodes[caches.hashed_nodes].id;
-        ZELIDPAIR& slot = slot_of(caches, node_id);
+        const int node_id = db->nodes[cache.hashed].id;
+        ZELIDPAIR& slot = slot_of(cache, node_id);
         if (slot.index == 0)
-            slot = {node_id, caches.hashed_nodes + 1};
+            slot = {node_id, cache.hashed + 1};
     }
 }
 
@@ -68,17 +75,17 @@ namespace zel
 
 int find_node(const ZELDATA* db, int node_id)
 {
-    Private& caches = own(db);
-    const int guess = caches.last_node;
+    NodeCache& cache = cache_of(db);
+    const int guess = cache.last;
     for (int node : {guess + 1, guess})
         if (node < db->node_count && db->nodes[node].id == node_id)
-            return caches.last_node = node;
-    if (db->node_count == 0 || node_id > caches.highest_node_id)
+            return cache.last = node;
+    if (db->node_count == 0 || node_id > cache.highest_id)
         return -1;
-    hash_new_nodes(db, caches);
-    const int node = slot_of(caches, node_id).index - 1;
+    hash_new_nodes(db, cache);
+    const int node = slot_of(cache, node_id).index - 1;
     if (node >= 0)
-        caches.last_node = node;
+        cache.last = node;
     return node;
 }
 
@@ -115,7 +122,7 @@ int reserve_nodes(ZELDATA* db, int64_t count)
     room = std::min(room, int64_t(INT32_MAX) / 2);
     if (room < count)
         return 0;
-    Private& caches = own(db);
+    NodeCache& cache = cache_of(db);
     const int slot_bits = bits_for(2 * room);
     Scratch<ZELNODE> nodes(room);
     Scratch<ZELNODE*> mode_nodes[] = {Scratch<ZELNODE*>(room), Scratch<ZELNODE*>(room), Scratch<ZELNODE*>(room)};
@@ -130,9 +137,9 @@ int reserve_nodes(ZELDATA* db, int64_t count)
         return 0;
 
     copy_into(nodes, db->nodes, db->node_count);
-    copy_into(stress_position, caches.mode_position[ZEL_MODAL_STRESS], db->node_count);
-    copy_into(strain_position, caches.mode_position[ZEL_MODAL_STRAIN], db->node_count);
-    copy_into(is_interface, caches.is_interface, db->node_count);
+    copy_into(stress_position, cache.mode_position[ZEL_MODAL_STRESS], db->node_count);
+    copy_into(strain_position, cache.mode_position[ZEL_MODAL_STRAIN], db->node_count);
+    copy_into(is_interface, cache.is_interface, db->node_count);
     for (int kind = 0; kind < ZEL_MODE_KINDS; ++kind)
     {
         copy_mode_nodes(mode_nodes[kind], db, kind, nodes.data);
@@ -143,12 +150,12 @@ int reserve_nodes(ZELDATA* db, int64_t count)
     }
     db->node_id_index = db->mode_node_id_index[ZEL_MODE_SHAPE];
     replace(db->nodes, nodes);
-    replace(caches.mode_position[ZEL_MODAL_STRESS], stress_position);
-    replace(caches.mode_position[ZEL_MODAL_STRAIN], strain_position);
-    replace(caches.is_interface, is_interface);
-    replace(caches.node_slots, slots);
-    caches.node_slot_bits = slot_bits;
-    caches.hashed_nodes = 0;
+    replace(cache.mode_position[ZEL_MODAL_STRESS], stress_position);
+    replace(cache.mode_position[ZEL_MODAL_STRAIN], strain_position);
+    replace(cache.is_interface, is_interface);
+    replace(cache.slots, slots);
+    cache.slot_bits = slot_bits;
+    cache.hashed = 0;
     db->node_capacity = int(room);
     return 1;
 }
@@ -164,7 +171,7 @@ static bool by_id(const ZELIDPAIR& a, const ZELIDPAIR& b)
 static void append_pair(ZELDATA* db, int kind, int count, ZELIDPAIR pair)
 {
     ZELIDPAIR* pairs = db->mode_node_id_index[kind];
-    int& sorted = own(db).sorted_pairs[kind];
+    int& sorted = cache_of(db).sorted_pairs[kind];
     pairs[count] = pair;
     if (sorted == count && (count == 0 || pairs[count - 1].id <= pair.id))
         sorted = count + 1;
@@ -177,7 +184,7 @@ static void sort_pairs(ZELDATA* db, int kind, int count)
     constexpr int kFew = 64;
     ZELIDPAIR few[kFew];
     ZELIDPAIR* const pairs = db->mode_node_id_index[kind];
-    const int sorted = own(db).sorted_pairs[kind], added = count - sorted;
+    const int sorted = cache_of(db).sorted_pairs[kind], added = count - sorted;
     if (added <= 0)
         return;
     std::sort(pairs + sorted, pairs + count, by_id);
@@ -194,7 +201,7 @@ static void sort_pairs(ZELDATA* db, int kind, int count)
             end = behind;
         }
     }
-    own(db).sorted_pairs[kind] = count;
+    cache_of(db).sorted_pairs[kind] = count;
 }
 
 // ---- Adding nodes --------------------------------------------------------------------------------------------------------
@@ -206,17 +213,17 @@ int append_node(ZELDATA* db, int node_id)
         no_memory(kModule);
         return -1;
     }
-    Private& caches = own(db);
+    NodeCache& cache = cache_of(db);
     const int node = db->node_count;
     db->nodes[node] = {};
     db->nodes[node].id = node_id;
     db->mode_nodes[ZEL_MODE_SHAPE][node] = db->nodes + node;
     append_pair(db, ZEL_MODE_SHAPE, node, {node_id, node});
-    caches.mode_position[ZEL_MODAL_STRESS][node] = caches.mode_position[ZEL_MODAL_STRAIN][node] = 0;
-    caches.is_interface[node] = 0;
-    if (node == 0 || node_id > caches.highest_node_id)
-        caches.highest_node_id = node_id;
-    caches.last_node = node;
+    cache.mode_position[ZEL_MODAL_STRESS][node] = cache.mode_position[ZEL_MODAL_STRAIN][node] = 0;
+    cache.is_interface[node] = 0;
+    if (node == 0 || node_id > cache.highest_id)
+        cache.highest_id = node_id;
+    cache.last = node;
     if (db->mode_node_count[ZEL_MODE_SHAPE] == node) // fewer: the modes of a file do not cover all nodes
         db->mode_node_count[ZEL_MODE_SHAPE] = node + 1;
     db->node_count = node + 1;
@@ -226,7 +233,7 @@ int append_node(ZELDATA* db, int node_id)
 
 bool adopt_nodes(ZELDATA* db, int count)
 {
-    Private& caches = own(db);
+    NodeCache& cache = cache_of(db);
     const ZELIDPAIR* pairs = db->node_id_index;
     for (int node = 0; node < count; ++node)
     {
@@ -237,7 +244,7 @@ bool adopt_nodes(ZELDATA* db, int count)
     for (int i = 1; i < count; ++i)
         if (pairs[i].id == pairs[i - 1].id)
             return false;
-    caches.highest_node_id = count > 0 ? pairs[count - 1].id : 0;
+    cache.highest_id = count > 0 ? pairs[count - 1].id : 0;
     db->node_count = db->mode_node_count[ZEL_MODE_SHAPE] = count;
     nodes_changed(db);
     return true;
@@ -250,43 +257,51 @@ int append_mode_node(ZELDATA* db, int kind, int node)
         return -1;
     db->mode_nodes[kind][position] = db->nodes + node;
     append_pair(db, kind, position, {db->nodes[node].id, position});
-    int& known = own(db).mode_position[kind][node];
+    int& known = cache_of(db).mode_position[kind][node];
     if (known == 0)
         known = position + 1;
     db->mode_node_count[kind] = position + 1;
     return position;
 }
 
+bool is_interface_node(const ZELDATA* db, int node)
+{
+    NodeCache& cache = cache_of(db);
+    for (; cache.marked_interface_nodes < db->interface_count; ++cache.marked_interface_nodes)
+        cache.is_interface[db->interface_nodes[cache.marked_interface_nodes]] = 1;
+    return cache.is_interface[node];
+}
+
 int mode_node_position(const ZELDATA* db, int kind, int node)
 {
     if (kind == ZEL_MODE_SHAPE)
         return node < db->mode_node_count[kind] ? node : -1;
-    return own(db).mode_position[kind][node] - 1;
+    return cache_of(db).mode_position[kind][node] - 1;
 }
 
 void node_table_rewritten(ZELDATA* db)
 {
     if (!db->nodes)
         return;
-    Private& caches = own(db);
-    std::memset(static_cast<void*>(caches.node_slots), 0, sizeof(ZELIDPAIR) << caches.node_slot_bits);
-    caches.hashed_nodes = caches.last_node = caches.marked_interface_nodes = 0;
-    std::memset(caches.is_interface, 0, size_t(db->node_capacity));
+    NodeCache& cache = cache_of(db);
+    std::memset(static_cast<void*>(cache.slots), 0, sizeof(ZELIDPAIR) << cache.slot_bits);
+    cache.hashed = cache.last = cache.marked_interface_nodes = 0;
+    std::memset(cache.is_interface, 0, size_t(db->node_capacity));
     for (int node = 0; node < db->node_count; ++node)
     {
         db->mode_nodes[ZEL_MODE_SHAPE][node] = db->nodes + node;
-        caches.highest_node_id = node == 0 ? db->nodes[0].id : std::max(caches.highest_node_id, db->nodes[node].id);
+        cache.highest_id = node == 0 ? db->nodes[0].id : std::max(cache.highest_id, db->nodes[node].id);
     }
     for (int kind = 0; kind < ZEL_MODE_KINDS; ++kind)
     {
         const int count = kind == ZEL_MODE_SHAPE ? db->node_count : db->mode_node_count[kind];
-        caches.sorted_pairs[kind] = 0;
+        cache.sorted_pairs[kind] = 0;
         for (int position = 0; position < count; ++position)
             append_pair(db, kind, position, {db->mode_nodes[kind][position]->id, position});
     }
     for (int kind : {int(ZEL_MODAL_STRESS), int(ZEL_MODAL_STRAIN)})
     {
-        int* positions = caches.mode_position[kind];
+        int* positions = cache.mode_position[kind];
         std::fill_n(positions, db->node_capacity, 0);
         for (int position = db->mode_node_count[kind]; position > 0; --position)
             positions[db->mode_nodes[kind][position - 1] - db->nodes] = position;
@@ -295,29 +310,26 @@ void node_table_rewritten(ZELDATA* db)
     faces_changed(db);
 }
 
-void discard_caches(Private& caches)
+void free_node_lookups(ZELDATA* db)
 {
-    discard(caches.node_slots);
-    for (int*& positions : caches.mode_position)
+    NodeCache& cache = cache_of(db);
+    discard(cache.slots);
+    for (int*& positions : cache.mode_position)
         discard(positions);
-    discard(caches.is_interface);
+    discard(cache.is_interface);
 }
 
 // ---- What a change makes stale -------------------------------------------------------------------------------------------
 
-void nodes_changed(ZELDATA* db)
+NearestCache& nearest_cache(const ZELDATA* db)
 {
-    if (Private& caches = own(db); caches.forget_nearest)
-        caches.forget_nearest(caches);
+    return caches(db).nearest;
 }
 
-void mass_or_modes_changed(ZELDATA* db)
+void nodes_changed(ZELDATA* db)
 {
-    if (!std::memchr(db->invar_origin, kComputed, sizeof db->invar_origin))
-        return;
-    for (const Invariant& row : kInvariants)
-        if (db->invar_origin[row.number] == kComputed)
-            drop_invariant(db, row.number);
+    if (NearestCache& nearest = nearest_cache(db); nearest.forget)
+        nearest.forget(nearest);
 }
 
 void faces_changed(ZELDATA* db)
@@ -380,7 +392,7 @@ static void exchange_in_faces(ZELDATA* db, int a, int b)
 // The node lists of kind 1 or 2 keep naming the same ids.
 static void exchange_in_mode_nodes(ZELDATA* db, int kind, int a, int b)
 {
-    int* positions = own(db).mode_position[kind];
+    int* positions = cache_of(db).mode_position[kind];
     std::swap(positions[a], positions[b]);
     for (int node : {a, b})
         if (positions[node] > 0)
@@ -393,10 +405,10 @@ namespace zel
 void swap_nodes(ZELDATA* db, int a, int b)
 {
     const int id_a = db->nodes[a].id, id_b = db->nodes[b].id;
-    Private& caches = own(db);
-    hash_new_nodes(db, caches);
-    slot_of(caches, id_a).index = b + 1;
-    slot_of(caches, id_b).index = a + 1;
+    NodeCache& cache = cache_of(db);
+    hash_new_nodes(db, cache);
+    slot_of(cache, id_a).index = b + 1;
+    slot_of(cache, id_b).index = a + 1;
     sort_pairs(db, ZEL_MODE_SHAPE, db->node_count);
     for (ZELIDPAIR pair : {ZELIDPAIR{id_a, b}, ZELIDPAIR{id_b, a}})
     {
@@ -407,7 +419,7 @@ void swap_nodes(ZELDATA* db, int a, int b)
     exchange_in_faces(db, a, b);
     for (int i = 0; i < db->interface_count; ++i)
         exchange(db->interface_nodes[i], a, b);
-    std::swap(caches.is_interface[a], caches.is_interface[b]);
+    std::swap(cache.is_interface[a], cache.is_interface[b]);
     for (int kind : {int(ZEL_MODAL_STRESS), int(ZEL_MODAL_STRAIN)})
         exchange_in_mode_nodes(db, kind, a, b);
     nodes_changed(db);

@@ -10,49 +10,6 @@
 namespace zel
 {
 
-struct NearestNodes; // geometry/nearest.cpp
-
-// The library's own caches of one database. Those that follow the node table have room for node_capacity nodes.
-struct Private
-{
-    // Blocks of the file (by block number) that no longer describe the body: its modes or its origin have changed since.
-    char stale_block[ZEL_BLOCKS + 1];
-
-    ZELIDPAIR* node_slots; // owned hash table of (node id, node index + 1), 0: free slot; 1 << node_slot_bits slots
-    int node_slot_bits;
-    int hashed_nodes; // so many nodes, from the first, are in node_slots
-    int highest_node_id;
-    int last_node;                      // that a lookup has found; it or the next one is the likely answer
-    int sorted_pairs[ZEL_MODE_KINDS];   // so many pairs at the front of each id index are in order
-    int* mode_position[ZEL_MODE_KINDS]; // owned, kinds 1 and 2: a node's position in mode_nodes + 1, 0: not in there
-    char* is_interface;                 // owned: 1 for a node of interface_nodes
-    int marked_interface_nodes;         // so many entries of interface_nodes are in is_interface
-
-    // Of invariants 5 and 9: their slots have values for the pairs of so many modes from the first on, the others are zero.
-    int table_modes[10];
-
-    NearestNodes* nearest[2]; // owned: search trees over all nodes and over the interface nodes, null: none yet
-    void (*forget_nearest)(Private& caches); // frees them; null: there has been none
-    int scans_before_tree[2];                // queries that are answered by scanning before a tree is built
-
-    int last_mode;     // that a lookup has found
-    int repeated_mode; // 1: a mode number occurs twice
-    int checked_modes; // so many modes, from the first, were looked at for that
-
-    double
-        assumed_mass; // generalized mass of a mode without entry or record, in current units; 1 in those it began with
-    int preload_forces; // so many components of the projected preload are forces: 3, or 0 when nothing was projected
-    int* load_forces;   // owned: the same for each load case
-
-    double* mode_map[ZEL_MODE_KINDS]; // temporary mode files in memory, null: not mapped
-    int64_t mode_map_bytes[ZEL_MODE_KINDS];
-};
-
-inline Private& own(const ZELDATA* db)
-{
-    return *static_cast<Private*>(db->private_data);
-}
-
 // Eigenvalue that stands for infinity. Compared by bit pattern only: a computed value of this size is no sentinel.
 constexpr double kInfiniteEigenvalue = 1.2345e20;
 inline bool is_infinite_eigenvalue(double value)
@@ -102,6 +59,24 @@ inline void install_matrix(ZELMATRIX& matrix, ZELMATRIX& made)
 int store_implied_stiffness(ZELDATA* db);
 int store_implied_mass(ZELDATA* db);
 
+// Generalized mass of a mode without entry or record, in current units: 1 in those that the database began with.
+double assumed_mass(const ZELDATA* db);
+void set_assumed_mass(ZELDATA* db, double mass);
+
+// ---- Loads (database/loads.cpp) ----------------------------------------------------------------------------------------
+
+// How many components of the preload, or of a load case, are forces since it was projected: 3, or 0 when nothing was.
+int preload_forces(const ZELDATA* db);
+int load_forces(const ZELDATA* db, int load_case);
+void set_preload_forces(ZELDATA* db, int forces);
+void set_load_forces(ZELDATA* db, int load_case, int forces);
+
+// Room for `count` load cases in a database that has none, all of them without values. On false nothing has changed.
+bool reserve_loads(ZELDATA* db, int count);
+
+// Frees all loads and the preload.
+void free_loads(ZELDATA* db);
+
 // ---- Node table (database/node_table.cpp) ----------------------------------------------------------------------------------
 
 // Room for `count` nodes in the node table and in every array that follows it. 0, silently and with the table as it was,
@@ -142,10 +117,16 @@ void node_table_rewritten(ZELDATA* db);
 // keep their places.
 void swap_nodes(ZELDATA* db, int a, int b);
 
-// Frees the arrays of the caches.
-void discard_caches(Private& caches);
+// Whether a node is in interface_nodes.
+bool is_interface_node(const ZELDATA* db, int node);
 
-// ---- Mode table (database/mode_vectors.cpp) ------------------------------------------------------------------------------------
+// Frees the lookups of a database that goes.
+void free_node_lookups(ZELDATA* db);
+
+// ---- Mode table (database/mode_table.cpp) ------------------------------------------------------------------------
+
+// Mode numbers were changed in place, or modes were taken back: forgets what was found of them.
+void forget_mode_lookups(ZELDATA* db);
 
 // The mode that a setter names. One that is new is there from now on, but goes again at the end of the scope unless keep()
 // was called: a setter that fails leaves none behind.
@@ -165,37 +146,37 @@ private:
     bool fresh_, made_table_;
 };
 
-// Leading rigid-body modes as ZEL_RigidBodyModeCount tells them, but by frequencies in hertz whatever the unit of time.
-int rigid_modes_by_hertz(ZELDATA* db);
-
 // ---- What a change makes stale ---------------------------------------------------------------------------------------
 
 // Nodes, coordinates or interface nodes have changed: forgets the search structures for nearest nodes.
 void nodes_changed(ZELDATA* db);
 
+// The search trees for nearest nodes, over all nodes and over the interface nodes. geometry/nearest.cpp makes and frees them.
+struct NearestNodes;
+struct NearestCache
+{
+    NearestNodes* trees[2];                // owned, null: none yet
+    int scans_before_tree[2];              // queries that are answered by scanning before a tree is built
+    void (*forget)(NearestCache& nearest); // frees the trees; null: there has been none
+};
+NearestCache& nearest_cache(const ZELDATA* db);
+
 // Nodal masses, inertias, coordinates or mode vectors have changed: drops the invariants that were computed from them.
 void mass_or_modes_changed(ZELDATA* db);
+
+// A block of the file no longer describes the body, whose modes or origin have changed since.
+void block_changed(ZELDATA* db, int number);
+bool is_stale_block(const ZELDATA* db, int number);
 
 // Faces or interface nodes have changed: drops geometry_nodes.
 void faces_changed(ZELDATA* db);
 
-// ---- Invariants --------------------------------------------------------------------------------------------------------
+// ---- Live databases (database/live.cpp) --------------------------------------------------------------------------------
 
-// Where the values in an invariant's slot come from (invar_origin).
-enum : char
-{
-    kNoValues = 0,
-    kComputed,
-    kGiven,
-    kRead
-};
-
-// What invariants 1, 2 and 7 yield (from a filled slot, the file or the nodes), without filling a slot.
-struct RigidInvariants
-{
-    double mass, moment[3], tensor[9];
-};
-int rigid_invariants(ZELDATA* db, RigidInvariants& out); // 0 when the file cannot be read
+// The end of the list, in order of creation; and taking a database out of it, null when it is not there.
+void add_live(ZELDATA* db);
+ZELDATA* take_live(const ZELDATA* db);
+ZELDATA* take_first_live();
 
 // Makes a file, and a copy of its name unless that is null, those that a database was read from: from here on it is the
 // database that closes it. 0, silently, when memory is short for the name.
@@ -215,9 +196,6 @@ void start_empty(ZELDATA* db);
 
 // The database that the Fortran entry points work on; null when it is freed.
 extern ZELDATA* current_database;
-
-// Frees invariant n (1 to 9, not 6) and marks it empty. Invariants 3, 4, 5, 8 and 9 are freed by the sizes in invar_modes.
-void drop_invariant(ZELDATA* db, int number);
 
 } // namespace zel
 

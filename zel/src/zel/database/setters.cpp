@@ -244,14 +244,6 @@ int ZEL_SetFace(ZELDATA* db, int vertex_count, ...)
     return ZEL_SetFaceList(db, vertex_count, node_ids.data);
 }
 
-// Marks the interface nodes that were listed since the last call.
-static void mark_interface_nodes(ZELDATA* db)
-{
-    Private& caches = own(db);
-    for (; caches.marked_interface_nodes < db->interface_count; ++caches.marked_interface_nodes)
-        caches.is_interface[db->interface_nodes[caches.marked_interface_nodes]] = 1;
-}
-
 int ZEL_SetInterfaceNode(ZELDATA* db, int node_id)
 {
     if (!db)
@@ -259,8 +251,7 @@ int ZEL_SetInterfaceNode(ZELDATA* db, int node_id)
     const int node = find_node(db, node_id);
     if (node < 0)
         return 0;
-    mark_interface_nodes(db);
-    if (own(db).is_interface[node])
+    if (is_interface_node(db, node))
         return 1;
     if (!grow(db->interface_nodes, db->interface_capacity, int64_t(db->interface_count) + 1, kListGrowth))
         return no_memory(kModule);

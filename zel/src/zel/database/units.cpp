@@ -4,6 +4,7 @@
 // factors, base_scale and mode_factor, are applied whenever they are read. The four ratios in ZELUNITS describe the last
 // change only.
 #include "units.h"
+#include "invariant_slots.h"
 #include "record.h"
 #include "zel.h"
 
@@ -257,7 +258,9 @@ template <typename Visit> static void visit_matrices(ZELDATA* db, const Ratios& 
         for (int field = 1; field < 6; ++field)
             if (double& value = db->eigenvalues[i].value[field]; !is_infinite_eigenvalue(value))
                 visit(&value, 1, factors[field]);
-    visit(&own(db).assumed_mass, 1, r.inertia());
+    double assumed = assumed_mass(db);
+    visit(&assumed, 1, r.inertia());
+    set_assumed_mass(db, assumed);
 }
 
 // The force components of a projected vector scale as forces, its moments and modal components as energies.
@@ -271,9 +274,9 @@ template <typename Visit> static void visit_loads(ZELDATA* db, const Ratios& r, 
         visit(values, of_force, r.f);
         visit(values + of_force, components - of_force, r.energy());
     };
-    visit_vector(db->modal_preload, own(db).preload_forces);
+    visit_vector(db->modal_preload, preload_forces(db));
     for (int i = 0; i < db->load_case_count; ++i)
-        visit_vector(db->load_cases[i].values, own(db).load_forces[i]);
+        visit_vector(db->load_cases[i].values, load_forces(db, i));
 }
 
 template <typename Visit> static void visit_modal_results(ZELDATA* db, const Ratios& r, Visit visit)
@@ -306,10 +309,10 @@ template <typename Visit> static void visit_invariants(ZELDATA* db, const Ratios
     visit_filled(db->invar7, 9, r.inertia());
     for (int i = 0; i < modes; ++i)
     {
-        visit_filled(db->invar5 && i < own(db).table_modes[5] ? db->invar5[i] : nullptr, 3 * own(db).table_modes[5],
+        visit_filled(db->invar5 && i < table_modes(db, 5) ? db->invar5[i] : nullptr, 3 * table_modes(db, 5),
                      r.inertia());
         visit_filled(db->invar8 ? db->invar8[i] : nullptr, 9, r.inertia());
-        for (int j = 0; db->invar9 && std::max(i, j) < own(db).table_modes[9]; ++j)
+        for (int j = 0; db->invar9 && std::max(i, j) < table_modes(db, 9); ++j)
             visit_filled(db->invar9[i][j], 9, r.inertia());
     }
 }
@@ -338,7 +341,7 @@ static bool can_be_scaled(ZELDATA* db, const Ratios& r)
 static void note_unit_masses(ZELDATA* db)
 {
     constexpr double kUnitTolerance = 1e-8;
-    db->non_unit_mass = db->mass.count == 0 && std::fabs(1.0 - own(db).assumed_mass) > kUnitTolerance;
+    db->non_unit_mass = db->mass.count == 0 && std::fabs(1.0 - assumed_mass(db)) > kUnitTolerance;
     for (int i = 0; i < db->mass.count; ++i)
         if (const ZELENTRY& entry = db->mass.entries[i];
             entry.row == entry.column && std::fabs(1.0 - entry.value) > kUnitTolerance)

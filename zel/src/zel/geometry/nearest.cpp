@@ -87,13 +87,13 @@ static void discard_tree(NearestNodes*& tree)
     discard(tree);
 }
 
-static void forget_trees(Private& caches)
+static void forget_trees(NearestCache& nearest)
 {
     for (int which = 0; which < 2; ++which)
-        if (NearestNodes*& tree = caches.nearest[which])
+        if (NearestNodes*& tree = nearest.trees[which])
         {
             // A tree that hardly served is not built anew at once: queries and changes may go on by turns.
-            caches.scans_before_tree[which] = std::max(kQueriesPerBuild - tree->queries, 0);
+            nearest.scans_before_tree[which] = std::max(kQueriesPerBuild - tree->queries, 0);
             discard_tree(tree);
         }
 }
@@ -417,8 +417,9 @@ static Candidates candidates_of(const ZELDATA* db, bool use_subset)
 static NearestNodes* tree_for(ZELDATA* db, const Candidates& from)
 {
     const int which = from.subset ? 1 : 0;
-    NearestNodes*& tree = own(db).nearest[which];
-    int& scans = own(db).scans_before_tree[which];
+    NearestCache& nearest = nearest_cache(db);
+    NearestNodes*& tree = nearest.trees[which];
+    int& scans = nearest.scans_before_tree[which];
     if (from.count < kWorthATree)
         return nullptr;
     if (!tree && scans > 0)
@@ -428,7 +429,7 @@ static NearestNodes* tree_for(ZELDATA* db, const Candidates& from)
     }
     if (!tree)
         tree = build_tree(from);
-    own(db).forget_nearest = forget_trees;
+    nearest.forget = forget_trees;
     if (!tree)
         scans = kQueriesPerBuild;
     else if (tree->queries < kQueriesPerBuild)

@@ -442,7 +442,7 @@ static int listed_modes(const Report& report, int number)
     const int64_t modes = report.db->mode_count;
     int64_t with_values = 0;
     if (modes > 0 && report.exists())
-        with_values = fill_invariant(report.db, number) ? own(report.db).table_modes[number] : -1;
+        with_values = fill_invariant(report.db, number) ? table_modes(report.db, number) : -1;
     if (with_values < 0) // it cannot be read, which was said
         return 0;
     return int(modes * modes - with_values * with_values > kMostWithoutValues ? with_values : modes);

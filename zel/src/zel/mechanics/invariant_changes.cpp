@@ -8,7 +8,6 @@
 #include "mechanics.h"
 
 #include <algorithm>
-#include <utility>
 
 using namespace zel;
 
@@ -32,7 +31,7 @@ static bool is_known(const ZELDATA* db, int number)
     if (invariant_filled(db, number))
         return db->invar_origin[number] != kComputed || has_flag(db->content_flags, kBlockMasses);
     const int block = invariant_row(number).block;
-    return db->zel_file.file && has_flag(db->file_flags, block) && !own(db).stale_block[block];
+    return db->zel_file.file && has_flag(db->file_flags, block) && !is_stale_block(db, block);
 }
 
 namespace zel
@@ -84,7 +83,7 @@ static bool can_be_summed(const ZELDATA* db, int number)
 static void forget_blocks(ZELDATA* db, std::initializer_list<int> numbers)
 {
     for (int number : numbers)
-        own(db).stale_block[invariant_row(number).block] = 1;
+        block_changed(db, invariant_row(number).block);
 }
 
 // ---- New modes ------------------------------------------------------------------------------------------------------
@@ -104,7 +103,7 @@ static double& plane_entry(const ZELDATA* db, int number, int plane, int i, int 
 {
     switch (number)
     {
-    case 5: return db->invar5[i][int64_t(plane) * own(db).table_modes[number] + j];
+    case 5: return db->invar5[i][int64_t(plane) * table_modes(db, number) + j];
     case 8: return db->invar8[i][plane];
     case 9: return db->invar9[i][j][plane];
     default: return invariant_piece(db, number, plane)[i];
@@ -115,7 +114,7 @@ static double& plane_entry(const ZELDATA* db, int number, int plane, int i, int 
 template <typename Copy> static void walk_plane(const ZELDATA* db, int number, int plane, double* array, Copy copy)
 {
     const int columns = is_by_pair(number) ? db->invar_modes : 1;
-    const int with_values = is_by_pair(number) ? own(db).table_modes[number] : db->invar_modes;
+    const int with_values = is_by_pair(number) ? table_modes(db, number) : db->invar_modes;
     for (int i = 0; i < with_values; ++i)
         for (int j = 0; j < std::min(columns, with_values); ++j)
             copy(plane_entry(db, number, plane, i, j), array[int64_t(i) * columns + j]);
@@ -146,31 +145,6 @@ static int transform(const ZELDATA* from, ZELDATA* to, int number, const double*
     return 1;
 }
 
-static void exchange_modal(ZELDATA* a, ZELDATA* b)
-{
-    std::swap(a->invar_modes, b->invar_modes);
-    std::swap(own(a).table_modes, own(b).table_modes);
-    for (const Invariant& row : kInvariants)
-    {
-        if (!row.modal)
-            continue;
-        std::swap(a->invar_origin[row.number], b->invar_origin[row.number]);
-        if (row.values)
-            std::swap(a->*row.values, b->*row.values);
-        else if (row.rows)
-            std::swap(a->*row.rows, b->*row.rows);
-        else
-            std::swap(a->*row.table, b->*row.table);
-    }
-}
-
-static void drop_modal(ZELDATA* db)
-{
-    for (const Invariant& row : kInvariants)
-        if (row.modal)
-            drop_invariant(db, row.number);
-}
-
 namespace zel
 {
 
@@ -178,27 +152,20 @@ int change_invariant_basis(ZELDATA* db, const double* basis, int modes)
 {
     if (!read_from_file(db, {3, 4, 5, 8, 9}))
         return 0;
-    Scratch<ZELDATA> made(1);
-    if (!made.data)
+    SpareInvariants fresh(modes);
+    if (!fresh.db())
         return no_memory(kModule);
-    Private caches = {};
-    made.data->private_data = &caches;
-    made.data->mode_count = made.data->invar_modes = modes;
     for (const Invariant& row : kInvariants)
     {
         const int number = row.number;
         if (!row.modal || !invariant_filled(db, number) || can_be_summed(db, number))
             continue;
-        const bool only_zeros = is_by_pair(number) && own(db).table_modes[number] == 0;
-        if (!open_invariant(made.data, number, db->invar_origin[number], only_zeros ? 0 : modes) ||
-            (!only_zeros && !transform(db, made.data, number, basis)))
-        {
-            drop_modal(made.data);
+        const bool only_zeros = is_by_pair(number) && table_modes(db, number) == 0;
+        if (!open_invariant(fresh.db(), number, db->invar_origin[number], only_zeros ? 0 : modes) ||
+            (!only_zeros && !transform(db, fresh.db(), number, basis)))
             return 0;
-        }
     }
-    exchange_modal(db, made.data);
-    drop_modal(made.data);
+    fresh.exchange_modal(db);
     forget_blocks(db, {3, 4, 5, 8, 9});
     return 1;
 }

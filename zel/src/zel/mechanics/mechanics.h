@@ -1,5 +1,4 @@
-// The inertia invariants from the inside: their slots, how they are filled, and what changes of basis and origin do to
-// them.
+// The inertia invariants from the inside: how their slots are filled, and what changes of basis and origin do to them.
 #ifndef ZEL_MECHANICS_MECHANICS_H
 #define ZEL_MECHANICS_MECHANICS_H
 
@@ -11,34 +10,16 @@
 namespace zel
 {
 
-// The values of an invariant are `count` pieces of `length` in the order of its block: one piece for 1, 2 and 7; a piece
-// for each component row of 3 and 4, for each mode and component row of 5, each mode of 8, each pair of modes of 9.
-struct Pieces
-{
-    int64_t count;
-    int length;
-};
-Pieces invariant_pieces(int number, int modes);
-
-// A piece of a filled slot. Invariants 5 and 9 have values for the pairs of the first table_modes modes only: a piece of 5
-// is so long, and one of another mode is null. Whoever wants the zeros too copies the piece.
-double* invariant_piece(const ZELDATA* db, int number, int64_t piece);
-void copy_invariant_piece(const ZELDATA* db, int number, int64_t piece, double* out);
-
-// No piece from this one on has values.
-int64_t invariant_pieces_with_values(const ZELDATA* db, int number);
-
-// Whether a slot is filled. One that was made for another number of modes counts as empty.
-bool invariant_filled(const ZELDATA* db, int number);
-
-// Zeroed values of the given origin (kComputed, kGiven, kRead) in an empty slot, for the modes of now; first all slots
-// that were made for another number of modes are emptied. Of invariants 5 and 9 the first `table_modes` modes at most have
-// room for values. 0, with a message and the slot empty, when memory is short.
-int open_invariant(ZELDATA* db, int number, char origin, int table_modes = INT32_MAX);
-
 // The slot of an invariant filled, from its block of the file or from the nodes, unless it is filled already. 0, with a
 // message, when that fails. Those made for modes need a mode.
 int fill_invariant(ZELDATA* db, int number);
+
+// What invariants 1, 2 and 7 yield (from a filled slot, the file or the nodes), without filling a slot.
+struct RigidInvariants
+{
+    double mass, moment[3], tensor[9];
+};
+int rigid_invariants(ZELDATA* db, RigidInvariants& out); // 0 when the file cannot be read
 
 // ---- Sums over the nodes (mechanics/invariant_sums.cpp) ---------------------------------------------------------------------------
 
@@ -83,6 +64,9 @@ int change_invariant_basis(ZELDATA* db, const double* basis, int modes);
 int shift_invariant_origin(ZELDATA* db, const double origin[3]);
 
 // ---- Projection on the principal axes (mechanics/rigid_body.cpp) ---------------------------------------------------------------
+
+// Leading rigid-body modes as ZEL_RigidBodyModeCount tells them, but by frequencies in hertz whatever the unit of time.
+int rigid_modes_by_hertz(ZELDATA* db);
 
 // The preload and all load cases that wait for it; damping, whose result also tells whether it failed because the rigid-body
 // modes do not span the principal directions. 0, with a message and nothing changed, on failure.

@@ -138,7 +138,7 @@ int project_loads_of_body(ZELDATA* db)
     {
         project_load(db->modal_preload, components, resultants.data, rigid_modes);
         db->principal_axes_done = 1;
-        own(db).preload_forces = forces;
+        set_preload_forces(db, forces);
         warn_of_rigid_preload(db, rigid_modes);
     }
     if (rigid_modes < kRigid && db->load_case_count > 0)
@@ -149,7 +149,7 @@ int project_loads_of_body(ZELDATA* db)
         {
             project_load(load.values, components, resultants.data, rigid_modes);
             load.processed = 1;
-            own(db).load_forces[i] = forces;
+            set_load_forces(db, i, forces);
         }
     return 1;
 }

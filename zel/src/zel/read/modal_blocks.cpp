@@ -189,12 +189,8 @@ int read_loads(Reader& in, const Block& row)
         return unreadable(row);
     if (components != db->mode_count)
         return fail("%s", row.mismatch);
-    Scratch<ZELLOADCASE> loads(cases);
-    Scratch<int> forces(cases);
-    if (!loads.data || !forces.data)
+    if (!reserve_loads(db, cases))
         return no_room(row);
-    replace(db->load_cases, loads);
-    replace(own(db).load_forces, forces);
     db->load_capacity = components;
     for (; db->load_case_count < cases; ++db->load_case_count)
     {

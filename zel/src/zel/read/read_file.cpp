@@ -1,6 +1,7 @@
 // Reading a ZEL file: its encoding, its directory, then its blocks in a fixed order. Small blocks go into memory; of mode
 // vectors only the positions are kept, and the invariants are left in the file.
 #include "database/database.h"
+#include "mechanics/mechanics.h"
 #include "reader.h"
 #include "zel.h"
 
@@ -336,9 +337,9 @@ static int read_blocks(ZELDATA* db)
 static void note_projected_forces(ZELDATA* db)
 {
     const int forces = rigid_modes_by_hertz(db) > 0 ? 3 : 0;
-    own(db).preload_forces = db->principal_axes_done ? forces : 0;
+    set_preload_forces(db, db->principal_axes_done ? forces : 0);
     for (int i = 0; i < db->load_case_count; ++i)
-        own(db).load_forces[i] = db->load_cases[i].processed ? forces : 0;
+        set_load_forces(db, i, db->load_cases[i].processed ? forces : 0);
 }
 
 int ZEL_ReadZEL(ZELDATA* db, FILE* file, const char* name)

@@ -353,7 +353,7 @@ int change_basis(ZELDATA* db, const Basis& basis, BasisChange& change)
     install_matrix(db->mass, made.mass);
     install_matrix(db->damping, made.damping);
     for (int block : {kBlockStiffness, kBlockMass, kBlockDamping}) // the file's are in the old basis
-        own(db).stale_block[block] = 1;
+        block_changed(db, block);
     db->non_diagonal = db->non_unit_mass = 0;
     replace(db->eigenvalues, change.eigenvalues);
     db->eigenvalue_count = m;

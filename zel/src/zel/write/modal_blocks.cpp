@@ -442,7 +442,7 @@ static int invariant_modes(const Writer& out, int number)
     const ZELDATA* db = out.db;
     if (!invariant_row(number).by_pair || db->invar_origin[number] != kRead)
         return out.count;
-    return std::clamp(own(db).table_modes[number] - out.first, 0, out.count);
+    return std::clamp(table_modes(db, number) - out.first, 0, out.count);
 }
 
 // Writes the values of an invariant for the first `count` exported modes.

@@ -78,9 +78,9 @@ static int shifted_damping(ZELDATA* db, const double center[3], ZELMATRIX& made)
 static void shift_loads(ZELDATA* db, const double center[3])
 {
     for (int i = 0; i < db->load_case_count; ++i)
-        if (const ZELLOADCASE& load = db->load_cases[i]; own(db).load_forces[i] > 0 && load.values)
+        if (const ZELLOADCASE& load = db->load_cases[i]; load_forces(db, i) > 0 && load.values)
             shift_moments(load.values, db->mode_count, center);
-    if (db->modal_preload && own(db).preload_forces > 0)
+    if (db->modal_preload && preload_forces(db) > 0)
         shift_moments(db->modal_preload, db->mode_count, center);
 }
 
@@ -586,8 +586,8 @@ static int run_pipeline(Writer& out)
 // Whether `name` is or leads to the file that the database was read from, whose vectors are still in there.
 static bool is_own_file(const ZELDATA* db, const char* name)
 {
-    const ZELSTREAM& own = db->zel_file;
-    return (own.name && std::strcmp(own.name, name) == 0) || (own.file && names_open_file(name, own.file));
+    const ZELSTREAM& file = db->zel_file;
+    return (file.name && std::strcmp(file.name, name) == 0) || (file.file && names_open_file(name, file.file));
 }
 
 int ZEL_WriteWithOptions(ZELDATA* db, const char* name, const char* options)
