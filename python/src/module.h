@@ -1,0 +1,14 @@
+// Parts of the extension module, each of which adds its functions.
+#ifndef PYTHON_MODULE_H
+#define PYTHON_MODULE_H
+
+#include "database.h"
+
+namespace zel_python
+{
+
+void add_reading(nb::class_<Database>& database);
+
+} // namespace zel_python
+
+#endif
