@@ -98,7 +98,7 @@ TEST_F(Queries, OfNodesGiveWhatTheTableHolds)
 TEST_F(Queries, OfTheTotalMassRecomputeIt)
 {
     add_nodes();
-    zel::raise_flag(db, zel::kBlockMasses);
+    zel::raise_flag(db, ZEL_BLOCK_MASSES);
     db->total_mass = 77;
     double mass = 0, inertia[9], center[3];
     EXPECT_EQ(ZEL_TotalMassInertia(db, &mass, inertia, center), 1);
@@ -110,7 +110,7 @@ TEST_F(Queries, OfTheTotalMassRecomputeIt)
     EXPECT_DOUBLE_EQ(inertia[1], 0.5 * 1 * 2 + 0.25 * 4 * 6 - 4) << "a product of inertia";
     EXPECT_DOUBLE_EQ(inertia[3], inertia[1]);
     EXPECT_EQ(ZEL_TotalMassInertia(db, nullptr, nullptr, nullptr), 1);
-    EXPECT_EQ(ZEL_Exists(db, zel::kBlockBody - 1), 0) << "no block is claimed";
+    EXPECT_EQ(ZEL_Exists(db, ZEL_BLOCK_BODY - 1), 0) << "no block is claimed";
 }
 
 TEST_F(Queries, OfMaximaScanTheVectorOrTakeTheRecord)

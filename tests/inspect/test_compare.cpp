@@ -56,12 +56,12 @@ void set_eigenvalues(ZELDATA* db)
     for (int mode = 0; mode < kModes; ++mode)
         for (int field = 0; field < 6; ++field)
             db->eigenvalues[mode].value[field] = field == 0 ? mode + 1 : 0.5 * mode + 0.01 * field;
-    zel::raise_flag(db, zel::kBlockEigenvalues);
+    zel::raise_flag(db, ZEL_BLOCK_EIGENVALUES);
     db->transformation = static_cast<double*>(std::calloc(kModes * kModes, sizeof(double)));
     db->transformation_order = kModes;
     for (int mode = 0; mode < kModes; ++mode)
         db->transformation[mode * kModes + mode] = 1.0;
-    zel::raise_flag(db, zel::kBlockTransformation);
+    zel::raise_flag(db, ZEL_BLOCK_TRANSFORMATION);
 }
 
 void set_invariants(ZELDATA* db)
@@ -115,7 +115,7 @@ ZELDATA* body(const std::vector<int>& turned = std::vector<int>(kModes, 1), bool
     set_invariants(db);
     db->total_mass = 10.0;
     std::copy_n(std::begin({1.0, 9.7, 2.0}), 3, db->center_of_mass);
-    zel::raise_flag(db, zel::kBlockBody);
+    zel::raise_flag(db, ZEL_BLOCK_BODY);
     return db;
 }
 
@@ -235,8 +235,8 @@ TEST_F(Comparing, BodiesOfManyNodes)
             ZEL_SetMode(db, 1, id, ZEL_MODE_SHAPE, std::sin(id), std::cos(id), id == changed_id ? 0.25 : 0.0, 1, 0, 0);
         }
         ZEL_SetUnits(db, "kg", "m", "s", "n");
-        zel::raise_flag(db, zel::kBlockNodes);
-        zel::raise_flag(db, zel::kBlockEigenvalues);
+        zel::raise_flag(db, ZEL_BLOCK_NODES);
+        zel::raise_flag(db, ZEL_BLOCK_EIGENVALUES);
         return db;
     };
     ZELDATA *base = nullptr, *twin = nullptr;
@@ -364,8 +364,8 @@ void spoil(ZELDATA* db)
     ZEL_SetModalLoad(db, 2, 1, 0.5);
     std::free(db->modal_preload);
     db->modal_preload = nullptr;
-    for (int block : {zel::kBlockBody, zel::kBlockInertias, zel::kBlockUnits, zel::kBlockStiffness, zel::kBlockFaces,
-                      zel::kBlockInterface, zel::kBlockStress, zel::kBlockInvar9, zel::kBlockPreStrain})
+    for (int block : {ZEL_BLOCK_BODY, ZEL_BLOCK_INERTIAS, ZEL_BLOCK_UNITS, ZEL_BLOCK_STIFFNESS, ZEL_BLOCK_FACES,
+                      ZEL_BLOCK_INTERFACE, ZEL_BLOCK_STRESS, ZEL_BLOCK_INVAR9, ZEL_BLOCK_PRE_STRAIN})
         zel::clear_flag(db, block);
 }
 } // namespace
@@ -392,7 +392,7 @@ TEST_F(Comparing, ReportsEveryKindOfLineAtItsVerbosity)
     for (std::string line; std::getline(lines, line);)
         if (line.rfind("  Pass ", 0) != 0)
             less += line + "\n";
-    zel::clear_flag(made, zel::kBlockUnits); // which the comparison has given it
+    zel::clear_flag(made, ZEL_BLOCK_UNITS); // which the comparison has given it
     EXPECT_EQ(compare(base, made, 1, 0.01).text, less);
     EXPECT_EQ(compare(base, made, 0, 0.01).text, "->Fail Invar2  Delta: 0.750000\n");
     EXPECT_EQ(compare(base, made, -1, 0.01).text, "");
@@ -566,9 +566,9 @@ static void expect_exit(ZELDATA* base, ZELDATA* made, const char* text)
 TEST_F(ComparingEnds, WithoutCoordinatesEigenvaluesOrModeShapes)
 {
     for (const auto& [block, text] :
-         std::map<int, const char*>{{zel::kBlockNodes, "^->Fail no nodal_coords \\(Exit\\)$"},
-                                    {zel::kBlockEigenvalues, "^->Fail no eigenvalues \\(Exit\\)$"},
-                                    {zel::kBlockModes, "^->Fail no mode_shapes \\(Exit\\)$"}})
+         std::map<int, const char*>{{ZEL_BLOCK_NODES, "^->Fail no nodal_coords \\(Exit\\)$"},
+                                    {ZEL_BLOCK_EIGENVALUES, "^->Fail no eigenvalues \\(Exit\\)$"},
+                                    {ZEL_BLOCK_MODES, "^->Fail no mode_shapes \\(Exit\\)$"}})
     {
         ZELDATA *whole = quiet_body(), *part = quiet_body();
         zel::clear_flag(part, block);

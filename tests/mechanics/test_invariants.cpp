@@ -335,15 +335,15 @@ TEST_F(InvariantsOf, AFileAreSummedAndReadInEveryEncoding)
         masses.integer(int64_t(body.points.size())).integer(1);
         for (int id : sample::shape_node_ids)
             masses.integer(id).real(sample::mass(id));
-        file.blocks[zel::kBlockMasses] = masses.bytes;
-        file.blocks.erase(zel::kBlockInertias);
-        for (const zel::Invariant& row : zel::kInvariants)
+        file.blocks[ZEL_BLOCK_MASSES] = masses.bytes;
+        file.blocks.erase(ZEL_BLOCK_INERTIAS);
+        for (const zel::InvariantRow& row : zel::kInvariants)
             file.blocks.erase(row.block);
         const TemporaryFolder folder;
         ZELDATA* db = opened(folder, file);
         ASSERT_NE(db, nullptr);
         std::map<int, std::vector<double>> stored;
-        for (const zel::Invariant& row : zel::kInvariants)
+        for (const zel::InvariantRow& row : zel::kInvariants)
         {
             FileBuilder block = file.build();
             const std::vector<double> values = library_invariant(db, row.number);
@@ -356,7 +356,7 @@ TEST_F(InvariantsOf, AFileAreSummedAndReadInEveryEncoding)
         }
         ZEL_UnLink(db);
 
-        file.blocks.erase(zel::kBlockMasses); // now the blocks are all that is known
+        file.blocks.erase(ZEL_BLOCK_MASSES); // now the blocks are all that is known
         db = opened(folder, file);
         ASSERT_NE(db, nullptr);
         EXPECT_TRUE(zel::mass_data_suffices(db, zel::InvariantSet::all));
@@ -366,14 +366,14 @@ TEST_F(InvariantsOf, AFileAreSummedAndReadInEveryEncoding)
         EXPECT_EQ(db->invar7, nullptr);
         EXPECT_EQ(std::vector<double>(rigid.tensor, rigid.tensor + 9), library_invariant(db, 7));
         EXPECT_NE(db->base_scale[0] * db->base_scale[1], 1.0);
-        for (const zel::Invariant& row : zel::kInvariants)
+        for (const zel::InvariantRow& row : zel::kInvariants)
         {
             std::vector<double> expected = stored[row.number];
             for (double& value : expected)
                 value *= db->base_scale[0] * std::pow(db->base_scale[1], row.lengths);
             expect_near(library_invariant(db, row.number), expected, format.single ? 1e-7 : 1e-12);
         }
-        db->file_flags[zel::flag_position(zel::kBlockInvar9)] = 0;
+        db->file_flags[zel::flag_position(ZEL_BLOCK_INVAR9)] = 0;
         zel::drop_invariant(db, 9);
         EXPECT_FALSE(zel::mass_data_suffices(db, zel::InvariantSet::all));
         EXPECT_TRUE(zel::mass_data_suffices(db, zel::InvariantSet::fast));
@@ -392,8 +392,8 @@ TEST_F(InvariantsOf, ABlockForAnotherModeCountKeepWhatIsCommon)
         std::vector<double> nine;
         for (int k = 0; k < 9 * file_modes * file_modes; ++k)
             nine.push_back(k + 1);
-        file.blocks[zel::kBlockInvar5] = file.build().integer(file_modes).reals(five).bytes;
-        file.blocks[zel::kBlockInvar9] = file.build().integer(file_modes).reals(nine).bytes;
+        file.blocks[ZEL_BLOCK_INVAR5] = file.build().integer(file_modes).reals(five).bytes;
+        file.blocks[ZEL_BLOCK_INVAR9] = file.build().integer(file_modes).reals(nine).bytes;
         const TemporaryFolder folder;
         ZELDATA* db = opened(folder, file);
         ASSERT_NE(db, nullptr);

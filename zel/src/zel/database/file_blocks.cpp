@@ -8,7 +8,7 @@ using namespace zel;
 
 int ZEL_Exists(const ZELDATA* db, int block_index)
 {
-    if (block_index < 0 || block_index >= kBlockCount || !CheckZEL(db))
+    if (block_index < 0 || block_index >= ZEL_BLOCKS || !CheckZEL(db))
         return 0;
     const int number = block_index + 1;
     return flag_position(number) < 0 || has_flag(db->content_flags, number) ? 1 : 0;
@@ -27,7 +27,7 @@ bool zel::is_stale_block(const ZELDATA* db, int number)
 // Whether the file holds a block that still describes the body.
 static bool valid_in_file(const ZELDATA* db, int block_index)
 {
-    return block_index >= 0 && block_index < kBlockCount && CheckZEL(db) && block_in_file(db, block_index + 1) &&
+    return block_index >= 0 && block_index < ZEL_BLOCKS && CheckZEL(db) && block_in_file(db, block_index + 1) &&
            !is_stale_block(db, block_index + 1);
 }
 

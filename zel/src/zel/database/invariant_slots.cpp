@@ -34,7 +34,7 @@ Pieces invariant_pieces(int number, int modes)
 
 double* invariant_piece(const ZELDATA* db, int number, int64_t piece)
 {
-    const Invariant& row = invariant_row(number);
+    const InvariantRow& row = invariant_row(number);
     const int modes = db->invar_modes, table = caches(db).table_modes[number];
     if (row.values)
         return db->*row.values + piece * invariant_pieces(number, modes).length;
@@ -97,7 +97,7 @@ static bool open_table(double***& table, int count)
 
 static bool open_slot(ZELDATA* db, int number)
 {
-    const Invariant& row = invariant_row(number);
+    const InvariantRow& row = invariant_row(number);
     const int modes = db->invar_modes, table = caches(db).table_modes[number];
     const Pieces pieces = invariant_pieces(number, row.by_pair ? table : modes);
     if (row.values)
@@ -127,7 +127,7 @@ namespace zel
 
 void drop_invariant(ZELDATA* db, int number)
 {
-    const Invariant& row = invariant_row(number);
+    const InvariantRow& row = invariant_row(number);
     const int table = caches(db).table_modes[number];
     if (row.values)
         discard(db->*row.values);
@@ -146,7 +146,7 @@ void drop_invariant(ZELDATA* db, int number)
 
 static void drop_modal(ZELDATA* db)
 {
-    for (const Invariant& row : kInvariants)
+    for (const InvariantRow& row : kInvariants)
         if (row.modal)
             drop_invariant(db, row.number);
 }
@@ -173,7 +173,7 @@ void mass_or_modes_changed(ZELDATA* db)
 {
     if (!std::memchr(db->invar_origin, kComputed, sizeof db->invar_origin))
         return;
-    for (const Invariant& row : kInvariants)
+    for (const InvariantRow& row : kInvariants)
         if (db->invar_origin[row.number] == kComputed)
             drop_invariant(db, row.number);
 }
@@ -208,7 +208,7 @@ void SpareInvariants::exchange_modal(ZELDATA* db)
 {
     std::swap(db->invar_modes, db_->invar_modes);
     std::swap(caches(db).table_modes, caches(db_).table_modes);
-    for (const Invariant& row : kInvariants)
+    for (const InvariantRow& row : kInvariants)
     {
         if (!row.modal)
             continue;

@@ -26,11 +26,11 @@ struct KindRow
 
 // Row i describes kind i.
 constexpr KindRow kKinds[] = {
-    {ZEL_MODE_SHAPE, kBlockModes, &ZELDATA::mode_file, 0, nullptr, nullptr, nullptr},
-    {ZEL_MODAL_STRESS, kBlockStress, &ZELDATA::stress_file, kBlockPreStress, "Pre-Stress", &ZELDATA::pre_stress,
-     &ZELDATA::pre_stress_capacity},
-    {ZEL_MODAL_STRAIN, kBlockStrain, &ZELDATA::strain_file, kBlockPreStrain, "Pre-Strain", &ZELDATA::pre_strain,
-     &ZELDATA::pre_strain_capacity},
+    {ZEL_MODE_SHAPE, ZEL_BLOCK_MODES, &ZELDATA::mode_file, 0, nullptr, nullptr, nullptr},
+    {ZEL_MODAL_STRESS, ZEL_BLOCK_STRESS, &ZELDATA::stress_file, ZEL_BLOCK_PRE_STRESS, "Pre-Stress",
+     &ZELDATA::pre_stress, &ZELDATA::pre_stress_capacity},
+    {ZEL_MODAL_STRAIN, ZEL_BLOCK_STRAIN, &ZELDATA::strain_file, ZEL_BLOCK_PRE_STRAIN, "Pre-Strain",
+     &ZELDATA::pre_strain, &ZELDATA::pre_strain_capacity},
 };
 
 constexpr bool kinds_are_in_order()
@@ -89,18 +89,19 @@ struct MatrixRow
     int (*entries)(ZELDATA* db, int* rows, int* columns, double* values);
 };
 constexpr MatrixRow kMatrices[] = {
-    {kBlockStiffness, &ZELDATA::stiffness, "stiffness", 5, ZEL_NumberOfGenStiff, ZEL_GenStiffSparse},
-    {kBlockMass, &ZELDATA::mass, "mass", 4, ZEL_NumberOfGenMass, ZEL_GenMassSparse},
-    {kBlockDamping, &ZELDATA::damping, "damping", 0, ZEL_NumberOfGenDamp, ZEL_GenDampSparse},
+    {ZEL_BLOCK_STIFFNESS, &ZELDATA::stiffness, "stiffness", 5, ZEL_NumberOfGenStiff, ZEL_GenStiffSparse},
+    {ZEL_BLOCK_MASS, &ZELDATA::mass, "mass", 4, ZEL_NumberOfGenMass, ZEL_GenMassSparse},
+    {ZEL_BLOCK_DAMPING, &ZELDATA::damping, "damping", 0, ZEL_NumberOfGenDamp, ZEL_GenDampSparse},
 };
 
 // The row of a block that holds a matrix.
 constexpr const MatrixRow& matrix_row(int block)
 {
-    return kMatrices[block == kBlockDamping ? 2 : block - kBlockStiffness];
+    return kMatrices[block == ZEL_BLOCK_DAMPING ? 2 : block - ZEL_BLOCK_STIFFNESS];
 }
-static_assert(matrix_row(kBlockStiffness).block == kBlockStiffness && matrix_row(kBlockMass).block == kBlockMass &&
-              matrix_row(kBlockDamping).block == kBlockDamping && std::size(kMatrices) == 3);
+static_assert(matrix_row(ZEL_BLOCK_STIFFNESS).block == ZEL_BLOCK_STIFFNESS &&
+              matrix_row(ZEL_BLOCK_MASS).block == ZEL_BLOCK_MASS &&
+              matrix_row(ZEL_BLOCK_DAMPING).block == ZEL_BLOCK_DAMPING && std::size(kMatrices) == 3);
 
 // ---- Inertia invariants ------------------------------------------------------------------------------------------------
 
@@ -112,7 +113,7 @@ struct InvariantShape
 };
 
 // An invariant that has a slot and a block; invariant 6 is the generalized mass. One of its three slots is not null.
-struct Invariant
+struct InvariantRow
 {
     int number, block;
     int lengths;  // its unit is mass * length^lengths
@@ -123,33 +124,33 @@ struct Invariant
     double** ZELDATA::*rows;   // an array for each mode
     double*** ZELDATA::*table; // an array for each pair of modes
 };
-constexpr Invariant kInvariants[] = {
-    {1, kBlockInvar1, 0, false, false, {1, 0, 1, 0}, &ZELDATA::invar1, nullptr, nullptr},
-    {2, kBlockInvar2, 1, false, false, {1, 0, 3, 0}, &ZELDATA::invar2, nullptr, nullptr},
-    {3, kBlockInvar3, 1, true, false, {3, 0, 1, 1}, &ZELDATA::invar3, nullptr, nullptr},
-    {4, kBlockInvar4, 2, true, false, {3, 0, 1, 1}, &ZELDATA::invar4, nullptr, nullptr},
-    {5, kBlockInvar5, 2, true, true, {3, 1, 1, 1}, nullptr, &ZELDATA::invar5, nullptr},
-    {7, kBlockInvar7, 2, false, false, {1, 0, 9, 0}, &ZELDATA::invar7, nullptr, nullptr},
-    {8, kBlockInvar8, 2, true, false, {1, 1, 9, 0}, nullptr, &ZELDATA::invar8, nullptr},
-    {9, kBlockInvar9, 2, true, true, {1, 2, 9, 0}, nullptr, nullptr, &ZELDATA::invar9},
+constexpr InvariantRow kInvariants[] = {
+    {1, ZEL_BLOCK_INVAR1, 0, false, false, {1, 0, 1, 0}, &ZELDATA::invar1, nullptr, nullptr},
+    {2, ZEL_BLOCK_INVAR2, 1, false, false, {1, 0, 3, 0}, &ZELDATA::invar2, nullptr, nullptr},
+    {3, ZEL_BLOCK_INVAR3, 1, true, false, {3, 0, 1, 1}, &ZELDATA::invar3, nullptr, nullptr},
+    {4, ZEL_BLOCK_INVAR4, 2, true, false, {3, 0, 1, 1}, &ZELDATA::invar4, nullptr, nullptr},
+    {5, ZEL_BLOCK_INVAR5, 2, true, true, {3, 1, 1, 1}, nullptr, &ZELDATA::invar5, nullptr},
+    {7, ZEL_BLOCK_INVAR7, 2, false, false, {1, 0, 9, 0}, &ZELDATA::invar7, nullptr, nullptr},
+    {8, ZEL_BLOCK_INVAR8, 2, true, false, {1, 1, 9, 0}, nullptr, &ZELDATA::invar8, nullptr},
+    {9, ZEL_BLOCK_INVAR9, 2, true, true, {1, 2, 9, 0}, nullptr, nullptr, &ZELDATA::invar9},
 };
-constexpr const Invariant& invariant_row(int number)
+constexpr const InvariantRow& invariant_row(int number)
 {
     return kInvariants[number < 6 ? number - 1 : number - 2];
 }
 
 constexpr bool invariants_are_in_order()
 {
-    int block = kBlockInvar1;
-    for (const Invariant& row : kInvariants)
+    int block = ZEL_BLOCK_INVAR1;
+    for (const InvariantRow& row : kInvariants)
         if (&invariant_row(row.number) != &row || row.block != block++ || !row.values + !row.rows + !row.table != 2)
             return false;
-    return block == kBlockInvar9 + 1;
+    return block == ZEL_BLOCK_INVAR9 + 1;
 }
 static_assert(invariants_are_in_order());
 
 // Whether the slot is there, for whatever modes.
-inline bool has_slot(const ZELDATA* db, const Invariant& row)
+inline bool has_slot(const ZELDATA* db, const InvariantRow& row)
 {
     return row.values ? db->*row.values != nullptr : row.rows ? db->*row.rows != nullptr : db->*row.table != nullptr;
 }

@@ -83,7 +83,7 @@ static void free_database(ZELDATA* db)
         discard(db->mode_buffer[kind]);
         close_mode_stream(db, kind);
     }
-    for (const Invariant& row : kInvariants)
+    for (const InvariantRow& row : kInvariants)
         drop_invariant(db, row.number);
     discard(db->geometry_nodes);
     close_zel_file(db->zel_file);

@@ -157,7 +157,7 @@ int ZEL_SetModalLoad(ZELDATA* db, int load_case, int mode_number, double value)
         return 0;
     mode.keep();
     db->load_cases[load_case].values[mode.index()] = value;
-    raise_flag(db, kBlockLoads);
+    raise_flag(db, ZEL_BLOCK_LOADS);
     return 1;
 }
 
@@ -177,7 +177,7 @@ int ZEL_SetModalLoadLabel(ZELDATA* db, int load_case, const char* label)
         ZEL_Warning("Modal load label too big: max size %ld, specified size %ld.  Truncating label.", long(longest),
                     long(length));
     std::memcpy(db->load_cases[load_case].label, text, sizeof text);
-    raise_flag(db, kBlockLoads);
+    raise_flag(db, ZEL_BLOCK_LOADS);
     return 1;
 }
 
@@ -199,6 +199,6 @@ int ZEL_SetModalPreload(ZELDATA* db, int mode_number, double value)
     }
     mode.keep();
     db->modal_preload[mode.index()] = value;
-    raise_flag(db, kBlockPreload);
+    raise_flag(db, ZEL_BLOCK_PRELOAD);
     return 1;
 }

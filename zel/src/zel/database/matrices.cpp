@@ -41,23 +41,23 @@ static int set_entry(ZELDATA* db, int block, int row_mode, int column_mode, doub
     ZELMATRIX& matrix = db->*row.list;
     if (!add_entry(db, matrix, row.name, row_mode, column_mode, value))
         return 0;
-    if (block != kBlockDamping)
-        note_form(db, matrix.entries[matrix.count - 1], block == kBlockMass);
+    if (block != ZEL_BLOCK_DAMPING)
+        note_form(db, matrix.entries[matrix.count - 1], block == ZEL_BLOCK_MASS);
     raise_flag(db, block);
     return 1;
 }
 
 int ZEL_SetGeneralizedMass(ZELDATA* db, int row_mode, int column_mode, double value)
 {
-    return set_entry(db, kBlockMass, row_mode, column_mode, value);
+    return set_entry(db, ZEL_BLOCK_MASS, row_mode, column_mode, value);
 }
 
 int ZEL_SetGeneralizedStiffness(ZELDATA* db, int row_mode, int column_mode, double value)
 {
-    return set_entry(db, kBlockStiffness, row_mode, column_mode, value);
+    return set_entry(db, ZEL_BLOCK_STIFFNESS, row_mode, column_mode, value);
 }
 
 int ZEL_SetGeneralizedDamping(ZELDATA* db, int row_mode, int column_mode, double value)
 {
-    return set_entry(db, kBlockDamping, row_mode, column_mode, value);
+    return set_entry(db, ZEL_BLOCK_DAMPING, row_mode, column_mode, value);
 }

@@ -54,7 +54,7 @@ void zel::set_assumed_mass(ZELDATA* db, double mass)
 static EntryList list_of(const ZELDATA* db, int block)
 {
     const MatrixRow& row = matrix_row(block);
-    return {db, &(db->*row.list), row.record_field, block == kBlockMass ? assumed_mass(db) : 0.0};
+    return {db, &(db->*row.list), row.record_field, block == ZEL_BLOCK_MASS ? assumed_mass(db) : 0.0};
 }
 
 static int store_implied(const EntryList& list, ZELMATRIX& matrix)
@@ -166,29 +166,29 @@ namespace zel
 
 int store_implied_stiffness(ZELDATA* db)
 {
-    return store_implied(list_of(db, kBlockStiffness), db->stiffness);
+    return store_implied(list_of(db, ZEL_BLOCK_STIFFNESS), db->stiffness);
 }
 
 int store_implied_mass(ZELDATA* db)
 {
-    return store_implied(list_of(db, kBlockMass), db->mass);
+    return store_implied(list_of(db, ZEL_BLOCK_MASS), db->mass);
 }
 
 } // namespace zel
 
 int ZEL_NumberOfGenStiff(const ZELDATA* db)
 {
-    return db ? list_of(db, kBlockStiffness).count() : 0;
+    return db ? list_of(db, ZEL_BLOCK_STIFFNESS).count() : 0;
 }
 
 int ZEL_NumberOfGenMass(const ZELDATA* db)
 {
-    return db ? list_of(db, kBlockMass).count() : 0;
+    return db ? list_of(db, ZEL_BLOCK_MASS).count() : 0;
 }
 
 int ZEL_NumberOfGenDamp(const ZELDATA* db)
 {
-    return db ? list_of(db, kBlockDamping).count() : 0;
+    return db ? list_of(db, ZEL_BLOCK_DAMPING).count() : 0;
 }
 
 int ZEL_GenDampExist(const ZELDATA* db)
@@ -198,42 +198,42 @@ int ZEL_GenDampExist(const ZELDATA* db)
 
 int ZEL_GenStiffSparse(ZELDATA* db, int* rows, int* columns, double* values)
 {
-    return db ? give_sparse(list_of(db, kBlockStiffness), rows, columns, values) : 0;
+    return db ? give_sparse(list_of(db, ZEL_BLOCK_STIFFNESS), rows, columns, values) : 0;
 }
 
 int ZEL_GenMassSparse(ZELDATA* db, int* rows, int* columns, double* values)
 {
-    return db ? give_sparse(list_of(db, kBlockMass), rows, columns, values) : 0;
+    return db ? give_sparse(list_of(db, ZEL_BLOCK_MASS), rows, columns, values) : 0;
 }
 
 int ZEL_GenDampSparse(ZELDATA* db, int* rows, int* columns, double* values)
 {
-    return db ? give_sparse(list_of(db, kBlockDamping), rows, columns, values) : 0;
+    return db ? give_sparse(list_of(db, ZEL_BLOCK_DAMPING), rows, columns, values) : 0;
 }
 
 int ZEL_GenStiffFull(ZELDATA* db, double* matrix, int n)
 {
-    return db ? give_full(list_of(db, kBlockStiffness), matrix, n) : 0;
+    return db ? give_full(list_of(db, ZEL_BLOCK_STIFFNESS), matrix, n) : 0;
 }
 
 int ZEL_GenMassFull(ZELDATA* db, double* matrix, int n)
 {
-    return db ? give_full(list_of(db, kBlockMass), matrix, n) : 0;
+    return db ? give_full(list_of(db, ZEL_BLOCK_MASS), matrix, n) : 0;
 }
 
 int ZEL_GenDampFull(ZELDATA* db, double* matrix, int n)
 {
-    return db ? give_full(list_of(db, kBlockDamping), matrix, n) : 0;
+    return db ? give_full(list_of(db, ZEL_BLOCK_DAMPING), matrix, n) : 0;
 }
 
 int ZEL_GenStiffSelected(ZELDATA* db, double* matrix, const int* mode_numbers, int n)
 {
-    return db && n > 0 ? give_selected(list_of(db, kBlockStiffness), matrix, 0, mode_numbers, n) : 0;
+    return db && n > 0 ? give_selected(list_of(db, ZEL_BLOCK_STIFFNESS), matrix, 0, mode_numbers, n) : 0;
 }
 
 int ZEL_GenMassSelected(ZELDATA* db, double* matrix, const int* mode_numbers, int n)
 {
-    return db && n > 0 ? give_selected(list_of(db, kBlockMass), matrix, 0, mode_numbers, n) : 0;
+    return db && n > 0 ? give_selected(list_of(db, ZEL_BLOCK_MASS), matrix, 0, mode_numbers, n) : 0;
 }
 
 int ZEL_GenDampPrincipalAndSelected(ZELDATA* db, double* matrix, const int* mode_numbers, int n)
@@ -241,7 +241,7 @@ int ZEL_GenDampPrincipalAndSelected(ZELDATA* db, double* matrix, const int* mode
     constexpr int kRigidFreedoms = 6;
     if (!db || !db->damping_projected || !ZEL_GenDampExist(db) || n < 0 || n > INT32_MAX - kRigidFreedoms)
         return 0;
-    return give_selected(list_of(db, kBlockDamping), matrix, kRigidFreedoms, mode_numbers, n);
+    return give_selected(list_of(db, ZEL_BLOCK_DAMPING), matrix, kRigidFreedoms, mode_numbers, n);
 }
 
 int ZEL_Transformation(const ZELDATA* db, double* matrix)

@@ -102,7 +102,7 @@ static int append_mode(ZELDATA* db, int mode_number)
 // Invariants that the caller gave, or a file had, are of the modes that there were: they say nothing of the new one.
 static void drop_given_invariants(ZELDATA* db, int mode_number)
 {
-    for (const Invariant& row : kInvariants)
+    for (const InvariantRow& row : kInvariants)
     {
         const char origin = db->invar_origin[row.number];
         if (!row.modal || (origin != kGiven && origin != kRead))

@@ -126,7 +126,7 @@ private:
 
 static int set_values(ZELDATA* db, const Values& set)
 {
-    constexpr int kFileBlocks[ZEL_MODE_KINDS] = {kBlockModes, kBlockStress, kBlockStrain};
+    constexpr int kFileBlocks[ZEL_MODE_KINDS] = {ZEL_BLOCK_MODES, ZEL_BLOCK_STRESS, ZEL_BLOCK_STRAIN};
     if (!db)
         return no_database();
     if (!valid_kind(set.kind) || !set.values || set.dof < 0 || set.dof >= kComponents || !all_finite(set))

@@ -107,7 +107,7 @@ int ZEL_SetNodeCoordinates(ZELDATA* db, int node_id, double x, double y, double 
     db->nodes[node].x = x;
     db->nodes[node].y = y;
     db->nodes[node].z = z;
-    raise_flag(db, kBlockNodes);
+    raise_flag(db, ZEL_BLOCK_NODES);
     nodes_changed(db);
     mass_or_modes_changed(db);
     return 1;
@@ -126,7 +126,7 @@ static int set_mass(ZELDATA* db, int node_id, double mass, bool add)
     if (node < 0)
         return 0;
     db->nodes[node].mass = sum;
-    raise_flag(db, kBlockMasses);
+    raise_flag(db, ZEL_BLOCK_MASSES);
     mass_or_modes_changed(db);
     return 1;
 }
@@ -167,7 +167,7 @@ int ZEL_SetNodalInertia(ZELDATA* db, int node_id, double xx, double yy, double z
         return 0;
     for (double value : {xx, yy, zz, xy, xz, yz})
         *inertia++ = value;
-    raise_flag(db, kBlockInertias);
+    raise_flag(db, ZEL_BLOCK_INERTIAS);
     mass_or_modes_changed(db);
     return 1;
 }
@@ -188,7 +188,7 @@ int ZEL_SetNodalInertiaEntry(ZELDATA* db, int node_id, int row, int column, doub
     if (!inertia)
         return 0;
     inertia[kComponent[row][column]] = value;
-    raise_flag(db, kBlockInertias);
+    raise_flag(db, ZEL_BLOCK_INERTIAS);
     mass_or_modes_changed(db);
     return 1;
 }
@@ -224,7 +224,7 @@ int ZEL_SetFaceList(ZELDATA* db, int vertex_count, const int* node_ids)
     face[0] = kept;
     db->face_list_length += kept + 1;
     db->face_count += 1;
-    raise_flag(db, kBlockFaces);
+    raise_flag(db, ZEL_BLOCK_FACES);
     faces_changed(db);
     return 1;
 }
@@ -256,7 +256,7 @@ int ZEL_SetInterfaceNode(ZELDATA* db, int node_id)
     if (!grow(db->interface_nodes, db->interface_capacity, int64_t(db->interface_count) + 1, kListGrowth))
         return no_memory(kModule);
     db->interface_nodes[db->interface_count++] = node;
-    raise_flag(db, kBlockInterface);
+    raise_flag(db, ZEL_BLOCK_INTERFACE);
     nodes_changed(db);
     faces_changed(db);
     return 1;

@@ -425,7 +425,7 @@ int ZEL_SetUnits(ZELDATA* db, const char* mass, const char* length, const char* 
         units = before;
         return 0;
     }
-    raise_flag(db, kBlockUnits);
+    raise_flag(db, ZEL_BLOCK_UNITS);
     return 1;
 }
 

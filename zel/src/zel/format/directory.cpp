@@ -35,8 +35,8 @@ int64_t block_bytes(ZELDATA* db, const Block& row)
     int32_t count[2] = {0, 0};
     Wide bytes = -1;
     if (seek_to(in, start) && get_ints(in, count, row.counts) && count[0] >= 0 && count[1] >= 0)
-        bytes = row.number == kBlockTopology ? topology_bytes(in, start, count[1], room)
-                                             : row.bytes(count[0], count[1], widths_of(db));
+        bytes = row.number == ZEL_BLOCK_TOPOLOGY ? topology_bytes(in, start, count[1], room)
+                                                 : row.bytes(count[0], count[1], widths_of(db));
     if (bytes >= 0 && bytes <= room)
         return int64_t(bytes);
     fail("%s", row.damaged);

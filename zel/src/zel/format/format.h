@@ -28,44 +28,6 @@ inline void clear_flag(ZELDATA* db, int block)
     db->content_flags[flag_position(block)] = 0;
 }
 
-// The library's short names of the public block numbers.
-enum : int
-{
-    kBlockVersion = ZEL_BLOCK_VERSION,
-    kBlockHeader = ZEL_BLOCK_HEADER,
-    kBlockSummary = ZEL_BLOCK_SUMMARY,
-    kBlockNodes = ZEL_BLOCK_NODES,
-    kBlockTopology = ZEL_BLOCK_TOPOLOGY,
-    kBlockBody = ZEL_BLOCK_BODY,
-    kBlockEigenvalues = ZEL_BLOCK_EIGENVALUES,
-    kBlockModes = ZEL_BLOCK_MODES,
-    kBlockMasses = ZEL_BLOCK_MASSES,
-    kBlockInertias = ZEL_BLOCK_INERTIAS,
-    kBlockUnits = ZEL_BLOCK_UNITS,
-    kBlockStiffness = ZEL_BLOCK_STIFFNESS,
-    kBlockMass = ZEL_BLOCK_MASS,
-    kBlockFaces = ZEL_BLOCK_FACES,
-    kBlockDamping = ZEL_BLOCK_DAMPING,
-    kBlockTransformation = ZEL_BLOCK_TRANSFORMATION,
-    kBlockInterface = ZEL_BLOCK_INTERFACE,
-    kBlockStress = ZEL_BLOCK_STRESS,
-    kBlockInvar1 = ZEL_BLOCK_INVAR1,
-    kBlockInvar2 = ZEL_BLOCK_INVAR2,
-    kBlockInvar3 = ZEL_BLOCK_INVAR3,
-    kBlockInvar4 = ZEL_BLOCK_INVAR4,
-    kBlockInvar5 = ZEL_BLOCK_INVAR5,
-    kBlockInvar7 = ZEL_BLOCK_INVAR7,
-    kBlockInvar8 = ZEL_BLOCK_INVAR8,
-    kBlockInvar9 = ZEL_BLOCK_INVAR9,
-    kBlockPreload = ZEL_BLOCK_PRELOAD,
-    kBlockLoads = ZEL_BLOCK_LOADS,
-    kBlockStrain = ZEL_BLOCK_STRAIN,
-    kBlockStatistics = ZEL_BLOCK_STATISTICS,
-    kBlockPreStress = ZEL_BLOCK_PRE_STRESS,
-    kBlockPreStrain = ZEL_BLOCK_PRE_STRAIN,
-    kBlockCount = ZEL_BLOCKS
-};
-
 // Low byte of a version code.
 constexpr int kVersion10 = 10;        // mode records carry no mode number
 constexpr int kFirstFlagVersion = 60; // from here on two bits of the code tell encoding and precision
@@ -115,7 +77,7 @@ struct Block
 };
 
 // Row i describes block i + 1.
-extern const Block kBlocks[kBlockCount];
+extern const Block kBlocks[ZEL_BLOCKS];
 inline const Block& block_row(int number)
 {
     return kBlocks[number - 1];
@@ -139,8 +101,7 @@ inline int64_t summary_position(const Widths& w)
 // Whether the file that the database was read from holds a block, whatever setters have added in memory since.
 inline bool block_in_file(const ZELDATA* db, int number)
 {
-    return db->zel_file.file && number >= 1 && number <= kBlockCount &&
-           (number < 4 || has_flag(db->file_flags, number));
+    return db->zel_file.file && number >= 1 && number <= ZEL_BLOCKS && (number < 4 || has_flag(db->file_flags, number));
 }
 
 // Size of a block of the file, from the counts at its known offset; the file is left anywhere. Absent blocks have 0.

@@ -71,9 +71,9 @@ void install_faces(ZELDATA* db, int32_t* list, int32_t faces, int32_t words, int
     db->face_list_length = words;
     db->face_capacity = capacity;
     if (faces > 0)
-        raise_flag(db, kBlockFaces);
+        raise_flag(db, ZEL_BLOCK_FACES);
     else
-        clear_flag(db, kBlockFaces);
+        clear_flag(db, ZEL_BLOCK_FACES);
     faces_changed(db);
 }
 

@@ -103,7 +103,7 @@ static int check_presence(Comparison& c)
         if (c.in_made[row.number] != c.in_base[row.number])
             say(c, kNotes, "->Note block %d %s: exists new: %d  exists base: %d\n", row.number, row.name,
                 int(c.in_made[row.number]), int(c.in_base[row.number]));
-    for (int block : {kBlockNodes, kBlockEigenvalues, kBlockModes})
+    for (int block : {ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES})
         if (!c.in_made[block] || !c.in_base[block])
             give_up("->Fail no %s (Exit)", block_row(block).name);
     return 0;
@@ -138,7 +138,7 @@ static int check_nodes(Comparison& c)
 
 static int check_masses(Comparison& c)
 {
-    if (!both_have(c, kBlockMasses))
+    if (!both_have(c, ZEL_BLOCK_MASSES))
         return 0;
     Difference difference;
     for_node_pairs(c, [&](const ZELNODE& x, const ZELNODE& y) { difference.add(x.mass, y.mass); });
@@ -154,7 +154,7 @@ static int check_masses(Comparison& c)
 
 static int check_inertias(Comparison& c)
 {
-    if (!both_have(c, kBlockInertias))
+    if (!both_have(c, ZEL_BLOCK_INERTIAS))
         return 0;
     Difference difference;
     for_node_pairs(c, [&](const ZELNODE& x, const ZELNODE& y) {
@@ -169,7 +169,7 @@ static int check_inertias(Comparison& c)
 // What is stored, and may not follow from the nodes or the invariants: computing it anew would put that in its place.
 static int check_body(Comparison& c)
 {
-    if (!both_have(c, kBlockBody))
+    if (!both_have(c, ZEL_BLOCK_BODY))
         return 0;
     const ZELDATA &base = *c.base, &made = *c.made;
     const double apart = gap(made.total_mass, base.total_mass);
@@ -233,7 +233,7 @@ static int check_eigenvalues(Comparison& c)
 // The databases are in the same units by now.
 static int check_units(Comparison& c)
 {
-    if (both_have(c, kBlockUnits))
+    if (both_have(c, ZEL_BLOCK_UNITS))
         say(c, kPasses, "  Pass Units\n");
     return 0;
 }
@@ -259,8 +259,8 @@ struct Entries
 };
 } // namespace
 
-static constexpr Matrix kStiffness = {kBlockStiffness, "Stiffness", "Stiff"};
-static constexpr Matrix kMass = {kBlockMass, "Mass", "Mass"};
+static constexpr Matrix kStiffness = {ZEL_BLOCK_STIFFNESS, "Stiffness", "Stiff"};
+static constexpr Matrix kMass = {ZEL_BLOCK_MASS, "Mass", "Mass"};
 
 // Entries whose row and column are modes.
 static int entries_on_modes(const ZELDATA* db, const ZELMATRIX& matrix)
@@ -337,7 +337,7 @@ static int check_mass(Comparison& c)
 // The modes as combinations of the caller's own are a matter of their choice: differences draw a warning only.
 static int check_transformation(Comparison& c)
 {
-    if (!both_have(c, kBlockTransformation))
+    if (!both_have(c, ZEL_BLOCK_TRANSFORMATION))
         return 0;
     const int64_t order = c.made->transformation_order;
     if (order != c.base->transformation_order || !c.made->transformation || !c.base->transformation)
@@ -357,7 +357,7 @@ static int check_transformation(Comparison& c)
 
 static int check_interface_nodes(Comparison& c)
 {
-    if (!both_have(c, kBlockInterface))
+    if (!both_have(c, ZEL_BLOCK_INTERFACE))
         return 0;
     const auto ids_of = [](const ZELDATA* db, int* ids) {
         for (int i = 0; i < db->interface_count; ++i)

@@ -17,10 +17,10 @@ struct Comparison
     ZELDATA *base, *made; // made: the new database
     int verbosity;
     double tolerance;
-    bool in_base[kBlockCount + 1], in_made[kBlockCount + 1]; // blocks, by number, as they were when the call began
-    const int* base_node;                                    // of each node of the new database, by index
-    const int* base_position[ZEL_MODE_KINDS];                // of each position in the new database's mode vectors
-    int common_modes;                                        // compared pair by pair: those of equal index
+    bool in_base[ZEL_BLOCKS + 1], in_made[ZEL_BLOCKS + 1]; // blocks, by number, as they were when the call began
+    const int* base_node;                                  // of each node of the new database, by index
+    const int* base_position[ZEL_MODE_KINDS];              // of each position in the new database's mode vectors
+    int common_modes;                                      // compared pair by pair: those of equal index
     int* sign; // of each mode of the base: 1, or -1 where the new mode shape points the other way
 };
 

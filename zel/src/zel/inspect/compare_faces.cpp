@@ -98,7 +98,7 @@ static bool same_lists(const Comparison& c)
 
 int zel::compare_faces(Comparison& c)
 {
-    if (!both_have(c, kBlockFaces))
+    if (!both_have(c, ZEL_BLOCK_FACES))
         return 0;
     const ZELDATA *made = c.made, *base = c.base;
     const bool same_length = made->face_list_length == base->face_list_length;

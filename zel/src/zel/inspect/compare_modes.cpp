@@ -172,8 +172,8 @@ struct KindTexts
 };
 } // namespace
 
-static constexpr KindTexts kStress = {ZEL_MODAL_STRESS, kBlockStress, "Stress", "stress"};
-static constexpr KindTexts kStrain = {ZEL_MODAL_STRAIN, kBlockStrain, "Strain", "strain"};
+static constexpr KindTexts kStress = {ZEL_MODAL_STRESS, ZEL_BLOCK_STRESS, "Stress", "stress"};
+static constexpr KindTexts kStrain = {ZEL_MODAL_STRAIN, ZEL_BLOCK_STRAIN, "Strain", "strain"};
 
 static bool both_have_kind(const Comparison& c, int block)
 {
@@ -255,12 +255,12 @@ static int compare_pre_tensors(Comparison& c, const KindTexts& row, int block, c
 
 int zel::compare_pre_stress(Comparison& c)
 {
-    return compare_pre_tensors(c, kStress, kBlockPreStress, "Pre-Stresses");
+    return compare_pre_tensors(c, kStress, ZEL_BLOCK_PRE_STRESS, "Pre-Stresses");
 }
 
 int zel::compare_pre_strain(Comparison& c)
 {
-    return compare_pre_tensors(c, kStrain, kBlockPreStrain, "Pre-Strains");
+    return compare_pre_tensors(c, kStrain, ZEL_BLOCK_PRE_STRAIN, "Pre-Strains");
 }
 
 // ---- Invariants --------------------------------------------------------------------------------------------------------
@@ -293,7 +293,7 @@ static bool left_out(const Comparison& c, int number, const Difference& differen
     return true;
 }
 
-static int compare_invariant(Comparison& c, const Invariant& row)
+static int compare_invariant(Comparison& c, const InvariantRow& row)
 {
     if (!both_have(c, row.block, "ZEL_"))
         return 0;
@@ -333,7 +333,7 @@ static int compare_invariant(Comparison& c, const Invariant& row)
 int zel::compare_invariants(Comparison& c)
 {
     int result = 0;
-    for (const Invariant& row : kInvariants)
+    for (const InvariantRow& row : kInvariants)
         result |= compare_invariant(c, row);
     return result;
 }

@@ -550,44 +550,44 @@ static constexpr struct
 {
     int block;
     void (*print)(const Report& report);
-} kReports[kBlockCount] = {
-    {kBlockVersion, print_version},
-    {kBlockHeader, print_header},
-    {kBlockSummary, print_summary},
-    {kBlockNodes, print_nodes},
-    {kBlockTopology, print_topology},
-    {kBlockBody, print_body},
-    {kBlockEigenvalues, print_eigenvalues},
-    {kBlockModes, print_modes_of_kind<ZEL_MODE_SHAPE>},
-    {kBlockMasses, print_masses},
-    {kBlockInertias, print_inertias},
-    {kBlockUnits, print_units},
-    {kBlockStiffness, print_stiffness},
-    {kBlockMass, print_mass},
-    {kBlockFaces, print_faces},
-    {kBlockDamping, print_damping},
-    {kBlockTransformation, print_transformation},
-    {kBlockInterface, print_interface_nodes},
-    {kBlockStress, print_modes_of_kind<ZEL_MODAL_STRESS>},
-    {kBlockInvar1, print_invariant_1},
-    {kBlockInvar2, print_invariant_2},
-    {kBlockInvar3, print_invariant_3},
-    {kBlockInvar4, print_invariant_4},
-    {kBlockInvar5, print_invariant_5},
-    {kBlockInvar7, print_invariant_7},
-    {kBlockInvar8, print_invariant_8},
-    {kBlockInvar9, print_invariant_9},
-    {kBlockPreload, print_preload},
-    {kBlockLoads, print_loads},
-    {kBlockStrain, print_modes_of_kind<ZEL_MODAL_STRAIN>},
-    {kBlockStatistics, print_statistics},
-    {kBlockPreStress, print_pre_stress},
-    {kBlockPreStrain, print_pre_strain},
+} kReports[ZEL_BLOCKS] = {
+    {ZEL_BLOCK_VERSION, print_version},
+    {ZEL_BLOCK_HEADER, print_header},
+    {ZEL_BLOCK_SUMMARY, print_summary},
+    {ZEL_BLOCK_NODES, print_nodes},
+    {ZEL_BLOCK_TOPOLOGY, print_topology},
+    {ZEL_BLOCK_BODY, print_body},
+    {ZEL_BLOCK_EIGENVALUES, print_eigenvalues},
+    {ZEL_BLOCK_MODES, print_modes_of_kind<ZEL_MODE_SHAPE>},
+    {ZEL_BLOCK_MASSES, print_masses},
+    {ZEL_BLOCK_INERTIAS, print_inertias},
+    {ZEL_BLOCK_UNITS, print_units},
+    {ZEL_BLOCK_STIFFNESS, print_stiffness},
+    {ZEL_BLOCK_MASS, print_mass},
+    {ZEL_BLOCK_FACES, print_faces},
+    {ZEL_BLOCK_DAMPING, print_damping},
+    {ZEL_BLOCK_TRANSFORMATION, print_transformation},
+    {ZEL_BLOCK_INTERFACE, print_interface_nodes},
+    {ZEL_BLOCK_STRESS, print_modes_of_kind<ZEL_MODAL_STRESS>},
+    {ZEL_BLOCK_INVAR1, print_invariant_1},
+    {ZEL_BLOCK_INVAR2, print_invariant_2},
+    {ZEL_BLOCK_INVAR3, print_invariant_3},
+    {ZEL_BLOCK_INVAR4, print_invariant_4},
+    {ZEL_BLOCK_INVAR5, print_invariant_5},
+    {ZEL_BLOCK_INVAR7, print_invariant_7},
+    {ZEL_BLOCK_INVAR8, print_invariant_8},
+    {ZEL_BLOCK_INVAR9, print_invariant_9},
+    {ZEL_BLOCK_PRELOAD, print_preload},
+    {ZEL_BLOCK_LOADS, print_loads},
+    {ZEL_BLOCK_STRAIN, print_modes_of_kind<ZEL_MODAL_STRAIN>},
+    {ZEL_BLOCK_STATISTICS, print_statistics},
+    {ZEL_BLOCK_PRE_STRESS, print_pre_stress},
+    {ZEL_BLOCK_PRE_STRAIN, print_pre_strain},
 };
 
 static constexpr bool numbered_in_order()
 {
-    for (int i = 0; i < kBlockCount; ++i)
+    for (int i = 0; i < ZEL_BLOCKS; ++i)
         if (kReports[i].block != i + 1)
             return false;
     return true;
@@ -596,7 +596,7 @@ static_assert(numbered_in_order(), "row i reports block i + 1");
 
 void ZEL_Contents(ZELDATA* db, int block, FILE* stream)
 {
-    if (!CheckZEL(db) || block < 1 || block > kBlockCount || !stream)
+    if (!CheckZEL(db) || block < 1 || block > ZEL_BLOCKS || !stream)
         return;
     print_banner(block_row(block), stream);
     kReports[block - 1].print({db, block, stream});

@@ -11,7 +11,7 @@ using namespace zel;
 // Stores the values of an invariant in the order of its block.
 static int set_invariant(ZELDATA* db, int number, const double* values)
 {
-    const Invariant& row = invariant_row(number);
+    const InvariantRow& row = invariant_row(number);
     if (!values || (row.modal && db->mode_count == 0))
         return 0;
     const Pieces pieces = invariant_pieces(number, db->mode_count);

@@ -85,7 +85,7 @@ int ZEL_SetGlobalMass(ZELDATA* db, double mass, const double center[3], const do
     db->total_mass = mass;
     std::copy_n(center, 3, db->center_of_mass);
     std::copy_n(inertia, 9, db->inertia_tensor);
-    raise_flag(db, kBlockBody);
+    raise_flag(db, ZEL_BLOCK_BODY);
     mass_or_modes_changed(db);
     return 1;
 }

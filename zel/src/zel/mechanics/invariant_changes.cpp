@@ -29,7 +29,7 @@ static bool in_set(InvariantSet set, int number)
 static bool is_known(const ZELDATA* db, int number)
 {
     if (invariant_filled(db, number))
-        return db->invar_origin[number] != kComputed || has_flag(db->content_flags, kBlockMasses);
+        return db->invar_origin[number] != kComputed || has_flag(db->content_flags, ZEL_BLOCK_MASSES);
     const int block = invariant_row(number).block;
     return db->zel_file.file && has_flag(db->file_flags, block) && !is_stale_block(db, block);
 }
@@ -40,10 +40,10 @@ namespace zel
 bool mass_data_suffices(const ZELDATA* db, InvariantSet set)
 {
     if (set == InvariantSet::rigid)
-        return has_flag(db->content_flags, kBlockMasses) || db->total_mass != 0.0 || is_known(db, 1);
+        return has_flag(db->content_flags, ZEL_BLOCK_MASSES) || db->total_mass != 0.0 || is_known(db, 1);
     if (shapes_cover_masses(db))
         return true;
-    for (const Invariant& row : kInvariants)
+    for (const InvariantRow& row : kInvariants)
         if (in_set(set, row.number) && !is_known(db, row.number))
             return false;
     return true;
@@ -54,7 +54,7 @@ int fill_invariants(ZELDATA* db, InvariantSet set)
     const bool has_modes = db->mode_count > 0;
     if (has_modes && set == InvariantSet::all && !sum_modal_invariants(db, {3, 4, 5, 8, 9}))
         return 0;
-    for (const Invariant& row : kInvariants)
+    for (const InvariantRow& row : kInvariants)
         if (in_set(set, row.number) && (has_modes || !row.modal) && !fill_invariant(db, row.number))
             return 0;
     return 1;
@@ -155,7 +155,7 @@ int change_invariant_basis(ZELDATA* db, const double* basis, int modes)
     SpareInvariants fresh(modes);
     if (!fresh.db())
         return no_memory(kModule);
-    for (const Invariant& row : kInvariants)
+    for (const InvariantRow& row : kInvariants)
     {
         const int number = row.number;
         if (!row.modal || !invariant_filled(db, number) || can_be_summed(db, number))

@@ -84,7 +84,7 @@ namespace zel
 
 bool shapes_cover_masses(const ZELDATA* db)
 {
-    if (!has_flag(db->content_flags, kBlockMasses))
+    if (!has_flag(db->content_flags, ZEL_BLOCK_MASSES))
         return false;
     for (int node = covered_nodes(db); node < db->node_count; ++node)
         if (db->nodes[node].mass != 0.0 || db->nodes[node].inertia)
@@ -263,7 +263,7 @@ static void add_gram(ZELDATA* db, const Wanted& wanted, NodeBlock& block)
 // Whether a sum over the nodes can have any value at all.
 static bool has_sums(const ZELDATA* db)
 {
-    if (!shapes_cover_masses(db) || !has_flag(db->content_flags, kBlockModes))
+    if (!shapes_cover_masses(db) || !has_flag(db->content_flags, ZEL_BLOCK_MODES))
         return false;
     return std::any_of(db->nodes, db->nodes + covered_nodes(db),
                        [](const ZELNODE& node) { return node.mass != 0.0 || node.inertia; });

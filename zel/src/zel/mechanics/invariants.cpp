@@ -30,7 +30,7 @@ static double* piece_in_slot(const ZELDATA* db, int number, int64_t piece, int f
 }
 
 // Factor from the units of the file to those of now.
-static double unit_factor(const ZELDATA* db, const Invariant& row)
+static double unit_factor(const ZELDATA* db, const InvariantRow& row)
 {
     double factor = db->base_scale[0];
     for (int power = 0; power < row.lengths; ++power)
@@ -39,7 +39,7 @@ static double unit_factor(const ZELDATA* db, const Invariant& row)
 }
 
 // The values behind the count of a block, into an open slot. What one of them and the slot does not have stays zero.
-static int read_pieces(ZELDATA* db, const Invariant& row, int file_modes)
+static int read_pieces(ZELDATA* db, const InvariantRow& row, int file_modes)
 {
     const Pieces pieces = invariant_pieces(row.number, file_modes);
     const int kept =
@@ -62,7 +62,7 @@ static int read_pieces(ZELDATA* db, const Invariant& row, int file_modes)
 }
 
 // Fills a slot from its block of the file, at whose start the file stands.
-static int read_invariant(ZELDATA* db, const Invariant& row)
+static int read_invariant(ZELDATA* db, const InvariantRow& row)
 {
     int32_t file_modes = db->mode_count;
     if (row.modal && (block_bytes(db, block_row(row.block)) == kDamaged || !ZEL_goto_block(db, row.block - 1) ||
@@ -82,7 +82,7 @@ static int read_invariant(ZELDATA* db, const Invariant& row)
 
 static bool has_nodal_masses(const ZELDATA* db)
 {
-    return has_flag(db->content_flags, kBlockMasses);
+    return has_flag(db->content_flags, ZEL_BLOCK_MASSES);
 }
 
 static void sum_mass(const ZELDATA* db, double mass[1])
@@ -142,7 +142,7 @@ static void sum_rigid(const ZELDATA* db, int number, double* values)
 static int rigid_values(ZELDATA* db, int number, double* values)
 {
     const bool was_filled = invariant_filled(db, number);
-    const Invariant& row = invariant_row(number);
+    const InvariantRow& row = invariant_row(number);
     if (!was_filled && !ZEL_goto_block(db, row.block - 1))
     {
         sum_rigid(db, number, values);
@@ -176,7 +176,7 @@ int fill_invariant(ZELDATA* db, int number)
 {
     if (invariant_filled(db, number))
         return 1;
-    const Invariant& row = invariant_row(number);
+    const InvariantRow& row = invariant_row(number);
     if (ZEL_goto_block(db, row.block - 1))
         return read_invariant(db, row);
     if (number == 5 || number == 9) // what costs one costs the other too

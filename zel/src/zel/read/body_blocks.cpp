@@ -208,7 +208,7 @@ static bool read_element(ItemReader& items, const ZELDATA* db, int vertices, Fac
 
 int read_topology(Reader& in, const Block& row)
 {
-    if (block_in_file(in.db, kBlockFaces))
+    if (block_in_file(in.db, ZEL_BLOCK_FACES))
         return 1;
     ItemReader items = items_of(in.db, row);
     FaceList list(block_size(in.db, row) / kIntBytes);

@@ -138,7 +138,7 @@ int read_stress_or_strain(Reader& in, const Block& row)
 {
     ZELDATA* db = in.db;
     const int kind = kind_of_block(row.number).kind;
-    if (!block_in_file(db, kBlockModes))
+    if (!block_in_file(db, ZEL_BLOCK_MODES))
         ZEL_Warning("%s modes are being processed before mode shapes", kind == ZEL_MODAL_STRESS ? "Stress" : "Strain");
     ItemReader items = items_of(db, row);
     const int modes = items.integer(), nodes = items.integer();

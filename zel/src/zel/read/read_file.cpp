@@ -103,8 +103,8 @@ static int find_mode_count(ZELDATA* db)
     constexpr struct
     {
         int block, position;
-    } kSources[] = {{kBlockEigenvalues, 0}, {kBlockModes, 0},  {kBlockStiffness, 1},
-                    {kBlockMass, 1},        {kBlockStress, 0}, {kBlockStrain, 0}};
+    } kSources[] = {{ZEL_BLOCK_EIGENVALUES, 0}, {ZEL_BLOCK_MODES, 0},  {ZEL_BLOCK_STIFFNESS, 1},
+                    {ZEL_BLOCK_MASS, 1},        {ZEL_BLOCK_STRESS, 0}, {ZEL_BLOCK_STRAIN, 0}};
     const int64_t most = db->file_size / kIntBytes; // a file with more modes has no room for their numbers
     int modes = 0;
     for (const auto& [block, position] : kSources)
@@ -178,9 +178,9 @@ int read_header(Reader& in, const Block& row)
 static double matrix_factor(const ZELDATA* db, const Block& row, const ZELENTRY& entry, bool projected)
 {
     const Ratios r = {db->base_scale[0], db->base_scale[1], db->base_scale[2], db->base_scale[3]};
-    return row.number == kBlockStiffness ? r.energy()
-           : row.number == kBlockMass    ? r.inertia()
-                                         : r.damping(entry.row, entry.column, projected);
+    return row.number == ZEL_BLOCK_STIFFNESS ? r.energy()
+           : row.number == ZEL_BLOCK_MASS    ? r.inertia()
+                                             : r.damping(entry.row, entry.column, projected);
 }
 
 // The file counts rows and columns from 1; 0 stands for a mode that could not be added.
@@ -210,7 +210,7 @@ static int read_matrix(ZELDATA* db, const Block& row)
     const int count = items.integer(), second = items.integer();
     if (items.failed())
         return unreadable(row);
-    const bool projected = row.number == kBlockDamping && second == 1;
+    const bool projected = row.number == ZEL_BLOCK_DAMPING && second == 1;
     Scratch<ZELENTRY> entries(count);
     if (!entries.data)
         return no_room(row);
@@ -229,7 +229,7 @@ static int read_matrix(ZELDATA* db, const Block& row)
     matrix.count = matrix.capacity = count;
     if (count == 0)
         discard(matrix.entries);
-    if (row.number == kBlockDamping)
+    if (row.number == ZEL_BLOCK_DAMPING)
         db->damping_projected = projected ? 1 : 0;
     flag_unusual_entries(db);
     raise_flag(db, row.number);
@@ -258,17 +258,17 @@ static int read_matrix_again(ZELDATA* db, int number)
 
 int ZEL_ReadGeneralizedStiffness(ZELDATA* db)
 {
-    return read_matrix_again(db, kBlockStiffness);
+    return read_matrix_again(db, ZEL_BLOCK_STIFFNESS);
 }
 
 int ZEL_ReadGeneralizedMass(ZELDATA* db)
 {
-    return read_matrix_again(db, kBlockMass);
+    return read_matrix_again(db, ZEL_BLOCK_MASS);
 }
 
 int ZEL_ReadGeneralizedDamping(ZELDATA* db)
 {
-    return read_matrix_again(db, kBlockDamping);
+    return read_matrix_again(db, ZEL_BLOCK_DAMPING);
 }
 
 namespace
@@ -281,42 +281,43 @@ struct BlockReader
 
 // In the order of reading. Mode shapes reorder the nodes, so that what refers to nodes by index comes after them.
 constexpr BlockReader kReaders[] = {
-    {kBlockUnits, read_units},
-    {kBlockHeader, read_header},
-    {kBlockNodes, read_nodes},
-    {kBlockBody, read_body_properties},
-    {kBlockEigenvalues, read_eigenvalues},
-    {kBlockModes, read_mode_shapes},
-    {kBlockMasses, read_masses},
-    {kBlockInertias, read_inertias},
-    {kBlockStiffness, read_generalized},
-    {kBlockMass, read_generalized},
-    {kBlockFaces, read_faces},
-    {kBlockTopology, read_topology},
-    {kBlockDamping, read_generalized},
-    {kBlockTransformation, read_transformation},
-    {kBlockInterface, read_interface_nodes},
-    {kBlockStress, read_stress_or_strain},
-    {kBlockPreload, read_preload},
-    {kBlockLoads, read_loads},
-    {kBlockStrain, read_stress_or_strain},
-    {kBlockStatistics, read_statistics},
-    {kBlockPreStress, read_pre_stress_or_strain},
-    {kBlockPreStrain, read_pre_stress_or_strain},
+    {ZEL_BLOCK_UNITS, read_units},
+    {ZEL_BLOCK_HEADER, read_header},
+    {ZEL_BLOCK_NODES, read_nodes},
+    {ZEL_BLOCK_BODY, read_body_properties},
+    {ZEL_BLOCK_EIGENVALUES, read_eigenvalues},
+    {ZEL_BLOCK_MODES, read_mode_shapes},
+    {ZEL_BLOCK_MASSES, read_masses},
+    {ZEL_BLOCK_INERTIAS, read_inertias},
+    {ZEL_BLOCK_STIFFNESS, read_generalized},
+    {ZEL_BLOCK_MASS, read_generalized},
+    {ZEL_BLOCK_FACES, read_faces},
+    {ZEL_BLOCK_TOPOLOGY, read_topology},
+    {ZEL_BLOCK_DAMPING, read_generalized},
+    {ZEL_BLOCK_TRANSFORMATION, read_transformation},
+    {ZEL_BLOCK_INTERFACE, read_interface_nodes},
+    {ZEL_BLOCK_STRESS, read_stress_or_strain},
+    {ZEL_BLOCK_PRELOAD, read_preload},
+    {ZEL_BLOCK_LOADS, read_loads},
+    {ZEL_BLOCK_STRAIN, read_stress_or_strain},
+    {ZEL_BLOCK_STATISTICS, read_statistics},
+    {ZEL_BLOCK_PRE_STRESS, read_pre_stress_or_strain},
+    {ZEL_BLOCK_PRE_STRAIN, read_pre_stress_or_strain},
 };
 
 // Read before all others, or on demand.
-constexpr int kNotInOrder[] = {kBlockVersion, kBlockSummary, kBlockInvar1, kBlockInvar2, kBlockInvar3,
-                               kBlockInvar4,  kBlockInvar5,  kBlockInvar7, kBlockInvar8, kBlockInvar9};
+constexpr int kNotInOrder[] = {ZEL_BLOCK_VERSION, ZEL_BLOCK_SUMMARY, ZEL_BLOCK_INVAR1, ZEL_BLOCK_INVAR2,
+                               ZEL_BLOCK_INVAR3,  ZEL_BLOCK_INVAR4,  ZEL_BLOCK_INVAR5, ZEL_BLOCK_INVAR7,
+                               ZEL_BLOCK_INVAR8,  ZEL_BLOCK_INVAR9};
 
 constexpr bool every_block_once()
 {
-    int seen[kBlockCount + 1] = {};
+    int seen[ZEL_BLOCKS + 1] = {};
     for (const BlockReader& reader : kReaders)
         ++seen[reader.block];
     for (int block : kNotInOrder)
         ++seen[block];
-    for (int block = 1; block <= kBlockCount; ++block)
+    for (int block = 1; block <= ZEL_BLOCKS; ++block)
         if (seen[block] != 1)
             return false;
     return true;
@@ -361,7 +362,7 @@ int ZEL_ReadZEL(ZELDATA* db, FILE* file, const char* name)
     if (!read_blocks(db))
         return 0;
     note_projected_forces(db);
-    db->max_mode_nodes = block_in_file(db, kBlockModes) ? db->mode_node_count[ZEL_MODE_SHAPE] : db->node_count;
+    db->max_mode_nodes = block_in_file(db, ZEL_BLOCK_MODES) ? db->mode_node_count[ZEL_MODE_SHAPE] : db->node_count;
     return 1;
 }
 

@@ -352,7 +352,7 @@ int change_basis(ZELDATA* db, const Basis& basis, BasisChange& change)
     install_matrix(db->stiffness, made.stiffness);
     install_matrix(db->mass, made.mass);
     install_matrix(db->damping, made.damping);
-    for (int block : {kBlockStiffness, kBlockMass, kBlockDamping}) // the file's are in the old basis
+    for (int block : {ZEL_BLOCK_STIFFNESS, ZEL_BLOCK_MASS, ZEL_BLOCK_DAMPING}) // the file's are in the old basis
         block_changed(db, block);
     db->non_diagonal = db->non_unit_mass = 0;
     replace(db->eigenvalues, change.eigenvalues);

@@ -31,7 +31,7 @@ struct Writer
     ModeNodes mode_nodes[ZEL_MODE_KINDS] = {};
     bool convertible = true;            // the units may be changed to SI
     const Progress* progress = nullptr; // one step for each mode vector that is written
-    int last_block = kBlockVersion;     // that was begun
+    int last_block = ZEL_BLOCK_VERSION; // that was begun
 
     Writer(ZELDATA* database, FILE* open_file) : db(database) { file.file = open_file; }
     ~Writer();

@@ -71,7 +71,7 @@ int write_generalized(Writer& out, const Block& row)
     }
     ItemWriter items(out.file);
     items.integer(kept);
-    items.integer(row.number == kBlockDamping ? out.db->damping_projected : out.count);
+    items.integer(row.number == ZEL_BLOCK_DAMPING ? out.db->damping_projected : out.count);
     for (int i = 0; i < kept; ++i)
     {
         items.integer(rows[i]);
@@ -446,7 +446,7 @@ static int invariant_modes(const Writer& out, int number)
 }
 
 // Writes the values of an invariant for the first `count` exported modes.
-static int put_exported(Writer& out, const Invariant& invariant, int count)
+static int put_exported(Writer& out, const InvariantRow& invariant, int count)
 {
     const ZELDATA* db = out.db;
     const int begin = out.first, end = out.first + count, modes = db->mode_count;
@@ -484,8 +484,8 @@ static int put_exported(Writer& out, const Invariant& invariant, int count)
 
 int write_invariant(Writer& out, const Block& row)
 {
-    const Invariant& invariant = *std::find_if(std::begin(kInvariants), std::end(kInvariants),
-                                               [&](const Invariant& i) { return i.block == row.number; });
+    const InvariantRow& invariant = *std::find_if(std::begin(kInvariants), std::end(kInvariants),
+                                                  [&](const InvariantRow& i) { return i.block == row.number; });
     if (invariant.modal && out.count == 0)
         return put_int(out.file, 0);
     if (!fill_invariant(out.db, invariant.number))

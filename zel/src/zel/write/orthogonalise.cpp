@@ -135,7 +135,7 @@ static int install_modes(ZELDATA* db, Eigenproblem& problem)
         return no_memory(kModule);
     if (!make_records(problem, consistency_of(db), count, change.eigenvalues.data))
         return 0;
-    const bool only_cut = !has_flag(db->content_flags, kBlockModes) && count != modes;
+    const bool only_cut = !has_flag(db->content_flags, ZEL_BLOCK_MODES) && count != modes;
     if (only_cut)
     {
         set_identity(components.data, modes, count);
@@ -151,8 +151,8 @@ static int install_modes(ZELDATA* db, Eigenproblem& problem)
     }
     if (!change_basis(db, {components.data, modes, count}, change))
         return 0;
-    raise_flag(db, kBlockEigenvalues);
-    raise_flag(db, kBlockTransformation);
+    raise_flag(db, ZEL_BLOCK_EIGENVALUES);
+    raise_flag(db, ZEL_BLOCK_TRANSFORMATION);
     return check_eigenvalues(db);
 }
 

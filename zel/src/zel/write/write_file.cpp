@@ -156,12 +156,12 @@ static int open_stream(Writer& out)
 // The block that holds the faces.
 static int face_block(const Writer& out)
 {
-    return out.is_oldest_format() ? kBlockTopology : kBlockFaces;
+    return out.is_oldest_format() ? ZEL_BLOCK_TOPOLOGY : ZEL_BLOCK_FACES;
 }
 
 static bool has_faces(const Writer& out)
 {
-    return out.db->face_count > 0 || (!out.is_oldest_format() && has_flag(out.db->content_flags, kBlockFaces));
+    return out.db->face_count > 0 || (!out.is_oldest_format() && has_flag(out.db->content_flags, ZEL_BLOCK_FACES));
 }
 
 static void copy_flags(Writer& out, std::initializer_list<int> blocks)
@@ -173,17 +173,17 @@ static void copy_flags(Writer& out, std::initializer_list<int> blocks)
 // What there is without modes. Nodes that were named without coordinates are at the origin: other blocks need theirs.
 static void take_rigid_content(Writer& out)
 {
-    copy_flags(out, {kBlockNodes, kBlockMasses, kBlockInertias, kBlockInterface});
+    copy_flags(out, {ZEL_BLOCK_NODES, ZEL_BLOCK_MASSES, ZEL_BLOCK_INERTIAS, ZEL_BLOCK_INTERFACE});
     if (out.db->node_count > 0)
-        out.set(kBlockNodes, true);
-    out.set(kBlockUnits, true);
+        out.set(ZEL_BLOCK_NODES, true);
+    out.set(ZEL_BLOCK_UNITS, true);
     out.set(face_block(out), has_faces(out));
 }
 
 static void take_plain_content(Writer& out)
 {
     take_rigid_content(out);
-    copy_flags(out, {kBlockModes, kBlockDamping, kBlockStress});
+    copy_flags(out, {ZEL_BLOCK_MODES, ZEL_BLOCK_DAMPING, ZEL_BLOCK_STRESS});
 }
 
 // Eigenvalue records serve as long as they cover all modes. Where modes were added since, stiffness and mass, stored or
@@ -236,17 +236,17 @@ static int settle_modes(Writer& out)
     {
         if (!drop_partial_records(db))
             return 0;
-        out.set(kBlockStiffness, true);
-        out.set(kBlockMass, true);
+        out.set(ZEL_BLOCK_STIFFNESS, true);
+        out.set(ZEL_BLOCK_MASS, true);
     }
     else
     {
         if (db->mode_count > 0 && !orthogonalise_modes(db))
             return 0;
-        out.set(kBlockTransformation, db->mode_count > 0);
-        out.set(kBlockEigenvalues, db->mode_count > 0);
+        out.set(ZEL_BLOCK_TRANSFORMATION, db->mode_count > 0);
+        out.set(ZEL_BLOCK_EIGENVALUES, db->mode_count > 0);
     }
-    out.set(kBlockModes, out.has(kBlockModes) && db->mode_count > 0);
+    out.set(ZEL_BLOCK_MODES, out.has(ZEL_BLOCK_MODES) && db->mode_count > 0);
     return 1;
 }
 
@@ -315,7 +315,7 @@ static int compute_invariants(ZELDATA* db, InvariantSet set)
 
 static int settle_invariants(Writer& out)
 {
-    for (const Invariant& invariant : kInvariants)
+    for (const InvariantRow& invariant : kInvariants)
         copy_flags(out, {invariant.block});
     if (out.options.invariants == InvariantOption::illegal)
     {
@@ -325,7 +325,7 @@ static int settle_invariants(Writer& out)
     if (out.options.invariants == InvariantOption::none)
         return 1;
     const bool all = out.options.invariants == InvariantOption::all;
-    for (const Invariant& invariant : kInvariants)
+    for (const InvariantRow& invariant : kInvariants)
         out.set(invariant.block, all || (invariant.number != 5 && invariant.number != 9));
     return compute_invariants(out.db, all ? InvariantSet::all : InvariantSet::fast);
 }
@@ -353,21 +353,21 @@ static int settle_body(Writer& out)
     out.convertible = out.options.invariants != InvariantOption::illegal;
     const bool computed =
         out.options.invariants == InvariantOption::all || out.options.invariants == InvariantOption::fast;
-    if (computed || out.has(kBlockInvar3))
+    if (computed || out.has(ZEL_BLOCK_INVAR3))
     {
         bool singular = false; // then the damping stays as it is, after a message
         if (!project_loads_of_body(db) || (!project_damping_of_body(db, singular) && !singular))
             return 0;
         if (out.convertible)
             out.convertible = reduce_to_geometry_nodes(db);
-        out.set(kBlockBody, true);
+        out.set(ZEL_BLOCK_BODY, true);
         return take_body_properties(db);
     }
-    copy_flags(out, {kBlockBody});
-    if (!out.has(kBlockBody) && out.has(kBlockNodes) && out.has(kBlockMasses))
+    copy_flags(out, {ZEL_BLOCK_BODY});
+    if (!out.has(ZEL_BLOCK_BODY) && out.has(ZEL_BLOCK_NODES) && out.has(ZEL_BLOCK_MASSES))
     {
         ZEL_CalculateGlobalMassFromNodeMass(db);
-        out.set(kBlockBody, true);
+        out.set(ZEL_BLOCK_BODY, true);
     }
     return 1;
 }
@@ -377,8 +377,8 @@ static int settle_body(Writer& out)
 static int settle_loads_and_statistics(Writer& out)
 {
     ZELDATA* db = out.db;
-    copy_flags(out, {kBlockPreload, kBlockLoads, kBlockStrain, kBlockPreStress, kBlockPreStrain});
-    out.set(kBlockStatistics, out.count > 0);
+    copy_flags(out, {ZEL_BLOCK_PRELOAD, ZEL_BLOCK_LOADS, ZEL_BLOCK_STRAIN, ZEL_BLOCK_PRE_STRESS, ZEL_BLOCK_PRE_STRAIN});
+    out.set(ZEL_BLOCK_STATISTICS, out.count > 0);
     Scratch<ZELSTATISTICS> statistics(out.count);
     if (!statistics.data)
         return no_memory(kModule);
@@ -391,7 +391,7 @@ static int settle_loads_and_statistics(Writer& out)
 
 static void drop_statistics(Writer& out)
 {
-    out.set(kBlockStatistics, false);
+    out.set(ZEL_BLOCK_STATISTICS, false);
     discard(out.db->modal_statistics);
     out.db->modal_statistics_count = 0;
 }
@@ -399,12 +399,12 @@ static void drop_statistics(Writer& out)
 // Leaves the body without its modes.
 static int prune_modal_content(Writer& out)
 {
-    const bool properties = out.has(kBlockBody);
+    const bool properties = out.has(ZEL_BLOCK_BODY);
     std::memset(out.flags, 0, sizeof out.flags);
     take_rigid_content(out);
-    out.set(kBlockBody, properties);
+    out.set(ZEL_BLOCK_BODY, properties);
     drop_statistics(out);
-    for (int block : {kBlockInvar1, kBlockInvar2, kBlockInvar7})
+    for (int block : {ZEL_BLOCK_INVAR1, ZEL_BLOCK_INVAR2, ZEL_BLOCK_INVAR7})
         out.set(block, true);
     return compute_invariants(out.db, InvariantSet::rigid);
 }
@@ -420,7 +420,7 @@ static void prune_to_format(Writer& out)
 {
     if (!out.is_oldest_format())
         return;
-    for (int block = kBlockStress + 1; block <= kBlockCount; ++block)
+    for (int block = ZEL_BLOCK_STRESS + 1; block <= ZEL_BLOCKS; ++block)
         out.set(block, false);
     drop_statistics(out);
 }
@@ -432,25 +432,25 @@ static void print_summary(const Writer& out)
         const char* item;
         int block;
     } kItems[] = {
-        {"Nodal Coords", kBlockNodes},
+        {"Nodal Coords", ZEL_BLOCK_NODES},
         {"Element Faces", face_block(out)},
-        {"Eigenvalues", kBlockEigenvalues},
-        {"Mode Shapes", kBlockModes},
-        {"Global Mass Properties", kBlockBody},
-        {"Nodal Masses", kBlockMasses},
-        {"Nodal Inertias", kBlockInertias},
-        {"Generalized Stiffness", kBlockStiffness},
-        {"Generalized Mass", kBlockMass},
-        {"Generalized Damping", kBlockDamping},
-        {"Mode Transformation", kBlockTransformation},
-        {"Stress Modes", kBlockStress},
-        {"Interface Nodes", kBlockInterface},
-        {"Inertia Invariants", kBlockInvar1},
-        {"Modal Preload", kBlockPreload},
-        {"Modal Loads", kBlockLoads},
-        {"Strain Modes", kBlockStrain},
-        {"Nodal Pre-Stress", kBlockPreStress},
-        {"Nodal Pre-Strain", kBlockPreStrain},
+        {"Eigenvalues", ZEL_BLOCK_EIGENVALUES},
+        {"Mode Shapes", ZEL_BLOCK_MODES},
+        {"Global Mass Properties", ZEL_BLOCK_BODY},
+        {"Nodal Masses", ZEL_BLOCK_MASSES},
+        {"Nodal Inertias", ZEL_BLOCK_INERTIAS},
+        {"Generalized Stiffness", ZEL_BLOCK_STIFFNESS},
+        {"Generalized Mass", ZEL_BLOCK_MASS},
+        {"Generalized Damping", ZEL_BLOCK_DAMPING},
+        {"Mode Transformation", ZEL_BLOCK_TRANSFORMATION},
+        {"Stress Modes", ZEL_BLOCK_STRESS},
+        {"Interface Nodes", ZEL_BLOCK_INTERFACE},
+        {"Inertia Invariants", ZEL_BLOCK_INVAR1},
+        {"Modal Preload", ZEL_BLOCK_PRELOAD},
+        {"Modal Loads", ZEL_BLOCK_LOADS},
+        {"Strain Modes", ZEL_BLOCK_STRAIN},
+        {"Nodal Pre-Stress", ZEL_BLOCK_PRE_STRESS},
+        {"Nodal Pre-Strain", ZEL_BLOCK_PRE_STRAIN},
     };
     ZEL_Info("\nCreating a Vornic File with the following information:\n");
     for (const auto& [item, block] : kItems)
@@ -484,46 +484,46 @@ struct BlockWriter
 };
 
 constexpr BlockWriter kWriters[] = {
-    {kBlockVersion, write_version},
-    {kBlockHeader, write_header},
-    {kBlockSummary, write_summary},
-    {kBlockNodes, write_nodes},
-    {kBlockTopology, write_topology},
-    {kBlockBody, write_body_properties},
-    {kBlockEigenvalues, write_eigenvalues},
-    {kBlockModes, write_mode_vectors},
-    {kBlockMasses, write_masses},
-    {kBlockInertias, write_inertias},
-    {kBlockUnits, write_units},
-    {kBlockStiffness, write_generalized},
-    {kBlockMass, write_generalized},
-    {kBlockFaces, write_faces},
-    {kBlockDamping, write_generalized},
-    {kBlockTransformation, write_transformation},
-    {kBlockInterface, write_interface_nodes},
-    {kBlockStress, write_mode_vectors},
-    {kBlockInvar1, write_invariant},
-    {kBlockInvar2, write_invariant},
-    {kBlockInvar3, write_invariant},
-    {kBlockInvar4, write_invariant},
-    {kBlockInvar5, write_invariant},
-    {kBlockInvar7, write_invariant},
-    {kBlockInvar8, write_invariant},
-    {kBlockInvar9, write_invariant},
-    {kBlockPreload, write_preload},
-    {kBlockLoads, write_loads},
-    {kBlockStrain, write_mode_vectors},
-    {kBlockStatistics, write_statistics},
-    {kBlockPreStress, write_pre_stress_or_strain},
-    {kBlockPreStrain, write_pre_stress_or_strain},
+    {ZEL_BLOCK_VERSION, write_version},
+    {ZEL_BLOCK_HEADER, write_header},
+    {ZEL_BLOCK_SUMMARY, write_summary},
+    {ZEL_BLOCK_NODES, write_nodes},
+    {ZEL_BLOCK_TOPOLOGY, write_topology},
+    {ZEL_BLOCK_BODY, write_body_properties},
+    {ZEL_BLOCK_EIGENVALUES, write_eigenvalues},
+    {ZEL_BLOCK_MODES, write_mode_vectors},
+    {ZEL_BLOCK_MASSES, write_masses},
+    {ZEL_BLOCK_INERTIAS, write_inertias},
+    {ZEL_BLOCK_UNITS, write_units},
+    {ZEL_BLOCK_STIFFNESS, write_generalized},
+    {ZEL_BLOCK_MASS, write_generalized},
+    {ZEL_BLOCK_FACES, write_faces},
+    {ZEL_BLOCK_DAMPING, write_generalized},
+    {ZEL_BLOCK_TRANSFORMATION, write_transformation},
+    {ZEL_BLOCK_INTERFACE, write_interface_nodes},
+    {ZEL_BLOCK_STRESS, write_mode_vectors},
+    {ZEL_BLOCK_INVAR1, write_invariant},
+    {ZEL_BLOCK_INVAR2, write_invariant},
+    {ZEL_BLOCK_INVAR3, write_invariant},
+    {ZEL_BLOCK_INVAR4, write_invariant},
+    {ZEL_BLOCK_INVAR5, write_invariant},
+    {ZEL_BLOCK_INVAR7, write_invariant},
+    {ZEL_BLOCK_INVAR8, write_invariant},
+    {ZEL_BLOCK_INVAR9, write_invariant},
+    {ZEL_BLOCK_PRELOAD, write_preload},
+    {ZEL_BLOCK_LOADS, write_loads},
+    {ZEL_BLOCK_STRAIN, write_mode_vectors},
+    {ZEL_BLOCK_STATISTICS, write_statistics},
+    {ZEL_BLOCK_PRE_STRESS, write_pre_stress_or_strain},
+    {ZEL_BLOCK_PRE_STRAIN, write_pre_stress_or_strain},
 };
 
 constexpr bool numbered_in_order()
 {
-    for (int i = 0; i < kBlockCount; ++i)
+    for (int i = 0; i < ZEL_BLOCKS; ++i)
         if (kWriters[i].block != i + 1)
             return false;
-    return sizeof kWriters == kBlockCount * sizeof kWriters[0];
+    return sizeof kWriters == ZEL_BLOCKS * sizeof kWriters[0];
 }
 static_assert(numbered_in_order(), "row i writes block i + 1");
 } // namespace
@@ -543,7 +543,7 @@ static int write_block(Writer& out, int number)
 static Progress progress_of(const Writer& out)
 {
     int kinds = 0;
-    for (int block : {kBlockModes, kBlockStress, kBlockStrain})
+    for (int block : {ZEL_BLOCK_MODES, ZEL_BLOCK_STRESS, ZEL_BLOCK_STRAIN})
         kinds += out.has(block);
     return Progress(int64_t(kinds) * out.count);
 }
@@ -552,9 +552,9 @@ static int write_content(Writer& out)
 {
     const Progress progress = progress_of(out);
     out.progress = &progress;
-    if (!write_block(out, kBlockSummary))
+    if (!write_block(out, ZEL_BLOCK_SUMMARY))
         return 0;
-    for (int number = kBlockSummary + 1; number <= kBlockCount; ++number)
+    for (int number = ZEL_BLOCK_SUMMARY + 1; number <= ZEL_BLOCKS; ++number)
         if (out.has(number) && !write_block(out, number))
             return 0;
     return 1;
@@ -562,8 +562,8 @@ static int write_content(Writer& out)
 
 static int run_pipeline(Writer& out)
 {
-    if (!change_geometry(out) || !open_stream(out) || !write_block(out, kBlockVersion) ||
-        !write_block(out, kBlockHeader))
+    if (!change_geometry(out) || !open_stream(out) || !write_block(out, ZEL_BLOCK_VERSION) ||
+        !write_block(out, ZEL_BLOCK_HEADER))
         return 0;
     take_plain_content(out);
     if (!settle_modes(out))
