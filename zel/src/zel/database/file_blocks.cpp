@@ -43,6 +43,6 @@ int64_t ZEL_size_of_block(ZELDATA* db, int block_index)
     if (!valid_in_file(db, block_index))
         return 0;
     const KeepPosition here(db->zel_file.file);
-    const int64_t bytes = block_bytes(db, kBlocks[block_index]);
+    const int64_t bytes = block_bytes(db, block_row(block_index + 1));
     return bytes == kDamaged ? 0 : bytes;
 }

@@ -149,6 +149,15 @@ constexpr bool invariants_are_in_order()
 }
 static_assert(invariants_are_in_order());
 
+constexpr bool is_invariant(int block)
+{
+    return block >= ZEL_BLOCK_INVAR1 && block <= ZEL_BLOCK_INVAR9;
+}
+constexpr const InvariantRow& invariant_of_block(int block)
+{
+    return kInvariants[block - ZEL_BLOCK_INVAR1];
+}
+
 // Whether the slot is there, for whatever modes.
 inline bool has_slot(const ZELDATA* db, const InvariantRow& row)
 {

@@ -1,8 +1,8 @@
-// The table of blocks: what the directory, the reader, the writer, the contents report and the comparison must agree on
-// is said once, in the row of a block.
+// The door of this folder: the table of blocks, their flags, the codes of versions, and the directory of a file.
 #ifndef ZEL_FORMAT_FORMAT_H
 #define ZEL_FORMAT_FORMAT_H
 
+#include "blocks.h"
 #include "zel.h"
 
 #include <cstdint>
@@ -13,7 +13,7 @@ namespace zel
 // Position of a block's flag in the content summary, -1 for blocks 1 to 3, which always exist.
 constexpr int flag_position(int block)
 {
-    return block < 4 ? -1 : block < 11 ? block - 4 : block < 14 ? block - 3 : block - 2;
+    return block_row(block).flag;
 }
 inline bool has_flag(const char flags[100], int block)
 {
@@ -48,40 +48,7 @@ constexpr bool code_is_single(int code)
     return version >= kFirstFlagVersion ? (code & kSingleBit) != 0 : version == 50 || version == 51;
 }
 
-// Bytes that items take in one file.
-struct Widths
-{
-    int real;        // 8 or 4
-    int character;   // 4 or 1
-    int mode_number; // in front of each mode record: 4, or 0 in a file of version 10
-};
 Widths widths_of(const ZELDATA* db);
-
-// Counts have 31 bits and some blocks grow with their square: sizes are computed without overflow.
-__extension__ typedef __int128 Wide;
-
-struct Block
-{
-    int number;          // 1 to 32
-    const char* name;    // short name
-    const char* heading; // its title in the contents report
-    const char* label;   // its line in the report's list of blocks
-    int counts;          // how many integers at its start tell its size: 0, 1 or 2
-    // Size in bytes from these counts, none of which is negative. Of the old element block, which is a chain of groups
-    // that tell their own sizes, only the head; of the faces, which tell theirs in bytes, what they say. -1: impossible.
-    Wide (*bytes)(Wide n, Wide m, const Widths& w);
-    // Messages: its size cannot be told or exceeds the file; a read failed or makes no sense; memory is short; its count
-    // is not that of modes or nodes (null where it need not be).
-    const char *damaged, *unreadable, *no_room, *mismatch;
-    const char* unwritten; // message when writing it fails
-};
-
-// Row i describes block i + 1.
-extern const Block kBlocks[ZEL_BLOCKS];
-inline const Block& block_row(int number)
-{
-    return kBlocks[number - 1];
-}
 
 // Texts of the header in the order of the file, and where the record keeps them.
 struct HeaderField
@@ -89,7 +56,7 @@ struct HeaderField
     int width; // characters in the file; the last one of a full field is lost on reading
     char* (*text)(ZELDATA* db);
 };
-constexpr int kHeaderFieldCount = 7, kHeaderCharacters = 544, kSummaryFlags = 100;
+constexpr int kHeaderFieldCount = 7;
 extern const HeaderField kHeaderFields[kHeaderFieldCount];
 
 // Where the content summary starts.

@@ -550,7 +550,7 @@ static constexpr struct
 {
     int block;
     void (*print)(const Report& report);
-} kReports[ZEL_BLOCKS] = {
+} kReports[] = {
     {ZEL_BLOCK_VERSION, print_version},
     {ZEL_BLOCK_HEADER, print_header},
     {ZEL_BLOCK_SUMMARY, print_summary},
@@ -585,19 +585,12 @@ static constexpr struct
     {ZEL_BLOCK_PRE_STRAIN, print_pre_strain},
 };
 
-static constexpr bool numbered_in_order()
-{
-    for (int i = 0; i < ZEL_BLOCKS; ++i)
-        if (kReports[i].block != i + 1)
-            return false;
-    return true;
-}
-static_assert(numbered_in_order(), "row i reports block i + 1");
+static_assert(rows_are_complete(kReports, [](const Block&) { return true; }));
 
 void ZEL_Contents(ZELDATA* db, int block, FILE* stream)
 {
     if (!CheckZEL(db) || block < 1 || block > ZEL_BLOCKS || !stream)
         return;
     print_banner(block_row(block), stream);
-    kReports[block - 1].print({db, block, stream});
+    row_of(kReports, block).print({db, block, stream});
 }

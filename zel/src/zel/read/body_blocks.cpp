@@ -1,13 +1,58 @@
-// Blocks of the reader that speak of nodes: coordinates, masses, inertias, faces and interface nodes. The file names nodes
+// Readers of the blocks that describe the body without its modes: header, units, nodes, faces, masses. The file names nodes
 // by their ids.
 #include "reader.h"
+
+#include <algorithm>
 
 static constexpr const char* kModule = "zelread";
 
 namespace zel
 {
 
-int read_nodes(Reader& in, const Block& row)
+// ---- Units, header --------------------------------------------------------------------------------------------------
+
+// A label of the file: terminated, without blanks at its end, in its canonical spelling where that is known.
+static void store_label(char (&label)[16], const char* text)
+{
+    char whole[17] = {};
+    std::memcpy(whole, text, 16);
+    for (size_t end = std::strlen(whole); end > 0 && whole[end - 1] == ' '; --end)
+        whole[end - 1] = '\0';
+    ZEL_ConvertUnitsLabel(whole);
+    std::memset(label, 0, sizeof label);
+    std::memcpy(label, whole, std::min(std::strlen(whole), sizeof label - 1));
+}
+
+static int read_units(Reader& in, const Block& row)
+{
+    char labels[4][16];
+    if (!seek_to(in.file, block_start(in.db, row)) || !get_text(in.file, labels[0], sizeof labels))
+        return unreadable(row);
+    ZELUNITS& units = in.db->units;
+    store_label(units.mass, labels[0]);
+    store_label(units.length, labels[1]);
+    store_label(units.time, labels[2]);
+    store_label(units.force, labels[3]);
+    return 1;
+}
+
+static int read_header(Reader& in, const Block& row)
+{
+    if (!seek_to(in.file, block_start(in.db, row)))
+        return unreadable(row);
+    for (const HeaderField& field : kHeaderFields)
+    {
+        char* text = field.text(in.db);
+        if (!get_text(in.file, text, field.width))
+            return unreadable(row);
+        text[field.width - 1] = '\0';
+    }
+    return 1;
+}
+
+// ---- Nodes and masses ------------------------------------------------------------------------------------------------
+
+static int read_nodes(Reader& in, const Block& row)
 {
     ZELDATA* db = in.db;
     ItemReader items = items_of(db, row);
@@ -33,7 +78,7 @@ int read_nodes(Reader& in, const Block& row)
     return 1;
 }
 
-int read_body_properties(Reader& in, const Block& row)
+static int read_body_properties(Reader& in, const Block& row)
 {
     double values[13];
     if (!seek_to(in.file, block_start(in.db, row)) || !get_reals(in.file, values, 13))
@@ -44,7 +89,7 @@ int read_body_properties(Reader& in, const Block& row)
     return 1;
 }
 
-int read_masses(Reader& in, const Block& row)
+static int read_masses(Reader& in, const Block& row)
 {
     ZELDATA* db = in.db;
     ItemReader items = items_of(db, row);
@@ -98,7 +143,7 @@ static int store_inertia(ZELNODE& node, int row, int column, double value, int& 
     return 1;
 }
 
-int read_inertias(Reader& in, const Block& row)
+static int read_inertias(Reader& in, const Block& row)
 {
     ZELDATA* db = in.db;
     ItemReader items = items_of(db, row);
@@ -158,7 +203,7 @@ struct FaceList
 };
 } // namespace
 
-int read_faces(Reader& in, const Block& row)
+static int read_faces(Reader& in, const Block& row)
 {
     ItemReader items = items_of(in.db, row);
     const int bytes = items.integer(), face_count = items.integer();
@@ -206,7 +251,7 @@ static bool read_element(ItemReader& items, const ZELDATA* db, int vertices, Fac
     return !items.failed();
 }
 
-int read_topology(Reader& in, const Block& row)
+static int read_topology(Reader& in, const Block& row)
 {
     if (block_in_file(in.db, ZEL_BLOCK_FACES))
         return 1;
@@ -230,7 +275,7 @@ int read_topology(Reader& in, const Block& row)
     return 1;
 }
 
-int read_interface_nodes(Reader& in, const Block& row)
+static int read_interface_nodes(Reader& in, const Block& row)
 {
     constexpr int kGrowth = 100;
     ZELDATA* db = in.db;
@@ -248,6 +293,27 @@ int read_interface_nodes(Reader& in, const Block& row)
         ZEL_SetInterfaceNode(db, node_id); // ignores an unknown node and one that is there already
     }
     return 1;
+}
+
+// ---- The table -------------------------------------------------------------------------------------------------------
+
+static constexpr BlockReader kReaders[] = {
+    {ZEL_BLOCK_HEADER, read_header},
+    {ZEL_BLOCK_NODES, read_nodes},
+    {ZEL_BLOCK_TOPOLOGY, read_topology},
+    {ZEL_BLOCK_BODY, read_body_properties},
+    {ZEL_BLOCK_MASSES, read_masses},
+    {ZEL_BLOCK_INERTIAS, read_inertias},
+    {ZEL_BLOCK_UNITS, read_units},
+    {ZEL_BLOCK_FACES, read_faces},
+    {ZEL_BLOCK_INTERFACE, read_interface_nodes},
+};
+static_assert(rows_are_complete(kReaders,
+                                [](const Block& row) { return is_read_in_turn(row) && !hangs_on_modes(row); }));
+
+int read_body_block(Reader& in, const Block& row)
+{
+    return row_of(kReaders, row.number).read(in, row);
 }
 
 } // namespace zel

@@ -1,12 +1,15 @@
 // Blocks of the reader that speak of modes. Of mode vectors, only the position of each is kept.
 #include "reader.h"
 
+#include <algorithm>
+#include <cmath>
+
 namespace zel
 {
 
 // ---- Eigenvalues and transformation ---------------------------------------------------------------------------------
 
-int read_eigenvalues(Reader& in, const Block& row)
+static int read_eigenvalues(Reader& in, const Block& row)
 {
     ZELDATA* db = in.db;
     ItemReader items = items_of(db, row);
@@ -33,7 +36,7 @@ int read_eigenvalues(Reader& in, const Block& row)
     return 1;
 }
 
-int read_transformation(Reader& in, const Block& row)
+static int read_transformation(Reader& in, const Block& row)
 {
     ZELDATA* db = in.db;
     ItemReader items = items_of(db, row);
@@ -54,6 +57,75 @@ int read_transformation(Reader& in, const Block& row)
     replace(db->transformation, matrix);
     db->transformation_order = order;
     return 1;
+}
+
+// ---- Generalized matrices -------------------------------------------------------------------------------------------
+
+// Factor from the units of the file to the current ones.
+static double matrix_factor(const ZELDATA* db, const Block& row, const ZELENTRY& entry, bool projected)
+{
+    const Ratios r = {db->base_scale[0], db->base_scale[1], db->base_scale[2], db->base_scale[3]};
+    return row.number == ZEL_BLOCK_STIFFNESS ? r.energy()
+           : row.number == ZEL_BLOCK_MASS    ? r.inertia()
+                                             : r.damping(entry.row, entry.column, projected);
+}
+
+// The file counts rows and columns from 1; 0 stands for a mode that could not be added.
+static int index_of(int row_from_1)
+{
+    return std::max(row_from_1, 0) - 1;
+}
+
+static void flag_unusual_entries(ZELDATA* db)
+{
+    constexpr double kUnitTolerance = 1e-8;
+    db->non_diagonal = db->non_unit_mass = 0;
+    for (const ZELMATRIX* matrix : {&db->stiffness, &db->mass})
+        for (int i = 0; i < matrix->count; ++i)
+        {
+            const ZELENTRY& entry = matrix->entries[i];
+            if (entry.row != entry.column)
+                db->non_diagonal = 1;
+            else if (matrix == &db->mass && std::fabs(1.0 - entry.value) > kUnitTolerance)
+                db->non_unit_mass = 1;
+        }
+}
+
+static int read_matrix(ZELDATA* db, const Block& row)
+{
+    ItemReader items = items_of(db, row);
+    const int count = items.integer(), second = items.integer();
+    if (items.failed())
+        return unreadable(row);
+    const bool projected = row.number == ZEL_BLOCK_DAMPING && second == 1;
+    Scratch<ZELENTRY> entries(count);
+    if (!entries.data)
+        return no_room(row);
+    for (int i = 0; i < count; ++i)
+    {
+        ZELENTRY& entry = entries[i];
+        entry.row = index_of(items.integer());
+        entry.column = index_of(items.integer());
+        entry.value = items.real() * matrix_factor(db, row, entry, projected);
+        items.integer();
+    }
+    if (items.failed())
+        return unreadable(row);
+    ZELMATRIX& matrix = db->*matrix_row(row.number).list;
+    replace(matrix.entries, entries);
+    matrix.count = matrix.capacity = count;
+    if (count == 0)
+        discard(matrix.entries);
+    if (row.number == ZEL_BLOCK_DAMPING)
+        db->damping_projected = projected ? 1 : 0;
+    flag_unusual_entries(db);
+    raise_flag(db, row.number);
+    return 1;
+}
+
+static int read_generalized(Reader& in, const Block& row)
+{
+    return read_matrix(in.db, row);
 }
 
 // ---- Mode vectors ---------------------------------------------------------------------------------------------------
@@ -109,7 +181,7 @@ static int keep_positions(Reader& in, const Block& row, int kind, int modes, int
     return 1;
 }
 
-int read_mode_shapes(Reader& in, const Block& row)
+static int read_mode_shapes(Reader& in, const Block& row)
 {
     ZELDATA* db = in.db;
     ItemReader items = items_of(db, row);
@@ -134,7 +206,7 @@ int read_mode_shapes(Reader& in, const Block& row)
     return keep_positions(in, row, ZEL_MODE_SHAPE, modes, nodes);
 }
 
-int read_stress_or_strain(Reader& in, const Block& row)
+static int read_stress_or_strain(Reader& in, const Block& row)
 {
     ZELDATA* db = in.db;
     const int kind = kind_of_block(row.number).kind;
@@ -158,7 +230,7 @@ int read_stress_or_strain(Reader& in, const Block& row)
 
 // ---- Loads ----------------------------------------------------------------------------------------------------------
 
-int read_preload(Reader& in, const Block& row)
+static int read_preload(Reader& in, const Block& row)
 {
     ZELDATA* db = in.db;
     ItemReader items = items_of(db, row);
@@ -180,7 +252,7 @@ int read_preload(Reader& in, const Block& row)
     return 1;
 }
 
-int read_loads(Reader& in, const Block& row)
+static int read_loads(Reader& in, const Block& row)
 {
     ZELDATA* db = in.db;
     ItemReader items = items_of(db, row);
@@ -211,7 +283,7 @@ int read_loads(Reader& in, const Block& row)
 
 // ---- Statistics, pre-stress, pre-strain -----------------------------------------------------------------------------
 
-int read_statistics(Reader& in, const Block& row)
+static int read_statistics(Reader& in, const Block& row)
 {
     ItemReader items = items_of(in.db, row);
     const int count = items.integer();
@@ -234,7 +306,7 @@ int read_statistics(Reader& in, const Block& row)
     return 1;
 }
 
-int read_pre_stress_or_strain(Reader& in, const Block& row)
+static int read_pre_stress_or_strain(Reader& in, const Block& row)
 {
     ZELDATA* db = in.db;
     const KindRow& kind = kind_of_block(row.number);
@@ -257,4 +329,59 @@ int read_pre_stress_or_strain(Reader& in, const Block& row)
     return 1;
 }
 
+// ---- The table -------------------------------------------------------------------------------------------------------
+
+static constexpr BlockReader kReaders[] = {
+    {ZEL_BLOCK_EIGENVALUES, read_eigenvalues},
+    {ZEL_BLOCK_MODES, read_mode_shapes},
+    {ZEL_BLOCK_STIFFNESS, read_generalized},
+    {ZEL_BLOCK_MASS, read_generalized},
+    {ZEL_BLOCK_DAMPING, read_generalized},
+    {ZEL_BLOCK_TRANSFORMATION, read_transformation},
+    {ZEL_BLOCK_STRESS, read_stress_or_strain},
+    {ZEL_BLOCK_PRELOAD, read_preload},
+    {ZEL_BLOCK_LOADS, read_loads},
+    {ZEL_BLOCK_STRAIN, read_stress_or_strain},
+    {ZEL_BLOCK_STATISTICS, read_statistics},
+    {ZEL_BLOCK_PRE_STRESS, read_pre_stress_or_strain},
+    {ZEL_BLOCK_PRE_STRAIN, read_pre_stress_or_strain},
+};
+static_assert(rows_are_complete(kReaders,
+                                [](const Block& row) { return is_read_in_turn(row) && hangs_on_modes(row); }));
+
+int read_modal_block(Reader& in, const Block& row)
+{
+    return row_of(kReaders, row.number).read(in, row);
+}
+
 } // namespace zel
+
+// ---- Exported -------------------------------------------------------------------------------------------------------
+
+// Later readings: a body whose modes have changed since has no use for the file's matrices.
+using namespace zel;
+
+static int read_matrix_again(ZELDATA* db, int number)
+{
+    if (!db)
+        return no_database();
+    if (!CheckZEL(db) || !db->zel_file.file)
+        return 0;
+    const KeepPosition here(db->zel_file.file);
+    return ZEL_goto_block(db, number - 1) ? read_matrix(db, block_row(number)) : 0;
+}
+
+int ZEL_ReadGeneralizedStiffness(ZELDATA* db)
+{
+    return read_matrix_again(db, ZEL_BLOCK_STIFFNESS);
+}
+
+int ZEL_ReadGeneralizedMass(ZELDATA* db)
+{
+    return read_matrix_again(db, ZEL_BLOCK_MASS);
+}
+
+int ZEL_ReadGeneralizedDamping(ZELDATA* db)
+{
+    return read_matrix_again(db, ZEL_BLOCK_DAMPING);
+}

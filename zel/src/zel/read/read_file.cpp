@@ -1,4 +1,4 @@
-// Reading a ZEL file: its encoding, its directory, then its blocks in a fixed order. Small blocks go into memory; of mode
+// Reading a ZEL file: its encoding, its directory, then its blocks turn by turn. Small blocks go into memory; of mode
 // vectors only the positions are kept, and the invariants are left in the file.
 #include "database/database.h"
 #include "mechanics/mechanics.h"
@@ -6,7 +6,6 @@
 #include "zel.h"
 
 #include <algorithm>
-#include <cmath>
 #include <initializer_list>
 
 using namespace zel;
@@ -128,209 +127,16 @@ static int find_mode_count(ZELDATA* db)
     return 1;
 }
 
-namespace zel
-{
-
-// ---- Units, header --------------------------------------------------------------------------------------------------
-
-// A label of the file: terminated, without blanks at its end, in its canonical spelling where that is known.
-static void store_label(char (&label)[16], const char* text)
-{
-    char whole[17] = {};
-    std::memcpy(whole, text, 16);
-    for (size_t end = std::strlen(whole); end > 0 && whole[end - 1] == ' '; --end)
-        whole[end - 1] = '\0';
-    ZEL_ConvertUnitsLabel(whole);
-    std::memset(label, 0, sizeof label);
-    std::memcpy(label, whole, std::min(std::strlen(whole), sizeof label - 1));
-}
-
-int read_units(Reader& in, const Block& row)
-{
-    char labels[4][16];
-    if (!seek_to(in.file, block_start(in.db, row)) || !get_text(in.file, labels[0], sizeof labels))
-        return unreadable(row);
-    ZELUNITS& units = in.db->units;
-    store_label(units.mass, labels[0]);
-    store_label(units.length, labels[1]);
-    store_label(units.time, labels[2]);
-    store_label(units.force, labels[3]);
-    return 1;
-}
-
-int read_header(Reader& in, const Block& row)
-{
-    if (!seek_to(in.file, block_start(in.db, row)))
-        return unreadable(row);
-    for (const HeaderField& field : kHeaderFields)
-    {
-        char* text = field.text(in.db);
-        if (!get_text(in.file, text, field.width))
-            return unreadable(row);
-        text[field.width - 1] = '\0';
-    }
-    return 1;
-}
-
-// ---- Generalized matrices -------------------------------------------------------------------------------------------
-
-// Factor from the units of the file to the current ones.
-static double matrix_factor(const ZELDATA* db, const Block& row, const ZELENTRY& entry, bool projected)
-{
-    const Ratios r = {db->base_scale[0], db->base_scale[1], db->base_scale[2], db->base_scale[3]};
-    return row.number == ZEL_BLOCK_STIFFNESS ? r.energy()
-           : row.number == ZEL_BLOCK_MASS    ? r.inertia()
-                                             : r.damping(entry.row, entry.column, projected);
-}
-
-// The file counts rows and columns from 1; 0 stands for a mode that could not be added.
-static int index_of(int row_from_1)
-{
-    return std::max(row_from_1, 0) - 1;
-}
-
-static void flag_unusual_entries(ZELDATA* db)
-{
-    constexpr double kUnitTolerance = 1e-8;
-    db->non_diagonal = db->non_unit_mass = 0;
-    for (const ZELMATRIX* matrix : {&db->stiffness, &db->mass})
-        for (int i = 0; i < matrix->count; ++i)
-        {
-            const ZELENTRY& entry = matrix->entries[i];
-            if (entry.row != entry.column)
-                db->non_diagonal = 1;
-            else if (matrix == &db->mass && std::fabs(1.0 - entry.value) > kUnitTolerance)
-                db->non_unit_mass = 1;
-        }
-}
-
-static int read_matrix(ZELDATA* db, const Block& row)
-{
-    ItemReader items = items_of(db, row);
-    const int count = items.integer(), second = items.integer();
-    if (items.failed())
-        return unreadable(row);
-    const bool projected = row.number == ZEL_BLOCK_DAMPING && second == 1;
-    Scratch<ZELENTRY> entries(count);
-    if (!entries.data)
-        return no_room(row);
-    for (int i = 0; i < count; ++i)
-    {
-        ZELENTRY& entry = entries[i];
-        entry.row = index_of(items.integer());
-        entry.column = index_of(items.integer());
-        entry.value = items.real() * matrix_factor(db, row, entry, projected);
-        items.integer();
-    }
-    if (items.failed())
-        return unreadable(row);
-    ZELMATRIX& matrix = db->*matrix_row(row.number).list;
-    replace(matrix.entries, entries);
-    matrix.count = matrix.capacity = count;
-    if (count == 0)
-        discard(matrix.entries);
-    if (row.number == ZEL_BLOCK_DAMPING)
-        db->damping_projected = projected ? 1 : 0;
-    flag_unusual_entries(db);
-    raise_flag(db, row.number);
-    return 1;
-}
-
-int read_generalized(Reader& in, const Block& row)
-{
-    return read_matrix(in.db, row);
-}
-
-} // namespace zel
-
-// ---- Exported -------------------------------------------------------------------------------------------------------
-
-// Later readings: a body whose modes have changed since has no use for the file's matrices.
-static int read_matrix_again(ZELDATA* db, int number)
-{
-    if (!db)
-        return no_database();
-    if (!CheckZEL(db) || !db->zel_file.file)
-        return 0;
-    const KeepPosition here(db->zel_file.file);
-    return ZEL_goto_block(db, number - 1) ? read_matrix(db, block_row(number)) : 0;
-}
-
-int ZEL_ReadGeneralizedStiffness(ZELDATA* db)
-{
-    return read_matrix_again(db, ZEL_BLOCK_STIFFNESS);
-}
-
-int ZEL_ReadGeneralizedMass(ZELDATA* db)
-{
-    return read_matrix_again(db, ZEL_BLOCK_MASS);
-}
-
-int ZEL_ReadGeneralizedDamping(ZELDATA* db)
-{
-    return read_matrix_again(db, ZEL_BLOCK_DAMPING);
-}
-
-namespace
-{
-struct BlockReader
-{
-    int block;
-    int (*read)(Reader& in, const Block& row);
-};
-
-// In the order of reading. Mode shapes reorder the nodes, so that what refers to nodes by index comes after them.
-constexpr BlockReader kReaders[] = {
-    {ZEL_BLOCK_UNITS, read_units},
-    {ZEL_BLOCK_HEADER, read_header},
-    {ZEL_BLOCK_NODES, read_nodes},
-    {ZEL_BLOCK_BODY, read_body_properties},
-    {ZEL_BLOCK_EIGENVALUES, read_eigenvalues},
-    {ZEL_BLOCK_MODES, read_mode_shapes},
-    {ZEL_BLOCK_MASSES, read_masses},
-    {ZEL_BLOCK_INERTIAS, read_inertias},
-    {ZEL_BLOCK_STIFFNESS, read_generalized},
-    {ZEL_BLOCK_MASS, read_generalized},
-    {ZEL_BLOCK_FACES, read_faces},
-    {ZEL_BLOCK_TOPOLOGY, read_topology},
-    {ZEL_BLOCK_DAMPING, read_generalized},
-    {ZEL_BLOCK_TRANSFORMATION, read_transformation},
-    {ZEL_BLOCK_INTERFACE, read_interface_nodes},
-    {ZEL_BLOCK_STRESS, read_stress_or_strain},
-    {ZEL_BLOCK_PRELOAD, read_preload},
-    {ZEL_BLOCK_LOADS, read_loads},
-    {ZEL_BLOCK_STRAIN, read_stress_or_strain},
-    {ZEL_BLOCK_STATISTICS, read_statistics},
-    {ZEL_BLOCK_PRE_STRESS, read_pre_stress_or_strain},
-    {ZEL_BLOCK_PRE_STRAIN, read_pre_stress_or_strain},
-};
-
-// Read before all others, or on demand.
-constexpr int kNotInOrder[] = {ZEL_BLOCK_VERSION, ZEL_BLOCK_SUMMARY, ZEL_BLOCK_INVAR1, ZEL_BLOCK_INVAR2,
-                               ZEL_BLOCK_INVAR3,  ZEL_BLOCK_INVAR4,  ZEL_BLOCK_INVAR5, ZEL_BLOCK_INVAR7,
-                               ZEL_BLOCK_INVAR8,  ZEL_BLOCK_INVAR9};
-
-constexpr bool every_block_once()
-{
-    int seen[ZEL_BLOCKS + 1] = {};
-    for (const BlockReader& reader : kReaders)
-        ++seen[reader.block];
-    for (int block : kNotInOrder)
-        ++seen[block];
-    for (int block = 1; block <= ZEL_BLOCKS; ++block)
-        if (seen[block] != 1)
-            return false;
-    return true;
-}
-static_assert(every_block_once(), "each block is read in its turn, before all or on demand");
-} // namespace
+// ---- Blocks ------------------------------------------------------------------------------------------------------------
 
 static int read_blocks(ZELDATA* db)
 {
     Reader in(db);
-    for (const BlockReader& reader : kReaders)
-        if (block_in_file(db, reader.block) && !reader.read(in, block_row(reader.block)))
-            return 0;
+    for (const Turn turn : {Turn::units, Turn::early, Turn::late})
+        for (const Block& row : kBlocks)
+            if (row.turn == turn && block_in_file(db, row.number) &&
+                !(hangs_on_modes(row) ? read_modal_block(in, row) : read_body_block(in, row)))
+                return 0;
     return 1;
 }
 
@@ -342,6 +148,8 @@ static void note_projected_forces(ZELDATA* db)
     for (int i = 0; i < db->load_case_count; ++i)
         set_load_forces(db, i, db->load_cases[i].processed ? forces : 0);
 }
+
+// ---- Exported ------------------------------------------------------------------------------------------------------
 
 int ZEL_ReadZEL(ZELDATA* db, FILE* file, const char* name)
 {

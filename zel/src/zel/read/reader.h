@@ -49,29 +49,22 @@ inline Failed no_room(const Block& row)
     return fail("%s", row.no_room);
 }
 
-// The readers of the table's rows: 1, or 0 after one message. read/read_file.cpp:
-int read_units(Reader& in, const Block& row);
-int read_header(Reader& in, const Block& row);
-int read_generalized(Reader& in, const Block& row);
+// The reader of a kind of block: 1, or 0 after one message.
+struct BlockReader
+{
+    int block;
+    int (*read)(Reader& in, const Block& row);
+};
 
-// read/body_blocks.cpp
-int read_nodes(Reader& in, const Block& row);
-int read_topology(Reader& in, const Block& row); // only when the file has no faces
-int read_body_properties(Reader& in, const Block& row);
-int read_masses(Reader& in, const Block& row);
-int read_inertias(Reader& in, const Block& row);
-int read_faces(Reader& in, const Block& row);
-int read_interface_nodes(Reader& in, const Block& row);
+constexpr bool is_read_in_turn(const Block& row)
+{
+    return row.turn != Turn::at_start && row.turn != Turn::on_demand;
+}
 
-// read/modal_blocks.cpp
-int read_eigenvalues(Reader& in, const Block& row);
-int read_mode_shapes(Reader& in, const Block& row);
-int read_transformation(Reader& in, const Block& row);
-int read_stress_or_strain(Reader& in, const Block& row);
-int read_preload(Reader& in, const Block& row);
-int read_loads(Reader& in, const Block& row);
-int read_statistics(Reader& in, const Block& row);
-int read_pre_stress_or_strain(Reader& in, const Block& row);
+// Reads a block that is read in its turn: read/body_blocks.cpp those without modes, read/modal_blocks.cpp all that
+// hangs_on_modes().
+int read_body_block(Reader& in, const Block& row);
+int read_modal_block(Reader& in, const Block& row);
 
 } // namespace zel
 

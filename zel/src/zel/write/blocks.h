@@ -49,30 +49,22 @@ struct Writer
 // there are no modes. 0, with a message, when memory is short or a stored vector cannot be read.
 int settle_mode_nodes(Writer& out);
 
-// The writers of the table's rows: 1; 0 when something cannot be written or read, or, with a message, when memory is short.
-// write/body_blocks.cpp:
-int write_version(Writer& out, const Block& row);
-int write_header(Writer& out, const Block& row);
-int write_summary(Writer& out, const Block& row);
-int write_nodes(Writer& out, const Block& row);
-int write_topology(Writer& out, const Block& row);
-int write_body_properties(Writer& out, const Block& row);
-int write_masses(Writer& out, const Block& row);
-int write_inertias(Writer& out, const Block& row);
-int write_units(Writer& out, const Block& row);
-int write_faces(Writer& out, const Block& row);
-int write_interface_nodes(Writer& out, const Block& row);
+// The writer of a kind of block: 1; 0 when something cannot be written or read, or, with a message, when memory is short.
+struct BlockWriter
+{
+    int block;
+    int (*write)(Writer& out, const Block& row);
+};
 
-// write/modal_blocks.cpp
-int write_eigenvalues(Writer& out, const Block& row);
-int write_mode_vectors(Writer& out, const Block& row);
-int write_generalized(Writer& out, const Block& row);
-int write_transformation(Writer& out, const Block& row);
-int write_invariant(Writer& out, const Block& row);
-int write_preload(Writer& out, const Block& row);
-int write_loads(Writer& out, const Block& row);
-int write_statistics(Writer& out, const Block& row);
-int write_pre_stress_or_strain(Writer& out, const Block& row);
+// Blocks of modes, and the invariants, all of which are written alike.
+constexpr bool is_modal_block(const Block& row)
+{
+    return hangs_on_modes(row) || is_invariant(row.number);
+}
+
+// Writes a block: write/modal_blocks.cpp those that are modal, write/body_blocks.cpp all others.
+int write_body_block(Writer& out, const Block& row);
+int write_modal_block(Writer& out, const Block& row);
 
 } // namespace zel
 

@@ -10,13 +10,13 @@ namespace zel
 
 // ---- Head of the file ----------------------------------------------------------------------------------------------------
 
-int write_version(Writer& out, const Block&)
+static int write_version(Writer& out, const Block&)
 {
     return put_int(out.file, out.options.version) && out.compatible;
 }
 
 // Fields are filled with NULs, whatever stands behind the end of a text in memory.
-int write_header(Writer& out, const Block&)
+static int write_header(Writer& out, const Block&)
 {
     for (const HeaderField& field : kHeaderFields)
     {
@@ -28,7 +28,7 @@ int write_header(Writer& out, const Block&)
     return 1;
 }
 
-int write_summary(Writer& out, const Block&)
+static int write_summary(Writer& out, const Block&)
 {
     return put_text(out.file, out.flags, kSummaryFlags);
 }
@@ -53,7 +53,7 @@ static void warn_of_nodes_at_origin(const ZELDATA* db)
         ZEL_Warning("   and %d more", found - listed);
 }
 
-int write_nodes(Writer& out, const Block&)
+static int write_nodes(Writer& out, const Block&)
 {
     const ZELDATA* db = out.db;
     ZEL_Info("\nNode info:\n   Count: %ld", long(db->node_count));
@@ -70,7 +70,7 @@ int write_nodes(Writer& out, const Block&)
     return items.finish();
 }
 
-int write_masses(Writer& out, const Block&)
+static int write_masses(Writer& out, const Block&)
 {
     const ZELDATA* db = out.db;
     ItemWriter items(out.file);
@@ -104,7 +104,7 @@ static bool is_written(const ZELNODE& node, int component)
     return node.inertia && (component < 3 || node.inertia[component] != 0.0);
 }
 
-int write_inertias(Writer& out, const Block&)
+static int write_inertias(Writer& out, const Block&)
 {
     const ZELDATA* db = out.db;
     int64_t entries = 0;
@@ -128,7 +128,7 @@ int write_inertias(Writer& out, const Block&)
     return items.finish();
 }
 
-int write_interface_nodes(Writer& out, const Block&)
+static int write_interface_nodes(Writer& out, const Block&)
 {
     const ZELDATA* db = out.db;
     ItemWriter items(out.file);
@@ -183,7 +183,7 @@ template <typename Group> static void for_each_group(const ZELDATA* db, Group gr
 }
 
 // Each run of faces with one vertex count is a group, so that the order of the faces survives.
-int write_topology(Writer& out, const Block&)
+static int write_topology(Writer& out, const Block&)
 {
     const ZELDATA* db = out.db;
     int groups = 0, group_number = 0, element_number = 0;
@@ -204,7 +204,7 @@ int write_topology(Writer& out, const Block&)
     return items.finish();
 }
 
-int write_faces(Writer& out, const Block&)
+static int write_faces(Writer& out, const Block&)
 {
     const ZELDATA* db = out.db;
     const int64_t bytes = 8 + 4 * int64_t(db->face_list_length);
@@ -225,7 +225,7 @@ int write_faces(Writer& out, const Block&)
 
 // ---- Body and units ----------------------------------------------------------------------------------------------------------
 
-int write_body_properties(Writer& out, const Block&)
+static int write_body_properties(Writer& out, const Block&)
 {
     const ZELDATA* db = out.db;
     const double *c = db->center_of_mass, *j = db->inertia_tensor;
@@ -238,7 +238,7 @@ int write_body_properties(Writer& out, const Block&)
     return put_reals(out.file, &db->total_mass, 1) && put_reals(out.file, c, 3) && put_reals(out.file, j, 9);
 }
 
-int write_units(Writer& out, const Block&)
+static int write_units(Writer& out, const Block&)
 {
     constexpr int kWidth = 16;
     char labels[4][kWidth] = {};
@@ -246,6 +246,28 @@ int write_units(Writer& out, const Block&)
     ZEL_Info("\nUnits:\n   Mass:   %s\n   Length: %s\n   Time:   %s\n   Force:  %s", labels[0], labels[1], labels[2],
              labels[3]);
     return put_text(out.file, labels[0], 4 * kWidth);
+}
+
+// ---- The table ---------------------------------------------------------------------------------------------------------------
+
+static constexpr BlockWriter kWriters[] = {
+    {ZEL_BLOCK_VERSION, write_version},
+    {ZEL_BLOCK_HEADER, write_header},
+    {ZEL_BLOCK_SUMMARY, write_summary},
+    {ZEL_BLOCK_NODES, write_nodes},
+    {ZEL_BLOCK_TOPOLOGY, write_topology},
+    {ZEL_BLOCK_BODY, write_body_properties},
+    {ZEL_BLOCK_MASSES, write_masses},
+    {ZEL_BLOCK_INERTIAS, write_inertias},
+    {ZEL_BLOCK_UNITS, write_units},
+    {ZEL_BLOCK_FACES, write_faces},
+    {ZEL_BLOCK_INTERFACE, write_interface_nodes},
+};
+static_assert(rows_are_complete(kWriters, [](const Block& row) { return !is_modal_block(row); }));
+
+int write_body_block(Writer& out, const Block& row)
+{
+    return row_of(kWriters, row.number).write(out, row);
 }
 
 } // namespace zel

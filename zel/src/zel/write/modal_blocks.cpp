@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iterator>
 
 static constexpr char kModule[] = "zelwrite";
 
@@ -23,7 +22,7 @@ static void eigenvalue_record(ZELDATA* db, int mode, double fields[5])
         ZEL_Eigenvalue(db, ZEL_ModeNumber(db, mode), fields, fields + 1, fields + 2, fields + 3, fields + 4);
 }
 
-int write_eigenvalues(Writer& out, const Block&)
+static int write_eigenvalues(Writer& out, const Block&)
 {
     ZEL_Info("\nEigenvalue info:\n   Modes: %ld", long(out.count));
     ItemWriter items(out.file);
@@ -50,7 +49,7 @@ static int exported_index(const Writer& out, int mode)
     return mode >= out.first && mode < out.first + out.count ? mode - out.first + 1 : -1;
 }
 
-int write_generalized(Writer& out, const Block& row)
+static int write_generalized(Writer& out, const Block& row)
 {
     const MatrixRow& matrix = matrix_row(row.number);
     const int stored = matrix.count(out.db);
@@ -84,7 +83,7 @@ int write_generalized(Writer& out, const Block& row)
 
 // ---- Transformation, loads -----------------------------------------------------------------------------------------------------
 
-int write_transformation(Writer& out, const Block&)
+static int write_transformation(Writer& out, const Block&)
 {
     const int order = out.db->transformation_order;
     const int modes = std::max(0, std::min(out.first + out.count, order) - out.first);
@@ -110,13 +109,13 @@ static int put_components(Writer& out, const double* values)
     return complete;
 }
 
-int write_preload(Writer& out, const Block&)
+static int write_preload(Writer& out, const Block&)
 {
     return put_int(out.file, out.count) && put_int(out.file, out.db->principal_axes_done) &&
            put_components(out, out.db->modal_preload);
 }
 
-int write_loads(Writer& out, const Block&)
+static int write_loads(Writer& out, const Block&)
 {
     const ZELDATA* db = out.db;
     if (!put_int(out.file, out.count) || !put_int(out.file, db->load_case_count))
@@ -134,7 +133,7 @@ int write_loads(Writer& out, const Block&)
 
 // ---- Statistics ------------------------------------------------------------------------------------------------------------------
 
-int write_statistics(Writer& out, const Block&)
+static int write_statistics(Writer& out, const Block&)
 {
     ItemWriter items(out.file);
     items.integer(out.count);
@@ -276,7 +275,7 @@ static int write_vector(Writer& out, int kind, int mode, VectorSource& source)
     return 1;
 }
 
-int write_mode_vectors(Writer& out, const Block& row)
+static int write_mode_vectors(Writer& out, const Block& row)
 {
     const int kind = kind_of_block(row.number).kind;
     const ModeNodes& nodes = out.mode_nodes[kind];
@@ -301,7 +300,7 @@ int write_mode_vectors(Writer& out, const Block& row)
 
 // ---- Pre-stress and pre-strain -----------------------------------------------------------------------------------------------------
 
-int write_pre_stress_or_strain(Writer& out, const Block& row)
+static int write_pre_stress_or_strain(Writer& out, const Block& row)
 {
     const int kind = kind_of_block(row.number).kind;
     const ModeNodes& nodes = out.mode_nodes[kind];
@@ -482,16 +481,47 @@ static int put_exported(Writer& out, const InvariantRow& invariant, int count)
     }
 }
 
-int write_invariant(Writer& out, const Block& row)
+static int write_invariant(Writer& out, const Block& row)
 {
-    const InvariantRow& invariant = *std::find_if(std::begin(kInvariants), std::end(kInvariants),
-                                                  [&](const InvariantRow& i) { return i.block == row.number; });
+    const InvariantRow& invariant = invariant_of_block(row.number);
     if (invariant.modal && out.count == 0)
         return put_int(out.file, 0);
     if (!fill_invariant(out.db, invariant.number))
         return 0;
     const int count = invariant_modes(out, invariant.number);
     return (!invariant.modal || put_int(out.file, count)) && put_exported(out, invariant, count);
+}
+
+// ---- The table ---------------------------------------------------------------------------------------------------------------
+
+static constexpr BlockWriter kWriters[] = {
+    {ZEL_BLOCK_EIGENVALUES, write_eigenvalues},
+    {ZEL_BLOCK_MODES, write_mode_vectors},
+    {ZEL_BLOCK_STIFFNESS, write_generalized},
+    {ZEL_BLOCK_MASS, write_generalized},
+    {ZEL_BLOCK_DAMPING, write_generalized},
+    {ZEL_BLOCK_TRANSFORMATION, write_transformation},
+    {ZEL_BLOCK_STRESS, write_mode_vectors},
+    {ZEL_BLOCK_INVAR1, write_invariant},
+    {ZEL_BLOCK_INVAR2, write_invariant},
+    {ZEL_BLOCK_INVAR3, write_invariant},
+    {ZEL_BLOCK_INVAR4, write_invariant},
+    {ZEL_BLOCK_INVAR5, write_invariant},
+    {ZEL_BLOCK_INVAR7, write_invariant},
+    {ZEL_BLOCK_INVAR8, write_invariant},
+    {ZEL_BLOCK_INVAR9, write_invariant},
+    {ZEL_BLOCK_PRELOAD, write_preload},
+    {ZEL_BLOCK_LOADS, write_loads},
+    {ZEL_BLOCK_STRAIN, write_mode_vectors},
+    {ZEL_BLOCK_STATISTICS, write_statistics},
+    {ZEL_BLOCK_PRE_STRESS, write_pre_stress_or_strain},
+    {ZEL_BLOCK_PRE_STRAIN, write_pre_stress_or_strain},
+};
+static_assert(rows_are_complete(kWriters, is_modal_block));
+
+int write_modal_block(Writer& out, const Block& row)
+{
+    return row_of(kWriters, row.number).write(out, row);
 }
 
 } // namespace zel

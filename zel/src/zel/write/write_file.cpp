@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <initializer_list>
 
 using namespace zel;
 
@@ -164,26 +163,18 @@ static bool has_faces(const Writer& out)
     return out.db->face_count > 0 || (!out.is_oldest_format() && has_flag(out.db->content_flags, ZEL_BLOCK_FACES));
 }
 
-static void copy_flags(Writer& out, std::initializer_list<int> blocks)
+// All that the database has. What the steps that follow settle is set anew by these. Nodes that were named without
+// coordinates are at the origin: other blocks need theirs.
+static void take_content(Writer& out)
 {
-    for (int block : blocks)
-        out.set(block, has_flag(out.db->content_flags, block));
-}
-
-// What there is without modes. Nodes that were named without coordinates are at the origin: other blocks need theirs.
-static void take_rigid_content(Writer& out)
-{
-    copy_flags(out, {ZEL_BLOCK_NODES, ZEL_BLOCK_MASSES, ZEL_BLOCK_INERTIAS, ZEL_BLOCK_INTERFACE});
+    std::memcpy(out.flags, out.db->content_flags, sizeof out.flags);
     if (out.db->node_count > 0)
         out.set(ZEL_BLOCK_NODES, true);
     out.set(ZEL_BLOCK_UNITS, true);
-    out.set(face_block(out), has_faces(out));
-}
-
-static void take_plain_content(Writer& out)
-{
-    take_rigid_content(out);
-    copy_flags(out, {ZEL_BLOCK_MODES, ZEL_BLOCK_DAMPING, ZEL_BLOCK_STRESS});
+    const bool faces = has_faces(out);
+    out.set(ZEL_BLOCK_TOPOLOGY, false);
+    out.set(ZEL_BLOCK_FACES, false);
+    out.set(face_block(out), faces);
 }
 
 // Eigenvalue records serve as long as they cover all modes. Where modes were added since, stiffness and mass, stored or
@@ -232,20 +223,18 @@ static bool is_beyond_solving(const ZELDATA* db)
 static int settle_modes(Writer& out)
 {
     ZELDATA* db = out.db;
-    if (out.options.keep_modes || is_beyond_solving(db))
+    const bool kept = out.options.keep_modes || is_beyond_solving(db);
+    if (kept)
     {
         if (!drop_partial_records(db))
             return 0;
-        out.set(ZEL_BLOCK_STIFFNESS, true);
-        out.set(ZEL_BLOCK_MASS, true);
     }
-    else
-    {
-        if (db->mode_count > 0 && !orthogonalise_modes(db))
-            return 0;
-        out.set(ZEL_BLOCK_TRANSFORMATION, db->mode_count > 0);
-        out.set(ZEL_BLOCK_EIGENVALUES, db->mode_count > 0);
-    }
+    else if (db->mode_count > 0 && !orthogonalise_modes(db))
+        return 0;
+    for (int block : {ZEL_BLOCK_STIFFNESS, ZEL_BLOCK_MASS})
+        out.set(block, kept);
+    for (int block : {ZEL_BLOCK_TRANSFORMATION, ZEL_BLOCK_EIGENVALUES})
+        out.set(block, !kept && db->mode_count > 0);
     out.set(ZEL_BLOCK_MODES, out.has(ZEL_BLOCK_MODES) && db->mode_count > 0);
     return 1;
 }
@@ -315,8 +304,6 @@ static int compute_invariants(ZELDATA* db, InvariantSet set)
 
 static int settle_invariants(Writer& out)
 {
-    for (const InvariantRow& invariant : kInvariants)
-        copy_flags(out, {invariant.block});
     if (out.options.invariants == InvariantOption::illegal)
     {
         fail("Illegal invariants option, use full_invar or fast_invar.");
@@ -363,7 +350,6 @@ static int settle_body(Writer& out)
         out.set(ZEL_BLOCK_BODY, true);
         return take_body_properties(db);
     }
-    copy_flags(out, {ZEL_BLOCK_BODY});
     if (!out.has(ZEL_BLOCK_BODY) && out.has(ZEL_BLOCK_NODES) && out.has(ZEL_BLOCK_MASSES))
     {
         ZEL_CalculateGlobalMassFromNodeMass(db);
@@ -377,7 +363,6 @@ static int settle_body(Writer& out)
 static int settle_loads_and_statistics(Writer& out)
 {
     ZELDATA* db = out.db;
-    copy_flags(out, {ZEL_BLOCK_PRELOAD, ZEL_BLOCK_LOADS, ZEL_BLOCK_STRAIN, ZEL_BLOCK_PRE_STRESS, ZEL_BLOCK_PRE_STRAIN});
     out.set(ZEL_BLOCK_STATISTICS, out.count > 0);
     Scratch<ZELSTATISTICS> statistics(out.count);
     if (!statistics.data)
@@ -399,10 +384,9 @@ static void drop_statistics(Writer& out)
 // Leaves the body without its modes.
 static int prune_modal_content(Writer& out)
 {
-    const bool properties = out.has(ZEL_BLOCK_BODY);
-    std::memset(out.flags, 0, sizeof out.flags);
-    take_rigid_content(out);
-    out.set(ZEL_BLOCK_BODY, properties);
+    for (const Block& row : kBlocks)
+        if (hangs_on_modes(row))
+            out.set(row.number, false);
     drop_statistics(out);
     for (int block : {ZEL_BLOCK_INVAR1, ZEL_BLOCK_INVAR2, ZEL_BLOCK_INVAR7})
         out.set(block, true);
@@ -425,36 +409,33 @@ static void prune_to_format(Writer& out)
     drop_statistics(out);
 }
 
+// The blocks that are announced, in the order in which they are.
+static constexpr int kAnnounced[] = {
+    ZEL_BLOCK_NODES,   ZEL_BLOCK_TOPOLOGY,       ZEL_BLOCK_FACES,    ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES,
+    ZEL_BLOCK_BODY,    ZEL_BLOCK_MASSES,         ZEL_BLOCK_INERTIAS, ZEL_BLOCK_STIFFNESS,   ZEL_BLOCK_MASS,
+    ZEL_BLOCK_DAMPING, ZEL_BLOCK_TRANSFORMATION, ZEL_BLOCK_STRESS,   ZEL_BLOCK_INTERFACE,   ZEL_BLOCK_INVAR1,
+    ZEL_BLOCK_PRELOAD, ZEL_BLOCK_LOADS,          ZEL_BLOCK_STRAIN,   ZEL_BLOCK_PRE_STRESS,  ZEL_BLOCK_PRE_STRAIN};
+
+constexpr bool announced_are_those_with_a_line()
+{
+    int times[ZEL_BLOCKS + 1] = {};
+    for (int block : kAnnounced)
+        ++times[block];
+    for (const Block& row : kBlocks)
+        if (times[row.number] != (row.summary ? 1 : 0))
+            return false;
+    return true;
+}
+static_assert(announced_are_those_with_a_line(), "each block with a line for the announcement has a place in it");
+
+// Of the two blocks of faces, that of the format is announced.
 static void print_summary(const Writer& out)
 {
-    const struct
-    {
-        const char* item;
-        int block;
-    } kItems[] = {
-        {"Nodal Coords", ZEL_BLOCK_NODES},
-        {"Element Faces", face_block(out)},
-        {"Eigenvalues", ZEL_BLOCK_EIGENVALUES},
-        {"Mode Shapes", ZEL_BLOCK_MODES},
-        {"Global Mass Properties", ZEL_BLOCK_BODY},
-        {"Nodal Masses", ZEL_BLOCK_MASSES},
-        {"Nodal Inertias", ZEL_BLOCK_INERTIAS},
-        {"Generalized Stiffness", ZEL_BLOCK_STIFFNESS},
-        {"Generalized Mass", ZEL_BLOCK_MASS},
-        {"Generalized Damping", ZEL_BLOCK_DAMPING},
-        {"Mode Transformation", ZEL_BLOCK_TRANSFORMATION},
-        {"Stress Modes", ZEL_BLOCK_STRESS},
-        {"Interface Nodes", ZEL_BLOCK_INTERFACE},
-        {"Inertia Invariants", ZEL_BLOCK_INVAR1},
-        {"Modal Preload", ZEL_BLOCK_PRELOAD},
-        {"Modal Loads", ZEL_BLOCK_LOADS},
-        {"Strain Modes", ZEL_BLOCK_STRAIN},
-        {"Nodal Pre-Stress", ZEL_BLOCK_PRE_STRESS},
-        {"Nodal Pre-Strain", ZEL_BLOCK_PRE_STRAIN},
-    };
+    const int other_faces = face_block(out) == ZEL_BLOCK_FACES ? ZEL_BLOCK_TOPOLOGY : ZEL_BLOCK_FACES;
     ZEL_Info("\nCreating a Vornic File with the following information:\n");
-    for (const auto& [item, block] : kItems)
-        ZEL_Info("%30s %s", item, out.has(block) ? "Yes" : "No");
+    for (int block : kAnnounced)
+        if (block != other_faces)
+            ZEL_Info("%30s %s", block_row(block).summary, out.has(block) ? "Yes" : "No");
 }
 
 // ---- Blocks ----------------------------------------------------------------------------------------------------------------------
@@ -475,65 +456,12 @@ static Failed explain(int error)
     return is_reason(error) ? fail("  %s", std::strerror(error)) : Failed{};
 }
 
-namespace
-{
-struct BlockWriter
-{
-    int block;
-    int (*write)(Writer& out, const Block& row);
-};
-
-constexpr BlockWriter kWriters[] = {
-    {ZEL_BLOCK_VERSION, write_version},
-    {ZEL_BLOCK_HEADER, write_header},
-    {ZEL_BLOCK_SUMMARY, write_summary},
-    {ZEL_BLOCK_NODES, write_nodes},
-    {ZEL_BLOCK_TOPOLOGY, write_topology},
-    {ZEL_BLOCK_BODY, write_body_properties},
-    {ZEL_BLOCK_EIGENVALUES, write_eigenvalues},
-    {ZEL_BLOCK_MODES, write_mode_vectors},
-    {ZEL_BLOCK_MASSES, write_masses},
-    {ZEL_BLOCK_INERTIAS, write_inertias},
-    {ZEL_BLOCK_UNITS, write_units},
-    {ZEL_BLOCK_STIFFNESS, write_generalized},
-    {ZEL_BLOCK_MASS, write_generalized},
-    {ZEL_BLOCK_FACES, write_faces},
-    {ZEL_BLOCK_DAMPING, write_generalized},
-    {ZEL_BLOCK_TRANSFORMATION, write_transformation},
-    {ZEL_BLOCK_INTERFACE, write_interface_nodes},
-    {ZEL_BLOCK_STRESS, write_mode_vectors},
-    {ZEL_BLOCK_INVAR1, write_invariant},
-    {ZEL_BLOCK_INVAR2, write_invariant},
-    {ZEL_BLOCK_INVAR3, write_invariant},
-    {ZEL_BLOCK_INVAR4, write_invariant},
-    {ZEL_BLOCK_INVAR5, write_invariant},
-    {ZEL_BLOCK_INVAR7, write_invariant},
-    {ZEL_BLOCK_INVAR8, write_invariant},
-    {ZEL_BLOCK_INVAR9, write_invariant},
-    {ZEL_BLOCK_PRELOAD, write_preload},
-    {ZEL_BLOCK_LOADS, write_loads},
-    {ZEL_BLOCK_STRAIN, write_mode_vectors},
-    {ZEL_BLOCK_STATISTICS, write_statistics},
-    {ZEL_BLOCK_PRE_STRESS, write_pre_stress_or_strain},
-    {ZEL_BLOCK_PRE_STRAIN, write_pre_stress_or_strain},
-};
-
-constexpr bool numbered_in_order()
-{
-    for (int i = 0; i < ZEL_BLOCKS; ++i)
-        if (kWriters[i].block != i + 1)
-            return false;
-    return sizeof kWriters == ZEL_BLOCKS * sizeof kWriters[0];
-}
-static_assert(numbered_in_order(), "row i writes block i + 1");
-} // namespace
-
 static int write_block(Writer& out, int number)
 {
     const Block& row = block_row(number);
     out.last_block = number;
     errno = 0;
-    if (kWriters[number - 1].write(out, row))
+    if (is_modal_block(row) ? write_modal_block(out, row) : write_body_block(out, row))
         return 1;
     const int error = errno;
     fail("%s", row.unwritten);
@@ -543,8 +471,8 @@ static int write_block(Writer& out, int number)
 static Progress progress_of(const Writer& out)
 {
     int kinds = 0;
-    for (int block : {ZEL_BLOCK_MODES, ZEL_BLOCK_STRESS, ZEL_BLOCK_STRAIN})
-        kinds += out.has(block);
+    for (const KindRow& row : kKinds)
+        kinds += out.has(row.block);
     return Progress(int64_t(kinds) * out.count);
 }
 
@@ -565,7 +493,7 @@ static int run_pipeline(Writer& out)
     if (!change_geometry(out) || !open_stream(out) || !write_block(out, ZEL_BLOCK_VERSION) ||
         !write_block(out, ZEL_BLOCK_HEADER))
         return 0;
-    take_plain_content(out);
+    take_content(out);
     if (!settle_modes(out))
         return 0;
     choose_range(out);
