@@ -2,8 +2,8 @@
 #include <CLI/CLI.hpp>
 
 #include "commands/commands.h"
+#include "console.h"
 #include "fem/interrupt.h"
-#include "progress.h"
 
 #include <cerrno>
 #include <csignal>
@@ -54,6 +54,7 @@ int main(int argc, char** argv)
 {
     std::signal(SIGXFSZ, SIG_IGN); // a file that grows too large is a failed write like others
     zel_fem::watch_for_interrupts();
+    const zel_command::MessageScope messages(zel_command::Messages::all);
     const int status = run(argc, argv);
     return zel_command::output_is_printed() ? status : kUnusable;
 }

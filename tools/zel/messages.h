@@ -1,27 +1,12 @@
-// Where the library's own talk goes while the command works.
-#ifndef MESSAGES_H
-#define MESSAGES_H
+// For the import, until its messages have a way of their own.
+#include "tools/zel/console.h"
 
 namespace zel_command
 {
 
-// Sends what the library prints on standard output to standard error, or nowhere, for the length of a scope: standard
-// output is for the results of the command. One at a time for each descriptor.
-class MessagesAside
+struct MessagesAside : MessageScope
 {
-public:
-    explicit MessagesAside(bool shown = true);
-    // Hides what is printed on another descriptor: STDERR_FILENO for warnings.
-    static MessagesAside hidden(int descriptor) { return MessagesAside(false, descriptor); }
-    ~MessagesAside();
-    MessagesAside(const MessagesAside&) = delete;
-    MessagesAside& operator=(const MessagesAside&) = delete;
-
-private:
-    MessagesAside(bool shown, int descriptor);
-    int descriptor_, output_;
+    explicit MessagesAside(bool shown) : MessageScope(shown ? Messages::all : Messages::problems) {}
 };
 
 } // namespace zel_command
-
-#endif

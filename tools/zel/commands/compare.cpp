@@ -1,7 +1,7 @@
 // `zel compare`: a new file against a base file.
 #include "../body.h"
-#include "../messages.h"
-#include "../progress.h"
+#include "../console.h"
+#include "checks/checks.h"
 #include "commands.h"
 #include "fem/interrupt.h"
 
@@ -19,6 +19,7 @@
 namespace zel_command
 {
 
+using zel_checks::Mode, zel_checks::units_of;
 using zel_fem::RemovedOnInterrupt;
 
 // The comparison ends the process when the files do not describe the same nodes. As a command that is a difference like
@@ -38,7 +39,7 @@ static bool is_normalised(ZELDATA* db)
     constexpr double kRounding = 1e-9;
     if (!db->eigenvalues)
         return false;
-    for (const Mode& mode : modes_of(db))
+    for (const Mode& mode : zel_checks::modes_of(db))
         if (std::fabs(mode.mass - 1.0) > kRounding)
             return false;
     return ZEL_ModeCount(db) > 0;
@@ -65,12 +66,11 @@ static std::unique_ptr<Body> copy_in_units_of(ZELDATA* base, ZELDATA* fresh)
         throw std::runtime_error(folder + ": " + std::strerror(errno));
     const RemovedOnInterrupt registered(folder);
     const std::string path = folder + "/copy.zel";
-    setenv("VXR_ZELWRITE_OPTIONS", options_to_keep(fresh).c_str(), 1);
     std::unique_ptr<Body> copy;
     {
-        const MessagesAside messages(false), warnings = MessagesAside::hidden(STDERR_FILENO);
+        const MessageScope nothing(Messages::none);
         if (ZEL_SetUnits(fresh, units[0].c_str(), units[1].c_str(), units[2].c_str(), units[3].c_str()) &&
-            ZEL_write_ZEL(fresh, path.c_str()))
+            ZEL_WriteWithOptions(fresh, path.c_str(), options_to_keep(fresh).c_str()))
             copy = std::make_unique<Body>(path); // holds the file open when it has no name any more
     }
     std::error_code ignored;

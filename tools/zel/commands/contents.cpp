@@ -1,5 +1,6 @@
 // `zel contents`: the contents report of chosen blocks.
 #include "../body.h"
+#include "checks/checks.h"
 #include "commands.h"
 
 #include <CLI/CLI.hpp>
@@ -13,7 +14,7 @@ namespace zel_command
 static int block_number(const std::string& text)
 {
     for (int block = 1; block <= ZEL_BLOCKS; ++block)
-        if (text == kBlockNames[static_cast<size_t>(block - 1)] || text == std::to_string(block))
+        if (text == zel_checks::block_name(block) || text == std::to_string(block))
             return block;
     throw std::runtime_error("no block is called " + text + "; see `zel info` for numbers and names");
 }

@@ -1,7 +1,6 @@
 // `zel convert`: reads a file and writes it anew, in other units, encodings or with other write options.
 #include "../body.h"
-#include "../messages.h"
-#include "../progress.h"
+#include "../console.h"
 #include "../write_options.h"
 #include "commands.h"
 #include "fem/interrupt.h"
@@ -44,11 +43,10 @@ void add_convert_command(CLI::App& app, int& status)
         }
         const std::string all =
             options->write_options + (options->single ? " single" : "") + (options->native ? " no_xdr" : "");
-        setenv("VXR_ZELWRITE_OPTIONS", all.c_str(), 1);
         bar.begin("write the file");
         const UnfinishedOutput unfinished(options->out);
-        const MessagesAside aside(options->verbose);
-        if (!ZEL_write_ZEL(body, options->out.c_str()))
+        const MessageScope messages(options->verbose ? Messages::all : Messages::problems);
+        if (!ZEL_WriteWithOptions(body, options->out.c_str(), all.c_str()))
             throw std::runtime_error(options->out + " could not be written");
         status = kFine;
     });

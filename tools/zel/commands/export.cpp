@@ -1,8 +1,9 @@
 // `zel export`: a body for ParaView (.vtu, .pvd) or for scripts (.json).
 #include "../body.h"
-#include "../progress.h"
+#include "../console.h"
 #include "base/files.h"
 #include "base/output.h"
+#include "checks/checks.h"
 #include "commands.h"
 #include "fem/interrupt.h"
 
@@ -24,6 +25,7 @@
 namespace zel_command
 {
 
+using zel_checks::Mode, zel_checks::coordinates_of, zel_checks::faces_of, zel_checks::interface_nodes_of;
 using zel_fem::UnfinishedOutput;
 
 // A VTK XML file of unstructured cells: the arrays are declared in the head and follow, each behind its size in bytes, as
@@ -262,7 +264,7 @@ private:
         std::vector<uint8_t> is_interface(xyz_.size() / 3);
         for (int node = 0; node < int(is_interface.size()); ++node)
             masses.push_back(ZEL_NodalMass(db_, node));
-        for (const int node : interface_of(db_))
+        for (const int node : interface_nodes_of(db_))
             is_interface[size_t(node)] = 1;
         append(masses);
         append(is_interface);
@@ -368,13 +370,13 @@ static nlohmann::ordered_json json_of(const Mode& mode, const ModeFields& fields
 // Everything as stored: --scale is for pictures.
 static void export_json(ZELDATA* db, const std::string& path, const Shown& shown, ProgressBar& bar)
 {
-    const auto units = units_of(db);
+    const auto units = zel_checks::units_of(db);
     nlohmann::ordered_json body = {{"units", {units[0], units[1], units[2], units[3]}},
                                    {"nodes", nlohmann::ordered_json::array()},
                                    {"faces", nlohmann::ordered_json::array()},
                                    {"interface_nodes", nlohmann::ordered_json::array()}};
     std::vector<bool> is_interface(size_t(ZEL_NodeCount(db)));
-    for (const int node : interface_of(db))
+    for (const int node : interface_nodes_of(db))
         is_interface[size_t(node)] = true;
     for (int node = 0; node < ZEL_NodeCount(db); ++node)
     {
@@ -393,7 +395,7 @@ static void export_json(ZELDATA* db, const std::string& path, const Shown& shown
     };
     for (const std::vector<int>& face : faces_of(db))
         body["faces"].push_back(ids(face));
-    body["interface_nodes"] = ids(interface_of(db));
+    body["interface_nodes"] = ids(interface_nodes_of(db));
     const ModeFields fields(db, shown.modes);
     for (const Field& field : fields.fields())
         if (field.part == 2)
@@ -413,7 +415,7 @@ static void export_json(ZELDATA* db, const std::string& path, const Shown& shown
 // The modes that a text such as "7-12,15" names, in the order of the body; all of them for an empty text.
 static std::vector<Mode> chosen_modes(ZELDATA* db, const std::string& text)
 {
-    std::vector<Mode> all = modes_of(db);
+    std::vector<Mode> all = zel_checks::modes_of(db);
     if (!ZEL_ModeExist(db, ZEL_MODE_SHAPE) && !ZEL_ModeExist(db, ZEL_MODAL_STRESS) &&
         !ZEL_ModeExist(db, ZEL_MODAL_STRAIN))
         all.clear(); // numbers alone

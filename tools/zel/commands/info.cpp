@@ -1,5 +1,6 @@
 // `zel info`: one screen on a file.
 #include "../body.h"
+#include "checks/checks.h"
 #include "commands.h"
 
 #include <CLI/CLI.hpp>
@@ -7,83 +8,89 @@
 #include <nlohmann/json.hpp>
 
 #include <cstdio>
+#include <memory>
 
 namespace zel_command
 {
 
-static nlohmann::ordered_json facts_of(ZELDATA* db)
+using zel_checks::Block, zel_checks::Facts, zel_checks::Frequency;
+
+static const char* encoding_of(const Facts& facts)
 {
-    const auto units = units_of(db);
-    const MassProperties mass = mass_properties(db);
-    const FreeModes free = free_modes_of(db);
-    char title[128], date[32];
-    ZEL_Header(db, title, date, nullptr, nullptr, nullptr, nullptr, nullptr);
-    nlohmann::ordered_json facts = {
-        {"title", title},
-        {"date", date},
-        {"version", ZEL_Version(db) * 0.1},
-        {"encoding", db->zel_file.xdr ? "portable (XDR)" : "native"},
-        {"precision", ZEL_Double_Prec(db) ? "double" : "single"},
-        {"units", {{"mass", units[0]}, {"length", units[1]}, {"time", units[2]}, {"force", units[3]}}},
-        {"nodes", ZEL_NodeCount(db)},
-        {"modes", ZEL_ModeCount(db)},
-        {"faces", faces_of(db).size()},
-        {"interface_nodes", interface_of(db).size()},
-        {"mass", mass.mass},
-        {"center_of_mass", mass.center},
-        {"principal_inertias", principal_values(about_center(mass))},
-        {"coupled_modes", free.coupled},
+    return facts.portable ? "portable (XDR)" : "native";
+}
+
+static const char* precision_of(const Facts& facts)
+{
+    return facts.double_precision ? "double" : "single";
+}
+
+static void print_as_json(const Facts& facts)
+{
+    const auto& [mass, length, time, force] = facts.units;
+    nlohmann::ordered_json json = {
+        {"title", facts.title},
+        {"date", facts.date},
+        {"version", facts.version},
+        {"encoding", encoding_of(facts)},
+        {"precision", precision_of(facts)},
+        {"units", {{"mass", mass}, {"length", length}, {"time", time}, {"force", force}}},
+        {"nodes", facts.nodes},
+        {"modes", facts.modes},
+        {"faces", facts.faces},
+        {"interface_nodes", facts.interface_nodes},
+        {"mass", facts.mass.mass},
+        {"center_of_mass", facts.mass.center},
+        {"principal_inertias", facts.principal_inertias},
+        {"coupled_modes", facts.coupled_modes},
         {"frequencies", nlohmann::ordered_json::array()},
         {"blocks", nlohmann::ordered_json::array()},
     };
-    for (size_t i = 0; i < free.hertz.size(); ++i)
-        facts["frequencies"].push_back({{"mode", free.coupled ? int(i) + 1 : ZEL_ModeNumber(db, int(i))},
-                                        {"frequency_hz", free.hertz[i]},
-                                        {"rigid", int(i) < free.rigid}});
-    for (int block = 1; block <= ZEL_BLOCKS; ++block)
-        if (ZEL_Exists(db, block - 1))
-            facts["blocks"].push_back({{"number", block},
-                                       {"name", kBlockNames[static_cast<size_t>(block - 1)]},
-                                       {"bytes", ZEL_size_of_block(db, block - 1)}});
-    return facts;
+    for (const Frequency& one : facts.frequencies)
+        json["frequencies"].push_back({{"mode", one.mode}, {"frequency_hz", one.hertz}, {"rigid", one.rigid}});
+    for (const Block& block : facts.blocks)
+        json["blocks"].push_back({{"number", block.number}, {"name", block.name}, {"bytes", block.bytes}});
+    std::printf("%s\n", json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
 }
 
 // A rigid-body mode has no frequency but the rounding of a zero. The modes of a coupled body have none at all.
-static void print_frequencies(const nlohmann::ordered_json& f)
+static void print_frequencies(const Facts& facts)
 {
-    if (f["coupled_modes"].get<bool>())
+    if (facts.coupled_modes)
         std::printf("\n  The modes are coupled by generalized matrices; so the body vibrates freely:\n");
-    std::printf("\n  %6s  %14s\n", f["coupled_modes"].get<bool>() ? "free" : "mode", "frequency, Hz");
-    for (const auto& mode : f["frequencies"])
-        if (mode["rigid"].get<bool>())
-            std::printf("  %6d  %14s\n", mode["mode"].get<int>(), "rigid body");
+    std::printf("\n  %6s  %14s\n", facts.coupled_modes ? "free" : "mode", "frequency, Hz");
+    for (const Frequency& one : facts.frequencies)
+        if (one.rigid)
+            std::printf("  %6d  %14s\n", one.mode, "rigid body");
         else
-            std::printf("  %6d  %14.6g\n", mode["mode"].get<int>(), mode["frequency_hz"].get<double>());
-    if (f["frequencies"].empty() && f["coupled_modes"].get<bool>())
+            std::printf("  %6d  %14.6g\n", one.mode, one.hertz);
+    if (facts.frequencies.empty() && facts.coupled_modes)
         std::printf("  none: the generalized mass is not positive\n");
 }
 
-static void print_facts(const std::string& path, const nlohmann::ordered_json& f)
+static void print_vector(const char* name, const std::array<double, 3>& values)
 {
-    const auto text = [](const nlohmann::ordered_json& value) { return value.get<std::string>(); };
+    std::printf("  %-18s %.6g  %.6g  %.6g\n", name, values[0], values[1], values[2]);
+}
+
+static void print(const std::string& path, const Facts& facts)
+{
+    const auto& [mass, length, time, force] = facts.units;
     std::printf("%s\n", path.c_str());
-    std::printf("  %-18s %s\n", "title", text(f["title"]).c_str());
-    std::printf("  %-18s %.1f, %s, %s precision\n", "version", f["version"].get<double>(), text(f["encoding"]).c_str(),
-                text(f["precision"]).c_str());
-    std::printf("  %-18s %s, %s, %s, %s\n", "units", text(f["units"]["mass"]).c_str(),
-                text(f["units"]["length"]).c_str(), text(f["units"]["time"]).c_str(),
-                text(f["units"]["force"]).c_str());
-    for (const char* count : {"nodes", "modes", "faces", "interface_nodes"})
-        std::printf("  %-18s %d\n", count, f[count].get<int>());
-    std::printf("  %-18s %.6g\n", "mass", f["mass"].get<double>());
-    for (const char* vector : {"center_of_mass", "principal_inertias"})
-        std::printf("  %-18s %.6g  %.6g  %.6g\n", vector, f[vector][0].get<double>(), f[vector][1].get<double>(),
-                    f[vector][2].get<double>());
-    print_frequencies(f);
+    std::printf("  %-18s %s\n", "title", facts.title.c_str());
+    std::printf("  %-18s %.1f, %s, %s precision\n", "version", facts.version, encoding_of(facts), precision_of(facts));
+    std::printf("  %-18s %s, %s, %s, %s\n", "units", mass.c_str(), length.c_str(), time.c_str(), force.c_str());
+    std::printf("  %-18s %d\n", "nodes", facts.nodes);
+    std::printf("  %-18s %d\n", "modes", facts.modes);
+    std::printf("  %-18s %d\n", "faces", facts.faces);
+    std::printf("  %-18s %d\n", "interface_nodes", facts.interface_nodes);
+    std::printf("  %-18s %.6g\n", "mass", facts.mass.mass);
+    print_vector("center_of_mass", facts.mass.center);
+    print_vector("principal_inertias", facts.principal_inertias);
+    print_frequencies(facts);
     std::printf("\n  %-32s %14s\n", "block", "bytes");
-    for (const auto& block : f["blocks"])
-        std::printf("  %2d %-29s %14lld\n", block["number"].get<int>(), text(block["name"]).c_str(),
-                    block["bytes"].get<long long>());
+    for (const Block& block : facts.blocks)
+        std::printf("  %2d %-29s %14lld\n", block.number, block.name.c_str(), static_cast<long long>(block.bytes));
 }
 
 } // namespace zel_command
@@ -103,11 +110,11 @@ void add_info_command(CLI::App& app, int& status)
     command->add_flag("--json", options->json, "print JSON");
     command->callback([options, &status] {
         const Body body(options->file);
-        const nlohmann::ordered_json facts = facts_of(body);
+        const Facts facts = zel_checks::facts_of(body);
         if (options->json)
-            std::printf("%s\n", facts.dump(2, ' ', false, nlohmann::json::error_handler_t::replace).c_str());
+            print_as_json(facts);
         else
-            print_facts(options->file, facts);
+            print(options->file, facts);
         status = kFine;
     });
 }

@@ -1,7 +1,7 @@
 // A thread redraws the line ten times a second, so that time goes on while a library computes. Standard output and error are
 // held in a temporary file meanwhile, as far as they are the terminal; the thread copies what arrives there. Lines are
 // erased with blanks: no terminal is too simple for that.
-#include "progress.h"
+#include "console.h"
 
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -12,6 +12,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -47,6 +48,25 @@ std::string verdict(bool holds)
 void print_problem(const std::string& what)
 {
     std::fprintf(stderr, "%s %s\n", coloured(stderr, kRed, "zel:").c_str(), what.c_str());
+}
+
+// As the library prints a message by itself: line by line, each behind the prefix of its severity.
+static void print_message(void* context, int severity, const char* text)
+{
+    const Messages shown = *static_cast<const Messages*>(context);
+    if (shown == Messages::none || (shown == Messages::problems && severity == ZEL_MESSAGE_INFO))
+        return;
+    const char* const prefix = severity == ZEL_MESSAGE_ERROR     ? "ERROR:  "
+                               : severity == ZEL_MESSAGE_WARNING ? "WARNING:  "
+                                                                 : "";
+    for (const char* end = std::strchr(text, '\n'); end; text = end + 1, end = std::strchr(text, '\n'))
+        std::fprintf(stderr, "%s%.*s\n", prefix, int(end - text), text);
+    std::fprintf(stderr, "%s%s\n", prefix, text);
+}
+
+MessageScope::MessageScope(Messages shown) : shown_(shown), handler_before_(ZEL_MessageHandler(&context_before_))
+{
+    ZEL_SetMessageHandler(print_message, &shown_);
 }
 
 class ProgressBar::Line

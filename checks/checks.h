@@ -1,0 +1,140 @@
+/**
+ * @file
+ * The door of checks/: what a body is, as records, and whether it is fit for a multibody solver, as a report.
+ *
+ * Nothing is printed here beyond the library's own messages. Functions take a live database, which they only read, and throw
+ * std::runtime_error where a computation fails. Values are in the units of the body unless a name says otherwise.
+ */
+#ifndef CHECKS_CHECKS_H
+#define CHECKS_CHECKS_H
+
+#include "checks/report.h"
+
+#include <zel.h>
+
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+/** Checks of flexible bodies, and facts about them. */
+namespace zel_checks
+{
+
+// ---- Progress ---------------------------------------------------------------------------------------------------------
+
+/**
+ * Told how far the work has come, in the thread that works, as often as there is news: the phase, and its share that is
+ * done, 0 to 1; below 0 when it has just begun. False ends the work, which then throws Stopped. Empty: nobody is told.
+ */
+using Progress = std::function<bool(const char* phase, double share)>;
+
+/** Thrown out of work that was told to end. */
+class Stopped : public std::runtime_error
+{
+public:
+    Stopped() : std::runtime_error("stopped") {}
+};
+
+// ---- Mass -------------------------------------------------------------------------------------------------------------
+
+/** What a rigid body has. */
+struct MassProperties
+{
+    double mass;
+    std::array<double, 3> center;
+    std::array<double, 9> tensor; ///< of inertia about the origin, row by row; off the diagonal minus the products
+};
+
+/** By the nodal masses, or the stored global properties where the nodes have none. */
+MassProperties mass_properties(ZELDATA* db);
+
+/** The tensor about a point (Huygens and Steiner). */
+std::array<double, 9> tensor_about(const MassProperties& body, const std::array<double, 3>& point);
+
+/** Eigenvalues of a symmetric tensor, ascending. */
+std::array<double, 3> principal_values(const std::array<double, 9>& tensor);
+
+// ---- Modes ------------------------------------------------------------------------------------------------------------
+
+/** One mode of a body by itself. */
+struct Mode
+{
+    int number; ///< the caller's
+    double eigenvalue;
+    std::optional<double> hertz; ///< cycles per second whatever the unit of time; none: the modes are coupled
+    double mass, stiffness;      ///< generalized
+    bool rigid;                  ///< never when the modes are coupled
+};
+
+/** All modes in the order of the body. */
+std::vector<Mode> modes_of(ZELDATA* db);
+
+// ---- Nodes ------------------------------------------------------------------------------------------------------------
+
+/** Three coordinates a node, in the order of the body. */
+std::vector<double> coordinates_of(const ZELDATA* db);
+
+/** The vertices of each face as node indexes. */
+std::vector<std::vector<int>> faces_of(const ZELDATA* db);
+
+/** Node indexes of the interface nodes. */
+std::vector<int> interface_nodes_of(const ZELDATA* db);
+
+// ---- The file ---------------------------------------------------------------------------------------------------------
+
+/** Labels of mass, length, time and force; empty texts without units. */
+std::array<std::string, 4> units_of(const ZELDATA* db);
+
+/** The short name of a block by its number, 1 to ZEL_BLOCKS. */
+const char* block_name(int number);
+
+/** A frequency at which the body vibrates freely. */
+struct Frequency
+{
+    int mode; ///< number of the mode; with coupled modes the frequencies are counted from 1
+    double hertz;
+    bool rigid; ///< a motion without deformation, whose frequency is rounding
+};
+
+/** A block that the file has. */
+struct Block
+{
+    int number; ///< one of the ZEL_BLOCK_... values
+    std::string name;
+    int64_t bytes;
+};
+
+/** One screen on a body that was opened from a file. */
+struct Facts
+{
+    std::string title, date;
+    double version;
+    bool portable; ///< XDR; otherwise in the byte order of the machine that wrote it
+    bool double_precision;
+    std::array<std::string, 4> units; ///< labels of mass, length, time and force
+    int nodes, modes, faces, interface_nodes;
+    MassProperties mass;
+    std::array<double, 3> principal_inertias; ///< about the centre of mass, ascending
+    bool coupled_modes;                       ///< generalized matrices have entries off their diagonals
+    std::vector<Frequency> frequencies;       ///< of coupled modes none when the generalized mass is not positive
+    std::vector<Block> blocks;                ///< by number
+};
+
+/** The facts about a body. */
+Facts facts_of(ZELDATA* db);
+
+// ---- Checks -----------------------------------------------------------------------------------------------------------
+
+/**
+ * Whether a body that was opened from a file is fit for a multibody solver: one check a row, the file first, then mass,
+ * modes, matrices, invariants, nodes and units. A row is left out where the body has nothing that it could check.
+ */
+Report check_body(ZELDATA* db, const Progress& progress = {});
+
+} // namespace zel_checks
+
+#endif

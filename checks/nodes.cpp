@@ -1,0 +1,96 @@
+// Nodes, faces and interface nodes: do they lie where they should and move with the modes?
+#include "checks/parts.h"
+
+#include <algorithm>
+#include <numeric>
+
+namespace zel_checks
+{
+
+std::vector<double> coordinates_of(const ZELDATA* db)
+{
+    int count = 0;
+    std::vector<double> xyz(3 * static_cast<size_t>(ZEL_NodeCount(db)));
+    ZEL_NodeCoordinateList(db, xyz.data(), &count);
+    return xyz;
+}
+
+std::vector<std::vector<int>> faces_of(const ZELDATA* db)
+{
+    int count = 0, length = 0;
+    ZEL_FaceListSize(db, &count, &length);
+    std::vector<int> list(static_cast<size_t>(length));
+    std::vector<std::vector<int>> faces;
+    if (length == 0 || !ZEL_ElementFaces(db, list.data()))
+        return faces;
+    for (auto word = list.begin(); word != list.end();)
+    {
+        const int vertices = *word++ & ZEL_FACE_VERTICES;
+        faces.emplace_back(word, word + vertices);
+        word += vertices;
+    }
+    return faces;
+}
+
+std::vector<int> interface_nodes_of(const ZELDATA* db)
+{
+    int count = 0;
+    const std::unique_ptr<int, void (*)(void*)> nodes(ZEL_InterfaceNodes(db, &count), std::free);
+    return {nodes.get(), nodes.get() + count};
+}
+
+// Nodes that should lie at points of their own: all but interface nodes without mass, whose place is often that of a mesh
+// node or the origin.
+static std::vector<size_t> nodes_of_the_mesh(const ZELDATA* db, const std::vector<int>& interface_nodes)
+{
+    std::vector<size_t> nodes(size_t(ZEL_NodeCount(db)));
+    std::iota(nodes.begin(), nodes.end(), size_t(0));
+    std::vector<bool> reference(nodes.size());
+    for (const int node : interface_nodes)
+        reference[size_t(node)] = ZEL_NodalMass(db, node) == 0.0;
+    std::erase_if(nodes, [&](size_t node) { return reference[node]; });
+    return nodes;
+}
+
+static void check_points(ZELDATA* db, const std::vector<int>& interface_nodes, Report& report)
+{
+    const std::vector<double> xyz = coordinates_of(db);
+    const auto point = [&](size_t node) {
+        return std::array<double, 3>{xyz[3 * node], xyz[3 * node + 1], xyz[3 * node + 2]};
+    };
+    std::vector<size_t> order = nodes_of_the_mesh(db, interface_nodes);
+    std::sort(order.begin(), order.end(), [&](size_t a, size_t b) { return point(a) < point(b); });
+    int coincident = 0, at_origin = 0;
+    for (size_t i = 0; i < order.size(); ++i)
+    {
+        coincident += i > 0 && point(order[i]) == point(order[i - 1]);
+        at_origin += point(order[i]) == std::array<double, 3>{};
+    }
+    report.check(
+        "nodes at distinct points", format("%d coincide with another, %d at the origin", coincident, at_origin),
+        coincident == 0 && at_origin <= 1, {{"coincident", double(coincident)}, {"at_origin", double(at_origin)}});
+}
+
+void check_nodes(ZELDATA* db, Phases&, Report& report)
+{
+    const std::vector<int> interface_nodes = interface_nodes_of(db);
+    check_points(db, interface_nodes, report);
+
+    const int nodes = ZEL_NodeCount(db), moving = ZEL_ModeNodeCount(db, ZEL_MODE_SHAPE);
+    std::vector<bool> on_face(static_cast<size_t>(nodes));
+    for (const std::vector<int>& face : faces_of(db))
+        for (const int node : face)
+            on_face[size_t(node)] = true;
+    int still = 0;
+    for (int node = moving; node < nodes; ++node)
+        still += on_face[size_t(node)];
+    report.check("face nodes move with the modes", format("%d do not", still), still == 0, {{"still", double(still)}});
+
+    const auto off = std::count_if(interface_nodes.begin(), interface_nodes.end(),
+                                   [&](int node) { return node >= moving || !on_face[size_t(node)]; });
+    report.check("interface nodes on the body",
+                 format("%zu interface nodes, %td without mode shapes or faces", interface_nodes.size(), off), off == 0,
+                 {{"interface_nodes", double(interface_nodes.size())}, {"off_the_body", double(off)}});
+}
+
+} // namespace zel_checks
