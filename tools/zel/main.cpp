@@ -5,6 +5,8 @@
 #include "console.h"
 #include "fem/interrupt.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -17,8 +19,12 @@ bool output_is_printed()
     errno = 0;
     if (std::fflush(stdout) == 0 && !std::ferror(stdout))
         return true;
-    print_problem(std::string("the output cannot be printed") + (errno ? ": " : "") +
-                  (errno ? std::strerror(errno) : ""));
+    int reason = errno;
+    // The stream forgets why it lost what was printed earlier: one byte more asks again.
+    if (!reason && write(STDOUT_FILENO, "\n", 1) < 0)
+        reason = errno;
+    print_problem(std::string("the output cannot be printed") + (reason ? ": " : "") +
+                  (reason ? std::strerror(reason) : ""));
     return false;
 }
 
