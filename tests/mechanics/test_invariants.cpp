@@ -369,8 +369,9 @@ TEST_F(InvariantsOf, AFileAreSummedAndReadInEveryEncoding)
         for (const zel::InvariantRow& row : zel::kInvariants)
         {
             std::vector<double> expected = stored[row.number];
+            const int lengths = row.number == 1 ? 0 : row.number <= 3 ? 1 : 2; // 1 is a mass, 2 and 3 are first moments
             for (double& value : expected)
-                value *= db->base_scale[0] * std::pow(db->base_scale[1], row.lengths);
+                value *= db->base_scale[0] * std::pow(db->base_scale[1], lengths);
             expect_near(library_invariant(db, row.number), expected, format.single ? 1e-7 : 1e-12);
         }
         db->file_flags[zel::flag_position(ZEL_BLOCK_INVAR9)] = 0;

@@ -41,6 +41,22 @@ int64_t invariant_pieces_with_values(const ZELDATA* db, int number);
 // Whether a slot is filled. One that was made for another number of modes counts as empty.
 bool invariant_filled(const ZELDATA* db, int number);
 
+// The arrays of which a slot is made, for whatever modes: visit(values, count). An empty slot has none.
+template <typename Visit> void for_each_array(const ZELDATA* db, const InvariantRow& row, Visit visit)
+{
+    if (!has_slot(db, row))
+        return;
+    const int modes = db->invar_modes, table = table_modes(db, row.number);
+    const Pieces pieces = invariant_pieces(row.number, modes);
+    if (row.values)
+        visit(db->*row.values, pieces.count * pieces.length);
+    for (int i = 0; row.rows && i < (row.by_pair ? table : modes); ++i)
+        visit((db->*row.rows)[i], row.by_pair ? int64_t(3) * table : pieces.length);
+    for (int i = 0; row.table && i < table; ++i)
+        for (int j = 0; j < table; ++j)
+            visit((db->*row.table)[i][j], pieces.length);
+}
+
 // Zeroed values of the given origin (kComputed, kGiven, kRead) in an empty slot, for the modes of now; first all slots
 // that were made for another number of modes are emptied. Of invariants 5 and 9 the first `table_modes` modes at most have
 // room for values. 0, with a message and the slot empty, when memory is short.

@@ -116,7 +116,6 @@ struct InvariantShape
 struct InvariantRow
 {
     int number, block;
-    int lengths;  // its unit is mass * length^lengths
     bool modal;   // made for invar_modes modes
     bool by_pair; // has values for the pairs of the first table_modes modes only
     InvariantShape shape;
@@ -125,14 +124,14 @@ struct InvariantRow
     double*** ZELDATA::*table; // an array for each pair of modes
 };
 constexpr InvariantRow kInvariants[] = {
-    {1, ZEL_BLOCK_INVAR1, 0, false, false, {1, 0, 1, 0}, &ZELDATA::invar1, nullptr, nullptr},
-    {2, ZEL_BLOCK_INVAR2, 1, false, false, {1, 0, 3, 0}, &ZELDATA::invar2, nullptr, nullptr},
-    {3, ZEL_BLOCK_INVAR3, 1, true, false, {3, 0, 1, 1}, &ZELDATA::invar3, nullptr, nullptr},
-    {4, ZEL_BLOCK_INVAR4, 2, true, false, {3, 0, 1, 1}, &ZELDATA::invar4, nullptr, nullptr},
-    {5, ZEL_BLOCK_INVAR5, 2, true, true, {3, 1, 1, 1}, nullptr, &ZELDATA::invar5, nullptr},
-    {7, ZEL_BLOCK_INVAR7, 2, false, false, {1, 0, 9, 0}, &ZELDATA::invar7, nullptr, nullptr},
-    {8, ZEL_BLOCK_INVAR8, 2, true, false, {1, 1, 9, 0}, nullptr, &ZELDATA::invar8, nullptr},
-    {9, ZEL_BLOCK_INVAR9, 2, true, true, {1, 2, 9, 0}, nullptr, nullptr, &ZELDATA::invar9},
+    {1, ZEL_BLOCK_INVAR1, false, false, {1, 0, 1, 0}, &ZELDATA::invar1, nullptr, nullptr},
+    {2, ZEL_BLOCK_INVAR2, false, false, {1, 0, 3, 0}, &ZELDATA::invar2, nullptr, nullptr},
+    {3, ZEL_BLOCK_INVAR3, true, false, {3, 0, 1, 1}, &ZELDATA::invar3, nullptr, nullptr},
+    {4, ZEL_BLOCK_INVAR4, true, false, {3, 0, 1, 1}, &ZELDATA::invar4, nullptr, nullptr},
+    {5, ZEL_BLOCK_INVAR5, true, true, {3, 1, 1, 1}, nullptr, &ZELDATA::invar5, nullptr},
+    {7, ZEL_BLOCK_INVAR7, false, false, {1, 0, 9, 0}, &ZELDATA::invar7, nullptr, nullptr},
+    {8, ZEL_BLOCK_INVAR8, true, false, {1, 1, 9, 0}, nullptr, &ZELDATA::invar8, nullptr},
+    {9, ZEL_BLOCK_INVAR9, true, true, {1, 2, 9, 0}, nullptr, nullptr, &ZELDATA::invar9},
 };
 constexpr const InvariantRow& invariant_row(int number)
 {

@@ -29,22 +29,13 @@ static double* piece_in_slot(const ZELDATA* db, int number, int64_t piece, int f
     return invariant_piece(db, number, piece);
 }
 
-// Factor from the units of the file to those of now.
-static double unit_factor(const ZELDATA* db, const InvariantRow& row)
-{
-    double factor = db->base_scale[0];
-    for (int power = 0; power < row.lengths; ++power)
-        factor *= db->base_scale[1];
-    return factor;
-}
-
 // The values behind the count of a block, into an open slot. What one of them and the slot does not have stays zero.
 static int read_pieces(ZELDATA* db, const InvariantRow& row, int file_modes)
 {
     const Pieces pieces = invariant_pieces(row.number, file_modes);
     const int kept =
         std::min(pieces.length, invariant_pieces(row.number, db->invar_modes).length); // of 5: all in the slot
-    const double factor = unit_factor(db, row);
+    const double factor = ratios_so_far(db).of(block_row(row.block).unit);
     Scratch<double> values(pieces.length);
     if (!values.data)
         return no_memory(kModule);

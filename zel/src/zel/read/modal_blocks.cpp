@@ -61,15 +61,6 @@ static int read_transformation(Reader& in, const Block& row)
 
 // ---- Generalized matrices -------------------------------------------------------------------------------------------
 
-// Factor from the units of the file to the current ones.
-static double matrix_factor(const ZELDATA* db, const Block& row, const ZELENTRY& entry, bool projected)
-{
-    const Ratios r = {db->base_scale[0], db->base_scale[1], db->base_scale[2], db->base_scale[3]};
-    return row.number == ZEL_BLOCK_STIFFNESS ? r.energy()
-           : row.number == ZEL_BLOCK_MASS    ? r.inertia()
-                                             : r.damping(entry.row, entry.column, projected);
-}
-
 // The file counts rows and columns from 1; 0 stands for a mode that could not be added.
 static int index_of(int row_from_1)
 {
@@ -101,12 +92,13 @@ static int read_matrix(ZELDATA* db, const Block& row)
     Scratch<ZELENTRY> entries(count);
     if (!entries.data)
         return no_room(row);
+    const Ratios ratios = ratios_so_far(db);
     for (int i = 0; i < count; ++i)
     {
         ZELENTRY& entry = entries[i];
         entry.row = index_of(items.integer());
         entry.column = index_of(items.integer());
-        entry.value = items.real() * matrix_factor(db, row, entry, projected);
+        entry.value = items.real() * matrix_factor(ratios, row, entry, projected);
         items.integer();
     }
     if (items.failed())
