@@ -105,6 +105,7 @@ ZELDATA* body(const std::vector<int>& turned = std::vector<int>(kModes, 1), bool
     {
         ZEL_SetGeneralizedStiffness(db, mode, mode, 0.5 * mode);
         ZEL_SetGeneralizedMass(db, mode, mode, 1.0);
+        ZEL_SetGeneralizedDamping(db, mode, mode, 0.01);
         ZEL_SetModalPreload(db, mode, value(mode));
         ZEL_SetModalLoad(db, 1, mode, turned[size_t(mode - 1)] * (mode == kModes ? 4.0 : 0.5));
     }
@@ -115,8 +116,37 @@ ZELDATA* body(const std::vector<int>& turned = std::vector<int>(kModes, 1), bool
     set_invariants(db);
     db->total_mass = 10.0;
     std::copy_n(std::begin({1.0, 9.7, 2.0}), 3, db->center_of_mass);
+    db->modal_statistics = static_cast<ZELSTATISTICS*>(std::calloc(kModes, sizeof(ZELSTATISTICS)));
+    db->modal_statistics_count = kModes;
+    for (int mode = 0; mode < kModes; ++mode)
+        db->modal_statistics[mode].pair[1] = {20, 0.75};
+    zel::raise_flag(db, ZEL_BLOCK_STATISTICS);
     zel::raise_flag(db, ZEL_BLOCK_BODY);
     return db;
+}
+
+std::vector<ZELCOMPARISON> rows_of(ZELDATA* base, ZELDATA* made, double tolerance)
+{
+    std::vector<ZELCOMPARISON> rows(200);
+    const int count = ZEL_CompareBodies(base, made, tolerance, rows.data(), 200);
+    rows.resize(size_t(std::max(0, count)));
+    return rows;
+}
+
+// "check mode node component; ..." of the rows that fail, and the worst value of the last one.
+std::string failed_rows(ZELDATA* base, ZELDATA* made, double tolerance, double* worst = nullptr)
+{
+    std::string text;
+    for (const ZELCOMPARISON& row : rows_of(base, made, tolerance))
+        if (row.verdict == ZEL_COMPARISON_FAIL)
+        {
+            text += (text.empty() ? "" : "; ") + std::string(row.check);
+            for (int place : {row.mode, row.node, row.component})
+                text += " " + (place == ZEL_NONE ? "-" : std::to_string(place));
+            if (worst)
+                *worst = row.worst;
+        }
+    return text;
 }
 
 struct Report
@@ -257,8 +287,9 @@ namespace
 {
 struct Perturbation
 {
-    double delta; // the measure by hand; 0: fails at any tolerance
-    const char* text;
+    double delta;     // the measure by hand; 0: fails at any tolerance
+    const char* text; // of ZEL_Compare, which does not see everything
+    const char* rows; // of ZEL_CompareBodies: check, mode, node, component
     void (*change)(ZELDATA* db);
 };
 
@@ -270,46 +301,61 @@ void add_to_mode(ZELDATA* db, int mode, int id, int kind, int dof, double change
 // The largest coordinate is 7, the largest mass 3, the largest load component 4; eigenvalue 7 is 3.01, its other values
 // 3.02 to 3.05, generalized stiffness up to 3.5; all else is below 1.
 const Perturbation kPerturbations[] = {
-    {0, "->Fail InputFileType\n", [](ZELDATA* db) { db->input_file_type[0] = 'T'; }},
-    {0.25 / 7, "->Fail NodeCoordinates", [](ZELDATA* db) { db->nodes[2].y += 0.25; }},
-    {0.05, "->Fail TotalMass", [](ZELDATA* db) { db->total_mass = 10.5; }},
-    {0.03, "->Fail TotalCM", [](ZELDATA* db) { db->center_of_mass[1] += 0.3; }},
-    {0.5 / 3.01, "->Fail EigenValue: #7~->Fail Eigenvalues\n", [](ZELDATA* db) { db->eigenvalues[6].value[1] -= 0.5; }},
-    {0.5, "->Fail EigenValue: #1~->Fail Eigenvalues\n", [](ZELDATA* db) { db->eigenvalues[0].value[1] -= 0.5; }},
-    {0.5 / 3.02, "->Fail Frequency", [](ZELDATA* db) { db->eigenvalues[6].value[2] += 0.5; }},
-    {0.5 / 3.03, "->Fail Radians", [](ZELDATA* db) { db->eigenvalues[6].value[3] += 0.5; }},
-    {0.5 / 3.04, "->Fail GeneralizedMass", [](ZELDATA* db) { db->eigenvalues[6].value[4] += 0.5; }},
-    {0.5 / 3.05, "->Fail GeneralizedStiff", [](ZELDATA* db) { db->eigenvalues[6].value[5] += 0.5; }},
-    {0.125, "->Fail EigenVector translational: #3~->Fail ModeShape, 1 times\n",
+    {0, "->Fail InputFileType\n", "input file type - - -", [](ZELDATA* db) { db->input_file_type[0] = 'T'; }},
+    {0.25 / 7, "->Fail NodeCoordinates", "node coordinates - 30 1", [](ZELDATA* db) { db->nodes[2].y += 0.25; }},
+    {0.05, "->Fail TotalMass", "total mass - - -", [](ZELDATA* db) { db->total_mass = 10.5; }},
+    {0.03, "->Fail TotalCM", "centre of mass - - 1", [](ZELDATA* db) { db->center_of_mass[1] += 0.3; }},
+    {0.5 / 3.01, "->Fail EigenValue: #7~->Fail Eigenvalues\n", "eigenvalue 7 - -",
+     [](ZELDATA* db) { db->eigenvalues[6].value[1] -= 0.5; }},
+    {0.5, "->Fail EigenValue: #1~->Fail Eigenvalues\n", "eigenvalue 1 - -",
+     [](ZELDATA* db) { db->eigenvalues[0].value[1] -= 0.5; }},
+    {0.5 / 3.02, "->Fail Frequency", "frequency 7 - -", [](ZELDATA* db) { db->eigenvalues[6].value[2] += 0.5; }},
+    {0.5 / 3.03, "->Fail Radians", "angular frequency 7 - -", [](ZELDATA* db) { db->eigenvalues[6].value[3] += 0.5; }},
+    {0.5 / 3.04, "->Fail GeneralizedMass", "generalized mass of a mode 7 - -",
+     [](ZELDATA* db) { db->eigenvalues[6].value[4] += 0.5; }},
+    {0.5 / 3.05, "->Fail GeneralizedStiff", "generalized stiffness of a mode 7 - -",
+     [](ZELDATA* db) { db->eigenvalues[6].value[5] += 0.5; }},
+    {0.125, "->Fail EigenVector translational: #3~->Fail ModeShape, 1 times\n", "translations of a mode 3 30 1",
      [](ZELDATA* db) { add_to_mode(db, 3, 30, 0, 1, 0.125); }},
-    {0.125, "->Fail EigenVector rotational: #5~->Fail ModeShape, 1 times\n",
+    {0.125, "->Fail EigenVector rotational: #5~->Fail ModeShape, 1 times\n", "rotations of a mode 5 60 3",
      [](ZELDATA* db) { add_to_mode(db, 5, 60, 0, 3, -0.125); }},
-    {0.25 / 3, "->Fail NodalMass", [](ZELDATA* db) { db->nodes[3].mass += 0.25; }},
-    {0.25, "->Fail NodalI", [](ZELDATA* db) { ZEL_SetNodalInertiaEntry(db, 50, 1, 3, 0.25); }},
+    {0.25 / 3, "->Fail NodalMass", "nodal masses - 40 -", [](ZELDATA* db) { db->nodes[3].mass += 0.25; }},
+    {0.25, "->Fail NodalI", "nodal inertias - 50 4", [](ZELDATA* db) { ZEL_SetNodalInertiaEntry(db, 50, 1, 3, 0.25); }},
     {0, "->Fail GeneralizedStiffnessCount new: 8 base: 7\n->Fail GeneralizedStiffnessListSize new: 8 base: 7\n",
+     "stiffness entries stored - - -; stiffness entries on modes - - -",
      [](ZELDATA* db) { ZEL_SetGeneralizedStiffness(db, 1, 2, 0.0); }},
-    {0, "->Fail SparceStiffnessColumnList   index: 4  new: 1  base: 4\n",
+    {0, "->Fail SparceStiffnessColumnList   index: 4  new: 1  base: 4\n", "rows and columns of the stiffness - - -",
      [](ZELDATA* db) { db->stiffness.entries[4].column = 1; }},
-    {0, "->Fail SparceStiffnessRowList   index: 0  new: 6  base: 0\n",
+    {0, "->Fail SparceStiffnessRowList   index: 0  new: 6  base: 0\n", "rows and columns of the stiffness - - -",
      [](ZELDATA* db) { db->stiffness.entries[0].row = 6; }},
-    {0.7 / 3.5, "->Fail SparceStiffness", [](ZELDATA* db) { db->stiffness.entries[1].value += 0.7; }},
-    {0, "->Fail GeneralizedMassListSize new: 6 base: 7\n", [](ZELDATA* db) { db->mass.entries[2].row = -1; }},
-    {0.25, "->Fail SparceMass", [](ZELDATA* db) { db->mass.entries[1].value += 0.25; }},
-    {0, "->Fail FaceList\n", [](ZELDATA* db) { std::swap(db->face_list[1], db->face_list[2]); }},
-    {0, "->Fail InterfaceNodes\n", [](ZELDATA* db) { db->interface_nodes[1] = 3; }},
-    {0, "->Fail InterfaceNodeCount  Delta: 1.000000e+00\n", [](ZELDATA* db) { ZEL_SetInterfaceNode(db, 20); }},
-    {0.125, "->Fail Stress Mode: #2", [](ZELDATA* db) { add_to_mode(db, 2, 40, 1, 5, 0.125); }},
-    {0.125, "->Fail Strain Mode: #7", [](ZELDATA* db) { add_to_mode(db, 7, 20, 2, 0, 0.125); }},
-    {0.25, "->Fail Invar3", [](ZELDATA* db) { db->invar3[5] += 0.25; }},
-    {0.25, "->Fail Invar4", [](ZELDATA* db) { db->invar4[20] -= 0.25; }},
-    {0.25, "->Fail Invar5", [](ZELDATA* db) { db->invar5[6][20] += 0.25; }},
-    {0.25, "->Fail Invar7", [](ZELDATA* db) { db->invar7[4] += 0.25; }},
-    {0.25, "->Fail Invar8", [](ZELDATA* db) { db->invar8[6][8] -= 0.25; }},
-    {0.25, "->Fail Invar9", [](ZELDATA* db) { db->invar9[6][0][8] += 0.25; }},
-    {0.5 / 4, "->Fail Modal Load: Case #2~->Fail Modal Loads\n",
+    {0.7 / 3.5, "->Fail SparceStiffness", "generalized stiffness 2 - 1",
+     [](ZELDATA* db) { db->stiffness.entries[1].value += 0.7; }},
+    {0, "->Fail GeneralizedMassListSize new: 6 base: 7\n", "mass entries on modes - - -",
+     [](ZELDATA* db) { db->mass.entries[2].row = -1; }},
+    {0.25, "->Fail SparceMass", "generalized mass 2 - 1", [](ZELDATA* db) { db->mass.entries[1].value += 0.25; }},
+    {0, "->Fail FaceList\n", "faces - - -", [](ZELDATA* db) { std::swap(db->face_list[1], db->face_list[2]); }},
+    {0, "->Fail InterfaceNodes\n", "interface nodes - 40 -", [](ZELDATA* db) { db->interface_nodes[1] = 3; }},
+    {0, "->Fail InterfaceNodeCount  Delta: 1.000000e+00\n", "interface nodes - - -",
+     [](ZELDATA* db) { ZEL_SetInterfaceNode(db, 20); }},
+    {0.125, "->Fail Stress Mode: #2", "modal stress 2 40 5", [](ZELDATA* db) { add_to_mode(db, 2, 40, 1, 5, 0.125); }},
+    {0.125, "->Fail Strain Mode: #7", "modal strain 7 20 0", [](ZELDATA* db) { add_to_mode(db, 7, 20, 2, 0, 0.125); }},
+    {0.25, "->Fail Invar3", "invariant 3 6 - 0", [](ZELDATA* db) { db->invar3[5] += 0.25; }},
+    {0.25, "->Fail Invar4", "invariant 4 7 - 2", [](ZELDATA* db) { db->invar4[20] -= 0.25; }},
+    {0.25, "->Fail Invar5", "invariant 5 7 - 2", [](ZELDATA* db) { db->invar5[6][20] += 0.25; }},
+    {0.25, "->Fail Invar7", "invariant 7 - - 4", [](ZELDATA* db) { db->invar7[4] += 0.25; }},
+    {0.25, "->Fail Invar8", "invariant 8 7 - 8", [](ZELDATA* db) { db->invar8[6][8] -= 0.25; }},
+    {0.25, "->Fail Invar9", "invariant 9 7 - 8", [](ZELDATA* db) { db->invar9[6][0][8] += 0.25; }},
+    {0.5 / 4, "->Fail Modal Load: Case #2~->Fail Modal Loads\n", "modal load 7 - 1",
      [](ZELDATA* db) { db->load_cases[1].values[6] -= 0.5; }},
-    {0.125, "->Fail Pre-Stress Max at Node: #40 Comp: #6", [](ZELDATA* db) { db->pre_stress[1].v[5] += 0.125; }},
-    {0.125, "->Fail Pre-Strain Max at Node: #10 Comp: #1", [](ZELDATA* db) { db->pre_strain[0].v[0] -= 0.125; }},
+    {0.125, "->Fail Pre-Stress Max at Node: #40 Comp: #6", "pre-stress - 40 5",
+     [](ZELDATA* db) { db->pre_stress[1].v[5] += 0.125; }},
+    {0.125, "->Fail Pre-Strain Max at Node: #10 Comp: #1", "pre-strain - 10 0",
+     [](ZELDATA* db) { db->pre_strain[0].v[0] -= 0.125; }},
+    {0.25, "", "inertia of the body - - 8", [](ZELDATA* db) { db->inertia_tensor[8] += 0.25; }},
+    {0.125, "", "preload 3 - -", [](ZELDATA* db) { db->modal_preload[2] -= 0.125; }},
+    {1.0, "", "modal load 2 - 1", [](ZELDATA* db) { db->load_cases[1].values[1] = -3.5; }},
+    {2.0, "", "generalized damping 4 - 5", [](ZELDATA* db) { ZEL_SetGeneralizedDamping(db, 4, 6, 2.0); }},
+    {0.75, "", "modal statistics 5 20 1", [](ZELDATA* db) { db->modal_statistics[4].pair[1].value = 1.5; }},
 };
 } // namespace
 
@@ -332,10 +378,14 @@ TEST_F(Comparing, OneDifferenceFailsTheCheckThatOwnsIt)
             expected += delta + (gap == std::string::npos ? "" : text.substr(gap + 1));
         }
         const Report below = compare(base, made, 0, p.delta > 0.0 ? p.delta * (1.0 - 1e-12) : 1e9);
-        EXPECT_EQ(below.result, -1);
-        EXPECT_EQ(below.text, expected);
+        EXPECT_EQ(below.result, text.empty() ? 0 : -1);
+        EXPECT_EQ(below.text, text.empty() ? "" : expected);
+        double worst = 0.0;
+        EXPECT_EQ(failed_rows(base, made, p.delta > 0.0 ? p.delta * (1.0 - 1e-12) : 1e9, &worst), p.rows);
         if (p.delta > 0.0)
         {
+            EXPECT_NEAR(worst, p.delta, 1e-12);
+            EXPECT_EQ(failed_rows(base, made, p.delta * (1.0 + 1e-12)), "");
             const Report above = compare(base, made, 0, p.delta * (1.0 + 1e-12));
             EXPECT_EQ(above.result, 0);
             EXPECT_EQ(above.text, "");
@@ -542,10 +592,56 @@ TEST_F(Comparing, SurvivesAShortageOfMemory)
         zel::failing_allocation = n;
         const std::string errors = errors_of([&] { report = compare(base, made, 0, 0.0); });
         complete = zel::failing_allocation >= 0;
+        zel::failing_allocation = n;
+        errors_of([&] { EXPECT_EQ(ZEL_CompareBodies(base, made, 0.0, nullptr, 0) < 0, !complete); });
         EXPECT_EQ(report.result < 0, errors.find("Failed to allocate memory") != std::string::npos) << errors;
         failures += report.result < 0;
     }
     EXPECT_GT(failures, 5);
+}
+
+// The rows are the same for a smaller room, and the differences of a body that is numbered backwards, with other signs.
+TEST_F(Comparing, HandsOutAsManyRowsAsThereIsRoomFor)
+{
+    ZELDATA *base = quiet_body(), *made = quiet_body({-1, 1, 1, 1, 1, 1, 1}, true);
+    add_to_mode(made, 2, 30, 0, 2, 0.5);
+    std::fill_n(made->invar3, 3 * kModes, 0.0);
+    ZEL_SetModeEntry(made, 1, 50, ZEL_MODE_SHAPE, 0, 0.25 - vector_value(0, 1, 50, 0));
+    std::string printed;
+    EXPECT_EQ(output_of([&] { printed = failed_rows(base, made, 1e-9); }), "");
+    EXPECT_EQ(printed.substr(0, printed.find("; inv")), "translations of a mode 1 50 0; translations of a mode 2 30 2")
+        << printed;
+    const std::vector<ZELCOMPARISON> all = rows_of(base, made, 1e-9);
+    EXPECT_EQ(ZEL_CompareBodies(base, made, 1e-9, nullptr, 5), int(all.size()));
+    ZELCOMPARISON few[4] = {};
+    EXPECT_EQ(ZEL_CompareBodies(base, made, 1e-9, few, 3), int(all.size()));
+    EXPECT_STREQ(few[2].check, all[2].check);
+    EXPECT_EQ(few[3].check, nullptr);
+    for (const ZELCOMPARISON& row : all)
+    {
+        EXPECT_TRUE(row.block >= 1 && row.block <= ZEL_BLOCKS && (row.limit == 0.0 || row.limit == 1e-9)) << row.check;
+        EXPECT_EQ(row.verdict == ZEL_COMPARISON_PASS, row.worst <= row.limit) << row.check;
+    }
+}
+
+// What ends the process in ZEL_Compare fails a row, and the rest is compared.
+TEST_F(Comparing, OfBodiesWithOtherNodesGoesOn)
+{
+    ZELDATA *base = quiet_body(), *made = quiet_body();
+    for (int id : {75, 80})
+        ZEL_SetNodeCoordinates(made, id, 0.0, 0.0, 0.0);
+    ZEL_SetModeEntry(made, 1, 50, ZEL_MODAL_STRESS, 0, 1.0);
+    made->nodes[2].y += 0.25;
+    zel::clear_flag(base, ZEL_BLOCK_EIGENVALUES);
+    const std::string rows = failed_rows(base, made, 1e-9);
+    EXPECT_EQ(rows, "nodes that the base lacks - 75 -; nodes that the base's modes lack - 75 -; "
+                    "nodes that the base's modes lack - 50 -; "
+                    "presence of the block - - -; node count - - -; node coordinates - 30 1; "
+                    "node count of the modes - - -");
+    EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_CompareBodies(base, nullptr, 0.0, nullptr, 0), -1); }),
+              "ERROR:  The database has not been initialized.\n");
+    for (ZELDATA* part : {ZEL_Create(0, 0), made})
+        EXPECT_NE(failed_rows(ZEL_Create(0, 0), part, 0.0), "");
 }
 
 // ---- Mismatches that end the process -----------------------------------------------------------------------------------

@@ -1097,6 +1097,46 @@ ZEL_API int ZEL_TrimGeometry(ZELDATA* db, const char* text);
  */
 ZEL_API int ZEL_Compare(ZELDATA* base, ZELDATA* new_, int verbosity, double tolerance);
 
+enum
+{
+    ZEL_NONE = -2147483647 - 1 /* of a mode number, node id or component: there is none to name */
+};
+
+/* What became of a check. */
+enum
+{
+    ZEL_COMPARISON_PASS = 0,
+    ZEL_COMPARISON_NOTE = 1,    /* a difference that is none of the body, or nothing to compare */
+    ZEL_COMPARISON_WARNING = 2, /* a difference that may be meant, or a comparison that was not possible */
+    ZEL_COMPARISON_FAIL = 3
+};
+
+/* One check of a comparison. */
+typedef struct ZELCOMPARISON
+{
+    const char* check; /* what was compared, for example "node coordinates"; the text is the library's and stays */
+    double worst;      /* the difference as ZEL_Compare measures it, of counts their distance; not a number: not compared */
+    int block;         /* to which it belongs, ZEL_BLOCK_... */
+    int mode;          /* number in the new body of the mode that differs most, or of the one that is compared */
+    int node;          /* id of the node that differs most, or of the first one that is missing */
+    int component;     /* that differs most, from 0; of a matrix the column, of a load the case; ZEL_NONE as for these two */
+    double limit;      /* a greater worst fails: the tolerance, or 0 where things must be equal */
+    int verdict;       /* ZEL_COMPARISON_... */
+} ZELCOMPARISON;
+
+/**
+ * The comparison of ZEL_Compare as an array: nothing is printed, and the process goes on whatever is found. Where nodes, or
+ * blocks that ZEL_Compare insists on, are missing, a row fails and what both bodies have is compared all the same. Beside
+ * the checks of ZEL_Compare there are rows for what it does not see: the inertia of the body, the components of preload and
+ * loads with their signs, damping, and modal statistics where both have them. The bodies are equal when no row fails.
+ * Both databases are in kilograms, metres, seconds and newtons afterwards; all else of them stays.
+ * rows  [room] the checks in the order of the blocks, of modal blocks one or two a mode; null: only counts
+ * room  how many rows there is room for; further ones are counted
+ * Returns the number of checks, which may be more than room; -1, with a message and with rows that mean nothing, for a
+ * database that is not live, units that cannot be changed or memory that is short.
+ */
+ZEL_API int ZEL_CompareBodies(ZELDATA* base, ZELDATA* fresh, double tolerance, ZELCOMPARISON* rows, int room);
+
 /* ---- Eigen-solver stages: Fortran calling, all by reference, column order ------------------------------------------ */
 
 /*

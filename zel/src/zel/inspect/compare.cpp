@@ -1,474 +1,241 @@
 // Comparison of two databases, block by block. Nodes are paired by their ids and modes by their order; each check measures
-// the largest difference over what it looks at and prints a line.
+// the largest difference over what it looks at. ZEL_Compare prints what the checks find, ZEL_CompareBodies hands it out.
 #include "compare.h"
 #include "zel.h"
 
-#include <cstdarg>
 #include <cstdio>
 
 using namespace zel;
 
-static constexpr char kModule[] = "zelcompare";
-
-// ---- Reporting ---------------------------------------------------------------------------------------------------------
-
-namespace zel
-{
-
-void say(const Comparison& c, int level, const char* format, ...)
-{
-    if (c.verbosity < level)
-        return;
-    va_list values;
-    va_start(values, format);
-    std::vprintf(format, values);
-    va_end(values);
-}
-
-int judge(const Comparison& c, double delta, const char* format, ...)
-{
-    const bool failed = is_beyond(c, delta);
-    if (c.verbosity >= (failed ? kFails : kPasses))
-    {
-        va_list values;
-        va_start(values, format);
-        std::fputs(failed ? "->Fail " : "  Pass ", stdout);
-        std::vprintf(format, values);
-        std::printf("  Delta: %e\n", delta);
-        va_end(values);
-    }
-    return failed ? -1 : 0;
-}
-
-void give_up(const char* format, ...)
-{
-    va_list values;
-    va_start(values, format);
-    std::vprintf(format, values);
-    va_end(values);
-    std::exit(-1);
-}
-
-bool both_have(const Comparison& c, int block, const char* prefix)
-{
-    if (c.in_base[block] && c.in_made[block])
-        return true;
-    say(c, kNotes, "->Note %sblock_%d__%s not checked\n", prefix, block, block_row(block).name);
-    return false;
-}
-
-void expect_equal(const Comparison& c, bool equal, const char* warning, const char* pass)
-{
-    if (equal)
-        say(c, kPasses, "  Pass %s\n", pass);
-    else
-        say(c, kNotes, "->Warning %s\n", warning);
-}
-
-} // namespace zel
-
-// ---- Version, header, presence of blocks -------------------------------------------------------------------------------
-
-static int check_version(Comparison& c)
-{
-    if (c.made->version == c.base->version)
-        say(c, kPasses, "  Pass Version\n");
-    else
-        say(c, kNotes, "->Warning Version new: %4.1f base: %4.1f\n", ZEL_Version(c.made) * 0.1,
-            ZEL_Version(c.base) * 0.1);
-    return 0;
-}
-
-static int check_header(Comparison& c)
-{
-    struct Header
-    {
-        char title[128], type[16], comment1[80], comment2[80], comment3[80];
-    } base, made;
-    ZEL_Header(c.base, base.title, nullptr, nullptr, base.type, base.comment1, base.comment2, base.comment3);
-    ZEL_Header(c.made, made.title, nullptr, nullptr, made.type, made.comment1, made.comment2, made.comment3);
-    const auto same = [](const char* a, const char* b) { return std::strcmp(a, b) == 0; };
-    const bool same_title = same(base.title, made.title), same_type = same(base.type, made.type);
-    const bool same_comments =
-        same(base.comment1, made.comment1) && same(base.comment2, made.comment2) && same(base.comment3, made.comment3);
-    say(c, same_title ? kPasses : kNotes, same_title ? "  Pass Title\n" : "->Note Title\n");
-    say(c, same_type ? kPasses : kFails, same_type ? "  Pass InputFileType\n" : "->Fail InputFileType\n");
-    say(c, same_comments ? kPasses : kNotes, same_comments ? "  Pass Comment\n" : "->Note Comment\n");
-    return same_type ? 0 : -1;
-}
-
-static int check_presence(Comparison& c)
-{
-    for (const Block& row : kBlocks)
-        if (c.in_made[row.number] != c.in_base[row.number])
-            say(c, kNotes, "->Note block %d %s: exists new: %d  exists base: %d\n", row.number, row.name,
-                int(c.in_made[row.number]), int(c.in_base[row.number]));
-    for (int block : {ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES})
-        if (!c.in_made[block] || !c.in_base[block])
-            give_up("->Fail no %s (Exit)", block_row(block).name);
-    return 0;
-}
-
-// ---- Nodes and what they carry -----------------------------------------------------------------------------------------
-
-// Calls action(new node, base node) for every node of the new database.
-template <typename Action> static void for_node_pairs(const Comparison& c, Action action)
-{
-    for (int node = 0; node < c.made->node_count; ++node)
-        action(c.made->nodes[node], c.base->nodes[c.base_node[node]]);
-}
-
-static int check_nodes(Comparison& c)
-{
-    const int base = ZEL_NodeCount(c.base), made = ZEL_NodeCount(c.made);
-    if (base < made)
-        give_up("->Fail NodeCount base: %d < new: %d  (Exit)\n\n", base, made);
-    if (base != made)
-        say(c, kNotes, "->Warning NodeCount base: %d  new: %d\n", base, made);
-    else
-        say(c, kPasses, "  Pass NodeCount: %d\n", made);
-    Difference difference;
-    for_node_pairs(c, [&](const ZELNODE& x, const ZELNODE& y) {
-        difference.add(x.x, y.x);
-        difference.add(x.y, y.y);
-        difference.add(x.z, y.z);
-    });
-    return judge(c, difference.measure(), "NodeCoordinates");
-}
-
-static int check_masses(Comparison& c)
-{
-    if (!both_have(c, ZEL_BLOCK_MASSES))
-        return 0;
-    Difference difference;
-    for_node_pairs(c, [&](const ZELNODE& x, const ZELNODE& y) { difference.add(x.mass, y.mass); });
-    if (difference.made_scale > 0.0 && difference.base_scale > 0.0)
-        return judge(c, difference.measure(), "NodalMass");
-    if (difference.made_scale == 0.0)
-        say(c, kNotes, "->Warning all NodalMass=0 in new file, 'fast_invar' or 'full_invar' may have been used\n");
-    if (difference.base_scale == 0.0)
-        say(c, kNotes, "->Warning all NodalMass=0 in base ZEL file, 'fast_invar' or 'full_invar' may have been used\n");
-    say(c, kNotes, "->Warning NodalMass not checked\n");
-    return 0;
-}
-
-static int check_inertias(Comparison& c)
-{
-    if (!both_have(c, ZEL_BLOCK_INERTIAS))
-        return 0;
-    Difference difference;
-    for_node_pairs(c, [&](const ZELNODE& x, const ZELNODE& y) {
-        for (int i = 0; i < 6 && (x.inertia || y.inertia); ++i)
-            difference.add(x.inertia ? x.inertia[i] : 0.0, y.inertia ? y.inertia[i] : 0.0);
-    });
-    return judge(c, difference.measure(), "NodalI");
-}
-
-// ---- Whole body --------------------------------------------------------------------------------------------------------
-
-// What is stored, and may not follow from the nodes or the invariants: computing it anew would put that in its place.
-static int check_body(Comparison& c)
-{
-    if (!both_have(c, ZEL_BLOCK_BODY))
-        return 0;
-    const ZELDATA &base = *c.base, &made = *c.made;
-    const double apart = gap(made.total_mass, base.total_mass);
-    const bool is_relative = apart > 0.0 && apart < HUGE_VAL;
-    int result = judge(c, is_relative ? apart / std::fabs(base.total_mass) : apart, "TotalMass");
-
-    // Inertias are not told apart: the line is there for readers of the report, and always passes.
-    const double mean = (base.inertia_tensor[0] + base.inertia_tensor[4] + base.inertia_tensor[8]) / 3.0;
-    result |= judge(c, 0.0 / std::max(1.0, mean), "TotalI");
-
-    double largest = 0.0, scale = 1.0;
-    for (int axis = 0; axis < 3; ++axis)
-    {
-        largest = std::max(largest, gap(made.center_of_mass[axis], base.center_of_mass[axis]));
-        raise_scale(scale, made.center_of_mass[axis]);
-    }
-    return result | judge(c, largest / scale, "TotalCM");
-}
-
-static int check_eigenvalues(Comparison& c)
-{
-    expect_equal(c, ZEL_ModeCount(c.made) == ZEL_ModeCount(c.base), "ModeCount", "ModeCount");
-    expect_equal(c, c.made->max_modes == c.base->max_modes, "MaxModeCount", "MaxModeCount");
-    expect_equal(c, c.made->eigenvalue_count == c.base->eigenvalue_count, "EigenvalueCount", "EigenvalueCount");
-
-    enum
-    {
-        kEigenvalue,
-        kHertz,
-        kRadians,
-        kMass,
-        kStiffness,
-        kFields
-    };
-    double largest[kFields] = {};
-    int result = 0;
-    for (int mode = 0; mode < c.common_modes; ++mode)
-    {
-        double made[kFields] = {}, base[kFields] = {};
-        const int number = ZEL_ModeNumber(c.made, mode);
-        ZEL_Eigenvalue(c.made, number, made, made + kHertz, made + kRadians, made + kMass, made + kStiffness);
-        ZEL_Eigenvalue(c.base, ZEL_ModeNumber(c.base, mode), base, base + kHertz, base + kRadians, base + kMass,
-                       base + kStiffness);
-        for (int field = 0; field < kFields; ++field)
-        {
-            Difference difference;
-            difference.add(made[field], base[field]);
-            if (field == kEigenvalue)
-                result |= judge(c, difference.measure(), "EigenValue: #%d", number);
-            largest[field] = std::max(largest[field], difference.measure());
-        }
-    }
-    if (result != 0)
-        say(c, kFails, "->Fail Eigenvalues\n");
-    result |= judge(c, largest[kHertz], "Frequency");
-    result |= judge(c, largest[kRadians], "Radians");
-    result |= judge(c, largest[kStiffness], "GeneralizedStiff");
-    return result | judge(c, largest[kMass], "GeneralizedMass");
-}
-
-// The databases are in the same units by now.
-static int check_units(Comparison& c)
-{
-    if (both_have(c, ZEL_BLOCK_UNITS))
-        say(c, kPasses, "  Pass Units\n");
-    return 0;
-}
-
-// ---- Matrices ----------------------------------------------------------------------------------------------------------
-
 namespace
 {
-struct Matrix
+
+// In the order of the report, which is that of the blocks.
+struct BlockComparer
 {
     int block;
-    const char *name, *short_name;
+    Comparer* compare; // null: see the note
+    bool joins;        // counts with the row before as one check
 };
 
-// Entries as the queries give them.
-struct Entries
-{
-    int count;
-    Scratch<int> rows, columns;
-    Scratch<double> values;
-    explicit Entries(int entry_count) : count(entry_count), rows(count), columns(count), values(count) {}
-    bool allocated() const { return rows.data && columns.data && values.data; }
+constexpr BlockComparer kComparers[] = {
+    {ZEL_BLOCK_VERSION, compare_version, false},
+    {ZEL_BLOCK_HEADER, compare_header, false},
+    {ZEL_BLOCK_SUMMARY, compare_presence, false},
+    {ZEL_BLOCK_NODES, compare_nodes, false},
+    {ZEL_BLOCK_TOPOLOGY, nullptr, false}, // its faces count as those of block 14
+    {ZEL_BLOCK_BODY, compare_body, false},
+    {ZEL_BLOCK_EIGENVALUES, compare_eigenvalues, false},
+    {ZEL_BLOCK_MODES, compare_mode_shapes, false},
+    {ZEL_BLOCK_MASSES, compare_masses, false},
+    {ZEL_BLOCK_INERTIAS, compare_inertias, false},
+    {ZEL_BLOCK_UNITS, compare_units, false},
+    {ZEL_BLOCK_STIFFNESS, compare_matrix, false},
+    {ZEL_BLOCK_MASS, compare_matrix, false},
+    {ZEL_BLOCK_FACES, compare_faces, false},
+    {ZEL_BLOCK_DAMPING, compare_damping, false},
+    {ZEL_BLOCK_TRANSFORMATION, compare_transformation, false},
+    {ZEL_BLOCK_INTERFACE, compare_interface_nodes, false},
+    {ZEL_BLOCK_STRESS, compare_stress_or_strain, false},
+    {ZEL_BLOCK_INVAR1, compare_invariant, false},
+    {ZEL_BLOCK_INVAR2, compare_invariant, true},
+    {ZEL_BLOCK_INVAR3, compare_invariant, true},
+    {ZEL_BLOCK_INVAR4, compare_invariant, true},
+    {ZEL_BLOCK_INVAR5, compare_invariant, true},
+    {ZEL_BLOCK_INVAR7, compare_invariant, true},
+    {ZEL_BLOCK_INVAR8, compare_invariant, true},
+    {ZEL_BLOCK_INVAR9, compare_invariant, true},
+    {ZEL_BLOCK_PRELOAD, compare_preload, false},
+    {ZEL_BLOCK_LOADS, compare_loads, false},
+    {ZEL_BLOCK_STRAIN, compare_stress_or_strain, false},
+    {ZEL_BLOCK_STATISTICS, compare_statistics, false},
+    {ZEL_BLOCK_PRE_STRESS, compare_pre_tensors, false},
+    {ZEL_BLOCK_PRE_STRAIN, compare_pre_tensors, false},
 };
+
+constexpr bool numbered_in_order()
+{
+    for (int i = 0; i < ZEL_BLOCKS; ++i)
+        if (kComparers[i].block != i + 1)
+            return false;
+    return std::size(kComparers) == ZEL_BLOCKS;
+}
+static_assert(numbered_in_order(), "row i compares block i + 1");
+
+// ---- Where findings go -------------------------------------------------------------------------------------------------
+
+// Standard output, as far as the verbosity goes: failures from 0 on, notes and warnings from 1, passes from 2.
+class PrintedFindings : public Findings
+{
+public:
+    explicit PrintedFindings(int verbosity) : verbosity_(verbosity) {}
+    void take(const ZELCOMPARISON& row, const char* line) override
+    {
+        last_ = line;
+        if (line)
+            print(row.verdict, line);
+    }
+    void print(int verdict, const char* line) override
+    {
+        const int from = verdict == ZEL_COMPARISON_FAIL ? 0 : verdict == ZEL_COMPARISON_PASS ? 2 : 1;
+        if (verbosity_ >= from)
+            std::fputs(line, stdout);
+    }
+    [[noreturn]] void stop() override
+    {
+        if (verbosity_ < 0) // not printed yet
+            std::fputs(last_, stdout);
+        std::exit(-1);
+    }
+
+private:
+    int verbosity_;
+    const char* last_ = "";
+};
+
+// The caller's array.
+class FindingRows : public Findings
+{
+public:
+    FindingRows(ZELCOMPARISON* rows, int room) : rows_(rows), room_(room) {}
+    void take(const ZELCOMPARISON& row, const char*) override
+    {
+        if (rows_ && count_ < room_)
+            rows_[count_] = row;
+        count_ += count_ < INT32_MAX;
+    }
+    void print(int, const char*) override {}
+    void stop() override {}
+    int count() const { return count_; }
+
+private:
+    ZELCOMPARISON* rows_;
+    int room_, count_ = 0;
+};
+
 } // namespace
 
-static constexpr Matrix kStiffness = {ZEL_BLOCK_STIFFNESS, "Stiffness", "Stiff"};
-static constexpr Matrix kMass = {ZEL_BLOCK_MASS, "Mass", "Mass"};
-
-// Entries whose row and column are modes.
-static int entries_on_modes(const ZELDATA* db, const ZELMATRIX& matrix)
-{
-    return int(std::count_if(matrix.entries, matrix.entries + matrix.count, [db](const ZELENTRY& entry) {
-        return std::min(entry.row, entry.column) >= 0 && std::max(entry.row, entry.column) < db->mode_count;
-    }));
-}
-
-// The count of stored entries, and how many of them are on modes, must agree; `what` completes the name.
-static int compare_counts(const Comparison& c, const Matrix& row, const char* what, int made, int base)
-{
-    if (made == base)
-        say(c, kPasses, "  Pass Generalized%s%s\n", row.name, what);
-    else
-        say(c, kFails, "->Fail Generalized%s%s new: %d base: %d\n", row.name, what, made, base);
-    return made == base ? 0 : -1;
-}
-
-// Reports the first index at which two lists of rows or columns part.
-static int compare_indexes(const Comparison& c, const Matrix& row, const char* list, const int* made, const int* base,
-                           int count)
-{
-    const int same = int(std::mismatch(made, made + count, base).first - made);
-    if (same == count)
-        return 0;
-    say(c, kFails, "->Fail Sparce%s%sList   index: %d  new: %d  base: %d\n", row.name, list, same, made[same],
-        base[same]);
-    return -1;
-}
-
-static int compare_matrix(Comparison& c, const Matrix& row)
-{
-    if (!both_have(c, row.block))
-        return 0;
-    const MatrixRow& matrix = matrix_row(row.block);
-    const ZELMATRIX &stored_made = c.made->*matrix.list, &stored_base = c.base->*matrix.list;
-    Entries made(matrix.count(c.made)), base(matrix.count(c.base));
-    if (!made.allocated() || !base.allocated())
-        return no_memory(kModule), -1;
-    int result = compare_counts(c, row, "Count", stored_made.count, stored_base.count);
-    result |= compare_counts(c, row, "ListSize", entries_on_modes(c.made, stored_made),
-                             entries_on_modes(c.base, stored_base));
-    if (made.count == base.count)
-        say(c, kPasses, "  Pass NumberOfGen%s\n", row.short_name);
-    else
-        say(c, kNotes, "->Warning NumberOfGen%s new: %d base: %d\n", row.short_name, made.count, base.count);
-    if (result != 0 || made.count != base.count)
-        return result;
-
-    matrix.entries(c.made, made.rows.data, made.columns.data, made.values.data);
-    matrix.entries(c.base, base.rows.data, base.columns.data, base.values.data);
-    result |= compare_indexes(c, row, "Column", made.columns.data, base.columns.data, made.count);
-    result |= compare_indexes(c, row, "Row", made.rows.data, base.rows.data, made.count);
-    if (result != 0)
-        return result;
-    say(c, kPasses, "  Pass Sparce%sList\n", row.name);
-    Difference difference;
-    for (int i = 0; i < made.count; ++i)
-        difference.add(made.values[i], base.values[i]);
-    return judge(c, difference.measure(), "Sparce%s", row.name);
-}
-
-static int check_stiffness(Comparison& c)
-{
-    return compare_matrix(c, kStiffness);
-}
-
-static int check_mass(Comparison& c)
-{
-    return compare_matrix(c, kMass);
-}
-
-// The modes as combinations of the caller's own are a matter of their choice: differences draw a warning only.
-static int check_transformation(Comparison& c)
-{
-    if (!both_have(c, ZEL_BLOCK_TRANSFORMATION))
-        return 0;
-    const int64_t order = c.made->transformation_order;
-    if (order != c.base->transformation_order || !c.made->transformation || !c.base->transformation)
-    {
-        say(c, kNotes, "->Warning ModeShape Transformation not checked\n");
-        return 0;
-    }
-    Difference difference;
-    for (int64_t i = 0; i < order * order; ++i)
-        difference.add(c.made->transformation[i], c.base->transformation[i]);
-    if (is_beyond(c, difference.measure()))
-        say(c, kNotes, "->Warning: ModeShape Transformations differ  Delta: %e\n", difference.measure());
-    else
-        judge(c, difference.measure(), "ModeShape Transformation");
-    return 0;
-}
-
-static int check_interface_nodes(Comparison& c)
-{
-    if (!both_have(c, ZEL_BLOCK_INTERFACE))
-        return 0;
-    const auto ids_of = [](const ZELDATA* db, int* ids) {
-        for (int i = 0; i < db->interface_count; ++i)
-            ids[i] = ZEL_NodeID(db, db->interface_nodes[i]);
-        std::sort(ids, ids + db->interface_count);
-    };
-    const int count = c.made->interface_count;
-    if (count != c.base->interface_count)
-    {
-        say(c, kFails, "->Fail InterfaceNodeCount  Delta: %e\n", std::fabs(double(count) - c.base->interface_count));
-        return -1;
-    }
-    Scratch<int> made(count), base(count);
-    if (!made.data || !base.data)
-        return no_memory(kModule), -1;
-    ids_of(c.made, made.data);
-    ids_of(c.base, base.data);
-    const bool same = std::equal(made.data, made.data + count, base.data);
-    say(c, same ? kPasses : kFails, same ? "  Pass InterfaceNodes\n" : "->Fail InterfaceNodes\n");
-    return same ? 0 : -1;
-}
-
 // ---- The comparison ----------------------------------------------------------------------------------------------------
-
-// In the order of the report.
-static constexpr int (*kChecks[])(Comparison&) = {
-    check_version,      check_header,        check_presence,  check_nodes,          check_body,
-    check_eigenvalues,  compare_mode_shapes, check_masses,    check_inertias,       check_units,
-    check_stiffness,    check_mass,          compare_faces,   check_transformation, check_interface_nodes,
-    compare_stress,     compare_invariants,  compare_preload, compare_loads,        compare_strain,
-    compare_pre_stress, compare_pre_strain,
-};
 
 // Pairs every node of the new database with that of the same id.
 static void map_nodes(const Comparison& c, int* base_node)
 {
-    say(c, kNotes, "->Building node map for nodes.\n");
-    for (int node = 0; node < c.made->node_count; ++node)
+    print(c, ZEL_COMPARISON_NOTE, "->Building node map for nodes.\n");
+    Finding missing = {"nodes that the base lacks", ZEL_BLOCK_NODES, 0.0};
+    for (int node = 0; node < c.fresh->node_count; ++node)
     {
-        const int id = c.made->nodes[node].id;
+        const int id = c.fresh->nodes[node].id;
         base_node[node] = find_node(c.base, id);
-        if (base_node[node] < 0)
-            give_up("->Fail Node %d does not exist in base file (Exit)\n\n", id);
+        if (base_node[node] < 0 && missing.worst++ == 0.0)
+            missing.place.node = id;
     }
+    if (missing.worst > 0.0)
+        tell_and_stop(c, missing, "->Fail Node %d does not exist in base file (Exit)\n\n", missing.place.node);
 }
 
 // Pairs the positions of a kind's mode vectors.
 static void map_mode_nodes(const Comparison& c, int kind, int* base_position)
 {
     static constexpr const char* kNames[ZEL_MODE_KINDS] = {"shape", "stress", "strain"};
-    say(c, kNotes, "->Building node map for %s modes. \n", kNames[kind]);
-    for (int position = 0; position < ZEL_ModeNodeCount(c.made, kind); ++position)
+    print(c, ZEL_COMPARISON_NOTE, "->Building node map for %s modes. \n", kNames[kind]);
+    Finding missing = {"nodes that the base's modes lack", kKinds[kind].block, 0.0};
+    for (int position = 0; position < ZEL_ModeNodeCount(c.fresh, kind); ++position)
     {
-        const int id = ZEL_ModeNodeID(c.made, kind, position);
+        const int id = ZEL_ModeNodeID(c.fresh, kind, position);
         base_position[position] = ZEL_ModeNodeIndex(c.base, kind, id);
-        if (base_position[position] < 0)
-            give_up("->Fail Node %d does not exist for %s modes in base file.\n"
-                    "->Try transposing input ZELs. (Exit)\n\n",
-                    id, kNames[kind]);
+        if (base_position[position] < 0 && missing.worst++ == 0.0)
+            missing.place.node = id;
     }
+    if (missing.worst > 0.0)
+        tell_and_stop(c, missing,
+                      "->Fail Node %d does not exist for %s modes in base file.\n"
+                      "->Try transposing input ZELs. (Exit)\n\n",
+                      missing.place.node, kNames[kind]);
+}
+
+// The sum of the results of all checks.
+static int compare_blocks(Comparison& c)
+{
+    int sum = 0, result = 0;
+    for (const BlockComparer& row : kComparers)
+    {
+        if (!row.joins)
+            sum += std::exchange(result, 0);
+        if (row.compare)
+            result |= row.compare(c, block_row(row.block));
+    }
+    return sum + result;
 }
 
 static int run_checks(Comparison& c)
 {
-    int64_t positions = ZEL_NodeCount(c.made);
+    int64_t positions = ZEL_NodeCount(c.fresh);
     for (int kind = 0; kind < ZEL_MODE_KINDS; ++kind)
-        positions += ZEL_ModeNodeCount(c.made, kind);
+        positions += ZEL_ModeNodeCount(c.fresh, kind);
     Scratch<int> maps(positions);
     Scratch<int> sign(ZEL_ModeCount(c.base));
     if (!maps.data || !sign.data)
-        return no_memory(kModule), -1;
+        return no_room(c);
 
     int* map = maps.data;
     c.base_node = map;
     map_nodes(c, map);
-    map += ZEL_NodeCount(c.made);
+    map += ZEL_NodeCount(c.fresh);
     for (int kind = 0; kind < ZEL_MODE_KINDS; ++kind)
     {
         c.base_position[kind] = map;
         map_mode_nodes(c, kind, map);
-        map += ZEL_ModeNodeCount(c.made, kind);
+        map += ZEL_ModeNodeCount(c.fresh, kind);
     }
-    c.common_modes = std::min(ZEL_ModeCount(c.made), ZEL_ModeCount(c.base));
+    c.common_modes = std::min(ZEL_ModeCount(c.fresh), ZEL_ModeCount(c.base));
     c.sign = sign.data;
     std::fill_n(c.sign, ZEL_ModeCount(c.base), 1);
 
-    int result = 0;
-    for (const auto& check : kChecks)
-        result += check(c);
-    say(c, kNotes, result < 0 ? "->Files differ\n\n" : " Files are equivalent\n\n");
+    const int result = compare_blocks(c);
+    print(c, ZEL_COMPARISON_NOTE, result < 0 ? "->Files differ\n\n" : " Files are equivalent\n\n");
     return result;
+}
+
+// Sets up a comparison, for which both databases get the same units. 0, with a message, when they cannot be compared.
+static int prepare(Comparison& c)
+{
+    if (!CheckZEL(c.base) || !CheckZEL(c.fresh))
+        return no_database();
+    for (const Block& row : kBlocks)
+    {
+        c.in_base[row.number] = ZEL_Exists(c.base, row.number - 1) != 0;
+        c.in_fresh[row.number] = ZEL_Exists(c.fresh, row.number - 1) != 0;
+    }
+    for (ZELDATA* db : {c.fresh, c.base})
+        if (!ZEL_SetUnits(db, "kg", "m", "s", "n"))
+            return fail("The units of a database cannot be changed to SI units.");
+    return 1;
 }
 
 int ZEL_Compare(ZELDATA* base, ZELDATA* new_, int verbosity, double tolerance)
 {
-    if (!CheckZEL(base) || !CheckZEL(new_))
-        return no_database(), -1;
+    PrintedFindings findings(verbosity);
     Comparison c = {};
     c.base = base;
-    c.made = new_;
-    c.verbosity = verbosity;
+    c.fresh = new_;
     c.tolerance = tolerance;
-    for (const Block& row : kBlocks)
-    {
-        c.in_base[row.number] = ZEL_Exists(base, row.number - 1) != 0;
-        c.in_made[row.number] = ZEL_Exists(new_, row.number - 1) != 0;
-    }
-    for (ZELDATA* db : {new_, base})
-        if (!ZEL_SetUnits(db, "kg", "m", "s", "n"))
-            return fail("The units of a database cannot be changed to SI units."), -1;
-    return run_checks(c);
+    c.findings = &findings;
+    return prepare(c) ? run_checks(c) : -1;
+}
+
+int ZEL_CompareBodies(ZELDATA* base, ZELDATA* fresh, double tolerance, ZELCOMPARISON* rows, int room)
+{
+    FindingRows findings(rows, room);
+    Comparison c = {};
+    c.base = base;
+    c.fresh = fresh;
+    c.tolerance = tolerance;
+    c.findings = &findings;
+    c.with_places = true;
+    if (!prepare(c))
+        return -1;
+    run_checks(c);
+    return c.no_memory ? -1 : findings.count();
 }
 
 const char* zelcompare_VersionId(void)

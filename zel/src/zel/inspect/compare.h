@@ -12,25 +12,21 @@
 namespace zel
 {
 
-struct Comparison
+// ---- Measures ----------------------------------------------------------------------------------------------------------
+
+// Where a difference is largest, in the words of ZELCOMPARISON.
+struct Place
 {
-    ZELDATA *base, *made; // made: the new database
-    int verbosity;
-    double tolerance;
-    bool in_base[ZEL_BLOCKS + 1], in_made[ZEL_BLOCKS + 1]; // blocks, by number, as they were when the call began
-    const int* base_node;                                  // of each node of the new database, by index
-    const int* base_position[ZEL_MODE_KINDS];              // of each position in the new database's mode vectors
-    int common_modes;                                      // compared pair by pair: those of equal index
-    int* sign; // of each mode of the base: 1, or -1 where the new mode shape points the other way
+    int mode = ZEL_NONE, node = ZEL_NONE, component = ZEL_NONE;
 };
 
 // How far two values are apart: infinitely where just one of them is no number, not at all where both are none.
-inline double gap(double made, double base)
+inline double gap(double fresh, double base)
 {
-    const double apart = std::fabs(made - base);
+    const double apart = std::fabs(fresh - base);
     if (!std::isnan(apart))
         return apart;
-    return made == base || (std::isnan(made) && std::isnan(base)) ? 0.0 : HUGE_VAL;
+    return fresh == base || (std::isnan(fresh) && std::isnan(base)) ? 0.0 : HUGE_VAL;
 }
 
 // Raises a scale to a value's magnitude. What is not finite is no scale to measure by, but it is not zero either.
@@ -42,26 +38,74 @@ inline void raise_scale(double& scale, double value)
 // The largest absolute difference over a magnitude of at least 1.
 struct Difference
 {
-    double largest = 0.0, base_scale = 0.0, made_scale = 0.0;
+    double largest = 0.0, base_scale = 0.0, fresh_scale = 0.0;
+    Place place; // of the largest difference
 
-    void add(double made, double base)
+    void add(double fresh, double base, const Place& at = {})
     {
-        largest = std::max(largest, gap(made, base));
+        const double apart = gap(fresh, base);
+        if (apart > largest)
+        {
+            largest = apart;
+            place = at;
+        }
         raise_scale(base_scale, base);
-        raise_scale(made_scale, made);
+        raise_scale(fresh_scale, fresh);
     }
     double measure() const { return largest / std::max(1.0, base_scale); }
 };
 
-// Verbosity from which on a line is printed.
-enum : int
+// ---- Findings ----------------------------------------------------------------------------------------------------------
+
+// Where the findings of a comparison go: to a report on standard output or to an array of rows.
+class Findings
 {
-    kFails = 0,
-    kNotes = 1,
-    kPasses = 2
+public:
+    // One check. line: what the report prints of it, null: nothing.
+    virtual void take(const ZELCOMPARISON& row, const char* line) = 0;
+
+    // A line that only the report has, with the verdict that settles whether it is printed.
+    virtual void print(int verdict, const char* line) = 0;
+
+    // The report ends the process here, after the finding that it has just taken.
+    virtual void stop() = 0;
+
+protected:
+    ~Findings() = default;
 };
 
-[[gnu::format(printf, 3, 4)]] void say(const Comparison& c, int level, const char* format, ...);
+struct Comparison
+{
+    ZELDATA *base, *fresh; // fresh: the new database
+    double tolerance;
+    Findings* findings;
+    bool with_places;                                       // find the node of the largest difference of each mode
+    bool in_base[ZEL_BLOCKS + 1], in_fresh[ZEL_BLOCKS + 1]; // blocks, by number, as they were when the call began
+    const int* base_node;                     // of each node of the new database, by index; -1: the base lacks it
+    const int* base_position[ZEL_MODE_KINDS]; // of each position in the new database's mode vectors; -1: likewise
+    int common_modes;                         // compared pair by pair: those of equal index
+    int* sign;      // of each mode of the base: 1, or -1 where the new mode shape points the other way
+    bool no_memory; // some check could not be made
+};
+
+// What is said of a check beside its verdict. worst: NAN where nothing was compared.
+struct Finding
+{
+    const char* check;
+    int block;
+    double worst = NAN;
+    Place place = {};
+};
+
+// Tells a finding whose verdict is settled, with its line.
+[[gnu::format(printf, 4, 5)]] void tell(const Comparison& c, int verdict, const Finding& finding, const char* format,
+                                        ...);
+
+// A line that is no finding.
+[[gnu::format(printf, 3, 4)]] void print(const Comparison& c, int verdict, const char* format, ...);
+
+// A fatal mismatch, printed at any verbosity. The report ends the process; other comparisons go on without what is missing.
+[[gnu::format(printf, 3, 4)]] void tell_and_stop(const Comparison& c, const Finding& finding, const char* format, ...);
 
 // Whether a difference is greater than the tolerance; an infinite one is, whatever that is.
 inline bool is_beyond(const Comparison& c, double delta)
@@ -70,31 +114,39 @@ inline bool is_beyond(const Comparison& c, double delta)
 }
 
 // "->Fail ..." or "  Pass ..." and the difference behind it, which fails when it is beyond the tolerance.
-[[gnu::format(printf, 3, 4)]] int judge(const Comparison& c, double delta, const char* format, ...);
+[[gnu::format(printf, 3, 4)]] int check(const Comparison& c, const Finding& finding, const char* format, ...);
 
-// A fatal mismatch: prints it at any verbosity and ends the process.
-[[noreturn, gnu::format(printf, 1, 2)]] void give_up(const char* format, ...);
+// Its line alone, for what the rows tell in another way.
+[[gnu::format(printf, 3, 4)]] int print_check(const Comparison& c, double delta, const char* format, ...);
 
-// Whether both databases have a block; where not, notes that it is not checked.
-bool both_have(const Comparison& c, int block, const char* prefix = "");
+// Its row alone, without a part in the result of ZEL_Compare.
+void check_silently(const Comparison& c, const Finding& finding);
 
-// Warns, in the words behind "->Warning", unless things are equal; then passes, in the words behind "  Pass".
-void expect_equal(const Comparison& c, bool equal, const char* warning, const char* pass);
+// Whether both databases have the block of a finding; where not, notes that it is not checked.
+bool both_have(const Comparison& c, const Finding& finding, const char* prefix = "");
 
-// ---- Mode by mode (inspect/compare_modes.cpp) -------------------------------------------------------------------------------
+// Warns, in the words behind "->Warning", unless two counts are equal; then passes, in the words behind "  Pass".
+void expect_equal(const Comparison& c, const Finding& finding, int fresh, int base, const char* warning,
+                  const char* pass);
 
-int compare_mode_shapes(Comparison& c); // settles the signs for those below
-int compare_stress(Comparison& c);
-int compare_strain(Comparison& c);
-int compare_invariants(Comparison& c);
-int compare_preload(Comparison& c);
-int compare_loads(Comparison& c);
-int compare_pre_stress(Comparison& c);
-int compare_pre_strain(Comparison& c);
+// -1, after the message that memory is short.
+int no_room(Comparison& c, int line = __builtin_LINE());
 
-// ---- Faces (inspect/compare_faces.cpp) --------------------------------------------------------------------------------------
+// ---- The checks of the blocks ------------------------------------------------------------------------------------------
 
-int compare_faces(Comparison& c);
+using Comparer = int(Comparison& c, const Block& row);
+
+// inspect/compare_body.cpp
+Comparer compare_version, compare_header, compare_presence, compare_nodes, compare_body, compare_masses,
+    compare_inertias, compare_units, compare_interface_nodes;
+// inspect/compare_matrices.cpp
+Comparer compare_eigenvalues, compare_matrix, compare_damping, compare_transformation;
+// inspect/compare_faces.cpp
+Comparer compare_faces;
+// inspect/compare_modes.cpp; the shapes settle the signs for all that comes after them
+Comparer compare_mode_shapes, compare_stress_or_strain, compare_pre_tensors;
+// inspect/compare_modal.cpp
+Comparer compare_invariant, compare_preload, compare_loads, compare_statistics;
 
 } // namespace zel
 

@@ -4,8 +4,6 @@
 
 using namespace zel;
 
-static constexpr char kModule[] = "zelcompare";
-
 namespace
 {
 // Faces in the base's node indexes, each from that node on that makes the sequence smallest, and an order to sort.
@@ -21,7 +19,7 @@ struct FaceTable
 
 static int32_t mapped(const Comparison& c, int32_t node)
 {
-    return node >= 0 && node < c.made->node_count ? c.base_node[node] : node;
+    return node >= 0 && node < c.fresh->node_count ? c.base_node[node] : node;
 }
 
 // Where the smallest rotation of a ring starts. Two candidates race; the one that falls behind jumps over all starts that
@@ -80,46 +78,51 @@ static bool same_faces(const FaceTable& a, const FaceTable& b)
 // The lists word for word, but for the numbering of the nodes.
 static bool same_lists(const Comparison& c)
 {
-    const ZELDATA *made = c.made, *base = c.base;
-    if (made->face_list_length != base->face_list_length)
+    const ZELDATA *fresh = c.fresh, *base = c.base;
+    if (fresh->face_list_length != base->face_list_length)
         return false;
-    for (int32_t at = 0; at < made->face_list_length;)
+    for (int32_t at = 0; at < fresh->face_list_length;)
     {
-        const int32_t vertices = vertex_count(made->face_list[at]);
-        if (made->face_list[at] != base->face_list[at])
+        const int32_t vertices = vertex_count(fresh->face_list[at]);
+        if (fresh->face_list[at] != base->face_list[at])
             return false;
         for (int32_t i = 1; i <= vertices; ++i)
-            if (mapped(c, made->face_list[at + i]) != base->face_list[at + i])
+            if (mapped(c, fresh->face_list[at + i]) != base->face_list[at + i])
                 return false;
         at += 1 + vertices;
     }
     return true;
 }
 
-int zel::compare_faces(Comparison& c)
+int zel::compare_faces(Comparison& c, const Block& row)
 {
-    if (!both_have(c, ZEL_BLOCK_FACES))
+    Finding faces = {"faces", row.number};
+    if (!both_have(c, faces))
         return 0;
-    const ZELDATA *made = c.made, *base = c.base;
-    const bool same_length = made->face_list_length == base->face_list_length;
-    const bool same_count = made->face_count == base->face_count;
-    expect_equal(c, same_length, "FaceListSize", "FaceListSize");
-    expect_equal(c, same_count, "FaceCount", "FaceCount");
+    const ZELDATA *fresh = c.fresh, *base = c.base;
+    expect_equal(c, {"length of the face list", row.number}, fresh->face_list_length, base->face_list_length,
+                 "FaceListSize", "FaceListSize");
+    expect_equal(c, {"face count", row.number}, fresh->face_count, base->face_count, "FaceCount", "FaceCount");
+    faces.worst = 0.0;
     if (same_lists(c))
     {
-        say(c, kPasses, "  Pass FaceList A\n");
+        tell(c, ZEL_COMPARISON_PASS, faces, "  Pass FaceList A\n");
         return 0;
     }
     bool same = false;
-    if (same_length && same_count)
+    if (fresh->face_list_length == base->face_list_length && fresh->face_count == base->face_count)
     {
-        FaceTable made_faces(made), base_faces(base);
-        if (!made_faces.allocated() || !base_faces.allocated())
-            return no_memory(kModule), -1;
-        fill(made_faces, made, [&](int32_t node) { return mapped(c, node); });
+        FaceTable fresh_faces(fresh), base_faces(base);
+        if (!fresh_faces.allocated() || !base_faces.allocated())
+            return no_room(c);
+        fill(fresh_faces, fresh, [&](int32_t node) { return mapped(c, node); });
         fill(base_faces, base, [](int32_t node) { return node; });
-        same = same_faces(made_faces, base_faces);
+        same = same_faces(fresh_faces, base_faces);
     }
-    say(c, same ? kPasses : kFails, same ? "  Pass FaceList B\n" : "->Fail FaceList\n");
+    faces.worst = same ? 0.0 : 1.0;
+    if (same)
+        tell(c, ZEL_COMPARISON_PASS, faces, "  Pass FaceList B\n");
+    else
+        tell(c, ZEL_COMPARISON_FAIL, faces, "->Fail FaceList\n");
     return same ? 0 : -1;
 }
