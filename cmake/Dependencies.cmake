@@ -13,12 +13,15 @@ endif()
 message(STATUS "BLAS and LAPACK: ${LAPACK_LIBRARIES} ${BLAS_LIBRARIES}")
 
 
-# Of the command: arguments and JSON; for imports dense and sparse algebra and compressed input. MUMPS, in its form without MPI,
+# Of the imports and of tests: dense and sparse algebra.
+if(ZEL_TOOLS OR ZEL_TESTS)
+  find_package(Eigen3 REQUIRED NO_MODULE)
+endif()
+# Of the command: arguments and JSON; for imports compressed input and a sparse solver. MUMPS, in its form without MPI,
 # comes without a CMake package.
 if(ZEL_TOOLS)
   find_package(CLI11 REQUIRED)
   find_package(nlohmann_json REQUIRED)
-  find_package(Eigen3 REQUIRED NO_MODULE)
   find_package(ZLIB REQUIRED)
   find_path(MUMPS_INCLUDE_DIR dmumps_c.h PATH_SUFFIXES mumps_seq REQUIRED)
   find_library(MUMPS_LIBRARY dmumps_seq REQUIRED)

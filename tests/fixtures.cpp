@@ -1,4 +1,5 @@
 #include "fixtures.h"
+#include "sample_file.h"
 
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -8,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 
 TemporaryFolder::TemporaryFolder()
 {
@@ -59,6 +61,72 @@ Environment::~Environment()
     set_variable(name_, before_ ? before_->c_str() : nullptr);
 }
 
+FileSizeLimit::FileSizeLimit(rlim_t bytes)
+{
+    std::fflush(stdout);
+    getrlimit(RLIMIT_FSIZE, &before_);
+    handler_ = std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit = {bytes, before_.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+}
+
+FileSizeLimit::~FileSizeLimit()
+{
+    setrlimit(RLIMIT_FSIZE, &before_);
+    std::signal(SIGXFSZ, handler_);
+}
+
+ZELDATA* FileTest::open(const std::string& bytes)
+{
+    const std::string path = new_path();
+    write_bytes(path, bytes);
+    return ZEL_CreateFromZEL(path.c_str());
+}
+
+ZELDATA* FileTest::open(const SampleFile& file)
+{
+    return open(file.bytes());
+}
+
+// What `action` writes to a descriptor, through a pipe: a file would end at a limit as well. It holds 64 KiB.
+template <typename Action> static std::string through_pipe(int descriptor, Action action)
+{
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    std::fflush(stdout);
+    const int before = dup(descriptor);
+    dup2(ends[1], descriptor);
+    close(ends[1]);
+    action();
+    std::fflush(stdout);
+    dup2(before, descriptor);
+    close(before);
+    std::string text;
+    char part[4096];
+    for (ssize_t bytes; (bytes = read(ends[0], part, sizeof part)) > 0;)
+        text.append(part, size_t(bytes));
+    close(ends[0]);
+    return text;
+}
+
+int FileTest::write(ZELDATA* db, const std::string& path, const char* options)
+{
+    const Environment variable("VXR_ZELWRITE_OPTIONS", options);
+    int result = -1;
+    const auto act = [&] { result = ZEL_write_ZEL(db, path.c_str()); };
+    errors = through_pipe(STDERR_FILENO, [&] { output = through_pipe(STDOUT_FILENO, act); });
+    return result;
+}
+
+ZELDATA* FileTest::rewrite(ZELDATA* db, const char* options)
+{
+    const std::string path = new_path();
+    EXPECT_EQ(write(db, path, options), 1) << errors;
+    ZELDATA* read = ZEL_CreateFromZEL(path.c_str());
+    EXPECT_TRUE(read);
+    return read;
+}
+
 void make_full_device(const std::string& path)
 {
     if (mknod(path.c_str(), S_IFCHR | 0666, makedev(1, 7)) == 0)
@@ -79,6 +147,35 @@ std::string bytes_of(const std::string& path)
 void write_bytes(const std::string& path, const std::string& bytes)
 {
     std::ofstream(path, std::ios::binary) << bytes;
+}
+
+std::string kept_text(const std::string& name)
+{
+    return bytes_of(ZEL_TEST_DATA "/" + name);
+}
+
+std::vector<BlockTexts> block_texts()
+{
+    std::vector<BlockTexts> rows;
+    std::ifstream table(ZEL_TEST_DATA "/blocks.txt");
+    for (std::string line; std::getline(table, line);)
+    {
+        if (line[0] == '#')
+            continue;
+        std::istringstream fields(line);
+        std::string number, counts;
+        BlockTexts row = {};
+        for (std::string* field : {&number, &row.damaged, &counts, &row.unwritten, &row.empty})
+            std::getline(fields, *field, '|');
+        row.number = std::stoi(number);
+        std::istringstream positions(counts);
+        for (size_t position; positions >> position;)
+            row.counts.push_back(position);
+        for (size_t at; (at = row.empty.find('\\')) != std::string::npos;)
+            row.empty.replace(at, 2, 1, row.empty[at + 1] == 'n' ? '\n' : '\t');
+        rows.push_back(row);
+    }
+    return rows;
 }
 
 std::string report_of(ZELDATA* db, int block)

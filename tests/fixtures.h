@@ -1,4 +1,5 @@
-// What the tests share: a clean list of databases, captured output, temporary folders, environment variables.
+// What the tests share: a clean list of databases, captured output, temporary folders and files, environment variables, failing
+// allocations.
 #ifndef FIXTURES_H
 #define FIXTURES_H
 
@@ -7,10 +8,16 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
+
+#include <csignal>
 #include <cstdlib>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
+
+struct SampleFile;
 
 // Every test starts and ends without databases.
 class ZelTest : public ::testing::Test
@@ -33,6 +40,29 @@ template <typename Action> std::string output_of(Action action)
     action();
     std::fflush(stdout);
     return ::testing::internal::GetCapturedStdout();
+}
+
+// Keeps both from being seen.
+template <typename Action> void quietly(Action action)
+{
+    errors_of([&] { output_of(action); });
+}
+
+// Calls act() with its n-th allocation failing, n = 0, 1, 2 ..., until it needs no more; make() goes before, and
+// check(failed, errors) after. How many allocations failed.
+template <typename Make, typename Act, typename Check> int for_each_failing_allocation(Make make, Act act, Check check)
+{
+    for (int n = 0;; ++n)
+    {
+        make();
+        zel::failing_allocation = n;
+        const std::string errors = errors_of([&] { output_of(act); });
+        const bool failed = std::exchange(zel::failing_allocation, -1) < 0;
+        SCOPED_TRACE(testing::Message() << "allocation " << n << ": " << errors);
+        check(failed, errors);
+        if (!failed)
+            return n;
+    }
 }
 
 // A folder of its own that goes with everything in it.
@@ -65,6 +95,53 @@ private:
     const char* name_;
     std::optional<std::string> before_;
 };
+
+// Files of this process end at `bytes` while it lives, without a signal for whoever writes beyond.
+class FileSizeLimit
+{
+public:
+    explicit FileSizeLimit(rlim_t bytes);
+    ~FileSizeLimit();
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+private:
+    rlimit before_;
+    void (*handler_)(int);
+};
+
+// Tests of bodies in files, in a folder of their own.
+class FileTest : public ZelTest
+{
+protected:
+    ZELDATA* open(const std::string& bytes); // as a file
+    ZELDATA* open(const SampleFile& file);
+    // Writes with these options; keeps what was printed, whatever the limit for files.
+    int write(ZELDATA* db, const std::string& path, const char* options);
+    ZELDATA* rewrite(ZELDATA* db, const char* options); // writes and reads
+    bool told(const std::string& text) const { return output.find(text) != std::string::npos; }
+    bool warned(const std::string& text) const { return errors.find("WARNING:  " + text) != std::string::npos; }
+    bool reported(const std::string& text) const { return errors.find("ERROR:  " + text) != std::string::npos; }
+
+    TemporaryFolder folder;
+    std::string output, errors;
+
+private:
+    std::string new_path() { return folder.path("body" + std::to_string(++files_) + ".zel"); }
+    int files_ = 0;
+};
+
+// A file of the folder data.
+std::string kept_text(const std::string& name);
+
+// What is said of a block: a row of data/blocks.txt.
+struct BlockTexts
+{
+    int number;
+    std::string damaged, unwritten, empty;
+    std::vector<size_t> counts; // byte positions
+};
+std::vector<BlockTexts> block_texts();
 
 // The contents report of one block.
 std::string report_of(ZELDATA* db, int block);

@@ -102,76 +102,78 @@ int64_t SampleFile::offset(int block) const
     return block > 3 ? start + summary_bytes : start;
 }
 
-static std::string mode_block(const SampleFile& file, int kind)
+// Of a node in the list of a kind; -1: none.
+static int position_of(int kind, int node_id)
 {
     const std::vector<int>& ids = sample::ids_of_kind(kind);
+    const auto at = std::find(ids.begin(), ids.end(), node_id);
+    return at == ids.end() ? -1 : int(at - ids.begin());
+}
+
+std::string nodes_block(const SampleFile& file, const std::vector<int>& ids)
+{
+    FileBuilder out = file.build();
+    out.integer(int64_t(ids.size())).integer(3);
+    for (int id : ids)
+        out.integer(id).reals({sample::coordinate(id, 0), sample::coordinate(id, 1), sample::coordinate(id, 2)});
+    return out.bytes;
+}
+
+std::string masses_block(const SampleFile& file, const std::vector<int>& ids)
+{
+    FileBuilder out = file.build();
+    out.integer(int64_t(ids.size())).integer(1);
+    for (int id : ids)
+        out.integer(id).real(sample::stored_mass(id));
+    return out.bytes;
+}
+
+std::string inertias_block(const SampleFile& file, const std::vector<InertiaEntry>& entries)
+{
+    FileBuilder out = file.build();
+    out.integer(int64_t(entries.size()));
+    for (const InertiaEntry& entry : entries)
+        out.integer(entry.id).character(entry.row).character(entry.column).real(entry.value);
+    return out.bytes;
+}
+
+std::string matrix_block(const SampleFile& file, int block, int filler)
+{
+    FileBuilder out = file.build();
+    out.integer(int64_t(sample::matrix_entries.size())).integer(block == ZEL_BLOCK_DAMPING ? 1 : sample::modes);
+    int k = 0;
+    for (const std::vector<int>& entry : sample::matrix_entries)
+        out.integers(entry).real(sample::real(block, k++)).integer(filler);
+    return out.bytes;
+}
+
+std::string vectors_block(const SampleFile& file, int kind, const std::vector<int>& ids,
+                          const std::vector<int>& numbers)
+{
     FileBuilder out = file.build();
     out.integer(sample::modes).integer(int64_t(ids.size())).integers(ids);
-    for (int mode : sample::mode_numbers)
+    for (size_t mode = 0; mode < size_t(sample::modes); ++mode)
     {
         if (file.format.version != 10)
-            out.integer(mode);
+            out.integer(numbers[mode]);
         for (int id : ids)
             for (int component = 0; component < 6; ++component)
-                out.real(sample::mode_value(kind, mode, id, component));
+                out.real(position_of(kind, id) < 0
+                             ? 0.0
+                             : sample::mode_value(kind, sample::mode_numbers[mode], id, component));
     }
     return out.bytes;
 }
 
-static FileBuilder& append_reals(FileBuilder& out, int block, int count)
+std::string tensors_block(const SampleFile& file, int kind, const std::vector<int>& ids)
 {
-    for (int k = 0; k < count; ++k)
-        out.real(sample::real(block, k));
-    return out;
-}
-
-static std::string reals_block(const SampleFile& file, int block, int count)
-{
+    const int block = kind == ZEL_MODAL_STRESS ? ZEL_BLOCK_PRE_STRESS : ZEL_BLOCK_PRE_STRAIN;
     FileBuilder out = file.build();
-    return append_reals(out, block, count).bytes;
-}
-
-// A mode or node count in front of `count` reals.
-static std::string counted_block(const SampleFile& file, int block, int items, int count)
-{
-    FileBuilder out = file.build();
-    out.integer(items);
-    return append_reals(out, block, count).bytes;
-}
-
-static std::string matrix_block(const SampleFile& file, int block, int second)
-{
-    FileBuilder out = file.build();
-    out.integer(int64_t(sample::matrix_entries.size())).integer(second);
-    int k = 0;
-    for (const std::vector<int>& entry : sample::matrix_entries)
-        out.integers(entry).real(sample::real(block, k++)).integer(77);
+    out.integer(int64_t(ids.size()));
+    for (int id : ids)
+        out.reals(position_of(kind, id) < 0 ? std::vector<double>(6, 0.0)
+                                            : sample::reals(block, 6 * position_of(kind, id), 6));
     return out.bytes;
-}
-
-static std::string nodes_block(const SampleFile& file)
-{
-    FileBuilder out = file.build();
-    out.integer(int64_t(sample::file_node_ids.size())).integer(3);
-    for (int id : sample::file_node_ids)
-        out.integer(id).real(sample::coordinate(id, 0)).real(sample::coordinate(id, 1)).real(sample::coordinate(id, 2));
-    return out.bytes;
-}
-
-// Two triangles and one quadrilateral, as two groups.
-static std::string topology_block(const SampleFile& file)
-{
-    FileBuilder out = file.build();
-    out.integers({3, 2});
-    out.integers({1, 2, 3}).integers({1, 0, 10, 30, 20}).integers({2, 1, 20, 50, 40});
-    out.integers({2, 1, 4}).integers({3, 0, 10, 20, 40, 70});
-    return out.bytes;
-}
-
-static std::string faces_block(const SampleFile& file)
-{
-    FileBuilder out = file.build();
-    return out.integers({8 + 4 * 9, 2}).integers({0x40000004, 10, 30, 20, 50}).integers({3, 40, 70, 60}).bytes;
 }
 
 static std::string header_block(const SampleFile& file)
@@ -181,58 +183,23 @@ static std::string header_block(const SampleFile& file)
     return out.text("first", 80).text("", 80).text(std::string(80, 'c'), 80).bytes; // the third one fills its field
 }
 
-static std::string masses_block(const SampleFile& file)
+// One record a mode, behind the number of modes.
+static void add_records_of_modes(SampleFile& file)
 {
-    FileBuilder out = file.build();
-    out.integers({3, 1});
-    for (int id : {60, 10, 30})
-        out.integer(id).real(sample::mass(id));
-    return out.bytes;
-}
-
-// Node 20 with all of its diagonal and one product, node 60 with one component.
-static std::string inertias_block(const SampleFile& file)
-{
-    FileBuilder out = file.build();
-    out.integer(5);
-    int k = 0;
-    for (const std::vector<int>& entry :
-         std::vector<std::vector<int>>{{20, 4, 4}, {20, 5, 5}, {20, 6, 6}, {20, 4, 6}, {60, 5, 6}})
-        out.integer(entry[0]).character(entry[1]).character(entry[2]).real(sample::real(10, k++));
-    return out.bytes;
-}
-
-static std::string eigenvalues_block(const SampleFile& file)
-{
-    FileBuilder out = file.build();
-    out.integer(sample::modes);
+    FileBuilder eigenvalues = file.build(), transformation = file.build(), statistics = file.build();
+    for (FileBuilder* block : {&eigenvalues, &transformation, &statistics})
+        block->integer(sample::modes);
     for (int mode = 0; mode < sample::modes; ++mode)
     {
-        out.integer(sample::mode_numbers[size_t(mode)]);
-        for (int field = 0; field < 5; ++field)
-            out.real(sample::real(7, 5 * mode + field));
+        const int number = sample::mode_numbers[size_t(mode)];
+        eigenvalues.integer(number).reals(sample::reals(ZEL_BLOCK_EIGENVALUES, 5 * mode, 5));
+        transformation.integer(number).reals(sample::reals(ZEL_BLOCK_TRANSFORMATION, 3 * mode, 3));
+        statistics.integers({10, 20, 70, 60, 0, 0, 0, 0, 0, 0, 0, 0, 0});
+        statistics.reals(sample::reals(ZEL_BLOCK_STATISTICS, 4 * mode, 4)).reals(std::vector<double>(9, 0.0));
     }
-    return out.bytes;
-}
-
-static std::string transformation_block(const SampleFile& file)
-{
-    FileBuilder out = file.build();
-    out.integer(sample::modes);
-    for (int row = 0; row < sample::modes; ++row)
-    {
-        out.integer(sample::mode_numbers[size_t(row)]);
-        for (int column = 0; column < sample::modes; ++column)
-            out.real(sample::real(16, sample::modes * row + column));
-    }
-    return out.bytes;
-}
-
-static std::string preload_block(const SampleFile& file)
-{
-    FileBuilder out = file.build();
-    out.integers({sample::modes, 1});
-    return append_reals(out, 27, sample::modes).bytes;
+    file.blocks[ZEL_BLOCK_EIGENVALUES] = eigenvalues.bytes;
+    file.blocks[ZEL_BLOCK_TRANSFORMATION] = transformation.bytes;
+    file.blocks[ZEL_BLOCK_STATISTICS] = statistics.bytes;
 }
 
 static std::string loads_block(const SampleFile& file)
@@ -240,24 +207,9 @@ static std::string loads_block(const SampleFile& file)
     FileBuilder out = file.build();
     out.integers({sample::modes, 2});
     for (int load = 0; load < 2; ++load)
-    {
-        out.integer(load).text(sample::load_labels[size_t(load)], 256);
-        for (int mode = 0; mode < sample::modes; ++mode)
-            out.real(sample::real(28, sample::modes * load + mode));
-    }
-    return out.bytes;
-}
-
-static std::string statistics_block(const SampleFile& file)
-{
-    FileBuilder out = file.build();
-    out.integer(sample::modes);
-    for (int mode = 0; mode < sample::modes; ++mode)
-    {
-        out.integers({10, 20, 70, 60, 0, 0, 0, 0, 0, 0, 0, 0, 0});
-        for (int k = 0; k < 13; ++k)
-            out.real(k < 4 ? sample::real(30, 4 * mode + k) : 0.0);
-    }
+        out.integer(load)
+            .text(sample::load_labels[size_t(load)], 256)
+            .reals(sample::reals(ZEL_BLOCK_LOADS, 3 * load, 3));
     return out.bytes;
 }
 
@@ -265,38 +217,47 @@ SampleFile sample_file(FileFormat format)
 {
     SampleFile file = {format, {}, {}};
     auto& blocks = file.blocks;
+    const auto out = [&] { return file.build(); };
+    const auto reals = [](int block, int count) { return sample::reals(block, 0, count); };
     const int m = sample::modes;
     blocks[2] = header_block(file);
-    blocks[4] = nodes_block(file);
-    blocks[5] = topology_block(file);
-    blocks[6] = reals_block(file, 6, 13);
-    blocks[7] = eigenvalues_block(file);
-    blocks[8] = mode_block(file, 0);
-    blocks[9] = masses_block(file);
-    blocks[10] = inertias_block(file);
-    blocks[11] = file.build().text("tonne", 16).text("mm", 16).text("sec", 16).text("N   ", 16).bytes;
-    blocks[12] = matrix_block(file, 12, m);
-    blocks[13] = matrix_block(file, 13, m);
-    blocks[14] = faces_block(file);
-    blocks[15] = matrix_block(file, 15, 1);
-    blocks[16] = transformation_block(file);
-    blocks[17] = file.build().integers({2, 60, 20}).bytes;
-    blocks[18] = mode_block(file, 1);
+    blocks[4] = nodes_block(file, sample::file_node_ids);
+    // Two triangles and one quadrilateral, as two groups.
+    blocks[5] = out()
+                    .integers({3, 2})
+                    .integers({1, 2, 3, 1, 0, 10, 30, 20, 2, 1, 20, 50, 40})
+                    .integers({2, 1, 4, 3, 0, 10, 20, 40, 70})
+                    .bytes;
+    blocks[6] = out().reals(reals(6, 13)).bytes;
+    blocks[8] = vectors_block(file, 0, sample::shape_node_ids, sample::mode_numbers);
+    blocks[9] = masses_block(file, {60, 10, 30});
+    // Node 20 with all of its diagonal and one product, node 60 with one component.
+    blocks[10] = inertias_block(
+        file, {{20, 4, 4, 160.0}, {20, 5, 5, 160.125}, {20, 6, 6, 160.25}, {20, 4, 6, 160.375}, {60, 5, 6, 160.5}});
+    blocks[11] = out().text("tonne", 16).text("mm", 16).text("sec", 16).text("N   ", 16).bytes;
+    for (int block : {12, 13, 15})
+        blocks[block] = matrix_block(file, block, 77);
+    blocks[14] = out().integers({8 + 4 * 9, 2, 0x40000004, 10, 30, 20, 50, 3, 40, 70, 60}).bytes;
+    blocks[17] = out().integers({2, 60, 20}).bytes;
+    blocks[18] = vectors_block(file, 1, sample::stress_node_ids, sample::mode_numbers);
+    add_records_of_modes(file);
     if (format.version < 40)
+    {
+        blocks.erase(ZEL_BLOCK_STATISTICS);
         return file;
-    blocks[19] = reals_block(file, 19, 1);
-    blocks[20] = reals_block(file, 20, 3);
-    blocks[21] = counted_block(file, 21, m, 3 * m);
-    blocks[22] = counted_block(file, 22, m, 3 * m);
-    blocks[23] = counted_block(file, 23, m, 3 * m * m);
-    blocks[24] = reals_block(file, 24, 9);
-    blocks[25] = counted_block(file, 25, m, 9 * m);
-    blocks[26] = counted_block(file, 26, m, 9 * m * m);
-    blocks[27] = preload_block(file);
+    }
+    blocks[19] = out().reals(reals(19, 1)).bytes;
+    blocks[20] = out().reals(reals(20, 3)).bytes;
+    blocks[21] = out().integer(m).reals(reals(21, 3 * m)).bytes;
+    blocks[22] = out().integer(m).reals(reals(22, 3 * m)).bytes;
+    blocks[23] = out().integer(m).reals(reals(23, 3 * m * m)).bytes;
+    blocks[24] = out().reals(reals(24, 9)).bytes;
+    blocks[25] = out().integer(m).reals(reals(25, 9 * m)).bytes;
+    blocks[26] = out().integer(m).reals(reals(26, 9 * m * m)).bytes;
+    blocks[27] = out().integers({m, 1}).reals(reals(27, m)).bytes;
     blocks[28] = loads_block(file);
-    blocks[29] = mode_block(file, 2);
-    blocks[30] = statistics_block(file);
-    blocks[31] = counted_block(file, 31, int(sample::stress_node_ids.size()), 6 * int(sample::stress_node_ids.size()));
-    blocks[32] = counted_block(file, 32, int(sample::strain_node_ids.size()), 6 * int(sample::strain_node_ids.size()));
+    blocks[29] = vectors_block(file, 2, sample::strain_node_ids, sample::mode_numbers);
+    blocks[31] = tensors_block(file, 1, sample::stress_node_ids);
+    blocks[32] = tensors_block(file, 2, sample::strain_node_ids);
     return file;
 }

@@ -3,6 +3,8 @@
 #ifndef SAMPLE_FILE_H
 #define SAMPLE_FILE_H
 
+#include "zel.h"
+
 #include <cstdint>
 #include <map>
 #include <string>
@@ -51,6 +53,21 @@ struct SampleFile
 // The body with all blocks that the version can hold (10, 20, 30 and 31: up to 18), both kinds of faces among them.
 SampleFile sample_file(FileFormat format);
 
+// Blocks of the body for the nodes of a list. What a node lacks is zero.
+std::string nodes_block(const SampleFile& file, const std::vector<int>& ids);
+std::string masses_block(const SampleFile& file, const std::vector<int>& ids);
+std::string vectors_block(const SampleFile& file, int kind, const std::vector<int>& ids,
+                          const std::vector<int>& numbers);
+std::string tensors_block(const SampleFile& file, int kind, const std::vector<int>& ids);
+// Behind each entry of a matrix there is an integer that nobody reads.
+std::string matrix_block(const SampleFile& file, int block, int filler);
+struct InertiaEntry
+{
+    int id, row, column; // 4 to 6
+    double value;
+};
+std::string inertias_block(const SampleFile& file, const std::vector<InertiaEntry>& entries);
+
 // What the body has. Every value is exact in single precision.
 namespace sample
 {
@@ -73,6 +90,10 @@ inline double mass(int node_id)
 {
     return node_id / 4.0;
 }
+inline double stored_mass(int node_id)
+{
+    return node_id == 10 || node_id == 30 || node_id == 60 ? mass(node_id) : 0.0;
+}
 inline double mode_value(int kind, int mode_number, int node_id, int component)
 {
     return 1000.0 * (kind + 1) + 64.0 * mode_number + node_id + component / 8.0;
@@ -81,6 +102,13 @@ inline double mode_value(int kind, int mode_number, int node_id, int component)
 inline double real(int block, int k)
 {
     return 16.0 * block + k / 8.0;
+}
+inline std::vector<double> reals(int block, int first, int count)
+{
+    std::vector<double> values;
+    for (int k = 0; k < count; ++k)
+        values.push_back(real(block, first + k));
+    return values;
 }
 inline const std::vector<std::vector<int>> matrix_entries = {{1, 1}, {2, 2}, {3, 3}, {1, 3}}; // rows, columns from 1
 inline const std::vector<std::string> load_labels = {"gravity", "thrust"};

@@ -19,23 +19,12 @@ static std::string body_of_report(ZELDATA* db, int block)
 namespace
 {
 
-class Contents : public ZelTest
-{
-protected:
-    TemporaryFolder folder;
-
-    ZELDATA* read(FileFormat format)
-    {
-        const std::string path = folder.path(format.name());
-        write_bytes(path, sample_file(format).bytes());
-        return ZEL_CreateFromZEL(path.c_str());
-    }
-};
+using Contents = FileTest;
 
 // The kept reports by block, each from its banner on.
 std::map<int, std::string> kept_reports()
 {
-    const std::string text = bytes_of(ZEL_TEST_DATA "/report.txt");
+    const std::string text = kept_text("report.txt");
     const std::string banner = "\n\n" + std::string(74, '-') + "\n|" + std::string(72, ' ') + "|\n|    Block ";
     std::map<int, std::string> reports;
     for (size_t start = 0, end; start < text.size(); start = end)
@@ -50,8 +39,8 @@ std::map<int, std::string> kept_reports()
 
 TEST_F(Contents, OfABodyWithEverythingAreTheKeptText)
 {
-    ZELDATA* db = read({60, true, false});
-    ASSERT_NE(db, nullptr);
+    ZELDATA* db = open(sample_file({60, true, false}));
+    ASSERT_TRUE(db);
     if (std::getenv("ZEL_REWRITE_REPORT"))
     {
         std::string all;
@@ -69,7 +58,7 @@ TEST_F(Contents, NameTheFormatOfEveryFile)
 {
     for (const FileFormat& format : all_formats())
     {
-        ZELDATA* db = read(format);
+        ZELDATA* db = open(sample_file(format));
         ASSERT_NE(db, nullptr) << format.name();
         char number[8];
         std::snprintf(number, sizeof number, "%4.1f\n", format.version / 10.0);
@@ -81,42 +70,10 @@ TEST_F(Contents, NameTheFormatOfEveryFile)
 
 TEST_F(Contents, OfAnEmptyBodySayWhatIsMissing)
 {
-    const std::map<int, std::string> texts = {
-        {ZEL_BLOCK_NODES, ""},
-        {ZEL_BLOCK_TOPOLOGY, "Obsolete: Reported as part of face list, block 14\n"},
-        {ZEL_BLOCK_BODY, "No global body property information\n"},
-        {ZEL_BLOCK_EIGENVALUES, "No eigenvalue information\n"},
-        {ZEL_BLOCK_MODES, "Number of Mode Shapes 0\n"},
-        {ZEL_BLOCK_MASSES, ""},
-        {ZEL_BLOCK_INERTIAS, "\tNo Nodal Inertia information.\n"},
-        {ZEL_BLOCK_UNITS, "ZEL Default Units:\nMass Units    KILOGRAM\nLength Units  METER\nTime Units    SECOND\n"
-                          "Force Units   NEWTON\n"},
-        {ZEL_BLOCK_STIFFNESS, "No generalized stiffness information."},
-        {ZEL_BLOCK_MASS, "No generalized mass information in ZEL\n"},
-        {ZEL_BLOCK_FACES, "number of faces 0\n\n"},
-        {ZEL_BLOCK_DAMPING, "No generalized damping information in ZEL.\n"},
-        {ZEL_BLOCK_TRANSFORMATION, "\tNo Mode Shape Transformation, modes used as is.\n\n"},
-        {ZEL_BLOCK_INTERFACE, ""},
-        {ZEL_BLOCK_STRESS, "\tNo Modal Stress Information\n\n"},
-        {ZEL_BLOCK_INVAR1, "\t0.000000 \n\n"},
-        {ZEL_BLOCK_INVAR2, "\tNo Invariant 2 information\n\n"},
-        {ZEL_BLOCK_INVAR3, "\tNo Invariant 3 information\n\n"},
-        {ZEL_BLOCK_INVAR4, "\tNo Invariant 4 information\n\n"},
-        {ZEL_BLOCK_INVAR5, "\tNo Invariant 5 information for mode 8.\n\n"},
-        {ZEL_BLOCK_INVAR7, "\tNo Invariant 7 information.\n\n"},
-        {ZEL_BLOCK_INVAR8, "\tNo Invariant 8 information for mode 8.\n\n"},
-        {ZEL_BLOCK_INVAR9, "\tNo Invariant 9 information for mode pair (8, 8).\n\n"},
-        {ZEL_BLOCK_PRELOAD, "\tNo Preload information.\n\n"},
-        {ZEL_BLOCK_LOADS, "\tNo Modal Load information.\n\n"},
-        {ZEL_BLOCK_STRAIN, "\tNo Modal Strain Information\n\n"},
-        {ZEL_BLOCK_STATISTICS, "\tNo Modal Statistic Information\n\n"},
-        {ZEL_BLOCK_PRE_STRESS, "\tNo Nodal Pre-Stress Information\n\n"},
-        {ZEL_BLOCK_PRE_STRAIN, "\tNo Nodal Pre-Strain Information\n\n"},
-    };
     ZELDATA* db = ZEL_Create(1, 1);
     ZEL_AddMode(db, 8); // a mode without data
-    for (const auto& [block, text] : texts)
-        EXPECT_EQ(body_of_report(db, block), text) << "block " << block;
+    for (const BlockTexts& block : block_texts())
+        EXPECT_TRUE(block.number <= 3 || body_of_report(db, block.number) == block.empty) << "block " << block.number;
     EXPECT_EQ(body_of_report(db, 3).find("Nodal_coords (4) Yes"), std::string::npos);
 
     for (int block : {-1, 0, 33})
@@ -128,8 +85,8 @@ TEST_F(Contents, OfAnEmptyBodySayWhatIsMissing)
 
 TEST_F(Contents, LeaveTheDatabaseAsItIs)
 {
-    ZELDATA* db = read({60, true, false});
-    ASSERT_NE(db, nullptr);
+    ZELDATA* db = open(sample_file({60, true, false}));
+    ASSERT_TRUE(db);
     const ZELDATA before = *db;
     for (int block = 1; block <= ZEL_BLOCKS; ++block)
         report_of(db, block);
@@ -140,11 +97,11 @@ TEST_F(Contents, LeaveTheDatabaseAsItIs)
 
 TEST_F(Contents, ReportAShortageOfMemory)
 {
-    ZELDATA* db = read({60, true, false});
-    ASSERT_NE(db, nullptr);
+    ZELDATA* db = open(sample_file({60, true, false}));
+    ASSERT_TRUE(db);
     zel::failing_allocation = 0;
-    const std::string errors = errors_of([&] { EXPECT_EQ(body_of_report(db, 8), "Number of Mode Shapes 3\n"); });
+    errors = errors_of([&] { EXPECT_EQ(body_of_report(db, 8), "Number of Mode Shapes 3\n"); });
     zel::failing_allocation = -1;
-    EXPECT_EQ(errors.rfind("ERROR:  Failed to allocate memory at line ", 0), 0u);
-    EXPECT_NE(errors.find("in file zeltoc."), std::string::npos);
+    EXPECT_TRUE(reported("Failed to allocate memory at line ") && errors.find("in file zeltoc.") != errors.npos)
+        << errors;
 }
