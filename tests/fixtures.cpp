@@ -154,28 +154,33 @@ std::string kept_text(const std::string& name)
     return bytes_of(ZEL_TEST_DATA "/" + name);
 }
 
-std::vector<BlockTexts> block_texts()
+std::vector<std::vector<std::string>> kept_rows(const std::string& name)
 {
-    std::vector<BlockTexts> rows;
-    std::ifstream table(ZEL_TEST_DATA "/blocks.txt");
+    std::vector<std::vector<std::string>> rows;
+    std::istringstream table(kept_text(name));
     for (std::string line; std::getline(table, line);)
     {
         if (line[0] == '#')
             continue;
+        for (size_t at; (at = line.find('\\')) != std::string::npos;)
+            line.replace(at, 2, 1, line[at + 1] == 'n' ? '\n' : '\t');
         std::istringstream fields(line);
-        std::string number, counts;
-        BlockTexts row = {};
-        for (std::string* field : {&number, &row.damaged, &counts, &row.unwritten, &row.empty})
-            std::getline(fields, *field, '|');
-        row.number = std::stoi(number);
-        std::istringstream positions(counts);
-        for (size_t position; positions >> position;)
-            row.counts.push_back(position);
-        for (size_t at; (at = row.empty.find('\\')) != std::string::npos;)
-            row.empty.replace(at, 2, 1, row.empty[at + 1] == 'n' ? '\n' : '\t');
-        rows.push_back(row);
+        rows.emplace_back(5);
+        for (std::string& field : rows.back())
+            std::getline(fields, field, '|');
     }
     return rows;
+}
+
+std::vector<BlockTexts> block_texts()
+{
+    std::vector<BlockTexts> texts;
+    for (const auto& row : kept_rows("blocks.txt"))
+    {
+        std::istringstream positions(row[2]);
+        texts.push_back({std::stoi(row[0]), row[1], row[3], row[4], {std::istream_iterator<size_t>(positions), {}}});
+    }
+    return texts;
 }
 
 std::string report_of(ZELDATA* db, int block)

@@ -134,6 +134,9 @@ private:
 // A file of the folder data.
 std::string kept_text(const std::string& name);
 
+// The rows of a table there: five fields between bars, empty where there are fewer. Comments begin with #; \n and \t stand for what they mean.
+std::vector<std::vector<std::string>> kept_rows(const std::string& name);
+
 // What is said of a block: a row of data/blocks.txt.
 struct BlockTexts
 {

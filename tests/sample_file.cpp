@@ -73,7 +73,7 @@ FileBuilder& FileBuilder::text(const std::string& text, size_t width)
     return *this;
 }
 
-static int flag_of(int block)
+int flag_of(int block)
 {
     return block <= 10 ? block - 4 : block <= 13 ? block - 3 : block - 2;
 }

@@ -39,6 +39,8 @@ private:
     FileFormat format_;
 };
 
+int flag_of(int block); // position in the summary
+
 // A file as the bytes of its blocks. Flags follow from the blocks that are there, plus those that a test forces.
 struct SampleFile
 {

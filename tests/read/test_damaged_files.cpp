@@ -12,28 +12,26 @@
 #include <algorithm>
 #include <climits>
 #include <functional>
+#include <iterator>
+#include <sstream>
 
 namespace
 {
-class DamagedFiles : public ZelTest
+class DamagedFiles : public FileTest
 {
 protected:
-    std::string errors_of_opening(const std::string& bytes)
+    std::string errors_of_opening(const SampleFile& file)
     {
-        const std::string path = folder.path("damaged.zel");
-        write_bytes(path, bytes);
-        return errors_of([&] { EXPECT_EQ(ZEL_CreateFromZEL(path.c_str()), nullptr); });
+        return errors_of([&] { EXPECT_EQ(open(file), nullptr); });
     }
-    TemporaryFolder folder;
 };
 
 const FileFormat kPlain = {60, false, false}; // native, double
 const FileFormat kXdr = {60, true, false};
 
-SampleFile with_blocks(FileFormat format, std::initializer_list<int> numbers)
+SampleFile with_blocks(FileFormat format, const std::vector<int>& kept)
 {
     SampleFile file = sample_file(format);
-    const std::vector<int> kept = numbers;
     std::erase_if(file.blocks, [&](const auto& block) {
         return block.first > 3 && std::find(kept.begin(), kept.end(), block.first) == kept.end();
     });
@@ -54,7 +52,7 @@ TEST_F(DamagedFiles, FailAtEveryLengthThatIsTooShort)
     {
         const std::string whole = sample_file(format).bytes();
         write_bytes(path, whole);
-        const std::string errors = errors_of([&] {
+        errors = errors_of([&] {
             for (size_t length = whole.size(); length-- > 0;)
             {
                 ASSERT_EQ(truncate(path.c_str(), off_t(length)), 0);
@@ -67,178 +65,61 @@ TEST_F(DamagedFiles, FailAtEveryLengthThatIsTooShort)
 
 TEST_F(DamagedFiles, NameTheBlockWhoseSizeIsImpossible)
 {
-    const struct
-    {
-        int block;
-        std::vector<size_t> counts; // byte positions
-        const char* message;
-    } cases[] = {
-        {ZEL_BLOCK_NODES, {0, 4}, "Problem in nodal coords block"},
-        {ZEL_BLOCK_TOPOLOGY, {4, 12, 16}, "Problem in old style element topology block"},
-        {ZEL_BLOCK_BODY, {}, "Problem reading Global Body Properties"},
-        {ZEL_BLOCK_EIGENVALUES, {0}, "Problem in eigenvalues block"},
-        {ZEL_BLOCK_MODES, {0, 4}, "Problem in mode shapes block"},
-        {ZEL_BLOCK_MASSES, {0, 4}, "Problem in nodal mass block"},
-        {ZEL_BLOCK_INERTIAS, {0}, "Problem in nodal inertia block"},
-        {ZEL_BLOCK_UNITS, {}, "Problem in units block"},
-        {ZEL_BLOCK_STIFFNESS, {0}, "Problem in generalized stiffness block"},
-        {ZEL_BLOCK_MASS, {0}, "Problem in generalized mass block"},
-        {ZEL_BLOCK_FACES, {0}, "Problem in element face block"},
-        {ZEL_BLOCK_DAMPING, {0}, "Problem in generalized damping block"},
-        {ZEL_BLOCK_TRANSFORMATION, {0}, "Problem in mode shape transformation block"},
-        {ZEL_BLOCK_INTERFACE, {0}, "Problem in interface node block"},
-        {ZEL_BLOCK_STRESS, {0, 4}, "Problem in modal stress block"},
-        {ZEL_BLOCK_INVAR1, {}, "Problem in invar 1 block"},
-        {ZEL_BLOCK_INVAR2, {}, "Problem in invar 2 block"},
-        {ZEL_BLOCK_INVAR3, {0}, "Problem in invar 3 block"},
-        {ZEL_BLOCK_INVAR4, {0}, "Problem in invar 4 block"},
-        {ZEL_BLOCK_INVAR5, {0}, "Problem in invar 5 block"},
-        {ZEL_BLOCK_INVAR7, {}, "Problem in invar 7 block"},
-        {ZEL_BLOCK_INVAR8, {0}, "Problem in invar 8 block"},
-        {ZEL_BLOCK_INVAR9, {0}, "Problem in invar 9 block"},
-        {ZEL_BLOCK_PRELOAD, {0}, "Problem in modal preload block"},
-        {ZEL_BLOCK_LOADS, {0, 4}, "Problem in modal load block"},
-        {ZEL_BLOCK_STRAIN, {0, 4}, "Problem in modal strain block"},
-        {ZEL_BLOCK_STATISTICS, {0}, "Problem in modal statistics block"},
-        {ZEL_BLOCK_PRE_STRESS, {0}, "Problem in nodal pre-stress block"},
-        {ZEL_BLOCK_PRE_STRAIN, {0}, "Problem in nodal pre-strain block"},
-    };
     for (const FileFormat& format : {kPlain, kXdr, FileFormat{60, true, true}})
-        for (const auto& row : cases)
+        for (const BlockTexts& row : block_texts())
         {
-            const std::string message = "ERROR:  " + std::string(row.message) + "\n";
+            if (row.number <= 3)
+                continue;
+            const std::string message = "ERROR:  " + row.damaged + "\n";
             for (size_t position : row.counts)
                 for (int count : {-1, INT_MIN, INT_MAX, 0x15555556, 1 << 20})
                 {
                     SampleFile file = sample_file(format);
-                    put(file, row.block, position, count);
-                    EXPECT_EQ(errors_of_opening(file.bytes()), message) << count << " at " << position;
+                    put(file, row.number, position, count);
+                    EXPECT_EQ(errors_of_opening(file), message) << count << " at " << position;
                 }
             // a flag that promises the block at the end of a file that has ended
             SampleFile file = with_blocks(format, {});
-            file.forced_flags[row.block <= 10 ? row.block - 4 : row.block <= 13 ? row.block - 3 : row.block - 2] = 1;
-            EXPECT_EQ(errors_of_opening(file.bytes()), message);
+            file.forced_flags[flag_of(row.number)] = 1;
+            EXPECT_EQ(errors_of_opening(file), message);
         }
     for (int bytes : {0, 4, 7})
     {
         SampleFile file = sample_file(kPlain);
         put(file, 14, 0, bytes);
-        EXPECT_EQ(errors_of_opening(file.bytes()), "ERROR:  Problem in element face block\n");
+        EXPECT_EQ(errors_of_opening(file), "ERROR:  Problem in element face block\n");
     }
+}
+
+static std::vector<int> numbers_in(const std::string& text)
+{
+    std::istringstream words(text);
+    return {std::istream_iterator<int>(words), {}};
 }
 
 TEST_F(DamagedFiles, NameTheBlockThatContradictsTheBody)
 {
-    using Change = std::function<void(SampleFile&)>;
-    const auto write = [](int block, size_t position, int value) -> Change {
-        return [=](SampleFile& file) { put(file, block, position, value); };
-    };
-    const auto inertia = [](int row, int column) -> Change {
-        return [=](SampleFile& file) {
-            file.blocks[ZEL_BLOCK_INERTIAS] =
-                file.build().integers({1, 20}).character(row).character(column).real(1).bytes;
-        };
-    };
-    const char* const shapes = "Problem encountered while caching Mode shape Data";
-    const char* const stress = "Problem when reading Modal Stress info";
-    const char* const strain = "Problem when reading Modal Strain info";
-    const char* const faces = "Problem reading Element Faces";
-    const std::string stress_first = "WARNING:  Stress modes are being processed before mode shapes\n";
-    const struct
-    {
-        std::initializer_list<int> blocks; // that the file has
-        Change change;
-        std::string message;
-        std::string warnings = "";
-    } cases[] = {
-        {{ZEL_BLOCK_NODES},
-         write(ZEL_BLOCK_NODES, 4, 2),
-         "Node location should only be specified with 3 coordinates, not 2"},
-        {{ZEL_BLOCK_NODES},
-         write(ZEL_BLOCK_NODES, 8 + 28, 30),
-         "Problem reading Node Coordinates Data"}, // id 30 once more
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES},
-         write(ZEL_BLOCK_MODES, 0, 2),
-         "Number of mode shapes does not match the number of eigenvalues"},
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_MODES}, write(ZEL_BLOCK_MODES, 8, 99), shapes}, // an unknown node
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_MODES},
-         write(ZEL_BLOCK_MODES, 8 + 8, 10),
-         shapes},                                        // one that stands there already
-        {{ZEL_BLOCK_MODES}, [](SampleFile&) {}, shapes}, // more nodes than the body
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_MASSES}, write(ZEL_BLOCK_MASSES, 4, 0), "Problem reading Nodal Mass information"},
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_INERTIAS},
-         inertia(3, 4),
-         "Row index of nodal inertia entries should be 4, 5, or 6.  3 encoutered\nERROR:  "},
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_INERTIAS},
-         inertia('4', 4),
-         "Row index of nodal inertia entries should be 4, 5, or 6.  52 encoutered\nERROR:  "},
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_INERTIAS},
-         inertia(6, 7),
-         "Column index of nodal inertia entries should be 4, 5, or 6.  7 encoutered\nERROR:  "},
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_FACES}, write(ZEL_BLOCK_FACES, 12, 99), faces}, // an unknown node
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_FACES}, write(ZEL_BLOCK_FACES, 8, 0), faces},   // a face without vertices
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_FACES},
-         write(ZEL_BLOCK_FACES, 8 + 20, 4),
-         faces}, // more vertices than the block has
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_FACES}, write(ZEL_BLOCK_FACES, 8 + 20, ZEL_FACE_VERTICES), faces},
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_FACES}, write(ZEL_BLOCK_FACES, 4, 3), faces},  // another number of faces
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_FACES}, write(ZEL_BLOCK_FACES, 0, 41), faces}, // no whole number of words
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_TOPOLOGY},
-         write(ZEL_BLOCK_TOPOLOGY, 8 + 12 + 8, 99),
-         "Problem when reading old style element block"},
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES, ZEL_BLOCK_STRESS},
-         write(ZEL_BLOCK_STRESS, 0, 2),
-         "Number of stress modes does not match the number of eigenvalues"},
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES, ZEL_BLOCK_STRESS},
-         write(ZEL_BLOCK_STRESS, 8, 99),
-         stress},
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES, ZEL_BLOCK_STRESS},
-         write(ZEL_BLOCK_STRESS, 8, 20),
-         stress}, // a node twice
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES, ZEL_BLOCK_STRESS},
-         write(ZEL_BLOCK_STRESS, 8 + 12, 3),
-         "Stress modes are in a different order than mode shapes"},
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_STRESS},
-         write(ZEL_BLOCK_STRESS, 8 + 12 + 2 * (4 + 18 * 8), 3),
-         "Stress modes are in a different order than mode shapes",
-         stress_first},
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_STRESS, ZEL_BLOCK_STRAIN},
-         write(ZEL_BLOCK_STRAIN, 8 + 8, 12),
-         "Strain modes are in a different order than mode shapes",
-         stress_first + "WARNING:  Strain modes are being processed before mode shapes\n"},
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES, ZEL_BLOCK_STRAIN},
-         write(ZEL_BLOCK_STRAIN, 0, 1),
-         "Number of strain modes does not match the number of eigenvalues"},
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES, ZEL_BLOCK_STRAIN},
-         write(ZEL_BLOCK_STRAIN, 8, 99),
-         strain},
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES, ZEL_BLOCK_STRAIN},
-         write(ZEL_BLOCK_STRAIN, 8 + 8, 12),
-         "Strain modes are in a different order than mode shapes"},
-        {{ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_PRELOAD},
-         write(ZEL_BLOCK_PRELOAD, 0, 2),
-         "Number of modal preloads does not match the number of modes"},
-        {{ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_LOADS},
-         write(ZEL_BLOCK_LOADS, 0, 2),
-         "Number of modal load components does not match the number of modes"},
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES, ZEL_BLOCK_PRE_STRESS},
-         [](SampleFile&) {},
-         "Number of nodes in pre-stress does not match that in stress modes"},
-        {{ZEL_BLOCK_NODES, ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES, ZEL_BLOCK_STRAIN, ZEL_BLOCK_PRE_STRAIN},
-         write(ZEL_BLOCK_PRE_STRAIN, 0, 1),
-         "Number of nodes in pre-strain does not match that in strain modes"},
-    };
-    for (const FileFormat& format : {kPlain, kXdr})
-        for (const auto& row : cases)
+    for (const std::vector<std::string>& row : kept_rows("contradictions.txt"))
+        for (const FileFormat& format : {kPlain, kXdr})
         {
-            SampleFile file = with_blocks(format, row.blocks);
-            row.change(file);
-            EXPECT_EQ(errors_of_opening(file.bytes()), row.warnings + "ERROR:  " + row.message + "\n");
+            SampleFile file = with_blocks(format, numbers_in(row[0]));
+            const bool is_inertia = row[1].starts_with("inertia");
+            const std::vector<int> change = numbers_in(is_inertia ? row[1].substr(7) : row[1]);
+            if (is_inertia)
+                file.blocks[ZEL_BLOCK_INERTIAS] = inertias_block(file, {{20, change[0], change[1], 1.0}});
+            else if (change.size() == 3)
+                put(file, change[0], size_t(change[1]), change[2]);
+            std::string expected = "ERROR:  " + row[2] + "\n";
+            for (const char* kind : {"Strain", "Stress"})
+                if (row[3].find(kind) != std::string::npos)
+                    expected =
+                        "WARNING:  " + std::string(kind) + " modes are being processed before mode shapes\n" + expected;
+            EXPECT_EQ(errors_of_opening(file), expected) << row[0] << "|" << row[1];
         }
     // records without a byte each: the count is held to the size of the file
     SampleFile file = with_blocks(format_of_version(10), {ZEL_BLOCK_MODES});
     file.blocks[ZEL_BLOCK_MODES] = file.build().integers({INT_MAX, 0}).bytes;
-    EXPECT_EQ(errors_of_opening(file.bytes()), "ERROR:  Problem in mode shapes block\n");
+    EXPECT_EQ(errors_of_opening(file), "ERROR:  Problem in mode shapes block\n");
 }
 
 TEST_F(DamagedFiles, ReportShortMemoryOnceAndLeaveNoDatabase)
@@ -248,23 +129,20 @@ TEST_F(DamagedFiles, ReportShortMemoryOnceAndLeaveNoDatabase)
         for (int faces_block : {ZEL_BLOCK_FACES, ZEL_BLOCK_TOPOLOGY})
         {
             SampleFile file = sample_file(format);
-            file.blocks.erase(faces_block == 14 ? 5 : 14);
+            file.blocks.erase(faces_block);
             write_bytes(path, file.bytes());
             ZELDATA* db = nullptr;
-            int failures = 0;
-            for (; !db && failures < 1000; ++failures)
-            {
-                const std::string errors = errors_of([&] {
-                    zel::failing_allocation = failures;
-                    db = ZEL_CreateFromZEL(path.c_str());
-                    zel::failing_allocation = -1;
+            int silent = 0;
+            const auto act = [&] { db = ZEL_CreateFromZEL(path.c_str()); };
+            const int failures = for_each_failing_allocation(
+                [] {}, act,
+                [&](bool failed, const std::string& said) {
+                    const bool named = said.starts_with("ERROR:  Out of memory while ") ||
+                                       said.starts_with("ERROR:  Failed to allocate memory at line ") ||
+                                       said.starts_with("ERROR:  Error allocating memory for inertia matrix for node ");
+                    EXPECT_TRUE(failed == !db && (db || named || ++silent <= 2)); // ZEL_Create fails in silence
+                    EXPECT_LE(std::count(said.begin(), said.end(), '\n'), 2);
                 });
-                const bool named = errors.starts_with("ERROR:  Out of memory while ") ||
-                                   errors.starts_with("ERROR:  Failed to allocate memory at line ") ||
-                                   errors.starts_with("ERROR:  Error allocating memory for inertia matrix for node ");
-                EXPECT_TRUE(db || named || failures < 2) << failures << ": " << errors; // ZEL_Create fails in silence
-                EXPECT_LE(std::count(errors.begin(), errors.end(), '\n'), 2) << errors;
-            }
             EXPECT_GT(failures, 30);
             ASSERT_TRUE(db);
             ZEL_UnLink(db);
@@ -302,9 +180,8 @@ TEST_F(DamagedFiles, PayLittleForModesThatAreNotThere)
         const int64_t memory = (int64_t(64) << 20) + 20 * size;
         const auto look_at_invariants = [&](ZELDATA* db) {
             FILE* report = std::fopen("/dev/null", "w");
-            double* const arrays[] = {ZEL_Invar3(db), ZEL_Invar4(db), ZEL_Invar5(db, 0), ZEL_Invar8(db, 1),
-                                      ZEL_Invar9(db, 0, modes - 1)};
-            for (double* array : arrays)
+            for (double* array :
+                 {ZEL_Invar3(db), ZEL_Invar4(db), ZEL_Invar5(db, 0), ZEL_Invar8(db, 1), ZEL_Invar9(db, 0, modes - 1)})
             {
                 if (!array || array[0] != 0.0)
                     return false;
@@ -349,26 +226,21 @@ TEST_F(DamagedFiles, NeverCrashOrTakeMemoryWithoutBound)
     std::vector<std::string> seeds;
     for (const FileFormat& format : all_formats())
     {
-        seeds.push_back(sample_file(format).bytes());
-        SampleFile old = sample_file(format);
-        old.blocks.erase(ZEL_BLOCK_FACES);
-        old.blocks.erase(ZEL_BLOCK_EIGENVALUES);
-        seeds.push_back(old.bytes());
+        SampleFile file = sample_file(format);
+        seeds.push_back(file.bytes());
         for (int block :
-             {ZEL_BLOCK_MODES, ZEL_BLOCK_TRANSFORMATION, ZEL_BLOCK_STRESS, ZEL_BLOCK_PRELOAD, ZEL_BLOCK_LOADS,
-              ZEL_BLOCK_STRAIN, ZEL_BLOCK_PRE_STRESS, ZEL_BLOCK_PRE_STRAIN}) // matrices alone tell the number of modes
-            old.blocks.erase(block);
-        seeds.push_back(old.bytes());
+             {7, 14, 0, 8, 16, 18, 27, 28, 29, 31, 32, 0}) // at last matrices alone tell the number of modes
+            if (block > 0)
+                file.blocks.erase(block);
+            else
+                seeds.push_back(file.bytes());
     }
     FILE* report = std::fopen("/dev/null", "w");
     int opened = 0;
-    ::testing::internal::CaptureStderr();
-    ::testing::internal::CaptureStdout();
-    for (int i = 0; i < kFiles; ++i)
-        opened +=
-            exercise_file(mutated(seeds[size_t(i) % seeds.size()], random), i % 4 == 0 ? report : nullptr) ? 1 : 0;
-    ::testing::internal::GetCapturedStdout();
-    ::testing::internal::GetCapturedStderr();
+    quietly([&] {
+        for (int i = 0; i < kFiles; ++i)
+            opened += exercise_file(mutated(seeds[size_t(i) % seeds.size()], random), i % 4 == 0 ? report : nullptr);
+    });
     std::fclose(report);
     EXPECT_GT(opened, kFiles / 20); // else the mutations reach nothing behind the directory
     EXPECT_LT(opened, kFiles);

@@ -13,25 +13,20 @@
 
 namespace
 {
-class Reading : public ZelTest
-{
-protected:
-    ZELDATA* open(const std::string& bytes)
-    {
-        const std::string path = folder.path("body" + std::to_string(++files) + ".zel");
-        write_bytes(path, bytes);
-        return ZEL_CreateFromZEL(path.c_str());
-    }
-    ZELDATA* open(const SampleFile& file) { return open(file.bytes()); }
-    TemporaryFolder folder;
-    int files = 0;
-};
+using Reading = FileTest;
+using Reals = std::vector<double>;
 
-void expect_reals(const double* values, int block, int first, int count)
+template <typename T> std::vector<T> listed(const T* values, int count)
 {
-    ASSERT_TRUE(values);
-    for (int k = 0; k < count; ++k)
-        EXPECT_EQ(values[k], sample::real(block, first + k)) << "real " << first + k << " of block " << block;
+    return values ? std::vector<T>(values, values + count) : std::vector<T>();
+}
+
+// A copy of what a query returned, which is freed.
+template <typename T> std::vector<T> taken(T* values, int count)
+{
+    const std::vector<T> copy = listed(values, count);
+    std::free(values);
+    return copy;
 }
 
 void expect_header(const ZELDATA* db)
@@ -51,123 +46,120 @@ void expect_header(const ZELDATA* db)
 
 void expect_nodes(ZELDATA* db)
 {
-    ASSERT_EQ(db->node_count, 7);
+    ASSERT_EQ(ZEL_NodeCount(db), 7);
+    std::vector<double> all(21);
+    EXPECT_EQ(ZEL_NodeCoordinateList(db, all.data(), nullptr), 1);
     for (int node = 0; node < 7; ++node)
     {
-        const ZELNODE& read = db->nodes[node];
         const int id = sample::node_ids[size_t(node)];
-        ASSERT_EQ(read.id, id);
+        EXPECT_EQ(ZEL_NodeID(db, node), id);
         EXPECT_EQ(ZEL_NodeIndex(db, id), node);
-        EXPECT_EQ(read.x, sample::coordinate(id, 0));
-        EXPECT_EQ(read.y, sample::coordinate(id, 1));
-        EXPECT_EQ(read.z, sample::coordinate(id, 2));
-        EXPECT_EQ(read.mass, id == 60 || id == 10 || id == 30 ? sample::mass(id) : 0.0);
-        EXPECT_EQ(read.inertia != nullptr, id == 20 || id == 60);
+        double mass = 0.0, with_mass[3] = {}, alone[3] = {};
+        EXPECT_TRUE(ZEL_NodalMassAndGeometry(db, node, &mass, with_mass) && ZEL_NodeCoordinates(db, node, alone));
+        EXPECT_TRUE(mass == sample::stored_mass(id) && ZEL_NodalMass(db, node) == mass) << mass;
+        for (int axis = 0; axis < 3; ++axis)
+            for (double x : {with_mass[axis], alone[axis], all[size_t(3 * node + axis)]})
+                EXPECT_EQ(x, sample::coordinate(id, axis));
+        // Entries (4,4), (5,5), (6,6) and (4,6) of node 20, (5,6) of node 60.
+        double tensor[9] = {};
+        EXPECT_EQ(ZEL_NodalInertia(db, node, tensor), id == 20 || id == 60);
+        EXPECT_EQ(listed(tensor, 9), id == 20   ? Reals({160.0, 0, 160.375, 0, 160.125, 0, 160.375, 0, 160.25})
+                                     : id == 60 ? Reals({0, 0, 0, 0, 0, 160.5, 0, 160.5, 0})
+                                                : Reals(9, 0.0));
     }
-    // Entries (4,4), (5,5), (6,6) and (4,6) of node 20, (5,6) of node 60; stored xx yy zz xy xz yz.
-    const double tensor[6] = {160.0, 160.125, 160.25, 0.0, 160.375, 0.0};
-    for (int i = 0; i < 6; ++i)
-    {
-        EXPECT_EQ(db->nodes[2].inertia[i], tensor[i]);
-        EXPECT_EQ(db->nodes[6].inertia[i], i == 5 ? 160.5 : 0.0);
-    }
-    EXPECT_EQ(db->total_mass, sample::real(ZEL_BLOCK_BODY, 0));
-    expect_reals(db->center_of_mass, ZEL_BLOCK_BODY, 1, 3);
-    expect_reals(db->inertia_tensor, ZEL_BLOCK_BODY, 4, 9);
-    ASSERT_EQ(db->interface_count, 2);
-    EXPECT_EQ(db->interface_nodes[0], 6); // of node 60
-    EXPECT_EQ(db->interface_nodes[1], 2);
+    EXPECT_EQ(Reals({db->total_mass}), sample::reals(ZEL_BLOCK_BODY, 0, 1));
+    EXPECT_EQ(listed(db->center_of_mass, 3), sample::reals(ZEL_BLOCK_BODY, 1, 3));
+    EXPECT_EQ(listed(db->inertia_tensor, 9), sample::reals(ZEL_BLOCK_BODY, 4, 9));
+    int count = 0;
+    EXPECT_EQ(taken(ZEL_InterfaceNodes(db, &count), 2), (std::vector<int>{6, 2}));
+    EXPECT_EQ(taken(ZEL_InterfaceNodeIDs(db, nullptr), 2), (std::vector<int>{60, 20}));
     const std::vector<int> faces = {0x40000004, 0, 1, 2, 3, 3, 4, 5, 6}; // node indexes behind the words of the file
-    EXPECT_EQ(std::vector<int>(db->face_list, db->face_list + db->face_list_length), faces);
-    EXPECT_EQ(db->face_count, 2);
+    EXPECT_EQ(listed(db->face_list, db->face_list_length), faces);
+    EXPECT_TRUE(count == 2 && db->face_count == 2);
 }
 
 // The node list of a kind and each of its vectors, by every route.
 void expect_modes(ZELDATA* db, int kind)
 {
     const std::vector<int>& ids = sample::ids_of_kind(kind);
-    const int nodes = int(ids.size());
-    ASSERT_EQ(ZEL_ModeNodeCount(db, kind), nodes);
+    ASSERT_EQ(ZEL_ModeNodeCount(db, kind), int(ids.size()));
     EXPECT_EQ(ZEL_ModeExist(db, kind), 1);
+    const bool is_double = db->zel_file.double_precision == 1;
     for (int number : sample::mode_numbers)
     {
-        std::vector<double> whole(6 * ids.size()), first(3 * ids.size()), second(3 * ids.size());
+        Reals whole(6 * ids.size()), parts[2] = {Reals(3 * ids.size()), Reals(3 * ids.size())};
         std::vector<float> narrow(6 * ids.size());
-        const bool is_double = db->zel_file.double_precision == 1;
-        EXPECT_EQ(ZEL_Read_Mode_Double(db, number, kind, whole.data()), is_double ? 1 : 0);
-        EXPECT_EQ(ZEL_Read_Mode_Single(db, number, kind, narrow.data()), is_double ? 0 : 1);
-        ASSERT_TRUE(ZEL_Mode(db, number, kind, first.data(), 0) && ZEL_Mode(db, number, kind, second.data(), 1));
+        EXPECT_EQ(ZEL_Read_Mode_Double(db, number, kind, whole.data()), is_double);
+        EXPECT_EQ(ZEL_Read_Mode_Single(db, number, kind, narrow.data()), !is_double);
+        for (int part : {0, 1})
+            ASSERT_EQ(ZEL_Mode(db, number, kind, parts[part].data(), part), 1);
         for (size_t i = 0; i < whole.size(); ++i)
         {
             const double expected = sample::mode_value(kind, number, ids[i / 6], int(i % 6));
             EXPECT_EQ(is_double ? whole[i] : double(narrow[i]), expected);
-            EXPECT_EQ(i % 6 < 3 ? first[3 * (i / 6) + i % 6] : second[3 * (i / 6) + i % 6 - 3], expected);
+            EXPECT_EQ(parts[i % 6 / 3][3 * (i / 6) + i % 3], expected);
         }
         double by_node[3];
         ASSERT_EQ(ZEL_ModeByNode(db, number, kind, ids[1], by_node, 1), 1);
         EXPECT_EQ(by_node[2], sample::mode_value(kind, number, ids[1], 5));
     }
-    for (int position = 0; position < nodes; ++position)
+    for (int position = 0; position < int(ids.size()); ++position)
     {
-        EXPECT_EQ(db->mode_nodes[kind][position]->id, ids[size_t(position)]);
+        EXPECT_EQ(ZEL_ModeNodeID(db, kind, position), ids[size_t(position)]);
         EXPECT_EQ(ZEL_ModeNodeIndex(db, kind, ids[size_t(position)]), position);
-    }
-}
-
-void expect_matrix(const ZELMATRIX& matrix, int block)
-{
-    ASSERT_EQ(matrix.count, 4);
-    for (int i = 0; i < 4; ++i)
-    {
-        const std::vector<int>& entry = sample::matrix_entries[size_t(i)];
-        EXPECT_EQ(matrix.entries[i].row, entry[0] - 1);
-        EXPECT_EQ(matrix.entries[i].column, entry[1] - 1);
-        EXPECT_EQ(matrix.entries[i].value, sample::real(block, i));
     }
 }
 
 void expect_modal_blocks(ZELDATA* db)
 {
-    ASSERT_EQ(db->mode_count, 3);
-    ASSERT_EQ(db->eigenvalue_count, 3);
+    ASSERT_TRUE(db->mode_count == 3 && db->eigenvalue_count == 3 && db->transformation_order == 3);
     for (int mode = 0; mode < 3; ++mode)
     {
+        const ZELEIGEN& record = db->eigenvalues[mode];
         EXPECT_EQ(ZEL_ModeNumber(db, mode), sample::mode_numbers[size_t(mode)]);
-        EXPECT_EQ(db->eigenvalues[mode].value[0], sample::mode_numbers[size_t(mode)]);
-        expect_reals(db->eigenvalues[mode].value + 1, ZEL_BLOCK_EIGENVALUES, 5 * mode, 5);
+        EXPECT_EQ(record.value[0], sample::mode_numbers[size_t(mode)]);
+        EXPECT_EQ(listed(record.value + 1, 5), sample::reals(ZEL_BLOCK_EIGENVALUES, 5 * mode, 5));
     }
-    expect_matrix(db->stiffness, 12);
-    expect_matrix(db->mass, 13);
-    expect_matrix(db->damping, 15);
-    EXPECT_EQ(db->damping_projected, 1);
-    EXPECT_EQ(db->non_diagonal, 1);
-    EXPECT_EQ(db->non_unit_mass, 1);
-    ASSERT_EQ(db->transformation_order, 3);
-    expect_reals(db->transformation, ZEL_BLOCK_TRANSFORMATION, 0, 9);
+    for (const auto& [matrix, block] : {std::pair(&db->stiffness, 12), {&db->mass, 13}, {&db->damping, 15}})
+    {
+        ASSERT_EQ(matrix->count, 4);
+        for (int i = 0; i < 4; ++i)
+        {
+            const std::vector<int>& entry = sample::matrix_entries[size_t(i)];
+            EXPECT_TRUE(matrix->entries[i].row == entry[0] - 1 && matrix->entries[i].column == entry[1] - 1) << i;
+            EXPECT_EQ(matrix->entries[i].value, sample::real(block, i));
+        }
+    }
+    EXPECT_TRUE(db->damping_projected == 1 && db->non_diagonal == 1 && db->non_unit_mass == 1);
+    EXPECT_EQ(listed(db->transformation, 9), sample::reals(ZEL_BLOCK_TRANSFORMATION, 0, 9));
 }
 
 void expect_later_blocks(ZELDATA* db)
 {
-    expect_reals(db->modal_preload, ZEL_BLOCK_PRELOAD, 0, 3);
-    EXPECT_EQ(db->principal_axes_done, 1);
-    ASSERT_EQ(db->load_case_count, 2);
+    int count = 0;
+    EXPECT_EQ(taken(ZEL_GetModalPreload(db, &count), 3), sample::reals(ZEL_BLOCK_PRELOAD, 0, 3));
+    EXPECT_TRUE(count == 3 && db->principal_axes_done == 1);
+    ASSERT_EQ(ZEL_GetModalLoadCaseCount(db), 2);
     for (int load = 0; load < 2; ++load)
     {
-        EXPECT_EQ(db->load_cases[load].label, sample::load_labels[size_t(load)]);
-        EXPECT_EQ(db->load_cases[load].processed, load);
-        expect_reals(db->load_cases[load].values, ZEL_BLOCK_LOADS, 3 * load, 3);
+        char label[256];
+        EXPECT_EQ(ZEL_GetModalLoadCaseLabel(db, load, label), 1);
+        EXPECT_EQ(label, sample::load_labels[size_t(load)]);
+        EXPECT_EQ(ZEL_ModalLoadProcessed(db, load), load);
+        EXPECT_EQ(taken(ZEL_GetModalLoad(db, load, &count), 3), sample::reals(ZEL_BLOCK_LOADS, 3 * load, 3));
     }
     ASSERT_EQ(db->modal_statistics_count, 3);
     const int nodes[5] = {10, 20, 70, 60, 0};
     for (int mode = 0; mode < 3; ++mode)
         for (int k = 0; k < 5; ++k)
         {
+            const double expected = k < 4 ? sample::real(ZEL_BLOCK_STATISTICS, 4 * mode + k) : 0.0;
             EXPECT_EQ(db->modal_statistics[mode].pair[k].node_id, nodes[k]);
-            EXPECT_EQ(db->modal_statistics[mode].pair[k].value,
-                      k < 4 ? sample::real(ZEL_BLOCK_STATISTICS, 4 * mode + k) : 0.0);
+            EXPECT_EQ(db->modal_statistics[mode].pair[k].value, expected);
         }
-    expect_reals(db->pre_stress[0].v, ZEL_BLOCK_PRE_STRESS, 0, 18);
-    expect_reals(db->pre_strain[0].v, ZEL_BLOCK_PRE_STRAIN, 0, 12);
+    ASSERT_TRUE(db->pre_stress && db->pre_strain);
+    EXPECT_EQ(listed(db->pre_stress[0].v, 18), sample::reals(ZEL_BLOCK_PRE_STRESS, 0, 18));
+    EXPECT_EQ(listed(db->pre_strain[0].v, 12), sample::reals(ZEL_BLOCK_PRE_STRAIN, 0, 12));
 }
 } // namespace
 
@@ -207,22 +199,17 @@ TEST_F(Reading, KnowsWhereEachBlockStartsAndHowLongItIs)
         for (int number = 1; number <= ZEL_BLOCKS; ++number)
         {
             const bool there = number == 1 || number == 3 || file.blocks.count(number) == 1;
-            EXPECT_EQ(ZEL_Exists(db, number - 1), there ? 1 : 0);
+            const int64_t size = number == 1   ? 4
+                                 : number == 3 ? (format.xdr ? 400 : 100)
+                                 : there       ? int64_t(file.blocks.at(number).size())
+                                               : 0;
+            EXPECT_EQ(ZEL_Exists(db, number - 1), there);
             ASSERT_EQ(FileSeek_Win32(stream, 17, 0), 0);
-            const int64_t bytes = ZEL_size_of_block(db, number - 1);
+            EXPECT_EQ(ZEL_size_of_block(db, number - 1), size) << number;
             EXPECT_EQ(FileTell_Win32(stream), 17);
-            if (number > 3 || number == 2)
-            {
-                EXPECT_EQ(bytes, there ? int64_t(file.blocks.at(number).size()) : 0) << number;
-            }
-            ASSERT_EQ(ZEL_goto_block(db, number - 1), there ? 1 : 0);
-            if (there)
-            {
-                EXPECT_EQ(FileTell_Win32(stream), file.offset(number)) << number;
-            }
+            ASSERT_EQ(ZEL_goto_block(db, number - 1), there);
+            EXPECT_EQ(FileTell_Win32(stream), there ? file.offset(number) : 17) << number;
         }
-        EXPECT_EQ(ZEL_size_of_block(db, ZEL_BLOCK_VERSION - 1), 4);
-        EXPECT_EQ(ZEL_size_of_block(db, ZEL_BLOCK_SUMMARY - 1), format.xdr ? 400 : 100);
         EXPECT_EQ(db->block_offset[ZEL_BLOCKS], int64_t(file.bytes().size()));
         for (int index : {-1, 32, 1000, INT_MIN, INT_MAX})
             EXPECT_TRUE(!ZEL_Exists(db, index) && !ZEL_goto_block(db, index) && !ZEL_size_of_block(db, index));
@@ -279,10 +266,8 @@ TEST_F(Reading, FindsNothingInAFileOfThreeBlocks)
         EXPECT_EQ(db->node_count + db->mode_count + db->face_count + db->max_modes + db->max_mode_nodes, 0);
         for (int index = 3; index < ZEL_BLOCKS; ++index)
             EXPECT_EQ(ZEL_Exists(db, index), 0);
-        EXPECT_STREQ(db->units.mass, "KILOGRAM");
-        EXPECT_STREQ(db->units.length, "METER");
-        EXPECT_STREQ(db->units.time, "SECOND");
-        EXPECT_STREQ(db->units.force, "NEWTON");
+        EXPECT_EQ(std::string(db->units.mass) + db->units.length + db->units.time + db->units.force,
+                  "KILOGRAMMETERSECONDNEWTON");
     }
 }
 
@@ -368,7 +353,7 @@ TEST_F(Reading, TakesFacesFromOldElementBlocks)
         ZELDATA* db = open(file);
         ASSERT_TRUE(db);
         const std::vector<int> faces = {3, 0, 1, 2, 0x40000003, 2, 3, 4, 4, 0, 2, 4, 5};
-        EXPECT_EQ(std::vector<int>(db->face_list, db->face_list + db->face_list_length), faces);
+        EXPECT_EQ(listed(db->face_list, db->face_list_length), faces);
         EXPECT_EQ(db->face_count, 3);
         // a closed polygon loses its repeat, a line that folds to a point is no face
         file.blocks[ZEL_BLOCK_TOPOLOGY] =
@@ -376,22 +361,16 @@ TEST_F(Reading, TakesFacesFromOldElementBlocks)
         db = open(file);
         ASSERT_TRUE(db);
         const std::vector<int> edge = {2, 0, 1};
-        EXPECT_EQ(std::vector<int>(db->face_list, db->face_list + db->face_list_length), edge);
+        EXPECT_EQ(listed(db->face_list, db->face_list_length), edge);
     }
 }
 
 TEST_F(Reading, AveragesMassesAndWarnsOfRepeats)
 {
     SampleFile file = sample_file({60, true, false});
-    file.blocks[ZEL_BLOCK_MASSES] = file.build()
-                                        .integers({3, 3})
-                                        .integer(20)
-                                        .reals({1, 2, 6})
-                                        .integer(999)
-                                        .reals({1, 1, 1})
-                                        .integer(20)
-                                        .reals({4, 4, 7})
-                                        .bytes;
+    FileBuilder masses = file.build().integers({3, 3});
+    masses.integer(20).reals({1, 2, 6}).integer(999).reals({1, 1, 1}).integer(20).reals({4, 4, 7});
+    file.blocks[ZEL_BLOCK_MASSES] = masses.bytes;
     ZELDATA* db = nullptr;
     EXPECT_EQ(
         errors_of([&] { db = open(file); }),
@@ -402,12 +381,8 @@ TEST_F(Reading, AveragesMassesAndWarnsOfRepeats)
     EXPECT_EQ(db->node_count, 7);
 
     file = sample_file({60, true, false}); // (4, 6) and (6, 4) are one component, but only (6, 4) comes twice
-    FileBuilder inertias = file.build();
-    inertias.integer(4);
-    int value = 0;
-    for (const std::vector<int>& entry : std::vector<std::vector<int>>{{20, 4, 6}, {20, 6, 4}, {20, 6, 4}, {999, 4, 4}})
-        inertias.integer(entry[0]).character(entry[1]).character(entry[2]).real(++value);
-    file.blocks[ZEL_BLOCK_INERTIAS] = inertias.bytes;
+    file.blocks[ZEL_BLOCK_INERTIAS] =
+        inertias_block(file, {{20, 4, 6, 1.0}, {20, 6, 4, 2.0}, {20, 6, 4, 3.0}, {999, 4, 4, 4.0}});
     EXPECT_EQ(errors_of([&] { db = open(file); }), "WARNING:  Redefining mass of Nodal inertia 20\n");
     ASSERT_TRUE(db);
     EXPECT_EQ(db->nodes[2].inertia[4], 3.0);
@@ -415,9 +390,7 @@ TEST_F(Reading, AveragesMassesAndWarnsOfRepeats)
 
 TEST_F(Reading, CountsAndNumbersModesWithoutEigenvalues)
 {
-    const auto numbers = [](const ZELDATA* db) {
-        return std::vector<int>(db->mode_ids, db->mode_ids + db->mode_count);
-    };
+    const auto numbers = [](const ZELDATA* db) { return listed(db->mode_ids, db->mode_count); };
     const std::vector<int> counted = {1, 2, 3};
     SampleFile file = sample_file({60, false, true});
     file.blocks.erase(ZEL_BLOCK_EIGENVALUES);
@@ -473,38 +446,28 @@ TEST_F(Reading, RereadsMatricesInCurrentUnits)
     ASSERT_TRUE(db);
     ASSERT_TRUE(ZEL_SetUnits(db, "kg", "m", "s", "N"));
     ASSERT_TRUE(ZEL_SetUnits(db, "kg", "cm", "ms", "kN"));
-    struct Values
+    const struct
     {
-        std::vector<double> stiffness, mass, damping;
-    };
-    const auto values = [&] {
-        Values now;
-        for (int i = 0; i < 4; ++i)
-        {
-            now.stiffness.push_back(db->stiffness.entries[i].value);
-            now.mass.push_back(db->mass.entries[i].value);
-            now.damping.push_back(db->damping.entries[i].value);
-        }
-        return now;
-    };
-    const Values scaled = values();
-    EXPECT_NEAR(scaled.stiffness[0], 192.0 * 1e-3 * 1e-1, 1e-12);    // N mm to kN cm
-    EXPECT_NEAR(scaled.mass[0], 208.0 * 1e3 * 1e-2, 1e-9);           // Mg mm2 to kg cm2
-    EXPECT_NEAR(scaled.damping[0], 240.0 * 1e-3 * 1e3 / 1e-1, 1e-9); // N s / mm to kN ms / cm
-    for (ZELMATRIX* matrix : {&db->stiffness, &db->mass, &db->damping})
-        for (int i = 0; i < 4; ++i)
-            matrix->entries[i].value = -1.0;
+        ZELMATRIX& matrix;
+        int (*read)(ZELDATA*);
+        int block;
+        double factor;
+    } rows[] = {{db->stiffness, ZEL_ReadGeneralizedStiffness, 12, 1e-3 * 1e-1},    // N mm to kN cm
+                {db->mass, ZEL_ReadGeneralizedMass, 13, 1e3 * 1e-2},               // Mg mm2 to kg cm2
+                {db->damping, ZEL_ReadGeneralizedDamping, 15, 1e-3 * 1e3 / 1e-1}}; // N s / mm to kN ms / cm
     ASSERT_EQ(FileSeek_Win32(db->zel_file.file, 99, 0), 0);
-    EXPECT_TRUE(ZEL_ReadGeneralizedStiffness(db) && ZEL_ReadGeneralizedMass(db) && ZEL_ReadGeneralizedDamping(db));
+    for (const auto& row : rows)
+        for (bool again : {false, true})
+        {
+            EXPECT_TRUE(!again || row.read(db));
+            ASSERT_EQ(row.matrix.count, 4);
+            for (int i = 0; i < 4; ++i)
+            {
+                const double expected = sample::real(row.block, i) * row.factor;
+                EXPECT_NEAR(std::exchange(row.matrix.entries[i].value, -1.0), expected, 1e-14 * expected);
+            }
+        }
     EXPECT_EQ(FileTell_Win32(db->zel_file.file), 99);
-    const Values again = values();
-    for (size_t i = 0; i < 4; ++i)
-    {
-        EXPECT_NEAR(again.stiffness[i], scaled.stiffness[i], 1e-14 * scaled.stiffness[i]);
-        EXPECT_NEAR(again.mass[i], scaled.mass[i], 1e-14 * scaled.mass[i]);
-        EXPECT_NEAR(again.damping[i], scaled.damping[i], 1e-14 * scaled.damping[i]);
-    }
-    EXPECT_EQ(db->mass.count, 4);
     EXPECT_EQ(ZEL_ReadGeneralizedMass(ZEL_Create(1, 1)), 0);
 }
 
