@@ -1,9 +1,20 @@
 #include "assembly.h"
 #include "fixtures.h"
 
+#include <Eigen/Dense>
+
 #include <algorithm>
 #include <cmath>
 #include <random>
+
+void Assembly::add_combination(const Assembly& other, const double* factors)
+{
+    add_mode();
+    for (size_t k = 0; k < other.modes.size(); ++k)
+        for (size_t p = 0; p < points.size(); ++p)
+            for (size_t d = 0; d < 6; ++d)
+                modes.back()[p][d] += factors[k] * other.modes[k][p][d];
+}
 
 void Assembly::add_rigid_modes()
 {
@@ -66,91 +77,70 @@ ZELDATA* database_of(const Assembly& body)
 
 // ---- By definition --------------------------------------------------------------------------------------------------
 
-using Wide = long double;
-using Wide3 = std::array<Wide, 3>;
-using Wide9 = std::array<Wide, 9>;
+using Wide3 = Eigen::Matrix<long double, 3, 1>;
+using Wide33 = Eigen::Matrix<long double, 3, 3, Eigen::RowMajor>;
+using Six = std::array<double, 6>;
 
-static Wide3 cross(const double* a, const double* b)
+static Wide3 wide(const double* v)
 {
-    return {Wide(a[1]) * b[2] - Wide(a[2]) * b[1], Wide(a[2]) * b[0] - Wide(a[0]) * b[2],
-            Wide(a[0]) * b[1] - Wide(a[1]) * b[0]};
+    return Eigen::Map<const Eigen::Vector3d>(v).cast<long double>();
 }
 
-// w (u v^T - (u.v) E)
-static void add_product(Wide9& sum, Wide w, const double* u, const double* v)
+// u v^T - (u.v) E
+static Wide33 product(const Wide3& u, const Wide3& v)
 {
-    const Wide dot = Wide(u[0]) * v[0] + Wide(u[1]) * v[1] + Wide(u[2]) * v[2];
-    for (size_t i = 0; i < 9; ++i)
-        sum[i] += w * (Wide(u[i / 3]) * v[i % 3] - (i % 4 == 0 ? dot : 0));
+    return u * v.transpose() - u.dot(v) * Wide33::Identity();
 }
 
-static Wide9 tensor_of(const Point& point)
+static Wide33 tensor_of(const Point& point)
 {
-    const auto& j = point.inertia;
-    if (j.empty())
-        return {};
-    return {j[0], j[3], j[4], j[3], j[1], j[5], j[4], j[5], j[2]};
+    Wide33 tensor = Wide33::Zero();
+    if (const auto& j = point.inertia; !j.empty())
+        tensor << j[0], j[3], j[4], j[3], j[1], j[5], j[4], j[5], j[2];
+    return tensor;
 }
 
-// Column of invariant 1, 2, 3 or 4, or the 9 values of 7, 8 or 9, for modes i and j where they matter.
-static std::vector<double> defined_piece(const Assembly& body, int number, size_t i, size_t j)
+// What a point adds to the vector of invariant 1 to 5, in the first row, or to the tensor of 7 to 9, moving by `a` and by `b`.
+static Wide33 share_of(const Point& point, int number, const Six& a, const Six& b)
 {
-    Wide9 sum = {};
-    size_t length = number == 1 ? 1 : number < 6 ? 3 : 9;
-    for (size_t p = 0; p < body.points.size(); ++p)
+    const Wide3 s = wide(point.s.data()), moved = wide(a.data()), other = wide(b.data());
+    const long double m = point.mass;
+    Wide33 share = Wide33::Zero();
+    switch (number)
     {
-        const Point& point = body.points[p];
-        const Wide m = point.mass;
-        const double* s = point.s.data();
-        const double* a = body.modes.empty() ? nullptr : body.modes[i][p].data();
-        const double* b = body.modes.empty() ? nullptr : body.modes[j][p].data();
-        const Wide9 tensor = tensor_of(point);
-        for (size_t axis = 0; axis < 3; ++axis)
-            switch (number)
-            {
-            case 1: sum[axis] += m; break;
-            case 2: sum[axis] += m * s[axis]; break;
-            case 3: sum[axis] += m * a[axis]; break;
-            case 4:
-                sum[axis] += m * cross(s, a)[axis];
-                for (size_t k = 0; k < 3; ++k)
-                    sum[axis] += tensor[3 * k + axis] * a[3 + k];
-                break;
-            case 5: sum[axis] += m * cross(a, b)[axis]; break;
-            default: break;
-            }
-        if (number == 7)
-        {
-            add_product(sum, -m, s, s);
-            for (size_t k = 0; k < 9; ++k)
-                sum[k] += tensor[k];
-        }
-        if (number == 8)
-            add_product(sum, m, a, s);
-        if (number == 9)
-            add_product(sum, m, b, a);
+    case 1: share.row(0).setConstant(m); break;
+    case 2: share.row(0) = m * s; break;
+    case 3: share.row(0) = m * moved; break;
+    case 4: share.row(0) = m * s.cross(moved) + tensor_of(point) * wide(a.data() + 3); break;
+    case 5: share.row(0) = m * moved.cross(other); break;
+    case 7: share = tensor_of(point) - m * product(s, s); break;
+    case 8: share = m * product(moved, s); break;
+    default: share = m * product(other, moved);
     }
-    return {sum.begin(), sum.begin() + long(length)};
+    return share;
 }
 
 std::vector<double> defined_invariant(const Assembly& body, int number)
 {
     const size_t modes = body.modes.size();
-    const bool by_mode = number == 3 || number == 4 || number == 8, by_pair = number == 5 || number == 9;
+    const bool by_pair = number == 5 || number == 9, by_column = number == 3 || number == 4;
     std::vector<double> values;
     for (size_t i = 0; i < (by_pair || number == 8 ? modes : 1); ++i)
     {
-        std::vector<std::vector<double>> pieces;
-        for (size_t j = 0; j < (by_pair || (by_mode && number != 8) ? modes : 1); ++j)
-            pieces.push_back(by_pair || number == 8 ? defined_piece(body, number, i, by_pair ? j : i)
-                                                    : defined_piece(body, number, by_mode ? j : 0, 0));
-        if (number == 3 || number == 4 || number == 5) // by component row
-            for (size_t axis = 0; axis < 3; ++axis)
-                for (const auto& piece : pieces)
-                    values.push_back(piece[axis]);
-        else
-            for (const auto& piece : pieces)
-                values.insert(values.end(), piece.begin(), piece.end());
+        std::vector<Wide33> pieces;
+        for (size_t j = 0; j < (by_pair || by_column ? modes : 1); ++j)
+        {
+            pieces.push_back(Wide33::Zero());
+            for (size_t p = 0; p < body.points.size(); ++p)
+                pieces.back() += share_of(body.points[p], number, modes ? body.modes[by_column ? j : i][p] : Six{},
+                                          modes ? body.modes[j][p] : Six{});
+        }
+        if (number >= 7)
+            for (const Wide33& piece : pieces)
+                values.insert(values.end(), piece.data(), piece.data() + 9);
+        for (int axis = 0; number < 7 && axis < (number == 1 ? 1 : 3); ++axis) // by component row
+            for (const Wide33& piece : pieces)
+                values.push_back(double(piece(0, axis)));
     }
     return values;
 }

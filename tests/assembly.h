@@ -24,6 +24,7 @@ struct Assembly
 
     int mode_count() const { return int(modes.size()); }
     void add_mode() { modes.emplace_back(points.size()); }
+    void add_combination(const Assembly& other, const double* factors); // of the modes of another body of these points
     void add_rigid_modes(); // translations along, then rotations about x, y, z
 };
 

@@ -1,29 +1,23 @@
 // Generalized masses between two groups of modes.
 #include "assembly.h"
+#include "dense.h"
 #include "fixtures.h"
-
-#include <cmath>
 
 using CouplingMasses = ZelTest;
 
 // mass t_i . t_j + r_j . I r_i, summed over the nodes by definition
 static double coupling(const Assembly& body, size_t i, size_t j)
 {
-    long double sum = 0.0L;
+    double sum = 0.0;
     for (size_t p = 0; p < body.points.size(); ++p)
     {
-        const auto &a = body.modes[i][p], &b = body.modes[j][p];
-        for (size_t k = 0; k < 3; ++k)
-            sum += static_cast<long double>(body.points[p].mass) * a[k] * b[k];
+        const VectorXd a = VectorXd::Map(body.modes[i][p].data(), 6), b = VectorXd::Map(body.modes[j][p].data(), 6);
+        sum += body.points[p].mass * a.head(3).dot(b.head(3));
         if (const auto& t = body.points[p].inertia; !t.empty())
-        {
-            const double rows[3][3] = {{t[0], t[3], t[4]}, {t[3], t[1], t[5]}, {t[4], t[5], t[2]}};
-            for (size_t r = 0; r < 3; ++r)
-                for (size_t c = 0; c < 3; ++c)
-                    sum += static_cast<long double>(rows[r][c]) * b[3 + r] * a[3 + c];
-        }
+            sum += b.tail(3).dot((MatrixXd(3, 3) << t[0], t[3], t[4], t[3], t[1], t[5], t[4], t[5], t[2]).finished() *
+                                 a.tail(3));
     }
-    return double(sum);
+    return sum;
 }
 
 TEST_F(CouplingMasses, AreSumsOverTheNodes)

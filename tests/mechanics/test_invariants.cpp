@@ -8,11 +8,27 @@
 #include <cmath>
 #include <functional>
 #include <map>
+#include <numeric>
 
 static const std::vector<int> kNumbers = {1, 2, 3, 4, 5, 7, 8, 9};
 
-class InvariantsOf : public ZelTest
-{};
+using InvariantsOf = FileTest;
+
+static std::vector<double> scaled(std::vector<double> values, double factor)
+{
+    for (double& value : values)
+        value *= factor;
+    return values;
+}
+
+static void expect_defined(ZELDATA* db, const Assembly& body, const std::vector<int>& numbers = kNumbers)
+{
+    for (int number : numbers)
+    {
+        SCOPED_TRACE(number);
+        expect_near(library_invariant(db, number), defined_invariant(body, number), 1e-12);
+    }
+}
 
 // ---- Values ---------------------------------------------------------------------------------------------------------
 
@@ -50,32 +66,6 @@ TEST_F(InvariantsOf, AUniformBarAreItsClosedForms)
     std::free(pair);
 }
 
-// A square plate of side 2 and mass 6 in 20 x 20 cells, each a mass with its own inertia about z, so that the sums are
-// exactly those of the plate; its mode is a rotation about z through the centre, which stands at (5, 0, 0).
-TEST_F(InvariantsOf, ASpinningPlateAreItsClosedForms)
-{
-    constexpr int n = 20;
-    constexpr double m = 6.0, side = 2.0, cell = m / (n * n), offset = 5.0, about_z = m * side * side / 6;
-    Assembly plate;
-    for (int i = 0; i < n * n; ++i)
-    {
-        const double x = side * ((i % n + 0.5) / n - 0.5), y = side * ((i / n + 0.5) / n - 0.5);
-        plate.points.push_back({cell, {offset + x, y, 0}, {0, 0, cell * side * side / (6 * n * n), 0, 0, 0}});
-    }
-    plate.add_mode();
-    for (size_t p = 0; p < plate.points.size(); ++p)
-        plate.modes[0][p] = {-plate.points[p].s[1], plate.points[p].s[0] - offset, 0, 0, 0, 1};
-    ZELDATA* db = database_of(plate);
-    constexpr double near = 1e-13, half = about_z / 2 * (1 - 1.0 / (n * n)); // point masses: sum of m x^2
-    expect_near(library_invariant(db, 1), {m}, near);
-    EXPECT_LT(largest(library_invariant(db, 3)), 1e-13) << "spinning about its centre moves no mass";
-    expect_near(library_invariant(db, 4), {0, 0, about_z}, near);
-    expect_near({library_invariant(db, 7)[8]}, {about_z + m * offset * offset}, near);
-    expect_near(library_invariant(db, 8), {0, -half, 0, half, 0, 0, 0, 0, 0}, near);
-    expect_near(library_invariant(db, 9), {-half, 0, 0, 0, -half, 0, 0, 0, -2 * half}, near);
-    EXPECT_EQ(largest(library_invariant(db, 5)), 0.0);
-}
-
 static void expect_symmetries(ZELDATA* db)
 {
     const size_t modes = size_t(ZEL_ModeCount(db));
@@ -95,21 +85,13 @@ static void expect_symmetries(ZELDATA* db)
 // Sizes beyond a block of nodes, a tile of modes and a panel of tiles.
 TEST_F(InvariantsOf, PointMassesAreTheirSums)
 {
-    const struct
-    {
-        int points, modes;
-    } sizes[] = {{1, 1}, {60, 7}, {20000, 3}, {30, 33}, {24, 261}};
-    for (const auto& size : sizes)
+    for (const auto& [points, modes] : {std::pair(1, 1), {60, 7}, {20000, 3}, {30, 33}, {24, 261}})
         for (bool inertias : {false, true})
         {
-            SCOPED_TRACE(std::to_string(size.points) + " points, " + std::to_string(size.modes) + " modes");
-            const Assembly body = random_assembly(size.points, size.modes, 5u, inertias);
+            SCOPED_TRACE(testing::Message() << points << " points, " << modes << " modes");
+            const Assembly body = random_assembly(points, modes, 5u, inertias);
             ZELDATA* db = database_of(body);
-            for (int number : kNumbers)
-            {
-                SCOPED_TRACE(number);
-                expect_near(library_invariant(db, number), defined_invariant(body, number), 1e-12);
-            }
+            expect_defined(db, body);
             expect_symmetries(db);
             ZEL_UnLink(db);
         }
@@ -120,16 +102,15 @@ TEST_F(InvariantsOf, PointMassesAreTheirSums)
 TEST_F(InvariantsOf, WholeNumbersAreExact)
 {
     Assembly body = random_assembly(50, 4, 9u, false);
+    const auto round = [](double& value) { value = std::floor(10.0 * value); };
     for (Point& point : body.points)
     {
-        point.mass = std::floor(10.0 * point.mass);
-        for (double& x : point.s)
-            x = std::floor(10.0 * x);
+        round(point.mass);
+        std::for_each(point.s.begin(), point.s.end(), round);
     }
     for (auto& mode : body.modes)
         for (auto& values : mode)
-            for (double& value : values)
-                value = std::floor(10.0 * value);
+            std::for_each(values.begin(), values.end(), round);
     ZELDATA* db = database_of(body);
     for (int number : kNumbers)
         if (number == 5 || number == 9)
@@ -155,68 +136,12 @@ TEST_F(InvariantsOf, RigidModesReproduceTheWholeBody)
     expect_near(library_invariant(db, 4), angular, 1e-13);
 }
 
-static Vec rotated(const double r[9], const double* v)
-{
-    return {r[0] * v[0] + r[1] * v[1] + r[2] * v[2], r[3] * v[0] + r[4] * v[1] + r[5] * v[2],
-            r[6] * v[0] + r[7] * v[1] + r[8] * v[2]};
-}
-
-// R a R^T of every 3x3 in `values`, or R a of every vector, whose components stand `stride` apart.
-static std::vector<double> rotated_all(const double r[9], std::vector<double> values, bool tensors, size_t stride)
-{
-    for (size_t first = 0; tensors && first < values.size(); first += 9)
-        for (int twice = 0; twice < 2; ++twice) // R a, transposed; twice
-        {
-            std::array<double, 9> result;
-            for (size_t column = 0; column < 3; ++column)
-            {
-                const double v[3] = {values[first + column], values[first + 3 + column], values[first + 6 + column]};
-                const Vec turned = rotated(r, v);
-                std::copy(turned.begin(), turned.end(), result.begin() + long(3 * column));
-            }
-            std::copy(result.begin(), result.end(), values.begin() + long(first));
-        }
-    for (size_t first = 0; !tensors && first < values.size(); first += 3 * stride)
-        for (size_t k = first; k < first + stride; ++k)
-        {
-            const double v[3] = {values[k], values[k + stride], values[k + 2 * stride]};
-            const Vec turned = rotated(r, v);
-            for (size_t axis = 0; axis < 3; ++axis)
-                values[k + axis * stride] = turned[axis];
-        }
-    return values;
-}
-
-TEST_F(InvariantsOf, ARotatedBodyTurnWithIt)
-{
-    const double c = 0.8, s = 0.6, r[9] = {c, -s, 0, s * c, c * c, -s, s * s, s * c, c}; // about z, then about x
-    const Assembly body = random_assembly(30, 4, 17u, false);
-    Assembly turned = body;
-    for (Point& point : turned.points)
-        point.s = rotated(r, point.s.data());
-    for (auto& mode : turned.modes)
-        for (auto& values : mode)
-            for (int part : {0, 3})
-            {
-                const Vec v = rotated(r, values.data() + part);
-                std::copy(v.begin(), v.end(), values.begin() + part);
-            }
-    ZELDATA *before = database_of(body), *after = database_of(turned);
-    for (int number : {2, 3, 4, 5, 7, 8, 9})
-    {
-        SCOPED_TRACE(number);
-        const bool tensors = number >= 7;
-        expect_near(library_invariant(after, number),
-                    rotated_all(r, library_invariant(before, number), tensors, number == 2 ? 1 : 4), 1e-13);
-    }
-}
-
-// Takes the values as the caller's own, which a change must transform instead of summing anew.
-static void fix_values(ZELDATA* db)
+// Takes the values as the caller's own, which a change must transform instead of summing anew, or as its own.
+static void fix_values(ZELDATA* db, char origin)
 {
     ASSERT_TRUE(zel::fill_invariants(db, zel::InvariantSet::all));
     for (int number : kNumbers)
-        db->invar_origin[number] = zel::kGiven;
+        db->invar_origin[number] = origin;
 }
 
 TEST_F(InvariantsOf, AShiftedOriginAreThoseOfMovedNodes)
@@ -230,18 +155,12 @@ TEST_F(InvariantsOf, AShiftedOriginAreThoseOfMovedNodes)
     for (bool given : {true, false})
     {
         ZELDATA* db = database_of(body);
-        fix_values(db);
-        if (!given)
-            for (int number : kNumbers)
-                db->invar_origin[number] = zel::kComputed;
+        fix_values(db, given ? zel::kGiven : zel::kComputed);
         ASSERT_EQ(zel::shift_invariant_origin(db, origin), 1);
         EXPECT_EQ(db->invar8 != nullptr, given) << "what can be summed anew is dropped";
-        if (!given)
-            for (int node = 0; node < db->node_count; ++node)
-                ZEL_SetNodeCoordinates(db, node + 1, moved.points[size_t(node)].s[0], moved.points[size_t(node)].s[1],
-                                       moved.points[size_t(node)].s[2]);
-        for (int number : kNumbers)
-            expect_near(library_invariant(db, number), defined_invariant(moved, number), 1e-12);
+        for (size_t p = 0; !given && p < moved.points.size(); ++p)
+            ZEL_SetNodeCoordinates(db, int(p) + 1, moved.points[p].s[0], moved.points[p].s[1], moved.points[p].s[2]);
+        expect_defined(db, moved);
         ZEL_UnLink(db);
     }
 }
@@ -249,25 +168,18 @@ TEST_F(InvariantsOf, AShiftedOriginAreThoseOfMovedNodes)
 TEST_F(InvariantsOf, CombinedModesAreThoseOfTheNewModes)
 {
     const Assembly body = random_assembly(40, 3, 29u, true);
-    const double basis[2][3] = {{1.0, -0.5, 2.0}, {0.25, 3.0, 0.0}}; // new modes as combinations of the old ones
+    const double rows[] = {1.0, -0.5, 2.0, 0.25, 3.0, 0.0}; // two new modes as combinations of the old ones
     Assembly combined = body;
     combined.modes.clear();
-    for (const double* row : basis)
-    {
-        combined.add_mode();
-        for (size_t p = 0; p < body.points.size(); ++p)
-            for (size_t k = 0; k < 3; ++k)
-                for (size_t d = 0; d < 6; ++d)
-                    combined.modes.back()[p][d] += row[k] * body.modes[k][p][d];
-    }
+    for (const double* row : {rows, rows + 3})
+        combined.add_combination(body, row);
     ZELDATA* db = database_of(body);
-    fix_values(db);
-    ASSERT_EQ(zel::change_invariant_basis(db, basis[0], 2), 1);
+    fix_values(db, zel::kGiven);
+    ASSERT_EQ(zel::change_invariant_basis(db, rows, 2), 1);
     db->mode_count = 2;
-    for (int number : kNumbers)
-        expect_near(library_invariant(db, number), defined_invariant(combined, number), 1e-12);
+    expect_defined(db, combined);
     db->invar_origin[3] = zel::kComputed;
-    ASSERT_EQ(zel::change_invariant_basis(db, basis[0], 2), 1);
+    ASSERT_EQ(zel::change_invariant_basis(db, rows, 2), 1);
     EXPECT_EQ(db->invar3, nullptr) << "the sum over the new modes will take its place";
     EXPECT_NE(db->invar4, nullptr);
 }
@@ -279,18 +191,12 @@ TEST_F(InvariantsOf, ABodyInOtherUnitsAreScaled)
     {
         ZELDATA* db = database_of(body);
         ASSERT_EQ(ZEL_SetUnits(db, "kg", "m", "s", "N"), 1);
-        if (sum_before)
-        {
-            ASSERT_EQ(zel::fill_invariants(db, zel::InvariantSet::all), 1);
-        }
+        ASSERT_TRUE(!sum_before || zel::fill_invariants(db, zel::InvariantSet::all));
         ASSERT_EQ(ZEL_SetUnits(db, "gram", "mm", "s", "N"), 1);
         for (int number : kNumbers)
         {
             const double factor = number == 1 ? 1e3 : number <= 3 ? 1e6 : 1e9;
-            std::vector<double> expected = defined_invariant(body, number);
-            for (double& value : expected)
-                value *= factor;
-            expect_near(library_invariant(db, number), expected, 1e-12);
+            expect_near(library_invariant(db, number), scaled(defined_invariant(body, number), factor), 1e-12);
         }
         ZEL_UnLink(db);
     }
@@ -315,12 +221,6 @@ static Assembly sample_assembly()
     return body;
 }
 
-static ZELDATA* opened(const TemporaryFolder& folder, const SampleFile& file)
-{
-    write_bytes(folder.path("body.zel"), file.bytes());
-    return ZEL_CreateFromZEL(folder.path("body.zel").c_str());
-}
-
 // Summed over the file's mode shapes, stored as blocks and read again, in current units.
 TEST_F(InvariantsOf, AFileAreSummedAndReadInEveryEncoding)
 {
@@ -331,17 +231,15 @@ TEST_F(InvariantsOf, AFileAreSummedAndReadInEveryEncoding)
         SCOPED_TRACE(format.name());
         const Assembly body = sample_assembly();
         SampleFile file = sample_file(format);
-        FileBuilder masses = file.build();
-        masses.integer(int64_t(body.points.size())).integer(1);
+        FileBuilder masses = file.build().integers({int(body.points.size()), 1});
         for (int id : sample::shape_node_ids)
             masses.integer(id).real(sample::mass(id));
         file.blocks[ZEL_BLOCK_MASSES] = masses.bytes;
         file.blocks.erase(ZEL_BLOCK_INERTIAS);
         for (const zel::InvariantRow& row : zel::kInvariants)
             file.blocks.erase(row.block);
-        const TemporaryFolder folder;
-        ZELDATA* db = opened(folder, file);
-        ASSERT_NE(db, nullptr);
+        ZELDATA* db = open(file);
+        ASSERT_TRUE(db);
         std::map<int, std::vector<double>> stored;
         for (const zel::InvariantRow& row : zel::kInvariants)
         {
@@ -357,8 +255,8 @@ TEST_F(InvariantsOf, AFileAreSummedAndReadInEveryEncoding)
         ZEL_UnLink(db);
 
         file.blocks.erase(ZEL_BLOCK_MASSES); // now the blocks are all that is known
-        db = opened(folder, file);
-        ASSERT_NE(db, nullptr);
+        db = open(file);
+        ASSERT_TRUE(db);
         EXPECT_TRUE(zel::mass_data_suffices(db, zel::InvariantSet::all));
         ASSERT_EQ(ZEL_SetUnits(db, "GRAM", "METER", "SECOND", "NEWTON"), 1);
         zel::RigidInvariants rigid = {};
@@ -368,11 +266,10 @@ TEST_F(InvariantsOf, AFileAreSummedAndReadInEveryEncoding)
         EXPECT_NE(db->base_scale[0] * db->base_scale[1], 1.0);
         for (const zel::InvariantRow& row : zel::kInvariants)
         {
-            std::vector<double> expected = stored[row.number];
             const int lengths = row.number == 1 ? 0 : row.number <= 3 ? 1 : 2; // 1 is a mass, 2 and 3 are first moments
-            for (double& value : expected)
-                value *= db->base_scale[0] * std::pow(db->base_scale[1], lengths);
-            expect_near(library_invariant(db, row.number), expected, format.single ? 1e-7 : 1e-12);
+            const double factor = db->base_scale[0] * std::pow(db->base_scale[1], lengths);
+            expect_near(library_invariant(db, row.number), scaled(stored[row.number], factor),
+                        format.single ? 1e-7 : 1e-12);
         }
         db->file_flags[zel::flag_position(ZEL_BLOCK_INVAR9)] = 0;
         zel::drop_invariant(db, 9);
@@ -387,17 +284,13 @@ TEST_F(InvariantsOf, ABlockForAnotherModeCountKeepWhatIsCommon)
     for (int file_modes : {2, 4})
     {
         SampleFile file = sample_file(format_of_version(60));
-        std::vector<double> five;
-        for (int k = 0; k < 3 * file_modes * file_modes; ++k)
-            five.push_back(k + 1);
-        std::vector<double> nine;
-        for (int k = 0; k < 9 * file_modes * file_modes; ++k)
-            nine.push_back(k + 1);
+        std::vector<double> five(size_t(3 * file_modes * file_modes)), nine(3 * five.size());
+        std::iota(five.begin(), five.end(), 1.0);
+        std::iota(nine.begin(), nine.end(), 1.0);
         file.blocks[ZEL_BLOCK_INVAR5] = file.build().integer(file_modes).reals(five).bytes;
         file.blocks[ZEL_BLOCK_INVAR9] = file.build().integer(file_modes).reals(nine).bytes;
-        const TemporaryFolder folder;
-        ZELDATA* db = opened(folder, file);
-        ASSERT_NE(db, nullptr);
+        ZELDATA* db = open(file);
+        ASSERT_TRUE(db);
         EXPECT_EQ(errors_of([&] { std::free(ZEL_Invar5(db, 0)); }).rfind("ERROR:  nm!=ModeCount at line ", 0), 0u);
         errors_of([&] { std::free(ZEL_Invar9(db, 0, 0)); });
         const std::vector<double> read_five = library_invariant(db, 5), read_nine = library_invariant(db, 9);
@@ -486,7 +379,7 @@ TEST_F(InvariantsOf, AChangedBodyAreSummedAnewUnlessGiven)
         library_invariant(db, number);
     const std::vector<double> given = library_invariant(db, 8);
     ASSERT_EQ(ZEL_SetInvar8(db, given.data()), 1);
-    Point* const points = body.points.data();
+    auto& points = body.points;
     const std::function<int()> changes[] = {
         [&] { return ZEL_SetNodalMass(db, 5, points[4].mass = 7.0); },
         [&] {
@@ -498,8 +391,7 @@ TEST_F(InvariantsOf, AChangedBodyAreSummedAnewUnlessGiven)
     for (const auto& change : changes)
     {
         ASSERT_EQ(change(), 1);
-        for (int number : {1, 2, 3, 4, 5, 7, 9})
-            expect_near(library_invariant(db, number), defined_invariant(body, number), 1e-12);
+        expect_defined(db, body, {1, 2, 3, 4, 5, 7, 9});
         EXPECT_EQ(library_invariant(db, 8), given) << &change - changes;
     }
 }
@@ -513,8 +405,7 @@ TEST_F(InvariantsOf, AnUnreadableModeCountItAsZero)
     // The second half of the middle record lies beyond the end of its file, so that the first block of nodes is read.
     db->mode_positions[0][1] = db->mode_positions[0][2] + 24 * 20000;
     body.modes[1].assign(body.points.size(), {});
-    for (int number : kNumbers)
-        expect_near(library_invariant(db, number), defined_invariant(body, number), 1e-12);
+    expect_defined(db, body);
 }
 
 TEST_F(InvariantsOf, ABodyAreSummedInOnePassOverItsModes)
@@ -532,22 +423,14 @@ TEST_F(InvariantsOf, FailingMemoryLeaveNoHalfFilledSlot)
 {
     const Assembly body = random_assembly(9, 2, 53u, true);
     ZELDATA* db = database_of(body);
-    for (int failing = 0;; ++failing)
-    {
-        for (int number : kNumbers)
-            zel::drop_invariant(db, number);
-        int filled = 0;
-        const std::string said = errors_of([&] {
-            zel::failing_allocation = failing;
-            filled = zel::fill_invariants(db, zel::InvariantSet::all);
-        });
-        const bool failed = zel::failing_allocation < 0;
-        zel::failing_allocation = -1;
-        EXPECT_EQ(filled, failed ? 0 : 1);
-        EXPECT_EQ(said.rfind("ERROR:  Failed to allocate memory at line ", 0), failed ? 0u : std::string::npos);
-        for (int number : kNumbers)
-            expect_near(library_invariant(db, number), defined_invariant(body, number), 1e-12);
-        if (!failed)
-            break;
-    }
+    int filled = 0;
+    const auto drop_all = [&] {
+        std::for_each(kNumbers.begin(), kNumbers.end(), [&](int n) { zel::drop_invariant(db, n); });
+    };
+    const auto fill = [&] { filled = zel::fill_invariants(db, zel::InvariantSet::all); };
+    for_each_failing_allocation(drop_all, fill, [&](bool failed, const std::string& said) {
+        EXPECT_EQ(filled, !failed);
+        EXPECT_EQ(said.starts_with("ERROR:  Failed to allocate memory at line "), failed);
+        expect_defined(db, body);
+    });
 }
