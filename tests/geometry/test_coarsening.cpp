@@ -1,63 +1,16 @@
 // Coarsening of the face mesh: bodies stay closed, kept nodes stay, flat sides become single faces, messages.
-#include "base/memory.h"
+#include "face_test.h"
 #include "fem/sources/ccx/deck.h"
-#include "fixtures.h"
 #include "geometry/coarsening/coarsening.h"
 
-#include <algorithm>
 #include <array>
 #include <cmath>
-#include <functional>
-#include <map>
-#include <memory>
-#include <set>
-
-using Face = std::vector<int>;
-using Faces = std::vector<Face>;
 
 namespace
 {
-class Coarsening : public ZelTest
+class Coarsening : public FaceTest
 {
 protected:
-    ZELDATA* db = ZEL_Create(0, 0);
-
-    void add_node(double x, double y, double z)
-    {
-        ASSERT_TRUE(ZEL_SetNodeCoordinates(db, db->node_count + 1, x, y, z));
-    }
-    // A face of node indexes; node ids are these plus 1.
-    void add_face(Face nodes)
-    {
-        for (int& node : nodes)
-            ++node;
-        ASSERT_TRUE(ZEL_SetFaceList(db, int(nodes.size()), nodes.data()));
-    }
-    // The skin of the hexahedra of an nx x ny x nz grid of unit cells for which is_solid(x, y, z).
-    void add_block(int nx, int ny, int nz, const std::function<bool(int, int, int)>& is_solid)
-    {
-        static const int kSides[6][4] = {{0, 3, 2, 1}, {4, 5, 6, 7}, {0, 1, 5, 4},
-                                         {1, 2, 6, 5}, {2, 3, 7, 6}, {3, 0, 4, 7}};
-        const auto node = [=](int x, int y, int z) { return (z * (ny + 1) + y) * (nx + 1) + x; };
-        for (int i = 0; i < (nx + 1) * (ny + 1) * (nz + 1); ++i)
-            add_node(i % (nx + 1), i / (nx + 1) % (ny + 1), i / (nx + 1) / (ny + 1));
-        for (int i = 0; i < nx * ny * nz; ++i)
-        {
-            const int x = i % nx, y = i / nx % ny, z = i / nx / ny;
-            if (!is_solid(x, y, z))
-                continue;
-            const int corners[8] = {
-                node(x, y, z),     node(x + 1, y, z),     node(x + 1, y + 1, z),     node(x, y + 1, z),
-                node(x, y, z + 1), node(x + 1, y, z + 1), node(x + 1, y + 1, z + 1), node(x, y + 1, z + 1)};
-            for (const auto& side : kSides)
-                add_face({corners[side[0]], corners[side[1]], corners[side[2]], corners[side[3]]});
-        }
-        ZEL_StripCommonFaces(db);
-    }
-    void add_box(int nx, int ny, int nz)
-    {
-        add_block(nx, ny, nz, [](int, int, int) { return true; });
-    }
     // A 9 x 9 x 3 block with a 3 x 3 hole through it.
     void add_block_with_hole()
     {
@@ -87,14 +40,6 @@ protected:
         }
     }
 
-    Faces faces() const
-    {
-        Faces all;
-        for (int at = 0; at < db->face_list_length; at += 1 + (db->face_list[at] & ZEL_FACE_VERTICES))
-            all.emplace_back(db->face_list + at + 1, db->face_list + at + 1 + (db->face_list[at] & ZEL_FACE_VERTICES));
-        EXPECT_EQ(int(all.size()), db->face_count);
-        return all;
-    }
     std::set<int> face_nodes() const
     {
         std::set<int> nodes;
@@ -102,36 +47,17 @@ protected:
             nodes.insert(face.begin(), face.end());
         return nodes;
     }
-    // Whether every directed edge is used as often as its opposite, and no face visits a node twice.
-    bool is_closed() const
-    {
-        std::map<std::pair<int, int>, int> balance;
-        for (const Face& face : faces())
-        {
-            if (std::set<int>(face.begin(), face.end()).size() != face.size())
-                return false;
-            for (size_t i = 0; i < face.size(); ++i)
-            {
-                const int a = face[i], b = face[(i + 1) % face.size()];
-                balance[std::minmax(a, b)] += a < b ? 1 : -1;
-            }
-        }
-        return std::all_of(balance.begin(), balance.end(), [](const auto& edge) { return edge.second == 0; });
-    }
+    zel::Vector at(int node) const { return {db->nodes[node].x, db->nodes[node].y, db->nodes[node].z}; }
+    // Sums over triangles from the first vertex of each face.
     double area() const
     {
         double sum = 0.0;
         for (const Face& face : faces())
         {
-            double normal[3] = {};
-            for (size_t i = 0; i < face.size(); ++i)
-            {
-                const ZELNODE &a = db->nodes[face[i]], &b = db->nodes[face[(i + 1) % face.size()]];
-                normal[0] += a.y * b.z - a.z * b.y;
-                normal[1] += a.z * b.x - a.x * b.z;
-                normal[2] += a.x * b.y - a.y * b.x;
-            }
-            sum += 0.5 * std::hypot(normal[0], normal[1], normal[2]);
+            zel::Vector normal = {};
+            for (size_t i = 2; i < face.size(); ++i)
+                normal = normal + cross(at(face[i - 1]) - at(face[0]), at(face[i]) - at(face[0]));
+            sum += 0.5 * norm(normal);
         }
         return sum;
     }
@@ -140,11 +66,8 @@ protected:
         double sum = 0.0;
         for (const Face& face : faces())
             for (size_t i = 2; i < face.size(); ++i)
-            {
-                const ZELNODE &a = db->nodes[face[0]], &b = db->nodes[face[i - 1]], &c = db->nodes[face[i]];
-                sum += a.x * (b.y * c.z - b.z * c.y) + a.y * (b.z * c.x - b.x * c.z) + a.z * (b.x * c.y - b.y * c.x);
-            }
-        return sum / 6.0;
+                sum += dot(at(face[0]), cross(at(face[i - 1]), at(face[i]))) / 6.0;
+        return sum;
     }
     int trim(const std::string& text)
     {
@@ -159,8 +82,7 @@ protected:
             for (double angle : {0.0, 5.0, 20.0, 45.0})
                 for (const char* preserve : {"", " preserve_str 1,2,40"})
                 {
-                    ZEL_UnLink(db);
-                    db = ZEL_Create(0, 0);
+                    anew();
                     build();
                     const std::string text = std::to_string(resolution) + "," + std::to_string(angle) + preserve;
                     SCOPED_TRACE(text);
@@ -178,7 +100,7 @@ protected:
 
 TEST_F(Coarsening, MakesABoxOfSixFaces)
 {
-    add_box(4, 3, 2);
+    add_block(4, 3, 2);
     const std::string info = output_of([&] { EXPECT_TRUE(ZEL_TrimGeometry(db, "0")); });
     EXPECT_EQ(info, "Coarsening to resolution 0% with face-angle  0.00 deg and co-linear vertex removal\n"
                     "\nFace reduction from 52 to 6\n");
@@ -190,7 +112,7 @@ TEST_F(Coarsening, MakesABoxOfSixFaces)
 
 TEST_F(Coarsening, KeepsAFlatSidedBodyAtEveryResolution)
 {
-    for_all_settings([this] { add_box(8, 8, 8); },
+    for_all_settings([this] { add_block(8, 8, 8); },
                      [this](double resolution, double angle, bool) {
                          if (angle == 45.0 || resolution == 50.0)
                              return;
@@ -208,8 +130,7 @@ TEST_F(Coarsening, KeepsTheHoleOfABlock)
                              EXPECT_NEAR(volume(), 216.0, 1e-9);
                          }
                      });
-    ZEL_UnLink(db);
-    db = ZEL_Create(0, 0);
+    anew();
     add_block_with_hole();
     ASSERT_TRUE(trim("0"));
     EXPECT_LE(face_nodes().size(), 24u);
@@ -234,7 +155,7 @@ TEST_F(Coarsening, KeepsASphereClosed)
 TEST_F(Coarsening, KeepsTheSkinsOfAPlateApartAndItsInterfaceNodes)
 {
     const auto build = [this] {
-        add_block(30, 30, 1, [](int, int, int) { return true; });
+        add_block(30, 30, 1);
         for (ZELNODE* node = db->nodes; node < db->nodes + db->node_count; ++node)
             node->z *= 0.01;
         for (int node : {0, 31 * 15 + 15, 31 * 15 + 16, 31 * 31 + 31 * 20 + 20})
@@ -263,8 +184,7 @@ TEST_F(Coarsening, KeepsTheAreaOfShells)
         for (const char* resolution : {"0", "5", "10", "20", "30", "50"})
         {
             SCOPED_TRACE(testing::Message() << shell.width << " " << shell.hole << " " << resolution);
-            ZEL_UnLink(db);
-            db = ZEL_Create(0, 0);
+            anew();
             const int low = (shell.width - shell.hole) / 2, row = shell.width + 1;
             for (int i = 0; i < row * (shell.height + 1); ++i)
                 add_node(i % row, i / row, 0);
@@ -294,9 +214,8 @@ TEST_F(Coarsening, KeepsABoxWithSpokesAndProtectedNodesExact)
     for (const char* text : {"5", "10", "20", "30", "10,20", "10 preserve_str 25", "20 preserve_str 25"})
         for (bool tied : {false, true})
         {
-            ZEL_UnLink(db);
-            db = ZEL_Create(0, 0);
-            add_box(20, 10, 4);
+            anew();
+            add_block(20, 10, 4);
             add_node(0, 5, 2); // the reference node in the middle of an end
             const int reference = db->node_count - 1;
             for (int node = 0; tied && node < reference; ++node)
@@ -386,7 +305,7 @@ TEST_F(Coarsening, KeepsTheSkinOfAConnectingRodClosed)
 
 TEST_F(Coarsening, KeepsAskedNodes)
 {
-    add_box(6, 6, 1);
+    add_block(6, 6, 1);
     const std::string info =
         output_of([&] { EXPECT_TRUE(ZEL_TrimGeometry(db, "25,10 ,preserve_str 17, 9999 25 17")); });
     EXPECT_NE(
@@ -399,7 +318,7 @@ TEST_F(Coarsening, KeepsAskedNodes)
     // Without ids: the nodes that carry stress. Straight edges keep their vertices then.
     ZEL_UnLink(db);
     db = ZEL_Create(98, 1);
-    add_box(6, 6, 1);
+    add_block(6, 6, 1);
     const double stress[6] = {1, 2, 3, 4, 5, 6};
     ASSERT_TRUE(ZEL_SetModeVec(db, 1, 11, ZEL_MODAL_STRESS, stress));
     ASSERT_TRUE(trim("0, preserve_str"));
@@ -424,7 +343,7 @@ TEST_F(Coarsening, CutsConcaveSidesIntoTriangles)
 // Lines from a node beside the body to its nodes, faces that fold into two loops, repeated and opposite faces.
 TEST_F(Coarsening, MovesLinesAndFoldedFacesAlong)
 {
-    add_box(8, 8, 8);
+    add_block(8, 8, 8);
     add_node(20, 20, 20);
     const int joint = db->node_count - 1;
     add_face({joint, 0});
@@ -441,8 +360,7 @@ TEST_F(Coarsening, MovesLinesAndFoldedFacesAlong)
     EXPECT_EQ(lines, 2);
     EXPECT_EQ(face_nodes().count(joint), 1u);
 
-    ZEL_UnLink(db);
-    db = ZEL_Create(0, 0);
+    anew();
     for (double x : {0.0, 10.0, 10.0, 0.0, -10.0, -10.0})
         add_node(x, db->node_count < 3 ? db->node_count : db->node_count - 3, 0.01 * db->node_count);
     add_node(0.0, 0.1, 0.0);
@@ -465,8 +383,7 @@ TEST_F(Coarsening, LeavesNoFlakes)
     for (int i = 0; i < 60; ++i)
         for (const char* angle : {"0,15", "0,30", "0,45"})
         {
-            ZEL_UnLink(db);
-            db = ZEL_Create(0, 0);
+            anew();
             add_sphere(4 + i % 20, 6 + i / 4);
             ASSERT_TRUE(trim(angle));
             std::set<std::set<int>> sides;
@@ -479,7 +396,7 @@ TEST_F(Coarsening, LeavesNoFlakes)
 
 TEST_F(Coarsening, KeepsFlagsAndMergesOnlyEqualOnes)
 {
-    add_box(2, 2, 2);
+    add_block(2, 2, 2);
     for (int at = 0; at < db->face_list_length; at += 5)
         if (db->nodes[db->face_list[at + 1]].x == 2.0 && db->nodes[db->face_list[at + 3]].x == 2.0 &&
             db->nodes[db->face_list[at + 2]].x == 2.0)
@@ -494,43 +411,39 @@ TEST_F(Coarsening, KeepsFlagsAndMergesOnlyEqualOnes)
 
 TEST_F(Coarsening, RefusesBadRequests)
 {
-    add_box(2, 2, 2);
-    const Face before(db->face_list, db->face_list + db->face_list_length);
+    add_block(2, 2, 2);
+    const Face before = words();
     const std::string problem = "ERROR:  Problem encountered while trimming geometry\nERROR:  \n";
-    const auto resolution = [](const char* value) {
-        return std::string(
-                   "ERROR:  Coarsening resolution outside the 0-50 percent range not supported.  You selected ") +
-               value + "\nERROR:  \n";
+    const auto outside = [](const std::string& what, const char* value) {
+        return "ERROR:  " + what + " range not supported.  You selected " + value + "\nERROR:  \n";
     };
-    const auto angle = [](const char* value) {
-        return std::string("ERROR:  Face angles outside the 0-45 degree range not supported.  You selected ") + value +
-               "\nERROR:  \n";
-    };
+    const std::string resolution = "Coarsening resolution outside the 0-50 percent",
+                      angle = "Face angles outside the 0-45 degree";
     const std::pair<const char*, std::string> kCases[] = {{"", problem},
                                                           {" , ", problem},
                                                           {"preserve_str 1 2", problem},
                                                           {"abc", problem},
                                                           {"1.2.3", problem},
-                                                          {"50.5", resolution("50.500000")},
-                                                          {"-1", resolution("-1.000000")},
-                                                          {"nan", resolution("nan")},
-                                                          {"1e999", resolution("inf")},
-                                                          {"51 46", resolution("51.000000")},
-                                                          {"50, 45.1", angle("45.100000")},
-                                                          {"50 -0.1 preserve_str", angle("-0.100000")}};
+                                                          {"50.5", outside(resolution, "50.500000")},
+                                                          {"-1", outside(resolution, "-1.000000")},
+                                                          {"nan", outside(resolution, "nan")},
+                                                          {"1e999", outside(resolution, "inf")},
+                                                          {"51 46", outside(resolution, "51.000000")},
+                                                          {"50, 45.1", outside(angle, "45.100000")},
+                                                          {"50 -0.1 preserve_str", outside(angle, "-0.100000")}};
     for (const auto& bad : kCases)
     {
         int result = 1;
         EXPECT_EQ(errors_of([&] { result = ZEL_TrimGeometry(db, bad.first); }), bad.second) << bad.first;
         EXPECT_EQ(result, 0) << bad.first;
-        EXPECT_EQ(Face(db->face_list, db->face_list + db->face_list_length), before) << bad.first;
+        EXPECT_EQ(words(), before) << bad.first;
     }
     EXPECT_EQ(errors_of([&] { EXPECT_FALSE(ZEL_TrimGeometry(db, nullptr)); }), problem);
     EXPECT_EQ(errors_of([] { EXPECT_FALSE(ZEL_TrimGeometry(nullptr, "1")); }),
               "ERROR:  The database has not been initialized.\n");
 
     db->face_list[3] = db->node_count; // no such node
-    const std::string errors = errors_of([&] { EXPECT_FALSE(trim("10")); });
+    errors = errors_of([&] { EXPECT_FALSE(trim("10")); });
     EXPECT_EQ(errors.rfind("ERROR:  Failed to allocate memory at line ", 0), 0u);
     EXPECT_EQ(errors.substr(errors.size() - problem.size()), problem);
     db->face_count = db->face_list_length = 0;
@@ -544,20 +457,20 @@ TEST_F(Coarsening, LeavesTheFacesAloneWhenMemoryIsShort)
     add_block_with_hole();
     ASSERT_TRUE(ZEL_SetInterfaceNode(db, 5));
     std::free(ZEL_GeometryNodes(db, nullptr));
-    const Face before(db->face_list, db->face_list + db->face_list_length);
-    int64_t nth = 0;
-    for (bool done = false; !done; ++nth)
-    {
-        zel::failing_allocation = nth;
-        const std::string errors = errors_of([&] { done = trim("15 20"); });
-        zel::failing_allocation = -1;
-        if (done)
-            break;
-        EXPECT_EQ(errors.rfind("ERROR:  Failed to allocate memory at line ", 0), 0u) << nth;
-        EXPECT_NE(errors.find("ERROR:  Problem encountered while trimming geometry\n"), std::string::npos) << nth;
-        ASSERT_EQ(Face(db->face_list, db->face_list + db->face_list_length), before) << nth;
-        EXPECT_NE(db->geometry_nodes, nullptr);
-    }
-    EXPECT_GT(nth, 30);
+    const Face before = words();
+    int done = 0;
+    const auto act = [&] { done = ZEL_TrimGeometry(db, "15 20"); };
+    const int failures = for_each_failing_allocation(
+        [] {}, act,
+        [&](bool failed, const std::string& said) {
+            EXPECT_EQ(done, !failed);
+            if (done)
+                return;
+            EXPECT_TRUE(said.starts_with("ERROR:  Failed to allocate memory at line "));
+            EXPECT_NE(said.find("ERROR:  Problem encountered while trimming geometry\n"), std::string::npos);
+            EXPECT_EQ(words(), before);
+            EXPECT_NE(db->geometry_nodes, nullptr);
+        });
+    EXPECT_GT(failures, 30);
     EXPECT_EQ(db->geometry_nodes, nullptr); // dropped with the faces that it came from
 }
