@@ -5,7 +5,6 @@
 #include "base/output.h"
 
 #include <fcntl.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -36,18 +35,10 @@ protected:
     // Writes and commits, in a process that may write files of 4096 bytes.
     bool write(size_t bytes, bool commit = true, bool may_copy = true)
     {
-        rlimit before;
-        getrlimit(RLIMIT_FSIZE, &before);
-        const rlimit small = {4096, before.rlim_max};
-        const zel::HoldFileSizeSignal held;
-        setrlimit(RLIMIT_FSIZE, &small);
-        bool done = false;
-        {
-            zel::OutputFile out(target.c_str(), may_copy);
-            done = out.file() && out.write(std::string(bytes, 'x').data(), bytes) && commit && out.commit();
-            error = out.error();
-        }
-        setrlimit(RLIMIT_FSIZE, &before);
+        const FileSizeLimit limit(4096);
+        zel::OutputFile out(target.c_str(), may_copy);
+        const bool done = out.file() && out.write(std::string(bytes, 'x').data(), bytes) && commit && out.commit();
+        error = out.error();
         return done;
     }
 
