@@ -166,10 +166,10 @@ TEST_F(Writing, TakesOptionsFromTheCallInEveryThread)
         threads.emplace_back(write_in_thread, row, int(threads.size()));
     for (std::thread& thread : threads)
         thread.join();
-    ZELDATA* db = sample_body();
+    ZELDATA* db = sample_body(false);
     ASSERT_EQ(ZEL_WriteWithOptions(db, folder.path("plain").c_str(), nullptr), 1);
     EXPECT_EQ(ZEL_Version(db), 60);
-    EXPECT_EQ(bytes_of(folder.path("plain")), write(db, nullptr));
+    EXPECT_EQ(bytes_of(folder.path("plain")), written(db, nullptr));
 }
 
 // Invariants go through unchanged, and the properties of the body follow from them.
