@@ -35,7 +35,7 @@ TEST_F(Setters, CutHeaderTextsAtTheirLengths)
         {79, db_->comment2, "Comment 2", "Comment 2", "Comment 2"},
         {79, db_->comment3, "Comment 3", "Comment 3", "Comment 3"},
     };
-    for (size_t too_much : {0, 1})
+    for (size_t too_much : {size_t(0), size_t(1)})
     {
         std::string given[6], kept[6], warnings, lines, printed;
         for (size_t i = 0; i < 6; ++i)
