@@ -5,6 +5,7 @@
 #include "harness.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -12,7 +13,7 @@
 #include <map>
 
 #include "fem/elements.h"
-#include "fem/sources/ccx/import_ccx.h"
+#include "fem/fem.h"
 
 using namespace zel_fem;
 using Eigen::MatrixXd;
@@ -50,6 +51,7 @@ static std::vector<std::array<std::array<int, 3>, 4>> tetrahedra()
 
 static Mesh block(int length)
 {
+    static constexpr ElementType kTetrahedron = {"C3D10", Shape::tet10, 4, 0};
     Mesh mesh;
     mesh.files = {"block.inp"};
     for (int i = 0; i <= 2 * length; ++i)
@@ -62,8 +64,7 @@ static Mesh block(int length)
             for (int k = 0; k < kCells[1]; ++k)
                 for (const auto& corners : tetrahedra())
                 {
-                    Element element{
-                        .id = int(mesh.elements.size()) + 1, .type = find_element_type("C3D10"), .density = 7.85e-9};
+                    Element element{.id = int(mesh.elements.size()) + 1, .type = &kTetrahedron, .density = 7.85e-9};
                     auto node = [&](const auto& a, const auto& b) {
                         return grid_node(2 * i + (a[0] + b[0]) / 2, 2 * j + (a[1] + b[1]) / 2,
                                          2 * k + (a[2] + b[2]) / 2);
@@ -182,12 +183,33 @@ static double sum_of_entries(const std::string& path)
     return sum;
 }
 
-static void import(benchmark::State& state, const ImportOptions& options, double& peak)
+// Names each phase on standard error when the next one begins, with the seconds that it took.
+class NamedPhases : public Progress
 {
-    for (auto _ : state)
-        if (import_ccx(options) != 0)
-            state.SkipWithError("The block cannot be imported");
-    peak = bench::status_mib("VmHWM");
+public:
+    ~NamedPhases() override { NamedPhases::begins(""); }
+
+private:
+    bool begins(const std::string& phase) override
+    {
+        const auto now = std::chrono::steady_clock::now();
+        if (!phase_.empty())
+            std::fprintf(stderr, "  %-34s %8.2f s\n", phase_.c_str(),
+                         std::chrono::duration<double>(now - began_).count());
+        phase_ = phase;
+        began_ = now;
+        return true;
+    }
+    std::string phase_;
+    std::chrono::steady_clock::time_point began_;
+};
+
+static bool import(const std::string& job, const ReductionOptions& options)
+{
+    NamedPhases progress;
+    const ReducedBody body = reduce(*ccx::make_source({.deck = job}), options, progress);
+    write_body(body, options.output, "full_invar", progress);
+    return body.report.all_hold();
 }
 
 int main(int argc, char** argv)
@@ -198,18 +220,21 @@ int main(int argc, char** argv)
     const std::string job = (folder / "block").string();
     write_job(job, bench::argument(argc, argv, 1, 40));
 
-    ImportOptions options;
-    options.deck = job;
+    ReductionOptions options;
     options.output = (folder / "block.zel").string();
-    options.interfaces = {"ROOT", "TIP"};
-    options.units = "mm,t,s,N";
-    options.verbose = true;
+    options.interfaces = {parse_interface("ROOT"), parse_interface("TIP")};
+    options.units = parse_units("mm,t,s,N");
     double peak = bench::kNotMeasured;
     bench::add("fgets and strtod", 1, [&](benchmark::State& state) {
         for (auto _ : state)
             benchmark::DoNotOptimize(sum_of_entries(job + ".sti") + sum_of_entries(job + ".mas"));
     });
-    bench::add("import", 1, [&](benchmark::State& state) { import(state, options, peak); });
+    bench::add("import", 1, [&](benchmark::State& state) {
+        for (auto _ : state)
+            if (!import(job, options))
+                state.SkipWithError("The block is not imported right");
+        peak = bench::status_mib("VmHWM");
+    });
     bench::show("import over fgets and strtod", bench::ratio("import", "fgets and strtod"));
     bench::at_most("import [s]", 60, [](const bench::SecondsOf& of) { return of("import"); });
     bench::at_most("peak memory [MiB]", 4096, [&] { return peak; });

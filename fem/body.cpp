@@ -1,6 +1,6 @@
 // Fills a database through the library's setters, node by node in ascending order so that every mode is written as one run,
 // and lets the library write it.
-#include "body.h"
+#include "fem/body.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -12,9 +12,7 @@
 #include <set>
 #include <unistd.h>
 
-#include "interrupt.h"
-#include "tools/zel/messages.h"
-#include "units.h"
+#include "fem/interrupt.h"
 #include "zel.h"
 
 namespace zel_fem
@@ -47,63 +45,50 @@ struct Unlink
 };
 using Database = std::unique_ptr<ZELDATA, Unlink>;
 
-// Holds back what the library says on standard error, and passes on at its end all but what the import brings about itself:
-// reference nodes have no mass and may lie at the origin, and rigid modes have no stress.
+// For the length of a scope, keeps from the message handler of the thread what the reduction brings about itself: reference nodes
+// have no mass and may lie at the origin, and rigid modes have no stress. Nothing is kept where there is no handler.
 class ExpectedMessagesAside
 {
 public:
-    ExpectedMessagesAside(const Body& body, bool verbose) : body_(body), held_(verbose ? nullptr : std::tmpfile())
+    explicit ExpectedMessagesAside(const Body& body) : body_(body), handler_(ZEL_MessageHandler(&context_))
     {
-        std::fflush(stderr);
-        saved_ = held_ ? dup(STDERR_FILENO) : -1;
-        if (saved_ >= 0)
-            dup2(fileno(held_), STDERR_FILENO);
+        if (handler_)
+            ZEL_SetMessageHandler(take, this);
     }
     ~ExpectedMessagesAside()
     {
-        std::fflush(stderr);
-        if (saved_ >= 0)
-        {
-            dup2(saved_, STDERR_FILENO);
-            close(saved_);
-            pass_on();
-        }
-        if (held_)
-            std::fclose(held_);
+        if (handler_)
+            ZEL_SetMessageHandler(handler_, context_);
     }
     ExpectedMessagesAside(const ExpectedMessagesAside&) = delete;
     ExpectedMessagesAside& operator=(const ExpectedMessagesAside&) = delete;
 
 private:
-    void pass_on()
+    static void take(void* self, int severity, const char* text)
     {
-        char line[1200];
-        bool dropped = false; // the list or the empty line behind a message goes with it
-        std::rewind(held_);
-        while (std::fgets(line, sizeof(line), held_))
-        {
-            const bool goes_on = std::strspn(line, "WARNING: 0123456789.,\n") == std::strlen(line);
-            dropped = (dropped && goes_on) || is_expected(line);
-            if (!dropped)
-                std::fputs(line, stderr);
-        }
+        auto& aside = *static_cast<ExpectedMessagesAside*>(self);
+        const bool goes_on = std::strspn(text, " 0123456789.,\n") == std::strlen(text); // a list behind a message
+        aside.dropped_ = severity == ZEL_MESSAGE_WARNING && ((aside.dropped_ && goes_on) || aside.is_expected(text));
+        if (!aside.dropped_)
+            aside.handler_(aside.context_, severity, text);
     }
-    bool is_expected(const char* line) const
+    bool is_expected(const char* text) const
     {
         int number = 0;
-        if (std::sscanf(line, "WARNING:  Found %d massless", &number) == 1)
+        if (std::sscanf(text, "Found %d massless", &number) == 1)
             return number <= int(body_.interfaces.size());
-        if (std::sscanf(line, "WARNING:  Found %d node(s) with coordinates (0,0,0)", &number) == 1)
+        if (std::sscanf(text, "Found %d node(s) with coordinates (0,0,0)", &number) == 1)
             return number - std::count_if(body_.interfaces.begin(), body_.interfaces.end(),
                                           [](const Interface& i) { return i.at.isZero(0.0); }) <
                    2;
-        return std::sscanf(line, "WARNING:  The modal stresses for mode %d have only zero", &number) == 1 &&
+        return std::sscanf(text, "The modal stresses for mode %d have only zero", &number) == 1 &&
                body_.interfaces.empty() && number <= kRigidModes && body_.stiffness(number - 1, number - 1) == 0.0;
     }
 
     const Body& body_;
-    std::FILE* held_;
-    int saved_;
+    void* context_ = nullptr;
+    ZELMESSAGEHANDLER handler_;
+    bool dropped_ = false; // the last message
 };
 
 // Some of the tied nodes, spread evenly: each next one is the farthest from those that were taken before.
@@ -139,7 +124,7 @@ struct BodyNode
 
 static std::vector<BodyNode> body_nodes(const Body& body)
 {
-    const Mesh& mesh = body.deck->mesh;
+    const Mesh& mesh = body.mesh;
     std::vector<BodyNode> nodes;
     std::set<int> references;
     for (size_t j = 0; j < body.interfaces.size(); ++j)
@@ -161,7 +146,7 @@ static void set_nodes(ZELDATA* db, const Body& body, const std::vector<BodyNode>
         require(ZEL_SetNodeCoordinates(db, n.id, n.at[0], n.at[1], n.at[2]), "a node");
     for (const BodyNode& n : nodes)
     {
-        const int node = n.node >= 0 ? n.node : body.deck->find_node(n.id);
+        const int node = n.node >= 0 ? n.node : body.interfaces[size_t(n.interface)].reference;
         require(ZEL_SetNodalMass(db, n.id, node >= 0 ? body.nodes.masses[size_t(node)] : 0.0), "a nodal mass");
         if (node >= 0 && !body.nodes.second[size_t(node)].isZero(0.0))
         {
@@ -177,7 +162,7 @@ static void set_nodes(ZELDATA* db, const Body& body, const std::vector<BodyNode>
 
 static void set_faces(ZELDATA* db, const Body& body)
 {
-    const Mesh& mesh = body.deck->mesh;
+    const Mesh& mesh = body.mesh;
     std::vector<int> ids;
     for (const Face& face : skin(mesh))
     {
@@ -233,23 +218,18 @@ static void set_matrices(ZELDATA* db, const Body& body)
         }
 }
 
-static void set_header(ZELDATA* db, const Deck& deck)
+static void set_header(ZELDATA* db, const Body& body)
 {
-    const std::string file = std::filesystem::path(deck.mesh.files[0]).filename().string();
-    std::string texts[6] = {deck.heading.empty() ? file : deck.heading, file, "CalculiX", "", "", ""};
+    std::string texts[6] = {body.title.empty() ? body.file : body.title, body.file, body.program, "", "", ""};
     require(ZEL_SetHeader(db, texts[0].data(), texts[1].data(), texts[2].data(), texts[3].data(), texts[4].data(),
                           texts[5].data()),
             "the header");
 }
 
-void keep_inputs(const std::string& output, const std::string& job, const Deck& deck)
+void keep_inputs(const std::string& output, const Model& model)
 {
-    std::vector<std::string> inputs = deck.mesh.files;
-    for (const char* suffix : {".inp", ".frd", ".dat", ".sti", ".mas", ".dof"})
-        for (const char* packed : {"", ".gz"})
-            inputs.push_back(job + suffix + packed);
     std::error_code absent;
-    for (const std::string& input : inputs)
+    for (const std::string& input : model.inputs)
         if (std::filesystem::equivalent(input, output, absent))
             throw std::runtime_error("the output is " + input + ", which is read");
 }
@@ -270,14 +250,14 @@ void check_output(const std::string& output)
         throw std::runtime_error(output + " cannot be written: " + std::strerror(why));
 }
 
-void write_body(const Body& body, const std::string& output, const std::string& write_options, bool verbose)
+ZELDATA* fill_database(const ReducedBody& reduced)
 {
+    const Body& body = *reduced.body;
     const std::vector<BodyNode> nodes = body_nodes(body);
-    const zel_command::MessagesAside aside(verbose);
-    const Database db(ZEL_Create(int(nodes.size()), int(body.motion.cols())));
+    Database db(ZEL_Create(int(nodes.size()), int(body.motion.cols())));
     if (!db)
-        throw std::runtime_error("out of memory");
-    set_header(db.get(), *body.deck);
+        throw std::bad_alloc();
+    set_header(db.get(), body);
     require(ZEL_SetUnits(db.get(), body.units.mass.c_str(), body.units.length.c_str(), body.units.time.c_str(),
                          body.units.force.c_str()),
             "the units");
@@ -286,10 +266,16 @@ void write_body(const Body& body, const std::string& output, const std::string& 
     set_modes(db.get(), body, nodes);
     set_matrices(db.get(), body);
     require(ZEL_CalculateGlobalMassFromNodeMass(db.get()), "the global mass");
-    setenv("VXR_ZELWRITE_OPTIONS", write_options.c_str(), 1);
-    const zel_fem::UnfinishedOutput unfinished(output);
-    const ExpectedMessagesAside messages(body, verbose);
-    if (!ZEL_write_ZEL(db.get(), output.c_str()))
+    return db.release();
+}
+
+void write_body(const ReducedBody& body, const std::string& output, const std::string& options, Progress& progress)
+{
+    progress.begin("write the file");
+    const Database db(fill_database(body));
+    const UnfinishedOutput unfinished(output);
+    const ExpectedMessagesAside aside(*body.body);
+    if (!ZEL_WriteWithOptions(db.get(), output.c_str(), options.c_str()))
         throw std::runtime_error(output + " cannot be written");
 }
 

@@ -1,4 +1,4 @@
-// The imported flexible body, and its way into a ZEL file.
+// The reduced flexible body, and its way into a ZEL file.
 #ifndef FEM_BODY_H
 #define FEM_BODY_H
 
@@ -6,38 +6,35 @@
 #include <string>
 #include <vector>
 
-#include "nodal_mass.h"
-#include "reduction.h"
-#include "units.h"
+#include "fem/fem.h"
+#include "fem/model.h"
+#include "fem/nodal_mass.h"
 
 namespace zel_fem
 {
 
 struct Body
 {
-    const Deck* deck = nullptr;
+    std::string title, file, program; // of the header
     Units units;
-    std::vector<Interface> interfaces;
-    NodalMasses nodes;                // as the mesh's nodes
-    Eigen::MatrixXd stiffness, mass;  // generalized, symmetric, one row a mode
-    Eigen::MatrixXd motion;           // 3 rows a node of the mesh, one column a mode
-    Eigen::MatrixXd reference_motion; // 6 rows an interface, one column a mode
-    Eigen::MatrixXd stress;           // 6 rows a node (x, y, z, xy, xz, yz), one column a mode; may be empty
-    Eigen::MatrixXd rotation;         // 3 rows a node; may be empty: solids have no rotations
+    Mesh mesh;
+    std::vector<Interface> interfaces; // with indexes into the mesh
+    NodalMasses nodes;                 // as the mesh's nodes
+    Eigen::MatrixXd stiffness, mass;   // generalized, symmetric, one row a mode
+    Eigen::MatrixXd motion;            // 3 rows a node of the mesh, one column a mode
+    Eigen::MatrixXd reference_motion;  // 6 rows an interface, one column a mode
+    Eigen::MatrixXd stress;            // 6 rows a node (x, y, z, xy, xz, yz), one column a mode; may be empty
+    Eigen::MatrixXd rotation;          // 3 rows a node; may be empty: solids have no rotations
 };
 
 // Nodes of the mesh that elements use, in the order of the mesh.
 std::vector<char> used_nodes(const Mesh& mesh);
 
-// std::runtime_error when the output is one of the files of the job, under whatever name.
-void keep_inputs(const std::string& output, const std::string& job, const Deck& deck);
+// std::runtime_error when the output is one of the model's files, under whatever name.
+void keep_inputs(const std::string& output, const Model& model);
 
 // std::runtime_error where the output cannot be written: a folder, or a place where no file can be made.
 void check_output(const std::string& output);
-
-// Writes the body through the library; `write_options` as the library's variable for them has it. An existing file is
-// replaced only by a complete one. std::runtime_error when the library fails, which has told why by then.
-void write_body(const Body& body, const std::string& output, const std::string& write_options, bool verbose);
 
 } // namespace zel_fem
 

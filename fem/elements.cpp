@@ -1,11 +1,13 @@
 // Shape functions follow from two tables: where the nodes of a shape are (corners, and edges that carry a mid-side node)
 // and which monomials span its functions; inverting the matrix of monomials at the nodes gives the coefficients. Faces
 // come from the same corners and edges, so that no second list of node numbers can disagree with the first.
-#include "elements.h"
+#include "fem/elements.h"
 
 #include <algorithm>
 #include <cmath>
 #include <map>
+#include <mutex>
+#include <tuple>
 
 namespace zel_fem
 {
@@ -16,22 +18,6 @@ using Eigen::Matrix3Xd;
 using Eigen::MatrixXd;
 using Eigen::Vector3d;
 using Eigen::VectorXd;
-
-// The solver integrates shells as the solids of one layer that it makes of them.
-constexpr ElementType kTypes[] = {
-    {"C3D4", Shape::tet4, 1, 0},    {"C3D6", Shape::wedge6, 1, 2},   {"C3D8", Shape::hex8, 0, 2},
-    {"C3D8R", Shape::hex8, 0, 1},   {"C3D8I", Shape::hex8, 0, 2},    {"C3D10", Shape::tet10, 4, 0},
-    {"C3D10T", Shape::tet10, 4, 0}, {"C3D15", Shape::wedge15, 3, 3}, {"C3D20", Shape::hex20, 0, 3},
-    {"C3D20R", Shape::hex20, 0, 2}, {"C3D20RI", Shape::hex20, 0, 2}, {"S3", Shape::tri3, 1, 2},
-    {"S4", Shape::quad4, 0, 2},     {"S4R", Shape::quad4, 0, 1},     {"S6", Shape::tri6, 3, 3},
-    {"S8", Shape::quad8, 0, 3},     {"S8R", Shape::quad8, 0, 2},     {"MASS", Shape::point, 0, 0},
-};
-
-const ElementType* find_element_type(std::string_view name)
-{
-    const auto* found = std::find_if(std::begin(kTypes), std::end(kTypes), [&](auto& row) { return row.name == name; });
-    return found == std::end(kTypes) ? nullptr : found;
-}
 
 // What a family of elements is made of. Nodes are the corners and, in quadratic shapes, the middle of each edge in order.
 struct Family
@@ -277,14 +263,17 @@ static std::vector<QuadraturePoint> simplex_rule(const ElementType& type)
     return points;
 }
 
+// Rules are made on first use and stay, whatever thread asks for them.
 static const std::vector<QuadraturePoint>& quadrature(const ElementType& type, Rule rule)
 {
-    static std::vector<QuadraturePoint> made[kShapeCount], solver[std::size(kTypes)];
-    std::vector<QuadraturePoint>& points = rule == Rule::exact ? made[int(type.shape)] : solver[&type - kTypes];
-    if (points.empty() && rule == Rule::exact)
-        points = product_rule(type.shape, kGauss[kExactPoints]);
-    else if (points.empty())
-        points = type.simplex_points > 0 ? simplex_rule(type) : product_rule(type.shape, kGauss[type.gauss_points]);
+    static std::mutex mutex;
+    static std::map<std::tuple<Shape, int, int>, std::vector<QuadraturePoint>> rules;
+    const int simplex = rule == Rule::exact ? 0 : type.simplex_points;
+    const int gauss = rule == Rule::exact ? kExactPoints : type.gauss_points;
+    const std::lock_guard lock(mutex);
+    std::vector<QuadraturePoint>& points = rules[{type.shape, simplex, gauss}];
+    if (points.empty())
+        points = simplex > 0 ? simplex_rule(type) : product_rule(type.shape, kGauss[gauss]);
     return points;
 }
 
@@ -308,6 +297,16 @@ Matrix3d MassMoments::inertia(const Vector3d& point) const
     const Matrix3d about =
         second - first * point.transpose() - point * first.transpose() + mass * point * point.transpose();
     return about.trace() * Matrix3d::Identity() - about;
+}
+
+Eigen::Matrix<double, 6, 6> MassMoments::rigid_mass(const Vector3d& center) const
+{
+    const Vector3d about = first - mass * center;
+    Matrix3d cross; // cross * v = about x v
+    cross << 0, -about[2], about[1], about[2], 0, -about[0], -about[1], about[0], 0;
+    Eigen::Matrix<double, 6, 6> m;
+    m << mass * Matrix3d::Identity(), -cross, cross, inertia(center);
+    return m;
 }
 
 // Volume, or area, that a unit of local volume stands for; not positive when the element is turned inside out.

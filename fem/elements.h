@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "fem/sources/text_file.h"
+#include "fem/input_error.h"
 
 namespace zel_fem
 {
@@ -28,22 +28,20 @@ enum class Shape
 };
 constexpr int kMostNodes = 20; // of one element
 
+// A type of a program: each source has its own table of them.
 struct ElementType
 {
-    std::string_view name; // in the deck
+    std::string_view name; // as the program calls it
     Shape shape;
-    // Where the solver integrates the mass: points of a triangle or tetrahedron, and Gauss points a direction otherwise.
+    // Where the program integrates the mass: points of a triangle or tetrahedron, and Gauss points a direction otherwise.
     int simplex_points, gauss_points;
 };
 
 enum class Rule
 {
     exact, // for straight edges
-    solver // the solver's, which loses inertia in elements of few points
+    solver // the program's, which loses inertia in elements of few points
 };
-
-// Null for a type that cannot be imported.
-const ElementType* find_element_type(std::string_view name);
 
 int node_count(Shape shape);
 bool is_shell(Shape shape);
@@ -58,7 +56,7 @@ struct Element
 {
     int id = 0;
     const ElementType* type = nullptr;
-    std::array<int, kMostNodes> nodes{}; // indexes into Mesh::nodes, in the deck's order
+    std::array<int, kMostNodes> nodes{}; // indexes into Mesh::nodes, in the order of the program
     double density = 0.0;
     double thickness = 0.0; // of a shell
     double point_mass = 0.0;
@@ -87,6 +85,8 @@ struct MassMoments
     Eigen::Vector3d center() const { return mass > 0.0 ? Eigen::Vector3d(first / mass) : Eigen::Vector3d::Zero(); }
     // Inertia tensor about `point`.
     Eigen::Matrix3d inertia(const Eigen::Vector3d& point) const;
+    // Mass matrix of the six rigid motions about `center`: translations, then rotations.
+    Eigen::Matrix<double, 6, 6> rigid_mass(const Eigen::Vector3d& center) const;
 };
 
 struct ElementMass

@@ -1,4 +1,4 @@
-#include "interrupt.h"
+#include "fem/interrupt.h"
 
 #include "base/output.h"
 

@@ -3,7 +3,7 @@
 // solved; the bound makes it piecewise linear, which Newton's method settles in a few steps. Where the ten functions depend on
 // each other at the nodes (on a cylinder x^2 + y^2 is the same everywhere), or no positive masses reach the target, nodal
 // inertias take the rest.
-#include "nodal_mass.h"
+#include "fem/nodal_mass.h"
 
 #include <Eigen/Dense>
 

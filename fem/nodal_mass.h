@@ -4,7 +4,8 @@
 
 #include <vector>
 
-#include "elements.h"
+#include "fem/elements.h"
+#include "fem/fem.h"
 
 namespace zel_fem
 {
@@ -25,14 +26,6 @@ MeshMass mesh_mass(const Mesh& mesh);
 
 // The moments alone, as the solver integrates them.
 MassMoments solver_moments(const Mesh& mesh);
-
-enum class MassMethod
-{
-    matched, // diagonal scaling, then corrected so that mass, centre and inertia are those of the target; nodal inertias
-             // take what positive masses cannot have
-    scaled,
-    row_sum
-};
 
 struct NodalMasses
 {

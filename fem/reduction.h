@@ -6,69 +6,45 @@
 #include <Eigen/Dense>
 #include <vector>
 
-#include "fem/sources/ccx/deck.h"
-#include "fem/sources/ccx/matrices.h"
-#include "report.h"
-#include "sparse_modes.h"
+#include "fem/model.h"
+#include "fem/sparse_modes.h"
 
 namespace zel_fem
 {
 
-// Nodes that follow one reference node, through which the body is joined to others.
-struct Interface
-{
-    int reference_id = 0;
-    Eigen::Vector3d at = Eigen::Vector3d::Zero();
-    std::vector<int> tied; // indexes into Mesh::nodes, ascending
-};
-
-// Six motions of a rigid body at a point: translations x, y, z and rotations about the axes through `center`; the rows
-// are the displacement of `at`.
-Eigen::Matrix<double, 3, 6> rigid_motion(const Eigen::Vector3d& at, const Eigen::Vector3d& center);
-
-// What the rows of the matrices move.
-struct Model
-{
-    const Deck* deck;
-    StoredMatrices matrices;
-    std::vector<Interface> interfaces;
-    std::vector<int> rotation_ids; // of each tie of the deck, those that the solver made included
-
-    // Rigid motions about `center`, six columns, at the freedoms.
-    Eigen::MatrixXd rigid_motions(const Eigen::Vector3d& center) const;
-};
-
 struct Reduction
 {
     Eigen::MatrixXd stiffness, mass; // generalized, symmetric
-    Eigen::MatrixXd motion;          // of the freedoms of the matrices, one column a mode
+    Eigen::MatrixXd motion;          // of the rows of the matrices, one column a mode
     int boundary_count = 0;          // the first modes: six constraint modes an interface
-    double rigid_before = 0.0;       // largest of the six smallest |eigenvalue| before the repair and after it
-    double rigid_after = 0.0;
-    double complete_to = 0.0; // the modes have every eigenvalue below: fixed-interface ones, or flexible ones
+    double rigid_before = 0.0;       // largest of the six smallest |eigenvalue| before the repair
+    double complete_to = 0.0;        // the modes have every eigenvalue below: fixed-interface ones, or flexible ones
     double factor_bytes = 0.0;
 };
 
-// Matches the freedoms with the deck, and checks that the body is free: K R = 0 for its six rigid motions R.
-Model make_model(const Deck& deck, StoredMatrices matrices, std::vector<Interface> interfaces);
-
-// Fixed-interface modes and constraint modes (Craig and Bampton, AIAA J. 6, 1968).
-Reduction reduce_craig_bampton(const Model& model, int mode_count, PhaseLog& log);
+// Fixed-interface modes and constraint modes (Craig and Bampton, AIAA J. 6, 1968). The interfaces are those of the moved mesh.
+Reduction reduce_craig_bampton(const Model& model, const std::vector<Interface>& interfaces, int mode_count,
+                               Progress& progress);
 
 // Six rigid-body modes, exact and M-orthonormal, and the flexible modes behind them.
-Reduction reduce_free(const Model& model, int mode_count, PhaseLog& log);
+Reduction reduce_free(const Model& model, int mode_count, Progress& progress);
 
-// Takes out of the boundary stiffness what resists the rigid motions of the reference nodes.
-void repair_rigid_motions(const std::vector<Interface>& interfaces, Reduction& reduction);
+// Takes out of the boundary stiffness what resists the rigid motions of the reference nodes. Returns the largest of the six
+// smallest |eigenvalue| before.
+double repair_rigid_motions(const std::vector<Interface>& interfaces, Eigen::MatrixXd& stiffness,
+                            const Eigen::MatrixXd& mass);
 
 // Eigenvalues of a generalized pair, ascending.
 Eigen::VectorXd generalized_eigenvalues(const Eigen::MatrixXd& stiffness, const Eigen::MatrixXd& mass);
 
-// Displacements of the mesh's nodes: three rows a node, one column a mode.
-Eigen::MatrixXd node_motion(const Model& model, const Reduction& reduction);
+// What the moved mesh's nodes do in every mode, three rows a node.
+struct NodeMotion
+{
+    Eigen::MatrixXd displacement;
+    Eigen::MatrixXd rotation; // empty unless rows rotate nodes of elements
+};
 
-// Mass moments as the mass matrix has them.
-MassMoments matrix_moments(const Model& model);
+NodeMotion node_motion(const Model& model, const Reduction& reduction);
 
 } // namespace zel_fem
 

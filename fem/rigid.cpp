@@ -1,6 +1,6 @@
 // The rigid motions R are a combination c of the modes. With W = M c (c^T M c)^-1, M + W D W^T has c^T M c + D for them and
 // nothing else for all that is M-orthogonal to c: so D may be whatever the mass of the rigid body lacks.
-#include "rigid.h"
+#include "fem/rigid.h"
 
 namespace zel_fem
 {
@@ -30,16 +30,6 @@ RigidFit fit_rigid_motions(const Mesh& mesh, const Vector3d& center, const Matri
     const MatrixXd rest = rigid - moved * fit.coefficients;
     fit.residual = (rest.colwise().norm().array() / rigid.colwise().norm().array().max(1e-300)).maxCoeff();
     return fit;
-}
-
-Matrix6 rigid_mass(const MassMoments& moments, const Vector3d& center)
-{
-    const Vector3d first = moments.first - moments.mass * center;
-    Eigen::Matrix3d cross; // cross * v = first x v
-    cross << 0, -first[2], first[1], first[2], 0, -first[0], -first[1], first[0], 0;
-    Matrix6 mass;
-    mass << moments.mass * Eigen::Matrix3d::Identity(), -cross, cross, moments.inertia(center);
-    return mass;
 }
 
 // Derivatives of an element's functions in space at its node `k`, one row a function: those along the surface in a shell.
@@ -103,8 +93,8 @@ MatrixXd node_rotations(const Mesh& mesh, const MatrixXd& motion)
 void set_rigid_mass(Body& body, const MassMoments& target)
 {
     const Vector3d center = target.center();
-    const MatrixXd c = fit_rigid_motions(body.deck->mesh, center, body.motion).coefficients;
-    const Matrix6 own = c.transpose() * body.mass * c, lacking = rigid_mass(target, center) - own;
+    const MatrixXd c = fit_rigid_motions(body.mesh, center, body.motion).coefficients;
+    const Matrix6 own = c.transpose() * body.mass * c, lacking = target.rigid_mass(center) - own;
     const MatrixXd w = body.mass * c * own.inverse();
     body.mass += w * lacking * w.transpose();
     body.mass = 0.5 * (body.mass + body.mass.transpose()).eval();

@@ -2,7 +2,7 @@
 #ifndef FEM_RIGID_H
 #define FEM_RIGID_H
 
-#include "body.h"
+#include "fem/body.h"
 
 namespace zel_fem
 {
@@ -15,9 +15,6 @@ struct RigidFit
 };
 
 RigidFit fit_rigid_motions(const Mesh& mesh, const Eigen::Vector3d& center, const Eigen::MatrixXd& motion);
-
-// Mass matrix of the six rigid motions about `center`.
-Eigen::Matrix<double, 6, 6> rigid_mass(const MassMoments& moments, const Eigen::Vector3d& center);
 
 // Gives the rigid motions of a body the generalized mass of `target`. What is orthogonal to them stays, and with it all flexible
 // eigenvalues. The first six modes of a free body become motions of unit mass.

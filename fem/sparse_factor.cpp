@@ -2,9 +2,9 @@
 // form without MPI. Positive definite matrices are factored without pivoting. By Sylvester's law of inertia the signs of
 // the pivots of L D L^T are those of the eigenvalues; such factors are thrown away as they come. The order of elimination is that
 // of METIS (G. Karypis and V. Kumar, SIAM J. Sci. Comput. 20, 1998): SCOTCH's, which MUMPS would take, is another each time.
-#include "sparse_factor.h"
+#include "fem/sparse_factor.h"
 
-#include "interrupt.h"
+#include "fem/interrupt.h"
 
 #include <dmumps_c.h>
 #include <metis.h>

@@ -3,13 +3,15 @@
 #define FEM_SPARSE_FACTOR_H
 
 #include <Eigen/Dense>
+#include <Eigen/SparseCore>
+#include <cstdint>
 #include <memory>
 #include <optional>
 
-#include "fem/sources/ccx/matrices.h"
-
 namespace zel_fem
 {
+
+using SparseMatrix = Eigen::SparseMatrix<double, Eigen::ColMajor, int64_t>;
 
 // Sparse Cholesky factor of a symmetric positive definite matrix. One that would take more than `most_bytes` goes to a
 // folder for temporary files, which is gone with the factor and when a signal ends the command.

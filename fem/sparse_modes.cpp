@@ -5,7 +5,7 @@
 // eigenvalues than it has vectors: the inertia of K - sigma M counts what lies below sigma, and new directions join until
 // as many are found. The modes get one more inverse iteration and a Rayleigh-Ritz step: a mass matrix integrated with few
 // points is singular, and its null space would otherwise creep into them.
-#include "sparse_modes.h"
+#include "fem/sparse_modes.h"
 
 #include <algorithm>
 #include <limits>
@@ -107,7 +107,7 @@ struct Inverse
 class Lanczos
 {
 public:
-    Lanczos(const Inverse& inverse, Index count);
+    Lanczos(const Inverse& inverse, Index count, Progress& progress);
 
     // Expands the basis until so many modes are found, or no more of them come. Returns how many are found.
     Index converge(Index wanted);
@@ -135,6 +135,7 @@ private:
     Index count_below(double sigma, Index among) const;
 
     const Inverse& inverse_;
+    Progress& progress_;
     const Index rigid_, free_, start_;
     Index expanded_ = 0, block_ = 0, converged_ = 0; // columns: expanded, newest block; the lowest modes that are found
     MatrixXd basis_, mass_basis_, projected_;        // the first columns are the modes to leave out
@@ -144,8 +145,9 @@ private:
 };
 } // namespace
 
-Lanczos::Lanczos(const Inverse& inverse, Index count)
-    : inverse_(inverse), rigid_(inverse.pencil.rigid.cols()), free_(inverse.pencil.mass.rows() - rigid_),
+Lanczos::Lanczos(const Inverse& inverse, Index count, Progress& progress)
+    : inverse_(inverse), progress_(progress), rigid_(inverse.pencil.rigid.cols()),
+      free_(inverse.pencil.mass.rows() - rigid_),
       start_(std::min(free_, std::clamp<Index>(count / 5, kSmallestBlock, kLargestBlock))),
       basis_(inverse.pencil.rigid), mass_basis_(inverse.mass_rigid)
 {
@@ -250,6 +252,7 @@ template <typename Found> void Lanczos::expand(Index wanted, Found found)
     for (int idle = 0; most < wanted && block_ > 0 && idle < kIdleSteps; ++idle)
     {
         step(wanted);
+        progress_.advance(std::min(1.0, double(converged_) / double(wanted)));
         if (found() > most)
             idle = 0;
         most = std::max(most, found());
@@ -343,10 +346,10 @@ static Index converge_to_gap(Lanczos& lanczos, Index count)
 }
 
 // Finds at least `count` modes, and all that lie below an eigenvalue between theirs and the next.
-static Eigenmodes proved_modes(const Inverse& inverse, Index count)
+static Eigenmodes proved_modes(const Inverse& inverse, Index count, Progress& progress)
 {
     const Pencil& pencil = inverse.pencil;
-    Lanczos lanczos(inverse, count);
+    Lanczos lanczos(inverse, count, progress);
     Index modes = count;
     for (int gap = 0; gap < kGapsTried; ++gap, ++modes)
     {
@@ -367,7 +370,7 @@ static Eigenmodes proved_modes(const Inverse& inverse, Index count)
     throw std::runtime_error(kNotProved);
 }
 
-Eigenmodes lowest_modes(const Pencil& pencil, const Cholesky& shifted, int count)
+Eigenmodes lowest_modes(const Pencil& pencil, const Cholesky& shifted, int count, Progress& progress)
 {
     const Index order = pencil.stiffness.rows();
     if (count < 1)
@@ -375,7 +378,8 @@ Eigenmodes lowest_modes(const Pencil& pencil, const Cholesky& shifted, int count
     if (count >= order - pencil.rigid.cols())
         throw std::runtime_error("the model has only " + std::to_string(order) + " freedoms: ask for fewer modes");
     const Inverse inverse{pencil, shifted};
-    const Eigenmodes found = order <= kFewFreedoms ? modes_of_few(inverse, count) : proved_modes(inverse, count);
+    const Eigenmodes found =
+        order <= kFewFreedoms ? modes_of_few(inverse, count) : proved_modes(inverse, count, progress);
     Eigenmodes modes = rayleigh_ritz(pencil, inverse.times_block(found.shapes));
     if (order > kFewFreedoms && !(modes.values.tail(1).value() < found.complete_to))
         throw std::runtime_error(kNotProved);

@@ -4,8 +4,8 @@
 
 #include <Eigen/Dense>
 
-#include "fem/sources/ccx/matrices.h"
-#include "sparse_factor.h"
+#include "fem/progress.h"
+#include "fem/sparse_factor.h"
 
 namespace zel_fem
 {
@@ -31,7 +31,7 @@ struct Pencil
 
 // The `count` modes that are nearest above the shift; `shifted` is the factor of K - shift M. std::runtime_error unless it
 // is certain that none is missing.
-Eigenmodes lowest_modes(const Pencil& pencil, const Cholesky& shifted, int count);
+Eigenmodes lowest_modes(const Pencil& pencil, const Cholesky& shifted, int count, Progress& progress);
 
 } // namespace zel_fem
 

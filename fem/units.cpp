@@ -1,4 +1,4 @@
-#include "units.h"
+#include "fem/units.h"
 
 #include <array>
 #include <map>

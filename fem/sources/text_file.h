@@ -1,30 +1,18 @@
-// Lines and numbers of the text files that a finite-element job leaves behind, and the error that names their place.
+// Lines of the text files that a finite-element job leaves behind.
 #ifndef FEM_TEXT_FILE_H
 #define FEM_TEXT_FILE_H
 
 #include <cstdint>
-#include <stdexcept>
 #include <string>
 #include <string_view>
+
+#include "fem/input_error.h"
+#include "fem/text.h"
 
 typedef struct gzFile_s* gzFile;
 
 namespace zel_fem
 {
-
-// Where something stands; line 0 means the file as a whole.
-struct Place
-{
-    std::string file;
-    int64_t line = 0;
-};
-
-// Input that cannot be used. The text reads "file:line: what is wrong".
-class InputError : public std::runtime_error
-{
-public:
-    InputError(const Place& place, const std::string& what);
-};
 
 // Whether `path` or its gzip form `path`.gz exists.
 bool input_exists(const std::string& path);
@@ -60,15 +48,6 @@ private:
     int64_t line_ = 0;
     bool line_ended_ = true;
 };
-
-std::string_view trim(std::string_view text);
-
-// "text", for messages; cut when it is long.
-std::string in_quotes(std::string_view text);
-
-// A whole field as a number, blanks around it allowed; InputError at `place` for anything else, infinities included.
-double parse_real(std::string_view field, const Place& place);
-int parse_int(std::string_view field, const Place& place);
 
 } // namespace zel_fem
 

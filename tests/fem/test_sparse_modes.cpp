@@ -1,8 +1,6 @@
 // Modes of large matrices: all of them, whatever their multiplicity, and what the factor of a matrix leaves behind.
 #include "fem/sparse_modes.h"
 
-#include "fem/interrupt.h"
-
 #include <unistd.h>
 
 #include <cmath>
@@ -10,7 +8,7 @@
 #include <fstream>
 #include <numbers>
 
-#include "fem/elements.h"
+#include "fem/interrupt.h"
 #include "fem/reduction.h"
 #include "fixtures.h"
 
@@ -20,19 +18,16 @@ using Eigen::MatrixXd;
 using Eigen::Vector3d;
 using Eigen::VectorXd;
 
-static PhaseLog silent(true);
+static Progress silent;
 constexpr double kEdge = 10.0; // of an element
 
-// A block of hexahedra of steel: its deck, and its matrices assembled here.
+// A block of hexahedra of steel as a model that comes from no program.
 struct Block
 {
-    TemporaryFolder folder;
-    Deck deck;
-    StoredMatrices matrices;
+    Model model;
     MatrixXd stiffness, mass;
 
     Block(int nx, int ny, int nz);
-    Model model(const std::vector<Interface>& interfaces) const { return make_model(deck, matrices, interfaces); }
     Interface end(int id, double x) const;
 };
 
@@ -60,37 +55,37 @@ static MatrixXd hexahedron_stiffness(const Mesh& mesh, const Element& element)
     return stiffness;
 }
 
-static std::string block_deck(int nx, int ny, int nz)
+static Mesh block_mesh(int nx, int ny, int nz)
 {
-    const auto node = [=](int i, int j, int k) { return std::to_string((i * (ny + 1) + j) * (nz + 1) + k + 1); };
-    std::string nodes = "*NODE\n", elements = "*ELEMENT,TYPE=C3D8,ELSET=E\n";
+    static constexpr ElementType kHexahedron = {"hexahedron", Shape::hex8, 0, 2};
+    const auto node = [=](int i, int j, int k) { return (i * (ny + 1) + j) * (nz + 1) + k; };
+    Mesh mesh;
     for (int i = 0; i <= nx; ++i)
         for (int j = 0; j <= ny; ++j)
             for (int k = 0; k <= nz; ++k)
-                nodes += node(i, j, k) + format(",%g,%g,%g\n", kEdge * i, kEdge * j, kEdge * k);
+                mesh.nodes.push_back({node(i, j, k) + 1, kEdge * Vector3d(i, j, k)});
     for (int i = 0; i < nx; ++i)
         for (int j = 0; j < ny; ++j)
             for (int k = 0; k < nz; ++k)
             {
-                elements += node(i, j, k); // its own number
-                for (const auto& [di, dj, dk] : {std::array{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}})
-                    elements += "," + node(i + di, j + dj, k + dk);
-                for (const auto& [di, dj, dk] : {std::array{0, 0, 1}, {1, 0, 1}, {1, 1, 1}, {0, 1, 1}})
-                    elements += "," + node(i + di, j + dj, k + dk);
-                elements += "\n";
+                Element element{.id = int(mesh.elements.size()) + 1, .type = &kHexahedron, .density = 7.85e-9};
+                size_t corner = 0;
+                for (int dk = 0; dk < 2; ++dk)
+                    for (const auto& [di, dj] : {std::array{0, 0}, {1, 0}, {1, 1}, {0, 1}})
+                        element.nodes[corner++] = node(i + di, j + dj, k + dk);
+                mesh.elements.push_back(element);
             }
-    return nodes + elements + "*MATERIAL,NAME=M\n*DENSITY\n7.85e-9\n*SOLID SECTION,ELSET=E,MATERIAL=M\n";
+    return mesh;
 }
 
 Block::Block(int nx, int ny, int nz)
 {
-    std::ofstream(folder.path("block.inp")) << block_deck(nx, ny, nz);
-    deck = read_deck(folder.path("block.inp"));
-    const Index order = 3 * Index(deck.mesh.nodes.size());
+    model.mesh = block_mesh(nx, ny, nz);
+    const Index order = 3 * Index(model.mesh.nodes.size());
     stiffness = mass = MatrixXd::Zero(order, order);
-    for (const Element& element : deck.mesh.elements)
+    for (const Element& element : model.mesh.elements)
     {
-        const MatrixXd k = hexahedron_stiffness(deck.mesh, element), m = element_mass(deck.mesh, element).consistent;
+        const MatrixXd k = hexahedron_stiffness(model.mesh, element), m = element_mass(model.mesh, element).consistent;
         for (int a = 0; a < 8; ++a)
             for (int b = 0; b < 8; ++b)
             {
@@ -99,17 +94,19 @@ Block::Block(int nx, int ny, int nz)
                 mass.block<3, 3>(row, column) += m(a, b) * Eigen::Matrix3d::Identity();
             }
     }
-    for (Index i = 0; i < order; ++i)
-        matrices.freedoms.push_back({deck.mesh.nodes[size_t(i / 3)].id, int(i % 3) + 1});
-    matrices.stiffness = MatrixXd(stiffness.triangularView<Eigen::Upper>()).sparseView();
-    matrices.mass = MatrixXd(mass.triangularView<Eigen::Upper>()).sparseView();
+    model.matrices.emplace();
+    for (int i = 0; i < int(order); ++i)
+        model.matrices->rows.push_back({i / 3, i % 3});
+    model.matrices->stiffness = MatrixXd(stiffness.triangularView<Eigen::Upper>()).sparseView();
+    model.matrices->mass = MatrixXd(mass.triangularView<Eigen::Upper>()).sparseView();
+    check_equations(model);
 }
 
 Interface Block::end(int id, double x) const
 {
-    Interface end{id, Vector3d(x, 0, 0), {}};
-    for (size_t i = 0; i < deck.mesh.nodes.size(); ++i)
-        if (std::abs(deck.mesh.nodes[i].at[0] - x) < 1e-9)
+    Interface end{id, -1, Vector3d(x, 0, 0), {}};
+    for (size_t i = 0; i < model.mesh.nodes.size(); ++i)
+        if (std::abs(model.mesh.nodes[i].at[0] - x) < 1e-9)
             end.tied.push_back(int(i));
     return end;
 }
@@ -135,10 +132,11 @@ TEST(Modes, OfASquareBeamAreComplete)
                                                    beam.mass.block(face, face, interior, interior));
     ASSERT_GT(interior, 300);
     EXPECT_NEAR(all[7], all[6], 1e-9 * all[6]);
-    const Model free = beam.model({}), held = beam.model({beam.end(1001, 0.0), beam.end(1002, kEdge * kLength)});
+    const std::vector<Interface> ends = {beam.end(1001, 0.0), beam.end(1002, kEdge * kLength)};
     for (int n = 1; n <= 30; ++n)
     {
-        const Reduction modes = reduce_free(free, n, silent), craig_bampton = reduce_craig_bampton(held, n, silent);
+        const Reduction modes = reduce_free(beam.model, n, silent),
+                        craig_bampton = reduce_craig_bampton(beam.model, ends, n, silent);
         expect_modes(modes.stiffness.diagonal().tail(n), all.tail(order - 6), modes.complete_to, "free");
         expect_modes(craig_bampton.stiffness.diagonal().tail(n), fixed, craig_bampton.complete_to, "Craig-Bampton");
     }
@@ -148,10 +146,9 @@ TEST(Modes, OfACubeAreComplete)
 {
     const Block cube(5, 5, 5);
     const VectorXd all = generalized_eigenvalues(cube.stiffness, cube.mass);
-    const Model free = cube.model({});
     for (int n : {1, 2, 3, 4, 7, 8, 9, 12, 15, 20, 25, 30})
     {
-        const Reduction modes = reduce_free(free, n, silent);
+        const Reduction modes = reduce_free(cube.model, n, silent);
         expect_modes(modes.stiffness.diagonal().tail(n), all.tail(all.size() - 6), modes.complete_to, "cube");
     }
 }
@@ -186,7 +183,7 @@ TEST(Modes, OfEqualPartsComeOnceForEachPart)
     const Cholesky factor(stiffness);
     for (int n : {1, 4, 5, 8, 9, 10, 17, 18, 19, 40, 449})
     {
-        const Eigenmodes modes = lowest_modes({stiffness, mass, MatrixXd(mass.rows(), 0), 0.0}, factor, n);
+        const Eigenmodes modes = lowest_modes({stiffness, mass, MatrixXd(mass.rows(), 0), 0.0}, factor, n, silent);
         ASSERT_EQ(modes.values.size(), n);
         for (int i = 0; i < n; ++i)
             ASSERT_NEAR(modes.values[i], chain_eigenvalue(i / kCopies + 1, kLength), 1e-11) << i << " of " << n;

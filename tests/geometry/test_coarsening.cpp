@@ -278,7 +278,7 @@ TEST_F(Coarsening, FindsTheNearestOfManyKeptNodes)
 // Two bores, pockets and fillets, with mid-side nodes on every edge.
 TEST_F(Coarsening, KeepsTheSkinOfAConnectingRodClosed)
 {
-    const zel_fem::Deck deck = zel_fem::read_deck(ZEL_SOURCE "/examples/ccx/rod.inp");
+    const zel_fem::ccx::Deck deck = zel_fem::ccx::read_deck(ZEL_SOURCE "/examples/ccx/rod.inp");
     const std::vector<int>& bore = deck.node_sets.at("LARGE");
     const auto build = [&] {
         for (const auto& node : deck.mesh.nodes)

@@ -3,7 +3,7 @@
 
 #include "commands/commands.h"
 #include "console.h"
-#include "fem/interrupt.h"
+#include "fem/fem.h"
 
 #include <unistd.h>
 

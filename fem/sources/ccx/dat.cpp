@@ -1,8 +1,8 @@
 // Tables have a title, an empty line, and a line a node until the next empty one. Those below an eigenvalue title belong to
 // modes, where the forces are of no use.
-#include "dat.h"
+#include "fem/sources/ccx/dat.h"
 
-namespace zel_fem
+namespace zel_fem::ccx
 {
 
 static std::vector<std::string_view> words(std::string_view text)
@@ -60,4 +60,4 @@ std::vector<PrintedStep> read_printed_steps(const std::string& path)
     return steps;
 }
 
-} // namespace zel_fem
+} // namespace zel_fem::ccx

@@ -8,7 +8,7 @@
 
 #include "fem/sources/text_file.h"
 
-namespace zel_fem
+namespace zel_fem::ccx
 {
 
 struct NodeVector
@@ -27,6 +27,6 @@ struct PrintedStep
 // The static steps of JOB.dat or its gzip form, in their order; InputError, naming the line, for a damaged file.
 std::vector<PrintedStep> read_printed_steps(const std::string& path);
 
-} // namespace zel_fem
+} // namespace zel_fem::ccx
 
 #endif

@@ -1,14 +1,17 @@
 // A deck is a sequence of cards: a keyword line with parameters, then its data lines. Cards are read whole and handed to the
 // row of a table; references to sets, materials and nodes that may come later are resolved at the end. As in the solver,
 // blanks and case do not matter, "**" starts a comment, and a set may be extended by later cards.
-#include "deck.h"
+#include "fem/sources/ccx/deck.h"
 
 #include <algorithm>
 #include <filesystem>
 #include <memory>
 #include <set>
 
-namespace zel_fem
+#include "fem/sources/ccx/element_types.h"
+#include "fem/sources/text_file.h"
+
+namespace zel_fem::ccx
 {
 
 constexpr size_t kDeepestInclude = 20;
@@ -724,4 +727,4 @@ Deck read_deck(const std::string& path)
     return DeckReader(path).read();
 }
 
-} // namespace zel_fem
+} // namespace zel_fem::ccx

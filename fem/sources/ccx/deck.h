@@ -9,7 +9,7 @@
 
 #include "fem/elements.h"
 
-namespace zel_fem
+namespace zel_fem::ccx
 {
 
 // A *RIGID BODY or a kinematic *COUPLING: nodes that follow one reference node.
@@ -48,6 +48,6 @@ struct Deck
 // Reads `path` with all that it includes; InputError, naming file and line, for anything that cannot be imported.
 Deck read_deck(const std::string& path);
 
-} // namespace zel_fem
+} // namespace zel_fem::ccx
 
 #endif

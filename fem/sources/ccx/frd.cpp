@@ -1,13 +1,13 @@
 // The file is a sequence of blocks with a header line each: 2C nodes, 3C elements, 100CL results, which end with " -3" in text
 // and after a known number of bytes in binary. Text has fixed columns and its numbers touch, so that fields are cut by
 // position. Reference nodes and the component ALL are not in the file.
-#include "frd.h"
+#include "fem/sources/ccx/frd.h"
 
 #include <cstring>
 #include <limits>
 #include <unordered_map>
 
-namespace zel_fem
+namespace zel_fem::ccx
 {
 
 constexpr int kMostComponents = 20; // of one result
@@ -239,4 +239,4 @@ FrdFile read_frd(const std::string& path)
     return FrdReader(path).read();
 }
 
-} // namespace zel_fem
+} // namespace zel_fem::ccx

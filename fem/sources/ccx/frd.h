@@ -8,7 +8,7 @@
 
 #include "fem/sources/text_file.h"
 
-namespace zel_fem
+namespace zel_fem::ccx
 {
 
 // One solution: a static step or a mode. Rows follow the nodes of the file.
@@ -31,6 +31,6 @@ struct FrdFile
 // Reads JOB.frd or its gzip form; InputError, naming the line, for a damaged file.
 FrdFile read_frd(const std::string& path);
 
-} // namespace zel_fem
+} // namespace zel_fem::ccx
 
 #endif

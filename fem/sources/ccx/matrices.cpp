@@ -1,13 +1,13 @@
 // Matrix lines are "row column value", the upper triangle column by column from row to diagonal, so that they are the
 // compressed columns as they come and nothing has to be sorted.
-#include "matrices.h"
+#include "fem/sources/ccx/matrices.h"
 
 #include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <functional>
 
-namespace zel_fem
+namespace zel_fem::ccx
 {
 
 // Of an entry, its end included. Room for all entries of a plain file is taken once, so that they need not move; what is
@@ -98,14 +98,14 @@ static SparseMatrix read_matrix(const std::string& path, int64_t order, const st
     return matrix;
 }
 
-StoredMatrices read_matrices(const std::string& job, PhaseLog& log)
+StoredMatrices read_matrices(const std::string& job, Progress& progress)
 {
     StoredMatrices stored;
     stored.freedoms = read_freedoms(job + ".dof");
     const int64_t order = int64_t(stored.freedoms.size());
-    stored.stiffness = read_matrix(job + ".sti", order, [&](double share) { log.advance(0.5 * share); });
-    stored.mass = read_matrix(job + ".mas", order, [&](double share) { log.advance(0.5 + 0.5 * share); });
+    stored.stiffness = read_matrix(job + ".sti", order, [&](double share) { progress.advance(0.5 * share); });
+    stored.mass = read_matrix(job + ".mas", order, [&](double share) { progress.advance(0.5 + 0.5 * share); });
     return stored;
 }
 
-} // namespace zel_fem
+} // namespace zel_fem::ccx

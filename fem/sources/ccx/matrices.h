@@ -2,18 +2,15 @@
 #ifndef FEM_MATRICES_H
 #define FEM_MATRICES_H
 
-#include <Eigen/SparseCore>
-#include <cstdint>
 #include <string>
 #include <vector>
 
-#include "fem/report.h"
+#include "fem/progress.h"
 #include "fem/sources/text_file.h"
+#include "fem/sparse_factor.h"
 
-namespace zel_fem
+namespace zel_fem::ccx
 {
-
-using SparseMatrix = Eigen::SparseMatrix<double, Eigen::ColMajor, int64_t>;
 
 // What a row of the matrices means: a node of the deck, or one that the solver made, and its component 1 to 3.
 struct Freedom
@@ -29,8 +26,8 @@ struct StoredMatrices
 };
 
 // Reads JOB.dof, JOB.sti and JOB.mas, or their gzip forms; InputError for files that are damaged or disagree.
-StoredMatrices read_matrices(const std::string& job, PhaseLog& log);
+StoredMatrices read_matrices(const std::string& job, Progress& progress);
 
-} // namespace zel_fem
+} // namespace zel_fem::ccx
 
 #endif

@@ -1,16 +1,17 @@
-// Two kinds of jobs. A frequency step alone gives modes with K = diag(omega^2) and M = I; six modes near zero are an arbitrary
-// mixture of rigid motions and are replaced by exact ones. Static steps that move one freedom of one reference node each,
-// and a frequency step with all of them held, give a Craig-Bampton basis: columns of K from the printed reaction forces, M
-// from the consistent mass of the elements.
-#include "results.h"
+// Two kinds of jobs. A frequency step alone gives modes. Static steps that move one freedom of one reference node each, and a
+// frequency step with all of them held, give a Craig-Bampton basis, with columns of K from the printed reaction forces.
+#include "fem/sources/ccx/results.h"
 
+#include <algorithm>
 #include <numbers>
 #include <utility>
 
-#include "dat.h"
-#include "fem/rigid.h"
+#include "checks/report.h"
+#include "fem/body.h"
+#include "fem/sources/ccx/dat.h"
+#include "fem/sources/ccx/element_types.h"
 
-namespace zel_fem
+namespace zel_fem::ccx
 {
 
 using Eigen::Index;
@@ -18,8 +19,6 @@ using Eigen::MatrixXd;
 using Eigen::VectorXd;
 
 constexpr double kUnitTolerance = 1e-6;  // of a prescribed unit motion, and of printed times
-constexpr double kNearRigid = 1e-4;      // eigenvalues against the first flexible one
-constexpr double kMissingShare = 1e-2;   // of a rigid motion that lies among modes in six digits
 constexpr double kSameNode = 1e-4;       // of the body's size: coordinates in text have six digits
 constexpr double kAsymmetryLimit = 1e-3; // of printed forces
 
@@ -71,9 +70,10 @@ static VectorXd in_mesh_order(const VectorXd& values, const NodeOrder& order, In
         if (!own.hasNaN())
             ordered.segment(width * Index(i), width) = own;
         else if (needed[i])
-            throw InputError({order.path, 0},
-                             format("has no %s of node %d: *NODE FILE and *EL FILE must not be confined to a set",
-                                    width == 3 ? "displacement" : "stress", order.mesh.nodes[i].id));
+            throw InputError(
+                {order.path, 0},
+                zel_checks::format("has no %s of node %d: *NODE FILE and *EL FILE must not be confined to a set",
+                                   width == 3 ? "displacement" : "stress", order.mesh.nodes[i].id));
     }
     return ordered;
 }
@@ -92,8 +92,8 @@ static std::vector<const FrdSolution*> modes_of_step(const FrdFile& frd, int ste
             modes.push_back(&s);
     }
     if (step != 0 && modes.empty())
-        throw InputError({path, 0}, format("step %d has no modes; those with modes: %s", step,
-                                           steps.empty() ? "none" : steps.c_str()));
+        throw InputError({path, 0}, zel_checks::format("step %d has no modes; those with modes: %s", step,
+                                                       steps.empty() ? "none" : steps.c_str()));
     if (step == 0 && steps.find(',') != std::string::npos)
         throw InputError({path, 0}, "the steps " + steps + " have modes: name the one to import with --step");
     return modes;
@@ -109,24 +109,6 @@ static std::vector<char> strained_nodes(const Mesh& mesh)
     return used_nodes(solids);
 }
 
-// Phi^T M Phi with the consistent mass of the elements as the solver integrates it.
-static MatrixXd projected_mass(const Mesh& mesh, const MatrixXd& motion)
-{
-    MatrixXd mass = MatrixXd::Zero(motion.cols(), motion.cols());
-    for (const Element& element : mesh.elements)
-    {
-        const MatrixXd own = element_mass(mesh, element, Rule::solver).consistent;
-        MatrixXd local(own.rows(), motion.cols());
-        for (int axis = 0; axis < 3; ++axis)
-        {
-            for (Index i = 0; i < own.rows(); ++i)
-                local.row(i) = motion.row(3 * Index(element.nodes[size_t(i)]) + axis);
-            mass.noalias() += local.transpose() * (own * local);
-        }
-    }
-    return 0.5 * (mass + mass.transpose());
-}
-
 static double square(double x)
 {
     return x * x;
@@ -138,39 +120,6 @@ static bool has_stress(const std::vector<const FrdSolution*>& solutions)
         if (s->stress.size() == 0)
             return false;
     return true;
-}
-
-static double difference_from_identity(const MatrixXd& mass)
-{
-    return (mass - MatrixXd::Identity(mass.rows(), mass.cols())).cwiseAbs().maxCoeff();
-}
-
-// Six exact rigid motions of unit mass in place of as many modes near zero, where these are a mixture of them.
-static void replace_rigid_modes(const Mesh& mesh, ResultBody& body)
-{
-    const VectorXd values = body.stiffness.diagonal();
-    const MassMoments moments = mesh_mass(mesh).moments;
-    const Eigen::Vector3d center = moments.center();
-    body.held = fit_rigid_motions(mesh, center, body.motion).residual > kMissingShare;
-    if (body.held || values.size() < 6)
-        return;
-    const double rigid = values.head(6).cwiseAbs().maxCoeff();
-    const RigidFit fit = fit_rigid_motions(mesh, center, body.motion.leftCols(6));
-    if (fit.residual > kMissingShare || (values.size() > 6 && rigid > kNearRigid * values[6]))
-        return;
-    body.rigid_before = rigid;
-    const MatrixXd inverse = fit.coefficients.inverse();
-    body.rigid_error =
-        difference_from_identity(inverse.transpose() * rigid_mass(solver_moments(mesh), center) * inverse);
-    MatrixXd exact(body.motion.rows(), 6);
-    for (size_t i = 0; i < mesh.nodes.size(); ++i)
-        exact.middleRows<3>(3 * Index(i)) = rigid_motion(mesh.nodes[i].at, center);
-    const Eigen::LLT<MatrixXd> unit(rigid_mass(moments, center));
-    body.motion.leftCols(6) = unit.matrixU().solve<Eigen::OnTheRight>(exact);
-    body.stiffness.diagonal().head(6).setZero();
-    if (body.stress.size() > 0)
-        body.stress.leftCols(6).setZero();
-    body.rigid_count = 6;
 }
 
 // The reference freedom, from 0, that a static step moves by one while all others are held.
@@ -200,22 +149,26 @@ static std::vector<int> freedom_nodes(const Deck& deck, const std::vector<Interf
 {
     std::vector<int> nodes;
     for (const Interface& interface : interfaces)
-        for (const Tie& tie : deck.ties)
-            if (tie.reference_id == interface.reference_id)
-            {
-                if (tie.rotation_id == 0)
-                    throw InputError(tie.place, "a unit rotation needs a node of its own: name one with ROT NODE=");
-                nodes.insert(nodes.end(), 3, tie.reference_id);
-                nodes.insert(nodes.end(), 3, tie.rotation_id);
-            }
+    {
+        const auto tie = std::find_if(deck.ties.begin(), deck.ties.end(),
+                                      [&interface](const Tie& t) { return t.reference_id == interface.reference_id; });
+        if (tie == deck.ties.end())
+            throw InputError({deck.mesh.files[0], 0},
+                             "computed modes have the interfaces of the deck's *RIGID BODY and "
+                             "*COUPLING alone: leave out --interface, or import matrices");
+        if (tie->rotation_id == 0)
+            throw InputError(tie->place, "a unit rotation needs a node of its own: name one with ROT NODE=");
+        nodes.insert(nodes.end(), 3, tie->reference_id);
+        nodes.insert(nodes.end(), 3, tie->rotation_id);
+    }
     return nodes;
 }
 
-// Boundary stiffness from the printed forces; order[f] is the printed step that moves freedom f.
-static MatrixXd boundary_stiffness(const std::vector<PrintedStep>& steps, const std::vector<int>& nodes,
-                                   std::vector<int>& order)
+// Printed forces, one column a moved freedom; order[f] is the printed step that moves freedom f.
+static MatrixXd boundary_forces(const std::vector<PrintedStep>& steps, const std::vector<int>& nodes,
+                                std::vector<int>& order)
 {
-    MatrixXd stiffness = MatrixXd::Zero(Index(nodes.size()), Index(nodes.size()));
+    MatrixXd forces = MatrixXd::Zero(Index(nodes.size()), Index(nodes.size()));
     order.assign(nodes.size(), -1);
     for (size_t s = 0; s < steps.size(); ++s)
     {
@@ -227,20 +180,19 @@ static MatrixXd boundary_stiffness(const std::vector<PrintedStep>& steps, const 
             const auto at = steps[s].forces.find(nodes[f]);
             if (at == steps[s].forces.end())
                 throw InputError(steps[s].place, "the force at node " + std::to_string(nodes[f]) + " is not printed");
-            stiffness(Index(f), column) = at->second.v[f % 3];
+            forces(Index(f), column) = at->second.v[f % 3];
         }
     }
-    return stiffness;
+    return forces;
 }
 
 static void take_constraint_modes(const FrdFile& frd, const std::string& job, const std::vector<int>& nodes,
-                                  std::vector<const FrdSolution*>& solutions, ResultBody& body)
+                                  std::vector<const FrdSolution*>& solutions, GivenModes& modes)
 {
     const std::vector<PrintedStep> steps = read_printed_steps(job + ".dat");
     std::vector<int> order;
-    const MatrixXd forces = boundary_stiffness(steps, nodes, order);
-    body.asymmetry = (forces - forces.transpose()).cwiseAbs().maxCoeff() / forces.cwiseAbs().maxCoeff();
-    if (body.asymmetry > kAsymmetryLimit)
+    modes.boundary_forces = boundary_forces(steps, nodes, order);
+    if (asymmetry_of(modes.boundary_forces) > kAsymmetryLimit)
         throw InputError({job + ".dat", 0},
                          "the printed forces are not those of a symmetric stiffness: the static steps "
                          "must be linear, without PERTURBATION");
@@ -255,53 +207,44 @@ static void take_constraint_modes(const FrdFile& frd, const std::string& job, co
                                                     " of node " + std::to_string(nodes[f]));
         solutions.push_back(found);
     }
-    body.boundary_count = int(nodes.size());
-    body.stiffness.topLeftCorner(forces.rows(), forces.cols()) = 0.5 * (forces + forces.transpose());
 }
 
-ResultBody body_from_results(const Deck& deck, const std::vector<Interface>& interfaces, const FrdFile& frd,
-                             const std::string& job, int step)
+GivenModes modes_from_results(const Deck& deck, const std::vector<Interface>& interfaces, const FrdFile& frd,
+                              const std::string& job, int step)
 {
     const std::string path = job + ".frd";
     const NodeOrder order{deck.mesh, path, match_nodes(deck, frd, path), used_nodes(deck.mesh),
                           strained_nodes(deck.mesh)};
-    const std::vector<const FrdSolution*> modes = modes_of_step(frd, step, path);
+    const std::vector<const FrdSolution*> own = modes_of_step(frd, step, path);
     std::vector<const FrdSolution*> solutions;
     const std::vector<int> nodes = freedom_nodes(deck, interfaces);
-    const Index count = Index(nodes.size() + modes.size());
-    ResultBody body;
-    body.stiffness = MatrixXd::Zero(count, count);
+    GivenModes modes;
     if (!nodes.empty())
-        take_constraint_modes(frd, job, nodes, solutions, body);
-    solutions.insert(solutions.end(), modes.begin(), modes.end());
+        take_constraint_modes(frd, job, nodes, solutions, modes);
+    solutions.insert(solutions.end(), own.begin(), own.end());
     if (solutions.empty())
         throw InputError({path, 0}, "has no modes");
 
-    body.motion.resize(3 * Index(order.position.size()), count);
+    const Index count = Index(solutions.size());
+    modes.motion.resize(3 * Index(order.position.size()), count);
     if (has_stress(solutions))
-        body.stress.resize(6 * Index(order.position.size()), count);
+        modes.stress.resize(6 * Index(order.position.size()), count);
+    modes.eigenvalues.resize(Index(own.size()));
     for (Index k = 0; k < count; ++k)
     {
         const FrdSolution& s = *solutions[size_t(k)];
         if (s.displacement.size() == 0)
             throw InputError({path, 0}, "a step has no displacements: *NODE FILE must name U");
-        body.motion.col(k) = in_mesh_order(s.displacement, order, 3);
-        if (body.stress.size() > 0)
-            body.stress.col(k) = in_mesh_order(s.stress, order, 6);
-        if (k >= body.boundary_count)
-            body.stiffness(k, k) = square(2 * std::numbers::pi * s.value);
+        modes.motion.col(k) = in_mesh_order(s.displacement, order, 3);
+        if (modes.stress.size() > 0)
+            modes.stress.col(k) = in_mesh_order(s.stress, order, 6);
+        if (k >= Index(nodes.size()))
+            modes.eigenvalues[k - Index(nodes.size())] = square(2 * std::numbers::pi * s.value);
     }
-    body.reference_motion = MatrixXd::Zero(Index(nodes.size()), count);
-    body.reference_motion.leftCols(body.boundary_count).setIdentity();
-    body.mass = projected_mass(deck.mesh, body.motion);
-    const Index own = Index(modes.size());
-    body.mass_error = own > 0 ? difference_from_identity(body.mass.bottomRightCorner(own, own)) : 0.0;
-    if (body.boundary_count == 0)
-    {
-        replace_rigid_modes(deck.mesh, body);
-        body.mass.setIdentity();
-    }
-    return body;
+    modes.mass_is_in_the_mesh =
+        std::none_of(deck.mesh.elements.begin(), deck.mesh.elements.end(),
+                     [](const Element& element) { return incompatible_nodes(*element.type) > 0; });
+    return modes;
 }
 
-} // namespace zel_fem
+} // namespace zel_fem::ccx

@@ -1,10 +1,12 @@
-#include "shells.h"
+#include "fem/sources/ccx/shells.h"
 
 #include <algorithm>
 #include <map>
 #include <string>
 
-namespace zel_fem
+#include "fem/sources/ccx/element_types.h"
+
+namespace zel_fem::ccx
 {
 
 using Eigen::Index;
@@ -75,29 +77,32 @@ static void join(const Mesh& mesh, const Element& element, int k, Meeting& meeti
 }
 
 // The solid's nodes in its own order: bottom and top corners, bottom and top mid-side nodes, those between bottom and top.
-static Element solid_from(const Element& shell, const std::vector<ShellNode>& shells, const std::vector<int>& shell_of)
+static Element solid_from(const Element& shell, const std::vector<LayeredNode>& shells,
+                          const std::vector<int>& shell_of)
 {
     const int corners = corner_count(shell.type->shape), count = node_count(shell.type->shape);
     Element solid = shell;
     solid.type = find_element_type(solid_of(*shell.type));
     solid.thickness = 0.0;
     int next = 0;
-    const auto append = [&](int from, int to, int ShellNode::*layer) {
+    const auto append = [&](int from, int to, int LayeredNode::*layer) {
         for (int k = from; k < to; ++k)
             solid.nodes[size_t(next++)] = shells[size_t(shell_of[size_t(shell.nodes[size_t(k)])])].*layer;
     };
-    append(0, corners, &ShellNode::bottom);
-    append(0, corners, &ShellNode::top);
-    append(corners, count, &ShellNode::bottom);
-    append(corners, count, &ShellNode::top);
-    append(0, count > corners ? corners : 0, &ShellNode::middle);
+    append(0, corners, &LayeredNode::bottom);
+    append(0, corners, &LayeredNode::top);
+    append(corners, count, &LayeredNode::bottom);
+    append(corners, count, &LayeredNode::top);
+    append(0, count > corners ? corners : 0, &LayeredNode::middle);
     return solid;
 }
 
 Expansion expand_shells(const Deck& deck)
 {
     const Mesh& mesh = deck.mesh;
-    Expansion expansion{deck, {}, std::vector<int>(mesh.nodes.size(), -1)};
+    Expansion expansion{deck, {{}, {}, std::vector<int>(mesh.nodes.size(), -1)}};
+    std::vector<LayeredNode>& shells = expansion.layers.nodes;
+    std::vector<int>& shell_of = expansion.layers.layers_of_node;
     std::vector<Meeting> meetings(mesh.nodes.size());
     for (const Element& element : mesh.elements)
         for (int k = 0; is_shell(element.type->shape) && k < node_count(element.type->shape); ++k)
@@ -120,50 +125,19 @@ Expansion expand_shells(const Deck& deck)
         const Vector3d at = mesh.nodes[size_t(node)].at, normal = sum.normalized(),
                        half = 0.5 * meeting.thickness * normal;
         const int bottom = add_node(node, at - half), middle = meeting.corner ? add_node(node, at) : -1;
-        expansion.shell_of[size_t(node)] = int(expansion.shells.size());
-        expansion.shells.push_back({node, bottom, middle, add_node(node, at + half), normal, meeting.thickness});
+        shell_of[size_t(node)] = int(shells.size());
+        shells.push_back({node, bottom, middle, add_node(node, at + half), normal, meeting.thickness});
     }
     for (Element& element : solids.elements)
         if (is_shell(element.type->shape))
-            element = solid_from(element, expansion.shells, expansion.shell_of);
+            element = solid_from(element, shells, shell_of);
         else
             for (int k = 0; k < node_count(element.type->shape); ++k)
-                if (expansion.shell_of[size_t(element.nodes[size_t(k)])] >= 0)
+                if (shell_of[size_t(element.nodes[size_t(k)])] >= 0)
                     refuse(mesh, element, element.nodes[size_t(k)],
                            "belongs to a shell as well: import modes from *NODE FILE, OUTPUT=2D");
+    expansion.layers.mesh = solids;
     return expansion;
-}
-
-std::vector<int> Expansion::nodes_of(int node) const
-{
-    const int shell = shell_of[size_t(node)];
-    if (shell < 0)
-        return {node};
-    const auto& [own, bottom, middle, top, normal, thickness] = shells[size_t(shell)];
-    return middle < 0 ? std::vector<int>{bottom, top} : std::vector<int>{bottom, middle, top};
-}
-
-MatrixXd Expansion::mean(const MatrixXd& values, Index width) const
-{
-    MatrixXd mean = values.topRows(width * Index(shell_of.size()));
-    for (const ShellNode& shell : shells)
-        mean.middleRows(width * shell.node, width) =
-            0.5 * (values.middleRows(width * shell.bottom, width) + values.middleRows(width * shell.top, width));
-    return mean;
-}
-
-MatrixXd Expansion::rotation(const MatrixXd& motion) const
-{
-    MatrixXd rotation = MatrixXd::Zero(3 * Index(shell_of.size()), motion.cols());
-    for (const ShellNode& shell : shells)
-    {
-        const MatrixXd across =
-            (motion.middleRows<3>(3 * Index(shell.top)) - motion.middleRows<3>(3 * Index(shell.bottom))) /
-            shell.thickness;
-        for (Index k = 0; k < motion.cols(); ++k)
-            rotation.col(k).segment<3>(3 * Index(shell.node)) = shell.normal.cross(Vector3d(across.col(k)));
-    }
-    return rotation;
 }
 
 static void check_ties(const Deck& deck, const std::vector<int>& shell_of)
@@ -184,15 +158,15 @@ static const Element& element_with(const Mesh& mesh, int node)
 
 void Expansion::name_layers(std::vector<int>& node_ids) const
 {
-    int layers = 0;
+    int last = 0;
     for (int& id : node_ids)
         if (deck.find_node(id) < 0)
-            id = -++layers;
+            id = --last;
 }
 
 void Expansion::name_layers(std::vector<Freedom>& freedoms) const
 {
-    check_ties(deck, shell_of);
+    check_ties(deck, layers.layers_of_node);
     std::vector<int> id_of(deck.mesh.nodes.size());
     for (const auto& [id, node] : deck.node_index)
         id_of[size_t(node)] = id;
@@ -200,17 +174,17 @@ void Expansion::name_layers(std::vector<Freedom>& freedoms) const
     for (Freedom& freedom : freedoms)
     {
         const int node = deck.find_node(freedom.node_id);
-        if (node < 0 || shell_of[size_t(node)] < 0)
+        if (node < 0 || layers.layers_of_node[size_t(node)] < 0)
             continue;
-        const std::vector<int> layers = nodes_of(node);
+        const std::vector<int> own = layers.nodes_of(node);
         const size_t layer = seen[{node, freedom.component}]++;
-        freedom.node_id = id_of[size_t(layers[std::min(layer, layers.size() - 1)])];
+        freedom.node_id = id_of[size_t(own[std::min(layer, own.size() - 1)])];
     }
-    for (const ShellNode& shell : shells)
+    for (const LayeredNode& shell : layers.nodes)
         for (int component = 1; component <= 3; ++component)
-            if (seen[{shell.node, component}] != nodes_of(shell.node).size())
+            if (seen[{shell.node, component}] != layers.nodes_of(shell.node).size())
                 refuse(deck.mesh, element_with(deck.mesh, shell.bottom), shell.node,
                        "has other freedoms in the matrices than a smooth shell without supports and ties");
 }
 
-} // namespace zel_fem
+} // namespace zel_fem::ccx

@@ -2,37 +2,22 @@
 #ifndef FEM_SHELLS_H
 #define FEM_SHELLS_H
 
-#include <Eigen/Dense>
 #include <vector>
 
-#include "deck.h"
-#include "matrices.h"
+#include "fem/layers.h"
+#include "fem/sources/ccx/deck.h"
+#include "fem/sources/ccx/matrices.h"
 
-namespace zel_fem
+namespace zel_fem::ccx
 {
 
-// A node of shells, with indexes into the mesh of the expansion.
-struct ShellNode
-{
-    int node;                // of the deck's mesh, and of the expansion's
-    int bottom, middle, top; // middle: -1 at a mid-side node and in a shell without such nodes
-    Eigen::Vector3d normal;  // unit, from bottom to top
-    double thickness;
-};
-
+// The deck with solids for shells; nodes of the layers follow those of the mesh, go by negative ids in `node_index`, and bear
+// the id of their node of the shell in messages.
 struct Expansion
 {
-    Deck deck; // the given one with solids for shells; nodes of the layers follow those of the mesh, go by
-               // negative ids in `node_index`, and bear the id of their node of the shell in messages
-    std::vector<ShellNode> shells; // in the order of the nodes: that of the solver
-    std::vector<int> shell_of;     // by node of the deck's mesh: index into shells, -1: none
+    Deck deck;
+    Layers layers; // their mesh is that of the deck
 
-    // The nodes that stand for one of the deck's mesh: its layers, from bottom to top, or itself.
-    std::vector<int> nodes_of(int node) const;
-    // Values of the deck's nodes from those of the expansion, `width` rows a node: the mean of bottom and top.
-    Eigen::MatrixXd mean(const Eigen::MatrixXd& values, Eigen::Index width) const;
-    // Rotations: n x (top - bottom) / thickness, none about the normal; zero at nodes of solids. Three rows a node.
-    Eigen::MatrixXd rotation(const Eigen::MatrixXd& motion) const;
     // Gives freedoms that bear the id of a shell's node, once for each layer, the ids of the layers. InputError where the
     // solver made others: where shells meet at an angle or are tied.
     void name_layers(std::vector<Freedom>& freedoms) const;
@@ -46,6 +31,6 @@ bool has_shells(const Mesh& mesh);
 // different thickness, or other elements, meet.
 Expansion expand_shells(const Deck& deck);
 
-} // namespace zel_fem
+} // namespace zel_fem::ccx
 
 #endif

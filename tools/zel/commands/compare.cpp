@@ -3,7 +3,7 @@
 #include "../console.h"
 #include "checks/checks.h"
 #include "commands.h"
-#include "fem/interrupt.h"
+#include "fem/fem.h"
 
 #include <CLI/CLI.hpp>
 

@@ -3,8 +3,7 @@
 #include "../console.h"
 #include "../write_options.h"
 #include "commands.h"
-#include "fem/interrupt.h"
-#include "fem/units.h"
+#include "fem/fem.h"
 
 #include <CLI/CLI.hpp>
 

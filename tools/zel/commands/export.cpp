@@ -5,7 +5,7 @@
 #include "base/output.h"
 #include "checks/checks.h"
 #include "commands.h"
-#include "fem/interrupt.h"
+#include "fem/fem.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,0 +1,112 @@
+// The door of fem: from finite-element models to flexible bodies. Others include this header and none beside it.
+//
+// A source gives a model: mesh, node sets, and its matrices or modes. reduce() makes a body of it, with a report of what it has
+// found and checked on the way; fill_database() and write_body() hand the body to the library of zel.h.
+//
+//     zel_fem::Progress silent;
+//     zel_fem::ReductionOptions options;
+//     options.units = zel_fem::parse_units("mm,t,s,N");
+//     options.interfaces = {zel_fem::parse_interface("ROOT"), zel_fem::parse_interface("TIP@1000,0,0")};
+//     const auto source = zel_fem::ccx::make_source({.deck = "beam"});
+//     const zel_fem::ReducedBody body = zel_fem::reduce(*source, options, silent);
+//     zel_fem::write_body(body, "beam.zel", "full_invar", silent);
+//     return body.report.all_hold() ? 0 : 1;
+//
+// Everything here prints nothing. Errors are exceptions, and nothing is written by then: InputError, which names file and line,
+// for input that cannot be used; std::runtime_error for all else; std::bad_alloc; Stopped when a Progress has asked for it. Calls
+// from several threads are independent of each other, but for the factors of matrices, which are made one at a time.
+#ifndef FEM_FEM_H
+#define FEM_FEM_H
+
+#include <array>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "checks/report.h"
+#include "fem/input_error.h"
+#include "fem/interrupt.h"
+#include "fem/progress.h"
+#include "fem/source.h"
+#include "fem/sources/ccx/ccx.h"
+#include "fem/units.h"
+
+typedef struct ZELDATA ZELDATA; // of zel.h
+
+namespace zel_fem
+{
+
+// ---- Reduction ---------------------------------------------------------------------------------------------------------
+
+/** How masses at the nodes stand for the mass of the body, in programs that sum over nodes. */
+enum class MassMethod
+{
+    matched, ///< diagonal scaling, then corrected so that mass, centre and inertia are those of the body; nodal inertias
+             ///< take what positive masses cannot have
+    scaled,  ///< diagonal scaling of each element
+    row_sum  ///< sums of the rows of the consistent matrix, negative at corners of quadratic elements
+};
+
+/** Nodes that shall follow one reference node. */
+struct InterfaceChoice
+{
+    std::string name;          ///< of a node set, case aside where that is unambiguous; else what messages say
+    std::vector<int> node_ids; ///< the nodes themselves; empty: those of the set
+    std::optional<std::array<double, 3>> at; ///< the reference node; none: the mean of the nodes
+};
+
+/** "SET", "SET@x,y,z", "ids=1,2,3" or "ids=1,2,3@x,y,z". Throws InputError or std::runtime_error for anything else. */
+InterfaceChoice parse_interface(const std::string& text);
+
+struct ReductionOptions
+{
+    Units units;                             ///< of the model, which has one system of units throughout
+    std::vector<InterfaceChoice> interfaces; ///< none: the ties of the model, or free modes when it has none
+    bool free = false;                       ///< free-free modes, whatever ties the model has
+    int modes = 20; ///< fixed-interface modes, or flexible modes of a free body; not of computed modes
+    MassMethod mass = MassMethod::matched;
+    std::string output; ///< where the body will be written, refused at once when that cannot be; empty: nowhere
+};
+
+struct Body;
+
+/** A flexible body, ready for a database. */
+struct ReducedBody
+{
+    std::shared_ptr<const Body> body;
+    zel_checks::Report report; ///< figures and checks; where one does not hold, the body is not to be trusted
+};
+
+/**
+ * Craig-Bampton reduction with interfaces (Craig and Bampton, AIAA J. 6, 1968): six constraint modes each, then fixed-interface
+ * modes. Free-free modes without: six rigid ones, then the flexible ones. Of computed modes the same two bases are made.
+ * No mode below the highest is missing, or the reduction is refused.
+ * options.units must belong together: the unit of force is mass x length / time^2.
+ * Throws as told above: among others for a model that is held by supports, for matrices that belong to another mesh, for sets
+ * that do not exist, for units that do not belong together, for an output that cannot be written or that the source reads.
+ */
+ReducedBody reduce(Source& source, const ReductionOptions& options, Progress& progress);
+
+// ---- The way into the library ------------------------------------------------------------------------------------------
+
+/**
+ * A new database with the body: nodes ascending by id with masses and inertias, interface nodes, faces of the surface, mode
+ * shapes, stresses if there are any, generalized mass and stiffness, global mass. Modes are as reduce() has them: the library
+ * makes them orthogonal when it writes.
+ * The caller's, to end with ZEL_UnLink. Throws std::runtime_error when the library cannot store something.
+ */
+ZELDATA* fill_database(const ReducedBody& body);
+
+/**
+ * Writes the body through the library; `options` as ZEL_WriteWithOptions has them, "full_invar" where in doubt. A file of that name
+ * is replaced only by a complete one; without success there is none, or the older one.
+ * What the library has to say goes where zel.h says. A message handler of the thread is spared what every reduction brings about:
+ * warnings of reference nodes without mass and of rigid modes without stress.
+ * Throws std::runtime_error when the library fails, which has told why by then.
+ */
+void write_body(const ReducedBody& body, const std::string& output, const std::string& options, Progress& progress);
+
+} // namespace zel_fem
+
+#endif

@@ -1,0 +1,148 @@
+#include "fem/figures.h"
+
+#include <algorithm>
+#include <limits>
+#include <numbers>
+
+#include "fem/reduction.h"
+#include "zel.h"
+
+namespace zel_fem
+{
+
+using Eigen::Index;
+using Eigen::Vector3d;
+using Eigen::VectorXd;
+
+constexpr double kMatchTolerance = 1e-6;     // matched nodal masses
+constexpr double kSmallestInertia = 1e-9;    // of a body, against its largest
+constexpr double kModeMassTolerance = 1e-3;  // modes and coordinates have six digits
+constexpr double kHeldShellTolerance = 5e-2; // held shells at the nodes of their middle alone, without rotary inertia
+constexpr double kRigidRatio = 1e-6;         // rigid-body eigenvalues against the first flexible one
+constexpr double kComputedRatio =
+    1e-4; // the same before the repair: 1e-6 in good models, 5e-2 where digits are missing
+constexpr int kFrequenciesShown = 6;
+constexpr size_t kNotesShown = 5; // on the model
+
+static double relative(double a, double b)
+{
+    return std::abs(a - b) / std::max(std::abs(b), 1e-300);
+}
+
+double inertia_error(const MassMoments& a, const MassMoments& b)
+{
+    const Vector3d center = b.center();
+    const Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d> axes(b.inertia(center));
+    const Vector3d size = axes.eigenvalues().cwiseMax(kSmallestInertia * axes.eigenvalues()[2]).cwiseSqrt();
+    const Eigen::Matrix3d turned =
+        axes.eigenvectors().transpose() * (a.inertia(center) - b.inertia(center)) * axes.eigenvectors();
+    return (turned.array() / (size * size.transpose()).array()).abs().maxCoeff();
+}
+
+static double gyration(const MassMoments& moments)
+{
+    return std::sqrt(moments.inertia(moments.center()).trace() / moments.mass);
+}
+
+void report_mesh(Report& report, const Body& body, const std::vector<std::string>& notes)
+{
+    report.figure("mesh", format("%zu nodes, %zu elements", body.mesh.nodes.size(), body.mesh.elements.size()));
+    for (size_t i = 0; i < std::min(notes.size(), kNotesShown); ++i)
+        report.note(notes[i]);
+    if (notes.size() > kNotesShown)
+        report.note(format("and %zu more like these", notes.size() - kNotesShown));
+    for (const Interface& i : body.interfaces)
+        report.figure("interface node", format("%d, tied to %zu nodes, at %.6g %.6g %.6g", i.reference_id,
+                                               i.tied.size(), i.at[0], i.at[1], i.at[2]));
+}
+
+void report_mass(Report& report, const Units& units, const MeshMass& elements, const MassMoments& given,
+                 const MassMoments& expected)
+{
+    const MassMoments& own = elements.moments;
+    report.figure("volume", format("%.6e %s^3", elements.volume, units.length.c_str()), {{"volume", elements.volume}});
+    report.check("mass", format("%.6e %s, volume x density %.6e", given.mass, units.mass.c_str(), own.mass),
+                 relative(given.mass, own.mass) < kMassTolerance, {{"mass", given.mass}});
+    const Vector3d center = given.center();
+    report.check("centre of mass", format("%.6e %.6e %.6e", center[0], center[1], center[2]),
+                 (center - own.center()).norm() < kMassTolerance * gyration(own),
+                 {{"x", center[0]}, {"y", center[1]}, {"z", center[2]}});
+    const Vector3d principal = Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d>(given.inertia(center)).eigenvalues();
+    report.check("principal inertias", format("%.6e %.6e %.6e", principal[0], principal[1], principal[2]),
+                 inertia_error(given, expected) < kMassTolerance,
+                 {{"smallest", principal[0]}, {"middle", principal[1]}, {"largest", principal[2]}});
+}
+
+void report_lost_inertia(Report& report, double lost)
+{
+    if (lost >= kMassTolerance)
+        report.note(format("the solver integrates the mass at few points and makes inertias up to %.1f %% low: the "
+                           "body has those of volume x density",
+                           100 * lost));
+}
+
+void report_nodal_masses(Report& report, const Body& body, const MassMoments& target, MassMethod method)
+{
+    const std::vector<char> used = used_nodes(body.mesh);
+    double smallest = std::numeric_limits<double>::infinity();
+    for (size_t i = 0; i < used.size(); ++i)
+        if (used[i])
+            smallest = std::min(smallest, body.nodes.masses[i]);
+    if (body.nodes.left > kSmallRest)
+        report.note(
+            format("masses at the nodes cannot have the inertia of the body: nodal inertias make up for %.1e of it",
+                   body.nodes.left));
+    report.check("smallest nodal mass", format("%.3e %s", smallest, body.units.mass.c_str()), smallest >= 0.0,
+                 {{"mass", smallest}});
+    const MassMoments own = moments_of(body.mesh, body.nodes);
+    const double worst = std::max({relative(own.mass, target.mass), inertia_error(own, target),
+                                   (own.center() - target.center()).norm() / gyration(target)});
+    const std::string value = format("differ by %.1e in mass, centre or inertia", worst);
+    if (method == MassMethod::matched)
+        report.check("nodal masses", value, worst < kMatchTolerance, {{"difference", worst}});
+    else
+        report.figure("nodal masses", value, {{"difference", worst}});
+}
+
+void report_mode_masses(Report& report, const ModalBasis& basis, bool mass_is_in_the_mesh, bool shells)
+{
+    const std::string all = format("differ from 1 by %.1e at most", basis.mass_error);
+    const std::vector<zel_checks::Number> numbers = {{"difference", basis.mass_error}};
+    if ((mass_is_in_the_mesh && !shells) || basis.boundary_count > 0)
+        return report.check("masses of the modes", all, basis.mass_error < kModeMassTolerance, numbers);
+    if (shells && basis.held && basis.rigid_count == 0)
+        return report.check("masses of the modes", all, basis.mass_error < kHeldShellTolerance, numbers);
+    report.figure("masses of the modes", all, numbers);
+    if (basis.rigid_count > 0)
+        report.check("masses of the rigid ones", format("differ from 1 by %.1e at most", basis.rigid_error),
+                     basis.rigid_error < kModeMassTolerance, {{"difference", basis.rigid_error}});
+}
+
+double hertz(double eigenvalue, const Units& units)
+{
+    const double seconds = ZEL_UnitsDivider(units.time.c_str(), ZEL_TimeUnits);
+    return std::sqrt(std::max(eigenvalue, 0.0)) / seconds / (2 * std::numbers::pi);
+}
+
+std::string frequencies(const VectorXd& eigenvalues, Index first, const Units& units)
+{
+    std::string text;
+    for (Index k = first; k < std::min<Index>(first + kFrequenciesShown, eigenvalues.size()); ++k)
+        text += format("%s%.6g", k > first ? " " : "", hertz(eigenvalues[k], units));
+    return text.empty() ? "none" : text + " Hz";
+}
+
+void report_modes(Report& report, const Body& body, double before)
+{
+    VectorXd values = generalized_eigenvalues(body.stiffness, body.mass);
+    const double rigid = values.head(6).cwiseAbs().maxCoeff();
+    const bool has_flexible = values.size() > 6, resolved = !has_flexible || before < kComputedRatio * values[6];
+    report.check("six rigid-body modes", format("largest |eigenvalue| %.2e, %.2e as computed", rigid, before),
+                 resolved && (!has_flexible || (values[6] > 0.0 && rigid < kRigidRatio * values[6])),
+                 {{"eigenvalue", rigid}, {"eigenvalue_as_computed", before}});
+    if (!resolved)
+        report.note("the stiffness has too few digits for this body: import its modes (*NODE FILE) instead");
+    report.figure("free frequencies", frequencies(values, 6, body.units));
+}
+
+} // namespace zel_fem

@@ -1,0 +1,46 @@
+// The figures and checks of a reduction's report.
+#ifndef FEM_FIGURES_H
+#define FEM_FIGURES_H
+
+#include "fem/body.h"
+
+namespace zel_fem
+{
+
+using zel_checks::format;
+using zel_checks::Report;
+
+constexpr double kMassTolerance = 1e-3; // of mass, centre and each principal inertia
+constexpr double kSmallRest = 1e-4;     // of the inertia that nodal inertias take without a word
+
+// Largest difference of the inertias about the centre, in units of the two principal inertias that it lies between: the small
+// inertia of a slender body counts as much as the others.
+double inertia_error(const MassMoments& a, const MassMoments& b);
+
+void report_mesh(Report& report, const Body& body, const std::vector<std::string>& notes);
+
+// `given` are the moments of the matrices, `expected` what the program's quadrature makes of the elements.
+void report_mass(Report& report, const Units& units, const MeshMass& elements, const MassMoments& given,
+                 const MassMoments& expected);
+
+// That elements of few points have lost so much of the inertia, where it is much.
+void report_lost_inertia(Report& report, double lost);
+
+void report_nodal_masses(Report& report, const Body& body, const MassMoments& target, MassMethod method);
+
+// The mass matrix that the program's modes belong to, by the program's own quadrature. Of a matrix that is not all in the mesh the
+// rigid motions alone are judged.
+void report_mode_masses(Report& report, const ModalBasis& basis, bool mass_is_in_the_mesh, bool shells);
+
+// Eigenvalues of the body as it is: six rigid ones, and all others well above them. `before`: those of the rigid motions before
+// they were made exact, which tell how much the stiffness has lost to the printed digits.
+void report_modes(Report& report, const Body& body, double before);
+
+// Some of the lowest, from `first` on.
+std::string frequencies(const Eigen::VectorXd& eigenvalues, Eigen::Index first, const Units& units);
+
+double hertz(double eigenvalue, const Units& units);
+
+} // namespace zel_fem
+
+#endif

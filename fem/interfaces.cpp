@@ -1,0 +1,216 @@
+#include "fem/interfaces.h"
+
+#include <algorithm>
+#include <limits>
+#include <utility>
+
+#include "fem/text.h"
+
+namespace zel_fem
+{
+
+using Eigen::Vector3d;
+
+constexpr double kSpanTolerance = 1e-10; // of the tied nodes' rigid motions, squared
+constexpr int kRotations = 56;           // bits of moved_components
+
+// ---- What a user writes ------------------------------------------------------------------------------------------------
+
+static std::vector<std::string_view> split_at_commas(std::string_view text)
+{
+    std::vector<std::string_view> parts;
+    for (;;)
+    {
+        const size_t comma = text.find(',');
+        parts.push_back(text.substr(0, comma));
+        if (comma == std::string_view::npos)
+            return parts;
+        text.remove_prefix(comma + 1);
+    }
+}
+
+InterfaceChoice parse_interface(const std::string& text)
+{
+    const size_t sign = text.find('@');
+    const std::string name = text.substr(0, sign);
+    const Place place{"--interface " + text, 0};
+    InterfaceChoice choice;
+    choice.name = name;
+    if (name.starts_with("ids="))
+        for (std::string_view id : split_at_commas(std::string_view(name).substr(4)))
+            choice.node_ids.push_back(parse_int(id, place));
+    if (sign == std::string::npos)
+        return choice;
+    const auto coordinates = split_at_commas(std::string_view(text).substr(sign + 1));
+    if (coordinates.size() != 3)
+        throw std::runtime_error("an interface reads SET or SET@x,y,z, not " + text);
+    choice.at.emplace();
+    for (size_t axis = 0; axis < 3; ++axis)
+        (*choice.at)[axis] = parse_real(coordinates[axis], place);
+    return choice;
+}
+
+// ---- What it names in a model ------------------------------------------------------------------------------------------
+
+static int find_node(const Mesh& mesh, int id)
+{
+    const auto at = std::lower_bound(mesh.nodes.begin(), mesh.nodes.end(), id,
+                                     [](const Node& node, int wanted) { return node.id < wanted; });
+    return at != mesh.nodes.end() && at->id == id ? int(at - mesh.nodes.begin()) : -1;
+}
+
+static std::string capitals(std::string text)
+{
+    for (char& c : text)
+        if (c >= 'a' && c <= 'z')
+            c = char(c - 'a' + 'A');
+    return text;
+}
+
+// By its name as it stands, or else by the only name that differs in case alone.
+static const std::vector<int>& set_named(const Model& model, const std::string& name)
+{
+    const std::pair<const std::string, std::vector<int>>* found = nullptr;
+    if (const auto exact = model.node_sets.find(name); exact != model.node_sets.end())
+        found = &*exact;
+    else
+        for (const auto& set : model.node_sets)
+            if (capitals(set.first) == capitals(name))
+            {
+                if (found)
+                    throw std::runtime_error("the node sets " + found->first + " and " + set.first + " are both like " +
+                                             name);
+                found = &set;
+            }
+    if (!found || found->second.empty())
+        throw std::runtime_error("the mesh has no node set named " + name);
+    return found->second;
+}
+
+static std::vector<int> nodes_of(const Model& model, const InterfaceChoice& choice)
+{
+    if (choice.node_ids.empty())
+        return set_named(model, choice.name);
+    std::vector<int> nodes;
+    for (int id : choice.node_ids)
+    {
+        nodes.push_back(find_node(model.mesh, id));
+        if (nodes.back() < 0)
+            throw std::runtime_error("the interface " + choice.name + " names node " + std::to_string(id) +
+                                     ", which the mesh does not have");
+    }
+    std::sort(nodes.begin(), nodes.end());
+    nodes.erase(std::unique(nodes.begin(), nodes.end()), nodes.end());
+    return nodes;
+}
+
+// Joined at the mean of its nodes unless a point is given.
+static Interface interface_from(const Model& model, const InterfaceChoice& choice, int reference_id)
+{
+    Interface interface {
+        reference_id, -1, Vector3d::Zero(), nodes_of(model, choice)
+    };
+    for (const Tie& tie : model.ties)
+        for (int node : interface.tied)
+            if (std::binary_search(tie.nodes.begin(), tie.nodes.end(), node))
+                throw InputError(tie.place, "the nodes of " + choice.name + " follow node " +
+                                                std::to_string(model.mesh.nodes[size_t(tie.reference)].id) +
+                                                " already: leave out --interface, which takes the ties of the deck");
+    for (int node : interface.tied)
+        interface.at += model.mesh.nodes[size_t(node)].at / double(interface.tied.size());
+    if (choice.at)
+        interface.at = Vector3d((*choice.at)[0], (*choice.at)[1], (*choice.at)[2]);
+    return interface;
+}
+
+std::vector<Interface> choose_interfaces(const Model& model, const ReductionOptions& options)
+{
+    std::vector<Interface> interfaces;
+    if (options.free)
+        return interfaces;
+    const std::vector<Node>& nodes = model.mesh.nodes;
+    int next_id = nodes.back().id;
+    for (const InterfaceChoice& choice : options.interfaces)
+    {
+        if (next_id == std::numeric_limits<int>::max())
+            throw std::runtime_error("there is no node number left for the reference node of " + choice.name);
+        interfaces.push_back(interface_from(model, choice, ++next_id));
+    }
+    if (options.interfaces.empty())
+        for (const Tie& tie : model.ties)
+        {
+            const Node& reference = nodes[size_t(tie.reference)];
+            for (const Interface& other : interfaces)
+                if (other.reference == tie.reference)
+                    throw InputError(tie.place, "other nodes follow node " + std::to_string(reference.id) +
+                                                    " already: tie all of them at once");
+            interfaces.push_back({reference.id, tie.reference, reference.at, tie.nodes});
+        }
+    return interfaces;
+}
+
+std::vector<Interface> expanded(const Layers& layers, std::vector<Interface> interfaces)
+{
+    for (Interface& interface : interfaces)
+    {
+        std::vector<int> all;
+        for (int node : interface.tied)
+            for (int layer : layers.nodes_of(node))
+                all.push_back(layer);
+        std::sort(all.begin(), all.end());
+        interface.tied = std::move(all);
+    }
+    return interfaces;
+}
+
+// ---- Checks ------------------------------------------------------------------------------------------------------------
+
+// Nodes on one line, or a single one, would leave the reference node a rotation that nothing resists, unless they turn
+// themselves.
+static void check_span(const Mesh& mesh, const Interface& interface, const std::vector<int>& moved,
+                       const std::string& name)
+{
+    double size = 0.0;
+    for (int node : interface.tied)
+        size = std::max(size, (mesh.nodes[size_t(node)].at - interface.at).norm());
+    Eigen::Matrix<double, 6, 6> span = Eigen::Matrix<double, 6, 6>::Zero();
+    for (int node : interface.tied)
+    {
+        if ((moved[size_t(node)] & kRotations) == kRotations)
+            return;
+        Eigen::Matrix<double, 3, 6> motion = rigid_motion(mesh.nodes[size_t(node)].at, interface.at);
+        motion.rightCols<3>() /= size > 0.0 ? size : 1.0;
+        span += motion.transpose() * motion;
+    }
+    const Eigen::SelfAdjointEigenSolver<Eigen::Matrix<double, 6, 6>> solver(span);
+    if (solver.eigenvalues()[0] < kSpanTolerance * solver.eigenvalues()[5])
+        throw std::runtime_error(name + ": its tied nodes lie on one line, which leaves a rotation free");
+}
+
+void check_interfaces(const Model& model, const std::vector<Interface>& interfaces)
+{
+    const Mesh& mesh = model.matrices ? model.moved_mesh() : model.mesh;
+    const std::vector<int> moved = model.matrices ? moved_components(model) : std::vector<int>(mesh.nodes.size());
+    std::vector<int> owner(mesh.nodes.size());
+    std::vector<char> structural(mesh.nodes.size());
+    for (const Element& element : mesh.elements)
+        for (int i = 0; element.type->shape != Shape::point && i < node_count(element.type->shape); ++i)
+            structural[size_t(element.nodes[size_t(i)])] = 1;
+    for (const Interface& interface : interfaces)
+    {
+        const std::string name = "interface with reference node " + std::to_string(interface.reference_id);
+        if (interface.reference >= 0 && structural[size_t(interface.reference)])
+            throw std::runtime_error(name + ": the reference node belongs to an element");
+        for (int node : interface.tied)
+        {
+            const std::string which = name + ": node " + std::to_string(mesh.nodes[size_t(node)].id);
+            if (!structural[size_t(node)])
+                throw std::runtime_error(which + " belongs to no element");
+            if (std::exchange(owner[size_t(node)], interface.reference_id) != 0)
+                throw std::runtime_error(which + " belongs to another interface as well");
+        }
+        check_span(mesh, interface, moved, name);
+    }
+}
+
+} // namespace zel_fem

@@ -1,0 +1,180 @@
+#include "fem/model.h"
+
+#include <algorithm>
+
+#include "fem/sparse_modes.h"
+
+namespace zel_fem
+{
+
+using Eigen::Index;
+using Eigen::MatrixXd;
+using Eigen::Vector3d;
+using Matrix6 = Eigen::Matrix<double, 6, 6>;
+
+constexpr double kRigidTolerance = 1e-6; // of K R, relative to the sums of |K| |R|; stored values have 14 digits
+constexpr double kMassTolerance = 1e-5;  // of R^T M R, relative to its diagonal
+constexpr int kTranslations = 7, kAllComponents = 63; // bits of moved_components
+
+Eigen::Matrix<double, 3, 6> rigid_motion(const Vector3d& at, const Vector3d& center)
+{
+    const Vector3d r = at - center;
+    Eigen::Matrix<double, 3, 6> motion;
+    motion << 1, 0, 0, 0, r[2], -r[1], //
+        0, 1, 0, -r[2], 0, r[0],       //
+        0, 0, 1, r[1], -r[0], 0;
+    return motion;
+}
+
+MatrixXd rigid_motions(const Model& model, const Vector3d& center)
+{
+    const std::vector<Row>& rows = model.matrices->rows;
+    MatrixXd motions = MatrixXd::Zero(Index(rows.size()), 6);
+    for (size_t i = 0; i < rows.size(); ++i)
+    {
+        const auto [node, component] = rows[i];
+        if (node >= 0 && component >= 3)
+            motions(Index(i), component) = 1.0;
+        else if (node >= 0)
+            motions.row(Index(i)) = rigid_motion(model.moved_mesh().nodes[size_t(node)].at, center).row(component);
+    }
+    return motions;
+}
+
+Vector3d middle_of(const Mesh& mesh)
+{
+    Vector3d low = mesh.nodes[0].at, high = low;
+    for (const Node& node : mesh.nodes)
+    {
+        low = low.cwiseMin(node.at);
+        high = high.cwiseMax(node.at);
+    }
+    return 0.5 * (low + high);
+}
+
+std::vector<int> moved_components(const Model& model)
+{
+    std::vector<int> moved(model.moved_mesh().nodes.size());
+    for (const auto& [node, component] : model.matrices->rows)
+        if (node >= 0)
+            moved[size_t(node)] |= 1 << component;
+    return moved;
+}
+
+std::vector<char> references_of_ties(const Model& model)
+{
+    std::vector<char> references(model.moved_mesh().nodes.size());
+    for (const Tie& tie : model.ties)
+        references[size_t(tie.reference)] = 1;
+    return references;
+}
+
+// Every node of an element has its three translations, unless it follows a reference node that has all six freedoms.
+static void check_rows(const Model& model)
+{
+    const Mesh& mesh = model.moved_mesh();
+    std::vector<int> moved = moved_components(model);
+    for (const Tie& tie : model.ties)
+        if (moved[size_t(tie.reference)] == kAllComponents)
+            for (int node : tie.nodes)
+                moved[size_t(node)] |= moved[size_t(node)] == 0 ? kTranslations : 0;
+    for (const Element& element : mesh.elements)
+        for (int i = 0; i < node_count(element.type->shape); ++i)
+        {
+            const size_t node = size_t(element.nodes[size_t(i)]);
+            if ((moved[node] & kTranslations) != kTranslations)
+                throw InputError(mesh.place(element),
+                                 "node " + std::to_string(mesh.nodes[node].id) +
+                                     " has no freedoms in the matrices: the model must be free of supports and "
+                                     "constraints, and the matrices must belong to this mesh");
+        }
+}
+
+// No rigid motion strains a free body. A support, or a matrix of another model, shows here. Forces are compared with forces and
+// moments with moments.
+static void check_stiffness(const Model& model, const MatrixXd& rigid)
+{
+    const Matrices& matrices = *model.matrices;
+    const MatrixXd force = times(matrices.stiffness, rigid);
+    SparseMatrix magnitude = matrices.stiffness;
+    magnitude.coeffs() = magnitude.coeffs().abs();
+    const MatrixXd scale = times(magnitude, rigid.cwiseAbs());
+    for (Index k = 0; k < 6; ++k)
+        for (const bool moments : {false, true})
+        {
+            double largest = 0.0, sum = 0.0;
+            size_t worst = 0;
+            for (size_t i = 0; i < matrices.rows.size(); ++i)
+            {
+                if ((matrices.rows[i].component >= 3) != moments)
+                    continue;
+                sum = std::max(sum, scale(Index(i), k));
+                if (std::abs(force(Index(i), k)) > largest)
+                {
+                    largest = std::abs(force(Index(i), k));
+                    worst = i;
+                }
+            }
+            if (!(largest > kRigidTolerance * sum))
+                continue;
+            const auto [node, component] = matrices.rows[worst];
+            const std::string where = node < 0 ? std::string("inside an element")
+                                               : "at component " + std::to_string(component + 1) + " of node " +
+                                                     std::to_string(model.moved_mesh().nodes[size_t(node)].id);
+            throw std::runtime_error("the stiffness matrix resists rigid motion, most " + where +
+                                     ": the model must be free of supports, and the matrices must belong to this mesh");
+        }
+}
+
+static Matrix6 mass_of(const Model& model, const MatrixXd& rigid)
+{
+    return rigid.transpose() * times(model.matrices->mass, rigid);
+}
+
+// About the point of the rigid motions, and moved to the origin.
+static MassMoments moments_from(const Matrix6& m, const Vector3d& center)
+{
+    MassMoments moments;
+    moments.mass = m.topLeftCorner<3, 3>().trace() / 3.0;
+    // u_y of a turn about z is x, u_z of one about x is y, u_x of one about y is z
+    moments.first = Vector3d(m(1, 5), m(2, 3), m(0, 4));
+    const Eigen::Matrix3d inertia = m.bottomRightCorner<3, 3>();
+    moments.second = 0.5 * inertia.trace() * Eigen::Matrix3d::Identity() - inertia;
+    const Vector3d about_center = moments.first;
+    moments.first += moments.mass * center;
+    moments.second += about_center * center.transpose() + center * about_center.transpose() +
+                      moments.mass * center * center.transpose();
+    return moments;
+}
+
+// The mass of a body is the same in all directions. Rows that are mixed up, or a matrix of another model, show here.
+static void check_mass(const Matrix6& m, const Vector3d& center)
+{
+    if (!(m.topLeftCorner<3, 3>().trace() > 0.0))
+        throw std::runtime_error("the mass matrix has no mass");
+    const Matrix6 expected = moments_from(m, center).rigid_mass(center);
+    const Eigen::Matrix<double, 6, 1> size = expected.diagonal().cwiseMax(0.0).cwiseSqrt();
+    const double length = size.tail<3>().maxCoeff() / size[0];
+    Eigen::Matrix<double, 6, 1> scale;
+    scale << size.head<3>(), Vector3d::Constant(size[0] * length);
+    if (!((m - expected).array().abs() <= kMassTolerance * (scale * scale.transpose()).array()).all())
+        throw std::runtime_error("the mass matrix is not that of a body, whose mass is the same along x, y and z: the "
+                                 "matrices must belong to this mesh");
+}
+
+void check_equations(const Model& model)
+{
+    const Vector3d center = middle_of(model.moved_mesh());
+    const MatrixXd rigid = rigid_motions(model, center);
+    check_rows(model);
+    check_stiffness(model, rigid);
+    check_mass(mass_of(model, rigid), center);
+}
+
+MassMoments matrix_moments(const Model& model)
+{
+    const Vector3d center = middle_of(model.moved_mesh());
+    return moments_from(mass_of(model, rigid_motions(model, center)), center);
+}
+
+} // namespace zel_fem

@@ -1,0 +1,95 @@
+// A finite-element model as every source gives it: mesh and sets, and its equations or the modes that a program has found.
+// The reduction takes it and knows no program.
+#ifndef FEM_MODEL_H
+#define FEM_MODEL_H
+
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "fem/elements.h"
+#include "fem/given_modes.h"
+#include "fem/layers.h"
+#include "fem/sparse_factor.h"
+
+namespace zel_fem
+{
+
+// What one row, and column, of the matrices moves.
+struct Row
+{
+    int node = -1;     // of Model::moved_mesh(); -1: a freedom inside an element, which rigid motions leave at rest
+    int component = 0; // 0 to 2: translations along x, y, z; 3 to 5: rotations about them
+};
+
+struct Matrices
+{
+    std::vector<Row> rows;
+    SparseMatrix stiffness, mass; // upper triangles
+};
+
+// Nodes that follow a reference node rigidly in the model itself. Where they have no rows, the program has eliminated them. Ties
+// are the interfaces of the body unless others are chosen.
+struct Tie
+{
+    Place place;
+    int reference;          // index into Model::mesh.nodes, as are the others
+    std::vector<int> nodes; // ascending
+};
+
+struct Model
+{
+    std::string job;                                   // as reports call it; may be empty
+    std::string program;                               // these three go to the header of the body
+    std::string title, file;                           // the file without its folder
+    std::vector<std::string> inputs;                   // files that were or will be read: outputs never replace them
+    std::vector<std::string> notes;                    // what the reader passed over
+    Mesh mesh;                                         // of the body; nodes ascend by id
+    std::map<std::string, std::vector<int>> node_sets; // indexes of nodes, ascending
+    std::vector<Tie> ties;
+    std::optional<Layers> layers; // where the matrices or modes move other nodes than the body has
+
+    // One of the two:
+    std::optional<Matrices> matrices;
+    std::optional<GivenModes> modes;
+
+    // What the rows of matrices and modes move.
+    const Mesh& moved_mesh() const { return layers ? layers->mesh : mesh; }
+};
+
+// Nodes that follow one reference node, through which the body is joined to others.
+struct Interface
+{
+    int reference_id = 0;
+    int reference = -1; // index of the reference node; -1: the mesh does not have it
+    Eigen::Vector3d at = Eigen::Vector3d::Zero();
+    std::vector<int> tied; // indexes of nodes, ascending
+};
+
+// Six motions of a rigid body at a point: translations x, y, z and rotations about the axes through `center`; the rows
+// are the displacement of `at`.
+Eigen::Matrix<double, 3, 6> rigid_motion(const Eigen::Vector3d& at, const Eigen::Vector3d& center);
+
+// Rigid motions about `center`, six columns, at the rows of the matrices.
+Eigen::MatrixXd rigid_motions(const Model& model, const Eigen::Vector3d& center);
+
+// The middle of the box that holds all nodes.
+Eigen::Vector3d middle_of(const Mesh& mesh);
+
+// By node of moved_mesh(): bit c is set where a row moves component c.
+std::vector<int> moved_components(const Model& model);
+
+// By node of moved_mesh(): 1 at the reference nodes of ties.
+std::vector<char> references_of_ties(const Model& model);
+
+// Whether matrices and mesh are those of one free body: every node of an element moves, K R = 0 and R^T M R is the mass matrix of
+// a rigid body, for its six rigid motions R. Throws InputError or std::runtime_error where they are not.
+void check_equations(const Model& model);
+
+// Mass moments as the mass matrix has them.
+MassMoments matrix_moments(const Model& model);
+
+} // namespace zel_fem
+
+#endif

@@ -1,0 +1,183 @@
+// From a source to a body, end to end: mesh, interfaces, matrices or modes, nodal masses, checks. What is cheap to find wrong is
+// looked at first.
+#include <algorithm>
+#include <utility>
+
+#include "fem/figures.h"
+#include "fem/interfaces.h"
+#include "fem/reduction.h"
+#include "fem/rigid.h"
+
+namespace zel_fem
+{
+
+using Eigen::Index;
+using Eigen::MatrixXd;
+
+static void check_units(const Units& units)
+{
+    const double consistency = consistency_of(units);
+    if (std::abs(consistency - 1.0) > kConsistentUnits)
+        throw std::runtime_error(format("the units do not belong together: 1 %s is %g %s %s/%s^2, and a deck has one "
+                                        "system of units throughout",
+                                        units.force.c_str(), consistency, units.mass.c_str(), units.length.c_str(),
+                                        units.time.c_str()));
+}
+
+static bool has_shells(const Mesh& mesh)
+{
+    return std::any_of(mesh.elements.begin(), mesh.elements.end(),
+                       [](const Element& element) { return is_shell(element.type->shape); });
+}
+
+// "Free-free modes from the matrices of beam"
+static std::string title_of(const Model& model, const char* what, const char* from)
+{
+    return model.job.empty() ? std::string(what) : std::string(what) + " from the " + from + " of " + model.job;
+}
+
+// Nodal inertias have no kinetic energy unless their nodes turn.
+static void add_rotations(Body& body)
+{
+    if (body.rotation.size() == 0 && (has_shells(body.mesh) || body.nodes.left > kSmallRest))
+        body.rotation = node_rotations(body.mesh, body.motion);
+}
+
+// Unit motions of each reference node in its own six constraint modes.
+static MatrixXd unit_reference_motion(size_t interfaces, Index boundary, Index modes)
+{
+    MatrixXd motion = MatrixXd::Zero(6 * Index(interfaces), modes);
+    motion.leftCols(boundary).setIdentity();
+    return motion;
+}
+
+// What shapes of the moved nodes are for the nodes of the body.
+static void take_shapes(const Model& model, NodeMotion motion, Body& body)
+{
+    if (model.layers)
+        body.rotation = model.layers->rotation(motion.displacement);
+    else
+        body.rotation = std::move(motion.rotation);
+    body.motion = model.layers ? model.layers->mean(motion.displacement, 3) : std::move(motion.displacement);
+}
+
+// `own` is the mass of the body's mesh, as in the other route.
+static void reduce_matrices(const Model& model, const MeshMass& own, const ReductionOptions& options, Body& body,
+                            Report& report, Progress& progress)
+{
+    const std::vector<Interface> interfaces = model.layers ? expanded(*model.layers, body.interfaces) : body.interfaces;
+    check_interfaces(model, interfaces);
+    check_equations(model);
+    const bool free = interfaces.empty();
+    Reduction reduction = free ? reduce_free(model, options.modes, progress)
+                               : reduce_craig_bampton(model, interfaces, options.modes, progress);
+    progress.begin("shapes and nodal masses");
+    take_shapes(model, node_motion(model, reduction), body);
+    body.stiffness = std::move(reduction.stiffness);
+    body.mass = std::move(reduction.mass);
+    body.reference_motion = unit_reference_motion(interfaces.size(), reduction.boundary_count, body.motion.cols());
+    const MassMoments matrix = matrix_moments(model), expected = solver_moments(model.moved_mesh());
+    const MeshMass elements = model.layers ? mesh_mass(model.moved_mesh()) : own;
+    const double lost = inertia_error(expected, elements.moments);
+    const MassMoments& target = lost < kMassTolerance ? matrix : elements.moments;
+    if (lost >= kMassTolerance)
+        set_rigid_mass(body, target);
+    body.nodes = nodal_masses(body.mesh, own, options.mass, target);
+    add_rotations(body);
+
+    report.title(title_of(model, free ? "Free-free modes" : "Craig-Bampton reduction", "matrices"));
+    report_mesh(report, body, model.notes);
+    report.figure("modes", free ? format("6 rigid, %d flexible", options.modes)
+                                : format("%d constraint, %d fixed-interface", reduction.boundary_count, options.modes));
+    report_mass(report, body.units, elements, matrix, expected);
+    report_lost_inertia(report, lost);
+    report_nodal_masses(report, body, target, options.mass);
+    report_modes(report, body, reduction.rigid_before);
+    if (!free)
+        report.figure("fixed-interface frequencies",
+                      frequencies(body.stiffness.diagonal().tail(options.modes), 0, body.units));
+    if (options.modes > 0)
+        report.figure("modes complete up to", format("%.6g Hz", hertz(reduction.complete_to, body.units)));
+}
+
+static void report_given_modes(const ModalBasis& basis, const Body& body, double before, Report& report)
+{
+    const bool free = basis.boundary_count == 0;
+    if (!free)
+        report.figure("asymmetry of the forces", format("%.1e", basis.asymmetry));
+    if (!free || basis.rigid_count > 0)
+        report_modes(report, body, before);
+    else if (basis.held && body.stiffness(0, 0) > 0.0) // programs write 0 for eigenvalues below
+        report.note("the body was held when its modes were computed: it has no rigid-body modes");
+    else
+        report.check("six rigid-body modes", "not six alone are near zero: the body falls apart", false);
+    if (free && basis.rigid_count == 0)
+        report.figure("frequencies", frequencies(body.stiffness.diagonal(), 0, body.units));
+}
+
+static void take_modes(Model& model, const MeshMass& own, const ReductionOptions& options, Body& body, Report& report,
+                       Progress& progress)
+{
+    check_interfaces(model, body.interfaces);
+    progress.begin("shapes and nodal masses");
+    const bool mass_is_in_the_mesh = model.modes->mass_is_in_the_mesh;
+    ModalBasis basis = basis_of(model.moved_mesh(), std::move(*model.modes));
+    const MeshMass elements = model.layers ? mesh_mass(model.moved_mesh()) : own;
+    const double lost = inertia_error(solver_moments(model.moved_mesh()), elements.moments);
+    body.nodes = nodal_masses(body.mesh, own, options.mass, elements.moments);
+    const bool free = basis.boundary_count == 0;
+    double before = basis.rigid_before;
+    if (!free)
+        before = repair_rigid_motions(body.interfaces, basis.stiffness, basis.mass);
+    take_shapes(model, {std::move(basis.motion), {}}, body);
+    body.stiffness = std::move(basis.stiffness);
+    body.mass = std::move(basis.mass);
+    body.reference_motion = unit_reference_motion(body.interfaces.size(), basis.boundary_count, body.motion.cols());
+    body.stress =
+        model.layers && basis.stress.size() > 0 ? model.layers->mean(basis.stress, 6) : std::move(basis.stress);
+    if (!free || basis.rigid_count > 0)
+        set_rigid_mass(body, elements.moments);
+    add_rotations(body);
+
+    const int modes = int(body.mass.rows()) - basis.boundary_count - basis.rigid_count;
+    report.title(title_of(model, free ? "Modes" : "Craig-Bampton basis", "results"));
+    report_mesh(report, body, model.notes);
+    report.figure("modes", free ? format("%d rigid, %d flexible", basis.rigid_count, modes)
+                                : format("%d constraint, %d fixed-interface", basis.boundary_count, modes));
+    report.figure("modal stress", body.stress.size() > 0 ? "yes" : "no");
+    report_mass(report, body.units, elements, elements.moments, elements.moments);
+    report_lost_inertia(report, lost);
+    report_nodal_masses(report, body, elements.moments, options.mass);
+    report_mode_masses(report, basis, mass_is_in_the_mesh, has_shells(body.mesh));
+    report_given_modes(basis, body, before, report);
+}
+
+ReducedBody reduce(Source& source, const ReductionOptions& options, Progress& progress)
+{
+    check_units(options.units);
+    if (options.modes < 0)
+        throw std::runtime_error("the number of modes is negative");
+    Model model = source.read_model(progress);
+    if (!options.output.empty())
+    {
+        keep_inputs(options.output, model);
+        check_output(options.output);
+    }
+    const MeshMass own = mesh_mass(model.mesh);
+    const auto body = std::make_shared<Body>();
+    body->units = options.units;
+    body->title = model.title;
+    body->file = model.file;
+    body->program = model.program;
+    body->interfaces = choose_interfaces(model, options);
+    source.read_solution(model, body->interfaces, progress);
+    body->mesh = model.mesh;
+    ReducedBody reduced{body, {}};
+    if (model.matrices)
+        reduce_matrices(model, own, options, *body, reduced.report, progress);
+    else
+        take_modes(model, own, options, *body, reduced.report, progress);
+    return reduced;
+}
+
+} // namespace zel_fem

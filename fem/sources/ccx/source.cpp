@@ -1,0 +1,145 @@
+// A job of CalculiX as a model: what the deck says, and what its rows and results mean.
+#include <algorithm>
+#include <filesystem>
+#include <unordered_map>
+#include <utility>
+
+#include "fem/sources/ccx/ccx.h"
+#include "fem/sources/ccx/element_types.h"
+#include "fem/sources/ccx/results.h"
+#include "fem/sources/ccx/rows.h"
+#include "fem/sources/ccx/shells.h"
+
+namespace zel_fem::ccx
+{
+
+namespace
+{
+class CcxSource : public Source
+{
+public:
+    explicit CcxSource(const Job& job);
+    Model read_model(Progress& progress) override;
+    void read_solution(Model& model, const std::vector<Interface>& interfaces, Progress& progress) override;
+
+private:
+    Route choose_route() const;
+    void read_matrices_into(Model& model, Progress& progress) const;
+    void read_results_into(Model& model, const std::vector<Interface>& interfaces, Progress& progress) const;
+
+    std::string job_;
+    Route route_;
+    int step_;
+    Deck deck_;
+};
+} // namespace
+
+// "dir/JOB" of "dir/JOB.inp" or "dir/JOB.inp.gz".
+static std::string job_of(std::string deck)
+{
+    for (const char* suffix : {".gz", ".inp"})
+        if (deck.ends_with(suffix))
+            deck.resize(deck.size() - std::string_view(suffix).size());
+    return deck;
+}
+
+CcxSource::CcxSource(const Job& job) : job_(job_of(job.deck)), route_(job.route), step_(job.step) {}
+
+static std::vector<int> indexes_of(const Deck& deck, const std::vector<int>& node_ids)
+{
+    std::vector<int> nodes;
+    for (int id : node_ids)
+        nodes.push_back(deck.find_node(id));
+    return nodes;
+}
+
+// All that one of the routes or the solver itself may use of the job.
+static std::vector<std::string> files_of(const std::string& job, const Deck& deck)
+{
+    std::vector<std::string> files = deck.mesh.files;
+    for (const char* suffix : {".inp", ".frd", ".dat", ".sti", ".mas", ".dof"})
+        for (const char* packed : {"", ".gz"})
+            files.push_back(job + suffix + packed);
+    return files;
+}
+
+Model CcxSource::read_model(Progress& progress)
+{
+    progress.begin("read the deck");
+    deck_ = read_deck(job_ + ".inp");
+    Model model;
+    model.job = job_;
+    model.program = "CalculiX";
+    model.title = deck_.heading;
+    model.file = std::filesystem::path(deck_.mesh.files[0]).filename().string();
+    model.inputs = files_of(job_, deck_);
+    model.notes = deck_.notes;
+    model.mesh = deck_.mesh;
+    for (const auto& [name, ids] : deck_.node_sets)
+        model.node_sets[name] = indexes_of(deck_, ids);
+    for (const Tie& tie : deck_.ties)
+        model.ties.push_back({tie.place, deck_.find_node(tie.reference_id), indexes_of(deck_, tie.node_ids)});
+    return model;
+}
+
+Route CcxSource::choose_route() const
+{
+    if (route_ != Route::automatic)
+        return route_;
+    if (input_exists(job_ + ".sti"))
+        return Route::matrices;
+    if (input_exists(job_ + ".frd"))
+        return Route::results;
+    throw InputError({job_ + ".sti", 0}, "no such file, nor " + job_ +
+                                             ".frd: solve the deck with *FREQUENCY, "
+                                             "SOLVER=MATRIXSTORAGE first");
+}
+
+void CcxSource::read_solution(Model& model, const std::vector<Interface>& interfaces, Progress& progress)
+{
+    if (choose_route() == Route::matrices)
+        read_matrices_into(model, progress);
+    else
+        read_results_into(model, interfaces, progress);
+}
+
+void CcxSource::read_matrices_into(Model& model, Progress& progress) const
+{
+    Expansion expansion = expand_shells(deck_);
+    progress.begin("read the matrices");
+    StoredMatrices stored = read_matrices(job_, progress);
+    expansion.name_layers(stored.freedoms);
+    std::vector<zel_fem::Row> rows = rows_of(expansion.deck, stored);
+    model.matrices = {std::move(rows), std::move(stored.stiffness), std::move(stored.mass)};
+    if (!expansion.layers.nodes.empty())
+        model.layers = std::move(expansion.layers);
+}
+
+// Whether the results are those of the nodes that the solver made for shells (OUTPUT=3D).
+static bool has_layers(const Deck& deck, const FrdFile& frd)
+{
+    return has_shells(deck.mesh) &&
+           std::any_of(frd.node_ids.begin(), frd.node_ids.end(), [&deck](int id) { return deck.find_node(id) < 0; });
+}
+
+void CcxSource::read_results_into(Model& model, const std::vector<Interface>& interfaces, Progress& progress) const
+{
+    progress.begin("read the results");
+    FrdFile frd = read_frd(job_ + ".frd");
+    if (!has_layers(deck_, frd))
+    {
+        model.modes = modes_from_results(deck_, interfaces, frd, job_, step_);
+        return;
+    }
+    Expansion expansion = expand_shells(deck_);
+    expansion.name_layers(frd.node_ids);
+    model.modes = modes_from_results(expansion.deck, interfaces, frd, job_, step_);
+    model.layers = std::move(expansion.layers);
+}
+
+std::unique_ptr<Source> make_source(const Job& job)
+{
+    return std::make_unique<CcxSource>(job);
+}
+
+} // namespace zel_fem::ccx
