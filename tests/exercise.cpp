@@ -96,6 +96,7 @@ void look_at_modes(ZELDATA* db)
             ZEL_ModeByNode(db, number, kind, ZEL_ModeNodeID(db, kind, 0), record, 0);
             ZEL_Read_Mode_Double(db, number, kind, vector.data());
             ZEL_Read_Mode_Single(db, number, kind, narrow.data());
+            ZEL_ModesOfNodes(db, kind, ZEL_ModeNodeCount(db, kind), nullptr, 1, &number, vector.data());
         }
     }
     int node = 0;
@@ -179,6 +180,7 @@ void exercise(ZELDATA* db, FILE* report)
     ZEL_SetUnits(db, "g", "cm", "ms", "kN");
     ZEL_SetUnits(db, "gram", "cm", "ms", "kN");
     look_at_modes(db);
+    ZEL_CompareBodies(db, db, 0.0, nullptr, 0);
     ZEL_StripCommonFaces(db);
 }
 

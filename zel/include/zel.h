@@ -320,6 +320,15 @@ ZEL_API ZELDATA* ZEL_CreateFromZEL(const char* path);
 /** Does nothing: a database ends only through ZEL_UnLink or ZEL_Terminate. */
 ZEL_API void ZEL_Destroy(ZELDATA* db);
 
+/**
+ * Makes room in a body that grows beyond what ZEL_Create was told: for so many nodes in each stored mode vector and so many
+ * modes. Room never shrinks; numbers below the present ones ask for nothing. Temporary mode files that are open grow at
+ * once: by modes at their end, by nodes into new files, with a copy of all vectors. So ask for the nodes of the whole body.
+ * Returns 1; 0, with a message and with the database as it was, for a null database, for more modes beside those that lie in
+ * a ZEL file, or when disk or memory is short.
+ */
+ZEL_API int ZEL_MakeRoom(ZELDATA* db, int max_mode_nodes, int max_modes);
+
 /** Frees one database with its arrays, streams and temporary files. Null and unknown pointers are ignored. */
 ZEL_API void ZEL_UnLink(ZELDATA* db);
 
@@ -382,6 +391,27 @@ ZEL_API int ZEL_SetFace(ZELDATA* db, int vertex_count, ...);
 /** Makes a known node an interface node, once; 0, silently, for an unknown id. */
 ZEL_API int ZEL_SetInterfaceNode(ZELDATA* db, int node_id);
 
+/*
+ * Many nodes or faces in one call, as the calls above set them one after another; of equal ids the last one holds. They set
+ * all or, on 0, nothing: with a message when a value is not finite, a face has too few nodes or memory is short; silently
+ * for a negative count or a null array. A count of 0 sets nothing and is fine.
+ */
+
+/** Sets the positions of nodes: coordinates[3 * count], node by node. Unknown nodes are added in this order. */
+ZEL_API int ZEL_SetNodes(ZELDATA* db, int count, const int* node_ids, const double* coordinates);
+
+/** Replaces nodal masses: masses[count]. Unknown nodes are added at the origin. */
+ZEL_API int ZEL_SetNodalMasses(ZELDATA* db, int count, const int* node_ids, const double* masses);
+
+/** Replaces nodal inertias: inertias[6 * count], of each node xx, yy, zz, xy, xz, yz as ZEL_SetNodalInertia takes them. */
+ZEL_API int ZEL_SetNodalInertias(ZELDATA* db, int count, const int* node_ids, const double* inertias);
+
+/**
+ * Adds faces: vertex_counts[count], and in node_ids the vertices of the first face, those of the second and so on. Unlike
+ * ZEL_SetFaceList, a face that is refused leaves no node that it named.
+ */
+ZEL_API int ZEL_SetFaces(ZELDATA* db, int count, const int* vertex_counts, const int* node_ids);
+
 /** Index of a node, which is added when its id is unknown; -1 on failure. */
 ZEL_API int ZEL_LookupOrAddNode(ZELDATA* db, int node_id);
 
@@ -418,6 +448,19 @@ ZEL_API int ZEL_SetModeVec(ZELDATA* db, int mode_number, int node_id, int kind, 
 ZEL_API int ZEL_SetMode(ZELDATA* db, int mode_number, int node_id, int kind, double v1, double v2, double v3, double v4,
                         double v5, double v6);
 
+/**
+ * Sets the six components of many nodes in one mode, or in the pre-stress or pre-strain; unknown modes and nodes are added.
+ * The values of other nodes stay. A vector that is kept for ZEL_Mode is read again.
+ * node_ids  [node_count] null: the first nodes of the node table, in its order
+ * values    six for each node
+ * stride    doubles from the first value of a node to that of the next one: 6 for a dense array; any number, negative too
+ * Returns 1; 0 with the database as it was, as the other setters do, and with a message for more nodes than there are where
+ * node_ids is null. ZEL_MakeRoom makes room where there is too little. Takes no look-up a node where ids come in the order
+ * of the table.
+ */
+ZEL_API int ZEL_SetModeArray(ZELDATA* db, int mode_number, int kind, int node_count, const int* node_ids,
+                             const double* values, int64_t stride);
+
 /** Sets one component, dof from 0 to 5; the others stay, at first zero. */
 ZEL_API int ZEL_SetModeEntry(ZELDATA* db, int mode_number, int node_id, int kind, int dof, double value);
 
@@ -438,6 +481,18 @@ ZEL_API int ZEL_Mode(ZELDATA* db, int mode_number, int kind, double* out, int pa
 
 /** The same for one node; on failure out holds zeros. */
 ZEL_API int ZEL_ModeByNode(ZELDATA* db, int mode_number, int kind, int node_id, double out[3], int part);
+
+/**
+ * All six components of some nodes in some modes, in current units and whatever the precision of the file. Reads only what
+ * is asked for, anew in every call.
+ * node_ids      [node_count] of nodes that the kind's vectors cover; null: its first nodes, in the order of its node list
+ * mode_numbers  [mode_count], where 0 with stress or strain names the pre-stress or pre-strain; null: the first modes
+ * out           [mode_count][node_count][6]
+ * Returns 1; 0, silently and with out untouched, for an unknown node, mode or kind, a null database or output or a count
+ * below 1; 0 with out zero when a record cannot be read; 0, with a message, when memory is short.
+ */
+ZEL_API int ZEL_ModesOfNodes(ZELDATA* db, int kind, int node_count, const int* node_ids, int mode_count,
+                             const int* mode_numbers, double* out);
 
 /* ---- Matrices, loads, invariants given by the caller --------------------------------------------------------------- */
 

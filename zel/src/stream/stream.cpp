@@ -364,6 +364,33 @@ int get_reals(ZELSTREAM& in, double* values, int64_t count)
     return in.double_precision ? get_run_in_place<uint64_t>(in, values, count) : get_widened(in, values, count);
 }
 
+int get_reals_at(ZELSTREAM& in, int64_t position, double* values, int64_t count)
+{
+    if (fileno(in.file) < 0)
+        return seek_to(in, position) && get_reals(in, values, count);
+    Place place(in.file, position);
+    if (in.double_precision)
+    {
+        unsigned char* const bytes = reinterpret_cast<unsigned char*>(values);
+        if (!place.read(bytes, count * int64_t(sizeof(double))))
+            return 0;
+        if (in.xdr)
+            swap_words<uint64_t>(bytes, count);
+        return 1;
+    }
+    const auto widen = in.xdr ? widen_block<true> : widen_block<false>;
+    unsigned char few[kSmallBytes];
+    for (constexpr int64_t kAtOnce = kSmallBytes / int64_t(sizeof(float)); count > 0;
+         values += kAtOnce, count -= kAtOnce)
+    {
+        const int64_t part = std::min(count, kAtOnce);
+        if (!place.read(few, part * int64_t(sizeof(float))))
+            return 0;
+        widen(values, few, part);
+    }
+    return 1;
+}
+
 int get_floats(ZELSTREAM& in, float* values, int64_t count)
 {
     if (in.double_precision)

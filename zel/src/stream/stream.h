@@ -32,6 +32,10 @@ int get_ints(ZELSTREAM& in, int32_t* values, int64_t count);
 int get_reals(ZELSTREAM& in, double* values, int64_t count);
 int get_text(ZELSTREAM& in, char* text, int count); // exactly `count` characters, not terminated
 
+// As get_reals from a position of the file, past the stream's buffer: for a few reals here and there. The current position
+// may stay as it is.
+int get_reals_at(ZELSTREAM& in, int64_t position, double* values, int64_t count);
+
 // As get_reals, into floats without a detour; only for a single-precision stream (0 otherwise).
 int get_floats(ZELSTREAM& in, float* values, int64_t count);
 

@@ -76,10 +76,8 @@ static void move_load(double*& vector, double* larger, int count)
     vector = larger;
 }
 
-// Room for every mode, present and to come, in all load vectors and the preload. On 0 they are as before.
-static int reserve_load_components(ZELDATA* db)
+int zel::reserve_load_components(ZELDATA* db, int room)
 {
-    const int room = std::max(db->max_modes, db->mode_count);
     if (room <= db->load_capacity)
         return 1;
     Scratch<double*> larger(int64_t(db->load_case_count) + 1); // the last one is the preload's
@@ -101,12 +99,18 @@ static int reserve_load_components(ZELDATA* db)
     return 1;
 }
 
+// Modes, present and to come.
+static int most_modes(const ZELDATA* db)
+{
+    return std::max(db->max_modes, db->mode_count);
+}
+
 // 0, with a message, when a number is negative or its table alone is beyond the machine's memory.
 static int check_load_case(const ZELDATA* db, int load_case)
 {
     if (load_case < 0 || load_case == INT32_MAX)
         return fail("The load case index %d is illegal.\nThe load case index must be non-negative.", load_case);
-    const double vector = double(std::max(db->max_modes, db->mode_count)) * double(sizeof(double));
+    const double vector = double(most_modes(db)) * double(sizeof(double));
     const double bytes = (double(load_case) - db->load_case_count) * (double(sizeof(ZELLOADCASE)) + vector);
     return bytes <= double(sysconf(_SC_PHYS_PAGES)) * double(sysconf(_SC_PAGESIZE)) ? 1 : int(no_memory(kModule));
 }
@@ -153,7 +157,7 @@ int ZEL_SetModalLoad(ZELDATA* db, int load_case, int mode_number, double value)
     if (!std::isfinite(value))
         return fail("The load of mode %d in load case %d is not finite: %g.", mode_number, load_case, value);
     ModeToSet mode(db, mode_number);
-    if (mode.index() < 0 || !reserve_load_components(db) || !reserve_load_cases(db, load_case))
+    if (mode.index() < 0 || !reserve_load_components(db, most_modes(db)) || !reserve_load_cases(db, load_case))
         return 0;
     mode.keep();
     db->load_cases[load_case].values[mode.index()] = value;
@@ -171,7 +175,8 @@ int ZEL_SetModalLoadLabel(ZELDATA* db, int load_case, const char* label)
         std::memcpy(text, label, std::min(length, longest));
     else
         std::snprintf(text, sizeof text, "%d", load_case + 1);
-    if (!check_load_case(db, load_case) || !reserve_load_components(db) || !reserve_load_cases(db, load_case))
+    if (!check_load_case(db, load_case) || !reserve_load_components(db, most_modes(db)) ||
+        !reserve_load_cases(db, load_case))
         return 0;
     if (length > longest)
         ZEL_Warning("Modal load label too big: max size %ld, specified size %ld.  Truncating label.", long(longest),
@@ -188,7 +193,7 @@ int ZEL_SetModalPreload(ZELDATA* db, int mode_number, double value)
     if (!std::isfinite(value))
         return fail("The preload of mode %d is not finite: %g.", mode_number, value);
     ModeToSet mode(db, mode_number);
-    if (mode.index() < 0 || !reserve_load_components(db))
+    if (mode.index() < 0 || !reserve_load_components(db, most_modes(db)))
         return 0;
     if (!db->modal_preload)
     {

@@ -23,6 +23,7 @@ static constexpr const char* kModule = "zelset";
 namespace
 {
 constexpr int64_t kNodeBytes = kComponents * int64_t(sizeof(double));
+constexpr int64_t kFewValues = 512; // of a ZEL file, that are read without filling the stream's buffer
 
 struct FileTexts
 {
@@ -38,10 +39,10 @@ static constexpr FileTexts kFileTexts[ZEL_MODE_KINDS] = {
 
 // ---- Record files ------------------------------------------------------------------------------------------------------
 
-static bool write_zeros(int file, int64_t bytes)
+static bool write_zeros(int file, int64_t from, int64_t bytes)
 {
     static const char zeros[64 * 1024] = {};
-    for (int64_t at = 0; at < bytes; at += int64_t(sizeof zeros))
+    for (int64_t at = from; at < bytes; at += int64_t(sizeof zeros))
         if (!move_all(pwrite, file, zeros, std::min(bytes - at, int64_t(sizeof zeros)), at))
             return false;
     return true;
@@ -55,25 +56,25 @@ static bool may_have_room(int file, int64_t bytes)
            uint64_t(bytes) / disk.f_frsize <= uint64_t(disk.f_bfree);
 }
 
-static int reserve_in_one_call(int file, int64_t bytes)
+static int reserve_in_one_call(int file, int64_t from, int64_t bytes)
 {
     int error = EINTR;
     while (error == EINTR)
-        error = posix_fallocate(file, 0, bytes);
+        error = posix_fallocate(file, from, bytes - from);
     return error;
 }
 
-// Gives an empty file its full size, with disk space behind every byte; false when there is none.
-static bool reserve_bytes(int file, int64_t bytes)
+// Lengthens a file of `from` bytes by zeros, with disk space behind every byte; false when there is none.
+static bool reserve_bytes(int file, int64_t from, int64_t bytes)
 {
-    if (bytes == 0)
+    if (bytes <= from)
         return true;
-    if (!may_have_room(file, bytes))
+    if (!may_have_room(file, bytes - from))
         return false;
     const HoldFileSizeSignal hold;
-    const int error = reserve_in_one_call(file, bytes);
+    const int error = reserve_in_one_call(file, from, bytes);
     const bool unsupported = error == EOPNOTSUPP || error == ENOSYS || error == EINVAL;
-    return error == 0 || (unsupported && write_zeros(file, bytes));
+    return error == 0 || (unsupported && write_zeros(file, from, bytes));
 }
 
 static double* map_file(int file, int64_t bytes)
@@ -100,7 +101,7 @@ static ModeReplacement::Result make_records(RecordFile& records, NamedFile opene
     if (__builtin_mul_overflow(record_bytes, int64_t(modes), &records.bytes))
         return ModeReplacement::kNoSpace;
     const int file = fileno(opened.file);
-    if (!reserve_bytes(file, records.bytes))
+    if (!reserve_bytes(file, 0, records.bytes))
         return ModeReplacement::kNoSpace;
     records.positions = allocate<int64_t>(modes);
     if (!records.positions)
@@ -210,6 +211,105 @@ int open_mode_file(ZELDATA* db, int kind)
     return 1;
 }
 
+// Whole nodes of a record as they are stored.
+static bool read_stored(ZELDATA* db, int kind, int mode, int first, int count, double* out)
+{
+    ZELSTREAM& stream = mode_stream(db, kind);
+    const int64_t values = kComponents * int64_t(count), skipped = kComponents * int64_t(first);
+    const int64_t at = db->mode_positions[kind][mode] + skipped * real_bytes(stream);
+    ++mode_reads;
+    if (const double* map = maps_of(db).map[kind])
+    {
+        std::memcpy(out, map + at / int64_t(sizeof(double)), size_t(values) * sizeof(double));
+        return true;
+    }
+    if (stream.temporary)
+        return move_all(pread, fileno(stream.file), reinterpret_cast<char*>(out), values * int64_t(sizeof(double)), at);
+    return values <= kFewValues ? get_reals_at(stream, at, out, values)
+                                : seek_to(stream, at) && get_reals(stream, out, values);
+}
+
+// ---- Room --------------------------------------------------------------------------------------------------------------
+
+// Adds records for modes at the end of a kind's file. What was there stays, also on a failure.
+static ModeReplacement::Result lengthen(ZELDATA* db, int kind, int modes)
+{
+    const int64_t record_bytes = kNodeBytes * db->mode_record_nodes[kind];
+    ModeMaps& maps = maps_of(db);
+    int64_t bytes = 0;
+    if (__builtin_mul_overflow(record_bytes, int64_t(modes), &bytes))
+        return ModeReplacement::kNoSpace;
+    const int file = fileno(mode_stream(db, kind).file);
+    if (bytes > maps.bytes[kind])
+    {
+        if (!reserve_bytes(file, maps.bytes[kind], bytes))
+        {
+            [[maybe_unused]] const int given_back = ftruncate(file, maps.bytes[kind]);
+            return ModeReplacement::kNoSpace;
+        }
+        if (maps.map[kind])
+            munmap(maps.map[kind], size_t(maps.bytes[kind]));
+        maps.map[kind] = map_file(file, bytes); // null: values are written and read at their positions from now on
+        maps.bytes[kind] = bytes;
+    }
+    int64_t* positions = reallocate(db->mode_positions[kind], modes);
+    if (!positions)
+        return ModeReplacement::kNoMemory;
+    db->mode_positions[kind] = positions;
+    for (int mode = 0; mode < modes; ++mode)
+        positions[mode] = record_bytes * mode;
+    return ModeReplacement::kReady;
+}
+
+// A new file for a kind, with longer records, that begin with what the records have had so far.
+static ModeReplacement::Result widen(ZELDATA* db, int kind, int nodes, int modes, RecordFile& records)
+{
+    const NamedFile opened = open_for_kind(kind);
+    if (opened.file)
+        ZEL_Info("Temp %s file: %s", kFileTexts[kind].opened, opened.name);
+    const ModeReplacement::Result result = make_records(records, opened, modes, nodes);
+    if (result != ModeReplacement::kReady)
+        return result;
+    records.map = map_file(fileno(records.stream.file), records.bytes);
+    const int64_t values = kComponents * int64_t(db->mode_record_nodes[kind]);
+    Scratch<double> record(values);
+    if (!record.data)
+        return ModeReplacement::kNoMemory;
+    for (int mode = 0; mode < db->mode_count; ++mode)
+        if (!read_stored(db, kind, mode, 0, db->mode_record_nodes[kind], record.data) ||
+            !write_values(records.stream.file, records.map, records.positions[mode], record.data, values))
+            return ModeReplacement::kNoSpace;
+    return ModeReplacement::kReady;
+}
+
+int grow_mode_files(ZELDATA* db, int nodes, int modes)
+{
+    RecordFile wider[ZEL_MODE_KINDS] = {};
+    bool complete = true;
+    for (int kind = 0; kind < ZEL_MODE_KINDS && complete; ++kind)
+    {
+        if (!mode_stream(db, kind).temporary)
+            continue;
+        const bool is_wider = nodes > db->mode_record_nodes[kind];
+        const ModeReplacement::Result result =
+            is_wider ? widen(db, kind, nodes, modes, wider[kind]) : lengthen(db, kind, modes);
+        complete = result == ModeReplacement::kReady;
+        if (!complete)
+            report(result, kFileTexts[kind], is_wider ? wider[kind].stream.name : mode_stream(db, kind).name);
+    }
+    for (int kind = 0; kind < ZEL_MODE_KINDS; ++kind)
+        if (wider[kind].stream.file && complete)
+        {
+            const double factor = db->mode_factor[kind];
+            close_mode_stream(db, kind);
+            adopt(db, kind, wider[kind]);
+            db->mode_factor[kind] = factor;
+        }
+        else
+            discard_records(wider[kind]);
+    return complete;
+}
+
 // Multiplies (or, to store, divides) the values of whole nodes by the kind's unit factor, from component `dof` on.
 static void convert(const ZELDATA* db, int kind, double* values, int64_t count, int dof, bool to_store)
 {
@@ -231,22 +331,6 @@ int write_mode_values(ZELDATA* db, int kind, int mode, int position, int dof, in
     return write_values(mode_stream(db, kind).file, maps_of(db).map[kind], at, stored, count);
 }
 
-static bool read_stored(ZELDATA* db, int kind, int mode, int first, int count, double* out)
-{
-    ZELSTREAM& stream = mode_stream(db, kind);
-    const int64_t values = kComponents * int64_t(count), skipped = kComponents * int64_t(first);
-    const int64_t at = db->mode_positions[kind][mode] + skipped * real_bytes(stream);
-    ++mode_reads;
-    if (const double* map = maps_of(db).map[kind])
-    {
-        std::memcpy(out, map + at / int64_t(sizeof(double)), size_t(values) * sizeof(double));
-        return true;
-    }
-    if (stream.temporary)
-        return move_all(pread, fileno(stream.file), reinterpret_cast<char*>(out), values * int64_t(sizeof(double)), at);
-    return seek_to(stream, at) && get_reals(stream, out, values);
-}
-
 int read_mode_slice(ZELDATA* db, int kind, int mode, int first, int count, double* out)
 {
     if (!valid_kind(kind) || !mode_stream(db, kind).file || !db->mode_positions[kind])
@@ -258,6 +342,28 @@ int read_mode_slice(ZELDATA* db, int kind, int mode, int first, int count, doubl
         return 0;
     std::fill_n(out + kComponents * int64_t(held), kComponents * int64_t(count - held), 0.0);
     convert(db, kind, out, kComponents * int64_t(held), 0, false);
+    return 1;
+}
+
+int write_mode_run(ZELDATA* db, int kind, int mode, int position, int count, const double* values, int64_t stride)
+{
+    constexpr int kNodesAtOnce = 256;
+    double* const map = maps_of(db).map[kind];
+    const bool stored_as_given = db->mode_factor[kind] == 1.0;
+    const int64_t at = db->mode_positions[kind][mode] + kNodeBytes * position;
+    FILE* const file = mode_stream(db, kind).file;
+    if (stride == kComponents && stored_as_given)
+        return write_values(file, map, at, values, kComponents * int64_t(count));
+    for (int first = 0; first < count; first += kNodesAtOnce)
+    {
+        double part[kNodesAtOnce * kComponents];
+        const int nodes = std::min(count - first, kNodesAtOnce);
+        for (int i = 0; i < nodes; ++i)
+            std::copy_n(values + stride * (first + i), kComponents, part + kComponents * i);
+        convert(db, kind, part, kComponents * int64_t(nodes), 0, true);
+        if (!write_values(file, map, at + kNodeBytes * first, part, kComponents * int64_t(nodes)))
+            return 0;
+    }
     return 1;
 }
 

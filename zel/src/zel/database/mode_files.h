@@ -39,6 +39,14 @@ int open_mode_file(ZELDATA* db, int kind);
 // they end within that node, and the node within the record. 0, silently, when the write failed.
 int write_mode_values(ZELDATA* db, int kind, int mode, int position, int dof, int count, const double* values);
 
+// Writes the six values, in current units, of each of `count` nodes from `position` on; those of the next node are `stride`
+// doubles away. Otherwise the same.
+int write_mode_run(ZELDATA* db, int kind, int mode, int position, int count, const double* values, int64_t stride);
+
+// Makes the temporary files that are open large enough for `modes` records, not fewer than there are, of `nodes` nodes. 0,
+// with a message and with all that they hold, when disk or memory is short.
+int grow_mode_files(ZELDATA* db, int nodes, int modes);
+
 // Closes a kind's stream: a temporary file is gone with that, a ZEL file only left.
 void close_mode_stream(ZELDATA* db, int kind);
 

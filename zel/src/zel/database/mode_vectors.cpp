@@ -76,16 +76,17 @@ static int list_node(ZELDATA* db, int kind, int node, int node_id)
     return 1;
 }
 
+static constexpr int kPreTensorGrowth = 1000; // records that are added to the room at least
+
 static int set_pre_tensor(ZELDATA* db, const Values& set)
 {
     const KindRow& kind = kKinds[set.kind];
     ZELSIX*& records = db->*kind.pre_tensors;
-    constexpr int kGrowth = 1000;
     const int node = find_node(db, set.node_id);
     const int position = position_to_be(db, set.kind, node);
     if (node < 0 && !reserve_nodes(db, int64_t(db->node_count) + 1)) // before there are records: these count as values
         return no_memory(kModule);
-    if (!grow(records, db->*kind.pre_tensor_capacity, int64_t(position) + 1, kGrowth))
+    if (!grow(records, db->*kind.pre_tensor_capacity, int64_t(position) + 1, kPreTensorGrowth))
         return fail("Failed to allocate memory for %s at line %d in file %s.\n", kind.pre_tensor_title, __LINE__,
                     kModule);
     if (!list_node(db, set.kind, node, set.node_id))
@@ -126,7 +127,6 @@ private:
 
 static int set_values(ZELDATA* db, const Values& set)
 {
-    constexpr int kFileBlocks[ZEL_MODE_KINDS] = {ZEL_BLOCK_MODES, ZEL_BLOCK_STRESS, ZEL_BLOCK_STRAIN};
     if (!db)
         return no_database();
     if (!valid_kind(set.kind) || !set.values || set.dof < 0 || set.dof >= kComponents || !all_finite(set))
@@ -151,7 +151,7 @@ static int set_values(ZELDATA* db, const Values& set)
         return 0;
     mode.keep();
     file.keep();
-    raise_flag(db, kFileBlocks[set.kind]);
+    raise_flag(db, kKinds[set.kind].block);
     mass_or_modes_changed(db);
     return 1;
 }
@@ -171,6 +171,170 @@ int ZEL_SetMode(ZELDATA* db, int mode_number, int node_id, int kind, double v1, 
 {
     const double values[kComponents] = {v1, v2, v3, v4, v5, v6};
     return ZEL_SetModeVec(db, mode_number, node_id, kind, values);
+}
+
+// ---- Setting many nodes at once ----------------------------------------------------------------------------------------
+
+namespace
+{
+// One call: six values for each of `count` nodes, of which the next one's are `stride` doubles away.
+struct Array
+{
+    int mode_number, kind, count;
+    const int* node_ids; // null: the first nodes of the table
+    const double* values;
+    int64_t stride;
+    const double* at(int i) const { return values + stride * i; }
+    int node_id(const ZELDATA* db, int i) const { return node_ids ? node_ids[i] : db->nodes[i].id; }
+    int node(const ZELDATA* db, int i) const { return node_ids ? find_node(db, node_ids[i]) : i; }
+};
+
+// Where the nodes of an array are in the node list of its kind.
+struct Positions
+{
+    Scratch<int> of; // of each node of the array, -1: it is missing there
+    int64_t missing; // different ids that are
+    int64_t unknown; // and of these, that are not in the node table either
+    explicit Positions(int count) : of(count), missing(0), unknown(0) {}
+};
+} // namespace
+
+static bool all_finite(const ZELDATA* db, const Array& set)
+{
+    for (int i = 0; i < set.count; ++i)
+    {
+        double sum = 0.0; // not a number where some value is not finite
+        for (int k = 0; k < kComponents; ++k)
+            sum += set.at(i)[k] * 0.0;
+        if (std::isnan(sum))
+            return all_finite({set.mode_number, set.node_id(db, i), set.kind, 0, kComponents, set.at(i)});
+    }
+    return true;
+}
+
+static int fill(Positions& positions, const ZELDATA* db, const Array& set)
+{
+    int missing = 0;
+    for (int i = 0; i < set.count; ++i)
+    {
+        const int node = set.node(db, i);
+        positions.of[i] = node < 0 ? -1 : mode_node_position(db, set.kind, node);
+        missing += positions.of[i] < 0;
+    }
+    return missing;
+}
+
+// Finds the nodes and counts those that are missing. 0, with a message, when memory is short.
+static int find(Positions& positions, const ZELDATA* db, const Array& set)
+{
+    const int missing = positions.of.data ? fill(positions, db, set) : 0;
+    Scratch<int> ids(missing);
+    if (!positions.of.data || !ids.data)
+        return no_memory(kModule);
+    int* end = ids.data;
+    for (int i = 0; i < set.count && missing > 0; ++i)
+        if (positions.of[i] < 0)
+            *end++ = set.node_id(db, i);
+    std::sort(ids.data, end);
+    end = std::unique(ids.data, end);
+    positions.missing = end - ids.data;
+    positions.unknown = std::count_if(ids.data, end, [db](int id) { return find_node(db, id) < 0; });
+    return 1;
+}
+
+// Lists the nodes that are missing, in the order of the array. 0, with a message, when memory is short.
+static int list_missing(ZELDATA* db, const Array& set, Positions& positions)
+{
+    if (positions.missing == 0)
+        return 1;
+    if (!reserve_nodes(db, db->node_count + positions.unknown))
+        return no_memory(kModule);
+    for (int i = 0; i < set.count; ++i)
+        if (positions.of[i] < 0 && !list_node(db, set.kind, set.node(db, i), set.node_id(db, i)))
+            return 0;
+    fill(positions, db, set); // of mode shapes others may have made place
+    return 1;
+}
+
+static int set_pre_tensors(ZELDATA* db, const Array& set)
+{
+    const KindRow& kind = kKinds[set.kind];
+    Positions positions(set.count);
+    if (!find(positions, db, set))
+        return 0;
+    const int64_t nodes = db->mode_node_count[set.kind] + positions.missing;
+    if (!reserve_nodes(db, db->node_count + positions.unknown)) // before there are records: these count as values
+        return no_memory(kModule);
+    if (!grow(db->*kind.pre_tensors, db->*kind.pre_tensor_capacity, nodes, kPreTensorGrowth))
+        return fail("Failed to allocate memory for %s at line %d in file %s.\n", kind.pre_tensor_title, __LINE__,
+                    kModule);
+    if (!list_missing(db, set, positions))
+        return 0;
+    for (int i = 0; i < set.count; ++i)
+        std::copy_n(set.at(i), kComponents, (db->*kind.pre_tensors)[positions.of[i]].v);
+    db->cached_mode[set.kind] = -1;
+    raise_flag(db, kind.pre_tensor_block);
+    return 1;
+}
+
+// The end of the positions from `first` on that follow each other.
+static int end_of_run(const int* positions, int first, int count)
+{
+    int end = first + 1;
+    while (end < count && positions[end] == positions[first] + end - first)
+        ++end;
+    return end;
+}
+
+// Nodes that stand one behind the other in the vectors go together.
+static int write_array(ZELDATA* db, int mode, const Array& set, const int* positions)
+{
+    for (int first = 0, end = 0; first < set.count; first = end)
+    {
+        end = end_of_run(positions, first, set.count);
+        if (!write_mode_run(db, set.kind, mode, positions[first], end - first, set.at(first), set.stride))
+            return 0;
+    }
+    return 1;
+}
+
+static int set_mode_array(ZELDATA* db, const Array& set)
+{
+    ModeToSet mode(db, set.mode_number);
+    if (mode.index() < 0)
+        return 0;
+    ModeFileToSet file(db, set.kind);
+    Positions positions(set.count);
+    if (!file.open() || !find(positions, db, set))
+        return 0;
+    if (positions.missing > db->mode_record_nodes[set.kind] - db->mode_node_count[set.kind])
+        return fail("Insufficient room for %ld nodes in the records of mode %d.\n"
+                    "Specify larger number of nodes in ZEL_Create.",
+                    long(positions.missing), set.mode_number);
+    if (!list_missing(db, set, positions) || !write_array(db, mode.index(), set, positions.of.data))
+        return 0;
+    if (db->cached_mode[set.kind] == mode.index())
+        db->cached_mode[set.kind] = -1;
+    mode.keep();
+    file.keep();
+    raise_flag(db, kKinds[set.kind].block);
+    mass_or_modes_changed(db);
+    return 1;
+}
+
+int ZEL_SetModeArray(ZELDATA* db, int mode_number, int kind, int node_count, const int* node_ids, const double* values,
+                     int64_t stride)
+{
+    if (!db)
+        return no_database();
+    if (!valid_kind(kind) || node_count < 0 || (node_count > 0 && !values))
+        return 0;
+    if (!node_ids && node_count > db->node_count)
+        return fail("Values are given for %d nodes, and there are %d.", node_count, db->node_count);
+    const Array set = {mode_number, kind, node_count, node_ids, values, stride};
+    if (!all_finite(db, set))
+        return 0;
+    return is_pre_tensor(mode_number, kind) ? set_pre_tensors(db, set) : set_mode_array(db, set);
 }
 
 // ---- Reading whole vectors ---------------------------------------------------------------------------------------------
@@ -296,5 +460,60 @@ int ZEL_ModeByNode(ZELDATA* db, int mode_number, int kind, int node_id, double o
     if (!vector)
         return 0;
     std::copy_n(vector + kComponents * int64_t(position) + component, 3, out);
+    return 1;
+}
+
+// ---- Some nodes in some modes ------------------------------------------------------------------------------------------
+
+// Reads the values of nodes at `count` positions, in runs of those that stand one behind the other.
+static int read_positions(const Vector& vector, const int* positions, int count, double* out)
+{
+    for (int first = 0, end = 0; first < count; first = end)
+    {
+        end = end_of_run(positions, first, count);
+        if (!read_slice(vector, positions[first], end - first, out + kComponents * int64_t(first)))
+            return 0;
+    }
+    return 1;
+}
+
+// The positions of nodes in the list of a kind; null ids: the first ones. False when one is not in there.
+static bool find_positions(const ZELDATA* db, int kind, int count, const int* node_ids, int* positions)
+{
+    for (int i = 0; i < count; ++i)
+    {
+        const int node = node_ids ? find_node(db, node_ids[i]) : -1;
+        positions[i] = !node_ids ? i : node < 0 ? -1 : mode_node_position(db, kind, node);
+        if (positions[i] < 0 || positions[i] >= db->mode_node_count[kind])
+            return false;
+    }
+    return true;
+}
+
+int ZEL_ModesOfNodes(ZELDATA* db, int kind, int node_count, const int* node_ids, int mode_count,
+                     const int* mode_numbers, double* out)
+{
+    if (!db || !valid_kind(kind) || node_count < 1 || mode_count < 1 || !out)
+        return 0;
+    Scratch<int> positions(node_count);
+    Scratch<Vector> vectors(mode_count);
+    if (!positions.data || !vectors.data)
+        return no_memory(kModule);
+    if (!find_positions(db, kind, node_count, node_ids, positions.data))
+        return 0;
+    for (int i = 0; i < mode_count; ++i)
+    {
+        vectors[i] = mode_numbers ? find_vector(db, mode_numbers[i], kind)
+                                  : Vector{db, kind, i, false, i < db->mode_count ? db->mode_node_count[kind] : 0};
+        if (vectors[i].nodes < 1)
+            return 0;
+    }
+    const int64_t per_mode = kComponents * int64_t(node_count);
+    for (int i = 0; i < mode_count; ++i)
+        if (!read_positions(vectors[i], positions.data, node_count, out + per_mode * i))
+        {
+            std::fill_n(out, per_mode * mode_count, 0.0);
+            return 0;
+        }
     return 1;
 }

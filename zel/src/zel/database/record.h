@@ -74,6 +74,9 @@ void set_load_forces(ZELDATA* db, int load_case, int forces);
 // Room for `count` load cases in a database that has none, all of them without values. On false nothing has changed.
 bool reserve_loads(ZELDATA* db, int count);
 
+// Room for so many modes in all load vectors and the preload. 0, with a message and with these as before, when memory is short.
+int reserve_load_components(ZELDATA* db, int room);
+
 // Frees all loads and the preload.
 void free_loads(ZELDATA* db);
 

@@ -193,6 +193,108 @@ int ZEL_SetNodalInertiaEntry(ZELDATA* db, int node_id, int row, int column, doub
     return 1;
 }
 
+// ---- Many nodes at once ------------------------------------------------------------------------------------------------
+
+// Whether all values of all nodes are finite; otherwise reports the first that is not.
+static bool all_finite(const char* quantity, int count, const int* node_ids, const double* values, int per_node)
+{
+    for (int64_t i = 0; i < int64_t(count) * per_node; ++i)
+        if (!std::isfinite(values[i]))
+            return all_finite(quantity, node_ids[i / per_node], {values[i]});
+    return true;
+}
+
+// Makes room for the nodes of a list that are not known yet. 0, with a message and nothing changed, when memory is short.
+static int reserve_unknown(ZELDATA* db, int64_t count, const int* node_ids)
+{
+    const auto is_new = [db](int node_id) { return find_node(db, node_id) < 0; };
+    const int64_t fresh = std::count_if(node_ids, node_ids + count, is_new);
+    return reserve_nodes(db, db->node_count + fresh) ? 1 : int(no_memory(kModule));
+}
+
+// What the setters of many nodes have in common: store(node, values) for each node, once nothing can fail any more.
+template <typename Store> static int set_nodes(ZELDATA* db, const char* quantity, int block, int count,
+                                               const int* node_ids, const double* values, int per_node, Store store)
+{
+    if (!db)
+        return no_database();
+    if (count == 0)
+        return 1;
+    if (count < 0 || !node_ids || !values)
+        return 0;
+    if (!all_finite(quantity, count, node_ids, values, per_node) || !reserve_unknown(db, count, node_ids))
+        return 0;
+    for (int i = 0; i < count; ++i)
+    {
+        const int node = ZEL_LookupOrAddNode(db, node_ids[i]);
+        if (node < 0)
+            return 0;
+        store(db->nodes[node], values + int64_t(per_node) * i);
+    }
+    raise_flag(db, block);
+    mass_or_modes_changed(db);
+    return 1;
+}
+
+int ZEL_SetNodes(ZELDATA* db, int count, const int* node_ids, const double* coordinates)
+{
+    const auto store = [](ZELNODE& node, const double* xyz) {
+        node.x = xyz[0];
+        node.y = xyz[1];
+        node.z = xyz[2];
+    };
+    if (!set_nodes(db, "position", ZEL_BLOCK_NODES, count, node_ids, coordinates, 3, store))
+        return 0;
+    nodes_changed(db);
+    return 1;
+}
+
+int ZEL_SetNodalMasses(ZELDATA* db, int count, const int* node_ids, const double* masses)
+{
+    return set_nodes(db, "mass", ZEL_BLOCK_MASSES, count, node_ids, masses, 1,
+                     [](ZELNODE& node, const double* mass) { node.mass = *mass; });
+}
+
+namespace
+{
+// New inertias for the nodes of a list that have none yet: one each time that such a node is named.
+struct FreshInertias
+{
+    int count;
+    Scratch<double*> of;
+    bool complete;
+    FreshInertias(const ZELDATA* db, int node_count, const int* node_ids)
+        : count(node_count), of(count), complete(of.data != nullptr)
+    {
+        for (int i = 0; i < count && complete; ++i)
+            if (const int node = find_node(db, node_ids[i]); node < 0 || !db->nodes[node].inertia)
+                complete = (of[i] = allocate<double>(6)) != nullptr;
+    }
+    ~FreshInertias()
+    {
+        for (int i = 0; of.data && i < count; ++i)
+            std::free(of[i]);
+    }
+    FreshInertias(const FreshInertias&) = delete;
+    FreshInertias& operator=(const FreshInertias&) = delete;
+};
+} // namespace
+
+int ZEL_SetNodalInertias(ZELDATA* db, int count, const int* node_ids, const double* inertias)
+{
+    FreshInertias fresh(db, db && node_ids ? std::max(count, 0) : 0, node_ids);
+    if (!fresh.complete)
+        return no_memory(kModule);
+    int i = 0;
+    return set_nodes(db, "inertia", ZEL_BLOCK_INERTIAS, count, node_ids, inertias, 6,
+                     [&](ZELNODE& node, const double* inertia) {
+                         if (!node.inertia)
+                             node.inertia = std::exchange(fresh.of[i], nullptr);
+                         std::copy_n(inertia, 6, node.inertia);
+                         ++i;
+                     });
+}
+
 // ---- Faces and interface nodes -----------------------------------------------------------------------------------------
 
 static constexpr int kListGrowth = 100;
@@ -206,9 +308,8 @@ int ZEL_SetFaceList(ZELDATA* db, int vertex_count, const int* node_ids)
         return no_memory(kModule);
     if (vertex_count < 1 || !node_ids)
         return fail("A face has no vertices.");
-    const auto is_new = [db](int node_id) { return find_node(db, node_id) < 0; };
-    if (!reserve_nodes(db, db->node_count + std::count_if(node_ids, node_ids + vertex_count, is_new)))
-        return no_memory(kModule);
+    if (!reserve_unknown(db, vertex_count, node_ids))
+        return 0;
     int* const face = db->face_list + db->face_list_length; // recorded only when its length is added
     int* const vertices = face + 1;
     int kept = 0;
@@ -224,6 +325,52 @@ int ZEL_SetFaceList(ZELDATA* db, int vertex_count, const int* node_ids)
     face[0] = kept;
     db->face_list_length += kept + 1;
     db->face_count += 1;
+    raise_flag(db, ZEL_BLOCK_FACES);
+    faces_changed(db);
+    return 1;
+}
+
+// The faces of a list as they are stored, with ids in the places of node indexes, to `out`. Returns the integers that they
+// take; 0, with a message, for one that is no face.
+static int64_t pack_faces(int count, const int* vertex_counts, const int* node_ids, int* out)
+{
+    const int* const start = out;
+    for (int i = 0; i < count; node_ids += vertex_counts[i++])
+    {
+        int kept = 0;
+        for (int k = 0; k < vertex_counts[i]; ++k)
+            kept = keep_vertex(out + 1, kept, node_ids[k], k == vertex_counts[i] - 1);
+        if (kept < 2)
+            return fail("Face %d of %d needs at least two different nodes.", i + 1, count), 0;
+        *out = kept;
+        out += kept + 1;
+    }
+    return out - start;
+}
+
+int ZEL_SetFaces(ZELDATA* db, int count, const int* vertex_counts, const int* node_ids)
+{
+    if (!db)
+        return no_database();
+    if (count == 0)
+        return 1;
+    if (count < 0 || !vertex_counts || !node_ids)
+        return 0;
+    int64_t ids = 0;
+    for (int i = 0; i < count; ids += vertex_counts[i++])
+        if (vertex_counts[i] < 2 || vertex_counts[i] > ZEL_FACE_VERTICES)
+            return fail("Face %d of %d needs at least two different nodes.", i + 1, count);
+    if (!grow(db->face_list, db->face_capacity, db->face_list_length + ids + count + 1, kListGrowth))
+        return no_memory(kModule);
+    int* const faces = db->face_list + db->face_list_length; // recorded only when their length is added
+    const int64_t length = pack_faces(count, vertex_counts, node_ids, faces);
+    if (length == 0 || !reserve_unknown(db, ids, node_ids))
+        return 0;
+    for (int64_t at = 0; at < length;)
+        for (const int64_t end = at + 1 + faces[at]; ++at < end;)
+            faces[at] = ZEL_LookupOrAddNode(db, faces[at]); // there is room for it
+    db->face_list_length += int(length);
+    db->face_count += count;
     raise_flag(db, ZEL_BLOCK_FACES);
     faces_changed(db);
     return 1;
