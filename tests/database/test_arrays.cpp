@@ -31,12 +31,10 @@ std::string state_of(ZELDATA* db)
     return state;
 }
 
-// Setters print paths of temporary files.
-template <typename Action> std::string quietly(Action action)
+// Setters print paths of temporary files, too.
+template <typename Action> std::string errors_alone_of(Action action)
 {
-    std::string errors;
-    output_of([&] { errors = errors_of(action); });
-    return errors;
+    return errors_of([&] { output_of(action); });
 }
 
 class Arrays : public ZelTest
@@ -151,7 +149,7 @@ TEST_F(Arrays, TakeTheOrderOfTheTableForMissingIds)
     EXPECT_EQ(ZEL_SetModeArray(db, 8, ZEL_MODE_SHAPE, 1, nullptr, v.data() + 6, 6), 1);
     EXPECT_EQ(ZEL_Mode(db, 8, ZEL_MODE_SHAPE, cached, 0), 1); // sees what was set
     EXPECT_EQ(cached[0], v[6]);
-    EXPECT_EQ(quietly([&] { EXPECT_EQ(ZEL_SetModeArray(db, 8, ZEL_MODE_SHAPE, 4, nullptr, v.data(), 6), 0); }),
+    EXPECT_EQ(errors_alone_of([&] { EXPECT_EQ(ZEL_SetModeArray(db, 8, ZEL_MODE_SHAPE, 4, nullptr, v.data(), 6), 0); }),
               "ERROR:  Values are given for 4 nodes, and there are 3.\n");
 }
 
@@ -207,7 +205,7 @@ TEST_F(Arrays, AreSetWholeOrNotAtAll)
     });
     const std::string before = state_of(db);
     const auto refused = [&](auto set) {
-        std::string errors = quietly([&] { EXPECT_EQ(set(), 0); });
+        std::string errors = errors_alone_of([&] { EXPECT_EQ(set(), 0); });
         EXPECT_EQ(state_of(db), before);
         return errors;
     };
@@ -304,7 +302,9 @@ TEST_F(Arrays, GrowWithTheBody)
             zel::failing_allocation = -1;
             EXPECT_EQ(state_of(grown), before);
         }
-        EXPECT_NE(quietly([&] { EXPECT_EQ(ZEL_MakeRoom(grown, 2000000000, 2000000000), 0); }).find("Insufficient disk"),
+        EXPECT_NE(errors_alone_of([&] {
+                      EXPECT_EQ(ZEL_MakeRoom(grown, 2000000000, 2000000000), 0);
+                  }).find("Insufficient disk"),
                   std::string::npos);
         EXPECT_EQ(state_of(grown), before);
         EXPECT_EQ(grown->max_modes, kModes + 3);
