@@ -109,7 +109,10 @@ TEST_F(Arrays, SetWhatTheLoopsSet)
             });
             ASSERT_EQ(state_of(array), state_of(loop));
             EXPECT_EQ(ZEL_Invar1(array), ZEL_Invar1(loop)); // which is forgotten when masses change
-            EXPECT_EQ(library_invariant(array, 3), library_invariant(loop, 3));
+            if (ZEL_ModeCount(array) > 0)
+            {
+                EXPECT_EQ(library_invariant(array, 3), library_invariant(loop, 3));
+            }
         }
         ZEL_Terminate();
     }
