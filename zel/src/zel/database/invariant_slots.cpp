@@ -35,31 +35,43 @@ Pieces invariant_pieces(int number, int modes)
 double* invariant_piece(const ZELDATA* db, int number, int64_t piece)
 {
     const InvariantRow& row = invariant_row(number);
-    const int modes = db->invar_modes, table = caches(db).table_modes[number];
+    const int modes = db->invar_modes, table = caches(db).table_modes[number], of_mode = row.shape.pieces;
     if (row.values)
         return db->*row.values + piece * invariant_pieces(number, modes).length;
     if (row.rows && !row.by_pair)
         return (db->*row.rows)[piece];
     if (row.rows)
-        return piece / 3 < table ? (db->*row.rows)[piece / 3] + piece % 3 * table : nullptr;
+        return piece / of_mode < table ? (db->*row.rows)[piece / of_mode] + piece % of_mode * table : nullptr;
     return piece / modes < table && piece % modes < table ? (db->*row.table)[piece / modes][piece % modes] : nullptr;
 }
 
 void copy_invariant_piece(const ZELDATA* db, int number, int64_t piece, double* out)
 {
+    const InvariantRow& row = invariant_row(number);
     const int length = invariant_pieces(number, db->invar_modes).length;
     const double* values = invariant_piece(db, number, piece);
-    const int stored = !values ? 0 : number == 5 ? caches(db).table_modes[number] : length;
+    const bool cut = row.by_pair && row.shape.length_power > 0; // a component row over the modes with values
+    const int stored = !values ? 0 : cut ? caches(db).table_modes[number] : length;
     std::copy_n(values, stored, out);
     std::fill_n(out + stored, length - stored, 0.0);
 }
 
+double& invariant_entry(const ZELDATA* db, const InvariantRow& row, int plane, int i, int j)
+{
+    const int64_t mode_or_pair = row.shape.pieces_power == 2 ? int64_t(i) * db->invar_modes + j : i;
+    if (row.shape.length_power == 0)
+        return invariant_piece(db, row.number, mode_or_pair)[plane];
+    const int64_t first_row = row.shape.pieces_power > 0 ? int64_t(row.shape.pieces) * i : 0;
+    return invariant_piece(db, row.number, first_row + plane)[row.by_pair ? j : i];
+}
+
 int64_t invariant_pieces_with_values(const ZELDATA* db, int number)
 {
-    const int64_t table = caches(db).table_modes[number];
-    return number == 5   ? 3 * table
-           : number == 9 ? table * db->invar_modes
-                         : invariant_pieces(number, db->invar_modes).count;
+    const InvariantRow& row = invariant_row(number);
+    int64_t count = row.shape.pieces;
+    for (int power = 0; power < row.shape.pieces_power; ++power)
+        count *= power == 0 && row.by_pair ? caches(db).table_modes[number] : db->invar_modes;
+    return count;
 }
 
 int table_modes(const ZELDATA* db, int number)
@@ -86,12 +98,12 @@ static bool open_rows(double**& rows, int count, int64_t length)
     return complete;
 }
 
-static bool open_table(double***& table, int count)
+static bool open_table(double***& table, int count, int64_t length)
 {
     table = allocate<double**>(count);
     bool complete = table != nullptr;
     for (int i = 0; complete && i < count; ++i)
-        complete = open_rows(table[i], count, 9);
+        complete = open_rows(table[i], count, length);
     return complete;
 }
 
@@ -105,8 +117,8 @@ static bool open_slot(ZELDATA* db, int number)
     if (row.rows && !row.by_pair)
         return open_rows(db->*row.rows, modes, pieces.length);
     if (row.rows)
-        return open_rows(db->*row.rows, table, int64_t(3) * pieces.length);
-    return open_table(db->*row.table, table);
+        return open_rows(db->*row.rows, table, int64_t(row.shape.pieces) * pieces.length);
+    return open_table(db->*row.table, table, pieces.length);
 }
 
 // Invariants 5 and 9 are made of many arrays. Asking for as much in one piece first lets an impossible size fail at once,

@@ -35,6 +35,10 @@ int table_modes(const ZELDATA* db, int number);
 double* invariant_piece(const ZELDATA* db, int number, int64_t piece);
 void copy_invariant_piece(const ZELDATA* db, int number, int64_t piece, double* out);
 
+// The entry of a modal invariant for mode i, or for modes i and j, in one of its planes; of a pair, among those that have
+// values.
+double& invariant_entry(const ZELDATA* db, const InvariantRow& row, int plane, int i, int j);
+
 // No piece from this one on has values.
 int64_t invariant_pieces_with_values(const ZELDATA* db, int number);
 
@@ -51,7 +55,7 @@ template <typename Visit> void for_each_array(const ZELDATA* db, const Invariant
     if (row.values)
         visit(db->*row.values, pieces.count * pieces.length);
     for (int i = 0; row.rows && i < (row.by_pair ? table : modes); ++i)
-        visit((db->*row.rows)[i], row.by_pair ? int64_t(3) * table : pieces.length);
+        visit((db->*row.rows)[i], row.by_pair ? int64_t(row.shape.pieces) * table : pieces.length);
     for (int i = 0; row.table && i < table; ++i)
         for (int j = 0; j < table; ++j)
             visit((db->*row.table)[i][j], pieces.length);

@@ -16,6 +16,7 @@ namespace zel
 struct KindRow
 {
     int kind, block;
+    const char *name, *title;
     ZELSTREAM ZELDATA::*stream;
     // The pre-stress or pre-strain; mode shapes have none, and null and 0 here.
     int pre_tensor_block;
@@ -26,11 +27,11 @@ struct KindRow
 
 // Row i describes kind i.
 constexpr KindRow kKinds[] = {
-    {ZEL_MODE_SHAPE, ZEL_BLOCK_MODES, &ZELDATA::mode_file, 0, nullptr, nullptr, nullptr},
-    {ZEL_MODAL_STRESS, ZEL_BLOCK_STRESS, &ZELDATA::stress_file, ZEL_BLOCK_PRE_STRESS, "Pre-Stress",
-     &ZELDATA::pre_stress, &ZELDATA::pre_stress_capacity},
-    {ZEL_MODAL_STRAIN, ZEL_BLOCK_STRAIN, &ZELDATA::strain_file, ZEL_BLOCK_PRE_STRAIN, "Pre-Strain",
-     &ZELDATA::pre_strain, &ZELDATA::pre_strain_capacity},
+    {ZEL_MODE_SHAPE, ZEL_BLOCK_MODES, "mode shape", "Mode", &ZELDATA::mode_file, 0, nullptr, nullptr, nullptr},
+    {ZEL_MODAL_STRESS, ZEL_BLOCK_STRESS, "modal stress", "Stress", &ZELDATA::stress_file, ZEL_BLOCK_PRE_STRESS,
+     "Pre-Stress", &ZELDATA::pre_stress, &ZELDATA::pre_stress_capacity},
+    {ZEL_MODAL_STRAIN, ZEL_BLOCK_STRAIN, "modal strain", "Strain", &ZELDATA::strain_file, ZEL_BLOCK_PRE_STRAIN,
+     "Pre-Strain", &ZELDATA::pre_strain, &ZELDATA::pre_strain_capacity},
 };
 
 constexpr bool kinds_are_in_order()
@@ -41,6 +42,21 @@ constexpr bool kinds_are_in_order()
     return std::size(kKinds) == ZEL_MODE_KINDS;
 }
 static_assert(kinds_are_in_order());
+
+// Vectors, and what belongs to their nodes, are found by the kinds alone: by the reduction to nodes with geometry, too.
+constexpr bool kinds_have_all_blocks_of_vectors()
+{
+    int blocks = 0, found = 0;
+    for (const Block& block : kBlocks)
+        blocks += block.carrier == Carrier::vector || block.carrier == Carrier::mode_node;
+    for (const KindRow& row : kKinds)
+    {
+        found += block_row(row.block).carrier == Carrier::vector;
+        found += row.pre_tensor_block && block_row(row.pre_tensor_block).carrier == Carrier::mode_node;
+    }
+    return found == blocks;
+}
+static_assert(kinds_have_all_blocks_of_vectors());
 
 // The row to which a block of vectors, pre-stress or pre-strain belongs.
 inline const KindRow& kind_of_block(int block)
@@ -105,7 +121,16 @@ static_assert(matrix_row(ZEL_BLOCK_STIFFNESS).block == ZEL_BLOCK_STIFFNESS &&
 
 // ---- Inertia invariants ------------------------------------------------------------------------------------------------
 
-// The values are pieces of one length; either number may grow with the modes.
+// The sets that are asked for; each has those before it.
+enum class InvariantSet : char
+{
+    rigid,
+    fast,
+    all
+};
+
+// The values are pieces of one length; either number may grow with the modes. Pieces are component rows over the modes (of
+// 3, 4 and 5) or whole vectors and matrices (of all others).
 struct InvariantShape
 {
     int pieces, pieces_power; // pieces * modes^power
@@ -116,22 +141,27 @@ struct InvariantShape
 struct InvariantRow
 {
     int number, block;
-    bool modal;   // made for invar_modes modes
-    bool by_pair; // has values for the pairs of the first table_modes modes only
+    bool modal;       // made for invar_modes modes
+    bool by_pair;     // has values for the pairs of the first table_modes modes only
+    InvariantSet set; // the smallest that has it
+    bool has_origin;  // changes when the origin moves
     InvariantShape shape;
     double* ZELDATA::*values;  // all in one array
     double** ZELDATA::*rows;   // an array for each mode
     double*** ZELDATA::*table; // an array for each pair of modes
+
+    // A modal invariant is so many vectors (3, 4 and 8) or square matrices (5 and 9) over the modes.
+    constexpr int planes() const { return shape.pieces * shape.length; }
 };
 constexpr InvariantRow kInvariants[] = {
-    {1, ZEL_BLOCK_INVAR1, false, false, {1, 0, 1, 0}, &ZELDATA::invar1, nullptr, nullptr},
-    {2, ZEL_BLOCK_INVAR2, false, false, {1, 0, 3, 0}, &ZELDATA::invar2, nullptr, nullptr},
-    {3, ZEL_BLOCK_INVAR3, true, false, {3, 0, 1, 1}, &ZELDATA::invar3, nullptr, nullptr},
-    {4, ZEL_BLOCK_INVAR4, true, false, {3, 0, 1, 1}, &ZELDATA::invar4, nullptr, nullptr},
-    {5, ZEL_BLOCK_INVAR5, true, true, {3, 1, 1, 1}, nullptr, &ZELDATA::invar5, nullptr},
-    {7, ZEL_BLOCK_INVAR7, false, false, {1, 0, 9, 0}, &ZELDATA::invar7, nullptr, nullptr},
-    {8, ZEL_BLOCK_INVAR8, true, false, {1, 1, 9, 0}, nullptr, &ZELDATA::invar8, nullptr},
-    {9, ZEL_BLOCK_INVAR9, true, true, {1, 2, 9, 0}, nullptr, nullptr, &ZELDATA::invar9},
+    {1, ZEL_BLOCK_INVAR1, false, false, InvariantSet::rigid, false, {1, 0, 1, 0}, &ZELDATA::invar1, nullptr, nullptr},
+    {2, ZEL_BLOCK_INVAR2, false, false, InvariantSet::rigid, true, {1, 0, 3, 0}, &ZELDATA::invar2, nullptr, nullptr},
+    {3, ZEL_BLOCK_INVAR3, true, false, InvariantSet::rigid, false, {3, 0, 1, 1}, &ZELDATA::invar3, nullptr, nullptr},
+    {4, ZEL_BLOCK_INVAR4, true, false, InvariantSet::fast, true, {3, 0, 1, 1}, &ZELDATA::invar4, nullptr, nullptr},
+    {5, ZEL_BLOCK_INVAR5, true, true, InvariantSet::all, false, {3, 1, 1, 1}, nullptr, &ZELDATA::invar5, nullptr},
+    {7, ZEL_BLOCK_INVAR7, false, false, InvariantSet::rigid, true, {1, 0, 9, 0}, &ZELDATA::invar7, nullptr, nullptr},
+    {8, ZEL_BLOCK_INVAR8, true, false, InvariantSet::fast, true, {1, 1, 9, 0}, nullptr, &ZELDATA::invar8, nullptr},
+    {9, ZEL_BLOCK_INVAR9, true, true, InvariantSet::all, false, {1, 2, 9, 0}, nullptr, nullptr, &ZELDATA::invar9},
 };
 constexpr const InvariantRow& invariant_row(int number)
 {

@@ -12,8 +12,6 @@
 
 using namespace zel;
 
-static_assert(ZEL_MODE_KINDS == 3, "mode, stress and strain streams are separate fields of the record");
-
 namespace zel
 {
 
@@ -23,10 +21,10 @@ ZELDATA* current_database = nullptr;
 
 static void free_matrices(ZELDATA* db)
 {
-    for (ZELMATRIX* matrix : {&db->stiffness, &db->mass, &db->damping})
+    for (const MatrixRow& row : kMatrices)
     {
-        discard(matrix->entries);
-        *matrix = {};
+        discard((db->*row.list).entries);
+        db->*row.list = {};
     }
     db->non_diagonal = db->non_unit_mass = db->damping_projected = 0;
 }
@@ -112,10 +110,12 @@ ZELDATA* ZEL_Create(int max_mode_nodes, int max_modes)
     ZELDATA* db = record.release();
     db->private_data = caches.release();
     start_scales(db);
-    for (ZELSTREAM* stream : {&db->zel_file, &db->mode_file, &db->stress_file, &db->strain_file})
-        stream->double_precision = 1;
+    db->zel_file.double_precision = 1;
     for (int kind = 0; kind < ZEL_MODE_KINDS; ++kind)
+    {
+        mode_stream(db, kind).double_precision = 1;
         db->cached_mode[kind] = -1;
+    }
     db->version = 31;
     db->max_mode_nodes = max_mode_nodes;
     db->max_modes = max_modes;

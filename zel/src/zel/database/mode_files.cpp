@@ -27,15 +27,16 @@ constexpr int64_t kFewValues = 512; // of a ZEL file, that are read without fill
 
 struct FileTexts
 {
-    const char *variable, *subject, *opened, *gap; // gap: before the path in the message of a full disk
+    const char *variable, *opened, *gap; // gap: before the path in the message of a full disk
 };
 } // namespace
 
-static constexpr FileTexts kFileTexts[ZEL_MODE_KINDS] = {
-    {"VXR_TMP_MOD", "mode shape", "modeshape", "  "},
-    {"VXR_TMP_STR", "modal stress", "modal stress", " "},
-    {"VXR_TMP_STN", "modal strain", "modal strain", " "},
+static constexpr FileTexts kFileTexts[] = {
+    {"VXR_TMP_MOD", "modeshape", "  "},
+    {"VXR_TMP_STR", "modal stress", " "},
+    {"VXR_TMP_STN", "modal strain", " "},
 };
+static_assert(std::size(kFileTexts) == ZEL_MODE_KINDS);
 
 // ---- Record files ------------------------------------------------------------------------------------------------------
 
@@ -161,19 +162,21 @@ static NamedFile open_for_kind(int kind)
     return path && *path ? create_temporary_file(path) : create_temporary_file();
 }
 
-static Failed report(ModeReplacement::Result result, const FileTexts& kind, const char* path)
+static Failed report(ModeReplacement::Result result, int kind, const char* path)
 {
+    const FileTexts& text = kFileTexts[kind];
+    const char* subject = kKinds[kind].name;
     constexpr const char* kElsewhere = "To write elsewhere, specify directory name in environment variable";
     constexpr const char* kOrPath = ",\nor specify path name (file name) in environment variable";
     const char* folder = temporary_folder_variable();
     switch (result)
     {
     case ModeReplacement::kNotOpened:
-        return fail("Unable to open temporary %s file %s.\n%s %s%s %s.", kind.subject, path, kElsewhere, folder,
-                    kOrPath, kind.variable);
+        return fail("Unable to open temporary %s file %s.\n%s %s%s %s.", subject, path, kElsewhere, folder, kOrPath,
+                    text.variable);
     case ModeReplacement::kNoSpace:
-        return fail("Insufficient disk space for temporary %s file%s%s.\n%s %s%s %s.", kind.subject, kind.gap, path,
-                    kElsewhere, folder, kOrPath, kind.variable);
+        return fail("Insufficient disk space for temporary %s file%s%s.\n%s %s%s %s.", subject, text.gap, path,
+                    kElsewhere, folder, kOrPath, text.variable);
     default: return no_memory(kModule);
     }
 }
@@ -189,7 +192,7 @@ int open_mode_file(ZELDATA* db, int kind)
     if (stream.file && stream.temporary)
         return 1;
     if (stream.file && db->mode_positions[kind])
-        return fail("The %s data of a ZEL file cannot be changed.", kFileTexts[kind].subject);
+        return fail("The %s data of a ZEL file cannot be changed.", kKinds[kind].name);
     const bool was_read = db->zel_file.file != nullptr;
     const NamedFile opened = open_for_kind(kind);
     if (opened.file)
@@ -200,7 +203,7 @@ int open_mode_file(ZELDATA* db, int kind)
                      was_read ? std::max(db->max_mode_nodes, db->node_count) : db->max_mode_nodes);
     if (result != ModeReplacement::kReady)
     {
-        report(result, kFileTexts[kind], records.stream.name);
+        report(result, kind, records.stream.name);
         discard_records(records);
         return 0;
     }

@@ -211,22 +211,23 @@ namespace
 // What the reports of the three kinds of mode vectors say.
 struct ModeReport
 {
-    const char *counted, *noun, *heading, *absent, *what;
+    const char *counted, *noun, *heading, *absent, *no_pre_tensors;
 };
 
 } // namespace
 
-static constexpr ModeReport kModeReports[ZEL_MODE_KINDS] = {
+static constexpr ModeReport kModeReports[] = {
     {"Mode Shapes", "MODE",
      " ID             dx               dy               dz               ax               ay               az\n", "",
-     "mode shape"},
+     nullptr},
     {"Stress Shapes", "STRESS SHAPE",
      "   ID        sigma_x          sigma_y          sigma_z           tau_xy           tau_xz           tau_yz\n",
-     "\tNo Modal Stress Information\n\n", "modal stress"},
+     "\tNo Modal Stress Information\n\n", "\tNo Nodal Pre-Stress Information\n\n"},
     {"Strain Shapes", "STRAIN SHAPE",
      "   ID      epsilon_x        epsilon_y        epsilon_z         gamma_xy         gamma_xz         gamma_yz\n",
-     "\tNo Modal Strain Information\n\n", "modal strain"},
+     "\tNo Modal Strain Information\n\n", "\tNo Nodal Pre-Strain Information\n\n"},
 };
+static_assert(std::size(kModeReports) == ZEL_MODE_KINDS);
 static constexpr int kNodeRowWidth = 5 + 2 * (1 + 3 * 17); // of the lines below the heading
 
 static void print_shape_row(int node_id, const double v[6], FILE* to)
@@ -240,9 +241,10 @@ static void print_tensor_row(int node_id, const double v[6], FILE* to)
     std::fprintf(to, "%5d| %16.9e %16.9e %16.9e| %16.9e %16.9e %16.9e\n", node_id, v[0], v[1], v[2], v[3], v[4], v[5]);
 }
 
-static void print_modes(const Report& report, int kind)
+static void print_modes(const Report& report)
 {
     ZELDATA* db = report.db;
+    const int kind = kind_of_block(report.block).kind;
     const ModeReport& text = kModeReports[kind];
     const bool present = ZEL_ModeExist(db, kind) && db->mode_count > 0;
     if (!present && kind != ZEL_MODE_SHAPE)
@@ -266,18 +268,13 @@ static void print_modes(const Report& report, int kind)
         print_rule(report.to, '~', kNodeRowWidth);
         if (!read_mode_slice(db, kind, mode, 0, nodes, vector.data))
         {
-            fail("The %s of mode %d cannot be read.", text.what, mode_number);
+            fail("The %s of mode %d cannot be read.", kKinds[kind].name, mode_number);
             return;
         }
         const auto print_row = kind == ZEL_MODE_SHAPE ? print_shape_row : print_tensor_row;
         for (int node = 0; node < nodes; ++node)
             print_row(db->mode_nodes[kind][node]->id, &vector[6 * int64_t(node)], report.to);
     }
-}
-
-template <int kind> static void print_modes_of_kind(const Report& report)
-{
-    print_modes(report, kind);
 }
 
 static void print_statistics(const Report& report)
@@ -300,24 +297,15 @@ static void print_statistics(const Report& report)
 }
 
 // Pre-stress or pre-strain, a record a node of the kind's list.
-static void print_pre_tensors(const Report& report, int kind, const char* absent)
+static void print_pre_tensors(const Report& report)
 {
     const ZELDATA& db = *report.db;
+    const int kind = kind_of_block(report.block).kind;
     const PreTensors tensors = pre_tensors_of(&db, kind);
     if (!report.exists() || !tensors.records)
-        std::fputs(absent, report.to);
+        std::fputs(kModeReports[kind].no_pre_tensors, report.to);
     for (int i = 0; report.exists() && i < std::min(tensors.count, db.mode_node_count[kind]); ++i)
         print_tensor_row(ZEL_ModeNodeID(&db, kind, i), tensors.at(i), report.to);
-}
-
-static void print_pre_stress(const Report& report)
-{
-    print_pre_tensors(report, ZEL_MODAL_STRESS, "\tNo Nodal Pre-Stress Information\n\n");
-}
-
-static void print_pre_strain(const Report& report)
-{
-    print_pre_tensors(report, ZEL_MODAL_STRAIN, "\tNo Nodal Pre-Strain Information\n\n");
 }
 
 // ---- Matrices and loads -----------------------------------------------------------------------------------------------
@@ -558,7 +546,7 @@ static constexpr struct
     {ZEL_BLOCK_TOPOLOGY, print_topology},
     {ZEL_BLOCK_BODY, print_body},
     {ZEL_BLOCK_EIGENVALUES, print_eigenvalues},
-    {ZEL_BLOCK_MODES, print_modes_of_kind<ZEL_MODE_SHAPE>},
+    {ZEL_BLOCK_MODES, print_modes},
     {ZEL_BLOCK_MASSES, print_masses},
     {ZEL_BLOCK_INERTIAS, print_inertias},
     {ZEL_BLOCK_UNITS, print_units},
@@ -568,7 +556,7 @@ static constexpr struct
     {ZEL_BLOCK_DAMPING, print_damping},
     {ZEL_BLOCK_TRANSFORMATION, print_transformation},
     {ZEL_BLOCK_INTERFACE, print_interface_nodes},
-    {ZEL_BLOCK_STRESS, print_modes_of_kind<ZEL_MODAL_STRESS>},
+    {ZEL_BLOCK_STRESS, print_modes},
     {ZEL_BLOCK_INVAR1, print_invariant_1},
     {ZEL_BLOCK_INVAR2, print_invariant_2},
     {ZEL_BLOCK_INVAR3, print_invariant_3},
@@ -579,10 +567,10 @@ static constexpr struct
     {ZEL_BLOCK_INVAR9, print_invariant_9},
     {ZEL_BLOCK_PRELOAD, print_preload},
     {ZEL_BLOCK_LOADS, print_loads},
-    {ZEL_BLOCK_STRAIN, print_modes_of_kind<ZEL_MODAL_STRAIN>},
+    {ZEL_BLOCK_STRAIN, print_modes},
     {ZEL_BLOCK_STATISTICS, print_statistics},
-    {ZEL_BLOCK_PRE_STRESS, print_pre_stress},
-    {ZEL_BLOCK_PRE_STRAIN, print_pre_strain},
+    {ZEL_BLOCK_PRE_STRESS, print_pre_tensors},
+    {ZEL_BLOCK_PRE_STRAIN, print_pre_tensors},
 };
 
 static_assert(rows_are_complete(kReports, [](const Block&) { return true; }));

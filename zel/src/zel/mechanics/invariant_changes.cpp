@@ -15,14 +15,9 @@ static constexpr char kModule[] = "zelinvar";
 
 // ---- Sets -----------------------------------------------------------------------------------------------------------
 
-static bool in_set(InvariantSet set, int number)
+static bool in_set(InvariantSet set, const InvariantRow& row)
 {
-    switch (set)
-    {
-    case InvariantSet::rigid: return number <= 3 || number == 7;
-    case InvariantSet::fast: return number != 5 && number != 9;
-    default: return true;
-    }
+    return row.set <= set;
 }
 
 // Whether an invariant is known without summing over the nodes. What was computed without nodal masses is not.
@@ -44,7 +39,7 @@ bool mass_data_suffices(const ZELDATA* db, InvariantSet set)
     if (shapes_cover_masses(db))
         return true;
     for (const InvariantRow& row : kInvariants)
-        if (in_set(set, row.number) && !is_known(db, row.number))
+        if (in_set(set, row) && !is_known(db, row.number))
             return false;
     return true;
 }
@@ -55,7 +50,7 @@ int fill_invariants(ZELDATA* db, InvariantSet set)
     if (has_modes && set == InvariantSet::all && !sum_modal_invariants(db, {3, 4, 5, 8, 9}))
         return 0;
     for (const InvariantRow& row : kInvariants)
-        if (in_set(set, row.number) && (has_modes || !row.modal) && !fill_invariant(db, row.number))
+        if (in_set(set, row) && (has_modes || !row.modal) && !fill_invariant(db, row.number))
             return 0;
     return 1;
 }
@@ -64,12 +59,12 @@ int fill_invariants(ZELDATA* db, InvariantSet set)
 
 // ---- What a change begins and ends with -----------------------------------------------------------------------------
 
-// Reads the invariants that the file still describes.
-static int read_from_file(ZELDATA* db, std::initializer_list<int> numbers)
+// Reads those of the wanted invariants that the file still describes.
+template <typename Wanted> static int read_from_file(ZELDATA* db, Wanted wanted)
 {
-    for (int number : numbers)
-        if (!invariant_filled(db, number) && ZEL_goto_block(db, invariant_row(number).block - 1) &&
-            !fill_invariant(db, number))
+    for (const InvariantRow& row : kInvariants)
+        if (wanted(row) && !invariant_filled(db, row.number) && ZEL_goto_block(db, row.block - 1) &&
+            !fill_invariant(db, row.number))
             return 0;
     return 1;
 }
@@ -80,58 +75,47 @@ static bool can_be_summed(const ZELDATA* db, int number)
     return db->invar_origin[number] == kComputed && (!invariant_row(number).modal || shapes_cover_masses(db));
 }
 
-static void forget_blocks(ZELDATA* db, std::initializer_list<int> numbers)
+template <typename Wanted> static void forget_blocks(ZELDATA* db, Wanted wanted)
 {
-    for (int number : numbers)
-        block_changed(db, invariant_row(number).block);
+    for (const InvariantRow& row : kInvariants)
+        if (wanted(row))
+            block_changed(db, row.block);
+}
+
+static bool is_modal(const InvariantRow& row)
+{
+    return row.modal;
+}
+static bool has_origin(const InvariantRow& row)
+{
+    return row.has_origin;
 }
 
 // ---- New modes ------------------------------------------------------------------------------------------------------
 
-// A modal invariant is `planes` vectors (3, 4 and 8) or square matrices (5 and 9) over the modes.
-static int planes_of(int number)
-{
-    return number == 8 || number == 9 ? 9 : 3;
-}
-static bool is_by_pair(int number)
-{
-    return invariant_row(number).by_pair;
-}
-
-// The entry for mode i, or for modes i and j, in one plane; of a pair, among those that have values.
-static double& plane_entry(const ZELDATA* db, int number, int plane, int i, int j)
-{
-    switch (number)
-    {
-    case 5: return db->invar5[i][int64_t(plane) * table_modes(db, number) + j];
-    case 8: return db->invar8[i][plane];
-    case 9: return db->invar9[i][j][plane];
-    default: return invariant_piece(db, number, plane)[i];
-    }
-}
-
 // Copies between one plane of an invariant and an array, row by row.
-template <typename Copy> static void walk_plane(const ZELDATA* db, int number, int plane, double* array, Copy copy)
+template <typename Copy>
+static void walk_plane(const ZELDATA* db, const InvariantRow& row, int plane, double* array, Copy copy)
 {
-    const int columns = is_by_pair(number) ? db->invar_modes : 1;
-    const int with_values = is_by_pair(number) ? table_modes(db, number) : db->invar_modes;
+    const int columns = row.by_pair ? db->invar_modes : 1;
+    const int with_values = row.by_pair ? table_modes(db, row.number) : db->invar_modes;
     for (int i = 0; i < with_values; ++i)
         for (int j = 0; j < std::min(columns, with_values); ++j)
-            copy(plane_entry(db, number, plane, i, j), array[int64_t(i) * columns + j]);
+            copy(invariant_entry(db, row, plane, i, j), array[int64_t(i) * columns + j]);
 }
 
 // Fills `to`, which has the new modes, with an invariant of `from` in the new basis. 0 when memory is short.
-static int transform(const ZELDATA* from, ZELDATA* to, int number, const double* basis)
+static int transform(const ZELDATA* from, ZELDATA* to, const InvariantRow& row, const double* basis)
 {
-    const int before = from->invar_modes, after = to->invar_modes, columns = is_by_pair(number) ? before : 1;
+    const int before = from->invar_modes, after = to->invar_modes, columns = row.by_pair ? before : 1;
     Scratch<double> old_plane(int64_t(before) * columns), half(int64_t(before) * after),
-        new_plane(int64_t(after) * (is_by_pair(number) ? after : 1));
+        new_plane(int64_t(after) * (row.by_pair ? after : 1));
     if (!old_plane.data || !half.data || !new_plane.data)
         return no_memory(kModule);
-    for (int plane = 0; plane < planes_of(number); ++plane)
+    for (int plane = 0; plane < row.planes(); ++plane)
     {
-        walk_plane(from, number, plane, old_plane.data, [](const double& entry, double& place) { place = entry; });
-        if (is_by_pair(number)) // in column order, with V the basis: V' (P' V), the transposed V P V' of row order
+        walk_plane(from, row, plane, old_plane.data, [](const double& entry, double& place) { place = entry; });
+        if (row.by_pair) // in column order, with V the basis: V' (P' V), the transposed V P V' of row order
         {
             blas::gemm('N', 'N', before, after, before, 1.0, old_plane.data, before, basis, before, 0.0, half.data,
                        before);
@@ -140,7 +124,7 @@ static int transform(const ZELDATA* from, ZELDATA* to, int number, const double*
         }
         else
             blas::gemv('T', before, after, 1.0, basis, before, old_plane.data, 0.0, new_plane.data);
-        walk_plane(to, number, plane, new_plane.data, [](double& entry, const double& place) { entry = place; });
+        walk_plane(to, row, plane, new_plane.data, [](double& entry, const double& place) { entry = place; });
     }
     return 1;
 }
@@ -150,7 +134,7 @@ namespace zel
 
 int change_invariant_basis(ZELDATA* db, const double* basis, int modes)
 {
-    if (!read_from_file(db, {3, 4, 5, 8, 9}))
+    if (!read_from_file(db, is_modal))
         return 0;
     SpareInvariants fresh(modes);
     if (!fresh.db())
@@ -160,13 +144,13 @@ int change_invariant_basis(ZELDATA* db, const double* basis, int modes)
         const int number = row.number;
         if (!row.modal || !invariant_filled(db, number) || can_be_summed(db, number))
             continue;
-        const bool only_zeros = is_by_pair(number) && table_modes(db, number) == 0;
+        const bool only_zeros = row.by_pair && table_modes(db, number) == 0;
         if (!open_invariant(fresh.db(), number, db->invar_origin[number], only_zeros ? 0 : modes) ||
-            (!only_zeros && !transform(db, fresh.db(), number, basis)))
+            (!only_zeros && !transform(db, fresh.db(), row, basis)))
             return 0;
     }
     fresh.exchange_modal(db);
-    forget_blocks(db, {3, 4, 5, 8, 9});
+    forget_blocks(db, is_modal);
     return 1;
 }
 
@@ -216,22 +200,23 @@ namespace zel
 int shift_invariant_origin(ZELDATA* db, const double origin[3])
 {
     RigidInvariants rigid = {};
-    if (!read_from_file(db, {2, 3, 4, 7, 8}) || !rigid_invariants(db, rigid))
+    const auto takes_part = [](const InvariantRow& row) { return row.has_origin || row.number == 3; };
+    if (!read_from_file(db, takes_part) || !rigid_invariants(db, rigid))
         return 0;
     const auto is_shifted = [db](int number) { return invariant_filled(db, number) && !can_be_summed(db, number); };
     const bool shifts_modal = is_shifted(4) || is_shifted(8);
     if (shifts_modal && !fill_invariant(db, 3))
         return 0;
-    for (int number : {2, 4, 7, 8})
-        if (invariant_filled(db, number) && can_be_summed(db, number))
-            drop_invariant(db, number);
+    for (const InvariantRow& row : kInvariants)
+        if (row.has_origin && invariant_filled(db, row.number) && can_be_summed(db, row.number))
+            drop_invariant(db, row.number);
     if (db->invar7)
         shift_tensor(db->invar7, rigid.mass, rigid.moment, origin);
     if (shifts_modal)
         shift_modal(db, origin);
     for (int axis = 0; db->invar2 && axis < 3; ++axis)
         db->invar2[axis] -= rigid.mass * origin[axis];
-    forget_blocks(db, {2, 4, 7, 8});
+    forget_blocks(db, has_origin);
     return 1;
 }
 

@@ -14,19 +14,19 @@ static constexpr char kModule[] = "zelinvar";
 // ---- Reading --------------------------------------------------------------------------------------------------------
 
 // Where a piece of a block that was written for `file_modes` modes belongs; null when it is of a mode that is not there.
-static double* piece_in_slot(const ZELDATA* db, int number, int64_t piece, int file_modes)
+static double* piece_in_slot(const ZELDATA* db, const InvariantRow& row, int64_t piece, int file_modes)
 {
     const int64_t modes = db->invar_modes;
-    if (number == 8 && piece >= modes)
+    if (row.shape.pieces_power == 1 && piece >= row.shape.pieces * modes)
         return nullptr;
-    if (number == 9)
+    if (row.shape.pieces_power == 2)
     {
         const int64_t i = piece / file_modes, j = piece % file_modes;
         if (i >= modes || j >= modes)
             return nullptr;
         piece = i * modes + j;
     }
-    return invariant_piece(db, number, piece);
+    return invariant_piece(db, row.number, piece);
 }
 
 // The values behind the count of a block, into an open slot. What one of them and the slot does not have stays zero.
@@ -43,7 +43,7 @@ static int read_pieces(ZELDATA* db, const InvariantRow& row, int file_modes)
     {
         if (!get_reals(db->zel_file, values.data, pieces.length))
             return fail("Problem in invar %d block", row.number);
-        if (double* slot = piece_in_slot(db, row.number, piece, file_modes))
+        if (double* slot = piece_in_slot(db, row, piece, file_modes))
         {
             std::memcpy(slot, values.data, size_t(kept) * sizeof(double));
             ZEL_Convert_Units(slot, kept, factor);
@@ -170,7 +170,7 @@ int fill_invariant(ZELDATA* db, int number)
     const InvariantRow& row = invariant_row(number);
     if (ZEL_goto_block(db, row.block - 1))
         return read_invariant(db, row);
-    if (number == 5 || number == 9) // what costs one costs the other too
+    if (row.by_pair) // what costs one costs the other too
         return sum_modal_invariants(db, {5, 9});
     if (row.modal)
         return sum_modal_invariants(db, {3, 4, 8});

@@ -41,13 +41,6 @@ void angular_moment(const double* moments, int modes, int mode, double out[3]);
 
 // ---- What is asked for, and changes (mechanics/invariant_changes.cpp) ----------------------------------------------------------------
 
-enum class InvariantSet
-{
-    rigid, // 1, 2, 3, 7
-    fast,  // 1, 2, 3, 4, 7, 8
-    all
-};
-
 // Whether the body has the data that a set is made of; what it lacks would become zero.
 bool mass_data_suffices(const ZELDATA* db, InvariantSet set);
 

@@ -159,8 +159,7 @@ static int keep_positions(Reader& in, const Block& row, int kind, int modes, int
     const size_t bytes = size_t(modes) * sizeof(int);
     const int* order = numbered && kind != ZEL_MODE_SHAPE ? first_order(in) : nullptr;
     if (order && std::memcmp(order, numbers.data, bytes) != 0)
-        return fail("%s modes are in a different order than mode shapes",
-                    kind == ZEL_MODAL_STRESS ? "Stress" : "Strain");
+        return fail("%s modes are in a different order than mode shapes", kKinds[kind].title);
     if (numbered && !in.modes_numbered)
     {
         std::memcpy(db->mode_ids, numbers.data, bytes);
@@ -203,7 +202,7 @@ static int read_stress_or_strain(Reader& in, const Block& row)
     ZELDATA* db = in.db;
     const int kind = kind_of_block(row.number).kind;
     if (!block_in_file(db, ZEL_BLOCK_MODES))
-        ZEL_Warning("%s modes are being processed before mode shapes", kind == ZEL_MODAL_STRESS ? "Stress" : "Strain");
+        ZEL_Warning("%s modes are being processed before mode shapes", kKinds[kind].title);
     ItemReader items = items_of(db, row);
     const int modes = items.integer(), nodes = items.integer();
     if (items.failed() || nodes > db->node_count)

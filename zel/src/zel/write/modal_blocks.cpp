@@ -184,11 +184,12 @@ struct VectorKind
     Statistic first_statistic;
     PeakFinder finders[2];
 };
-constexpr VectorKind kVectorKinds[ZEL_MODE_KINDS] = {
+constexpr VectorKind kVectorKinds[] = {
     {"Trans Mode", "mode shape", "has", kLargestTranslation, {find_peak<length_square>, find_peak<rotation_square>}},
     {"Stress Mode", "modal stresses", "have", kLargestStress, {find_peak<von_mises_stress_square>, nullptr}},
     {"Strain Mode", "modal strains", "have", kLargestStrain, {find_peak<von_mises_strain_square>, nullptr}},
 };
+static_assert(std::size(kVectorKinds) == ZEL_MODE_KINDS);
 
 } // namespace
 
@@ -444,41 +445,31 @@ static int invariant_modes(const Writer& out, int number)
     return std::clamp(table_modes(db, number) - out.first, 0, out.count);
 }
 
-// Writes the values of an invariant for the first `count` exported modes.
-static int put_exported(Writer& out, const InvariantRow& invariant, int count)
+// Writes the values of an invariant for the first `count` exported modes: of component rows over the modes a part, of
+// pieces for each mode or pair of modes some.
+static int put_exported(Writer& out, const InvariantRow& row, int count)
 {
     const ZELDATA* db = out.db;
-    const int begin = out.first, end = out.first + count, modes = db->mode_count;
-    Scratch<double> values(invariant_pieces(invariant.number, modes).length);
+    const InvariantShape& shape = row.shape;
+    const int64_t first = out.first, modes = db->mode_count;
+    Scratch<double> values(invariant_pieces(row.number, db->mode_count).length);
     if (!values.data)
         return no_memory(kModule);
-    const auto put_piece = [&](int64_t piece, int from, int length) {
-        copy_invariant_piece(db, invariant.number, piece, values.data);
-        return put_reals(out.file, values.data + from, length);
-    };
-    int complete = 1;
-    switch (invariant.number)
-    {
-    case 3: // component rows with a column for each mode
-    case 4:
-        for (int axis = 0; axis < 3; ++axis)
-            complete = complete && put_piece(axis, begin, count);
-        return complete;
-    case 5: // such rows for each mode
-        for (int piece = 3 * begin; piece < 3 * end && complete; ++piece)
-            complete = put_piece(piece, begin, count);
-        return complete;
-    case 8: // a matrix for each mode
-        for (int mode = begin; mode < end && complete; ++mode)
-            complete = put_piece(mode, 0, 9);
-        return complete;
-    case 9: // a matrix for each pair of modes
-        for (int i = begin; i < end; ++i)
-            for (int j = begin; j < end && complete; ++j)
-                complete = put_piece(int64_t(i) * modes + j, 0, 9);
-        return complete;
-    default: return put_piece(0, 0, invariant_pieces(invariant.number, modes).length);
-    }
+    const bool over_modes = shape.length_power > 0;
+    const double* const from = values.data + (over_modes ? first : 0);
+    const int length = over_modes ? count : shape.length;
+    const int rows = shape.pieces_power > 0 ? count : 1, columns = shape.pieces_power == 2 ? count : shape.pieces;
+    for (int i = 0; i < rows; ++i)
+        for (int k = 0; k < columns; ++k)
+        {
+            const int64_t piece = shape.pieces_power == 2   ? (first + i) * modes + first + k
+                                  : shape.pieces_power == 1 ? (first + i) * shape.pieces + k
+                                                            : k;
+            copy_invariant_piece(db, row.number, piece, values.data);
+            if (!put_reals(out.file, from, length))
+                return 0;
+        }
+    return 1;
 }
 
 static int write_invariant(Writer& out, const Block& row)

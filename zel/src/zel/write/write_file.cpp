@@ -311,10 +311,10 @@ static int settle_invariants(Writer& out)
     }
     if (out.options.invariants == InvariantOption::none)
         return 1;
-    const bool all = out.options.invariants == InvariantOption::all;
-    for (const InvariantRow& invariant : kInvariants)
-        out.set(invariant.block, all || (invariant.number != 5 && invariant.number != 9));
-    return compute_invariants(out.db, all ? InvariantSet::all : InvariantSet::fast);
+    const InvariantSet set = out.options.invariants == InvariantOption::all ? InvariantSet::all : InvariantSet::fast;
+    for (const InvariantRow& row : kInvariants)
+        out.set(row.block, row.set <= set);
+    return compute_invariants(out.db, set);
 }
 
 // Mass, centre of mass and inertia of the body from invariants 1, 2 and 7. The properties hold products of inertia, the
