@@ -298,7 +298,7 @@ int grow_mode_files(ZELDATA* db, int nodes, int modes)
             is_wider ? widen(db, kind, nodes, modes, wider[kind]) : lengthen(db, kind, modes);
         complete = result == ModeReplacement::kReady;
         if (!complete)
-            report(result, kFileTexts[kind], is_wider ? wider[kind].stream.name : mode_stream(db, kind).name);
+            report(result, kind, is_wider ? wider[kind].stream.name : mode_stream(db, kind).name);
     }
     for (int kind = 0; kind < ZEL_MODE_KINDS; ++kind)
         if (wider[kind].stream.file && complete)
