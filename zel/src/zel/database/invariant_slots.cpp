@@ -86,8 +86,6 @@ bool invariant_filled(const ZELDATA* db, int number)
     return has_slot(db, invariant_row(number));
 }
 
-} // namespace zel
-
 // An array of `count` zeroed arrays; what could be had of it when memory runs short.
 static bool open_rows(double**& rows, int count, int64_t length)
 {
@@ -133,9 +131,6 @@ static bool room_for(int number, int modes)
     discard(probe);
     return available;
 }
-
-namespace zel
-{
 
 void drop_invariant(ZELDATA* db, int number)
 {

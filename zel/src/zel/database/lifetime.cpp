@@ -17,8 +17,6 @@ namespace zel
 
 ZELDATA* current_database = nullptr;
 
-} // namespace zel
-
 static void free_matrices(ZELDATA* db)
 {
     for (const MatrixRow& row : kMatrices)
@@ -28,9 +26,6 @@ static void free_matrices(ZELDATA* db)
     }
     db->non_diagonal = db->non_unit_mass = db->damping_projected = 0;
 }
-
-namespace zel
-{
 
 void start_scales(ZELDATA* db)
 {

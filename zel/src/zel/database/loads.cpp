@@ -10,7 +10,7 @@
 
 using namespace zel;
 
-static constexpr const char* kModule = "zelset";
+static constexpr char kModule[] = "zelset";
 
 // ---- Forces of projected vectors ---------------------------------------------------------------------------------------
 

@@ -6,7 +6,7 @@
 
 using namespace zel;
 
-static constexpr const char* kModule = "zelset";
+static constexpr char kModule[] = "zelset";
 
 // ---- Generalized matrices ----------------------------------------------------------------------------------------------
 

@@ -61,20 +61,20 @@ static int store_implied(const EntryList& list, ZELMATRIX& matrix)
 {
     if (!list.implied())
         return 1;
-    ZELMATRIX made = {};
+    ZELMATRIX fresh = {};
     for (int i = 0; i < list.count(); ++i)
     {
         const ZELENTRY entry = list[i];
-        if (append_entry(made, entry.row, entry.column, entry.value))
+        if (append_entry(fresh, entry.row, entry.column, entry.value))
             continue;
-        discard(made.entries);
+        discard(fresh.entries);
         return no_memory(kModule);
     }
-    install_matrix(matrix, made);
+    install_matrix(matrix, fresh);
     return 1;
 }
 
-static int give_sparse(const EntryList& list, int* rows, int* columns, double* values)
+static int copy_sparse(const EntryList& list, int* rows, int* columns, double* values)
 {
     const int count = list.count();
     if (count < 1 || !rows || !columns || !values)
@@ -89,7 +89,7 @@ static int give_sparse(const EntryList& list, int* rows, int* columns, double* v
     return 1;
 }
 
-static int give_full(const EntryList& list, double* matrix, int n)
+static int copy_full(const EntryList& list, double* matrix, int n)
 {
     if (!matrix || n < 1 || n != list.db->mode_count)
         return 0;
@@ -131,7 +131,7 @@ private:
 } // namespace
 
 // The submatrix of the modes at indexes 0 to `leading` - 1 and the n named ones.
-static int give_selected(const EntryList& list, double* matrix, int leading, const int* mode_numbers, int n)
+static int copy_selected(const EntryList& list, double* matrix, int leading, const int* mode_numbers, int n)
 {
     const int size = leading + n;
     if (!matrix || size < 1 || (n > 0 && !mode_numbers))
@@ -198,42 +198,42 @@ int ZEL_GenDampExist(const ZELDATA* db)
 
 int ZEL_GenStiffSparse(ZELDATA* db, int* rows, int* columns, double* values)
 {
-    return db ? give_sparse(list_of(db, ZEL_BLOCK_STIFFNESS), rows, columns, values) : 0;
+    return db ? copy_sparse(list_of(db, ZEL_BLOCK_STIFFNESS), rows, columns, values) : 0;
 }
 
 int ZEL_GenMassSparse(ZELDATA* db, int* rows, int* columns, double* values)
 {
-    return db ? give_sparse(list_of(db, ZEL_BLOCK_MASS), rows, columns, values) : 0;
+    return db ? copy_sparse(list_of(db, ZEL_BLOCK_MASS), rows, columns, values) : 0;
 }
 
 int ZEL_GenDampSparse(ZELDATA* db, int* rows, int* columns, double* values)
 {
-    return db ? give_sparse(list_of(db, ZEL_BLOCK_DAMPING), rows, columns, values) : 0;
+    return db ? copy_sparse(list_of(db, ZEL_BLOCK_DAMPING), rows, columns, values) : 0;
 }
 
 int ZEL_GenStiffFull(ZELDATA* db, double* matrix, int n)
 {
-    return db ? give_full(list_of(db, ZEL_BLOCK_STIFFNESS), matrix, n) : 0;
+    return db ? copy_full(list_of(db, ZEL_BLOCK_STIFFNESS), matrix, n) : 0;
 }
 
 int ZEL_GenMassFull(ZELDATA* db, double* matrix, int n)
 {
-    return db ? give_full(list_of(db, ZEL_BLOCK_MASS), matrix, n) : 0;
+    return db ? copy_full(list_of(db, ZEL_BLOCK_MASS), matrix, n) : 0;
 }
 
 int ZEL_GenDampFull(ZELDATA* db, double* matrix, int n)
 {
-    return db ? give_full(list_of(db, ZEL_BLOCK_DAMPING), matrix, n) : 0;
+    return db ? copy_full(list_of(db, ZEL_BLOCK_DAMPING), matrix, n) : 0;
 }
 
 int ZEL_GenStiffSelected(ZELDATA* db, double* matrix, const int* mode_numbers, int n)
 {
-    return db && n > 0 ? give_selected(list_of(db, ZEL_BLOCK_STIFFNESS), matrix, 0, mode_numbers, n) : 0;
+    return db && n > 0 ? copy_selected(list_of(db, ZEL_BLOCK_STIFFNESS), matrix, 0, mode_numbers, n) : 0;
 }
 
 int ZEL_GenMassSelected(ZELDATA* db, double* matrix, const int* mode_numbers, int n)
 {
-    return db && n > 0 ? give_selected(list_of(db, ZEL_BLOCK_MASS), matrix, 0, mode_numbers, n) : 0;
+    return db && n > 0 ? copy_selected(list_of(db, ZEL_BLOCK_MASS), matrix, 0, mode_numbers, n) : 0;
 }
 
 int ZEL_GenDampPrincipalAndSelected(ZELDATA* db, double* matrix, const int* mode_numbers, int n)
@@ -241,7 +241,7 @@ int ZEL_GenDampPrincipalAndSelected(ZELDATA* db, double* matrix, const int* mode
     constexpr int kRigidFreedoms = 6;
     if (!db || !db->damping_projected || !ZEL_GenDampExist(db) || n < 0 || n > INT32_MAX - kRigidFreedoms)
         return 0;
-    return give_selected(list_of(db, ZEL_BLOCK_DAMPING), matrix, kRigidFreedoms, mode_numbers, n);
+    return copy_selected(list_of(db, ZEL_BLOCK_DAMPING), matrix, kRigidFreedoms, mode_numbers, n);
 }
 
 int ZEL_Transformation(const ZELDATA* db, double* matrix)

@@ -18,7 +18,7 @@
 
 using namespace zel;
 
-static constexpr const char* kModule = "zelset";
+static constexpr char kModule[] = "zelset";
 
 namespace
 {

@@ -11,7 +11,7 @@
 
 using namespace zel;
 
-static constexpr const char* kModule = "zelset";
+static constexpr char kModule[] = "zelset";
 
 static ModeNumberCache& cache_of(const ZELDATA* db)
 {

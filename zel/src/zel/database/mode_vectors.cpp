@@ -11,7 +11,7 @@
 
 using namespace zel;
 
-static constexpr const char* kModule = "zelset";
+static constexpr char kModule[] = "zelset";
 
 // ---- Pre-stress and pre-strain -----------------------------------------------------------------------------------------
 
@@ -342,7 +342,7 @@ int ZEL_SetModeArray(ZELDATA* db, int mode_number, int kind, int node_count, con
 namespace
 {
 // What a mode number and a kind name: the pre-stress or pre-strain (mode -1), or a mode's vector.
-struct Vector
+struct NamedVector
 {
     ZELDATA* db;
     int kind, mode;
@@ -351,7 +351,7 @@ struct Vector
 };
 } // namespace
 
-static Vector find_vector(ZELDATA* db, int mode_number, int kind)
+static NamedVector find_vector(ZELDATA* db, int mode_number, int kind)
 {
     if (!db || !valid_kind(kind))
         return {};
@@ -361,7 +361,7 @@ static Vector find_vector(ZELDATA* db, int mode_number, int kind)
     return {db, kind, mode, false, mode < 0 ? 0 : db->mode_node_count[kind]};
 }
 
-static int read_slice(const Vector& vector, int first, int count, double* out)
+static int read_slice(const NamedVector& vector, int first, int count, double* out)
 {
     if (vector.pre_tensor)
         return copy_pre_tensors(pre_tensors_of(vector.db, vector.kind), first, count, out);
@@ -369,7 +369,7 @@ static int read_slice(const Vector& vector, int first, int count, double* out)
 }
 
 // A stream gives its values only in its own precision; what is in memory is given in both.
-static bool has_precision(const Vector& vector, int double_precision)
+static bool has_precision(const NamedVector& vector, int double_precision)
 {
     return vector.pre_tensor || mode_stream(vector.db, vector.kind).double_precision == double_precision;
 }
@@ -377,7 +377,7 @@ static bool has_precision(const Vector& vector, int double_precision)
 int ZEL_Read_Mode_Single(ZELDATA* db, int mode_number, int kind, float* out)
 {
     constexpr int kNodesAtOnce = 512;
-    const Vector vector = find_vector(db, mode_number, kind);
+    const NamedVector vector = find_vector(db, mode_number, kind);
     if (!out || vector.nodes < 1 || !has_precision(vector, 0))
         return 0;
     for (int first = 0; first < vector.nodes; first += kNodesAtOnce)
@@ -394,7 +394,7 @@ int ZEL_Read_Mode_Single(ZELDATA* db, int mode_number, int kind, float* out)
 
 int ZEL_Read_Mode_Double(ZELDATA* db, int mode_number, int kind, double* out)
 {
-    const Vector vector = find_vector(db, mode_number, kind);
+    const NamedVector vector = find_vector(db, mode_number, kind);
     if (!out || vector.nodes < 1 || !has_precision(vector, 1))
         return 0;
     return read_slice(vector, 0, vector.nodes, out);
@@ -406,7 +406,7 @@ int ZEL_Read_Mode_Double(ZELDATA* db, int mode_number, int kind, double* out)
 // renew it. Null when it cannot be read.
 static const double* load_vector(ZELDATA* db, int mode_number, int kind)
 {
-    const Vector vector = find_vector(db, mode_number, kind);
+    const NamedVector vector = find_vector(db, mode_number, kind);
     if (vector.nodes < 1)
         return nullptr;
     int& cached = db->cached_mode[kind];
@@ -466,7 +466,7 @@ int ZEL_ModeByNode(ZELDATA* db, int mode_number, int kind, int node_id, double o
 // ---- Some nodes in some modes ------------------------------------------------------------------------------------------
 
 // Reads the values of nodes at `count` positions, in runs of those that stand one behind the other.
-static int read_positions(const Vector& vector, const int* positions, int count, double* out)
+static int read_positions(const NamedVector& vector, const int* positions, int count, double* out)
 {
     for (int first = 0, end = 0; first < count; first = end)
     {
@@ -496,7 +496,7 @@ int ZEL_ModesOfNodes(ZELDATA* db, int kind, int node_count, const int* node_ids,
     if (!db || !valid_kind(kind) || node_count < 1 || mode_count < 1 || !out)
         return 0;
     Scratch<int> positions(node_count);
-    Scratch<Vector> vectors(mode_count);
+    Scratch<NamedVector> vectors(mode_count);
     if (!positions.data || !vectors.data)
         return no_memory(kModule);
     if (!find_positions(db, kind, node_count, node_ids, positions.data))
@@ -504,7 +504,7 @@ int ZEL_ModesOfNodes(ZELDATA* db, int kind, int node_count, const int* node_ids,
     for (int i = 0; i < mode_count; ++i)
     {
         vectors[i] = mode_numbers ? find_vector(db, mode_numbers[i], kind)
-                                  : Vector{db, kind, i, false, i < db->mode_count ? db->mode_node_count[kind] : 0};
+                                  : NamedVector{db, kind, i, false, i < db->mode_count ? db->mode_node_count[kind] : 0};
         if (vectors[i].nodes < 1)
             return 0;
     }

@@ -17,7 +17,7 @@
 
 using namespace zel;
 
-static constexpr const char* kModule = "zeltools";
+static constexpr char kModule[] = "zeltools";
 
 static NodeCache& cache_of(const ZELDATA* db)
 {
@@ -338,37 +338,7 @@ void faces_changed(ZELDATA* db)
     db->geometry_node_count = 0;
 }
 
-} // namespace zel
-
-// ---- Exported ------------------------------------------------------------------------------------------------------------
-
-int ZEL_LookupOrAddNode(ZELDATA* db, int node_id)
-{
-    if (!db)
-    {
-        no_database();
-        return -1;
-    }
-    const int node = find_node(db, node_id);
-    return node >= 0 ? node : append_node(db, node_id);
-}
-
-int ZEL_NodeIndex(ZELDATA* db, int node_id)
-{
-    if (!db || db->node_count == 0)
-        return -1;
-    sort_pairs(db, ZEL_MODE_SHAPE, db->node_count);
-    return find_node(db, node_id);
-}
-
-int ZEL_ModeNodeIndex(ZELDATA* db, int kind, int node_id)
-{
-    if (!db || !valid_kind(kind) || db->mode_node_count[kind] == 0)
-        return -1;
-    sort_pairs(db, kind, kind == ZEL_MODE_SHAPE ? db->node_count : db->mode_node_count[kind]);
-    const int node = find_node(db, node_id);
-    return node < 0 ? -1 : mode_node_position(db, kind, node);
-}
+// ---- Exchange of two nodes ----------------------------------------------------------------------------------------------
 
 static void exchange(int& index, int a, int b)
 {
@@ -399,9 +369,6 @@ static void exchange_in_mode_nodes(ZELDATA* db, int kind, int a, int b)
             db->mode_nodes[kind][positions[node] - 1] = db->nodes + node;
 }
 
-namespace zel
-{
-
 void swap_nodes(ZELDATA* db, int a, int b)
 {
     const int id_a = db->nodes[a].id, id_b = db->nodes[b].id;
@@ -426,8 +393,6 @@ void swap_nodes(ZELDATA* db, int a, int b)
     faces_changed(db);
 }
 
-} // namespace zel
-
 // Six values of two nodes trade places in every mode shape. 0, with a message, when they cannot be read or written.
 static int swap_shapes(ZELDATA* db, int a, int b)
 {
@@ -442,6 +407,38 @@ static int swap_shapes(ZELDATA* db, int a, int b)
     }
     db->cached_mode[ZEL_MODE_SHAPE] = -1;
     return 1;
+}
+
+} // namespace zel
+
+// ---- Exported ------------------------------------------------------------------------------------------------------------
+
+int ZEL_LookupOrAddNode(ZELDATA* db, int node_id)
+{
+    if (!db)
+    {
+        no_database();
+        return -1;
+    }
+    const int node = find_node(db, node_id);
+    return node >= 0 ? node : append_node(db, node_id);
+}
+
+int ZEL_NodeIndex(ZELDATA* db, int node_id)
+{
+    if (!db || db->node_count == 0)
+        return -1;
+    sort_pairs(db, ZEL_MODE_SHAPE, db->node_count);
+    return find_node(db, node_id);
+}
+
+int ZEL_ModeNodeIndex(ZELDATA* db, int kind, int node_id)
+{
+    if (!db || !valid_kind(kind) || db->mode_node_count[kind] == 0)
+        return -1;
+    sort_pairs(db, kind, kind == ZEL_MODE_SHAPE ? db->node_count : db->mode_node_count[kind]);
+    const int node = find_node(db, node_id);
+    return node < 0 ? -1 : mode_node_position(db, kind, node);
 }
 
 void ZEL_SwapNodesByID(ZELDATA* db, int id_a, int id_b)

@@ -24,7 +24,7 @@ static void copy_coordinates(const ZELNODE& node, double xyz[3])
 }
 
 // Stores a result if the caller asked for it.
-template <typename T> static void give(T* output, T value)
+template <typename T> static void set_if_wanted(T* output, T value)
 {
     if (output)
         *output = value;
@@ -34,14 +34,14 @@ template <typename T> static void give(T* output, T value)
 // there is no array, the length is 0 or memory is short.
 template <typename T> static T* copy_out(const T* array, int held, int length, int* count)
 {
-    give(count, 0);
+    set_if_wanted(count, 0);
     if (!array || length < 1)
         return nullptr;
     Scratch<T> copy(length);
     if (!copy.data)
         return no_memory(kModule);
     std::copy_n(array, std::min(held, length), copy.data);
-    give(count, length);
+    set_if_wanted(count, length);
     return copy.release();
 }
 
@@ -113,7 +113,7 @@ int ZEL_NodeCoordinates(const ZELDATA* db, int node_index, double xyz[3])
 int ZEL_NodeCoordinateList(const ZELDATA* db, double* xyz, int* count)
 {
     const bool has_nodes = db && db->nodes;
-    give(count, has_nodes ? db->node_count : 0);
+    set_if_wanted(count, has_nodes ? db->node_count : 0);
     if (!has_nodes)
         return 0;
     for (int64_t node = 0; xyz && node < db->node_count; ++node)
@@ -130,7 +130,7 @@ double ZEL_NodalMass(const ZELDATA* db, int node_index)
 int ZEL_NodalMassAndGeometry(const ZELDATA* db, int node_index, double* mass, double xyz[3])
 {
     const ZELNODE* node = node_at(db, node_index);
-    give(mass, node ? node->mass : 0.0);
+    set_if_wanted(mass, node ? node->mass : 0.0);
     if (!xyz)
         return 0;
     copy_coordinates(node ? *node : ZELNODE{}, xyz);
@@ -172,8 +172,8 @@ double ZEL_BodySize(const ZELDATA* db)
 
 void ZEL_FaceListSize(const ZELDATA* db, int* faces, int* length)
 {
-    give(faces, db ? db->face_count : 0);
-    give(length, db ? db->face_list_length : 0);
+    set_if_wanted(faces, db ? db->face_count : 0);
+    set_if_wanted(length, db ? db->face_list_length : 0);
 }
 
 int ZEL_ElementFaces(const ZELDATA* db, int* face_list)
@@ -196,7 +196,7 @@ int* ZEL_InterfaceNodeIDs(const ZELDATA* db, int* count)
     int* list = ZEL_InterfaceNodes(db, &nodes);
     for (int i = 0; i < nodes; ++i)
         list[i] = ZEL_NodeID(db, list[i]);
-    give(count, nodes);
+    set_if_wanted(count, nodes);
     return list;
 }
 

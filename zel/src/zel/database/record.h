@@ -33,25 +33,25 @@ inline bool append_entry(ZELMATRIX& matrix, int row, int column, double value)
 }
 
 // The nonzero entries of a full n x n matrix, row by row, as a list. False, with nothing made, when memory is short.
-inline bool list_nonzeros(const double* full, int n, ZELMATRIX& made)
+inline bool list_nonzeros(const double* full, int n, ZELMATRIX& fresh)
 {
-    made = {};
+    fresh = {};
     for (int row = 0; row < n; ++row)
         for (int column = 0; column < n; ++column)
             if (const double value = full[int64_t(row) * n + column];
-                value != 0.0 && !append_entry(made, row, column, value))
+                value != 0.0 && !append_entry(fresh, row, column, value))
             {
-                discard(made.entries);
+                discard(fresh.entries);
                 return false;
             }
     return true;
 }
 
 // Puts a finished list in the place of an old one, which is freed.
-inline void install_matrix(ZELMATRIX& matrix, ZELMATRIX& made)
+inline void install_matrix(ZELMATRIX& matrix, ZELMATRIX& fresh)
 {
     discard(matrix.entries);
-    matrix = std::exchange(made, {});
+    matrix = std::exchange(fresh, {});
 }
 
 // Stores the entries that a generalized stiffness or mass without any has by implication: the generalized values of the

@@ -8,7 +8,7 @@
 
 using namespace zel;
 
-static constexpr const char* kModule = "zelset";
+static constexpr char kModule[] = "zelset";
 
 // Whether the vectors of a kind lie in the file that the database was read from.
 static bool has_vectors_in_file(const ZELDATA* db)

@@ -13,7 +13,7 @@
 
 using namespace zel;
 
-static constexpr const char* kModule = "zelset";
+static constexpr char kModule[] = "zelset";
 
 // ---- Header ------------------------------------------------------------------------------------------------------------
 

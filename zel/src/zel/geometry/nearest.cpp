@@ -17,7 +17,7 @@
 
 using namespace zel;
 
-static constexpr const char* kModule = "zeltools";
+static constexpr char kModule[] = "zeltools";
 
 namespace
 {
@@ -113,7 +113,7 @@ constexpr int kSpread[1 << kMaxLevels] = {       // the bits of a number, each m
 constexpr Box kEmptyBox = {{kInfinity, kInfinity, kInfinity}, {-kInfinity, -kInfinity, -kInfinity}};
 
 // Cubic cells over the bounding box of some points, 2^levels along its longest edge.
-struct Grid
+struct CellGrid
 {
     double low[3];
     double scale; // cells a length
@@ -146,7 +146,7 @@ static void enlarge(Box& box, const double low[3], const double high[3])
 }
 
 // A grid whose scale is not finite cannot tell the points apart.
-template <typename PointAt> static Grid grid_over(const PointAt& point_at, int points)
+template <typename PointAt> static CellGrid grid_over(const PointAt& point_at, int points)
 {
     Box box = kEmptyBox;
     for (int i = 0; i < points; ++i)
@@ -154,7 +154,7 @@ template <typename PointAt> static Grid grid_over(const PointAt& point_at, int p
         const Point point = point_at(i);
         enlarge(box, point.xyz, point.xyz);
     }
-    Grid grid = {{box.low[0], box.low[1], box.low[2]}, 0.0, 1, 8};
+    CellGrid grid = {{box.low[0], box.low[1], box.low[2]}, 0.0, 1, 8};
     for (; grid.levels < kMaxLevels && grid.cells < points / kCellPoints; ++grid.levels)
         grid.cells *= 8;
     grid.scale =
@@ -164,7 +164,7 @@ template <typename PointAt> static Grid grid_over(const PointAt& point_at, int p
 
 // Puts points into `sorted` by the cells of the grid; where that cannot tell them apart, evenly as they come.
 template <typename PointAt>
-static void sort_into_cells(Builder& builder, const Grid& grid, const PointAt& point_at, int points, Point* sorted)
+static void sort_into_cells(Builder& builder, const CellGrid& grid, const PointAt& point_at, int points, Point* sorted)
 {
     int* starts = builder.ends.data;
     std::fill(starts, starts + grid.cells, 0);
@@ -220,7 +220,8 @@ static bool add_children(Builder& builder, int cube, int first_cell, int cells, 
 }
 
 // Divides a cube of many points, which `point_at` yields, over a grid of its own.
-template <typename PointAt> static bool divide(Builder& builder, int cube, const Grid& grid, const PointAt& point_at)
+template <typename PointAt>
+static bool divide(Builder& builder, int cube, const CellGrid& grid, const PointAt& point_at)
 {
     const int first = builder.tree.cubes[cube].first_point;
     sort_into_cells(builder, grid, point_at, builder.tree.cubes[cube].points, builder.tree.points + first);

@@ -55,8 +55,6 @@ int fill_invariants(ZELDATA* db, InvariantSet set)
     return 1;
 }
 
-} // namespace zel
-
 // ---- What a change begins and ends with -----------------------------------------------------------------------------
 
 // Reads those of the wanted invariants that the file still describes.
@@ -129,9 +127,6 @@ static int transform(const ZELDATA* from, ZELDATA* to, const InvariantRow& row, 
     return 1;
 }
 
-namespace zel
-{
-
 int change_invariant_basis(ZELDATA* db, const double* basis, int modes)
 {
     if (!read_from_file(db, is_modal))
@@ -153,8 +148,6 @@ int change_invariant_basis(ZELDATA* db, const double* basis, int modes)
     forget_blocks(db, is_modal);
     return 1;
 }
-
-} // namespace zel
 
 // ---- New origin -----------------------------------------------------------------------------------------------------
 
@@ -193,9 +186,6 @@ static void shift_modal(ZELDATA* db, const double c[3])
         }
     }
 }
-
-namespace zel
-{
 
 int shift_invariant_origin(ZELDATA* db, const double origin[3])
 {

@@ -92,8 +92,6 @@ bool shapes_cover_masses(const ZELDATA* db)
     return true;
 }
 
-} // namespace zel
-
 // ---- One block ------------------------------------------------------------------------------------------------------
 
 static int nodes_in_block(const ZELDATA* db, int modes)
@@ -342,9 +340,6 @@ static double moment(const double* moments, int modes, int mode, int a, int b)
     return moments[int64_t(3) * modes * (b + 1) + int64_t(3) * mode + a];
 }
 
-namespace zel
-{
-
 int mass_moments(ZELDATA* db, int modes, double* moments)
 {
     return sum_over_nodes(db, {modes, moments, nullptr, false, false});
@@ -358,8 +353,6 @@ void angular_moment(const double* moments, int modes, int mode, double out[3])
         out[axis] = moment(moments, modes, mode, last, next) - moment(moments, modes, mode, next, last);
     }
 }
-
-} // namespace zel
 
 static void store_moments(ZELDATA* db, int modes, const double* moments, const double* turning, bool third, bool fourth,
                           bool eighth)
@@ -403,9 +396,6 @@ static void mirror_pairs(ZELDATA* db, const Wanted& wanted)
                     db->invar9[j][i][entry % 3 * 3 + entry / 3] = db->invar9[i][j][entry];
         }
 }
-
-namespace zel
-{
 
 int sum_modal_invariants(ZELDATA* db, std::initializer_list<int> numbers)
 {

@@ -156,12 +156,7 @@ int rigid_invariants(ZELDATA* db, RigidInvariants& out)
     return rigid_values(db, 1, &out.mass) && rigid_values(db, 2, out.moment) && rigid_values(db, 7, out.tensor);
 }
 
-} // namespace zel
-
 // ---- Accessors ------------------------------------------------------------------------------------------------------
-
-namespace zel
-{
 
 int fill_invariant(ZELDATA* db, int number)
 {

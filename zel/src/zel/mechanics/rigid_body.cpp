@@ -7,10 +7,11 @@
 #include <algorithm>
 #include <cmath>
 
-using namespace zel;
-
 static constexpr char kModule[] = "zeltools";
 static constexpr int kRigid = 6;
+
+namespace zel
+{
 
 // ---- Rigid-body modes -----------------------------------------------------------------------------------------------
 
@@ -42,12 +43,7 @@ static int count_rigid_modes(ZELDATA* db, double hertz_per_unit)
     return 0;
 }
 
-int ZEL_RigidBodyModeCount(ZELDATA* db)
-{
-    return count_rigid_modes(db, 1.0);
-}
-
-int zel::rigid_modes_by_hertz(ZELDATA* db)
+int rigid_modes_by_hertz(ZELDATA* db)
 {
     const double seconds = ZEL_Time2Second(db, 1.0);
     return count_rigid_modes(db, seconds > 0.0 ? 1.0 / seconds : 1.0);
@@ -113,9 +109,6 @@ static bool loads_wait_for_projection(const ZELDATA* db)
     return waits;
 }
 
-namespace zel
-{
-
 int project_loads_of_body(ZELDATA* db)
 {
     const int rigid_modes = ZEL_RigidBodyModeCount(db);
@@ -152,16 +145,6 @@ int project_loads_of_body(ZELDATA* db)
             set_load_forces(db, i, forces);
         }
     return 1;
-}
-
-} // namespace zel
-
-void ZEL_RigidBodyForcesOnPrincipalAxes(ZELDATA* db)
-{
-    if (db)
-        project_loads_of_body(db);
-    else
-        no_database();
 }
 
 // ---- Damping --------------------------------------------------------------------------------------------------------
@@ -258,9 +241,6 @@ static void project_damping(double* c, int n, const Matrix6& p)
         combine(c + row * n, 1);
 }
 
-namespace zel
-{
-
 int project_damping_of_body(ZELDATA* db, bool& singular)
 {
     const int modes = db->mode_count;
@@ -275,15 +255,32 @@ int project_damping_of_body(ZELDATA* db, bool& singular)
         return no_memory(kModule);
     ZEL_GenDampFull(db, full.data, modes);
     project_damping(full.data, modes, p);
-    ZELMATRIX made;
-    if (!list_nonzeros(full.data, modes, made))
+    ZELMATRIX fresh;
+    if (!list_nonzeros(full.data, modes, fresh))
         return no_memory(kModule);
-    install_matrix(db->damping, made);
+    install_matrix(db->damping, fresh);
     db->damping_projected = 1;
     return 1;
 }
 
 } // namespace zel
+
+// ---- Exported -----------------------------------------------------------------------------------------------------
+
+using namespace zel;
+
+int ZEL_RigidBodyModeCount(ZELDATA* db)
+{
+    return count_rigid_modes(db, 1.0);
+}
+
+void ZEL_RigidBodyForcesOnPrincipalAxes(ZELDATA* db)
+{
+    if (db)
+        project_loads_of_body(db);
+    else
+        no_database();
+}
 
 int ZEL_DampingOnPrincipalAxes(ZELDATA* db)
 {

@@ -4,8 +4,6 @@
 
 #include <algorithm>
 
-static constexpr const char* kModule = "zelread";
-
 namespace zel
 {
 

@@ -10,8 +10,6 @@
 
 using namespace zel;
 
-static constexpr const char* kModule = "zelread";
-
 // ---- Encoding, summary and directory --------------------------------------------------------------------------------
 
 // Codes that were ever written; beyond them lie other files, such as a text that begins with the letter of a version.

@@ -15,7 +15,6 @@
 namespace zel
 {
 
-static const char kModule[] = "zelwrite";
 static constexpr int kPrincipalDirections = 6;
 
 // ---- Bases ------------------------------------------------------------------------------------------------------------
@@ -99,7 +98,7 @@ static void install_loads(ZELDATA* db, int n, const double* transformed)
         std::copy_n(transformed + int64_t(db->load_case_count) * n, n, db->modal_preload);
 }
 
-static bool relabel_damping(const ZELMATRIX& old, const Basis& basis, const ScaledPermutation& from, ZELMATRIX& made)
+static bool relabel_damping(const ZELMATRIX& old, const Basis& basis, const ScaledPermutation& from, ZELMATRIX& fresh)
 {
     const auto inside = [n = basis.old_count](int index) { return index >= 0 && index < n; };
     for (int i = 0; i < old.count; ++i)
@@ -109,14 +108,14 @@ static bool relabel_damping(const ZELMATRIX& old, const Basis& basis, const Scal
             continue;
         const int row = from.new_of[entry.row], column = from.new_of[entry.column];
         if (row >= 0 && column >= 0 &&
-            !append_entry(made, row, column, entry.value * from.multiple[row] * from.multiple[column]))
+            !append_entry(fresh, row, column, entry.value * from.multiple[row] * from.multiple[column]))
             return false;
     }
     return true;
 }
 
 // V C V' of the dense matrix, its nonzero entries row by row. In column order the row-major C reads as its transpose.
-static bool multiply_damping(ZELDATA* db, const Basis& basis, ZELMATRIX& made)
+static bool multiply_damping(ZELDATA* db, const Basis& basis, ZELMATRIX& fresh)
 {
     const int n = basis.old_count, m = basis.new_count;
     Scratch<double> old(int64_t(n) * n), half(int64_t(n) * m), whole(int64_t(m) * m);
@@ -124,21 +123,21 @@ static bool multiply_damping(ZELDATA* db, const Basis& basis, ZELMATRIX& made)
         return false;
     blas::gemm('N', 'N', n, m, n, 1.0, old.data, n, basis.vectors, n, 0.0, half.data, n);
     blas::gemm('T', 'N', m, m, n, 1.0, basis.vectors, n, half.data, n, 0.0, whole.data, m);
-    return list_nonzeros(whole.data, m, made);
+    return list_nonzeros(whole.data, m, fresh);
 }
 
 // The damping list of the new modes. Where modes are only reordered and scaled, so is the list.
-static int transform_damping(ZELDATA* db, const Basis& basis, ZELMATRIX& made)
+static int transform_damping(ZELDATA* db, const Basis& basis, ZELMATRIX& fresh)
 {
     if (db->damping.count == 0)
         return 1;
     const ScaledPermutation permutation(basis);
     const bool done =
-        permutation.allocated() && (permutation.holds ? relabel_damping(db->damping, basis, permutation, made)
-                                                      : multiply_damping(db, basis, made));
+        permutation.allocated() && (permutation.holds ? relabel_damping(db->damping, basis, permutation, fresh)
+                                                      : multiply_damping(db, basis, fresh));
     if (done)
         return 1;
-    discard(made.entries);
+    discard(fresh.entries);
     return no_memory(kModule);
 }
 
@@ -152,29 +151,29 @@ static int no_mode_data()
     return fail("Failed to extract mode information for ZEL.");
 }
 
-static int disk_full(const ModeReplacement& made)
+static int disk_full(const ModeReplacement& file)
 {
     return fail("Insufficient disk space for file %s.  Specify different temporary\n"
                 "file directory by setting the %s environment variable",
-                made.name(), temporary_folder_variable());
+                file.name(), temporary_folder_variable());
 }
 
-static int open_orthogonal(ZELDATA* db, int kind, const Basis& basis, ModeReplacement& made)
+static int open_orthogonal(ZELDATA* db, int kind, const Basis& basis, ModeReplacement& file)
 {
-    switch (made.open(db, kind, basis.new_count, db->mode_node_count[kind]))
+    switch (file.open(db, kind, basis.new_count, db->mode_node_count[kind]))
     {
-    case ModeReplacement::kReady: ZEL_Info("Orthogonal mode file: %s", made.name()); return 1;
+    case ModeReplacement::kReady: ZEL_Info("Orthogonal mode file: %s", file.name()); return 1;
     case ModeReplacement::kNotOpened:
         return fail("Unable to open %s for write.  Specify different temporary file directory by\n"
                     "setting the %s environment variable.",
-                    made.name(), temporary_folder_variable());
-    case ModeReplacement::kNoSpace: return disk_full(made);
+                    file.name(), temporary_folder_variable());
+    case ModeReplacement::kNoSpace: return disk_full(file);
     default: return no_memory(kModule);
     }
 }
 
 // Copies whole modes, scaled, slice by slice.
-static int copy_modes(ZELDATA* db, int kind, const Basis& basis, const ScaledPermutation& from, ModeReplacement& made)
+static int copy_modes(ZELDATA* db, int kind, const Basis& basis, const ScaledPermutation& from, ModeReplacement& file)
 {
     const int nodes = db->mode_node_count[kind];
     const int per_slice = int(std::min<int64_t>(nodes, kBlockBytes / kNodeBytes));
@@ -190,8 +189,8 @@ static int copy_modes(ZELDATA* db, int kind, const Basis& basis, const ScaledPer
             if (from.multiple[i] != 1.0)
                 for (int64_t value = 0; value < kComponents * int64_t(count); ++value)
                     slice[value] *= from.multiple[i];
-            if (!made.write(i, first, count, slice.data))
-                return disk_full(made);
+            if (!file.write(i, first, count, slice.data))
+                return disk_full(file);
         }
     return 1;
 }
@@ -238,7 +237,7 @@ private:
 
 // The product of a block of nodes of all old modes with the basis gives one slice of each new mode. A block is small enough
 // for the processor's caches to help and large enough for long runs in the file.
-static int multiply_modes(ZELDATA* db, int kind, const Basis& basis, ModeReplacement& made)
+static int multiply_modes(ZELDATA* db, int kind, const Basis& basis, ModeReplacement& file)
 {
     const int nodes = db->mode_node_count[kind], n = basis.old_count, m = basis.new_count;
     OldVectors old(db, kind, n);
@@ -248,7 +247,7 @@ static int multiply_modes(ZELDATA* db, int kind, const Basis& basis, ModeReplace
     Scratch<double> fresh(kComponents * int64_t(per_block) * m);
     if (!old.reserve(per_block) || !fresh.data)
         return no_memory(kModule);
-    const Progress progress((nodes + per_block - 1) / per_block);
+    const MonitoredProgress progress((nodes + per_block - 1) / per_block);
     for (int first = 0; first < nodes; first += per_block)
     {
         const int count = std::min(per_block, nodes - first), rows = kComponents * count;
@@ -258,22 +257,22 @@ static int multiply_modes(ZELDATA* db, int kind, const Basis& basis, ModeReplace
             return no_mode_data();
         blas::gemm('N', 'N', rows, m, n, 1.0, block, stride, basis.vectors, n, 0.0, fresh.data, rows);
         for (int i = 0; i < m; ++i)
-            if (!made.write(i, first, count, fresh.data + int64_t(i) * rows))
-                return disk_full(made);
+            if (!file.write(i, first, count, fresh.data + int64_t(i) * rows))
+                return disk_full(file);
         progress.step();
     }
     return 1;
 }
 
 // Fills a new file with a kind's vectors in the new basis; the old file stays.
-static int rewrite_modes(ZELDATA* db, int kind, const Basis& basis, ModeReplacement& made)
+static int rewrite_modes(ZELDATA* db, int kind, const Basis& basis, ModeReplacement& file)
 {
     const ScaledPermutation permutation(basis);
     if (!permutation.allocated())
         return no_memory(kModule);
-    if (!open_orthogonal(db, kind, basis, made))
+    if (!open_orthogonal(db, kind, basis, file))
         return 0;
-    return permutation.holds ? copy_modes(db, kind, basis, permutation, made) : multiply_modes(db, kind, basis, made);
+    return permutation.holds ? copy_modes(db, kind, basis, permutation, file) : multiply_modes(db, kind, basis, file);
 }
 
 // ---- The change as a whole --------------------------------------------------------------------------------------------
@@ -284,12 +283,12 @@ static bool has_vectors(const ZELDATA* db, int kind)
 }
 
 // The diagonal matrix of one field of the eigenvalue records.
-static bool diagonal_of_records(const ZELEIGEN* records, int count, int field, ZELMATRIX& made)
+static bool diagonal_of_records(const ZELEIGEN* records, int count, int field, ZELMATRIX& fresh)
 {
     for (int i = 0; i < count; ++i)
-        if (!append_entry(made, i, i, records[i].value[field]))
+        if (!append_entry(fresh, i, i, records[i].value[field]))
         {
-            discard(made.entries);
+            discard(fresh.entries);
             return false;
         }
     return true;
@@ -307,18 +306,18 @@ static void cut_modes(ZELDATA* db, int count)
 namespace
 {
 // Owner of lists that are made but not installed yet.
-struct MadeMatrices
+struct FreshMatrices
 {
     ZELMATRIX stiffness = {}, mass = {}, damping = {};
-    MadeMatrices() = default;
-    ~MadeMatrices()
+    FreshMatrices() = default;
+    ~FreshMatrices()
     {
         discard(stiffness.entries);
         discard(mass.entries);
         discard(damping.entries);
     }
-    MadeMatrices(const MadeMatrices&) = delete;
-    MadeMatrices& operator=(const MadeMatrices&) = delete;
+    FreshMatrices(const FreshMatrices&) = delete;
+    FreshMatrices& operator=(const FreshMatrices&) = delete;
 };
 } // namespace
 
@@ -355,16 +354,16 @@ int change_basis(ZELDATA* db, const Basis& basis, BasisChange& change)
     const int n = basis.old_count, m = basis.new_count;
     forget_cached_modes(db);
     Scratch<double> projected_vectors(int64_t(n) * m), loads(int64_t(db->load_case_count + 1) * n);
-    MadeMatrices made;
+    FreshMatrices fresh;
     if (!projected_vectors.data || !loads.data ||
-        !diagonal_of_records(change.eigenvalues.data, m, kStiffnessField, made.stiffness) ||
-        !diagonal_of_records(change.eigenvalues.data, m, kMassField, made.mass))
+        !diagonal_of_records(change.eigenvalues.data, m, kStiffnessField, fresh.stiffness) ||
+        !diagonal_of_records(change.eigenvalues.data, m, kMassField, fresh.mass))
         return no_memory(kModule);
     projected(basis, projected_vectors.data);
     const Basis of_projected = {projected_vectors.data, n, m};
     ModeReplacement files[ZEL_MODE_KINDS];
     if (!transform_loads(db, basis, projected_vectors.data, loads) ||
-        !transform_damping(db, db->damping_projected ? of_projected : basis, made.damping))
+        !transform_damping(db, db->damping_projected ? of_projected : basis, fresh.damping))
         return 0;
     for (int kind = 0; kind < ZEL_MODE_KINDS; ++kind)
         if (has_vectors(db, kind) && !rewrite_modes(db, kind, basis, files[kind]))
@@ -376,9 +375,9 @@ int change_basis(ZELDATA* db, const Basis& basis, BasisChange& change)
         if (has_vectors(db, kind))
             files[kind].install();
     install_loads(db, n, loads.data);
-    install_matrix(db->stiffness, made.stiffness);
-    install_matrix(db->mass, made.mass);
-    install_matrix(db->damping, made.damping);
+    install_matrix(db->stiffness, fresh.stiffness);
+    install_matrix(db->mass, fresh.mass);
+    install_matrix(db->damping, fresh.damping);
     for (int block : {ZEL_BLOCK_STIFFNESS, ZEL_BLOCK_MASS, ZEL_BLOCK_DAMPING}) // the file's are in the old basis
         block_changed(db, block);
     db->non_diagonal = db->non_unit_mass = 0;

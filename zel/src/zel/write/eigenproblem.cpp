@@ -2,6 +2,7 @@
 // mass matrix and one given in a non-symmetric form.
 #include "eigenproblem.h"
 #include "base/base.h"
+#include "writer.h"
 
 #include <algorithm>
 #include <cmath>
@@ -9,8 +10,6 @@
 
 namespace zel
 {
-
-static const char kModule[] = "zelwrite";
 
 double angular_frequency(double eigenvalue, double consistency)
 {

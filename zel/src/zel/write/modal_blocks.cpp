@@ -7,8 +7,6 @@
 #include <algorithm>
 #include <cmath>
 
-static constexpr char kModule[] = "zelwrite";
-
 namespace zel
 {
 

@@ -11,8 +11,6 @@
 namespace zel
 {
 
-static const char kModule[] = "zelwrite";
-
 // Exchanges the entries of the table of exported modes as the eigenvalues were.
 static int reorder_selected(ZELDATA* db, const int* order, int n)
 {

@@ -8,8 +8,6 @@
 
 #include <algorithm>
 
-static constexpr char kModule[] = "zelwrite";
-
 namespace
 {
 

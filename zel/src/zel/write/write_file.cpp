@@ -15,8 +15,6 @@
 
 using namespace zel;
 
-static constexpr char kModule[] = "zelwrite";
-
 namespace zel
 {
 
@@ -53,7 +51,7 @@ static void shift_moments(double* vector, int components, const double center[3]
 
 // Projected damping is a quadratic form of the velocity of the origin, the angular velocity and the rates of the modes. The
 // old origin moves with v' + center x w, when v' is the velocity of the new one: rows and columns 4 to 6 change as moments do.
-static int shifted_damping(ZELDATA* db, const double center[3], ZELMATRIX& made)
+static int shifted_damping(ZELDATA* db, const double center[3], ZELMATRIX& fresh)
 {
     const int64_t n = db->mode_count;
     Scratch<double> full(n * n);
@@ -71,7 +69,7 @@ static int shifted_damping(ZELDATA* db, const double center[3], ZELMATRIX& made)
         for (int64_t row = 0; row < 6; ++row)
             full[row * n + column] = six[row];
     }
-    return list_nonzeros(full.data, db->mode_count, made) ? 1 : int(no_memory(kModule));
+    return list_nonzeros(full.data, db->mode_count, fresh) ? 1 : int(no_memory(kModule));
 }
 
 static void shift_loads(ZELDATA* db, const double center[3])
@@ -468,17 +466,17 @@ static int write_block(Writer& out, int number)
     return explain(error);
 }
 
-static Progress progress_of(const Writer& out)
+static MonitoredProgress progress_of(const Writer& out)
 {
     int kinds = 0;
     for (const KindRow& row : kKinds)
         kinds += out.has(row.block);
-    return Progress(int64_t(kinds) * out.count);
+    return MonitoredProgress(int64_t(kinds) * out.count);
 }
 
 static int write_content(Writer& out)
 {
-    const Progress progress = progress_of(out);
+    const MonitoredProgress progress = progress_of(out);
     out.progress = &progress;
     if (!write_block(out, ZEL_BLOCK_SUMMARY))
         return 0;

@@ -10,11 +10,13 @@
 namespace zel
 {
 
+constexpr char kModule[] = "zelwrite"; // of this folder, in messages
+
 // Progress of a long phase: stamps the time monitor when standard output is a terminal and takes the messages, only then.
-class Progress
+class MonitoredProgress
 {
 public:
-    explicit Progress(int64_t steps) : shown_(messages_are_printed() && isatty(STDOUT_FILENO) == 1)
+    explicit MonitoredProgress(int64_t steps) : shown_(messages_are_printed() && isatty(STDOUT_FILENO) == 1)
     {
         if (shown_)
             ZEL_TimeMonitor(int(steps < INT32_MAX ? steps : INT32_MAX));

@@ -8,8 +8,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zelcoarse";
-
 // Sine of the angle below which a corner counts as straight.
 static constexpr double kStraightSine = 1e-6;
 

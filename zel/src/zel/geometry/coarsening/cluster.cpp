@@ -11,8 +11,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zelcoarse";
-
 namespace
 {
 // Which ways a surface faces: bit k is set for a normal along axis k, bit k + kAxes for one against it.
@@ -23,7 +21,7 @@ using Cell = uint64_t;
 constexpr Cell kNoCell = ~Cell(0);
 
 // Cubes from the lowest corner of the bounding box on.
-struct Grid
+struct VoxelGrid
 {
     Vector lowest;
     double cells_per_length;
@@ -139,7 +137,7 @@ static void join(Forest& forest, int32_t a, int32_t b)
 }
 
 // The grid of a resolution; with 0 cells per length where nothing can be merged.
-static Grid grid_of(const Surface& surface, double resolution)
+static VoxelGrid grid_of(const Surface& surface, double resolution)
 {
     Vector lowest = {HUGE_VAL, HUGE_VAL, HUGE_VAL}, highest = -1.0 * lowest;
     for (int32_t node = 0; node < surface.node_count; ++node)
@@ -154,7 +152,7 @@ static Grid grid_of(const Surface& surface, double resolution)
 }
 
 // Joins the ends of every edge that lies in one cell.
-static int join_cells(const Surface& surface, const FaceWords& faces, const Grid& grid, Forest& forest)
+static int join_cells(const Surface& surface, const FaceWords& faces, const VoxelGrid& grid, Forest& forest)
 {
     Scratch<Cell> cells(surface.node_count);
     if (!cells.data)
@@ -285,24 +283,24 @@ static void choose_best(const Surface& surface, const Normals* normals, const in
 {
     for (int32_t node = 0; node < surface.node_count; ++node)
     {
-        Cluster& own = clusters[cluster[node]];
-        own.sum = own.sum + surface.points[node];
-        own.count += 1;
-        own.best = -1;
-        own.has_kept |= surface.keep[node] != 0;
+        Cluster& home = clusters[cluster[node]];
+        home.sum = home.sum + surface.points[node];
+        home.count += 1;
+        home.best = -1;
+        home.has_kept |= surface.keep[node] != 0;
     }
     for (int32_t node = 0; node < surface.node_count; ++node)
     {
-        Cluster& own = clusters[cluster[node]];
+        Cluster& home = clusters[cluster[node]];
         const int32_t sharp = sharpness(normals[node]);
-        const Vector from_mean = surface.points[node] - (1.0 / own.count) * own.sum;
+        const Vector from_mean = surface.points[node] - (1.0 / home.count) * home.sum;
         const double distance = dot(from_mean, from_mean);
-        const bool better = sharp > own.sharpness || (sharp == own.sharpness && distance < own.distance);
-        if (own.best >= 0 && !better)
+        const bool better = sharp > home.sharpness || (sharp == home.sharpness && distance < home.distance);
+        if (home.best >= 0 && !better)
             continue;
-        own.best = node;
-        own.sharpness = sharp;
-        own.distance = distance;
+        home.best = node;
+        home.sharpness = sharp;
+        home.distance = distance;
     }
 }
 
@@ -392,13 +390,13 @@ static Place* list_places(const Surface& surface, const Facing* facing, const in
                           Place* places)
 {
     for (int32_t node = 0; node < surface.node_count; ++node)
-        if (Cluster& own = clusters[cluster[node]]; surface.keep[node])
-            own.best_is_covered |= covers(facing[node], facing[own.best]);
+        if (Cluster& home = clusters[cluster[node]]; surface.keep[node])
+            home.best_is_covered |= covers(facing[node], facing[home.best]);
     Place* last = places;
     for (int32_t node = 0; node < surface.node_count; ++node)
     {
-        const Cluster& own = clusters[cluster[node]];
-        if (surface.keep[node] || (own.has_kept && own.best == node && !own.best_is_covered))
+        const Cluster& home = clusters[cluster[node]];
+        if (surface.keep[node] || (home.has_kept && home.best == node && !home.best_is_covered))
             *last++ = {cluster[node], node, facing[node], 0};
     }
     std::sort(places, last);
@@ -433,7 +431,7 @@ int cluster_nodes(const Surface& surface, const FaceWords& faces, const char* tw
 {
     for (int32_t node = 0; node < surface.node_count; ++node)
         target[node] = node;
-    const Grid grid = grid_of(surface, resolution);
+    const VoxelGrid grid = grid_of(surface, resolution);
     if (grid.cells_per_length == 0.0)
         return 1;
     Forest forest(surface.node_count);
@@ -464,11 +462,11 @@ int cluster_nodes(const Surface& surface, const FaceWords& faces, const char* tw
     const Place* const last = list_places(surface, facing.data, cluster, clusters.data, places.data);
     for (int32_t node = 0; node < surface.node_count; ++node)
     {
-        const Cluster& own = clusters[cluster[node]];
+        const Cluster& home = clusters[cluster[node]];
         if (surface.keep[node])
             target[node] = node;
-        else if (!own.has_kept)
-            target[node] = own.best;
+        else if (!home.has_kept)
+            target[node] = home.best;
         else
             target[node] = nearest_place(surface, places.data, last, cluster[node], node, facing[node]);
     }

@@ -11,7 +11,6 @@
 
 using namespace zel;
 
-static constexpr char kModule[] = "zelcoarse";
 static constexpr char kPreserve[] = "preserve_str";
 
 namespace

@@ -11,6 +11,8 @@
 namespace zel
 {
 
+constexpr char kModule[] = "zelcoarse"; // of this folder, in messages
+
 struct Vector
 {
     double x, y, z;

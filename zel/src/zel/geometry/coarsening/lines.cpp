@@ -5,8 +5,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zelcoarse";
-
 namespace
 {
 // Where a node is used: its corners, as places in the word list, as far as there are two at most.

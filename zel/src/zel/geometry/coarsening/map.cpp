@@ -7,8 +7,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zelcoarse";
-
 // A moved triangle is a triangle or nothing.
 static void put_triangle(const int32_t* face, const int32_t* target, FaceState state, FaceWriter& out)
 {

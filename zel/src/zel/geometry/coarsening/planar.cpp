@@ -12,8 +12,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zelcoarse";
-
 namespace
 {
 struct Plane
