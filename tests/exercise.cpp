@@ -34,28 +34,25 @@ void look_at_nodes(ZELDATA* db)
 void look_at_matrices(ZELDATA* db)
 {
     const int modes = ZEL_ModeCount(db);
-    const int entries[] = {ZEL_NumberOfGenStiff(db), ZEL_NumberOfGenMass(db), ZEL_NumberOfGenDamp(db)};
-    int (*const sparse[])(ZELDATA*, int*, int*, double*) = {ZEL_GenStiffSparse, ZEL_GenMassSparse, ZEL_GenDampSparse};
-    int (*const full[])(ZELDATA*, double*, int) = {ZEL_GenStiffFull, ZEL_GenMassFull, ZEL_GenDampFull};
-    for (size_t i = 0; i < 3; ++i)
-    {
-        std::vector<int> rows(size_t(entries[i]) + 1), columns(rows.size());
-        std::vector<double> values(rows.size());
-        sparse[i](db, rows.data(), columns.data(), values.data());
-    }
     std::vector<double> matrix((6 + size_t(modes)) * (6 + size_t(modes)));
     std::vector<int> numbers(size_t(modes) + 1);
     for (int mode = 0; mode < modes; ++mode)
         numbers[size_t(mode)] = ZEL_ModeNumber(db, mode);
-    for (auto query : full)
-        query(db, matrix.data(), modes);
-    ZEL_GenStiffSelected(db, matrix.data(), numbers.data(), modes);
-    ZEL_GenMassSelected(db, matrix.data(), numbers.data(), modes);
-    ZEL_GenDampPrincipalAndSelected(db, matrix.data(), numbers.data(), modes);
+    for (const auto& [count, sparse] : {std::pair(&ZEL_NumberOfGenStiff, &ZEL_GenStiffSparse),
+                                        {ZEL_NumberOfGenMass, ZEL_GenMassSparse},
+                                        {ZEL_NumberOfGenDamp, ZEL_GenDampSparse}})
+    {
+        std::vector<int> rows(size_t(count(db)) + 1), columns(rows.size());
+        std::vector<double> values(rows.size());
+        sparse(db, rows.data(), columns.data(), values.data());
+    }
+    for (auto full : {ZEL_GenStiffFull, ZEL_GenMassFull, ZEL_GenDampFull})
+        full(db, matrix.data(), modes);
+    for (auto selected : {ZEL_GenStiffSelected, ZEL_GenMassSelected, ZEL_GenDampPrincipalAndSelected})
+        selected(db, matrix.data(), numbers.data(), modes);
     ZEL_Transformation(db, matrix.data());
-    ZEL_ReadGeneralizedStiffness(db);
-    ZEL_ReadGeneralizedMass(db);
-    ZEL_ReadGeneralizedDamping(db);
+    for (auto read : {ZEL_ReadGeneralizedStiffness, ZEL_ReadGeneralizedMass, ZEL_ReadGeneralizedDamping})
+        read(db);
 }
 
 void look_at_faces_and_loads(ZELDATA* db)
@@ -64,8 +61,8 @@ void look_at_faces_and_loads(ZELDATA* db)
     ZEL_FaceListSize(db, &faces, &length);
     std::vector<int> list(size_t(length) + 1);
     ZEL_ElementFaces(db, list.data());
-    std::free(ZEL_InterfaceNodes(db, &count));
-    std::free(ZEL_InterfaceNodeIDs(db, &count));
+    for (auto nodes : {ZEL_InterfaceNodes, ZEL_InterfaceNodeIDs})
+        std::free(nodes(db, &count));
     std::free(ZEL_GetModalPreload(db, &count));
     const int cases = ZEL_GetModalLoadCaseCount(db);
     for (int load : {-1, 0, cases - 1, cases})
@@ -91,8 +88,8 @@ void look_at_modes(ZELDATA* db)
         std::vector<float> narrow(vector.size());
         for (int number : {0, ZEL_ModeNumber(db, 0), ZEL_ModeNumber(db, modes - 1), INT_MAX})
         {
-            ZEL_Mode(db, number, kind, vector.data(), 0);
-            ZEL_Mode(db, number, kind, vector.data(), 1);
+            for (int part : {0, 1})
+                ZEL_Mode(db, number, kind, vector.data(), part);
             ZEL_ModeByNode(db, number, kind, ZEL_ModeNodeID(db, kind, 0), record, 0);
             ZEL_Read_Mode_Double(db, number, kind, vector.data());
             ZEL_Read_Mode_Single(db, number, kind, narrow.data());
@@ -139,13 +136,6 @@ void look_around(ZELDATA* db)
     std::free(ZEL_GeometryNodes(db, &count));
 }
 
-void print_blocks(ZELDATA* db, FILE* report)
-{
-    for (int number = 0; number <= 33; ++number)
-        ZEL_Contents(db, number, report);
-    std::fflush(report);
-}
-
 size_t below(size_t end, std::mt19937& random)
 {
     return end == 0 ? 0 : random() % end;
@@ -167,8 +157,8 @@ void exercise(ZELDATA* db, FILE* report)
     look_at_matrices(db);
     look_at_faces_and_loads(db);
     look_at_modes(db);
-    if (report)
-        print_blocks(db, report);
+    for (int number = 0; report && number <= 33; ++number)
+        ZEL_Contents(db, number, report);
     look_at_the_whole_body(db);
     look_around(db);
     for (int index = -1; index < 33; ++index)

@@ -261,3 +261,19 @@ SampleFile sample_file(FileFormat format)
     blocks[32] = tensors_block(file, 2, sample::strain_node_ids);
     return file;
 }
+
+std::vector<SampleFile> reduced_samples()
+{
+    std::vector<SampleFile> files;
+    for (const FileFormat& format : all_formats())
+    {
+        SampleFile file = sample_file(format);
+        files.push_back(file);
+        for (int block : {7, 14, 0, 8, 0, 16, 18, 27, 28, 29, 31, 32, 0, 12, 13, 15, 0})
+            if (block > 0)
+                file.blocks.erase(block);
+            else
+                files.push_back(file);
+    }
+    return files;
+}

@@ -55,6 +55,10 @@ struct SampleFile
 // The body with all blocks that the version can hold (10, 20, 30 and 31: up to 18), both kinds of faces among them.
 SampleFile sample_file(FileFormat format);
 
+// This body in every format, whole and reduced to the blocks that other paths of the reader need: without eigenvalues and faces;
+// with stress modes first; with matrices to tell the number of modes; without modes.
+std::vector<SampleFile> reduced_samples();
+
 // Blocks of the body for the nodes of a list. What a node lacks is zero.
 std::string nodes_block(const SampleFile& file, const std::vector<int>& ids);
 std::string masses_block(const SampleFile& file, const std::vector<int>& ids);

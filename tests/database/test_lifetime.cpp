@@ -40,17 +40,6 @@ TEST_F(Lifetime, CreationThatFailsLeavesTheListAlone)
     zel::failing_allocation = -1;
 }
 
-TEST_F(Lifetime, OnlyANameThatOpensGivesADatabase)
-{
-    const TemporaryFolder folder;
-    ZEL_Create(0, 0); // has no name to compare with
-    EXPECT_EQ(errors_of([&] {
-                  EXPECT_EQ(ZEL_CreateFromZEL(nullptr), nullptr);
-                  EXPECT_EQ(ZEL_CreateFromZEL(folder.path("absent").c_str()), nullptr);
-              }),
-              "");
-}
-
 TEST_F(Lifetime, TemporaryStreamsGoWithTheirDatabase)
 {
     const TemporaryFolder folder;

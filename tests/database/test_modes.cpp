@@ -19,7 +19,7 @@ using Six = std::array<double, 6>;
 
 namespace
 {
-class Modes : public ZelTest
+class Modes : public FileTest
 {
 protected:
     void SetUp() override { testing::internal::CaptureStdout(); } // paths of temporary files
@@ -29,8 +29,7 @@ protected:
         zel::refuse_mapping = zel::refuse_reservation = false;
         testing::internal::GetCapturedStdout();
     }
-    TemporaryFolder folder_;
-    Environment tmp_{"TMP", folder_.folder().c_str()};
+    Environment tmp_{"TMP", folder.folder().c_str()};
 };
 
 // The plain model of a database's vectors: [kind, mode number, node id].
@@ -139,10 +138,10 @@ TEST_F(Modes, LieAtTheStatedOffsets)
     EXPECT_EQ(value_at(stresses, 5 * 48 + 24), 0.25); // mode index 1, stress position 0
     EXPECT_EQ(value_at(stresses, 5 * 48 + 48 + 40), 0.5);
     EXPECT_EQ(std::count(shapes.begin(), shapes.end(), '\0'), std::ptrdiff_t(shapes.size()) - 11);
-    EXPECT_EQ(folder_.open_files(), 2u);
-    EXPECT_TRUE(folder_.files().empty()); // however the process ends, nothing stays
+    EXPECT_EQ(folder.open_files(), 2u);
+    EXPECT_TRUE(folder.files().empty()); // however the process ends, nothing stays
     ZEL_UnLink(db);
-    EXPECT_EQ(folder_.open_files(), 0u);
+    EXPECT_EQ(folder.open_files(), 0u);
 }
 
 TEST_F(Modes, OfOneNumberAreReadOnce)
@@ -215,7 +214,7 @@ TEST_F(Modes, WithNumberZeroOfStressAndStrainArePreloads)
         ASSERT_EQ(ZEL_SetMode(db, 0, id, ZEL_MODAL_STRAIN, id, 0, 0, 0, 0, 0.1), 1);
     ASSERT_EQ(ZEL_SetModeEntry(db, 0, 1, ZEL_MODAL_STRAIN, 1, 2.5), 1);
     EXPECT_EQ(db->mode_count, 0);
-    EXPECT_TRUE(folder_.files().empty());
+    EXPECT_TRUE(folder.files().empty());
     const std::vector<double> doubles = whole_vector(db, 0, ZEL_MODAL_STRAIN);
     const std::vector<double> expected = {7, 0, 0, 0, 0, 0.1, 3, 0,   0, 0, 0, 0.1,
                                           9, 0, 0, 0, 0, 0.1, 0, 2.5, 0, 0, 0, 0};
@@ -291,7 +290,7 @@ TEST_F(Modes, NeedAFileThatCanBeWritten)
     ZEL_SetNodalMass(db, 1, 2.0);
     for (int kind = 0; kind < 3; ++kind)
     {
-        const std::string path = folder_.path("missing/file");
+        const std::string path = folder.path("missing/file");
         {
             Environment variable(variables[kind], path.c_str());
             expect_no_file(db, kind,
@@ -306,8 +305,8 @@ TEST_F(Modes, NeedAFileThatCanBeWritten)
             const FileSizeLimit limit(100000);
             expect_no_file(db, kind,
                            "ERROR:  Insufficient disk space for temporary " + subjects[kind] + " file" +
-                               (kind == 0 ? "  " : " ") + folder_.folder());
-            EXPECT_EQ(folder_.open_files(), size_t(kind));
+                               (kind == 0 ? "  " : " ") + folder.folder());
+            EXPECT_EQ(folder.open_files(), size_t(kind));
         }
         ASSERT_EQ(ZEL_SetMode(db, 1, 1, kind, 1, 2, 3, 4, 5, 6), 1);
     }
@@ -317,7 +316,7 @@ TEST_F(Modes, NeedAFileThatCanBeWritten)
 // Also of two processes: neither ever opens the other's file.
 TEST_F(Modes, OfTwoDatabasesUnderOnePathStayApart)
 {
-    const std::string path = folder_.path("shapes"), old = folder_.path("old");
+    const std::string path = folder.path("shapes"), old = folder.path("old");
     write_bytes(old, "old");
     ASSERT_EQ(symlink(old.c_str(), path.c_str()), 0);
     const Environment variable("VXR_TMP_MOD", path.c_str());
@@ -336,12 +335,12 @@ TEST_F(Modes, OfTwoDatabasesUnderOnePathStayApart)
     EXPECT_EQ(bytes_of(old), "old");
     write_bytes(path, "somebody else's"); // by now
     ZEL_Terminate();
-    EXPECT_EQ(folder_.files(), (std::vector<std::string>{"old", "shapes"}));
+    EXPECT_EQ(folder.files(), (std::vector<std::string>{"old", "shapes"}));
 }
 
 TEST_F(Modes, NeverTakeANameThatCannotBeFreed)
 {
-    const std::string pipe = folder_.path("pipe"), inner = folder_.path("inner");
+    const std::string pipe = folder.path("pipe"), inner = folder.path("inner");
     ASSERT_TRUE(mkfifo(pipe.c_str(), 0600) == 0 && mkdir(inner.c_str(), 0700) == 0);
     for (const std::string& path : {inner, pipe})
     {
@@ -355,18 +354,15 @@ TEST_F(Modes, NeverTakeANameThatCannotBeFreed)
 // A body that was read keeps the vectors of its file; a kind that the file lacks can be set, for all of its nodes.
 TEST_F(Modes, OfAFileCannotBeSet)
 {
-    const std::string path = folder_.path("body.zel");
     ZELDATA* built = ZEL_Create(3, 1);
     for (int id : {1, 2, 3})
     {
         ZEL_SetNodeCoordinates(built, id, 1, id, 0);
         ZEL_SetMode(built, 1, id, ZEL_MODE_SHAPE, id, 0, 0, 0, 0, 0);
     }
-    ASSERT_EQ(ZEL_write_ZEL(built, path.c_str()), 1);
+    ZELDATA* db = rewrite(built, "");
     ZEL_UnLink(built);
-    ZELDATA* db = ZEL_CreateFromZEL(path.c_str());
-    ASSERT_NE(db, nullptr);
-    const std::string file = bytes_of(path);
+    const std::string path = db->zel_file.name, file = bytes_of(path);
     const std::vector<double> shape = whole_vector(db, 1, ZEL_MODE_SHAPE);
     const std::string text = errors_of([&] {
         EXPECT_EQ(ZEL_SetMode(db, 1, 1, ZEL_MODE_SHAPE, 9, 9, 9, 9, 9, 9), 0);
@@ -379,7 +375,7 @@ TEST_F(Modes, OfAFileCannotBeSet)
     EXPECT_EQ(whole_vector(db, 1, ZEL_MODAL_STRESS)[6], 1.0);
     EXPECT_EQ(whole_vector(db, 1, ZEL_MODE_SHAPE), shape);
     ZEL_UnLink(db);
-    EXPECT_EQ(folder_.files(), std::vector<std::string>{"body.zel"});
+    EXPECT_EQ(folder.files(), std::vector<std::string>{"body1.zel"});
     EXPECT_EQ(bytes_of(path), file);
 }
 
@@ -397,11 +393,11 @@ TEST_F(Modes, AreReplacedAsAWholeOrNotAtAll)
         EXPECT_EQ(replacement.write(0, 2, 2, values), 0); // only three nodes
         EXPECT_EQ(replacement.write(1, 0, 1, values), 0);
         ASSERT_EQ(replacement.write(0, 0, 1, values), 1);
-        EXPECT_EQ(folder_.open_files(), 2u);
+        EXPECT_EQ(folder.open_files(), 2u);
         if (install)
             replacement.install();
     }
-    EXPECT_EQ(folder_.open_files(), 1u);
+    EXPECT_EQ(folder.open_files(), 1u);
     EXPECT_EQ(whole_vector(db, 1, 0), (std::vector<double>{10, 20, 30, 40, 50, 60})); // in current units
     EXPECT_EQ(db->mode_record_nodes[0], 3);
 }

@@ -11,7 +11,7 @@
 
 namespace
 {
-class Nodes : public ZelTest
+class Nodes : public FileTest
 {
 protected:
     std::mt19937 random_{11};
@@ -165,7 +165,6 @@ TEST_F(Nodes, KeepTheirMeaningWhenTheySwapPlaces)
 // file do not move.
 TEST_F(Nodes, TakeTheirShapesAlongWhenTheySwapPlaces)
 {
-    const TemporaryFolder folder;
     ZELDATA* db = ZEL_Create(3, 2);
     for (int id = 1; id <= 3; ++id)
     {
@@ -188,9 +187,7 @@ TEST_F(Nodes, TakeTheirShapesAlongWhenTheySwapPlaces)
     ASSERT_TRUE(ZEL_ModeByNode(db, 5, 0, 1, rotation, 1));
     EXPECT_EQ(rotation[2], 1.0);
     EXPECT_EQ(ZEL_NodeIndex(db, 1), 2);
-    const Environment options("VXR_ZELWRITE_OPTIONS", "no_ortho");
-    output_of([&] { ASSERT_TRUE(ZEL_write_ZEL(db, folder.path("body.zel").c_str())); });
-    db = ZEL_CreateFromZEL(folder.path("body.zel").c_str());
+    db = rewrite(db, "no_ortho");
     EXPECT_EQ(errors_of([&] { ZEL_SwapNodesByID(db, 1, 3); }).rfind("ERROR:  Nodes 1 and 3 cannot trade places", 0),
               0u);
     EXPECT_EQ(ZEL_NodeIndex(db, 1), 2);

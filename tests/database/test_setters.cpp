@@ -4,7 +4,6 @@
 #include "database/record.h"
 
 #include <cmath>
-#include <cstddef>
 #include <functional>
 #include <limits>
 #include <map>
@@ -211,50 +210,24 @@ TEST_F(Setters, GrowLoadsWithCasesAndModes)
 
 namespace
 {
-// All that a record holds, as text: counts, flags and the contents of every table.
-std::string contents_of(const ZELDATA* db)
+// All that a record holds, as text: what is reported of its blocks, and what is not.
+std::string contents_of(ZELDATA* db)
 {
-    std::string text;
-    const auto add = [&text](const void* values, size_t bytes) {
-        text += std::to_string(bytes) + ':' + std::string(static_cast<const char*>(values), values ? bytes : 0);
-    };
-    const auto table = [&](const auto* values, int count) {
-        text += values ? "+" : "-";
-        add(values, values ? size_t(count) * sizeof *values : 0);
-    };
-    for (int count :
-         {db->node_count, db->mode_count, db->mode_node_count[0], db->mode_node_count[1], db->mode_node_count[2],
-          db->face_count, db->face_list_length, db->interface_count, db->load_case_count, db->non_diagonal,
+    std::string text(db->content_flags, sizeof db->content_flags);
+    for (int block = 1; block <= ZEL_BLOCKS; ++block)
+        text += report_of(db, block);
+    for (int value :
+         {db->mode_count, db->mode_node_count[0], db->mode_node_count[1], db->mode_node_count[2], db->non_diagonal,
           db->non_unit_mass, db->principal_axes_done, db->pre_stress_capacity, db->pre_strain_capacity,
-          db->mode_record_nodes[0], db->mode_record_nodes[1]})
-        add(&count, sizeof count);
-    table(db->content_flags, 100);
-    table(db->title, 544); // and the texts behind it
-    for (int node = 0; node < db->node_count; ++node)
-    {
-        add(&db->nodes[node], offsetof(ZELNODE, inertia));
-        table(db->nodes[node].inertia, 6);
-    }
-    for (const ZELMATRIX* matrix : {&db->mass, &db->stiffness, &db->damping})
-        table(matrix->entries, matrix->count);
-    table(db->mode_ids, db->mode_count);
-    add(db->face_list, size_t(db->face_list_length) * sizeof(int));
-    add(db->interface_nodes, size_t(db->interface_count) * sizeof(int));
-    for (int i = 0; i < db->load_case_count; ++i)
-    {
-        table(db->load_cases[i].label, 256);
-        table(db->load_cases[i].values, db->mode_count);
-    }
-    text += db->load_cases ? "loads" : "none";
-    table(db->modal_preload, db->mode_count);
-    table(db->pre_stress, db->pre_stress_capacity);
-    table(db->invar1, 1);
-    table(db->invar3, 3 * db->invar_modes);
-    table(db->invar_origin, 10);
-    table(db->total_mass != 0.0 ? &db->total_mass : nullptr, 13);
-    for (const ZELSTREAM* stream : {&db->mode_file, &db->stress_file, &db->strain_file})
-        text += stream->file ? "open" : "closed";
-    return text;
+          db->mode_record_nodes[0], db->mode_record_nodes[1], db->load_case_count, db->interface_count})
+        text += std::to_string(value) + ' ';
+    for (const void* owned :
+         {static_cast<const void*>(db->load_cases), static_cast<const void*>(db->modal_preload),
+          static_cast<const void*>(db->pre_stress), static_cast<const void*>(db->invar1),
+          static_cast<const void*>(db->invar3), static_cast<const void*>(db->mode_file.file),
+          static_cast<const void*>(db->stress_file.file), static_cast<const void*>(db->strain_file.file)})
+        text += owned ? '+' : '-';
+    return text + std::string(db->invar_origin, sizeof db->invar_origin);
 }
 } // namespace
 

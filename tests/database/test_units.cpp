@@ -32,7 +32,7 @@ std::string labels_of(const ZELDATA* db)
 }
 } // namespace
 
-using Units = ZelTest;
+using Units = FileTest;
 
 TEST_F(Units, FactorsComeFromTheOwnTableOnly)
 {
@@ -203,31 +203,26 @@ void expect_reals(const char* what, const double* values, int count, int block, 
 // A file with every block, in one encoding; half of the mode vectors are read before the change.
 TEST_F(Units, EveryBlockOfAFileIsScaledByItsDimension)
 {
-    const TemporaryFolder folder;
     SampleFile file = sample_file(format_of_version(60));
-    FileBuilder eigenvalues = file.build();
-    eigenvalues.integer(3);
+    FileBuilder eigenvalues = file.build().integer(3);
     for (int mode = 0; mode < 3; ++mode) // the first one is rigid, the last one infinite
     {
-        eigenvalues.integer(sample::mode_numbers[size_t(mode)]);
-        const double hertz = mode == 0 ? 0.05 : 130.0;
-        eigenvalues.reals({mode == 2 ? 1.2345e20 : sample::real(7, mode), hertz, 6.0 * hertz, sample::real(7, 3),
-                           sample::real(7, 4)});
+        const double value = mode == 2 ? 1.2345e20 : sample::real(7, mode), hertz = mode == 0 ? 0.05 : 130.0;
+        eigenvalues.integer(sample::mode_numbers[size_t(mode)])
+            .reals({value, hertz, 6.0 * hertz, sample::real(7, 3), sample::real(7, 4)});
     }
     file.blocks[ZEL_BLOCK_EIGENVALUES] = eigenvalues.bytes;
-    write_bytes(folder.path("body.zel"), file.bytes());
     for (bool projected : {true, false})
     {
-        ZELDATA* other = ZEL_CreateFromZEL(folder.path("body.zel").c_str());
+        ZELDATA* other = open(file);
         ASSERT_TRUE(other);
         other->damping_projected = projected;
         ASSERT_TRUE(ZEL_SetUnits(other, "kg", "m", "ms", "kN"));
         for (int entry = 0; entry < 4; ++entry)
             expect_reals("damping", &other->damping.entries[entry].value, 1, 15, entry,
                          projected ? kT / kL * kF : kEnergy * kT);
-        ZEL_UnLink(other);
     }
-    ZELDATA* db = ZEL_CreateFromZEL(folder.path("body.zel").c_str());
+    ZELDATA* db = open(file);
     ASSERT_TRUE(db);
     double vector[18];
     EXPECT_TRUE(ZEL_Mode(db, 7, 0, vector, 0) && ZEL_Mode(db, 7, 1, vector, 0));
@@ -324,13 +319,11 @@ TEST_F(Units, AModeAddedLaterHasTheMassThatAllOthersAreAssumedToHave)
 // Units, loads and factors that a database had before it is read are not those of the file.
 TEST_F(Units, OfADatabaseThatIsReadAreThoseOfTheFile)
 {
-    const TemporaryFolder folder;
-    write_bytes(folder.path("body.zel"), sample_file(format_of_version(60)).bytes());
-    ZELDATA *touched = ZEL_Create(0, 0), *fresh = ZEL_CreateFromZEL(folder.path("body.zel").c_str());
+    ZELDATA *touched = ZEL_Create(0, 0), *fresh = open(sample_file(format_of_version(60)));
     ZEL_SetUnits(touched, "kg", "m", "s", "N");
     ZEL_SetUnits(touched, "kg", "mm", "ms", "N");
     ZEL_SetModalLoadLabel(touched, 0, "mine");
-    ASSERT_TRUE(ZEL_ReadZEL(touched, std::fopen(folder.path("body.zel").c_str(), "rb"), nullptr));
+    ASSERT_TRUE(ZEL_ReadZEL(touched, std::fopen(fresh->zel_file.name, "rb"), nullptr));
     ASSERT_EQ(touched->load_case_count, 2);
     EXPECT_STREQ(touched->load_cases[0].label, "gravity");
     EXPECT_EQ(labels_of(touched), labels_of(fresh));

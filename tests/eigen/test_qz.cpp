@@ -167,19 +167,6 @@ TEST(Qz, FindsWhatAnotherSolverFinds)
     }
 }
 
-// A chain of n equal masses between walls has the eigenvalues 4 k/m sin^2(j pi / (2 n + 2)).
-TEST(Qz, FindsTheFrequenciesOfASpringChain)
-{
-    const int n = 30;
-    const double k = 250.0, m = 0.5;
-    MatrixXd stiffness = 2.0 * k * MatrixXd::Identity(n, n);
-    stiffness.diagonal(1).setConstant(-k);
-    stiffness.diagonal(-1).setConstant(-k);
-    const VectorXd angle = VectorXd::LinSpaced(n, 1, n) * std::acos(-1.0) / (2 * n + 2);
-    const VectorXd expected = 4.0 * k / m * angle.array().sin().square();
-    EXPECT_LT(distance_of_spectra(solve(stiffness, m * MatrixXd::Identity(n, n)), expected.cast<Complex>()), 1e-13);
-}
-
 // A step to the next place of a circle: its eigenvalues lie on the unit circle, where every plain shift goes in circles too.
 TEST(Qz, FindsTheRootsOfUnity)
 {
@@ -238,20 +225,6 @@ TEST(Qz, SurvivesADefectivePair)
     EXPECT_LT((s.eigenvalues().array() - 2.0).abs().maxCoeff(), 1e-3);
     find_vectors(s);
     EXPECT_LT(residual(a, b, s), 1e-12);
-}
-
-// x' = A x turns the plane at rate w and shrinks it at rate d: lambda = -d +- i w.
-TEST(Qz, OrdersComplexPairsByTheirImaginaryPart)
-{
-    const double d = 0.25, w = 3.0;
-    MatrixXd a(3, 3), b = diagonal({2.0, 2.0, -1.0});
-    a << -2.0 * d, -2.0 * w, 0, 2.0 * w, -2.0 * d, 0, 0, 0, 7;
-    const Solution s = solve(a, b);
-    EXPECT_NEAR(std::abs(s.eigenvalues()[0] - Complex(-d, w)), 0.0, 1e-14);
-    EXPECT_NEAR(std::abs(s.eigenvalues()[1] - Complex(-d, -w)), 0.0, 1e-14);
-    EXPECT_EQ(s.real[2], -7.0); // the sign of B's element goes to alpha
-    EXPECT_EQ(s.beta[2], 1.0);
-    expect_eigenpairs(a, b);
 }
 
 TEST(Qz, LeavesDiagonalPairsAsTheyAre)

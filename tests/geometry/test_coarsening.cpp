@@ -110,17 +110,6 @@ TEST_F(Coarsening, MakesABoxOfSixFaces)
     EXPECT_DOUBLE_EQ(volume(), 24.0);
 }
 
-TEST_F(Coarsening, KeepsAFlatSidedBodyAtEveryResolution)
-{
-    for_all_settings([this] { add_block(8, 8, 8); },
-                     [this](double resolution, double angle, bool) {
-                         if (angle == 45.0 || resolution == 50.0)
-                             return;
-                         EXPECT_NEAR(volume(), 512.0, 1e-9);
-                         EXPECT_LE(db->face_count, 50);
-                     });
-}
-
 TEST_F(Coarsening, KeepsTheHoleOfABlock)
 {
     for_all_settings([this] { add_block_with_hole(); },

@@ -48,25 +48,19 @@ TEST(System, IsNamedWithItsVersion)
 // Each zone is named the wrong way round by its rule: UTC-5:30 lies east of Greenwich.
 TEST(LocalTime, CarriesItsOffsetFromUniversalTime)
 {
-    const struct
+    for (const auto& [zone, offset, shift] : {std::tuple<const char*, std::string, std::string>("UTC0", "+0000", "0"),
+                                              {"AAA-5:30", "+0530", "19800"},
+                                              {"BBB3:30", "-0330", "-12600"},
+                                              {"CCC0:30", "+0030", "-1800"}})
     {
-        const char *zone, *offset, *seconds;
-    } cases[] = {{"UTC0", "+0000", "0"},
-                 {"AAA-5:30", "+0530", "19800"},
-                 {"BBB3:30", "-0330", "-12600"},
-                 {"CCC0:30", "+0030", "-1800"}};
-    for (const auto& zone : cases)
-    {
-        Environment local("TZ", zone.zone);
-        const std::string both = time_text(11), offset = zone.offset;
+        Environment local("TZ", zone);
+        const std::string both = time_text(11), seconds = "tz_value(" + shift + ")";
         EXPECT_EQ(shape_of(both), "9999-99-99 99:99 " + shape_of(offset));
-        EXPECT_EQ(both.substr(both.size() - 5), offset);
+        EXPECT_TRUE(both.ends_with(offset)) << both;
         const std::string printed = output_of([] { time_text(-2); });
-        EXPECT_EQ(shape_of(printed),
-                  shape_of("%utl_23-v-val, GMT = 0000-00-00 00:00, tz_value(" + std::string(zone.seconds) +
-                           ")\n%utl_23-v-val, Loc = 0000-00-00 00:00 " + offset + "\n"));
-        EXPECT_NE(printed.find("tz_value(" + std::string(zone.seconds) + ")"), std::string::npos);
-        EXPECT_NE(printed.find(" " + offset + "\n"), std::string::npos);
+        EXPECT_EQ(shape_of(printed), shape_of("%utl_23-v-val, GMT = 0000-00-00 00:00, " + seconds +
+                                              "\n%utl_23-v-val, Loc = 0000-00-00 00:00 " + offset + "\n"));
+        EXPECT_TRUE(printed.find(seconds) != printed.npos && printed.ends_with(" " + offset + "\n")) << printed;
         EXPECT_EQ(time_text(1).size(), 10u);
         EXPECT_EQ(time_text(2).size(), 11u);
     }

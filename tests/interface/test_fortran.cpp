@@ -257,8 +257,8 @@ TEST_F(Fortran, CurrentDatabaseComesAndGoes)
 
 TEST_F(Fortran, ReadsAFileUnderItsExactName)
 {
-    const std::string path = folder.path("body.zel"), padded = path + "  ";
-    write_bytes(path, sample_file(format_of_version(60)).bytes());
+    const std::string path = open(sample_file(format_of_version(60)))->zel_file.name, padded = path + "  ";
+    ZEL_Terminate();
     create(1, 1);
     ZELDATA* const before = current();
     ZEL_CREATE_FROM_ZEL(padded.c_str(), int(path.size()), &ierr);
@@ -358,10 +358,8 @@ TEST_F(Fortran, TransformationToSelectedModesKeepsTheRowsOfNewModes)
     EXPECT_EQ(errors_of([&] { ZEL_GET_TRANSFORM_TO_SELMOD(nullptr, selected, &two, &ierr); }),
               "ERROR:  NULL argument T passed into ZEL_GET_TRANSFORM_TO_SELMOD\nERROR:  \n");
     EXPECT_EQ(ierr, 1);
-    EXPECT_EQ(errors_of([&] {
-                  ZEL_GET_TRANSFORM_TO_SELMOD(t, selected, &two, &ierr);
-              }).rfind("ERROR:  Invalid mode count found at line ", 0),
-              0u);
+    errors = errors_of([&] { ZEL_GET_TRANSFORM_TO_SELMOD(t, selected, &two, &ierr); });
+    EXPECT_TRUE(reported("Invalid mode count found at line ")) << errors;
     EXPECT_EQ(ierr, 1);
     for (int number : {10, 20, 30})
         ZEL_AddMode(current(), number);

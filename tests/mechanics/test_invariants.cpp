@@ -7,7 +7,6 @@
 
 #include <cmath>
 #include <functional>
-#include <map>
 #include <numeric>
 
 static const std::vector<int> kNumbers = {1, 2, 3, 4, 5, 7, 8, 9};
@@ -95,28 +94,6 @@ TEST_F(InvariantsOf, PointMassesAreTheirSums)
             expect_symmetries(db);
             ZEL_UnLink(db);
         }
-}
-
-// Whole numbers, of which no plain sum is rounded, with masses of both signs. Only the Gram matrix behind invariants 5 and 9
-// takes roots of the masses.
-TEST_F(InvariantsOf, WholeNumbersAreExact)
-{
-    Assembly body = random_assembly(50, 4, 9u, false);
-    const auto round = [](double& value) { value = std::floor(10.0 * value); };
-    for (Point& point : body.points)
-    {
-        round(point.mass);
-        std::for_each(point.s.begin(), point.s.end(), round);
-    }
-    for (auto& mode : body.modes)
-        for (auto& values : mode)
-            std::for_each(values.begin(), values.end(), round);
-    ZELDATA* db = database_of(body);
-    for (int number : kNumbers)
-        if (number == 5 || number == 9)
-            expect_near(library_invariant(db, number), defined_invariant(body, number), 1e-14);
-        else
-            EXPECT_EQ(library_invariant(db, number), defined_invariant(body, number)) << number;
 }
 
 // ---- Laws -----------------------------------------------------------------------------------------------------------
@@ -221,61 +198,47 @@ static Assembly sample_assembly()
     return body;
 }
 
-// Summed over the file's mode shapes, stored as blocks and read again, in current units.
+// Summed over the file's mode shapes, and read from its blocks where these are all that is known, in current units.
 TEST_F(InvariantsOf, AFileAreSummedAndReadInEveryEncoding)
 {
+    const Assembly body = sample_assembly();
     for (const FileFormat& format : all_formats())
     {
         if (format.version < 60)
             continue;
         SCOPED_TRACE(format.name());
-        const Assembly body = sample_assembly();
-        SampleFile file = sample_file(format);
+        SampleFile file = sample_file(format), massless = file;
         FileBuilder masses = file.build().integers({int(body.points.size()), 1});
         for (int id : sample::shape_node_ids)
             masses.integer(id).real(sample::mass(id));
         file.blocks[ZEL_BLOCK_MASSES] = masses.bytes;
-        file.blocks.erase(ZEL_BLOCK_INERTIAS);
+        for (SampleFile* either : {&file, &massless})
+            either->blocks.erase(ZEL_BLOCK_INERTIAS);
+        massless.blocks.erase(ZEL_BLOCK_MASSES);
         for (const zel::InvariantRow& row : zel::kInvariants)
             file.blocks.erase(row.block);
-        ZELDATA* db = open(file);
-        ASSERT_TRUE(db);
-        std::map<int, std::vector<double>> stored;
-        for (const zel::InvariantRow& row : zel::kInvariants)
-        {
-            FileBuilder block = file.build();
-            const std::vector<double> values = library_invariant(db, row.number);
-            // The sample's shapes are nearly parallel: their cross products are ten thousand times smaller than they are.
-            expect_near(values, defined_invariant(body, row.number), row.number == 5 ? 1e-11 : 1e-12);
-            if (row.modal)
-                block.integer(body.mode_count());
-            file.blocks[row.block] = block.reals(values).bytes;
-            stored[row.number] = values;
-        }
-        ZEL_UnLink(db);
-
-        file.blocks.erase(ZEL_BLOCK_MASSES); // now the blocks are all that is known
-        db = open(file);
-        ASSERT_TRUE(db);
+        ZELDATA *summed = open(file), *db = open(massless);
+        ASSERT_TRUE(summed && db);
         EXPECT_TRUE(zel::mass_data_suffices(db, zel::InvariantSet::all));
         ASSERT_EQ(ZEL_SetUnits(db, "GRAM", "METER", "SECOND", "NEWTON"), 1);
         zel::RigidInvariants rigid = {};
         ASSERT_EQ(zel::rigid_invariants(db, rigid), 1);
         EXPECT_EQ(db->invar7, nullptr);
         EXPECT_EQ(std::vector<double>(rigid.tensor, rigid.tensor + 9), library_invariant(db, 7));
-        EXPECT_NE(db->base_scale[0] * db->base_scale[1], 1.0);
         for (const zel::InvariantRow& row : zel::kInvariants)
         {
-            const int lengths = row.number == 1 ? 0 : row.number <= 3 ? 1 : 2; // 1 is a mass, 2 and 3 are first moments
-            const double factor = db->base_scale[0] * std::pow(db->base_scale[1], lengths);
-            expect_near(library_invariant(db, row.number), scaled(stored[row.number], factor),
-                        format.single ? 1e-7 : 1e-12);
+            // The sample's shapes are nearly parallel: their cross products are ten thousand times smaller than they are.
+            const std::vector<double> sums = library_invariant(summed, row.number);
+            expect_near(sums, defined_invariant(body, row.number), row.number == 5 ? 1e-11 : 1e-12);
+            const double factor = row.number == 1 ? 1e6 : row.number <= 3 ? 1e3 : 1.0; // Mg, Mg mm and Mg mm2
+            const std::vector<double> stored = sample::reals(row.block, 0, int(sums.size()));
+            expect_near(library_invariant(db, row.number), scaled(stored, factor), 1e-15);
         }
         db->file_flags[zel::flag_position(ZEL_BLOCK_INVAR9)] = 0;
         zel::drop_invariant(db, 9);
         EXPECT_FALSE(zel::mass_data_suffices(db, zel::InvariantSet::all));
         EXPECT_TRUE(zel::mass_data_suffices(db, zel::InvariantSet::fast));
-        ZEL_UnLink(db);
+        ZEL_Terminate();
     }
 }
 
@@ -291,20 +254,19 @@ TEST_F(InvariantsOf, ABlockForAnotherModeCountKeepWhatIsCommon)
         file.blocks[ZEL_BLOCK_INVAR9] = file.build().integer(file_modes).reals(nine).bytes;
         ZELDATA* db = open(file);
         ASSERT_TRUE(db);
-        EXPECT_EQ(errors_of([&] { std::free(ZEL_Invar5(db, 0)); }).rfind("ERROR:  nm!=ModeCount at line ", 0), 0u);
+        EXPECT_TRUE(errors_of([&] { std::free(ZEL_Invar5(db, 0)); }).starts_with("ERROR:  nm!=ModeCount at line "));
         errors_of([&] { std::free(ZEL_Invar9(db, 0, 0)); });
         const std::vector<double> read_five = library_invariant(db, 5), read_nine = library_invariant(db, 9);
         for (int i = 0; i < 3; ++i)
             for (int j = 0; j < 3; ++j)
-            {
-                const bool common = i < file_modes && j < file_modes;
-                for (int c = 0; c < 3; ++c)
-                    EXPECT_EQ(read_five[size_t((3 * i + c) * 3 + j)],
-                              common ? five[size_t((3 * i + c) * file_modes + j)] : 0.0);
                 for (int k = 0; k < 9; ++k)
+                {
+                    const bool common = i < file_modes && j < file_modes;
                     EXPECT_EQ(read_nine[size_t((3 * i + j) * 9 + k)],
                               common ? nine[size_t((file_modes * i + j) * 9 + k)] : 0.0);
-            }
+                    EXPECT_EQ(read_five[size_t((3 * i + k / 3) * 3 + j)],
+                              common ? five[size_t((3 * i + k / 3) * file_modes + j)] : 0.0);
+                }
         ZEL_UnLink(db);
     }
 }

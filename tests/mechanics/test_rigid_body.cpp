@@ -77,25 +77,22 @@ using RigidBody = FileTest;
 
 TEST_F(RigidBody, ModesAreCountedByFrequency)
 {
-    const struct
+    const std::pair<std::vector<double>, int> cases[] = {
+        {{0, 0, 0, 0, 0, 0, 25}, 6}, {{1, 2, 3}, 0},      {{0.05, 9, 11}, 2},
+        {{0.2, 1, 10001}, 2},        {{0, 0, 0}, 0},      {{0.05}, 0},
+        {{0, 1e-9, 3}, 1},           {{0.05, 10, 10}, 0}, {{1, -20000, 1}, 1},
+        {{0.05, -20, 1}, 0}};
+    for (const auto& [hertz, rigid] : cases)
     {
-        std::vector<double> hertz;
-        int rigid;
-    } cases[] = {{{0, 0, 0, 0, 0, 0, 25}, 6}, {{1, 2, 3}, 0},      {{0.05, 9, 11}, 2},
-                 {{0.2, 1, 10001}, 2},        {{0, 0, 0}, 0},      {{0.05}, 0},
-                 {{0, 1e-9, 3}, 1},           {{0.05, 10, 10}, 0}, {{1, -20000, 1}, 1},
-                 {{0.05, -20, 1}, 0}};
-    for (const auto& body : cases)
-    {
-        ZELDATA* db = ZEL_Create(1, int(body.hertz.size()));
-        db->eigenvalues = zel::allocate<ZELEIGEN>(int64_t(body.hertz.size()) + 1);
-        db->eigenvalue_count = int(body.hertz.size());
-        for (size_t mode = 0; mode < body.hertz.size(); ++mode)
+        ZELDATA* db = ZEL_Create(1, int(hertz.size()));
+        db->eigenvalues = zel::allocate<ZELEIGEN>(int64_t(hertz.size()) + 1);
+        db->eigenvalue_count = int(hertz.size());
+        for (size_t mode = 0; mode < hertz.size(); ++mode)
         {
             ZEL_AddMode(db, int(mode) + 1);
-            db->eigenvalues[mode].value[2] = body.hertz[mode];
+            db->eigenvalues[mode].value[2] = hertz[mode];
         }
-        EXPECT_EQ(ZEL_RigidBodyModeCount(db), body.rigid);
+        EXPECT_EQ(ZEL_RigidBodyModeCount(db), rigid);
     }
 }
 

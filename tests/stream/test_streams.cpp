@@ -15,7 +15,6 @@
 #include <csignal>
 #include <cstring>
 #include <filesystem>
-#include <limits>
 #include <random>
 
 using namespace zel;
@@ -69,15 +68,9 @@ template <typename Item> std::string bytes_of_libtirpc(const std::vector<Item>& 
 // Numbers with every awkward bit pattern, then random ones.
 std::vector<double> awkward_reals(size_t count)
 {
-    std::vector<double> reals = {0.0,
-                                 -0.0,
-                                 1.0,
-                                 -1.5e300,
-                                 std::numeric_limits<double>::infinity(),
-                                 -std::numeric_limits<double>::infinity(),
-                                 std::numeric_limits<double>::denorm_min(),
-                                 std::bit_cast<double>(0x7ff8dead'beef1234),
-                                 std::bit_cast<double>(0xfff8000000000001)};
+    std::vector<double> reals = {0.0, -0.0, 1.0, -1.5e300, HUGE_VAL, -HUGE_VAL, 5e-324};
+    for (uint64_t bits : {uint64_t(0x7ff8dead'beef1234), uint64_t(0xfff8000000000001)}) // not numbers
+        reals.push_back(std::bit_cast<double>(bits));
     std::mt19937_64 random(7);
     while (reals.size() < count)
         reals.push_back(std::ldexp(double(random()), int(random() % 60) - 90));

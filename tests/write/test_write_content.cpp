@@ -82,12 +82,8 @@ Range range_of(ZELDATA* read)
 
 TEST_F(WriteContent, ModesAreARunOfFrequencies)
 {
-    const struct
-    {
-        const char* options;
-        int massless; // mode without generalized mass, -1: none
-        Range expected;
-    } rows[] = {
+    const std::tuple<const char*, int, Range> rows[] = {
+        // options; mode without generalized mass, -1: none
         {"no_ortho", -1, {0, 4}},
         {"no_ortho highpass(15) lowpass(35)", -1, {1, 2}},
         {"no_ortho lowpass(20.5)", -1, {0, 2}},
@@ -97,17 +93,17 @@ TEST_F(WriteContent, ModesAreARunOfFrequencies)
         {"no_ortho highpass(35) lowpass(15)", -1, {0, 0}},
         {"no_ortho", 2, {0, 2}}, // a mode without mass ends the range
     };
-    for (const auto& row : rows)
+    for (const auto& [options, massless, expected] : rows)
     {
-        SCOPED_TRACE(row.options);
+        SCOPED_TRACE(options);
         ZELDATA* db = bar();
-        for (int mode = 0; mode < kModes && row.massless >= 0; ++mode)
-            ZEL_SetGeneralizedMass(db, kFirstNumber + mode, kFirstNumber + mode, mode == row.massless ? 0.0 : 1.0);
-        ZELDATA* read = rewrite(db, row.options);
-        EXPECT_EQ(range_of(read), row.expected);
+        for (int mode = 0; mode < kModes && massless >= 0; ++mode)
+            ZEL_SetGeneralizedMass(db, kFirstNumber + mode, kFirstNumber + mode, mode == massless ? 0.0 : 1.0);
+        ZELDATA* read = rewrite(db, options);
+        EXPECT_EQ(range_of(read), expected);
         EXPECT_EQ(ZEL_ModeCount(db), kModes); // memory keeps all of them
-        EXPECT_EQ(ZEL_Exists(read, ZEL_BLOCK_STATISTICS - 1), row.expected.second > 0);
-        EXPECT_EQ(read->modal_statistics_count, row.expected.second);
+        EXPECT_EQ(ZEL_Exists(read, ZEL_BLOCK_STATISTICS - 1), expected.second > 0);
+        EXPECT_EQ(read->modal_statistics_count, expected.second);
         EXPECT_EQ(ZEL_GetModalLoadCaseCount(read), 1);
     }
 }
@@ -379,34 +375,31 @@ TEST_F(WriteContent, PreStressAloneBringsABlockOfZeroVectors)
 TEST_F(WriteContent, InvariantsAreThoseOfTheNodes)
 {
     const Assembly body = random_assembly(40, 5, 3, true);
-    const struct
+    const std::tuple<const char*, const char*, std::vector<int>> rows[] = {
+        {"no_ortho full_invar", "Computing *all* invariants\n", {}},
+        {"no_ortho fast_invar", "Computing fast set of invariants\n", {5, 9}},
+        {"no_ortho empty", "Computing *rigid* invariants\n", {3, 4, 5, 8, 9}},
+        {"no_ortho", "", {1, 2, 3, 4, 5, 7, 8, 9}}};
+    const std::vector<double> mass = defined_invariant(body, 1), moment = defined_invariant(body, 2),
+                              tensor = defined_invariant(body, 7);
+    for (const auto& [options, announcement, missing] : rows)
     {
-        const char *options, *announcement;
-        std::vector<int> absent;
-    } rows[] = {{"no_ortho full_invar", "Computing *all* invariants\n", {}},
-                {"no_ortho fast_invar", "Computing fast set of invariants\n", {5, 9}},
-                {"no_ortho empty", "Computing *rigid* invariants\n", {3, 4, 5, 8, 9}},
-                {"no_ortho", "", {1, 2, 3, 4, 5, 7, 8, 9}}};
-    for (const auto& row : rows)
-    {
-        SCOPED_TRACE(row.options);
-        ZELDATA* read = rewrite(database_of(body), row.options);
-        EXPECT_TRUE(told(row.announcement));
+        SCOPED_TRACE(options);
+        ZELDATA* read = rewrite(database_of(body), options);
+        EXPECT_TRUE(told(announcement));
         EXPECT_EQ(errors.find("insufficient"), std::string::npos);
         for (int number : {1, 2, 3, 4, 5, 7, 8, 9})
         {
             const int block = number < 6 ? 18 + number : 17 + number;
-            const bool absent = std::count(row.absent.begin(), row.absent.end(), number);
+            const bool absent = std::count(missing.begin(), missing.end(), number);
             EXPECT_EQ(ZEL_Exists(read, block - 1), !absent) << number;
             if (!absent)
                 expect_near(library_invariant(read, number), defined_invariant(body, number), 1e-12);
         }
-        const std::vector<double> mass = defined_invariant(body, 1), moment = defined_invariant(body, 2);
         EXPECT_NEAR(read->total_mass, mass[0], 1e-12 * mass[0]);
-        for (int axis = 0; axis < 3; ++axis)
-            EXPECT_NEAR(read->center_of_mass[axis], moment[size_t(axis)] / mass[0], 1e-12);
-        EXPECT_NEAR(read->inertia_tensor[1], -defined_invariant(body, 7)[1],
-                    1e-12 * largest(defined_invariant(body, 7)));
+        for (size_t axis = 0; axis < 3; ++axis)
+            EXPECT_NEAR(read->center_of_mass[axis], moment[axis] / mass[0], 1e-12);
+        EXPECT_NEAR(read->inertia_tensor[1], -tensor[1], 1e-12 * largest(tensor));
     }
 }
 
