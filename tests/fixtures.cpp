@@ -194,3 +194,21 @@ std::string report_of(ZELDATA* db, int block)
     std::free(text);
     return report;
 }
+
+std::string state_of(ZELDATA* db)
+{
+    std::string state(db->content_flags, sizeof db->content_flags);
+    for (int block = ZEL_BLOCK_SUMMARY; block <= ZEL_BLOCKS; ++block)
+        state += report_of(db, block);
+    for (int kind = 0; kind < ZEL_MODE_KINDS; ++kind)
+        for (int i = 0; i < ZEL_ModeNodeCount(db, kind); ++i)
+            state += std::to_string(ZEL_ModeNodeID(db, kind, i)) + ' ';
+    for (int mode = 0; mode < ZEL_ModeCount(db); ++mode)
+        state += std::to_string(ZEL_ModeNumber(db, mode)) + ' ';
+    for (int value : {db->non_diagonal, db->non_unit_mass, db->principal_axes_done, db->load_case_count,
+                      db->interface_count, int(db->modal_preload != nullptr), int(db->invar1 != nullptr),
+                      int(db->invar3 != nullptr), int(db->mode_file.file != nullptr),
+                      int(db->stress_file.file != nullptr), int(db->strain_file.file != nullptr)})
+        state += std::to_string(value) + ' ';
+    return state + std::string(db->invar_origin, sizeof db->invar_origin);
+}

@@ -1,5 +1,5 @@
 // What the tests share: a clean list of databases, captured output, temporary folders and files, environment variables, failing
-// allocations.
+// allocations, and the headers of the standard library that most of them use.
 #ifndef FIXTURES_H
 #define FIXTURES_H
 
@@ -10,9 +10,17 @@
 
 #include <sys/resource.h>
 
+#include <algorithm>
+#include <cmath>
 #include <csignal>
 #include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <numeric>
 #include <optional>
+#include <random>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -148,6 +156,9 @@ std::vector<BlockTexts> block_texts();
 
 // The contents report of one block.
 std::string report_of(ZELDATA* db, int block);
+
+// Everything that a database tells of itself, and some that it keeps to itself. Differs when anything does.
+std::string state_of(ZELDATA* db);
 
 // A device that is always full, under this name. Not the system's own, which faulty code that runs with privileges would
 // take away; without privileges, a link to that.

@@ -8,12 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
-#include <cmath>
-#include <cstring>
-#include <map>
-#include <random>
 
 using Six = std::array<double, 6>;
 

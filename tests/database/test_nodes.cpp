@@ -3,11 +3,7 @@
 
 #include "database/record.h"
 
-#include <algorithm>
 #include <ctime>
-#include <map>
-#include <numeric>
-#include <random>
 
 namespace
 {

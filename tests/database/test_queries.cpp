@@ -3,7 +3,6 @@
 #include "exercise.h"
 #include "fixtures.h"
 
-#include <cmath>
 #include <initializer_list>
 
 using Numbers = std::vector<double>;

@@ -3,11 +3,7 @@
 
 #include "database/record.h"
 
-#include <cmath>
-#include <functional>
 #include <limits>
-#include <map>
-#include <numeric>
 
 namespace
 {
@@ -25,7 +21,8 @@ TEST_F(Setters, CutHeaderTextsAtTheirLengths)
     const struct
     {
         size_t longest;
-        const char *field, *heading, *label, *too_long;
+        const char* field;
+        std::string heading, label, too_long;
     } texts[] = {
         {127, db_->title, "title", "Title", "Title"},
         {127, db_->input_file_name, "input file name", "Name ", "Input file name"},
@@ -39,26 +36,25 @@ TEST_F(Setters, CutHeaderTextsAtTheirLengths)
         std::string given[6], kept[6], warnings, lines, printed;
         for (size_t i = 0; i < 6; ++i)
         {
-            const std::string size = std::to_string(texts[i].longest), longer = std::to_string(texts[i].longest + 1);
-            given[i] = std::string(texts[i].longest + too_much, char('a' + i));
-            given[i][3] = '\n';
-            kept[i] = given[i].substr(0, texts[i].longest);
-            kept[i][3] = ' ';
+            const auto& [longest, field, heading, label, too_long] = texts[i];
+            kept[i] = std::string(longest, char('a' + i)).replace(3, 1, " ");
+            given[i] = (kept[i] + std::string(too_much, 'z')).replace(3, 1, "\n");
             if (too_much)
-                warnings += std::string("WARNING:  ") + texts[i].too_long + " too big: max size " + size +
-                            ", specified size " + longer + ".\nWARNING:  Truncating " + texts[i].heading + ".\n";
-            lines += std::string(texts[i].label) + ": " + kept[i] + "\n";
+                warnings += "WARNING:  " + too_long + " too big: max size " + std::to_string(longest) +
+                            ", specified size " + std::to_string(longest + 1) + ".\nWARNING:  Truncating " + heading +
+                            ".\n";
+            lines += label + ": " + kept[i] + "\n";
         }
-        const auto set = [&, &g = given] {
-            ZEL_SetHeader(db_, g[0].data(), g[1].data(), g[2].data(), g[3].data(), g[4].data(), g[5].data());
-        };
-        EXPECT_EQ(errors_of([&] { printed = output_of(set); }), warnings);
+        errors = errors_of([&] {
+            printed = output_of([&] {
+                ZEL_SetHeader(db_, given[0].data(), given[1].data(), given[2].data(), given[3].data(), given[4].data(),
+                              given[5].data());
+            });
+        });
+        EXPECT_EQ(errors, warnings);
         EXPECT_EQ(printed, lines);
         for (size_t i = 0; i < 6; ++i)
-        {
-            EXPECT_EQ(given[i][3], ' '); // in the caller's text
-            EXPECT_EQ(texts[i].field, kept[i]);
-        }
+            EXPECT_TRUE(texts[i].field == kept[i] && given[i][3] == ' ') << i; // in the caller's text, too
     }
     output_of([&] { ZEL_SetHeader(db_, const_cast<char*>("constant"), nullptr, nullptr, nullptr, nullptr, nullptr); });
     EXPECT_STREQ(db_->title, "constant");
@@ -208,29 +204,6 @@ TEST_F(Setters, GrowLoadsWithCasesAndModes)
     EXPECT_EQ(db_->load_case_count, 3);
 }
 
-namespace
-{
-// All that a record holds, as text: what is reported of its blocks, and what is not.
-std::string contents_of(ZELDATA* db)
-{
-    std::string text(db->content_flags, sizeof db->content_flags);
-    for (int block = 1; block <= ZEL_BLOCKS; ++block)
-        text += report_of(db, block);
-    for (int value :
-         {db->mode_count, db->mode_node_count[0], db->mode_node_count[1], db->mode_node_count[2], db->non_diagonal,
-          db->non_unit_mass, db->principal_axes_done, db->pre_stress_capacity, db->pre_strain_capacity,
-          db->mode_record_nodes[0], db->mode_record_nodes[1], db->load_case_count, db->interface_count})
-        text += std::to_string(value) + ' ';
-    for (const void* owned :
-         {static_cast<const void*>(db->load_cases), static_cast<const void*>(db->modal_preload),
-          static_cast<const void*>(db->pre_stress), static_cast<const void*>(db->invar1),
-          static_cast<const void*>(db->invar3), static_cast<const void*>(db->mode_file.file),
-          static_cast<const void*>(db->stress_file.file), static_cast<const void*>(db->strain_file.file)})
-        text += owned ? '+' : '-';
-    return text + std::string(db->invar_origin, sizeof db->invar_origin);
-}
-} // namespace
-
 TEST_F(Setters, NeedADatabaseAndLeaveItAsItWasWhenAnAllocationFails)
 {
     std::vector<int> new_nodes(1002); // more than the table grows by at once
@@ -300,7 +273,7 @@ TEST_F(Setters, NeedADatabaseAndLeaveItAsItWasWhenAnAllocationFails)
             const auto prepare = [&] {
                 ZEL_UnLink(db);
                 quietly([&] { db = make(filled); });
-                before = contents_of(db);
+                before = state_of(db);
             };
             for_each_failing_allocation(
                 prepare, [&] { done = set(db); },
@@ -309,7 +282,7 @@ TEST_F(Setters, NeedADatabaseAndLeaveItAsItWasWhenAnAllocationFails)
                     if (done)
                         return;
                     ++failures;
-                    EXPECT_TRUE(contents_of(db) == before);
+                    EXPECT_TRUE(state_of(db) == before);
                     quietly([&] { EXPECT_EQ(set(db), 1) << "again"; });
                 });
         }

@@ -5,9 +5,7 @@
 #include "database/record.h"
 
 #include <cctype>
-#include <cmath>
 #include <fstream>
-#include <map>
 #include <sstream>
 
 namespace
@@ -260,18 +258,6 @@ TEST_F(Units, EveryBlockOfAFileIsScaledByItsDimension)
                     sample::mode_value(kind, mode, sample::ids_of_kind(kind)[1], 3 * part + 2) * factor;
                 EXPECT_NEAR(vector[5], expected, 4e-15 * expected) << kind << part << mode;
             }
-    const double invar1 = ZEL_Invar1(db);
-    expect_reals("invariant 1", &invar1, 1, 19, 0, kM);
-    const std::pair<double*, std::vector<double>> kInvariants[] = {
-        {ZEL_Invar2(db), {20, 3, 0, kM * kL}},        {ZEL_Invar3(db), {21, 9, 0, kM * kL}},
-        {ZEL_Invar4(db), {22, 9, 0, kInertia}},       {ZEL_Invar5(db, 1), {23, 9, 9, kInertia}},
-        {ZEL_Invar7(db), {24, 9, 0, kInertia}},       {ZEL_Invar8(db, 2), {25, 9, 18, kInertia}},
-        {ZEL_Invar9(db, 1, 2), {26, 9, 45, kInertia}}};
-    for (const auto& [values, row] : kInvariants)
-    {
-        expect_reals("invariant of block", values, int(row[1]), int(row[0]), int(row[2]), row[3]);
-        std::free(values);
-    }
     expect_reals("projected preload", db->modal_preload, 3, 27, 0, kF);
     expect_reals("load", db->load_cases[0].values, 3, 28, 0, kEnergy);
     expect_reals("projected load", db->load_cases[1].values, 3, 28, 3, kF);

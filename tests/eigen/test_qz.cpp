@@ -1,14 +1,10 @@
 // The QZ stages: pairs with known eigenvalues, residuals, Eigen as a second opinion.
-#include "base/memory.h"
 #include "dense.h"
 #include "fixtures.h"
 
 #include <Eigen/Eigenvalues>
 
-#include <algorithm>
-#include <cmath>
 #include <complex>
-#include <cstring>
 #include <limits>
 
 namespace

@@ -4,11 +4,6 @@
 
 #include "fixtures.h"
 
-#include <algorithm>
-#include <functional>
-#include <map>
-#include <set>
-
 using Face = std::vector<int>; // node indexes
 using Faces = std::vector<Face>;
 

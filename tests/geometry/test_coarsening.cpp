@@ -4,7 +4,6 @@
 #include "geometry/coarsening/coarsening.h"
 
 #include <array>
-#include <cmath>
 
 namespace
 {

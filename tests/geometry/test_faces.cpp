@@ -2,8 +2,6 @@
 #include "database/record.h"
 #include "face_test.h"
 
-#include <random>
-
 namespace
 {
 class FaceTools : public FaceTest

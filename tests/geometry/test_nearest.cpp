@@ -1,13 +1,6 @@
 // Nearest nodes are those that a plain search over all candidates finds, ties included, whatever the cloud looks like.
 #include "fixtures.h"
 
-#include "base/memory.h"
-
-#include <algorithm>
-#include <cmath>
-#include <functional>
-#include <random>
-
 namespace
 {
 class NearestNodes : public ZelTest

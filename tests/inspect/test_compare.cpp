@@ -5,8 +5,6 @@
 
 #include <unistd.h>
 
-#include <cmath>
-#include <functional>
 #include <sstream>
 
 using namespace std::string_literals;

@@ -4,8 +4,6 @@
 #include "fixtures.h"
 #include "sample_file.h"
 
-#include <map>
-
 // What follows the nine lines of the banner.
 static std::string body_of_report(ZELDATA* db, int block)
 {

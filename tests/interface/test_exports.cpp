@@ -1,11 +1,8 @@
 // The shared library offers exactly what the header declares.
 #include "fixtures.h"
 
-#include <algorithm>
 #include <array>
-#include <cstdio>
 #include <regex>
-#include <set>
 #include <sstream>
 
 static std::set<std::string> exported_names()

@@ -4,9 +4,7 @@
 #include "fixtures.h"
 #include "sample_file.h"
 
-#include <algorithm>
 #include <array>
-#include <cmath>
 
 extern "C" void fixed_eigen_(double* lambda, int* ierr);
 

@@ -5,10 +5,6 @@
 #include "mechanics/mechanics.h"
 #include "sample_file.h"
 
-#include <cmath>
-#include <functional>
-#include <numeric>
-
 static const std::vector<int> kNumbers = {1, 2, 3, 4, 5, 7, 8, 9};
 
 using InvariantsOf = FileTest;

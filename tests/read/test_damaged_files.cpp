@@ -1,6 +1,5 @@
 // Files that are cut, lie about their counts or contradict themselves: each gives one message and no database, and none
 // makes the library crash, leak or ask for memory beyond what the file could fill.
-#include "base/memory.h"
 #include "exercise.h"
 #include "fixtures.h"
 #include "sample_file.h"
@@ -9,9 +8,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <climits>
-#include <functional>
 #include <iterator>
 #include <sstream>
 

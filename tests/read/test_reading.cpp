@@ -7,8 +7,6 @@
 #include <unistd.h>
 
 #include <climits>
-#include <cmath>
-#include <cstring>
 #include <filesystem>
 
 namespace

@@ -9,13 +9,8 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <bit>
-#include <cmath>
-#include <csignal>
-#include <cstring>
 #include <filesystem>
-#include <random>
 
 using namespace zel;
 

@@ -6,9 +6,6 @@
 #include "write/eigenproblem.h"
 #include "write/writer.h"
 
-#include <algorithm>
-#include <cmath>
-
 namespace
 {
 // The entries on the diagonals, and those beside them that are not zero.

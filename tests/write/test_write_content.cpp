@@ -5,8 +5,6 @@
 
 #include "database/record.h"
 
-#include <algorithm>
-#include <cmath>
 #include <numbers>
 
 namespace

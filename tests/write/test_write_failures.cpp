@@ -6,10 +6,7 @@
 
 #include <unistd.h>
 
-#include <algorithm>
-#include <csignal>
 #include <filesystem>
-#include <random>
 
 namespace
 {

@@ -7,7 +7,6 @@
 #include <clocale>
 #include <fstream>
 #include <regex>
-#include <set>
 #include <sstream>
 
 using namespace zel;

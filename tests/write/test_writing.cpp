@@ -2,8 +2,6 @@
 #include "fixtures.h"
 #include "sample_file.h"
 
-#include <algorithm>
-#include <cmath>
 #include <thread>
 
 namespace
