@@ -17,6 +17,7 @@ thread_local int64_t failing_allocation = -1;
 thread_local double largest_allocation = 0.0;
 bool refuse_mapping = false, refuse_reservation = false, refuse_unnamed = false, refuse_naming = false;
 double fixed_time = -1.0;
+time_t hurried_clock = 0;
 
 } // namespace zel
 
@@ -81,6 +82,12 @@ int __wrap_linkat(int from_folder, const char* from, int to_folder, const char* 
 
 int __wrap_clock_gettime(clockid_t clock, timespec* now)
 {
+    if (zel::hurried_clock && clock == CLOCK_MONOTONIC)
+    {
+        now->tv_sec = ++zel::hurried_clock;
+        now->tv_nsec = 0;
+        return 0;
+    }
     if (zel::fixed_time < 0.0 || clock != CLOCK_REALTIME)
         return __real_clock_gettime(clock, now);
     now->tv_sec = time_t(zel::fixed_time);

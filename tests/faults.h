@@ -4,6 +4,7 @@
 #define FAULTS_H
 
 #include <cstdint>
+#include <ctime>
 
 namespace zel
 {
@@ -22,6 +23,9 @@ extern bool refuse_unnamed, refuse_naming;
 
 // The time of day in seconds; negative: as it is.
 extern double fixed_time;
+
+// The monotonic clock in seconds, one further at each look at it; 0: as it is.
+extern time_t hurried_clock;
 
 } // namespace zel
 

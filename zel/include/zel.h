@@ -290,6 +290,28 @@ ZEL_API ZELMESSAGEHANDLER ZEL_SetMessageHandler(ZELMESSAGEHANDLER handler, void*
 /** The message handler of the calling thread, null: none, and its context; context may be null. To put it back later. */
 ZEL_API ZELMESSAGEHANDLER ZEL_MessageHandler(void** context);
 
+/**
+ * Takes the progress of a long operation, some ten times a second at most.
+ * done, total  how far the present phase is, 0 <= done <= total; an operation may have several phases, each from 0 on
+ * Returns 0, or anything else to end the operation: it fails then, with the message "The operation was ended on request.",
+ * and leaves database and files as it does at any other failure. A step that cannot be interrupted (a factorisation, bringing
+ * a file to the disk) is finished first. A handler neither calls the library nor throws nor jumps out.
+ */
+typedef int (*ZELPROGRESSHANDLER)(void* context, double done, double total);
+
+/**
+ * Sets who is told the progress of the long operations that the calling thread calls: writing, reading, comparing,
+ * coarsening, sums over all modes for inertia invariants, projections and coupling masses. Each thread begins without a
+ * handler and has its own; threads of the library never call one.
+ * handler  called with `context`, the first time at once; null: nobody
+ * Returns the handler before, null: none. With a handler, or with one for messages, ZEL_write_ZEL no longer shows its progress
+ * on a terminal by itself.
+ */
+ZEL_API ZELPROGRESSHANDLER ZEL_SetProgressHandler(ZELPROGRESSHANDLER handler, void* context);
+
+/** The progress handler of the calling thread, null: none, and its context; context may be null. */
+ZEL_API ZELPROGRESSHANDLER ZEL_ProgressHandler(void** context);
+
 /** Starts the progress monitor of an operation of `total_steps` steps. */
 ZEL_API void ZEL_TimeMonitor(int total_steps);
 
@@ -1136,7 +1158,7 @@ ZEL_API int ZEL_TrimGeometry(ZELDATA* db, const char* text);
  *            centre). "Delta" lines tell it. A value that is no number or infinite on one side only differs infinitely
  *            and fails at every tolerance; where both sides have the same it does not differ.
  * Returns 0 when the body is the same, minus the number of failed checks otherwise; -1, with a message, for a database
- * that is not live, units that cannot be changed or, as a part of the sum, memory that is short.
+ * that is not live, units that cannot be changed or, as a part of the sum, memory that is short or an end on request.
  *
  * A mismatch of the nodes or of the content ends the process, with exit status 255 and a text that ends in "(Exit)": a
  * node of the new database that the base lacks, in the node table or in the mode vectors of a kind; fewer nodes in the
@@ -1170,13 +1192,13 @@ enum
 typedef struct ZELCOMPARISON
 {
     const char* check; /* what was compared, for example "node coordinates"; the text is the library's and stays */
-    double worst;      /* the difference as ZEL_Compare measures it, of counts their distance; not a number: not compared */
-    int block;         /* to which it belongs, ZEL_BLOCK_... */
-    int mode;          /* number in the new body of the mode that differs most, or of the one that is compared */
-    int node;          /* id of the node that differs most, or of the first one that is missing */
-    int component;     /* that differs most, from 0; of a matrix the column, of a load the case; ZEL_NONE as for these two */
-    double limit;      /* a greater worst fails: the tolerance, or 0 where things must be equal */
-    int verdict;       /* ZEL_COMPARISON_... */
+    double worst;  /* the difference as ZEL_Compare measures it, of counts their distance; not a number: not compared */
+    int block;     /* to which it belongs, ZEL_BLOCK_... */
+    int mode;      /* number in the new body of the mode that differs most, or of the one that is compared */
+    int node;      /* id of the node that differs most, or of the first one that is missing */
+    int component; /* that differs most, from 0; of a matrix the column, of a load the case; ZEL_NONE as for these two */
+    double limit;  /* a greater worst fails: the tolerance, or 0 where things must be equal */
+    int verdict;   /* ZEL_COMPARISON_... */
 } ZELCOMPARISON;
 
 /**
@@ -1188,7 +1210,7 @@ typedef struct ZELCOMPARISON
  * rows  [room] the checks in the order of the blocks, of modal blocks one or two a mode; null: only counts
  * room  how many rows there is room for; further ones are counted
  * Returns the number of checks, which may be more than room; -1, with a message and with rows that mean nothing, for a
- * database that is not live, units that cannot be changed or memory that is short.
+ * database that is not live, units that cannot be changed, memory that is short or an end on request.
  */
 ZEL_API int ZEL_CompareBodies(ZELDATA* base, ZELDATA* fresh, double tolerance, ZELCOMPARISON* rows, int room);
 

@@ -4,6 +4,7 @@
 // B is triangularized in panels of columns. The Householder vectors of a panel stay below its diagonal while all other
 // columns of B and A pass through them, each read once a panel. Then the columns of A are reduced one after another from
 // the left: a reflector of two rows takes an element out of A, and one of two columns takes out what that put into B.
+#include "base/base.h"
 #include "eigen.h"
 #include "zel.h"
 
@@ -76,7 +77,8 @@ void make_householder(Panel& panel, Matrix b, Index n, Index l)
 void triangularize(Matrix a, Matrix b, Index n)
 {
     Panel panel;
-    for (panel.first = 0; panel.first < n - 1; panel.first = panel.end)
+    zel::Progress progress(n);
+    for (panel.first = 0; panel.first < n - 1 && progress.reach(panel.first); panel.first = panel.end)
     {
         panel.end = std::min(panel.first + Panel::kWidth, n - 1);
         for (Index l = panel.first; l < panel.end; ++l)
@@ -145,7 +147,8 @@ void ZEL_QZHESS(const int* nm, const int* n, double* a, double* b, const int* ma
             vectors(j, j) = 1.0;
         }
     triangularize(stiffness, mass, order);
-    for (Index k = 0; k < order - 2; ++k)
+    zel::Progress progress(order);
+    for (Index k = 0; k < order - 2 && progress.step(); ++k)
         reduce_column(stiffness, mass, vectors, accumulate, order, k);
 }
 

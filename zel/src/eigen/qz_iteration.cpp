@@ -1,6 +1,7 @@
 // Second stage of the QZ algorithm (QZIT): the Hessenberg matrix A becomes quasi-triangular, with 1x1 and 2x2 blocks on its
 // diagonal, while B stays triangular. Each sweep is an implicit QR step on A·B^-1 with one or two shifts (Moler and
 // Stewart, SIAM J. Numer. Anal. 10, 1973) and the single-shift strategy of Ward (SIAM J. Numer. Anal. 12, 1975).
+#include "base/base.h"
 #include "eigen.h"
 #include "zel.h"
 
@@ -70,7 +71,8 @@ Iteration::Iteration(Matrix a, Matrix b, Matrix z, Index n, bool accumulate, dou
 
 Index Iteration::run()
 {
-    while (last_ > 1)
+    zel::Progress progress(n_);
+    while (last_ > 1 && progress.reach(n_ - 1 - last_))
         if (!isolate_block())
             return last_ + 1;
     return 0;

@@ -189,7 +189,7 @@ template <int Rows, int Columns> void multiply_tile(Matrix z, Matrix x, Index ro
 void multiply(Matrix z, Matrix x, Index n)
 {
     in_groups<4>(0, n, [&](Index row, auto rows) {
-        Index end = n;
+        Index end = zel::goes_on() ? n : 0;
         for (; end >= 4; end -= 4)
             multiply_tile<rows(), 4>(z, x, row, end - 4);
         for (; end > 0; --end)
@@ -247,7 +247,8 @@ void ZEL_QZVECC(const int* nm, const int* n, double* a, double* b, const double*
     const Rows b_rows = rows_of(mass, order, transposed ? transposed + order * order : nullptr);
     const auto complex_at = [&](Index i) { return i > 0 && alfi[i] != 0.0; };
 
-    for (Index i = order - 1; i >= 0; --i)
+    Progress progress(order);
+    for (Index i = order - 1; i >= 0 && progress.reach(order - 1 - i); --i)
         if (!complex_at(i))
             real_vector({a_rows, b_rows, alfr[i], 0.0, beta[i]}, i, tiny, mass.column(i));
         else

@@ -1,4 +1,4 @@
-// The door of this folder: memory, messages, temporary files and output, BLAS and LAPACK. Nothing here knows a body.
+// The door of this folder: memory, messages, progress, temporary files and output, BLAS and LAPACK. Nothing here knows a body.
 #ifndef ZEL_BASE_BASE_H
 #define ZEL_BASE_BASE_H
 
@@ -7,5 +7,6 @@
 #include "memory.h"
 #include "messages.h"
 #include "output.h"
+#include "progress.h"
 
 #endif

@@ -1,5 +1,6 @@
 // Messages to the host program's handler or its terminal, and the progress line of long operations.
 #include "messages.h"
+#include "handler.h"
 #include "zel.h"
 
 #include <cmath>
@@ -7,32 +8,10 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <utility>
 
 static constexpr int kLongestMessage = 999;
 
-namespace
-{
-template <typename Function> struct Handler
-{
-    Function function; // null: none
-    void* context;
-
-    Function set(Function fresh, void* its_context)
-    {
-        context = its_context;
-        return std::exchange(function, fresh);
-    }
-    Function get(void** its_context) const
-    {
-        if (its_context)
-            *its_context = context;
-        return function;
-    }
-};
-} // namespace
-
-static thread_local Handler<ZELMESSAGEHANDLER> message_handler;
+static thread_local zel::Handler<ZELMESSAGEHANDLER> message_handler;
 
 // Prints a text line by line, each behind `prefix`.
 static int print_lines(FILE* to, const char* prefix, const char* text)

@@ -155,6 +155,8 @@ static int compare_blocks(Comparison& c)
         if (!row.joins)
             sum += std::exchange(result, 0);
         result |= row.compare(c, block_row(row.block));
+        if (!goes_on())
+            return sum - 1;
     }
     return sum + result;
 }
@@ -183,7 +185,11 @@ static int run_checks(Comparison& c)
     c.sign = sign.data;
     std::fill_n(c.sign, ZEL_ModeCount(c.base), 1);
 
+    const LongOperation operation;
     const int result = compare_blocks(c);
+    c.incomplete = c.incomplete || is_ended();
+    if (is_ended())
+        return result;
     print(c, ZEL_COMPARISON_NOTE, result < 0 ? "->Files differ\n\n" : " Files are equivalent\n\n");
     return result;
 }
@@ -227,7 +233,7 @@ int ZEL_CompareBodies(ZELDATA* base, ZELDATA* fresh, double tolerance, ZELCOMPAR
     if (!prepare(c))
         return -1;
     run_checks(c);
-    return c.no_memory ? -1 : findings.count();
+    return c.incomplete ? -1 : findings.count();
 }
 
 const char* zelcompare_VersionId(void)

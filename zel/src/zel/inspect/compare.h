@@ -84,8 +84,8 @@ struct Comparison
     const int* base_node;                     // of each node of the new database, by index; -1: the base lacks it
     const int* base_position[ZEL_MODE_KINDS]; // of each position in the new database's mode vectors; -1: likewise
     int common_modes;                         // compared pair by pair: those of equal index
-    int* sign;      // of each mode of the base: 1, or -1 where the new mode shape points the other way
-    bool no_memory; // some check could not be made
+    int* sign;       // of each mode of the base: 1, or -1 where the new mode shape points the other way
+    bool incomplete; // some check could not be made
 };
 
 // What is said of a check beside its verdict. worst: NAN where nothing was compared.

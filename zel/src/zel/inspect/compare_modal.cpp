@@ -106,6 +106,8 @@ int compare_invariant(Comparison& c, const Block& block)
             return 0;
         found = {finding.check, row.block, difference.measure(), difference.place};
     }
+    if (is_ended())
+        return -1;
     if (row.number != 2)
         return check(c, found, "Invar%d", row.number);
     const bool failed = is_beyond(c, found.worst); // its difference has other digits in the report

@@ -88,11 +88,11 @@ public:
     {}
     bool allocated() const { return fresh_.data && base_.data; }
 
-    // A vector that cannot be read differs infinitely.
+    // A vector that cannot be read differs infinitely. Meaningless once the operation is ended.
     VectorDifference of_mode(int mode)
     {
         VectorDifference difference;
-        for (int first = 0; first < count_; first += slice_)
+        for (int first = 0; first < count_ && progress_.reach(mode); first += slice_)
             if (!add_slice(mode, first, std::min(slice_, count_ - first), difference))
             {
                 ZEL_Error("Mode %d cannot be read.", ZEL_ModeNumber(c_.fresh, mode));
@@ -165,6 +165,7 @@ private:
     bool in_order_;
     int slice_;
     Scratch<double> fresh_, base_;
+    Progress progress_{c_.common_modes};
 };
 } // namespace
 
@@ -207,6 +208,8 @@ int zel::compare_mode_shapes(Comparison& c, const Block& row)
     for (int mode = 0; mode < c.common_modes; ++mode)
     {
         const VectorDifference difference = shapes.of_mode(mode);
+        if (is_ended())
+            return -1;
         c.sign[mode] = difference.is_turned(length) ? -1 : 1;
         int result = 0;
         for (const auto& part : kParts)
@@ -274,6 +277,8 @@ int zel::compare_stress_or_strain(Comparison& c, const Block& row)
     for (int mode = 0; mode < c.common_modes; ++mode)
     {
         const VectorDifference difference = vectors.of_mode(mode);
+        if (is_ended())
+            return -1;
         const int number = ZEL_ModeNumber(c.fresh, mode);
         if (difference.scale(0, kComponents) == 0.0)
             tell(c, ZEL_COMPARISON_NOTE, not_compared(c, texts.check, row, mode),

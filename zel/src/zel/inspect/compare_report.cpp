@@ -109,7 +109,7 @@ void expect_equal(const Comparison& c, const Finding& finding, int fresh, int ba
 int no_room(Comparison& c, int line)
 {
     no_memory(kModule, line);
-    c.no_memory = true;
+    c.incomplete = true;
     return -1;
 }
 

@@ -68,8 +68,12 @@ static int sum_coupling(ZELDATA* db, int count1, int count2, double* coupling)
     Scratch<char> unreadable(count2);
     if (!one.values.data || !two.values.data || !unreadable.data)
         return no_memory(kModule);
+    const LongOperation operation;
+    Progress progress(covered);
     for (int first = 0; first < covered; first += nodes_in_block)
     {
+        if (!progress.reach(first))
+            return 0;
         const int nodes = std::min(nodes_in_block, covered - first);
         if (!read_block(db, one, first, nodes, nullptr))
             return 0;

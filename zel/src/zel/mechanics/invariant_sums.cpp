@@ -241,13 +241,13 @@ static bool fits_one_tile(const Wanted& wanted)
     return wanted.modes <= kTileModes;
 }
 
-// Adds the block's part of the Gram matrix, tile by tile.
+// Adds the block's part of the Gram matrix, tile by tile, unless the operation is ended.
 static void add_gram(ZELDATA* db, const Wanted& wanted, NodeBlock& block)
 {
     if (fits_one_tile(wanted))
         return sum_tile(block, 0, wanted.modes, 0, wanted.modes, 1.0);
     for (int top = 0; top < wanted.modes; top += kTileModes)
-        for (int left = top; left < wanted.modes; left += kTileModes)
+        for (int left = top; left < wanted.modes && goes_on(); left += kTileModes)
         {
             const int rows = std::min(kTileModes, wanted.modes - top),
                       columns = std::min(kTileModes, wanted.modes - left);
@@ -283,11 +283,15 @@ static void clear_sums(ZELDATA* db, const Wanted& wanted)
     }
 }
 
-// Sums over all blocks. False when a mode turned out not to be readable, which `unreadable` then tells.
+// Sums over all blocks. False when the operation is ended, or a mode turned out not to be readable, which `unreadable` then
+// tells.
 static bool pass_over_nodes(ZELDATA* db, const Wanted& wanted, NodeBlock& block, Scratch<char>& unreadable)
 {
+    Progress progress(covered_nodes(db));
     for (int first = 0; first < covered_nodes(db); first += block.count)
     {
+        if (!progress.reach(first))
+            return false;
         choose_nodes(db, block, first, wanted.turning != nullptr);
         if (block.masses + block.inertias == 0)
             continue;
@@ -310,7 +314,7 @@ static bool pass_over_nodes(ZELDATA* db, const Wanted& wanted, NodeBlock& block,
     }
     if (wanted.gram() && fits_one_tile(wanted))
         add_tile(db, wanted, block, 0, wanted.modes, 0, wanted.modes);
-    return true;
+    return !is_ended();
 }
 
 // A mode that cannot be read counts as zero from the first node on: when one is found out, the pass starts again.
@@ -324,8 +328,11 @@ static int sum_over_nodes(ZELDATA* db, const Wanted& wanted)
     Scratch<char> unreadable(wanted.modes);
     if (!block.complete() || !unreadable.data)
         return no_memory(kModule);
+    const LongOperation operation;
     while (!pass_over_nodes(db, wanted, block, unreadable))
     {
+        if (is_ended())
+            return 0;
         clear_sums(db, wanted);
         block.clear_tile();
     }

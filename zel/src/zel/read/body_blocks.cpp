@@ -63,6 +63,8 @@ static int read_nodes(Reader& in, const Block& row)
         return no_room(row);
     for (int node = 0; node < count; ++node)
     {
+        if (!reads_on(in, row, node, count))
+            return 0;
         ZELNODE& record = db->nodes[node];
         record.id = items.integer();
         record.x = items.real();
@@ -101,6 +103,8 @@ static int read_masses(Reader& in, const Block& row)
     }
     for (int i = 0; i < count; ++i)
     {
+        if (!reads_on(in, row, i, count))
+            return 0;
         const int node_id = items.integer();
         double sum = 0.0;
         for (int k = 0; k < values; ++k)
@@ -153,6 +157,8 @@ static int read_inertias(Reader& in, const Block& row)
         return no_memory(kModule);
     for (int i = 0; i < count; ++i)
     {
+        if (!reads_on(in, row, i, count))
+            return 0;
         const int node_id = items.integer();
         const char row_degree = items.character(), column_degree = items.character();
         const double value = items.real();
@@ -213,6 +219,8 @@ static int read_faces(Reader& in, const Block& row)
         return no_room(row);
     while (list.length < words)
     {
+        if (!reads_on(in, row, list.faces, std::max(face_count, list.faces)))
+            return 0;
         const int word = items.integer(), vertices = word & ZEL_FACE_VERTICES;
         if (items.failed() || vertices < 1 || vertices >= words - list.length)
             return unreadable(row);

@@ -183,6 +183,8 @@ static int read_mode_shapes(Reader& in, const Block& row)
         return fail("%s", row.mismatch);
     for (int position = 0; position < nodes; ++position)
     {
+        if (!reads_on(in, row, position, nodes))
+            return 0;
         const int node_id = items.integer();
         if (items.failed())
             return unreadable(row);
@@ -211,6 +213,8 @@ static int read_stress_or_strain(Reader& in, const Block& row)
         return fail("%s", row.mismatch);
     for (int position = 0; position < nodes; ++position)
     {
+        if (!reads_on(in, row, position, nodes))
+            return 0;
         const int node = find_node(db, items.integer());
         if (items.failed() || node < 0 || mode_node_position(db, kind, node) >= 0)
             return unreadable(row);

@@ -133,7 +133,7 @@ static int read_blocks(ZELDATA* db)
     for (const Turn turn : {Turn::units, Turn::early, Turn::late})
         for (const Block& row : kBlocks)
             if (row.turn == turn && block_in_file(db, row.number) &&
-                !(hangs_on_modes(row) ? read_modal_block(in, row) : read_body_block(in, row)))
+                !((hangs_on_modes(row) ? read_modal_block(in, row) : read_body_block(in, row)) && goes_on()))
                 return 0;
     return 1;
 }
@@ -155,6 +155,7 @@ int ZEL_ReadZEL(ZELDATA* db, FILE* file, const char* name)
         return no_database();
     if (!file || db->zel_file.file || db->node_count > 0 || db->mode_count > 0)
         return 0;
+    const LongOperation operation;
     start_empty(db);
     if (!adopt_file(db, file, name))
         return no_memory(kModule);

@@ -20,7 +20,11 @@ struct Reader
     bool modes_numbered = false;  // mode numbers come from the file, not from counting
     int* shape_numbers = nullptr; // owned: the number in front of each record of the mode shapes; null: there are none
 
-    explicit Reader(ZELDATA* database) : db(database), file(database->zel_file), widths(widths_of(database)) {}
+    Progress progress; // by bytes of the file
+
+    explicit Reader(ZELDATA* database)
+        : db(database), file(database->zel_file), widths(widths_of(database)), progress(database->file_size)
+    {}
     ~Reader() { std::free(shape_numbers); }
     Reader(const Reader&) = delete;
     Reader& operator=(const Reader&) = delete;
@@ -34,6 +38,14 @@ inline int64_t block_start(const ZELDATA* db, const Block& row)
 inline int64_t block_size(const ZELDATA* db, const Block& row)
 {
     return db->block_offset[row.number] - db->block_offset[row.number - 1];
+}
+
+// Tells the progress, before item i of `count` in a block, now and then. False when the operation is ended.
+inline bool reads_on(Reader& in, const Block& row, int64_t i, int64_t count)
+{
+    constexpr int64_t kItems = 16384;
+    return i % kItems != 0 || in.progress.reach(block_start(in.db, row) +
+                                                int64_t(double(block_size(in.db, row)) * double(i) / double(count)));
 }
 
 // The items of a block from its start to its end. A file that cannot be positioned fails at the first item.

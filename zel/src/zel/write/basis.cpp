@@ -180,7 +180,9 @@ static int copy_modes(ZELDATA* db, int kind, const Basis& basis, const ScaledPer
     Scratch<double> slice(kComponents * int64_t(per_slice));
     if (!slice.data)
         return no_memory(kModule);
+    Progress progress(basis.new_count);
     for (int i = 0; i < basis.new_count; ++i)
+    {
         for (int first = 0; first < nodes; first += per_slice)
         {
             const int count = std::min(per_slice, nodes - first);
@@ -192,6 +194,9 @@ static int copy_modes(ZELDATA* db, int kind, const Basis& basis, const ScaledPer
             if (!file.write(i, first, count, slice.data))
                 return disk_full(file);
         }
+        if (!progress.step())
+            return 0;
+    }
     return 1;
 }
 
@@ -247,7 +252,7 @@ static int multiply_modes(ZELDATA* db, int kind, const Basis& basis, ModeReplace
     Scratch<double> fresh(kComponents * int64_t(per_block) * m);
     if (!old.reserve(per_block) || !fresh.data)
         return no_memory(kModule);
-    const MonitoredProgress progress((nodes + per_block - 1) / per_block);
+    Progress progress((nodes + per_block - 1) / per_block, true);
     for (int first = 0; first < nodes; first += per_block)
     {
         const int count = std::min(per_block, nodes - first), rows = kComponents * count;
@@ -259,7 +264,8 @@ static int multiply_modes(ZELDATA* db, int kind, const Basis& basis, ModeReplace
         for (int i = 0; i < m; ++i)
             if (!file.write(i, first, count, fresh.data + int64_t(i) * rows))
                 return disk_full(file);
-        progress.step();
+        if (!progress.step())
+            return 0;
     }
     return 1;
 }

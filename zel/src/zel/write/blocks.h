@@ -29,9 +29,9 @@ struct Writer
     char flags[100] = {};     // content summary of the file
     int first = 0, count = 0; // of the modes that are exported; the file numbers them from 1
     ModeNodes mode_nodes[ZEL_MODE_KINDS] = {};
-    bool convertible = true;                     // the units may be changed to SI
-    const MonitoredProgress* progress = nullptr; // one step for each mode vector that is written
-    int last_block = ZEL_BLOCK_VERSION;          // that was begun
+    bool convertible = true;            // the units may be changed to SI
+    Progress* progress = nullptr;       // one step for each mode vector that is written
+    int last_block = ZEL_BLOCK_VERSION; // that was begun
 
     Writer(ZELDATA* database, FILE* open_file) : db(database) { file.file = open_file; }
     ~Writer();

@@ -295,7 +295,7 @@ int leave_out_dependent_modes(const ZELDATA* db, Eigenproblem& problem)
     Scratch<char> out(n);
     if (!null.vectors.data || !out.data)
         return no_memory(kModule);
-    if (!null_space_of_mass(problem, null) || (null.size > 0 && !divide_by_stiffness(problem, null)))
+    if (!null_space_of_mass(problem, null) || !goes_on() || (null.size > 0 && !divide_by_stiffness(problem, null)))
         return 0;
     problem.infinite = null.size - null.common;
     if (null.common == 0)
@@ -334,7 +334,7 @@ struct SolverValues
 };
 } // namespace
 
-// The four stages, each announced. Of a mixed basis a singular mass matrix leaves a beta of the order of the tolerance,
+// The four stages, each announced; none after an operation that is ended. Of a mixed basis a singular mass matrix leaves a beta of the order of the tolerance,
 // which the iteration keeps in b(n, 1), where an exact solution has zero.
 static void run_stages(Eigenproblem& problem, double* a, double* b, SolverValues& found)
 {
@@ -345,6 +345,8 @@ static void run_stages(Eigenproblem& problem, double* a, double* b, SolverValues
     ZEL_QZHESS(&n, &n, a, b, &with_vectors, problem.vectors.data);
     ZEL_Info("  (Converting upper Hessenberg form to quasi-upper triangular)");
     ZEL_QZITT(&n, &n, a, b, &default_tolerance, &with_vectors, problem.vectors.data, &not_converged);
+    if (is_ended())
+        return;
     ZEL_Info("  (Calculating Eigenvalues)");
     ZEL_QZVALL(&n, &n, a, b, found.alpha.data, found.alpha_i.data, found.beta.data, &with_vectors,
                problem.vectors.data);
@@ -466,6 +468,8 @@ int solve_eigenproblem(Eigenproblem& problem, int* order)
     std::copy_n(problem.stiffness.data, entries, a.data);
     std::copy_n(problem.mass.data, entries, b.data);
     run_stages(problem, a.data, b.data, found);
+    if (is_ended())
+        return 0;
 
     mark_largest(found, n, problem.infinite, order, infinite.data);
     for (int i = 0; i < n; ++i)
@@ -521,8 +525,11 @@ int orthonormalise(Eigenproblem& problem)
     Scratch<double> weighted(n), products(n);
     if (!weighted.data || !products.data)
         return no_memory(kModule);
+    Progress progress(n);
     for (int j = 0; j < n; ++j)
     {
+        if (!progress.reach(j))
+            return 0;
         double* q = problem.vectors.data + int64_t(j) * n;
         double* w = weighted.data;
         blas::gemv('N', n, n, 1.0, problem.mass.data, n, q, 0.0, w);
@@ -564,6 +571,8 @@ int check_eigenvectors(const Eigenproblem& problem, int count)
     if (!half.data || !stiffness.data || !mass.data)
         return no_memory(kModule);
     congruent(problem, problem.stiffness.data, count, half.data, stiffness.data);
+    if (!goes_on())
+        return 0;
     congruent(problem, problem.mass.data, count, half.data, mass.data);
     double largest = 0.0;
     for (int64_t i = 0; i < m; ++i)

@@ -290,9 +290,8 @@ static int write_mode_vectors(Writer& out, const Block& row)
     {
         if (out.format() != kVersion10 && !put_int(out.file, mode + 1))
             return 0;
-        if (!write_vector(out, kind, mode, source))
+        if (!write_vector(out, kind, mode, source) || !out.progress->step())
             return 0;
-        out.progress->step();
     }
     return 1;
 }

@@ -72,8 +72,11 @@ static int shorten_vectors(ZELDATA* db, int kind, KindPlan& plan)
         return no_memory(kModule);
     if (!open_shortened(db, kind, plan))
         return 0;
+    Progress progress(db->mode_count);
     for (int mode = 0; mode < db->mode_count; ++mode)
     {
+        if (!progress.reach(mode))
+            return 0;
         if (!read_mode_slice(db, kind, mode, 0, count, vector.data))
             return fail("Failed to extract mode information for ZEL.");
         for (int i = 0; i < plan.kept; ++i) // forwards, never beyond what was read

@@ -462,21 +462,23 @@ static int write_block(Writer& out, int number)
     if (is_modal_block(row) ? write_modal_block(out, row) : write_body_block(out, row))
         return 1;
     const int error = errno;
+    if (is_ended())
+        return 0;
     fail("%s", row.unwritten);
     return explain(error);
 }
 
-static MonitoredProgress progress_of(const Writer& out)
+static Progress progress_of(const Writer& out)
 {
     int kinds = 0;
     for (const KindRow& row : kKinds)
         kinds += out.has(row.block);
-    return MonitoredProgress(int64_t(kinds) * out.count);
+    return Progress(int64_t(kinds) * out.count, true);
 }
 
 static int write_content(Writer& out)
 {
-    const MonitoredProgress progress = progress_of(out);
+    Progress progress = progress_of(out);
     out.progress = &progress;
     if (!write_block(out, ZEL_BLOCK_SUMMARY))
         return 0;
@@ -488,14 +490,14 @@ static int write_content(Writer& out)
 
 static int run_pipeline(Writer& out)
 {
-    if (!change_geometry(out) || !open_stream(out) || !write_block(out, ZEL_BLOCK_VERSION) ||
+    if (!change_geometry(out) || is_ended() || !open_stream(out) || !write_block(out, ZEL_BLOCK_VERSION) ||
         !write_block(out, ZEL_BLOCK_HEADER))
         return 0;
     take_content(out);
     if (!settle_modes(out))
         return 0;
     choose_range(out);
-    if (!settle_invariants(out) || !settle_body(out) || !settle_loads_and_statistics(out))
+    if (!settle_invariants(out) || !settle_body(out) || is_ended() || !settle_loads_and_statistics(out))
         return 0;
     if (out.options.no_modal_content && !prune_modal_content(out))
         return 0;
@@ -524,6 +526,7 @@ int ZEL_WriteWithOptions(ZELDATA* db, const char* name, const char* options)
         return fail("The output ZEL name must be different than the current ZEL name.\n"
                     "  Current ZEL name:  %s\n  Output ZEL name:  %s",
                     db->zel_file.name, name);
+    const LongOperation operation;
     const HoldFileSizeSignal hold;
     OutputFile output(name, !held_open(name)); // a file that another database reads is replaced, never overwritten
     if (!output.file())

@@ -2,34 +2,12 @@
 #ifndef ZEL_WRITE_WRITER_H
 #define ZEL_WRITE_WRITER_H
 
-#include "base/base.h"
 #include "zel.h"
-
-#include <unistd.h>
 
 namespace zel
 {
 
 constexpr char kModule[] = "zelwrite"; // of this folder, in messages
-
-// Progress of a long phase: stamps the time monitor when standard output is a terminal and takes the messages, only then.
-class MonitoredProgress
-{
-public:
-    explicit MonitoredProgress(int64_t steps) : shown_(messages_are_printed() && isatty(STDOUT_FILENO) == 1)
-    {
-        if (shown_)
-            ZEL_TimeMonitor(int(steps < INT32_MAX ? steps : INT32_MAX));
-    }
-    void step() const
-    {
-        if (shown_)
-            ZEL_TimeMonitorStamp();
-    }
-
-private:
-    bool shown_;
-};
 
 // Replaces the modes by a set that is orthogonal with respect to generalized stiffness and mass, and everything that is
 // expressed in modes with them: eigenvalue records, generalized matrices, damping, loads, preload, invariants and the mode

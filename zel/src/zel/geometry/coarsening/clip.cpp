@@ -281,12 +281,14 @@ int clip_merged_faces(Surface& surface, const int32_t* merged)
         const int32_t count = vertex_count(*face), flags = *face & ~ZEL_FACE_VERTICES;
         const int32_t before = merged[index++];
         const FaceState state = before > 1 ? kChanged : kUnchanged;
-        const bool may_clip = before > 1 && count - 2 <= before;
+        const bool may_clip = before > 1 && count - 2 <= before && (index % kOften != 0 || goes_on());
         if (!may_clip || project(surface, face, clipper.vertices.data) || !clip(clipper, count))
             return out.put(flags, face + 1, count, state);
         for (int32_t i = 0; i < count - 2; ++i)
             out.put(flags, clipper.triangles.data + 3 * i, 3, state);
     });
+    if (is_ended())
+        return 0;
     replace(surface.words, words);
     surface.length = out.length;
     surface.face_count = out.face_count;

@@ -174,15 +174,18 @@ static int coarsen(Surface& surface, const FaceWords& faces, const Request& requ
     Scratch<char> twins(faces.length);
     if (!target.data || !twins.data)
         return no_memory(kModule);
-    if (!find_opposite_faces(faces, twins.data) ||
-        !cluster_nodes(surface, faces, twins.data, request.resolution, target.data) ||
-        !map_faces(surface, faces, twins.data, target.data))
+    constexpr int kSteps = 6;
+    Progress progress(kSteps);
+    if (!find_opposite_faces(faces, twins.data) || !progress.step() ||
+        !cluster_nodes(surface, faces, twins.data, request.resolution, target.data) || !progress.step() ||
+        !map_faces(surface, faces, twins.data, target.data) || !progress.step())
         return 0;
     Scratch<int32_t> merged(surface.face_count);
     if (!merged.data)
         return no_memory(kModule);
-    return merge_planar_faces(surface, std::max(request.angle, kLeastAngle) * kDegree, merged) &&
-           (request.kept || drop_straight_vertices(surface)) && clip_merged_faces(surface, merged.data);
+    return merge_planar_faces(surface, std::max(request.angle, kLeastAngle) * kDegree, merged) && progress.step() &&
+           (request.kept || drop_straight_vertices(surface)) && progress.step() &&
+           clip_merged_faces(surface, merged.data);
 }
 
 // Replaces the faces by coarser ones. keep: 1 for the nodes that must stay.
@@ -236,8 +239,9 @@ int ZEL_TrimGeometry(ZELDATA* db, const char* text)
     ZEL_Info("Coarsening to resolution %d%% with face-angle %5.2lf deg%s", int(request.resolution), request.angle,
              lines);
     const int faces = db->face_count;
+    const LongOperation operation;
     if (!trim(db, request))
-        return fail("Problem encountered while trimming geometry\n");
+        return is_ended() ? 0 : fail("Problem encountered while trimming geometry\n");
     ZEL_Info("\nFace reduction from %d to %d", faces, db->face_count);
     return 1;
 }

@@ -270,7 +270,7 @@ int map_faces(Surface& surface, const FaceWords& faces, const char* twins, int32
         if (!move_faces(faces, twins, target, surface, capacity, states.data) || !cancel_pairs(surface, states.data))
             return 0;
         held = hold_neighbours(faces, surface, attempt >= kPatience, target);
-        if (held < 0)
+        if (held < 0 || !goes_on())
             return 0;
     }
     return 1;

@@ -371,8 +371,12 @@ int merge_planar_faces(Surface& surface, double angle, Scratch<int32_t>& merged)
     find_regions(merger, angle);
     std::fill_n(merger.polygon.data, surface.node_count, -1);
     for (int32_t i = 0; i < surface.face_count; ++i)
+    {
+        if (i % kOften == 0 && !goes_on())
+            return 0;
         if (const int32_t face = merger.order[i]; merger.planes[face].polygon < 0)
             polygons[face] = grow_polygon(merger, face);
+    }
     return write_polygons(merger, surface, polygons.data, merged);
 }
 
