@@ -1,49 +1,14 @@
 // Blocks of the file and counts in it; the facts on one screen.
 #include "checks/free_modes.h"
 #include "checks/parts.h"
+#include "format/blocks.h"
 
 namespace zel_checks
 {
 
-constexpr std::array<const char*, ZEL_BLOCKS> kBlockNames = {
-    "version_code",
-    "header",
-    "content_summary",
-    "nodal_coords",
-    "element_topology",
-    "global_body_props",
-    "eigenvalues",
-    "mode_shapes",
-    "nodal_masses",
-    "nodal_inertias",
-    "units",
-    "generalized_stiff",
-    "generalized_mass",
-    "element_faces",
-    "generalized_damping",
-    "mode_shape_transformation",
-    "interface_nodes",
-    "modal_stress",
-    "invar1",
-    "invar2",
-    "invar3",
-    "invar4",
-    "invar5",
-    "invar7",
-    "invar8",
-    "invar9",
-    "preload",
-    "modal_loads",
-    "modal_strain",
-    "modal_statistics",
-    "pre_stress",
-    "pre_strain",
-};
-static_assert(kBlockNames.back(), "every block has a name");
-
 const char* block_name(int number)
 {
-    return kBlockNames.at(size_t(number - 1));
+    return zel::block_row(number).name;
 }
 
 void check_file(ZELDATA* db, Phases& phases, Report& report)

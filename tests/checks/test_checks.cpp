@@ -1,0 +1,189 @@
+// Checks and facts of bodies as records. Every check has a body with one fault that it must find, and only it.
+#include "box.h"
+#include "fixtures.h"
+
+#include "checks/checks.h"
+
+#include <filesystem>
+#include <functional>
+#include <limits>
+
+using zel_checks::Report, zel_checks::Row, zel_checks::RowKind, zel_checks::check_body;
+
+namespace
+{
+using Names = std::vector<std::string>;
+
+struct Fault
+{
+    Names checks; // that must fail
+    const char* options = "full_invar";
+    std::function<void(ZELDATA*)> built = {};  // what is wrong before the body is written,
+    std::string behind = {};                   // what is behind it in the file,
+    std::function<void(ZELDATA*)> opened = {}; // what becomes wrong when it is open
+};
+
+class Checks : public ZelTest
+{
+protected:
+    ZELDATA* open_box(const Fault& fault = {})
+    {
+        ZEL_Terminate();
+        ZELDATA* db = box();
+        if (fault.built)
+            errors_of([&] { fault.built(db); });
+        write_and_free(db, path, fault.options);
+        write_bytes(path, bytes_of(path) + fault.behind);
+        db = ZEL_CreateFromZEL(path.c_str());
+        if (fault.opened)
+            fault.opened(db);
+        return db;
+    }
+    TemporaryFolder folder;
+    const std::string path = folder.path("box.zel");
+};
+
+Names failed(const Report& report)
+{
+    Names names;
+    for (const Row& row : report.rows())
+        if (!*row.holds)
+            names.push_back(row.name);
+    return names;
+}
+
+// A number of a check; not a number when the check has none of that name.
+double number_of(const Report& report, const std::string& check, const std::string& name)
+{
+    for (const Row& row : report.rows())
+        for (const auto& [its_name, value] : row.numbers)
+            if (row.name == check && its_name == name)
+                return value;
+    return std::numeric_limits<double>::quiet_NaN();
+}
+} // namespace
+
+TEST_F(Checks, HoldForASoundBody)
+{
+    const Report report = check_body(open_box());
+    EXPECT_TRUE(report.all_hold());
+    Names names;
+    for (const Row& row : report.rows())
+        names.push_back(row.name);
+    const Names expected = {"blocks fill the file",
+                            "mode vectors can be read",
+                            "counts agree",
+                            "mass, centre and inertia agree",
+                            "six rigid-body modes in front",
+                            "rigid-body modes orthonormal",
+                            "flexible modes orthogonal to rigid ones",
+                            "flexible modes over lumped masses",
+                            "generalized mass symmetric, positive",
+                            "generalized stiffness symmetric, not negative",
+                            "invariant 3 follows from modes and masses",
+                            "nodes at distinct points",
+                            "face nodes move with the modes",
+                            "interface nodes on the body",
+                            "units consistent"};
+    EXPECT_EQ(names, expected);
+    EXPECT_EQ(number_of(report, "blocks fill the file", "file_bytes"), double(bytes_of(path).size()));
+    EXPECT_EQ(number_of(report, "mass, centre and inertia agree", "mass_nodes"), 24.0);
+    EXPECT_EQ(number_of(report, "six rigid-body modes in front", "rigid_modes"), 6.0);
+    EXPECT_NEAR(number_of(report, "generalized mass symmetric, positive", "lowest_eigenvalue"), 1.0, 1e-9);
+    EXPECT_EQ(number_of(report, "units consistent", "factor"), 1.0);
+}
+
+TEST_F(Checks, FindTheFaultOfABody)
+{
+    const auto node_9 = [](ZELDATA* db) { ZEL_SetNodeCoordinates(db, 9, 5.0, 5.0, 5.0); };
+    const double products[9] = {24, 12, 12, 12, 60, 6, 12, 6, 60}, beside[3] = {1.0, 0.5, 0.51};
+    const std::vector<double> ones(21, 1.0);
+    const Fault kFaults[] = {
+        {.checks = {"blocks fill the file"}, .behind = "more"},
+        {.checks = {"blocks fill the file", "mode vectors can be read", "mass, centre and inertia agree",
+                    "invariant 3 follows from modes and masses"},
+         .opened = [&](ZELDATA*) { std::filesystem::resize_file(path, 2000); }},
+        {.checks = {"counts agree"}, .opened = [](ZELDATA* db) { db->transformation_order = 6; }},
+        {.checks = {"mass, centre and inertia agree"},
+         .options = "",
+         .built = [&](ZELDATA* db) { ZEL_SetGlobalMass(db, 24.0, beside, products); }},
+        {.checks = {"six rigid-body modes in front"},
+         .built = [](ZELDATA* db) { ZEL_SetGeneralizedStiffness(db, 6, 6, 1e6); }},
+        {.checks = {"rigid-body modes orthonormal"},
+         .options = "no_ortho",
+         .built = [](ZELDATA* db) { ZEL_SetGeneralizedMass(db, 3, 3, 1.01); }},
+        {.checks = {"flexible modes orthogonal to rigid ones", "flexible modes over lumped masses",
+                    "generalized mass symmetric, positive"},
+         .options = "no_ortho",
+         .built = [](ZELDATA* db) { ZEL_SetGeneralizedMass(db, 7, 7, -1.0); }},
+        {.checks = {"generalized stiffness symmetric, not negative"},
+         .options = "no_ortho",
+         .built = [](ZELDATA* db) { ZEL_SetGeneralizedStiffness(db, 7, 7, -1e5); }},
+        {.checks = {"six rigid-body modes in front", "generalized stiffness symmetric, not negative"},
+         .options = "no_ortho",
+         .built = [](ZELDATA* db) { ZEL_SetGeneralizedStiffness(db, 6, 7, 1.0); }},
+        {.checks = {"six rigid-body modes in front", "generalized stiffness symmetric, not negative"},
+         .options = "no_ortho",
+         .built =
+             [](ZELDATA* db) {
+                 ZEL_SetGeneralizedStiffness(db, 6, 7, 100.0);
+                 ZEL_SetGeneralizedStiffness(db, 7, 6, 100.0);
+             }},
+        {.checks = {"invariant 3 follows from modes and masses"},
+         .built = [&](ZELDATA* db) { ZEL_SetInvar3(db, ones.data()); }},
+        {.checks = {"nodes at distinct points"},
+         .built = [](ZELDATA* db) { ZEL_SetNodeCoordinates(db, 9, 2.0, 1.0, 1.0); }},
+        {.checks = {"face nodes move with the modes"},
+         .opened = [](ZELDATA* db) { db->mode_node_count[ZEL_MODE_SHAPE] = 7; }},
+        {.checks = {"interface nodes on the body"},
+         .built =
+             [&](ZELDATA* db) {
+                 node_9(db);
+                 ZEL_SetInterfaceNode(db, 9);
+             }},
+        {.checks = {"units consistent"}, .built = [](ZELDATA* db) { ZEL_SetUnits(db, "kg", "m", "s", "kN"); }},
+    };
+    for (const Fault& fault : kFaults)
+    {
+        ZELDATA* db = open_box(fault);
+        Report report;
+        errors_of([&] { report = check_body(db); });
+        EXPECT_EQ(failed(report), fault.checks);
+        EXPECT_FALSE(report.all_hold());
+    }
+}
+
+TEST_F(Checks, TellHowFarTheyAreAndStopWhenTold)
+{
+    ZELDATA* db = open_box();
+    Names phases;
+    double last = 0.0;
+    check_body(db, [&](const char* phase, double share) {
+        if (share < 0.0)
+            phases.push_back(phase);
+        EXPECT_EQ(phases.back(), phase);
+        last = share < 0.0 ? last : share;
+        return share <= 1.0;
+    });
+    EXPECT_EQ(phases, (Names{"read the modes", "multiply the modes", "nodes and invariants"}));
+    EXPECT_EQ(last, 1.0);
+    EXPECT_THROW(check_body(db, [](const char*, double share) { return share < 0.5; }), zel_checks::Stopped);
+}
+
+TEST_F(Checks, KnowMassPropertiesAboutAnyPoint)
+{
+    const zel_checks::MassProperties mass = zel_checks::mass_properties(open_box());
+    EXPECT_NEAR(mass.mass, 24.0, 1e-12);
+    // Of eight masses of 3 about a corner: sum of m (y^2 + z^2) and of -m x y over the corners of 2 x 1 x 1.
+    const std::array<double, 9> corner = {24, -12, -12, -12, 60, -6, -12, -6, 60};
+    const auto about = zel_checks::tensor_about(mass, {2.0, 1.0, 1.0});
+    for (size_t i = 0; i < 9; ++i)
+    {
+        EXPECT_NEAR(mass.tensor[i], corner[i], 1e-12) << i;
+        EXPECT_NEAR(about[i], corner[i], 1e-12) << i; // the box is the same from the opposite corner
+    }
+    const auto principal = zel_checks::principal_values(zel_checks::tensor_about(mass, mass.center));
+    EXPECT_NEAR(principal[0], 12.0, 1e-12);
+    EXPECT_NEAR(principal[1], 30.0, 1e-12);
+    EXPECT_NEAR(principal[2], 30.0, 1e-12);
+}
