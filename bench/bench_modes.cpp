@@ -1,5 +1,5 @@
-// ZEL_SetModeVec on 100 000 nodes x 20 modes in four orders of calls. The reference writes the same bytes, record by
-// record, with fwrite.
+// ZEL_SetModeVec on 100 000 nodes x 20 modes in four orders of calls, and ZEL_SetModeArray for each mode. The reference writes
+// the same bytes, record by record, with fwrite.
 //   build/.../bench/modes [nodes]
 #include "harness.h"
 #include "zel.h"
@@ -60,6 +60,20 @@ static void set_vectors(benchmark::State& state, int nodes, Order order)
     state.SetItemsProcessed(int64_t(nodes) * kModes);
 }
 
+static void set_arrays(benchmark::State& state, int nodes)
+{
+    ZELDATA* db = ZEL_Create(nodes, kModes);
+    std::vector<int> ids(static_cast<size_t>(nodes));
+    std::iota(ids.begin(), ids.end(), 1);
+    const std::vector<double> values(6 * ids.size(), 1.0);
+    ZEL_SetNodes(db, nodes, ids.data(), values.data());
+    for (auto _ : state)
+        for (int mode = 1; mode <= kModes; ++mode)
+            ZEL_SetModeArray(db, mode, ZEL_MODE_SHAPE, nodes, ids.data(), values.data(), 6);
+    ZEL_UnLink(db);
+    state.SetItemsProcessed(int64_t(nodes) * kModes);
+}
+
 int main(int argc, char** argv)
 {
     bench::start(argc, argv);
@@ -78,7 +92,10 @@ int main(int argc, char** argv)
     bench::add("fwrite", kPasses, [=](benchmark::State& state) { write_records(state, nodes); });
     for (const auto& row : orders)
         bench::add(row.name, kPasses, [=](benchmark::State& state) { set_vectors(state, nodes, row.order); });
+    bench::add("whole modes", kPasses, [=](benchmark::State& state) { set_arrays(state, nodes); });
 
+    bench::at_most("whole modes over node by node in order", 1.2,
+                   bench::ratio("whole modes", orders[kModeByMode].name));
     bench::at_most("in order over fwrite", 6, bench::ratio(orders[kModeByMode].name, "fwrite"));
     bench::show("nodes at random over fwrite", bench::ratio(orders[kModeByModeRandomNodes].name, "fwrite"));
     bench::at_most("node by node over fwrite", 12, bench::ratio(orders[kNodeByNode].name, "fwrite"));

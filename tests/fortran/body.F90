@@ -12,25 +12,33 @@ subroutine free_body(failures)
   integer(c_int), intent(out) :: failures
   integer(c_int), parameter :: m = 3
   integer(c_int) :: i, j, k, n, count, ierr
-  real(c_double) :: last, v(9), s(6), ones(m), v3(m, 3), v5(m, 3, m), v8(3, 3, m), v9(3, 3, m, m)
+  real(c_double) :: last, v(9), s(6), ones(m), v3(m, 3), v5(m, 3, m), v8(3, 3, m), v9(3, 3, m, m), a(6, 11:18)
   character(len=80) :: title = 'Cube of eight nodes', comment = 'built by Fortran'
   character(len=20) :: unit = 'mm'
 
   failures = 0
   last = 0
-  call zel_create(8, m, ierr); call tally
+  call zel_create(8, 1, ierr); call tally
+  call zel_make_room(8, m, ierr); call tally
   call zel_set_header(title, 'cube.f', 'FORTRAN ', comment, ' ', 'last', ierr); call tally
   call zel_set_units('KILOGRAM', unit, 's  ', 'N', ierr); call tally
   do n = 11, 18
     v(1:3) = next(3)
-    if (mod(n, 2) == 0) then
+    if (n == 12) then
+      call zel_set_nodes(1, [n], v(1:3), ierr)
+    else if (mod(n, 2) == 0) then
       call zel_set_node_coordinates(n, v(1), v(2), v(3), ierr)
     else
       call zel_set_node_coordinates_vec(n, v(1:3), ierr)
     end if
     call tally
     v(1:1) = next(1)
-    call zel_set_nodal_mass(n, v(1), ierr); call tally
+    if (n == 12) then
+      call zel_set_nodal_masses(1, [n], v(1:1), ierr)
+    else
+      call zel_set_nodal_mass(n, v(1), ierr)
+    end if
+    call tally
   end do
   s = next(6)
   call zel_set_nodal_inertia(11, s(1), s(2), s(3), s(4), s(5), s(6), ierr); call tally
@@ -55,8 +63,11 @@ subroutine free_body(failures)
       s = next(6)
       if (i == 1) then
         call zel_set_mode_shape(i, n, s(1), s(2), s(3), s(4), s(5), s(6), ierr)
-      else
+      else if (i == 2) then
         call zel_set_mode_shape_vec(i, n, s, ierr)
+      else
+        a(:, n) = s
+        if (n == 18) call zel_set_mode_array(i, 0, 8, [(k, k = 11, 18)], a, ierr)
       end if
       call tally
     end do

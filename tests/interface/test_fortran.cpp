@@ -146,6 +146,12 @@ TEST_F(Fortran, ProgramsWriteTheBytesThatTheCInterfaceWrites)
         zel::current_database = body_in_c();
         ZEL_WRITE_ANSYS_ZEL(odd.c_str(), int(odd.size()), &one, &two, &ierr);
         EXPECT_EQ(ierr, 0);
+        zel::current_database = body_in_c();
+        ZEL_WRITE_WITH_OPTIONS(padded.c_str(), int(by_name.size()) + 1, "no_xdr  ", 8, &ierr);
+        EXPECT_EQ(ierr, 0);
+        EXPECT_EQ(bytes_of(by_name)[0], 60); // native, in one byte order and the other
+        zel::current_database = body_in_c();
+        ZEL_WRITE_WITH_OPTIONS(by_name.c_str(), int(by_name.size()), "", 0, &ierr);
         ZELDATA* body = body_in_c();
         EXPECT_EQ(ZEL_AnsysAddGenMass(body, 1, 2), 1);
         EXPECT_EQ(ZEL_write_ZEL(body, ansys.c_str()), 1);

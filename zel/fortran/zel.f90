@@ -11,6 +11,7 @@ module zel
   use, intrinsic :: iso_c_binding, only: c_char, c_double, c_int
   implicit none
   private
+  public :: zel_make_room, zel_set_nodes, zel_set_nodal_masses, zel_set_mode_array, zel_write_with_options
   public :: zel_create, zel_terminate, zel_units_si_multipliers, zel_set_node_coordinates, &
       zel_set_node_coordinates_vec, zel_set_nodal_mass, zel_set_global_mass, zel_set_nodal_inertia, &
       zel_set_nodal_inertia_vec, zel_set_nodal_inertia_entry, zel_set_nodal_inertia_mat, zel_set_interface_node, &
@@ -37,6 +38,12 @@ module zel
       integer(c_int), intent(out) :: ierr
     end subroutine
 
+    subroutine zel_make_room(max_mode_nodes, max_modes, ierr) bind(C, name='ZEL_MAKE_ROOM')
+      import :: c_int
+      integer(c_int), intent(in) :: max_mode_nodes, max_modes
+      integer(c_int), intent(out) :: ierr
+    end subroutine
+
     ! Units: SI factors, for example 0.001 for a length in millimetres
     subroutine zel_units_si_multipliers(mass, length, time, force, ierr) bind(C, name='ZEL_UNITS_SI_MULTIPLIERS')
       import :: c_double, c_int
@@ -44,7 +51,19 @@ module zel
       integer(c_int), intent(out) :: ierr
     end subroutine
 
-    ! Nodes and masses
+    ! Nodes and masses, many at once or one by one
+    subroutine zel_set_nodes(count, node_ids, coordinates, ierr) bind(C, name='ZEL_SET_NODES')
+      import :: c_double, c_int
+      integer(c_int), intent(in) :: count, node_ids(count)
+      real(c_double), intent(in) :: coordinates(3, count)
+      integer(c_int), intent(out) :: ierr
+    end subroutine
+    subroutine zel_set_nodal_masses(count, node_ids, masses, ierr) bind(C, name='ZEL_SET_NODAL_MASSES')
+      import :: c_double, c_int
+      integer(c_int), intent(in) :: count, node_ids(count)
+      real(c_double), intent(in) :: masses(count)
+      integer(c_int), intent(out) :: ierr
+    end subroutine
     subroutine zel_set_node_coordinates(node_id, x, y, z, ierr) bind(C, name='ZEL_SET_NODE_COORDINATES')
       import :: c_double, c_int
       integer(c_int), intent(in) :: node_id
@@ -158,6 +177,12 @@ module zel
       import :: c_double, c_int
       integer(c_int), intent(in) :: mode, node_id, dof
       real(c_double), intent(in) :: value
+      integer(c_int), intent(out) :: ierr
+    end subroutine
+    subroutine zel_set_mode_array(mode, kind, count, node_ids, values, ierr) bind(C, name='ZEL_SET_MODE_ARRAY')
+      import :: c_double, c_int
+      integer(c_int), intent(in) :: mode, kind, count, node_ids(count)
+      real(c_double), intent(in) :: values(6, count)
       integer(c_int), intent(out) :: ierr
     end subroutine
     subroutine zel_set_modal_stress(mode, node_id, xx, yy, zz, xy, xz, yz, ierr) bind(C, name='ZEL_SET_MODAL_STRESS')
@@ -358,6 +383,13 @@ module zel
       integer(c_int), value :: name_len
       integer(c_int), intent(out) :: ierr
     end subroutine
+    subroutine c_write_with_options(name, name_len, options, options_len, ierr) &
+        bind(C, name='ZEL_WRITE_WITH_OPTIONS')
+      import :: c_char, c_int
+      character(kind=c_char), intent(in) :: name(*), options(*)
+      integer(c_int), value :: name_len, options_len
+      integer(c_int), intent(out) :: ierr
+    end subroutine
     subroutine c_write_ansys_zel(name, name_len, count1, count2, ierr) &
         bind(C, name='ZEL_WRITE_ANSYS_ZEL')
       import :: c_char, c_int
@@ -400,6 +432,12 @@ contains
     character(len=*), intent(in) :: name
     integer(c_int), intent(out) :: ierr
     call c_write_zel(name, len(name), ierr)
+  end subroutine
+
+  subroutine zel_write_with_options(name, options, ierr)
+    character(len=*), intent(in) :: name, options
+    integer(c_int), intent(out) :: ierr
+    call c_write_with_options(name, len(name), options, len(options), ierr)
   end subroutine
 
   subroutine zel_write_ansys_zel(name, count1, count2, ierr)

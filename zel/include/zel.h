@@ -281,7 +281,8 @@ typedef void (*ZELMESSAGEHANDLER)(void* context, int severity, const char* text)
  * Sets where the messages of the calling thread go: all that the library, or the thread itself, reports through ZEL_Error,
  * ZEL_Warning and ZEL_Info. Each thread begins without a handler and has its own.
  * handler  called with `context` for each message; null: standard error and output, as described above
- * Returns the handler before, null: none; ZEL_MessageHandler, asked first, tells its context too.
+ * Returns the handler before, null: none. A scope that wants the messages for itself asks ZEL_MessageHandler for handler and
+ * context, sets its own, and sets the former again at its end: no stream has to be turned aside.
  * With a handler the library prints nothing by itself. What a caller asks for is printed still: ZEL_Contents, the report of
  * ZEL_Compare (ZEL_CompareBodies prints none), ZEL_TimeMonitorStamp and the times of ZEL_localtime_ISO8601.
  */
@@ -1292,6 +1293,8 @@ ZEL_API void ZEL_CREATE_FROM_ZEL(const char* name, int name_len, int* ierr);
 /** ZEL_Terminate: frees every database. */
 ZEL_API void ZEL_TERMINATE(int* ierr);
 
+ZEL_API void ZEL_MAKE_ROOM(const int* max_mode_nodes, const int* max_modes, int* ierr);
+
 /** ZEL_SetHeader; the program's texts are never changed. */
 ZEL_API void ZEL_SET_HEADER(const char* title, int title_len, const char* file_name, int file_name_len,
                             const char* file_type, int file_type_len, const char* comment1, int comment1_len,
@@ -1304,6 +1307,8 @@ ZEL_API void ZEL_UNITS_SI_MULTIPLIERS(const double* mass, const double* length, 
 
 ZEL_API void ZEL_SET_NODE_COORDINATES(const int* node_id, const double* x, const double* y, const double* z, int* ierr);
 ZEL_API void ZEL_SET_NODE_COORDINATES_VEC(const int* node_id, const double xyz[3], int* ierr);
+ZEL_API void ZEL_SET_NODES(const int* count, const int* node_ids, const double* coordinates, int* ierr);
+ZEL_API void ZEL_SET_NODAL_MASSES(const int* count, const int* node_ids, const double* masses, int* ierr);
 ZEL_API void ZEL_SET_NODAL_MASS(const int* node_id, const double* mass, int* ierr);
 ZEL_API void ZEL_SET_GLOBAL_MASS(const double* mass, const double center[3], const double inertia[9], int* ierr);
 
@@ -1321,6 +1326,10 @@ ZEL_API void ZEL_SET_MODE_SHAPE(const int* mode, const int* node_id, const doubl
 ZEL_API void ZEL_SET_MODE_SHAPE_VEC(const int* mode, const int* node_id, const double values[6], int* ierr);
 ZEL_API void ZEL_SET_MODE_SHAPE_ENTRY(const int* mode, const int* node_id, const int* dof, const double* value,
                                       int* ierr);
+
+/** ZEL_SetModeArray with the values of a dense array, v(6, count) of Fortran. */
+ZEL_API void ZEL_SET_MODE_ARRAY(const int* mode, const int* kind, const int* count, const int* node_ids,
+                                const double* values, int* ierr);
 
 /** ZEL_SetModeVec and ZEL_ModeByNode for modal stress and strain; mode 0 names the pre-stress and the pre-strain. */
 ZEL_API void ZEL_SET_MODAL_STRESS(const int* mode, const int* node_id, const double* xx, const double* yy,
@@ -1384,6 +1393,9 @@ ZEL_API void ZEL_GET_TRANSFORM_TO_SELMOD(double* t, const int* mode_numbers, con
 
 /** ZEL_write_ZEL; of the name, at most 1023 characters are used, without the blanks at their end. */
 ZEL_API void ZEL_WRITE_ZEL(const char* name, int name_len, int* ierr);
+
+/** ZEL_WriteWithOptions; name and options without the blanks at their ends. */
+ZEL_API void ZEL_WRITE_WITH_OPTIONS(const char* name, int name_len, const char* options, int options_len, int* ierr);
 
 /**
  * ZEL_AnsysAddGenMass for the two groups of modes, whose failure does not stop the write, then ZEL_write_ZEL. The name is

@@ -98,6 +98,11 @@ ZEL_FORTRAN_ENTRY(ZEL_TERMINATE, zel_terminate_, int* ierr)
     *ierr = 0;
 }
 
+ZEL_FORTRAN_ENTRY(ZEL_MAKE_ROOM, zel_make_room_, const int* max_mode_nodes, const int* max_modes, int* ierr)
+{
+    on_current(ierr, [&](ZELDATA* db) { return ZEL_MakeRoom(db, *max_mode_nodes, *max_modes); });
+}
+
 // ---- Header and units -------------------------------------------------------------------------------------------------
 
 void ZEL_SET_HEADER(const char* title, int title_len, const char* file_name, int file_name_len, const char* file_type,
@@ -160,6 +165,18 @@ ZEL_FORTRAN_ENTRY(ZEL_SET_NODE_COORDINATES_VEC, zel_set_node_coordinates_vec_, c
                   int* ierr)
 {
     on_current(ierr, [&](ZELDATA* db) { return ZEL_SetNodeCoordinates(db, *node_id, xyz[0], xyz[1], xyz[2]); });
+}
+
+ZEL_FORTRAN_ENTRY(ZEL_SET_NODES, zel_set_nodes_, const int* count, const int* node_ids, const double* coordinates,
+                  int* ierr)
+{
+    on_current(ierr, [&](ZELDATA* db) { return ZEL_SetNodes(db, *count, node_ids, coordinates); });
+}
+
+ZEL_FORTRAN_ENTRY(ZEL_SET_NODAL_MASSES, zel_set_nodal_masses_, const int* count, const int* node_ids,
+                  const double* masses, int* ierr)
+{
+    on_current(ierr, [&](ZELDATA* db) { return ZEL_SetNodalMasses(db, *count, node_ids, masses); });
 }
 
 ZEL_FORTRAN_ENTRY(ZEL_SET_NODAL_MASS, zel_set_nodal_mass_, const int* node_id, const double* mass, int* ierr)
@@ -313,6 +330,12 @@ ZEL_FORTRAN_ENTRY(ZEL_SET_MODE_SHAPE_ENTRY, zel_set_mode_shape_entry_, const int
             return 0;
         return ZEL_SetModeEntry(db, *mode, *node_id, ZEL_MODE_SHAPE, *dof - 1, *value);
     });
+}
+
+ZEL_FORTRAN_ENTRY(ZEL_SET_MODE_ARRAY, zel_set_mode_array_, const int* mode, const int* kind, const int* count,
+                  const int* node_ids, const double* values, int* ierr)
+{
+    on_current(ierr, [&](ZELDATA* db) { return ZEL_SetModeArray(db, *mode, *kind, *count, node_ids, values, 6); });
 }
 
 ZEL_FORTRAN_ENTRY(ZEL_SET_MODAL_STRESS, zel_set_modal_stress_, const int* mode, const int* node_id, const double* xx,
@@ -475,6 +498,20 @@ void ZEL_WRITE_ZEL(const char* name, int name_len, int* ierr)
 extern "C" ZEL_API void zel_write_zel_(const char* name, int* ierr, size_t name_len)
 {
     ZEL_WRITE_ZEL(name, length_of(name_len), ierr);
+}
+
+void ZEL_WRITE_WITH_OPTIONS(const char* name, int name_len, const char* options, int options_len, int* ierr)
+{
+    on_current(ierr, [&](ZELDATA* db) {
+        const Text path(name, name_len), how(options, options_len);
+        return copied({&path, &how}) ? ZEL_WriteWithOptions(db, path.get(), how.get()) : 0;
+    });
+}
+
+extern "C" ZEL_API void zel_write_with_options_(const char* name, const char* options, int* ierr, size_t name_len,
+                                                size_t options_len)
+{
+    ZEL_WRITE_WITH_OPTIONS(name, length_of(name_len), options, length_of(options_len), ierr);
 }
 
 // Coupling masses that cannot be had do not keep the body from being written.
