@@ -68,6 +68,7 @@ static const Family kHex = {
 static const Family kTri = {2, {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{0, 1}, {1, 2}, {2, 0}}, {{0, 1, 2}}, spans_simplex};
 static const Family kQuad = {
     2, {{-1, -1, 0}, {1, -1, 0}, {1, 1, 0}, {-1, 1, 0}}, {{0, 1}, {1, 2}, {2, 3}, {3, 0}}, {{0, 1, 2, 3}}, spans_block};
+static const Family kLine = {1, {{-1, 0, 0}, {1, 0, 0}}, {{0, 1}}, {{0, 1}}, spans_simplex};
 static const Family kPoint = {0, {{0, 0, 0}}, {}, {}, spans_simplex};
 
 struct ShapeRow
@@ -76,8 +77,9 @@ struct ShapeRow
     int order;
 };
 // In the order of Shape.
-constexpr ShapeRow kShapes[] = {{&kTet, 1}, {&kTet, 2}, {&kWedge, 1}, {&kWedge, 2}, {&kHex, 1},  {&kHex, 2},
-                                {&kTri, 1}, {&kTri, 2}, {&kQuad, 1},  {&kQuad, 2},  {&kPoint, 0}};
+constexpr ShapeRow kShapes[] = {{&kTet, 1},  {&kTet, 2},  {&kWedge, 1}, {&kWedge, 2}, {&kHex, 1},
+                                {&kHex, 2},  {&kTri, 1},  {&kTri, 2},   {&kQuad, 1},  {&kQuad, 2},
+                                {&kLine, 1}, {&kLine, 2}, {&kPoint, 0}};
 constexpr int kShapeCount = int(std::size(kShapes));
 static_assert(kShapeCount == int(Shape::point) + 1);
 
@@ -388,7 +390,7 @@ static int edge_between(const Family& family, int a, int b)
 Face element_face(const Element& element, int number)
 {
     const auto& [family, order] = row_of(element.type->shape);
-    if (family->dimension == 2)
+    if (family->dimension < 3)
         number = 1;
     Face face;
     if (number < 1 || size_t(number) > family->faces.size())
@@ -397,7 +399,7 @@ Face element_face(const Element& element, int number)
     for (size_t i = 0; i < corners.size(); ++i)
     {
         face.push_back(element.nodes[size_t(corners[i])]);
-        if (order == 2)
+        if (order == 2 && family->dimension > 1)
         {
             const int edge = edge_between(*family, corners[i], corners[(i + 1) % corners.size()]);
             face.push_back(element.nodes[family->corners.size() + size_t(edge)]);
@@ -420,7 +422,7 @@ std::vector<Face> skin(const Mesh& mesh)
         for (int number = 1; number <= count; ++number)
         {
             faces.push_back(element_face(element, number));
-            owners[sorted(faces.back())] += is_shell(element.type->shape) ? 0 : 1;
+            owners[sorted(faces.back())] += row_of(element.type->shape).family->dimension == 3 ? 1 : 0;
         }
     }
     std::erase_if(faces, [&](const Face& face) { return owners[sorted(face)] > 1; });

@@ -24,6 +24,8 @@ enum class Shape
     tri6,
     quad4,
     quad8,
+    line2, // lines are drawn and have no mass
+    line3,
     point
 };
 constexpr int kMostNodes = 20; // of one element
@@ -109,10 +111,10 @@ const Eigen::Matrix3Xd& node_positions(Shape shape);
 // A face as node indexes, mid-side nodes between their corners, seen counter-clockwise from outside.
 using Face = std::vector<int>;
 
-// Face `number` (from 1, as in S1) of an element; empty when there is none. A shell has its one face under every number.
+// Face `number` (from 1, as in S1) of an element; empty when there is none. A shell or line has its one face under every number.
 Face element_face(const Element& element, int number);
 
-// The surface of the body: the faces that belong to one element only, in the order of the elements, and all shells.
+// The surface of the body: the faces that belong to one solid only, in the order of the elements, all shells and the ends of lines.
 std::vector<Face> skin(const Mesh& mesh);
 
 } // namespace zel_fem

@@ -29,6 +29,7 @@
 #include "fem/interrupt.h"
 #include "fem/progress.h"
 #include "fem/source.h"
+#include "fem/sources/arrays/arrays.h"
 #include "fem/sources/ccx/ccx.h"
 #include "fem/units.h"
 

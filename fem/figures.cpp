@@ -56,6 +56,26 @@ void report_mesh(Report& report, const Body& body, const std::vector<std::string
                                                i.tied.size(), i.at[0], i.at[1], i.at[2]));
 }
 
+static Vector3d principal_inertias(const MassMoments& moments)
+{
+    return Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d>(moments.inertia(moments.center())).eigenvalues();
+}
+
+static std::string three(const Vector3d& v)
+{
+    return format("%.6e %.6e %.6e", v[0], v[1], v[2]);
+}
+
+static std::vector<zel_checks::Number> numbers_of(const Vector3d& v)
+{
+    return {{"x", v[0]}, {"y", v[1]}, {"z", v[2]}};
+}
+
+static std::vector<zel_checks::Number> inertias_of(const Vector3d& v)
+{
+    return {{"smallest", v[0]}, {"middle", v[1]}, {"largest", v[2]}};
+}
+
 void report_mass(Report& report, const Units& units, const MeshMass& elements, const MassMoments& given,
                  const MassMoments& expected)
 {
@@ -63,14 +83,22 @@ void report_mass(Report& report, const Units& units, const MeshMass& elements, c
     report.figure("volume", format("%.6e %s^3", elements.volume, units.length.c_str()), {{"volume", elements.volume}});
     report.check("mass", format("%.6e %s, volume x density %.6e", given.mass, units.mass.c_str(), own.mass),
                  relative(given.mass, own.mass) < kMassTolerance, {{"mass", given.mass}});
-    const Vector3d center = given.center();
-    report.check("centre of mass", format("%.6e %.6e %.6e", center[0], center[1], center[2]),
-                 (center - own.center()).norm() < kMassTolerance * gyration(own),
-                 {{"x", center[0]}, {"y", center[1]}, {"z", center[2]}});
-    const Vector3d principal = Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d>(given.inertia(center)).eigenvalues();
-    report.check("principal inertias", format("%.6e %.6e %.6e", principal[0], principal[1], principal[2]),
-                 inertia_error(given, expected) < kMassTolerance,
-                 {{"smallest", principal[0]}, {"middle", principal[1]}, {"largest", principal[2]}});
+    const Vector3d center = given.center(), principal = principal_inertias(given);
+    report.check("centre of mass", three(center), (center - own.center()).norm() < kMassTolerance * gyration(own),
+                 numbers_of(center));
+    report.check("principal inertias", three(principal), inertia_error(given, expected) < kMassTolerance,
+                 inertias_of(principal));
+}
+
+void report_matrix_mass(Report& report, const Units& units, const MassMoments& moments, bool lumped)
+{
+    const Vector3d center = moments.center(), principal = principal_inertias(moments);
+    report.figure("mass", format("%.6e %s", moments.mass, units.mass.c_str()), {{"mass", moments.mass}});
+    report.figure("centre of mass", three(center), numbers_of(center));
+    report.check("principal inertias", three(principal), principal[0] > -kMassTolerance * principal[2],
+                 inertias_of(principal));
+    if (lumped)
+        report.note("the mass matrix is diagonal: the inertias are those of masses at the nodes");
 }
 
 void report_lost_inertia(Report& report, double lost)

@@ -23,6 +23,9 @@ void report_mesh(Report& report, const Body& body, const std::vector<std::string
 void report_mass(Report& report, const Units& units, const MeshMass& elements, const MassMoments& given,
                  const MassMoments& expected);
 
+// Of a body whose mesh has no mass: what the mass matrix says alone.
+void report_matrix_mass(Report& report, const Units& units, const MassMoments& moments, bool lumped);
+
 // That elements of few points have lost so much of the inertia, where it is much.
 void report_lost_inertia(Report& report, double lost);
 

@@ -196,6 +196,8 @@ void check_interfaces(const Model& model, const std::vector<Interface>& interfac
     for (const Element& element : mesh.elements)
         for (int i = 0; element.type->shape != Shape::point && i < node_count(element.type->shape); ++i)
             structural[size_t(element.nodes[size_t(i)])] = 1;
+    for (size_t node = 0; node < moved.size() && !model.mesh_has_mass; ++node)
+        structural[node] = structural[node] || moved[node] != 0; // elements only draw: what moves belongs to the body
     for (const Interface& interface : interfaces)
     {
         const std::string name = "interface with reference node " + std::to_string(interface.reference_id);

@@ -1,6 +1,7 @@
 #include "fem/model.h"
 
 #include <algorithm>
+#include <numeric>
 
 #include "fem/sparse_modes.h"
 
@@ -175,6 +176,28 @@ MassMoments matrix_moments(const Model& model)
 {
     const Vector3d center = middle_of(model.moved_mesh());
     return moments_from(mass_of(model, rigid_motions(model, center)), center);
+}
+
+MeshMass matrix_mass(const Model& model)
+{
+    const auto& [rows, stiffness, mass] = *model.matrices;
+    const size_t nodes = model.mesh.nodes.size();
+    MeshMass result;
+    result.moments = matrix_moments(model);
+    for (auto* masses : {&result.scaled, &result.row_sum, &result.point})
+        masses->assign(nodes, 0.0);
+    result.across.assign(nodes, Eigen::Matrix3d::Zero());
+    const MatrixXd inertia = times(mass, rigid_motions(model, Vector3d::Zero()).leftCols<3>());
+    for (size_t i = 0; i < rows.size(); ++i)
+        if (const auto [node, component] = rows[i]; node >= 0 && component < 3)
+        {
+            result.scaled[size_t(node)] += mass.coeff(Index(i), Index(i)) / 3;
+            result.row_sum[size_t(node)] += inertia(Index(i), component) / 3;
+        }
+    const double sum = std::accumulate(result.scaled.begin(), result.scaled.end(), 0.0);
+    for (double& share : result.scaled)
+        share *= result.moments.mass / sum;
+    return result;
 }
 
 } // namespace zel_fem

@@ -11,6 +11,7 @@
 #include "fem/elements.h"
 #include "fem/given_modes.h"
 #include "fem/layers.h"
+#include "fem/nodal_mass.h"
 #include "fem/sparse_factor.h"
 
 namespace zel_fem
@@ -48,6 +49,7 @@ struct Model
     Mesh mesh;                                         // of the body; nodes ascend by id
     std::map<std::string, std::vector<int>> node_sets; // indexes of nodes, ascending
     std::vector<Tie> ties;
+    bool mesh_has_mass = true;    // false: elements only draw the body, and all mass is in the matrices
     std::optional<Layers> layers; // where the matrices or modes move other nodes than the body has
 
     // One of the two:
@@ -89,6 +91,9 @@ void check_equations(const Model& model);
 
 // Mass moments as the mass matrix has them.
 MassMoments matrix_moments(const Model& model);
+
+// Masses at the nodes by the mass matrix alone: `scaled` from its diagonal, `row_sum` from its rows. Of models without layers.
+MeshMass matrix_mass(const Model& model);
 
 } // namespace zel_fem
 

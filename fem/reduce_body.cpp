@@ -61,6 +61,48 @@ static void take_shapes(const Model& model, NodeMotion motion, Body& body)
     body.motion = model.layers ? model.layers->mean(motion.displacement, 3) : std::move(motion.displacement);
 }
 
+namespace
+{
+// The mass of a body by its matrix and by its mesh.
+struct MatrixMass
+{
+    MassMoments matrix, expected; // as it is, and as the program's quadrature makes it of the elements
+    MeshMass elements;
+    double lost = 0.0;  // of the inertia, by elements of few points
+    MassMoments target; // that the body shall have
+};
+} // namespace
+
+// The rigid motions and the nodal masses of the body get the mass of volume x density where the program has lost some of it.
+static MatrixMass take_mass(const Model& model, const MeshMass& own, const ReductionOptions& options, Body& body)
+{
+    MatrixMass mass;
+    mass.matrix = mass.target = matrix_moments(model);
+    if (model.mesh_has_mass)
+    {
+        mass.expected = solver_moments(model.moved_mesh());
+        mass.elements = model.layers ? mesh_mass(model.moved_mesh()) : own;
+        mass.lost = inertia_error(mass.expected, mass.elements.moments);
+        if (mass.lost >= kMassTolerance)
+        {
+            mass.target = mass.elements.moments;
+            set_rigid_mass(body, mass.target);
+        }
+    }
+    body.nodes = nodal_masses(body.mesh, model.mesh_has_mass ? own : matrix_mass(model), options.mass, mass.target);
+    add_rotations(body);
+    return mass;
+}
+
+static bool is_diagonal(const SparseMatrix& upper)
+{
+    for (Index column = 0; column < upper.cols(); ++column)
+        for (SparseMatrix::InnerIterator entry(upper, column); entry; ++entry)
+            if (entry.row() != column && entry.value() != 0.0)
+                return false;
+    return true;
+}
+
 // `own` is the mass of the body's mesh, as in the other route.
 static void reduce_matrices(const Model& model, const MeshMass& own, const ReductionOptions& options, Body& body,
                             Report& report, Progress& progress)
@@ -76,22 +118,20 @@ static void reduce_matrices(const Model& model, const MeshMass& own, const Reduc
     body.stiffness = std::move(reduction.stiffness);
     body.mass = std::move(reduction.mass);
     body.reference_motion = unit_reference_motion(interfaces.size(), reduction.boundary_count, body.motion.cols());
-    const MassMoments matrix = matrix_moments(model), expected = solver_moments(model.moved_mesh());
-    const MeshMass elements = model.layers ? mesh_mass(model.moved_mesh()) : own;
-    const double lost = inertia_error(expected, elements.moments);
-    const MassMoments& target = lost < kMassTolerance ? matrix : elements.moments;
-    if (lost >= kMassTolerance)
-        set_rigid_mass(body, target);
-    body.nodes = nodal_masses(body.mesh, own, options.mass, target);
-    add_rotations(body);
+    const MatrixMass mass = take_mass(model, own, options, body);
 
     report.title(title_of(model, free ? "Free-free modes" : "Craig-Bampton reduction", "matrices"));
     report_mesh(report, body, model.notes);
     report.figure("modes", free ? format("6 rigid, %d flexible", options.modes)
                                 : format("%d constraint, %d fixed-interface", reduction.boundary_count, options.modes));
-    report_mass(report, body.units, elements, matrix, expected);
-    report_lost_inertia(report, lost);
-    report_nodal_masses(report, body, target, options.mass);
+    if (model.mesh_has_mass)
+    {
+        report_mass(report, body.units, mass.elements, mass.matrix, mass.expected);
+        report_lost_inertia(report, mass.lost);
+    }
+    else
+        report_matrix_mass(report, body.units, mass.matrix, is_diagonal(model.matrices->mass));
+    report_nodal_masses(report, body, mass.target, options.mass);
     report_modes(report, body, reduction.rigid_before);
     if (!free)
         report.figure("fixed-interface frequencies",
@@ -163,7 +203,7 @@ ReducedBody reduce(Source& source, const ReductionOptions& options, Progress& pr
         keep_inputs(options.output, model);
         check_output(options.output);
     }
-    const MeshMass own = mesh_mass(model.mesh);
+    const MeshMass own = model.mesh_has_mass ? mesh_mass(model.mesh) : MeshMass{};
     const auto body = std::make_shared<Body>();
     body->units = options.units;
     body->title = model.title;

@@ -15,6 +15,7 @@
 #include <cstring>
 #include <filesystem>
 #include <limits>
+#include <mutex>
 #include <numeric>
 #include <stdexcept>
 #include <string>
@@ -69,8 +70,11 @@ public:
     Mumps(const Mumps&) = delete;
     Mumps& operator=(const Mumps&) = delete;
 
+    // MUMPS keeps some of its state beside the record: one job at a time in a process.
     int run(int job)
     {
+        static std::mutex one_at_a_time;
+        const std::lock_guard lock(one_at_a_time);
         all_.job = job;
         dmumps_c(&all_);
         return all_.infog[0];

@@ -1,0 +1,284 @@
+// Models from matrices and meshes in memory: the same body as by way of files, beams with six rows a node against closed forms, and
+// arrays that do not belong together.
+#include <cmath>
+#include <fstream>
+#include <numbers>
+
+#include "fem/body.h"
+#include "fem/reduction.h"
+#include "fixtures.h"
+
+using namespace zel_fem;
+using arrays::Input, arrays::Matrix;
+using Eigen::Index;
+using Eigen::MatrixXd;
+using Eigen::Vector3d;
+using Eigen::VectorXd;
+
+static Progress silent;
+
+enum class Part
+{
+    whole,
+    upper,
+    lower
+};
+
+static Matrix compressed(const MatrixXd& dense, Part part)
+{
+    Matrix matrix{dense.cols(), {0}, {}, {}};
+    for (Index column = 0; column < dense.cols(); ++column)
+    {
+        for (Index row = dense.rows() - 1; row >= 0; --row) // any order will do
+            if (dense(row, column) != 0.0 &&
+                (part == Part::whole || (part == Part::upper) == (row < column) || row == column))
+            {
+                matrix.indices.push_back(row);
+                matrix.values.push_back(dense(row, column));
+            }
+        matrix.starts.push_back(int64_t(matrix.values.size()));
+    }
+    return matrix;
+}
+
+static ReductionOptions in_millimetres(int modes)
+{
+    ReductionOptions options;
+    options.units = parse_units("mm,t,s,N");
+    options.modes = modes;
+    return options;
+}
+
+static VectorXd eigenvalues_of(const ReducedBody& body)
+{
+    return generalized_eigenvalues(body.body->stiffness, body.body->mass);
+}
+
+// The short beam of the test data as its deck and as arrays, whose rows go from the last to the first.
+struct Beam
+{
+    Model model;
+    MatrixXd stiffness, mass;
+
+    Beam()
+    {
+        const auto source = ccx::make_source({.deck = ZEL_SOURCE "/tests/data/ccx/small"});
+        model = source->read_model(silent);
+        source->read_solution(model, {}, silent);
+        stiffness = MatrixXd(model.matrices->stiffness).selfadjointView<Eigen::Upper>();
+        mass = MatrixXd(model.matrices->mass).selfadjointView<Eigen::Upper>();
+    }
+    Input input(Part part) const
+    {
+        Input input;
+        for (const Node& node : model.mesh.nodes)
+            input.points.insert(input.points.end(), node.at.begin(), node.at.end());
+        arrays::Cells bricks{"hexahedron20", 20, {}}, ends{"quad8", 8, {}};
+        for (const Element& element : model.mesh.elements)
+            if (element.type->shape == Shape::hex20)
+            {
+                bricks.nodes.insert(bricks.nodes.end(), element.nodes.begin(), element.nodes.end());
+                const Face end = element_face(element, 1);
+                ends.nodes.insert(ends.nodes.end(), end.begin(), end.end()); // of the boundary: not drawn twice
+            }
+        input.cells = {ends, bricks};
+        for (const char* set : {"ROOT", "TIP"})
+            input.node_sets[set].assign(model.node_sets.at(set).begin(), model.node_sets.at(set).end());
+        input.stiffness = compressed(stiffness.reverse(), part);
+        input.mass = compressed(mass.reverse(), part);
+        for (size_t i = model.matrices->rows.size(); i-- > 0;)
+            input.dofs.push_back({model.matrices->rows[i].node, model.matrices->rows[i].component});
+        return input;
+    }
+};
+
+TEST(Arrays, GiveTheBodyThatFilesGive)
+{
+    const Beam beam;
+    for (const bool free : {true, false})
+    {
+        ReductionOptions options = in_millimetres(8);
+        if (!free)
+            options.interfaces = {parse_interface("root@0,0,0"), {"tip", {}, {{60, 0, 0}}}};
+        const ReducedBody by_files =
+            reduce(*ccx::make_source({.deck = ZEL_SOURCE "/tests/data/ccx/small"}), options, silent);
+        for (const Part part : {Part::whole, Part::upper, Part::lower})
+        {
+            const ReducedBody body = reduce(*arrays::make_source(beam.input(part)), options, silent);
+            EXPECT_TRUE(body.report.all_hold());
+            const VectorXd own = eigenvalues_of(body), other = eigenvalues_of(by_files);
+            for (Index i = 6; i < own.size(); ++i)
+                EXPECT_NEAR(own[i], other[i], 1e-8 * other[i]);
+            const MatrixXd &a = body.body->motion, &b = by_files.body->motion;
+            for (Index k = free ? 6 : 0; k < a.cols(); ++k) // signs of modes are free
+                EXPECT_LT(std::min((a.col(k) - b.col(k)).norm(), (a.col(k) + b.col(k)).norm()), 1e-6 * b.col(k).norm());
+            const MassMoments mass = moments_of(body.body->mesh, body.body->nodes),
+                              expected = mesh_mass(beam.model.mesh).moments;
+            EXPECT_NEAR(mass.mass, expected.mass, 1e-9 * expected.mass);
+            EXPECT_LT((mass.second - expected.second).norm(), 1e-8 * expected.second.norm());
+            EXPECT_EQ(skin(body.body->mesh), skin(beam.model.mesh));
+        }
+    }
+}
+
+// ---- Beams with six rows a node ---------------------------------------------------------------------------------------------
+
+constexpr int kBeams = 40;
+constexpr double kLength = 1000, kSide = 20, kElastic = 210000, kDensity = 7.85e-9; // a square section
+
+// Of a slender beam along x (Przemieniecki, Theory of Matrix Structural Analysis, 1968): u, w, rotation about y for the plane x-z,
+// and so on by symmetry; rotary inertia of the section about x alone.
+static void beam_matrices(MatrixXd& stiffness, MatrixXd& mass)
+{
+    const double l = kLength / kBeams, area = kSide * kSide, inertia = std::pow(kSide, 4) / 12, m = kDensity * area * l;
+    const double shear = kElastic / 2.6, torsion = 0.1406 * std::pow(kSide, 4);
+    stiffness = mass = MatrixXd::Zero(12, 12);
+    const auto couple = [](MatrixXd& a, int i, double own, double other) {
+        a(i, i) = a(i + 6, i + 6) = own;
+        a(i, i + 6) = a(i + 6, i) = other;
+    };
+    couple(stiffness, 0, kElastic * area / l, -kElastic * area / l);
+    couple(stiffness, 3, shear * torsion / l, -shear * torsion / l);
+    couple(mass, 0, m / 3, m / 6);
+    couple(mass, 3, 2 * inertia / area * m / 3, 2 * inertia / area * m / 6);
+    for (const auto& [across, turn, sign] : {std::tuple{1, 5, 1.0}, {2, 4, -1.0}})
+    {
+        const int at[4] = {across, turn, across + 6, turn + 6};
+        const double t = sign * l, k = kElastic * inertia / std::pow(l, 3), c = m / 420;
+        Eigen::Matrix4d bend, move;
+        bend << 12, 6 * t, -12, 6 * t, 6 * t, 4 * l * l, -6 * t, 2 * l * l, -12, -6 * t, 12, -6 * t, 6 * t, 2 * l * l,
+            -6 * t, 4 * l * l;
+        move << 156, 22 * t, 54, -13 * t, 22 * t, 4 * l * l, 13 * t, -3 * l * l, 54, 13 * t, 156, -22 * t, -13 * t,
+            -3 * l * l, -22 * t, 4 * l * l;
+        for (int i = 0; i < 4; ++i)
+            for (int j = 0; j < 4; ++j)
+            {
+                stiffness(at[i], at[j]) = k * bend(i, j);
+                mass(at[i], at[j]) = c * move(i, j);
+            }
+    }
+}
+
+static Input beam_of_lines()
+{
+    MatrixXd k, m, stiffness = MatrixXd::Zero(6 * (kBeams + 1), 6 * (kBeams + 1)), mass = stiffness;
+    beam_matrices(k, m);
+    Input input;
+    input.cells = {{"line", 2, {}}};
+    for (int i = 0; i <= kBeams; ++i)
+        input.points.insert(input.points.end(), {kLength / kBeams * i, 0.0, 0.0});
+    for (int i = 0; i < kBeams; ++i)
+    {
+        stiffness.block<12, 12>(6 * i, 6 * i) += k;
+        mass.block<12, 12>(6 * i, 6 * i) += m;
+        input.cells[0].nodes.insert(input.cells[0].nodes.end(), {i, i + 1});
+    }
+    input.stiffness = compressed(stiffness, Part::whole);
+    input.mass = compressed(mass, Part::lower);
+    return input;
+}
+
+static double euler(double root)
+{
+    return root * root * std::sqrt(kElastic * kSide * kSide / 12 / kDensity) / (kLength * kLength);
+}
+
+TEST(Arrays, OfBeamsCarryTheRotationsOfTheirNodes)
+{
+    ReductionOptions options = in_millimetres(12);
+    const ReducedBody free = reduce(*arrays::make_source(beam_of_lines()), options, silent);
+    EXPECT_TRUE(free.report.all_hold());
+    const VectorXd values = eigenvalues_of(free);
+    for (Index k : {6, 7})
+        EXPECT_NEAR(std::sqrt(values[k]), euler(4.730041), 1e-5 * euler(4.730041));
+    // a slope of 0.982502 x 4.730041 / L at the end for a unit deflection there
+    const VectorXd u = free.body->motion.col(6).head<3>(), turn = free.body->rotation.col(6).head<3>();
+    EXPECT_NEAR(turn.norm() / u.norm(), 0.982502 * 4.730041 / kLength, 1e-6);
+    EXPECT_NEAR(u.dot(turn), 0.0, 1e-9 * u.norm() * turn.norm());
+
+    options.interfaces = {{"root", {1}, {}}, {"tip", {kBeams + 1}, {{kLength, 0, 50}}}}; // one of them with an arm
+    const ReducedBody held = reduce(*arrays::make_source(beam_of_lines()), options, silent);
+    EXPECT_TRUE(held.report.all_hold());
+    const MatrixXd& constraint = held.body->motion;
+    EXPECT_NEAR(std::sqrt(held.body->stiffness(12, 12)), euler(4.730041),
+                1e-5 * euler(4.730041)); // clamped at both ends
+    const Index tip = 3 * kBeams;
+    EXPECT_LT((constraint.block<3, 3>(tip, 6) - MatrixXd::Identity(3, 3)).norm(), 1e-12);
+    EXPECT_LT((constraint.block<3, 1>(tip, 10) - Vector3d(-50, 0, 0)).norm(), 1e-9); // turned about y, 50 above it
+    EXPECT_LT((held.body->rotation.block<3, 3>(tip, 9) - MatrixXd::Identity(3, 3)).norm(), 1e-12);
+    // half way along a cubic: 1/2 of a unit shift, slope 3/2 / L; 1/8 L of a unit turn
+    const Index middle = 3 * (kBeams / 2);
+    EXPECT_NEAR(constraint(middle + 1, 7), 0.5, 1e-9);
+    EXPECT_NEAR(held.body->rotation(middle + 2, 7), 1.5 / kLength, 1e-12);
+    EXPECT_NEAR(constraint(middle + 1, 11), -kLength / 8, 1e-7);
+
+    ZELDATA* db = fill_database(held);
+    double shape[3];
+    ASSERT_TRUE(ZEL_ModeByNode(db, 8, 0, kBeams / 2 + 1, shape, 1));
+    EXPECT_EQ(shape[2], held.body->rotation(middle + 2, 7));
+    EXPECT_EQ(db->face_count, kBeams + 1); // lines are drawn, and the arm
+    ZEL_UnLink(db);
+}
+
+// ---- Faults ------------------------------------------------------------------------------------------------------------------
+
+// Ends the work at a phase.
+struct StopAt : Progress
+{
+    std::string last;
+    bool begins(const std::string& phase) override { return phase != last; }
+};
+
+TEST(Arrays, ThatDoNotBelongTogetherAreRefused)
+{
+    const std::pair<void (*)(Input&), const char*> faults[] = {
+        {[](Input& in) { in.points.pop_back(); }, "points have three coordinates each"},
+        {[](Input& in) { in.points[4] = NAN; }, "point 1 has a coordinate that is no finite number"},
+        {[](Input& in) { in.cells[0].nodes[1] = 41; }, "a cell of type line names point 41 of 41"},
+        {[](Input& in) { in.cells[0].nodes[1] = -1; }, "a cell of type line names point -1 of 41"},
+        {[](Input& in) { in.cells[0].nodes_per_cell = 3; }, "cells of type line have 2 nodes, not 3"},
+        {[](Input& in) { in.node_sets["a"] = {41}; }, "the node set a names point 41 of 41"},
+        {[](Input& in) { in.mass.order = 5; }, "the stiffness matrix has 246 rows, the mass matrix 5"},
+        {[](Input& in) { in.points.resize(120), in.cells.clear(); }, "neither three nor six for each of 40 points"},
+        {[](Input& in) {
+             in.dofs = {{0, 0}};
+         },
+         "dofs has 1 rows, the matrices have 246"},
+        {[](Input& in) {
+             in.dofs.assign(246, {0, 6});
+         },
+         "row 0 of dofs names component 6 of point 0"},
+        {[](Input& in) {
+             in.dofs.assign(246, {0, 1});
+         },
+         "two rows move component 1 of point 0"},
+        {[](Input& in) { in.stiffness.starts[3] = 1000000; }, "the stiffness matrix is no compressed square matrix"},
+        {[](Input& in) { in.stiffness.indices[3] = 246; }, "the stiffness matrix has an entry in row 246 of 246"},
+        {[](Input& in) { in.mass.values[2] = INFINITY; }, "the mass matrix has an entry that is no finite number at ("},
+        {[](Input& in) { in.stiffness.values[0] *= 1.001; }, "the stiffness matrix is not symmetric: its entries at ("},
+        {[](Input& in) { in.stiffness.values[1] *= 1.001; }, "the stiffness matrix resists rigid motion"},
+        {[](Input& in) { in.mass.values[1] = -1; }, "the mass matrix has a negative entry on its diagonal"},
+        {[](Input& in) { in.mass.values[0] *= 0.5; }, "the mass matrix is not that of a body"},
+    };
+    for (const auto& [spoil, expected] : faults)
+    {
+        Input input = beam_of_lines();
+        spoil(input);
+        try
+        {
+            reduce(*arrays::make_source(input), in_millimetres(2), silent);
+            ADD_FAILURE() << "taken, in place of: " << expected;
+        }
+        catch (const std::runtime_error& error)
+        {
+            EXPECT_NE(std::string(error.what()).find(expected), std::string::npos)
+                << expected << "\nnot in " << error.what();
+        }
+    }
+    for (const char* phase : {"take the mesh", "take the matrices", "free-free modes", "shapes and nodal masses"})
+    {
+        StopAt stop;
+        stop.last = phase;
+        EXPECT_THROW(reduce(*arrays::make_source(beam_of_lines()), in_millimetres(2), stop), Stopped) << phase;
+    }
+}
