@@ -151,8 +151,8 @@ static void add_ccx(CLI::App& import, int& status)
     ccx->add_option("-u,--units", options->units, "Units of the deck: length, mass, time and force, as in mm,t,s,N")
         ->required();
     ccx->add_option("-i,--interface", options->interfaces,
-                    "SET or SET@x,y,z: a node set that follows one reference node, at its centre unless given; may be "
-                    "repeated; without it every *RIGID BODY and kinematic *COUPLING of the deck");
+                    "SET, SET@x,y,z or ids=1,2,3@x,y,z: nodes that follow one reference node, at their centre unless "
+                    "given; may be repeated; without it every *RIGID BODY and kinematic *COUPLING of the deck");
     ccx->add_option("-n,--modes", options->reduction.modes, "Fixed-interface modes, or flexible modes of a free body")
         ->capture_default_str()
         ->check(CLI::Range(0, 100000))
