@@ -44,8 +44,8 @@ public:
 /** What a rigid body has. */
 struct MassProperties
 {
-    double mass;
-    std::array<double, 3> center;
+    double mass;                  ///< of all of it
+    std::array<double, 3> center; ///< of mass
     std::array<double, 9> tensor; ///< of inertia about the origin, row by row; off the diagonal minus the products
 };
 
@@ -63,10 +63,11 @@ std::array<double, 3> principal_values(const std::array<double, 9>& tensor);
 /** One mode of a body by itself. */
 struct Mode
 {
-    int number; ///< the caller's
-    double eigenvalue;
+    int number;                  ///< the caller's
+    double eigenvalue;           ///< square of the angular frequency, as far as the units belong together
     std::optional<double> hertz; ///< cycles per second whatever the unit of time; none: the modes are coupled
-    double mass, stiffness;      ///< generalized
+    double mass;                 ///< generalized
+    double stiffness;            ///< generalized
     bool rigid;                  ///< never when the modes are coupled
 };
 
@@ -95,29 +96,33 @@ const char* block_name(int number);
 /** A frequency at which the body vibrates freely. */
 struct Frequency
 {
-    int mode; ///< number of the mode; with coupled modes the frequencies are counted from 1
-    double hertz;
-    bool rigid; ///< a motion without deformation, whose frequency is rounding
+    int mode;     ///< number of the mode; with coupled modes the frequencies are counted from 1
+    double hertz; ///< cycles per second whatever the unit of time
+    bool rigid;   ///< a motion without deformation, whose frequency is rounding
 };
 
 /** A block that the file has. */
 struct Block
 {
-    int number; ///< one of the ZEL_BLOCK_... values
-    std::string name;
-    int64_t bytes;
+    int number;       ///< one of the ZEL_BLOCK_... values
+    std::string name; ///< its short name
+    int64_t bytes;    ///< in the file
 };
 
 /** One screen on a body that was opened from a file. */
 struct Facts
 {
-    std::string title, date;
-    double version;
-    bool portable; ///< XDR; otherwise in the byte order of the machine that wrote it
-    bool double_precision;
-    std::array<std::string, 4> units; ///< labels of mass, length, time and force
-    int nodes, modes, faces, interface_nodes;
-    MassProperties mass;
+    std::string title;                        ///< of the header
+    std::string date;                         ///< of the header
+    double version;                           ///< of the format, 1.0 to 6.0
+    bool portable;                            ///< XDR; otherwise in the byte order of the machine that wrote it
+    bool double_precision;                    ///< otherwise single
+    std::array<std::string, 4> units;         ///< labels of mass, length, time and force
+    int nodes;                                ///< how many there are
+    int modes;                                ///< how many there are
+    int faces;                                ///< how many there are
+    int interface_nodes;                      ///< how many there are
+    MassProperties mass;                      ///< as mass_properties() has them
     std::array<double, 3> principal_inertias; ///< about the centre of mass, ascending
     bool coupled_modes;                       ///< generalized matrices have entries off their diagonals
     std::vector<Frequency> frequencies;       ///< of coupled modes none when the generalized mass is not positive

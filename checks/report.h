@@ -13,7 +13,7 @@ namespace zel_checks
 struct Number
 {
     std::string name; ///< snake_case, with its unit where two are possible, as in frequency_hz
-    double value;
+    double value;     ///< in the unit of the name, else that of the body
 };
 
 /** What a row of a report is. */
@@ -28,7 +28,7 @@ enum class RowKind
 /** One line of a report. */
 struct Row
 {
-    RowKind kind;
+    RowKind kind;                ///< what the others of these mean
     std::string name;            ///< of a figure or check; empty for titles and notes
     std::string text;            ///< the title, the note or the figures as a person reads them
     std::optional<bool> holds;   ///< the verdict on a check; none for all other rows
@@ -39,13 +39,16 @@ struct Row
 class Report
 {
 public:
+    /** What the rows after it are about. */
     void title(std::string text);
+    /** A remark without a figure. */
     void note(std::string text);
     /** A figure that only informs. */
     void figure(std::string name, std::string text, std::vector<Number> numbers = {});
     /** A figure that must hold, with its verdict. */
     void check(std::string name, std::string text, bool holds, std::vector<Number> numbers = {});
 
+    /** All rows so far. */
     const std::vector<Row>& rows() const { return rows_; }
     /** Whether no check of the report failed. */
     bool all_hold() const { return all_hold_; }

@@ -60,13 +60,14 @@ struct InterfaceChoice
 /** "SET", "SET@x,y,z", "ids=1,2,3" or "ids=1,2,3@x,y,z". Throws InputError or std::runtime_error for anything else. */
 InterfaceChoice parse_interface(const std::string& text);
 
+/** What body is made of a model. */
 struct ReductionOptions
 {
     Units units;                             ///< of the model, which has one system of units throughout
     std::vector<InterfaceChoice> interfaces; ///< none: the ties of the model, or free modes when it has none
     bool free = false;                       ///< free-free modes, whatever ties the model has
     int modes = 20; ///< fixed-interface modes, or flexible modes of a free body; not of computed modes
-    MassMethod mass = MassMethod::matched;
+    MassMethod mass = MassMethod::matched; ///< of the nodes
     std::string output; ///< where the body will be written, refused at once when that cannot be; empty: nowhere
 };
 
@@ -75,8 +76,8 @@ struct Body;
 /** A flexible body, ready for a database. */
 struct ReducedBody
 {
-    std::shared_ptr<const Body> body;
-    zel_checks::Report report; ///< figures and checks; where one does not hold, the body is not to be trusted
+    std::shared_ptr<const Body> body; ///< for fill_database() and write_body()
+    zel_checks::Report report;        ///< figures and checks; where one does not hold, the body is not to be trusted
 };
 
 /**

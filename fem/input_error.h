@@ -9,17 +9,18 @@
 namespace zel_fem
 {
 
-// Where something stands; line 0 means the file as a whole, an empty name a model that came from no file.
+/** Where something stands. */
 struct Place
 {
-    std::string file;
-    int64_t line = 0;
+    std::string file; ///< its path; empty: the model came from no file
+    int64_t line = 0; ///< counted from 1; 0: the file as a whole
 };
 
-// Input that cannot be used. The text reads "file:line: what is wrong".
+/** Input that cannot be used. */
 class InputError : public std::runtime_error
 {
 public:
+    /** With the text "file:line: what is wrong". */
     InputError(const Place& place, const std::string& what);
 };
 

@@ -11,25 +11,30 @@
 namespace zel_fem
 {
 
-// Begins to wait for signals, those left out that the command was started to ignore (nohup). Call it once, before the
-// first thread and the first file. Without it, what is registered just stays.
+/**
+ * Begins to wait for signals, those left out that the command was started to ignore (nohup). Call it once, before the
+ * first thread and the first file. Without it, what is registered just stays.
+ */
 void watch_for_interrupts();
 
-// A file, or a folder with everything in it, that goes when a signal ends the process. Register the name as soon as it is
-// known, best before anything has it, and keep the object until it is gone or finished; its end removes nothing.
-// A name that leads to nothing is no mistake.
-//
-//     const RemovedOnInterrupt registered(folder); // before mkdir, or right after mkdtemp
+/**
+ * A file, or a folder with everything in it, that goes when a signal ends the process. Register the name as soon as it is
+ * known, best before anything has it, and keep the object until it is gone or finished; its end removes nothing.
+ * A name that leads to nothing is no mistake.
+ *
+ *     const RemovedOnInterrupt registered(folder); // before mkdir, or right after mkdtemp
+ */
 class RemovedOnInterrupt
 {
 public:
+    /** Registers the path, which need not exist yet. */
     explicit RemovedOnInterrupt(const std::filesystem::path& path);
     ~RemovedOnInterrupt();
     RemovedOnInterrupt(const RemovedOnInterrupt&) = delete;
     RemovedOnInterrupt& operator=(const RemovedOnInterrupt&) = delete;
 
 protected:
-    // `prefix`: in the folder `path`, only what has a name that begins so
+    /** Registers what is in the folder `path` under a name that begins with `prefix`. */
     RemovedOnInterrupt(const std::filesystem::path& path, const std::string& prefix);
 
 private:
@@ -45,11 +50,14 @@ private:
     std::list<Entry>::iterator entry_;
 };
 
-// The same for an output of the library, by the name that the user gave: the hidden file beside it that waits for its
-// place. The output itself is either the older file or complete.
+/**
+ * The same for an output of the library, by the name that the user gave: the hidden file beside it that waits for its
+ * place. The output itself is either the older file or complete.
+ */
 class UnfinishedOutput : public RemovedOnInterrupt
 {
 public:
+    /** Registers the output by its name. */
     explicit UnfinishedOutput(const std::filesystem::path& output);
 };
 

@@ -8,7 +8,7 @@
 namespace zel_fem
 {
 
-// Thrown out of the work when a Progress has asked to stop.
+/** Thrown out of the work when a Progress has asked to stop. */
 class Stopped : public std::runtime_error
 {
 public:
@@ -25,12 +25,13 @@ class Progress
 public:
     virtual ~Progress() = default;
 
-    // For the work: both throw Stopped when the sink says so.
+    /** For the work: tells a phase, and throws Stopped when the sink says so. */
     void begin(const std::string& phase)
     {
         if (!begins(phase))
             throw Stopped();
     }
+    /** For the work: tells the share of the phase that is done, 0 to 1, and throws Stopped when the sink says so. */
     void advance(double share)
     {
         if (!advances(share))
@@ -38,9 +39,9 @@ public:
     }
 
 protected:
-    // A phase begins, "factor the stiffness matrix". false: stop.
+    /** A phase begins, "factor the stiffness matrix". False: stop. */
     virtual bool begins([[maybe_unused]] const std::string& phase) { return true; }
-    // The share of it that is done, 0 to 1; below 0: it goes on, nobody knows how far. false: stop.
+    /** The share of it that is done, 0 to 1; below 0: it goes on, nobody knows how far. False: stop. */
     virtual bool advances([[maybe_unused]] double share) { return true; }
 };
 

@@ -1,4 +1,5 @@
-/*
+/**
+ * @file
  * zel: flexible bodies for multibody dynamics.
  *
  * One ZELDATA record holds one flexible body: finite-element nodes with their masses, faces, modes (mode shapes, modal
@@ -101,7 +102,7 @@ enum
 /* One open file and how its values are encoded. */
 typedef struct ZELSTREAM
 {
-    FILE* file;
+    FILE* file;               /* null: none is open */
     int xdr;                  /* 1 portable (XDR, RFC 4506), 0 native byte order */
     void* xdr_stream;         /* owned by zel_file; the mode streams of a database that was read only borrow it */
     int double_precision;     /* 1 reals are doubles, 0 floats */
@@ -110,75 +111,81 @@ typedef struct ZELSTREAM
     int temporary;            /* 1: a file without a name, which goes when it is closed (mode streams only) */
 } ZELSTREAM;
 
+/* A finite-element node. */
 typedef struct ZELNODE
 {
-    int id;
-    double x, y, z;
-    double mass;
+    int id;          /* the caller's */
+    double x, y, z;  /* coordinates */
+    double mass;     /* lumped at the node */
     double* inertia; /* owned 6: xx yy zz xy xz yz, or null: the node has no inertia */
 } ZELNODE;
 
 /* Element of the identifier indexes, which are sorted by their first integer. */
 typedef struct ZELIDPAIR
 {
-    int id;
-    int index;
+    int id;    /* what is looked up */
+    int index; /* what it stands for */
 } ZELIDPAIR;
 
-/* Entry of a sparse generalized matrix. Row and column are mode indexes; -1 where a mode could not be added. */
+/* Entry of a sparse generalized matrix. */
 typedef struct ZELENTRY
 {
-    int row;
-    int column;
-    double value;
+    int row;      /* mode index; -1: the mode could not be added */
+    int column;   /* the same */
+    double value; /* of several entries of one place the last one holds */
 } ZELENTRY;
 
+/* A sparse generalized matrix. */
 typedef struct ZELMATRIX
 {
-    int count;
-    int capacity;
-    ZELENTRY* entries;
+    int count;         /* entries that there are */
+    int capacity;      /* entries that there is room for */
+    ZELENTRY* entries; /* owned */
 } ZELMATRIX;
 
-/* value[0] mode number, [1] eigenvalue, [2] frequency in cycles and [3] in radians per time unit, [4] generalized mass,
- * [5] generalized stiffness */
+/* What an eigenvalue block has of one mode. */
 typedef struct ZELEIGEN
 {
+    /* [0] mode number, [1] eigenvalue, [2] frequency in cycles and [3] in radians per time unit, [4] generalized mass,
+     * [5] generalized stiffness */
     double value[6];
 } ZELEIGEN;
 
+/* Modal loads of one case. */
 typedef struct ZELLOADCASE
 {
-    char label[256];
-    int processed;  /* 1: the first six components are the resultant force and moment on the principal axes */
-    double* values; /* owned; load_capacity doubles, of which one a mode is used */
+    char label[256]; /* its name */
+    int processed;   /* 1: the first six components are the resultant force and moment on the principal axes */
+    double* values;  /* owned; load_capacity doubles, of which one a mode is used */
 } ZELLOADCASE;
 
+/* A largest value and where it is. */
 typedef struct ZELSTATPAIR
 {
-    int node_id;
-    double value;
+    int node_id;  /* of the node that has it */
+    double value; /* its magnitude */
 } ZELSTATPAIR;
 
-/* pair[0] largest translation of a mode, [1] rotation, [2] von Mises stress, [3] von Mises strain; the rest is zero. */
+/* The largest values of a mode: translation, rotation, von Mises stress, von Mises strain. */
 typedef struct ZELSTATISTICS
 {
-    ZELSTATPAIR pair[13];
+    ZELSTATPAIR pair[13]; /* in this order; zero from [4] on */
 } ZELSTATISTICS;
 
-/* One node's pre-stress or pre-strain: x, y, z, xy, xz, yz. */
+/* One node's pre-stress or pre-strain. */
 typedef struct ZELSIX
 {
-    double v[6];
+    double v[6]; /* x, y, z, xy, xz, yz */
 } ZELSIX;
 
-/* Row of a unit table: one unit is `factor` kilograms, newtons, metres or seconds. An empty label ends a table. */
+/* Row of a unit table. */
 typedef struct ZELUNIT
 {
-    char label[16];
-    double factor;
+    char label[16]; /* canonical label; empty: the table ends here */
+    double factor;  /* so many kilograms, newtons, metres or seconds are one unit */
 } ZELUNIT;
 
+/* The units of a body. */
 typedef struct ZELUNITS
 {
     double mass_scale, length_scale, time_scale, force_scale; /* ratios of the last change, old/new; 1.0 at creation */
@@ -187,6 +194,7 @@ typedef struct ZELUNITS
 
 /* The record of one body. Callers may read it; they change it only through the functions below. */
 typedef struct ZELDATA ZELDATA;
+/* What a record has. */
 struct ZELDATA
 {
     ZELDATA* next;                                 /* next live database */
@@ -195,59 +203,59 @@ struct ZELDATA
     float* conversion_buffer;                      /* owned */
     int non_diagonal;  /* 1: an off-diagonal generalized mass or stiffness entry was stored */
     int non_unit_mass; /* 1: a diagonal generalized mass differs from 1 */
-    ZELUNITS units;
-    int version; /* whole version code of the file that was read; 31 at creation */
-    char title[128], date[32], input_file_name[128], input_file_type[16];
-    char comment1[80], comment2[80], comment3[80];
-    char content_flags[100]; /* which blocks have data, laid out as a file's content summary */
-    int node_count, node_capacity, max_mode_nodes;
-    ZELNODE* nodes;                   /* owned */
-    ZELNODE** mode_nodes[3];          /* owned, node_capacity: the nodes of each kind's mode vectors, in order */
-    ZELIDPAIR* node_id_index;         /* owned: (node id, node index), ascending after ZEL_NodeIndex */
-    ZELIDPAIR* mode_node_id_index[3]; /* (node id, position in mode_nodes[kind]); [0] is node_id_index itself */
-    double total_mass, center_of_mass[3];
-    double inertia_tensor[9]; /* off-diagonals are products of inertia, opposite to the tensor's */
-    int mode_count, mode_node_count[3], max_modes;
-    int eigenvalue_count;
-    ZELEIGEN* eigenvalues;      /* owned, eigenvalue_count + 1 records, the last one zero */
-    double* transformation;     /* owned, [i*n + k] component of new mode i on old mode k */
-    int* mode_ids;              /* owned, max_modes: mode number of each mode index */
-    int64_t* mode_positions[3]; /* owned, max_modes: where each mode's record starts in its file */
-    int cached_mode[3];         /* mode index whose vector is in mode_buffer, -1: none */
-    double* mode_buffer[3];     /* owned, 6 a node */
-    ZELMATRIX stiffness, mass, damping;
-    int face_count, face_list_length, face_capacity;
-    int* face_list; /* owned: per face its vertex count, then node indexes */
-    int interface_count, interface_capacity;
-    int* interface_nodes;                                                              /* owned: node indexes */
+    ZELUNITS units;    /* in which all values of the record are */
+    int version;       /* whole version code of the file that was read; 31 at creation */
+    char title[128], date[32], input_file_name[128], input_file_type[16]; /* texts of the header */
+    char comment1[80], comment2[80], comment3[80];                        /* the same */
+    char content_flags[100];                       /* which blocks have data, laid out as a file's content summary */
+    int node_count, node_capacity, max_mode_nodes; /* nodes; nodes that there is room for, here and in mode vectors */
+    ZELNODE* nodes;                                /* owned */
+    ZELNODE** mode_nodes[3];              /* owned, node_capacity: the nodes of each kind's mode vectors, in order */
+    ZELIDPAIR* node_id_index;             /* owned: (node id, node index), ascending after ZEL_NodeIndex */
+    ZELIDPAIR* mode_node_id_index[3];     /* (node id, position in mode_nodes[kind]); [0] is node_id_index itself */
+    double total_mass, center_of_mass[3]; /* global properties, set or summed over the nodes */
+    double inertia_tensor[9];             /* off-diagonals are products of inertia, opposite to the tensor's */
+    int mode_count, mode_node_count[3], max_modes;   /* modes; nodes of each kind; modes that there is room for */
+    int eigenvalue_count;                            /* eigenvalue records without the one behind */
+    ZELEIGEN* eigenvalues;                           /* owned, eigenvalue_count + 1 records, the last one zero */
+    double* transformation;                          /* owned, [i*n + k] component of new mode i on old mode k */
+    int* mode_ids;                                   /* owned, max_modes: mode number of each mode index */
+    int64_t* mode_positions[3];                      /* owned, max_modes: where each mode's record starts in its file */
+    int cached_mode[3];                              /* mode index whose vector is in mode_buffer, -1: none */
+    double* mode_buffer[3];                          /* owned, 6 a node */
+    ZELMATRIX stiffness, mass, damping;              /* generalized */
+    int face_count, face_list_length, face_capacity; /* faces; integers in face_list; integers that it has room for */
+    int* face_list;                                  /* owned: per face its vertex count, then node indexes */
+    int interface_count, interface_capacity;         /* interface nodes that there are, and that there is room for */
+    int* interface_nodes;                            /* owned: node indexes */
     double *invar1, *invar2, *invar3, *invar4, **invar5, *invar7, **invar8, ***invar9; /* owned */
-    int* geometry_nodes; /* owned: cache of ZEL_GeometryNodes */
-    int load_case_count;
+    int* geometry_nodes;             /* owned: cache of ZEL_GeometryNodes */
+    int load_case_count;             /* length of load_cases */
     ZELLOADCASE* load_cases;         /* owned */
     double* modal_preload;           /* owned */
     int principal_axes_done;         /* 1: the preload is projected on the principal axes */
     ZELSTATISTICS* modal_statistics; /* owned */
     ZELSIX* pre_stress;              /* owned: record p belongs to mode_nodes[1][p] */
-    int pre_stress_capacity;
-    ZELSIX* pre_strain; /* owned: record p belongs to mode_nodes[2][p] */
-    int pre_strain_capacity;
-    int64_t block_offset[33]; /* [i] start of block i + 1 in zel_file, [32] the end of the file */
-    char file_flags[100];     /* content flags as read, never raised by a setter */
-    int64_t file_size;
-    double base_scale[4];     /* mass, length, time, force: product of all unit changes */
-    double mode_factor[3];    /* stored mode values times this are in current units; kind 0: translations */
-    int mode_record_nodes[3]; /* nodes that one stored mode record has room for */
-    int mode_buffer_nodes[3]; /* nodes that mode_buffer has room for */
-    char invar_origin[10];    /* [n] of invariant n: 0 none, 1 computed, 2 set by the caller, 3 read */
-    int invar_modes;          /* mode count that invariants 3 to 9 were made for */
-    int damping_projected;    /* 1: damping is projected on the principal axes */
-    int transformation_order;
-    int modal_statistics_count;
-    int geometry_node_count;
-    int load_capacity; /* doubles in every load vector and in the preload */
-    int selected_count;
-    ZELIDPAIR* selected_modes; /* owned: (mode number, exported number) */
-    void* private_data;        /* owned: the library's own caches */
+    int pre_stress_capacity;         /* records that pre_stress has room for */
+    ZELSIX* pre_strain;              /* owned: record p belongs to mode_nodes[2][p] */
+    int pre_strain_capacity;         /* records that pre_strain has room for */
+    int64_t block_offset[33];        /* [i] start of block i + 1 in zel_file, [32] the end of the file */
+    char file_flags[100];            /* content flags as read, never raised by a setter */
+    int64_t file_size;               /* bytes of zel_file when it was opened */
+    double base_scale[4];            /* mass, length, time, force: product of all unit changes */
+    double mode_factor[3];           /* stored mode values times this are in current units; kind 0: translations */
+    int mode_record_nodes[3];        /* nodes that one stored mode record has room for */
+    int mode_buffer_nodes[3];        /* nodes that mode_buffer has room for */
+    char invar_origin[10];           /* [n] of invariant n: 0 none, 1 computed, 2 set by the caller, 3 read */
+    int invar_modes;                 /* mode count that invariants 3 to 9 were made for */
+    int damping_projected;           /* 1: damping is projected on the principal axes */
+    int transformation_order;        /* n of the transformation, which is n x n */
+    int modal_statistics_count;      /* length of modal_statistics */
+    int geometry_node_count;         /* length of geometry_nodes */
+    int load_capacity;               /* doubles in every load vector and in the preload */
+    int selected_count;              /* length of selected_modes */
+    ZELIDPAIR* selected_modes;       /* owned: (mode number, exported number) */
+    void* private_data;              /* owned: the library's own caches */
 };
 
 /* ---- Messages and progress ---------------------------------------------------------------------------------------- */
@@ -378,6 +386,7 @@ ZEL_API int CheckZEL(const ZELDATA* db);
 ZEL_API int ZEL_SetHeader(ZELDATA* db, char* title, char* input_file_name, char* input_file_type, char* comment1,
                           char* comment2, char* comment3);
 
+/** Moves a node. */
 ZEL_API int ZEL_SetNodeCoordinates(ZELDATA* db, int node_id, double x, double y, double z);
 
 /** Replaces a nodal mass, or adds to it. */
@@ -1293,6 +1302,7 @@ ZEL_API void ZEL_CREATE_FROM_ZEL(const char* name, int name_len, int* ierr);
 /** ZEL_Terminate: frees every database. */
 ZEL_API void ZEL_TERMINATE(int* ierr);
 
+/** ZEL_MakeRoom */
 ZEL_API void ZEL_MAKE_ROOM(const int* max_mode_nodes, const int* max_modes, int* ierr);
 
 /** ZEL_SetHeader; the program's texts are never changed. */
@@ -1305,6 +1315,7 @@ ZEL_API void ZEL_SET_UNITS(const char* mass, int mass_len, const char* length, i
 ZEL_API void ZEL_UNITS_SI_MULTIPLIERS(const double* mass, const double* length, const double* time, const double* force,
                                       int* ierr);
 
+/** The setters of nodes that are alike in name. */
 ZEL_API void ZEL_SET_NODE_COORDINATES(const int* node_id, const double* x, const double* y, const double* z, int* ierr);
 ZEL_API void ZEL_SET_NODE_COORDINATES_VEC(const int* node_id, const double xyz[3], int* ierr);
 ZEL_API void ZEL_SET_NODES(const int* count, const int* node_ids, const double* coordinates, int* ierr);

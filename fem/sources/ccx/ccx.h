@@ -21,9 +21,9 @@ enum class Route
 /** A deck and what the solver has left beside it, each plain or compressed by gzip. */
 struct Job
 {
-    std::string deck; ///< path, JOB or JOB.inp
-    Route route = Route::automatic;
-    int step = 0; ///< whose modes are taken from results; 0: the only one that has modes
+    std::string deck;               ///< path, JOB or JOB.inp
+    Route route = Route::automatic; ///< what is read
+    int step = 0;                   ///< whose modes are taken from results; 0: the only one that has modes
 };
 
 /** Nothing is read before reduce(). Computed modes have the interfaces of the deck's ties; others are refused. */
