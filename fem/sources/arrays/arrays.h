@@ -28,19 +28,22 @@ struct Cells
  */
 struct Matrix
 {
-    int64_t order = 0;
+    int64_t order = 0;            ///< rows, as many as columns
     std::vector<int64_t> starts;  ///< [order + 1], of each column in the two others
     std::vector<int64_t> indices; ///< rows, counted from 0
-    std::vector<double> values;
+    std::vector<double> values;   ///< of each index
 };
 
+/** A model in memory. */
 struct Input
 {
-    std::string title, program; ///< for the header of the body, at most 127 and 15 characters of them; may be empty
+    std::string title;          ///< for the header of the body, at most 127 characters of it; may be empty
+    std::string program;        ///< the same, at most 15 characters
     std::vector<double> points; ///< x, y, z of each; the node of a body has the number of its point, counted from 1
     std::vector<Cells> cells;   ///< they draw the body: its mass is that of the matrix alone
     std::map<std::string, std::vector<int64_t>> node_sets; ///< points, counted from 0
-    Matrix stiffness, mass;
+    Matrix stiffness;           ///< of all rows
+    Matrix mass;                ///< of the same order
     /**
      * What each row moves: a point, counted from 0, and a component, 0 to 2 translations along and 3 to 5 rotations about x, y,
      * z. {-1, 0}: a freedom inside an element, which rigid motions leave at rest. Empty: three translations, or all six
