@@ -42,8 +42,8 @@ struct Input
     std::vector<double> points; ///< x, y, z of each; the node of a body has the number of its point, counted from 1
     std::vector<Cells> cells;   ///< they draw the body: its mass is that of the matrix alone
     std::map<std::string, std::vector<int64_t>> node_sets; ///< points, counted from 0
-    Matrix stiffness;           ///< of all rows
-    Matrix mass;                ///< of the same order
+    Matrix stiffness;                                      ///< of all rows
+    Matrix mass;                                           ///< of the same order
     /**
      * What each row moves: a point, counted from 0, and a component, 0 to 2 translations along and 3 to 5 rotations about x, y,
      * z. {-1, 0}: a freedom inside an element, which rigid motions leave at rest. Empty: three translations, or all six
