@@ -573,7 +573,7 @@ static constexpr struct
     {ZEL_BLOCK_PRE_STRAIN, print_pre_tensors},
 };
 
-static_assert(rows_are_complete(kReports, [](const Block&) { return true; }));
+static_assert(rows_are_complete(kReports, [](const Block&) { return true; }), "each block has a report");
 
 void ZEL_Contents(ZELDATA* db, int block, FILE* stream)
 {

@@ -315,7 +315,8 @@ static constexpr BlockReader kReaders[] = {
     {ZEL_BLOCK_INTERFACE, read_interface_nodes},
 };
 static_assert(rows_are_complete(kReaders,
-                                [](const Block& row) { return is_read_in_turn(row) && !hangs_on_modes(row); }));
+                                [](const Block& row) { return is_read_in_turn(row) && !hangs_on_modes(row); }),
+              "each block without modes that is read in its turn has a reader");
 
 int read_body_block(Reader& in, const Block& row)
 {

@@ -341,8 +341,8 @@ static constexpr BlockReader kReaders[] = {
     {ZEL_BLOCK_PRE_STRESS, read_pre_stress_or_strain},
     {ZEL_BLOCK_PRE_STRAIN, read_pre_stress_or_strain},
 };
-static_assert(rows_are_complete(kReaders,
-                                [](const Block& row) { return is_read_in_turn(row) && hangs_on_modes(row); }));
+static_assert(rows_are_complete(kReaders, [](const Block& row) { return is_read_in_turn(row) && hangs_on_modes(row); }),
+              "each block that hangs on modes and is read in its turn has a reader");
 
 int read_modal_block(Reader& in, const Block& row)
 {

@@ -263,7 +263,8 @@ static constexpr BlockWriter kWriters[] = {
     {ZEL_BLOCK_FACES, write_faces},
     {ZEL_BLOCK_INTERFACE, write_interface_nodes},
 };
-static_assert(rows_are_complete(kWriters, [](const Block& row) { return !is_modal_block(row); }));
+static_assert(rows_are_complete(kWriters, [](const Block& row) { return !is_modal_block(row); }),
+              "each block without modes has a writer");
 
 int write_body_block(Writer& out, const Block& row)
 {

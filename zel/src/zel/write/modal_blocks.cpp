@@ -505,7 +505,8 @@ static constexpr BlockWriter kWriters[] = {
     {ZEL_BLOCK_PRE_STRESS, write_pre_stress_or_strain},
     {ZEL_BLOCK_PRE_STRAIN, write_pre_stress_or_strain},
 };
-static_assert(rows_are_complete(kWriters, is_modal_block));
+static_assert(rows_are_complete(kWriters, is_modal_block),
+              "each block that hangs on modes and each invariant has a writer");
 
 int write_modal_block(Writer& out, const Block& row)
 {

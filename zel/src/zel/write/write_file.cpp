@@ -407,33 +407,25 @@ static void prune_to_format(Writer& out)
     drop_statistics(out);
 }
 
-// The blocks that are announced, in the order in which they are.
-static constexpr int kAnnounced[] = {
-    ZEL_BLOCK_NODES,   ZEL_BLOCK_TOPOLOGY,       ZEL_BLOCK_FACES,    ZEL_BLOCK_EIGENVALUES, ZEL_BLOCK_MODES,
-    ZEL_BLOCK_BODY,    ZEL_BLOCK_MASSES,         ZEL_BLOCK_INERTIAS, ZEL_BLOCK_STIFFNESS,   ZEL_BLOCK_MASS,
-    ZEL_BLOCK_DAMPING, ZEL_BLOCK_TRANSFORMATION, ZEL_BLOCK_STRESS,   ZEL_BLOCK_INTERFACE,   ZEL_BLOCK_INVAR1,
-    ZEL_BLOCK_PRELOAD, ZEL_BLOCK_LOADS,          ZEL_BLOCK_STRAIN,   ZEL_BLOCK_PRE_STRESS,  ZEL_BLOCK_PRE_STRAIN};
-
-constexpr bool announced_are_those_with_a_line()
+static void announce(const Writer& out, int block)
 {
-    int times[ZEL_BLOCKS + 1] = {};
-    for (int block : kAnnounced)
-        ++times[block];
-    for (const Block& row : kBlocks)
-        if (times[row.number] != (row.summary ? 1 : 0))
-            return false;
-    return true;
+    ZEL_Info("%30s %s", block_row(block).summary, out.has(block) ? "Yes" : "No");
 }
-static_assert(announced_are_those_with_a_line(), "each block with a line for the announcement has a place in it");
 
-// Of the two blocks of faces, that of the format is announced.
+// Which blocks will be written. The first places are in an order of their own; all other blocks that have a line follow by
+// their numbers. Of the two blocks of faces, that of the format is announced.
 static void print_summary(const Writer& out)
 {
-    const int other_faces = face_block(out) == ZEL_BLOCK_FACES ? ZEL_BLOCK_TOPOLOGY : ZEL_BLOCK_FACES;
+    const int first[] = {ZEL_BLOCK_NODES,    face_block(out),   ZEL_BLOCK_EIGENVALUES,    ZEL_BLOCK_MODES,
+                         ZEL_BLOCK_BODY,     ZEL_BLOCK_MASSES,  ZEL_BLOCK_INERTIAS,       ZEL_BLOCK_STIFFNESS,
+                         ZEL_BLOCK_MASS,     ZEL_BLOCK_DAMPING, ZEL_BLOCK_TRANSFORMATION, ZEL_BLOCK_STRESS,
+                         ZEL_BLOCK_INTERFACE};
     ZEL_Info("\nCreating a Vornic File with the following information:\n");
-    for (int block : kAnnounced)
-        if (block != other_faces)
-            ZEL_Info("%30s %s", block_row(block).summary, out.has(block) ? "Yes" : "No");
+    for (int block : first)
+        announce(out, block);
+    for (int block = ZEL_BLOCK_STRESS + 1; block <= ZEL_BLOCKS; ++block)
+        if (block_row(block).summary)
+            announce(out, block);
 }
 
 // ---- Blocks ----------------------------------------------------------------------------------------------------------------------
