@@ -10,6 +10,9 @@ using namespace zel;
 namespace zel
 {
 
+static_assert(sizeof(ZELDATA::block_offset) == (ZEL_BLOCKS + 1) * sizeof(int64_t),
+              "the last one is the end of the file");
+
 // Adds up the groups of the old element block behind its head of two integers: I, I elements, I nodes of an element, then
 // elements * (nodes + 2) integers. -1 when a group cannot be read or leads beyond `room` bytes.
 static Wide topology_bytes(ZELSTREAM& in, int64_t start, int32_t groups, int64_t room)
