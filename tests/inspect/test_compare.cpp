@@ -550,6 +550,18 @@ TEST_F(Comparing, NeedsTwoDatabasesAndSurvivesAShortageOfMemory)
                                 [&](bool failed, const std::string&) { EXPECT_EQ(result < 0, failed); });
 }
 
+// All invariants are one check, matrices are two.
+TEST_F(Comparing, CountsChecksAsItAlwaysDid)
+{
+    ZELDATA *base = body(), *made = body();
+    for (double* value : {&made->invar3[2], &made->invar5[0][8], &made->invar9[1][2][3]})
+        *value += 1.0;
+    EXPECT_EQ(compare(base, made, -1, 0.1).result, -1);
+    made->stiffness.entries[2].value += 9.0;
+    made->mass.entries[2].value += 9.0;
+    EXPECT_EQ(compare(base, made, -1, 0.1).result, -3);
+}
+
 // The rows are the same for a smaller room, and the differences of a body that is numbered backwards, with other signs.
 TEST_F(Comparing, HandsOutAsManyRowsAsThereIsRoomFor)
 {

@@ -482,13 +482,14 @@ static int write_content(Writer& out)
 
 static int run_pipeline(Writer& out)
 {
-    if (!change_geometry(out) || is_ended() || !open_stream(out) || !write_block(out, ZEL_BLOCK_VERSION) ||
+    if (!change_geometry(out) || !open_stream(out) || !write_block(out, ZEL_BLOCK_VERSION) ||
         !write_block(out, ZEL_BLOCK_HEADER))
         return 0;
     take_content(out);
     if (!settle_modes(out))
         return 0;
     choose_range(out);
+    // Some steps go on where faces or the reduction fail: not with an operation that is ended.
     if (!settle_invariants(out) || !settle_body(out) || is_ended() || !settle_loads_and_statistics(out))
         return 0;
     if (out.options.no_modal_content && !prune_modal_content(out))
