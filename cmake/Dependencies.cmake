@@ -12,16 +12,12 @@ if(NOT LAPACK_FOUND)
 endif()
 message(STATUS "BLAS and LAPACK: ${LAPACK_LIBRARIES} ${BLAS_LIBRARIES}")
 
-
 # Of the imports and of tests: dense and sparse algebra.
-if(ZEL_TOOLS OR ZEL_TESTS)
+if(ZEL_TOOLS OR ZEL_TESTS OR ZEL_PYTHON)
   find_package(Eigen3 REQUIRED NO_MODULE)
 endif()
-# Of the command: arguments and JSON; for imports compressed input and a sparse solver. MUMPS, in its form without MPI,
-# comes without a CMake package.
-if(ZEL_TOOLS)
-  find_package(CLI11 REQUIRED)
-  find_package(nlohmann_json REQUIRED)
+# Of imports: compressed input and a sparse solver. MUMPS, in its form without MPI, comes without a CMake package.
+if(ZEL_TOOLS OR ZEL_PYTHON)
   find_package(ZLIB REQUIRED)
   find_path(MUMPS_INCLUDE_DIR dmumps_c.h PATH_SUFFIXES mumps_seq REQUIRED)
   find_library(MUMPS_LIBRARY dmumps_seq REQUIRED)
@@ -31,6 +27,11 @@ if(ZEL_TOOLS)
   set_target_properties(MUMPS::dmumps_seq PROPERTIES
     IMPORTED_LOCATION ${MUMPS_LIBRARY} INTERFACE_INCLUDE_DIRECTORIES "${MUMPS_INCLUDE_DIR};${METIS_INCLUDE_DIR}"
     INTERFACE_LINK_LIBRARIES ${METIS_LIBRARY})
+endif()
+# Of the command: arguments and JSON.
+if(ZEL_TOOLS)
+  find_package(CLI11 REQUIRED)
+  find_package(nlohmann_json REQUIRED)
 endif()
 if(ZEL_TESTS)
   find_package(GTest REQUIRED)

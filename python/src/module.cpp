@@ -70,6 +70,10 @@ NB_MODULE(_zel, module)
     nb::class_<Database> database(module, "Database", nb::is_weak_referenceable());
     database.def("close", &Database::close).def_prop_ro("closed", &Database::closed);
     add_reading(database);
+    add_checking(database);
+    add_comparing(module);
+    add_reducing(module);
+    add_making(module, database);
     module.def("create", &create, "An empty database");
     module.def("open", &open_file, nb::arg("path"), "The database of a file");
     module.def("unit_tables", &unit_tables, "Labels and SI factors of mass, length, time and force");

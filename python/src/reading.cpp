@@ -237,24 +237,15 @@ static MaybeGiven<double> mode_vector(Database& database, int mode_number, int k
     return give(long_call(database, [=](ZELDATA* db) { return read_vector(db, mode_number, kind); }));
 }
 
-// False when a mode cannot be read there.
-static bool read_at_nodes(ZELDATA* db, int kind, const Taken<int>& node_ids, int mode_number, double* out)
-{
-    for (size_t i = 0; i < node_ids.size(); ++i, out += 6)
-        for (const int part : {0, 1})
-            if (!ZEL_ModeByNode(db, mode_number, kind, node_ids.data()[i], out + 3 * part, part))
-                return false;
-    return true;
-}
-
+// All are known to the caller, and at least one of each.
 static Given<double> modes_of_nodes(Database& database, int kind, Taken<int> node_ids, Taken<int> mode_numbers)
 {
     auto values = long_call(database, [&](ZELDATA* db) {
         Doubles out({mode_numbers.size(), node_ids.size(), 6});
-        for (size_t j = 0; j < mode_numbers.size(); ++j)
-            if (!read_at_nodes(db, kind, node_ids, mode_numbers.data()[j], out.data() + j * node_ids.size() * 6))
-                return Doubles();
-        return out;
+        return ZEL_ModesOfNodes(db, kind, int(node_ids.size()), node_ids.data(), int(mode_numbers.size()),
+                                mode_numbers.data(), out.data())
+                   ? std::move(out)
+                   : Doubles();
     });
     if (!values)
         raise_error("the modes cannot be read at these nodes");

@@ -7,6 +7,7 @@ here=$(cd "$(dirname "$0")" && pwd)
 source=$(cd "$here/../.." && pwd)
 mkdir -p "$1/python"
 work=$(cd "$1/python" && pwd)
+wheel=$(cd "$1" && pwd)-wheel # beside, so that a compiler cache sees the paths of other builds
 shift
 quietly() { "$@" >"$work/log" 2>&1 || { tail -n 60 "$work/log"; return 1; }; }
 
@@ -37,12 +38,13 @@ if [ "$(cat "$work/made-for" 2>/dev/null)" != "$wanted" ]; then
   echo "$wanted" >"$work/made-for"
 fi
 PATH="$work/environment/bin:$PATH"
-export PATH
+export PATH PYTHONDONTWRITEBYTECODE=1
 
 quietly pip wheel --no-build-isolation --no-deps --disable-pip-version-check --wheel-dir "$work" \
-  --config-settings=build-dir="$work/build" --config-settings=cmake.define.ZEL_WERROR="${ZEL_WERROR:-OFF}" "$source"
+  --config-settings=build-dir="$wheel" --config-settings=cmake.define.ZEL_WERROR="${ZEL_WERROR:-OFF}" "$source"
 quietly pip install --no-deps --no-index --force-reinstall --disable-pip-version-check "$work"/zel-*.whl
 rm "$work"/zel-*.whl
 cd "$work"
 python -m mypy --config-file "$source/pyproject.toml" -p zel
+MYPYPATH="$source/examples/python:$here" python -m mypy --config-file "$source/pyproject.toml" "$source"/examples/python/*.py "$here"/*.py
 exec python -m pytest -q -c "$source/pyproject.toml" --rootdir "$source" -p no:cacheprovider "$here" "$@"

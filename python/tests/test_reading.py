@@ -1,7 +1,9 @@
 """Bodies in files: numpy's arithmetic on what is read, and what the command says of the same file."""
 
 import gc
+import json
 import re
+from collections.abc import Callable
 from pathlib import Path
 from typing import Any
 
@@ -9,7 +11,7 @@ import numpy as np
 import pytest
 
 import zel
-from conftest import SOURCE
+from conftest import SOURCE, command
 
 
 def test_the_command_says_the_same_of_a_file(rod: Path, told: dict[str, Any]) -> None:
@@ -29,6 +31,21 @@ def test_the_command_says_the_same_of_a_file(rod: Path, told: dict[str, Any]) ->
         assert properties.mass == pytest.approx(told["mass"], rel=1e-12)
         np.testing.assert_allclose(properties.center, told["center_of_mass"], rtol=1e-9, atol=1e-9)
         np.testing.assert_allclose(properties.principal_values, told["principal_inertias"], rtol=1e-9)
+
+
+def test_a_body_shows_and_checks_itself_as_the_command_does(rod: Path) -> None:
+    with zel.open(rod) as body:
+        assert repr(body).splitlines()[1:] == command("info", rod).splitlines()[1:]
+        assert "<td>Connecting rod</td>" in body._repr_html_()
+        report = body.check()
+        said = json.loads(command("check", "--json", rod))
+        assert [(row.name, row.holds, row.text) for row in report] == [
+            (row["check"], row["okay"], row["figures"]) for row in said
+        ]
+        assert bool(report) and len(report) > 5
+        body.set_nodal_masses(body.nodes.ids[:1], [-1.0])
+        assert not body.check() and body.check().failures[0].verdict == "CHECK!"
+    assert repr(body) == "<zel.Body, closed>"
 
 
 def test_masses_add_up(rod: Path) -> None:
@@ -54,12 +71,12 @@ def test_one_node_over_all_modes_is_a_slice_of_them(rod: Path) -> None:
         where = body.modes[7].largest_translation()
         lengths = np.linalg.norm(body.modes[7].shape[:, :3], axis=1)
         assert where is not None
-        assert (where.node_id, where.value) == (body.shape_nodes[lengths.argmax()], pytest.approx(lengths.max()))
+        assert where.node_id == body.shape_nodes[lengths.argmax()] and where.value == pytest.approx(lengths.max())
 
 
 def test_arrays_outlive_the_body_and_cannot_be_written(rod: Path) -> None:
     body, again = zel.open(rod), zel.open(rod)
-    arrays = [body.nodes.coordinates, body.modes[7].shape, body.faces.ids, body.invariants[8], body.mass_matrix]
+    arrays: list[np.ndarray] = [body.nodes.coordinates, body.modes[7].shape, body.faces.ids, body.invariants[8]]
     copies = [array.copy() for array in arrays]
     body.close()
     del body
@@ -73,12 +90,13 @@ def test_arrays_outlive_the_body_and_cannot_be_written(rod: Path) -> None:
 
 def test_questions_that_have_no_answer_say_so(rod: Path, tmp_path: Path) -> None:
     with zel.open(rod) as body:
-        for key, ask in {
+        questions: dict[str, Callable[[], object]] = {
             "no mode 23; the body's modes are 1 to 22": lambda: body.modes[23],
             "no shape at node 99999": lambda: body.shape_of(99999),
             "no node -7": lambda: body.nodes.index_of([1, -7]),
             "no invariant 10": lambda: body.invariants[10],
-        }.items():
+        }
+        for key, ask in questions.items():
             with pytest.raises(KeyError, match=re.escape(key)):
                 ask()
         with pytest.raises(ValueError, match=r"expected an array of shape \(3,\), got \(2,\)"):

@@ -28,12 +28,18 @@ def floats(name: str, values: npt.ArrayLike, *shape: int | None) -> Floats:
     return np.ascontiguousarray(array, np.float64).reshape(array.shape)
 
 
-def integers(name: str, values: npt.ArrayLike, *shape: int | None) -> Integers:
-    """Integers of 32 bits in C order, None in the shape for any extent."""
+def indexes(name: str, values: npt.ArrayLike, *shape: int | None) -> npt.NDArray[np.int64]:
+    """Integers of 64 bits in C order, None in the shape for any extent."""
     array = np.asarray(values)
     if array.dtype.kind not in "iu" and array.size:
         raise TypeError(f"{name}: expected integers, got {array.dtype}")
     _check_shape(name, array, shape)
+    return np.ascontiguousarray(array, np.int64).reshape(array.shape)
+
+
+def integers(name: str, values: npt.ArrayLike, *shape: int | None) -> Integers:
+    """Integers of 32 bits in C order, None in the shape for any extent."""
+    array = indexes(name, values, *shape)
     if array.size and (array.min() < _LEAST or array.max() > _MOST):
         raise ValueError(f"{name}: expected integers from {_LEAST} to {_MOST}, got {array.min()} to {array.max()}")
-    return np.ascontiguousarray(array, np.int32).reshape(array.shape)
+    return array.astype(np.int32)

@@ -2,7 +2,10 @@
 
 import logging
 import sys
+import threading
 import warnings
+from collections.abc import Iterator
+from contextlib import contextmanager
 
 _INFO, _WARNING, _ERROR = range(3)
 _log = logging.getLogger("zel")
@@ -31,16 +34,36 @@ def _level_of_caller() -> int:
     return level
 
 
-def deliver(messages: list[tuple[int, str]]) -> None:
-    """Log, warn and raise, as the severities of a call's messages ask for."""
-    errors = []
+_here = threading.local()
+
+
+@contextmanager
+def set_aside(*beginnings: str) -> Iterator[None]:
+    """Within it, warnings of this thread that begin so are not given: they are known to mean nothing."""
+    _here.aside = beginnings
+    try:
+        yield
+    finally:
+        _here.aside = ()
+
+
+def deliver(messages: list[tuple[int, str]], errors_raise: bool = True) -> None:
+    """Log, warn and raise, as the severities of a call's messages ask for. Errors may be no more than warnings."""
+    errors: list[str] = []
+    warned: list[str] = []
     for severity, text in messages:
         text = text.strip("\n")
-        if severity == _ERROR:
+        if severity == _ERROR and errors_raise:
             errors.append(text)
-        elif severity == _WARNING:
-            warnings.warn(ZelWarning(text), stacklevel=_level_of_caller())
+        elif severity != _INFO and text.startswith(" ") and warned:
+            warned[-1] += "\n" + text  # a row of the list that the one before announces
+        elif severity != _INFO:
+            warned.append(text)
         elif text:
             _log.info("%s", text)
+    for text in warned:
+        if text.startswith(getattr(_here, "aside", ())):
+            continue
+        warnings.warn(ZelWarning(text), stacklevel=_level_of_caller())
     if errors:
         raise ZelError("\n".join(errors))

@@ -161,7 +161,7 @@ class Modes:
 
         Writing without `no_ortho` makes them orthogonal. `Body.free_frequencies` tells how such a body vibrates.
         """
-        return self._body._cached("coupled", self._body._is_coupled)
+        return self._body._facts().coupled
 
     @property
     def rigid_count(self) -> int:

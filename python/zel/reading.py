@@ -5,7 +5,7 @@ Arrays that come out are read-only and keep their memory: they stay as they are 
 
 from __future__ import annotations
 
-from collections.abc import Callable, Sequence
+from collections.abc import Callable
 from types import TracebackType
 from typing import Any, TypeVar, cast
 
@@ -16,7 +16,7 @@ from . import _zel, convert
 from .errors import ZelError
 from .invariants import Invariants
 from .modes import KINDS, SHAPE, STRAIN, STRESS, Modes, frozen
-from .records import Block, Entries, Faces, Floats, GlobalMass, Header, Integers, Loads, MassProperties, Nodes
+from .records import Block, Entries, Faces, Facts, Floats, GlobalMass, Header, Integers, Loads, MassProperties, Nodes
 from .units import Units
 
 _Value = TypeVar("_Value")
@@ -228,7 +228,9 @@ class Readable:
         modes = self.modes.numbers if mode_numbers is None else convert.integers("mode_numbers", mode_numbers, None)
         for mode in modes.tolist():
             self.modes[mode]
-        return self._database.modes_of_nodes(number, nodes, modes)
+        if not len(nodes) or not len(modes):
+            return frozen(np.empty((len(modes), len(nodes), 6)))
+        return self._database.modes_of_nodes(number, nodes, np.ascontiguousarray(modes))
 
     def _vector(self, number: int, kind: int) -> Floats:
         vector = self._database.mode_vector(number, kind)
@@ -308,36 +310,17 @@ class Readable:
 
     # ---- How it vibrates ------------------------------------------------------------------------------------------------
 
-    def _is_coupled(self) -> bool:
-        if self._database.block(Block.EIGENVALUES)[0]:
-            return False
-        return any(_has_coupling(self._database.matrix_entries(which), len(self.modes)) for which in (_MASS, _STIFFNESS))
+    def _facts(self) -> Facts:
+        return self._cached("facts", lambda: Facts(*self._database.facts()))
 
     def free_frequencies(self) -> Floats:
-        """(modes,) ascending, in hertz: how the free body vibrates, also while its modes are coupled.
+        """(n,) ascending, in hertz: how the free body vibrates, also while its modes are coupled.
 
-        The eigenvalues of the generalized stiffness and mass, where the modes are coupled; a rigid-body motion has some
-        noise around zero. ZelError when the mass is not positive definite.
+        Without numbers when it has none, since the generalized mass is not positive.
         """
-        if not self.modes.coupled:
-            return frozen(np.sort(self.modes.frequencies))
-        try:
-            lower = np.linalg.cholesky(self.mass_matrix)
-        except np.linalg.LinAlgError:
-            raise ZelError("the generalized mass is not positive definite") from None
-        half = np.linalg.solve(lower, self.stiffness_matrix)
-        values = self.unit_consistency * np.linalg.eigvalsh(np.linalg.solve(lower, half.T))
-        return frozen(np.sign(values) * np.sqrt(np.abs(values)) / (2 * np.pi) / self._database.seconds())
+        return frozen(np.sort([hertz for _, hertz, _ in self._facts().frequencies]))
 
 
 def _point_inertia(mass: float, at: Floats) -> Floats:
     inertia: Floats = mass * (np.dot(at, at) * np.eye(3) - np.outer(at, at))
     return inertia
-
-
-def _has_coupling(entries: Sequence[npt.NDArray[Any]], modes: int) -> bool:
-    rows, columns, values = (array[::-1] for array in entries)
-    beside = (rows != columns) & (rows >= 0) & (columns >= 0)
-    places = rows[beside].astype(np.int64) * modes + columns[beside]
-    _, last = np.unique(places, return_index=True)
-    return bool(np.any(values[beside][last]))

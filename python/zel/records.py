@@ -118,6 +118,19 @@ class MassProperties:
     """(3, 3): column i is the axis of value i."""
 
 
+class Facts(NamedTuple):
+    """What is shown of a body on one screen."""
+
+    coupled: bool
+    mass: float
+    center: list[float]
+    principal_inertias: list[float]
+    frequencies: list[tuple[int, float, bool]]
+    """Mode, hertz, whether it is rigid."""
+    blocks: list[tuple[int, str, int]]
+    """Number, name, bytes."""
+
+
 class Block(IntEnum):
     """The blocks that a file is made of, by their numbers."""
 

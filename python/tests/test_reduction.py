@@ -1,0 +1,145 @@
+"""Bodies from matrices: eigenvalues of the full model, closed forms, and models that are refused."""
+
+import re
+from collections.abc import Callable
+
+import from_scikit_fem as bracket
+import numpy as np
+import pytest
+from scipy import sparse
+from scipy.linalg import eigh
+from skfem import MeshHex
+from skfem.io.meshio import to_meshio
+
+import zel
+
+UNITS = "mm,t,s,N"
+Cells = list[tuple[str, np.ndarray]]
+
+
+def block() -> tuple[sparse.csr_matrix, sparse.csr_matrix, tuple[np.ndarray, Cells], np.ndarray]:
+    """A block of 3 x 2 x 2 hexahedra without symmetry: stiffness, mass, mesh and the hertz of the free block."""
+    mesh = MeshHex.init_tensor(np.array([0, 9, 20, 33.0]), np.array([0, 7, 13.0]), np.array([2, 6, 11.0]))
+    stiffness, mass, _ = bracket.assemble(mesh)
+    values = eigh(stiffness.toarray(), mass.toarray(), eigvals_only=True)
+    return stiffness, mass, (mesh.p.T, [("hexahedron", to_meshio(mesh).cells[0].data)]), np.sqrt(values[6:]) / (2 * np.pi)
+
+
+def test_a_free_body_has_the_eigenvalues_of_its_matrices_however_they_come() -> None:
+    stiffness, mass, mesh, hertz = block()
+    shuffled = np.random.default_rng(2).permutation(stiffness.shape[0])
+    dofs = np.column_stack(np.divmod(np.arange(len(shuffled)), 3))[shuffled]
+    order = np.ix_(shuffled, shuffled)
+    forms: dict[str, Callable[[], zel.Body]] = {
+        "whole": lambda: zel.reduce(stiffness, mass, mesh, modes=8, units=UNITS),
+        "upper and lower": lambda: zel.reduce(
+            sparse.triu(stiffness, format="coo"), sparse.tril(mass, format="dia"), mesh, modes=8, units=UNITS
+        ),
+        "shuffled": lambda: zel.reduce(
+            sparse.csc_array(stiffness.toarray()[order]), mass.toarray()[order], mesh, modes=8, units=UNITS, dofs=dofs
+        ),
+    }
+    for name, make in forms.items():
+        body = make()
+        np.testing.assert_allclose(body.free_frequencies()[6:], hertz[:8], rtol=1e-9, err_msg=name)
+        assert body.report, body.report
+        assert body.nodes.masses.sum() == pytest.approx(33 * 13 * 9 * bracket.DENSITY, rel=1e-9)
+        assert len(body.faces.offsets) - 1 == 2 * (3 * 2 + 3 * 2 + 2 * 2)  # the skin alone
+        exact = np.linalg.eigvalsh(33 * 13 * 9 * bracket.DENSITY / 12 * np.diag([13**2 + 9**2, 33**2 + 9**2, 33**2 + 13**2]))
+        np.testing.assert_allclose(body.mass_properties("center").principal_values, exact, rtol=1e-6)
+
+
+def test_interfaces_move_rigidly_and_keep_the_lowest_frequencies() -> None:
+    stiffness, mass, mesh, hertz = block()
+    left = np.flatnonzero(mesh[0][:, 0] == 0.0) + 1
+    body = zel.reduce(stiffness, mass, mesh, interfaces=[(left, (0.0, 6.5, 6.5))], modes=20, units=UNITS)
+    reference = int(body.interface_nodes[0])
+    assert reference == len(mesh[0]) + 1
+    np.testing.assert_array_equal(body.nodes.coordinates[body.nodes.index_of(reference)], [0.0, 6.5, 6.5])
+    for mode in body.modes:  # u = u0 + theta x r, at every node of the interface
+        rows = mode.shape[np.searchsorted(body.shape_nodes, [reference, *left])]
+        arms = mesh[0][left - 1] - [0.0, 6.5, 6.5]
+        np.testing.assert_allclose(rows[1:, :3], rows[0, :3] + np.cross(rows[0, 3:], arms), atol=1e-9)
+    free = body.free_frequencies()[6:]
+    assert (free[:4] >= hertz[:4] * (1 - 1e-9)).all() and free[0] < hertz[0] * 1.2  # stiffer, as the face is rigid
+
+
+def beam(elements: int, length: float) -> tuple[np.ndarray, np.ndarray, np.ndarray]:
+    """Stiffness, mass and nodes of a straight steel beam along x with six freedoms a node: 10 x 20 mm."""
+    e, g, rho, a, iy, iz, h = 210e3, 80e3, 7.85e-9, 200.0, 20 * 10**3 / 12, 10 * 20**3 / 12, length / elements
+    bend = np.array([[12, 6 * h, -12, 6 * h], [6 * h, 4 * h * h, -6 * h, 2 * h * h]])
+    bend = np.vstack([bend, [[-12, -6 * h, 12, -6 * h], [6 * h, 2 * h * h, -6 * h, 4 * h * h]]]) / h**3
+    sway = np.array([[156, 22 * h, 54, -13 * h], [22 * h, 4 * h * h, 13 * h, -3 * h * h]])
+    sway = np.vstack([sway, [[54, 13 * h, 156, -22 * h], [-13 * h, -3 * h * h, -22 * h, 4 * h * h]]]) * rho * a * h / 420
+    turn = np.diag([1.0, -1, 1, -1])  # a rotation about y is minus the slope of z
+    stretch, share = np.array([[1.0, -1], [-1, 1]]) / h, np.array([[2.0, 1], [1, 2]]) * h / 6
+    k, m = np.zeros((2, 6 * elements + 6, 6 * elements + 6))
+    for first in range(0, 6 * elements, 6):
+        for rows, own_k, own_m in (
+            ([0, 6], e * a * stretch, rho * a * share),
+            ([3, 9], g * (iy + iz) * stretch, rho * (iy + iz) * share),
+            ([1, 5, 7, 11], e * iz * bend, sway),
+            ([2, 4, 8, 10], e * iy * turn @ bend @ turn, turn @ sway @ turn),
+        ):
+            at = np.ix_(np.array(rows) + first, np.array(rows) + first)
+            k[at] += own_k
+            m[at] += own_m
+    points = np.zeros((elements + 1, 3))
+    points[:, 0] = np.linspace(0, length, elements + 1)
+    return k, m, points
+
+
+def test_rotations_of_structural_elements_go_to_the_shapes() -> None:
+    length = 1000.0
+    k, m, points = beam(20, length)
+    body = zel.reduce(k, m, (points, [("line", np.column_stack([range(20), range(1, 21)]))]), modes=4, units=UNITS)
+    bending = 4.730040745**2 / (2 * np.pi) * np.sqrt(210e3 * 20 * 10**3 / 12 / (7.85e-9 * 200 * length**4))
+    assert body.free_frequencies()[6] == pytest.approx(bending, rel=1e-4)
+    shape = body.modes[7].shape
+    slope = np.gradient(shape[:, 2], points[:, 0], edge_order=2)
+    np.testing.assert_allclose(shape[:, 4], -slope, atol=0.02 * np.abs(slope).max())
+    tip = zel.reduce(k, m, (points, []), interfaces=[[21]], modes=4, units=UNITS)  # one node, which turns itself
+    assert tip.free_frequencies()[6] == pytest.approx(bending, rel=1e-2)
+
+
+def test_supports_are_refused_or_taken_out() -> None:
+    stiffness, mass, mesh, hertz = block()
+    held = stiffness.tolil()
+    for row in (3 * 4 + 1, 3 * 20, 3 * 21 + 2):
+        held[row, row] += 1e12
+    with pytest.raises(zel.ZelError, match=r"resists rigid motion, most at component \d of node \d+"):
+        zel.reduce(held, mass, mesh, modes=4, units=UNITS)
+    body = zel.reduce(held, mass, mesh, modes=4, units=UNITS, supports="remove")
+    np.testing.assert_allclose(body.free_frequencies()[6:], hertz[:4], rtol=1e-9)
+    assert body.report is not None and "taken out at 5.2, 21.1, 22.3" in repr(body.report)
+    held[7, :] = held[:, 7] = 0.0
+    held[7, 7] = 1.0
+    with pytest.raises(ValueError, match=r"3\.2 .* has taken its row's entries"):
+        zel.reduce(held, mass, mesh, modes=4, units=UNITS, supports="remove")
+
+
+def test_what_cannot_be_reduced_says_why() -> None:
+    stiffness, mass, mesh, _ = block()
+    skew = stiffness.tolil()
+    skew[0, 5] += 1e4
+    cases: dict[str, Callable[[], object]] = {
+        "107 rows, neither three nor six for each of 36 points": lambda: zel.reduce(
+            stiffness[:107, :107], mass[:107, :107], mesh, units=UNITS
+        ),
+        "the stiffness matrix is not symmetric: its entries at (0, 5) and (5, 0)": lambda: zel.reduce(skew, mass, mesh, units=UNITS),
+        "the stiffness matrix has 108 rows, the mass matrix 100": lambda: zel.reduce(
+            stiffness, mass[:100, :100], mesh, units=UNITS
+        ),
+        "no node set named LEFT": lambda: zel.reduce(stiffness, mass, mesh, interfaces=["LEFT"], units=UNITS),
+        "names node 99": lambda: zel.reduce(stiffness, mass, mesh, interfaces=[[1, 99]], units=UNITS),
+        "the units do not belong together": lambda: zel.reduce(stiffness, mass, mesh, units="mm,kg,s,N"),
+        "mass: expected one of matched, scaled, row_sum": lambda: zel.reduce(
+            stiffness, mass, mesh, units=UNITS, mass="lumped"
+        ),
+        "a cell of type tetra names point 36 of 36": lambda: zel.reduce(
+            stiffness, mass, (mesh[0], [("tetra", np.array([[0, 1, 2, 36]]))]), units=UNITS
+        ),
+    }
+    for message, make in cases.items():
+        with pytest.raises((ValueError, zel.ZelError), match=re.escape(message)):
+            make()
