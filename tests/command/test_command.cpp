@@ -3,6 +3,7 @@
 #include "fixtures.h"
 
 #include "fem/interrupt.h"
+#include "tools/zel/console.h"
 #include "write/keywords.h"
 
 #include <nlohmann/json.hpp>
@@ -43,15 +44,15 @@ Outcome run(const TemporaryFolder& folder, const std::string& arguments)
     return result;
 }
 
-// Everything that a terminal of its own is sent when the command runs on it.
-std::string sent_to_terminal(const TemporaryFolder& folder, const std::string& command)
+// Everything that a terminal of its own is sent by a process.
+std::string sent_to_terminal(const std::function<void()>& process)
 {
     int terminal = -1;
     const winsize size = {24, 100, 0, 0};
     const pid_t child = forkpty(&terminal, nullptr, nullptr, &size);
     if (child == 0)
     {
-        execl("/bin/sh", "sh", "-c", ("cd " + folder.folder() + " && " + command).c_str(), nullptr);
+        process();
         std::_Exit(127);
     }
     std::string sent;
@@ -61,6 +62,12 @@ std::string sent_to_terminal(const TemporaryFolder& folder, const std::string& c
     close(terminal);
     waitpid(child, nullptr, 0);
     return sent;
+}
+
+std::string sent_to_terminal(const TemporaryFolder& folder, const std::string& command)
+{
+    return sent_to_terminal(
+        [&] { execl("/bin/sh", "sh", "-c", ("cd " + folder.folder() + " && " + command).c_str(), nullptr); });
 }
 
 // What it shows in the end: a carriage return lets a line be written over. Blanks at the end of a line do not show.
@@ -405,6 +412,24 @@ TEST_F(Command, ShowsABarAndColoursOnATerminalOnly)
     output_of([&] { ASSERT_TRUE(ZEL_write_ZEL(other, folder.path("other.zel").c_str())); });
     const std::string compared = sent_to_terminal(folder, zel + " compare box.zel other.zel");
     EXPECT_NE(screen_of(compared).find("\n->Fail Node 99 does not exist in base file (Exit)\n"), std::string::npos);
+}
+
+TEST_F(Command, ShowsHowFarTheLibraryIs)
+{
+    const std::string sent = sent_to_terminal([] {
+        ZEL_SetProgressHandler([](void*, double, double) { return 7; }, nullptr);
+        {
+            const zel_command::ProgressBar bar("write the file");
+            void* context = nullptr;
+            const ZELPROGRESSHANDLER handler = ZEL_ProgressHandler(&context);
+            if (handler(context, 3.0, 4.0) == 0)
+                std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        }
+        std::printf("%d afterwards\n", ZEL_ProgressHandler(nullptr)(nullptr, 1.0, 1.0));
+        std::fflush(stdout);
+    });
+    EXPECT_NE(sent.find(" 75 %"), std::string::npos) << sent;
+    EXPECT_EQ(screen_of(sent), "7 afterwards\n");
 }
 
 TEST_F(Command, TellsWrongUsageAndUnusableFilesByItsStatus)

@@ -106,6 +106,15 @@ private:
         [[maybe_unused]] const auto written = write(terminal_, text.data(), text.size());
     }
 
+    // What long operations of the library tell.
+    static int take(void* line, double done, double total)
+    {
+        static_cast<Line*>(line)->advance(total > 0.0 ? done / total : 0.0);
+        return 0;
+    }
+
+    void* context_before_ = nullptr;
+    ZELPROGRESSHANDLER handler_before_ = ZEL_ProgressHandler(&context_before_);
     int terminal_ = dup(STDERR_FILENO);
     std::unique_ptr<FILE, int (*)(FILE*)> held_{std::tmpfile(), std::fclose};
     std::vector<std::pair<int, int>> saved_; // streams that are held, and where they went before
@@ -127,12 +136,14 @@ ProgressBar::Line::Line(const std::string& phase)
     begin(phase);
     thread_ = std::thread([this] { run(); });
     current = this;
+    ZEL_SetProgressHandler(take, this);
 }
 
 void ProgressBar::Line::finish()
 {
     if (!std::exchange(current, nullptr))
         return;
+    ZEL_SetProgressHandler(handler_before_, context_before_);
     {
         const std::lock_guard lock(mutex_);
         ended_ = true;

@@ -43,7 +43,8 @@ private:
 
 // A line at the bottom of the terminal that standard error goes to: the phase of the work, its bar and the seconds so far.
 // Gone without a trace at the end. What else is printed on the terminal meanwhile appears above it, a moment later.
-// One at a time; nothing happens when standard error is no terminal.
+// Long operations of the library advance it by themselves, in this thread. One at a time; nothing happens when standard error is
+// no terminal.
 class ProgressBar
 {
 public:
