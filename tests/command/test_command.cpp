@@ -20,6 +20,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <sstream>
 #include <thread>
 
 namespace
@@ -444,8 +445,23 @@ TEST_F(Command, TellsWrongUsageAndUnusableFilesByItsStatus)
         EXPECT_NE(result.errors, "") << wrong;
     }
     EXPECT_EQ(run(folder, "--version").status, 0);
-    EXPECT_NE(run(folder, "--help").output.find("check"), std::string::npos);
     EXPECT_EQ(folder.files(), (std::vector<std::string>{"box.zel", "stderr", "text.zel"}));
+}
+
+TEST_F(Command, HasNoSubcommandThatTheDocumentsPassOver)
+{
+    const std::string readme = bytes_of(ZEL_SOURCE "/README.md"), manual = bytes_of(ZEL_SOURCE "/docs/zel.1");
+    const std::string help = run(folder, "--help").output, heading = "Subcommands:\n";
+    std::istringstream lines(help.substr(help.find(heading) + heading.size()));
+    int count = 0;
+    for (std::string line; std::getline(lines, line) && !line.empty(); ++count)
+    {
+        const std::string name = line.substr(2, line.find(' ', 2) - 2);
+        EXPECT_NE(readme.find("\nzel " + name + " "), std::string::npos) << name;
+        EXPECT_NE(manual.find("\n.B zel " + name + " "), std::string::npos) << name;
+        EXPECT_NE(manual.find("\n.TP\n.B " + name), std::string::npos) << name;
+    }
+    EXPECT_GE(count, 7);
 }
 
 // ---- Output --------------------------------------------------------------------------------------------------------

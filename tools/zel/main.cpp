@@ -1,9 +1,9 @@
 // zel: flexible bodies at the command line. Results go to standard output, messages and progress to standard error.
 #include <CLI/CLI.hpp>
 
-#include "commands/commands.h"
 #include "console.h"
 #include "fem/fem.h"
+#include "tools/zel/commands/commands.h"
 
 #include <unistd.h>
 

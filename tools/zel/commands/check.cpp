@@ -1,9 +1,9 @@
 // `zel check`: is this body fit for a multibody solver? Each line says Okay or CHECK!, with the figures behind it.
-#include "../body.h"
-#include "../console.h"
-#include "../report.h"
 #include "checks/checks.h"
 #include "commands.h"
+#include "tools/zel/body.h"
+#include "tools/zel/console.h"
+#include "tools/zel/report.h"
 
 #include <CLI/CLI.hpp>
 

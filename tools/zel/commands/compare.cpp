@@ -1,9 +1,9 @@
 // `zel compare`: a new file against a base file.
-#include "../body.h"
-#include "../console.h"
 #include "checks/checks.h"
 #include "commands.h"
 #include "fem/fem.h"
+#include "tools/zel/body.h"
+#include "tools/zel/console.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,7 +1,7 @@
 // `zel contents`: the contents report of chosen blocks.
-#include "../body.h"
 #include "checks/checks.h"
 #include "commands.h"
+#include "tools/zel/body.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,9 +1,9 @@
 // `zel convert`: reads a file and writes it anew, in other units, encodings or with other write options.
-#include "../body.h"
-#include "../console.h"
-#include "../write_options.h"
 #include "commands.h"
 #include "fem/fem.h"
+#include "tools/zel/body.h"
+#include "tools/zel/console.h"
+#include "tools/zel/write_options.h"
 
 #include <CLI/CLI.hpp>
 

@@ -1,11 +1,11 @@
 // `zel export`: a body for ParaView (.vtu, .pvd) or for scripts (.json).
-#include "../body.h"
-#include "../console.h"
 #include "base/files.h"
 #include "base/output.h"
 #include "checks/checks.h"
 #include "commands.h"
 #include "fem/fem.h"
+#include "tools/zel/body.h"
+#include "tools/zel/console.h"
 
 #include <CLI/CLI.hpp>
 

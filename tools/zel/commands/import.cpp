@@ -8,11 +8,11 @@
 #include <memory>
 #include <optional>
 
-#include "../console.h"
-#include "../report.h"
-#include "../write_options.h"
 #include "commands.h"
 #include "fem/fem.h"
+#include "tools/zel/console.h"
+#include "tools/zel/report.h"
+#include "tools/zel/write_options.h"
 
 using namespace zel_fem;
 

@@ -1,7 +1,7 @@
 // `zel info`: one screen on a file.
-#include "../body.h"
 #include "checks/checks.h"
 #include "commands.h"
+#include "tools/zel/body.h"
 
 #include <CLI/CLI.hpp>
 
