@@ -40,11 +40,14 @@ int ZEL_MakeRoom(ZELDATA* db, int max_mode_nodes, int max_modes)
         return 1;
     if (modes > db->max_modes && has_vectors_in_file(db))
         return fail("There is no room for further modes beside those of a ZEL file.");
+    // Files first: what no disk can hold asks for no memory.
+    if (!grow_mode_files(db, nodes, modes))
+        return 0;
+    const bool has_loads = db->load_case_count > 0 || db->modal_preload;
+    if (has_loads && !reserve_load_components(db, modes))
+        return 0;
     if (!reserve_mode_numbers(db, modes))
         return no_memory(kModule);
-    const bool has_loads = db->load_case_count > 0 || db->modal_preload;
-    if ((has_loads && !reserve_load_components(db, modes)) || !grow_mode_files(db, nodes, modes))
-        return 0;
     db->max_mode_nodes = nodes;
     db->max_modes = modes;
     return 1;
