@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 #include <memory>
 #include <set>
@@ -89,6 +90,44 @@ private:
     void* context_ = nullptr;
     ZELMESSAGEHANDLER handler_;
     bool dropped_ = false; // the last message
+};
+
+// For the length of a scope, passes on how far the library is. What the listener throws waits until the library has ended.
+class ProgressOfTheLibrary
+{
+public:
+    explicit ProgressOfTheLibrary(Progress& progress) : progress_(progress), handler_(ZEL_ProgressHandler(&context_))
+    {
+        ZEL_SetProgressHandler(take, this);
+    }
+    ~ProgressOfTheLibrary() { ZEL_SetProgressHandler(handler_, context_); }
+    ProgressOfTheLibrary(const ProgressOfTheLibrary&) = delete;
+    ProgressOfTheLibrary& operator=(const ProgressOfTheLibrary&) = delete;
+    void rethrow() const
+    {
+        if (thrown_)
+            std::rethrow_exception(thrown_);
+    }
+
+private:
+    static int take(void* self, double done, double total)
+    {
+        auto& of = *static_cast<ProgressOfTheLibrary*>(self);
+        try
+        {
+            of.progress_.advance(total > 0.0 ? done / total : -1.0);
+        }
+        catch (...)
+        {
+            of.thrown_ = std::current_exception();
+        }
+        return of.thrown_ ? 1 : 0;
+    }
+
+    Progress& progress_;
+    std::exception_ptr thrown_;
+    void* context_ = nullptr;
+    ZELPROGRESSHANDLER handler_;
 };
 
 // Some of the tied nodes, spread evenly: each next one is the farthest from those that were taken before.
@@ -275,8 +314,11 @@ void write_body(const ReducedBody& body, const std::string& output, const std::s
     const Database db(fill_database(body));
     const UnfinishedOutput unfinished(output);
     const ExpectedMessagesAside aside(*body.body);
-    if (!ZEL_WriteWithOptions(db.get(), output.c_str(), options.c_str()))
-        throw std::runtime_error(output + " cannot be written");
+    const ProgressOfTheLibrary of_the_library(progress);
+    if (ZEL_WriteWithOptions(db.get(), output.c_str(), options.c_str()))
+        return;
+    of_the_library.rethrow();
+    throw std::runtime_error(output + " cannot be written");
 }
 
 } // namespace zel_fem

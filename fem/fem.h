@@ -68,6 +68,11 @@ struct ReductionOptions
     bool free = false;                       ///< free-free modes, whatever ties the model has
     int modes = 20; ///< fixed-interface modes, or flexible modes of a free body; not of computed modes
     MassMethod mass = MassMethod::matched; ///< of the nodes
+    /**
+     * Springs to the ground, penalties among them, are taken out of the stiffness and told in the report. Without it, and where
+     * supports were eliminated from the matrices, a model that is held is refused.
+     */
+    bool release_supports = false;
     std::string output; ///< where the body will be written, refused at once when that cannot be; empty: nowhere
 };
 
@@ -103,7 +108,7 @@ ZELDATA* fill_database(const ReducedBody& body);
 /**
  * Writes the body through the library; `options` as ZEL_WriteWithOptions has them, "full_invar" where in doubt. A file of that name
  * is replaced only by a complete one; without success there is none, or the older one.
- * What the library has to say goes where zel.h says. A message handler of the thread is spared what every reduction brings about:
+ * Progress is that of the library. What the library has to say goes where zel.h says. A message handler of the thread is spared what every reduction brings about:
  * warnings of reference nodes without mass and of rigid modes without stress.
  * Throws std::runtime_error when the library fails, which has told why by then.
  */

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <numeric>
+#include <set>
 
 #include "fem/sparse_modes.h"
 
@@ -91,40 +92,88 @@ static void check_rows(const Model& model)
         }
 }
 
-// No rigid motion strains a free body. A support, or a matrix of another model, shows here. Forces are compared with forces and
-// moments with moments.
+namespace
+{
+// What rigid motions find in their way: force = K R, and scale = |K| |R|, as large as rounding would let it be.
+struct Resistance
+{
+    MatrixXd force, scale;
+
+    Resistance(const SparseMatrix& stiffness, const MatrixXd& rigid) : force(times(stiffness, rigid))
+    {
+        SparseMatrix magnitude = stiffness;
+        magnitude.coeffs() = magnitude.coeffs().abs();
+        scale = times(magnitude, rigid.cwiseAbs());
+    }
+    // The rows that resist, the most by far first of all; forces are compared with forces and moments with moments.
+    std::vector<size_t> rows(const std::vector<Row>& all) const;
+};
+} // namespace
+
+std::vector<size_t> Resistance::rows(const std::vector<Row>& all) const
+{
+    std::vector<size_t> resisting;
+    double worst = 0.0;
+    for (const bool moments : {false, true})
+        for (Index k = 0; k < 6; ++k)
+        {
+            double largest = 0.0;
+            for (size_t i = 0; i < all.size(); ++i)
+                if ((all[i].component >= 3) == moments)
+                    largest = std::max(largest, scale(Index(i), k));
+            for (size_t i = 0; i < all.size(); ++i)
+            {
+                const double share = std::abs(force(Index(i), k)) / std::max(largest, 1e-300);
+                if ((all[i].component >= 3) != moments || !(share > kRigidTolerance))
+                    continue;
+                resisting.push_back(i);
+                if (share > worst)
+                    std::swap(resisting.front(), resisting.back());
+                worst = std::max(worst, share);
+            }
+        }
+    return resisting;
+}
+
+// No rigid motion strains a free body. A support, or a matrix of another model, shows here.
 static void check_stiffness(const Model& model, const MatrixXd& rigid)
 {
-    const Matrices& matrices = *model.matrices;
-    const MatrixXd force = times(matrices.stiffness, rigid);
-    SparseMatrix magnitude = matrices.stiffness;
-    magnitude.coeffs() = magnitude.coeffs().abs();
-    const MatrixXd scale = times(magnitude, rigid.cwiseAbs());
-    for (Index k = 0; k < 6; ++k)
-        for (const bool moments : {false, true})
+    const std::vector<Row>& rows = model.matrices->rows;
+    const std::vector<size_t> resisting = Resistance(model.matrices->stiffness, rigid).rows(rows);
+    if (resisting.empty())
+        return;
+    const auto [node, component] = rows[resisting.front()];
+    const std::string where = node < 0 ? std::string("inside an element")
+                                       : "at component " + std::to_string(component + 1) + " of node " +
+                                             std::to_string(model.moved_mesh().nodes[size_t(node)].id);
+    throw std::runtime_error("the stiffness matrix resists rigid motion, most " + where +
+                             ": the model must be free of supports, and the matrices must belong to this mesh");
+}
+
+// A spring p at row i makes K R = p R there. Smaller ones show when larger ones are gone, and digits of the diagonal that a penalty
+// has swallowed come back from the condition that K R = 0: so the rows that were found are looked at once more at the end.
+int release_supports(Model& model)
+{
+    constexpr int kPasses = 8;
+    SparseMatrix& stiffness = model.matrices->stiffness;
+    const MatrixXd rigid = rigid_motions(model, middle_of(model.moved_mesh()));
+    std::set<size_t> released;
+    for (int pass = 0; pass < kPasses; ++pass)
+    {
+        const Resistance resistance(stiffness, rigid);
+        const std::vector<size_t> resisting = resistance.rows(model.matrices->rows);
+        released.insert(resisting.begin(), resisting.end());
+        for (size_t row : released)
         {
-            double largest = 0.0, sum = 0.0;
-            size_t worst = 0;
-            for (size_t i = 0; i < matrices.rows.size(); ++i)
-            {
-                if ((matrices.rows[i].component >= 3) != moments)
-                    continue;
-                sum = std::max(sum, scale(Index(i), k));
-                if (std::abs(force(Index(i), k)) > largest)
-                {
-                    largest = std::abs(force(Index(i), k));
-                    worst = i;
-                }
-            }
-            if (!(largest > kRigidTolerance * sum))
-                continue;
-            const auto [node, component] = matrices.rows[worst];
-            const std::string where = node < 0 ? std::string("inside an element")
-                                               : "at component " + std::to_string(component + 1) + " of node " +
-                                                     std::to_string(model.moved_mesh().nodes[size_t(node)].id);
-            throw std::runtime_error("the stiffness matrix resists rigid motion, most " + where +
-                                     ": the model must be free of supports, and the matrices must belong to this mesh");
+            const auto motion = rigid.row(Index(row));
+            if (motion.squaredNorm() > 0.0)
+                stiffness.coeffRef(Index(row), Index(row)) -=
+                    resistance.force.row(Index(row)).dot(motion) / motion.squaredNorm();
         }
+        if (resisting.empty())
+            break;
+    }
+    return int(released.size());
 }
 
 static Matrix6 mass_of(const Model& model, const MatrixXd& rigid)

@@ -213,6 +213,9 @@ ReducedBody reduce(Source& source, const ReductionOptions& options, Progress& pr
     source.read_solution(model, body->interfaces, progress);
     body->mesh = model.mesh;
     ReducedBody reduced{body, {}};
+    const int released = model.matrices && options.release_supports ? release_supports(model) : 0;
+    if (released > 0)
+        model.notes.push_back(format("%d rows were held by springs to the ground, which are taken out", released));
     if (model.matrices)
         reduce_matrices(model, own, options, *body, reduced.report, progress);
     else

@@ -220,6 +220,36 @@ TEST(Arrays, OfBeamsCarryTheRotationsOfTheirNodes)
     ZEL_UnLink(db);
 }
 
+// Penalties of all sizes at one end, a soft spring in the middle; rows that were eliminated stay refused.
+TEST(Arrays, LoseTheirSupportsOnRequest)
+{
+    ReductionOptions options = in_millimetres(4);
+    options.release_supports = true;
+    const ReducedBody free = reduce(*arrays::make_source(beam_of_lines()), options, silent);
+    Input held = beam_of_lines(), eliminated = held;
+    const auto each_of_row = [](Matrix& matrix, int64_t row, const auto& act) {
+        for (size_t column = 0; column + 1 < matrix.starts.size(); ++column)
+            for (int64_t k = matrix.starts[column]; k < matrix.starts[column + 1]; ++k)
+                if (matrix.indices[size_t(k)] == row || int64_t(column) == row)
+                    act(matrix.indices[size_t(k)] == int64_t(column), matrix.values[size_t(k)]);
+    };
+    for (int row = 0; row < 6; ++row)
+    {
+        each_of_row(held.stiffness, row,
+                    [row](bool diagonal, double& value) { value += diagonal ? std::pow(10.0, 4 + 3 * row) : 0.0; });
+        each_of_row(eliminated.stiffness, row, [](bool diagonal, double& value) { value = diagonal ? 1.0 : 0.0; });
+    }
+    each_of_row(held.stiffness, 121, [](bool diagonal, double& value) { value += diagonal ? 100.0 : 0.0; });
+    const ReducedBody body = reduce(*arrays::make_source(held), options, silent);
+    EXPECT_TRUE(body.report.all_hold());
+    const VectorXd own = eigenvalues_of(body), expected = eigenvalues_of(free);
+    for (Index k = 6; k < own.size(); ++k)
+        EXPECT_NEAR(own[k], expected[k], 1e-6 * expected[k]);
+    EXPECT_THROW(reduce(*arrays::make_source(eliminated), options, silent), std::runtime_error);
+    options.release_supports = false;
+    EXPECT_THROW(reduce(*arrays::make_source(held), options, silent), std::runtime_error);
+}
+
 // ---- Faults ------------------------------------------------------------------------------------------------------------------
 
 // Ends the work at a phase.
@@ -281,4 +311,15 @@ TEST(Arrays, ThatDoNotBelongTogetherAreRefused)
         stop.last = phase;
         EXPECT_THROW(reduce(*arrays::make_source(beam_of_lines()), in_millimetres(2), stop), Stopped) << phase;
     }
+    // the writing of the library as well, which leaves no file
+    struct StopAtOnce : Progress
+    {
+        bool advances(double) override { return false; }
+    } stop;
+    TemporaryFolder folder;
+    const ReducedBody body = reduce(*arrays::make_source(beam_of_lines()), in_millimetres(2), silent);
+    const std::string said =
+        errors_of([&] { EXPECT_THROW(write_body(body, folder.path("b.zel"), "full_invar", stop), Stopped); });
+    EXPECT_NE(said.find("ended on request"), std::string::npos) << said;
+    EXPECT_TRUE(folder.files().empty());
 }
