@@ -100,29 +100,6 @@ TEST_F(Nodes, AreFoundQuicklyWhateverTheirIds)
     EXPECT_LT(seconds(crafted), 0.1 + 10 * seconds(random));
 }
 
-TEST_F(Nodes, KeepTheirListsWhenTheTableMoves)
-{
-    const double six[6] = {};
-    ZELDATA* db = ZEL_Create(100, 1);
-    for (int id : {50, 20, 80})
-        ZEL_SetModeVec(db, 0, id, ZEL_MODAL_STRAIN, six); // a pre-strain
-    ZEL_SetNodalInertia(db, 20, 1, 2, 3, 4, 5, 6);
-    const ZELNODE* before = db->nodes;
-    for (int id = 1000; id < 9000; ++id)
-        ZEL_SetNodalMass(db, id, id);
-    ASSERT_NE(db->nodes, before);
-    for (int position = 0; position < 3; ++position)
-        EXPECT_EQ(db->mode_nodes[ZEL_MODAL_STRAIN][position], db->nodes + position);
-    EXPECT_EQ(db->nodes[1].inertia[5], 6.0);
-    EXPECT_EQ(db->mode_nodes[0][7000], db->nodes + 7000);
-    EXPECT_EQ(db->mode_node_id_index[0], db->node_id_index);
-    EXPECT_EQ(ZEL_ModeNodeIndex(db, ZEL_MODAL_STRAIN, 80), 2);
-    EXPECT_EQ(ZEL_ModeNodeIndex(db, ZEL_MODAL_STRAIN, 1000), -1);
-    EXPECT_EQ(ZEL_ModeNodeIndex(db, ZEL_MODAL_STRESS, 80), -1);
-    EXPECT_EQ(ZEL_ModeNodeIndex(db, 3, 80), -1);
-    expect_sorted(db->mode_node_id_index[ZEL_MODAL_STRAIN], 3);
-}
-
 // Every id keeps its record, its faces, its place among stress nodes and its interface mark; only its index changes.
 TEST_F(Nodes, KeepTheirMeaningWhenTheySwapPlaces)
 {

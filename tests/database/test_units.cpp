@@ -28,8 +28,6 @@ std::string labels_of(const ZELDATA* db)
     ZEL_Units(db, mass, length, time, force);
     return std::string(mass) + " " + length + " " + time + " " + force;
 }
-} // namespace
-
 using Units = FileTest;
 
 TEST_F(Units, FactorsComeFromTheOwnTableOnly)
@@ -90,8 +88,6 @@ TEST_F(Units, RatiosAreThoseOfTheLastChangeAndFactorsOfAll)
     EXPECT_EQ(db->mode_factor[ZEL_MODAL_STRAIN], 1.0);
 }
 
-namespace
-{
 // Units in SI, by which the values of a body given in SI are divided.
 struct Scale
 {
@@ -101,8 +97,6 @@ struct Scale
 const Scale kSi = {{"kg", "m", "s", "N"}, 1, 1, 1, 1},
             kMillimetres = {{"tonne", "mm", "ms", "kN"}, 1e3, 1e-3, 1e-3, 1e3},
             kInches = {{"slinch", "inch", "min", "lbf"}, 175.1271524, 0.0254, 60, 4.44822161526};
-} // namespace
-
 // Mode vectors of one node in every kind: those of three nodes are set at three different times.
 static void set_vectors(ZELDATA* db, const Scale& u, int node_id)
 {
@@ -181,8 +175,6 @@ TEST_F(Units, AreThoseOfTheManual)
         EXPECT_EQ(canonical(unknown), "?") << unknown;
 }
 
-namespace
-{
 // Tonne, millimetre, second, newton to kilogram, metre, millisecond, kilonewton.
 constexpr double kM = 1e3, kL = 1e-3, kT = 1e3, kF = 1e-3;
 constexpr double kInertia = kM * kL * kL, kEnergy = kF * kL, kStress = kF / (kL * kL);
@@ -196,8 +188,6 @@ void expect_reals(const char* what, const double* values, int count, int block, 
         EXPECT_NEAR(values[k], expected, 4e-15 * std::fabs(expected)) << what << ' ' << k;
     }
 }
-} // namespace
-
 // A file with every block, in one encoding; half of the mode vectors are read before the change.
 TEST_F(Units, EveryBlockOfAFileIsScaledByItsDimension)
 {
@@ -322,3 +312,5 @@ TEST_F(Units, OfADatabaseThatIsReadAreThoseOfTheFile)
     EXPECT_EQ(ZEL_Invar1(touched), ZEL_Invar1(fresh));
     EXPECT_EQ(touched->stiffness.entries[0].value, fresh->stiffness.entries[0].value);
 }
+
+} // namespace

@@ -54,23 +54,6 @@ TEST_F(FaceTools, StripKeepsOneOfEqualCopies)
     EXPECT_EQ(stripped({{3, 2}}), (Faces{{3, 2}})); // and faces can be added again
 }
 
-// Three copies in the directions 1, 0, 1: the first two go together. The third stays, except at the end of the sorted list.
-TEST_F(FaceTools, StripTriplesByTheirOrder)
-{
-    add_nodes(5);
-    const Face up = {2, 1, 0}, down = {2, 0, 1}, behind = {4, 3, 0}; // direction flags 1 and 0; last in the list
-    for (const auto& [given, left] : std::map<Faces, Faces>{{{up, down, up, behind}, {up, behind}},
-                                                            {{up, down, up}, {}},
-                                                            {{up, down, down}, {down}},
-                                                            {{up, up, down, behind}, {behind}}})
-    {
-        db->face_count = db->face_list_length = 0;
-        EXPECT_EQ(stripped(given), left);
-        ZEL_StripCommonFaces(db);
-        EXPECT_EQ(faces(), left); // nothing is left to do
-    }
-}
-
 // Against a literal reading of the rules: sort all faces by count word, with its flags and its sign, and by ring; walk them in
 // pairs.
 TEST_F(FaceTools, StripRandomFacesLikeASortOfAll)

@@ -26,15 +26,6 @@ double vector_value(int kind, int mode, int id, int dof)
     return value(1000 * kind + 60 * mode + id / 10 * 6 + dof);
 }
 
-// The values from one on, each with a sign of its own.
-template <typename Sign> std::vector<double> values(int from, int count, Sign sign)
-{
-    std::vector<double> list;
-    for (int k = 0; k < count; ++k)
-        list.push_back(sign(k) * value(from + k));
-    return list;
-}
-
 void set_faces(ZELDATA* db, bool backwards)
 {
     std::vector<std::vector<int>> faces = {{10, 20, 30, 40}, {30, 40, 50}, {50, 60}};
@@ -65,19 +56,27 @@ void set_eigenvalues(ZELDATA* db)
 
 void set_invariants(ZELDATA* db, const std::vector<int>& signs)
 {
-    const auto plain = [](int) { return 1; };
-    const auto of = [&signs](int mode) { return signs[size_t(mode)]; };
-    const auto of_column = [of](int k) { return of(k % kModes); };
+    constexpr int m = kModes;
+    const struct
+    {
+        int (*set)(ZELDATA*, const double*);
+        int from, count, row, column; // so many values a mode, 0: the value is of none
+    } rows[] = {{ZEL_SetInvar2, 1, 3, 0, 0},
+                {ZEL_SetInvar3, 10, 3 * m, 0, 1},
+                {ZEL_SetInvar4, 40, 3 * m, 0, 1},
+                {ZEL_SetInvar5, 100, 3 * m * m, 3 * m, 1},
+                {ZEL_SetInvar7, 20, 9, 0, 0},
+                {ZEL_SetInvar8, 300, 9 * m, 9, 0},
+                {ZEL_SetInvar9, 400, 9 * m * m, 9 * m, 9}};
     ZEL_SetInvar1(db, 10.0);
-    ZEL_SetInvar2(db, values(1, 3, plain).data());
-    ZEL_SetInvar3(db, values(10, 3 * kModes, of_column).data());
-    ZEL_SetInvar4(db, values(40, 3 * kModes, of_column).data());
-    ZEL_SetInvar5(db,
-                  values(100, 3 * kModes * kModes, [of](int k) { return of(k / 3 / kModes) * of(k % kModes); }).data());
-    ZEL_SetInvar7(db, values(20, 9, plain).data());
-    ZEL_SetInvar8(db, values(300, 9 * kModes, [of](int k) { return of(k / 9); }).data());
-    ZEL_SetInvar9(
-        db, values(400, 9 * kModes * kModes, [of](int k) { return of(k / 9 / kModes) * of(k / 9 % kModes); }).data());
+    for (const auto& row : rows)
+    {
+        const auto sign = [&](int k, int size) { return size == 0 ? 1 : signs[size_t(k / size % m)]; };
+        std::vector<double> values;
+        for (int k = 0; k < row.count; ++k)
+            values.push_back(value(row.from + k) * sign(k, row.row) * sign(k, row.column));
+        row.set(db, values.data());
+    }
 }
 
 const std::vector<int> kPlain(kModes, 1);
@@ -175,8 +174,6 @@ Report compare(ZELDATA* base, ZELDATA* made, int verbosity, double tolerance)
 
 using Comparing = FileTest;
 
-} // namespace
-
 TEST_F(Comparing, ABodyWithItselfAndATwinThatIsNumberedBackwards)
 {
     ZELDATA* db = body();
@@ -244,8 +241,6 @@ TEST_F(Comparing, BodiesOfManyNodes)
         }
 }
 
-namespace
-{
 struct Perturbation
 {
     double delta;                  // the measure by hand; 0: fails at any tolerance
@@ -326,8 +321,6 @@ const Perturbation kPerturbations[] = {
     {2.0, "", "generalized damping 4 - 5", nullptr, 0, [](ZELDATA* db) { ZEL_SetGeneralizedDamping(db, 4, 6, 2.0); }},
     {0.75, "", "modal statistics 5 20 1", [](ZELDATA* db) { return &db->modal_statistics[4].pair[1].value; }, 0.75},
 };
-} // namespace
-
 // What differs fails its own check and no other, below the measured difference and not above it.
 TEST_F(Comparing, OneDifferenceFailsTheCheckThatOwnsIt)
 {
@@ -366,8 +359,6 @@ TEST_F(Comparing, OneDifferenceFailsTheCheckThatOwnsIt)
     }
 }
 
-namespace
-{
 // A body that lacks much of what the base has and differs in much of the rest.
 void spoil(ZELDATA* db)
 {
@@ -390,8 +381,6 @@ void spoil(ZELDATA* db)
                       ZEL_BLOCK_INTERFACE, ZEL_BLOCK_STRESS, ZEL_BLOCK_INVAR9, ZEL_BLOCK_PRE_STRAIN})
         zel::clear_flag(db, block);
 }
-} // namespace
-
 TEST_F(Comparing, ReportsEveryKindOfLineAtItsVerbosity)
 {
     ZELDATA *base = body(), *made = body();
@@ -656,3 +645,5 @@ TEST_F(Comparing, EndsWithBodiesThatDoNotBelongTogether)
         }
     }
 }
+
+} // namespace

@@ -4,8 +4,6 @@
 #include "fixtures.h"
 #include "sample_file.h"
 
-#include <array>
-
 extern "C" void fixed_eigen_(double* lambda, int* ierr);
 
 namespace
@@ -24,25 +22,15 @@ protected:
     static ZELDATA* current() { return zel::current_database; }
 };
 
-// The series that the Fortran programs draw their values from.
-class Series
-{
-public:
-    template <int count> std::array<double, size_t(count)> next()
-    {
-        std::array<double, size_t(count)> values;
-        for (double& value : values)
-            value = last_ += 0.125;
-        return values;
-    }
-
-private:
-    double last_ = 0;
-};
-
 ZELDATA* body_in_c()
 {
-    Series series;
+    double latest = 0;
+    const auto next = [&latest](size_t count) { // of the series that the Fortran programs draw their values from
+        std::vector<double> values(count);
+        for (double& value : values)
+            value = latest += 0.125;
+        return values;
+    };
     ZELDATA* db = ZEL_Create(8, 3);
     char title[] = "Cube of eight nodes", name[] = "cube.f", type[] = "FORTRAN", comment[] = "built by Fortran",
          none[] = "", last[] = "last";
@@ -50,17 +38,17 @@ ZELDATA* body_in_c()
     ZEL_SetUnits(db, "kg", "mm", "s", "N");
     for (int node = 11; node <= 18; ++node)
     {
-        const auto xyz = series.next<3>();
+        const auto xyz = next(3);
         ZEL_SetNodeCoordinates(db, node, xyz[0], xyz[1], xyz[2]);
-        ZEL_SetNodalMass(db, node, series.next<1>()[0]);
+        ZEL_SetNodalMass(db, node, next(1)[0]);
     }
     for (int node : {11, 12})
     {
-        const auto v = series.next<6>();
+        const auto v = next(6);
         ZEL_SetNodalInertia(db, node, v[0], v[1], v[2], v[3], v[4], v[5]);
     }
-    ZEL_SetNodalInertiaEntry(db, 13, 1, 3, series.next<1>()[0]);
-    const auto m = series.next<9>();
+    ZEL_SetNodalInertiaEntry(db, 13, 1, 3, next(1)[0]);
+    const auto m = next(9);
     ZEL_SetNodalInertia(db, 14, m[0], m[4], m[8], m[1], m[2], m[5]);
     ZEL_SetInterfaceNode(db, 18);
     const int ids[] = {11, 12, 13, 14, 15, 16, 17, 18};
@@ -73,18 +61,18 @@ ZELDATA* body_in_c()
     for (int mode = 1; mode <= 3; ++mode)
     {
         for (int node = 11; node <= 18; ++node)
-            ZEL_SetModeVec(db, mode, node, ZEL_MODE_SHAPE, series.next<6>().data());
-        ZEL_SetModeEntry(db, mode, 18, ZEL_MODE_SHAPE, 5, series.next<1>()[0]);
+            ZEL_SetModeVec(db, mode, node, ZEL_MODE_SHAPE, next(6).data());
+        ZEL_SetModeEntry(db, mode, 18, ZEL_MODE_SHAPE, 5, next(1)[0]);
         for (int node : {17, 12})
-            ZEL_SetModeVec(db, mode, node, ZEL_MODAL_STRESS, series.next<6>().data());
+            ZEL_SetModeVec(db, mode, node, ZEL_MODAL_STRESS, next(6).data());
         for (int node : {13, 14})
-            ZEL_SetModeVec(db, mode, node, ZEL_MODAL_STRAIN, series.next<6>().data());
+            ZEL_SetModeVec(db, mode, node, ZEL_MODAL_STRAIN, next(6).data());
     }
-    ZEL_SetModeVec(db, 0, 17, ZEL_MODAL_STRESS, series.next<6>().data());
-    ZEL_SetModeVec(db, 0, 14, ZEL_MODAL_STRAIN, series.next<6>().data());
+    ZEL_SetModeVec(db, 0, 17, ZEL_MODAL_STRESS, next(6).data());
+    ZEL_SetModeVec(db, 0, 14, ZEL_MODAL_STRAIN, next(6).data());
     for (int mode = 1; mode <= 3; ++mode)
     {
-        const auto v = series.next<5>();
+        const auto v = next(5);
         ZEL_SetGeneralizedStiffness(db, mode, mode, v[0]);
         ZEL_SetGeneralizedDamping(db, mode, 1, v[1]);
         ZEL_SetModalPreload(db, mode, v[2]);
@@ -93,19 +81,19 @@ ZELDATA* body_in_c()
     }
     ZEL_SetModalLoadLabel(db, 0, "Cube of eight nodes");
     ZEL_SetModalLoadLabel(db, 1, "");
-    ZEL_SetInvar1(db, series.next<1>()[0]);
-    ZEL_SetInvar2(db, series.next<3>().data());
-    const auto columns = series.next<9>();
+    ZEL_SetInvar1(db, next(1)[0]);
+    ZEL_SetInvar2(db, next(3).data());
+    const auto columns = next(9);
     ZEL_SetInvar3(db, columns.data());
     ZEL_SetInvar4(db, columns.data());
-    ZEL_SetInvar5(db, series.next<27>().data());
-    ZEL_SetInvar6(db, std::array<double, 3>{1, 1, 1}.data());
-    ZEL_SetInvar7(db, series.next<9>().data());
-    ZEL_SetInvar8(db, series.next<27>().data());
-    ZEL_SetInvar9(db, series.next<81>().data());
+    ZEL_SetInvar5(db, next(27).data());
+    ZEL_SetInvar6(db, std::vector<double>(3, 1.0).data());
+    ZEL_SetInvar7(db, next(9).data());
+    ZEL_SetInvar8(db, next(27).data());
+    ZEL_SetInvar9(db, next(81).data());
     ZEL_SetGeneralizedMass(db, 1, 1, 1.0);
-    const auto global = series.next<4>();
-    ZEL_SetGlobalMass(db, global[0], &global[1], series.next<9>().data());
+    const auto global = next(4);
+    ZEL_SetGlobalMass(db, global[0], &global[1], next(9).data());
     return db;
 }
 

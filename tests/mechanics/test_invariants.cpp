@@ -27,40 +27,6 @@ static void expect_defined(ZELDATA* db, const Assembly& body, const std::vector<
 
 // ---- Values ---------------------------------------------------------------------------------------------------------
 
-// `n` equal masses at the middles of n equal parts of a bar of length 2 and mass 3 along x, with a stretching and a bending
-// mode, (x/2, 0, 0) and (0, x^2/4, 0). Sums over the middles of n parts of the unit interval: of u 1/2, u^2 1/3 - 1/12n^2,
-// u^3 1/4 - 1/8n^2, times n.
-TEST_F(InvariantsOf, AUniformBarAreItsClosedForms)
-{
-    constexpr int n = 50;
-    constexpr double m = 3.0, l = 2.0, second = 1.0 / 3 - 1.0 / (12 * n * n), third = 1.0 / 4 - 1.0 / (8 * n * n);
-    Assembly bar;
-    for (int p = 0; p < n; ++p)
-        bar.points.push_back({m / n, {l * (p + 0.5) / n, 0, 0}, {}});
-    bar.add_mode();
-    bar.add_mode();
-    for (size_t p = 0; p < n; ++p)
-    {
-        const double u = bar.points[p].s[0] / l;
-        bar.modes[0][p] = {u, 0, 0, 0, 0, 0};
-        bar.modes[1][p] = {0, u * u, 0, 0, 0, 0};
-    }
-    ZELDATA* db = database_of(bar);
-    constexpr double near = 1e-13;
-    const double inertia = m * l * l * second;
-    expect_near(library_invariant(db, 1), {m}, near);
-    expect_near(library_invariant(db, 2), {m * l / 2, 0, 0}, near);
-    expect_near(library_invariant(db, 3), {m / 2, 0, 0, m * second, 0, 0}, near);
-    expect_near(library_invariant(db, 4), {0, 0, 0, 0, 0, m * l * third}, near);
-    expect_near(library_invariant(db, 5), {0, 0, 0, 0, 0, m * third, 0, 0, 0, 0, -m * third, 0}, near);
-    expect_near(library_invariant(db, 7), {0, 0, 0, 0, inertia, 0, 0, 0, inertia}, near);
-    const double axial = m * l * second, lateral = m * l * third;
-    expect_near(library_invariant(db, 8), {0, 0, 0, 0, -axial, 0, 0, 0, -axial, 0, 0, 0, lateral, 0, 0, 0, 0, 0}, near);
-    double* pair = ZEL_Invar9(db, 0, 1);
-    expect_near({pair, pair + 9}, {0, 0, 0, m * third, 0, 0, 0, 0, 0}, near);
-    std::free(pair);
-}
-
 static void expect_symmetries(ZELDATA* db)
 {
     const size_t modes = size_t(ZEL_ModeCount(db));

@@ -74,8 +74,6 @@ Range range_of(ZELDATA* read)
     return range;
 }
 
-} // namespace
-
 // ---- Range of modes ---------------------------------------------------------------------------------------------------------
 
 TEST_F(WriteContent, ModesAreARunOfFrequencies)
@@ -422,9 +420,6 @@ TEST_F(WriteContent, MissingMassesAndIllegalSetsAreReported)
 
 // ---- Reduction to the geometry nodes ---------------------------------------------------------------------------------------
 
-namespace
-{
-
 // A body of 60 nodes of which five carry geometry.
 const std::vector<int> kGeometryIds = {9, 17, 40, 41, 58};
 
@@ -482,8 +477,6 @@ void expect_whole(ZELDATA* read, const Assembly& body)
     for (int number : {1, 2, 3, 4, 5, 7, 8, 9})
         expect_near(library_invariant(read, number), defined_invariant(body, number), 1e-12);
 }
-
-} // namespace
 
 TEST_F(WriteContent, InvariantsOfAllNodesGoWithVectorsOfTheGeometryNodes)
 {
@@ -616,3 +609,5 @@ TEST_F(WriteContent, TheSummaryAndTheWarningsTellOfTheBody)
                       "WARNING:  Found 2 massless node(s)\n");
     EXPECT_EQ(output, kept_text("summary.txt"));
 }
+
+} // namespace

@@ -137,26 +137,6 @@ TEST_F(FailingWrites, AFileThatAnotherDatabaseReadsIsReplacedNotChanged)
     EXPECT_EQ(bytes_of(own).size(), bytes_of(out).size());
 }
 
-TEST_F(FailingWrites, NoDescriptorStaysOpen)
-{
-    const auto open_files = [] {
-        const std::filesystem::directory_iterator begin("/proc/self/fd");
-        return std::distance(begin, std::filesystem::directory_iterator());
-    };
-    const auto before = open_files();
-    for (const char* options : {"", "no_ortho", "full_str sparse_str", "fast_invar MKS"})
-    {
-        write(sample_body(), out, options);
-        const FileSizeLimit limit(3000);
-        write(database_of(random_assembly(5, 2, 4, true)), out, options);
-        errors_of([&] { EXPECT_EQ(ZEL_CreateFromZEL("/dev/null"), nullptr); });
-        zel::failing_allocation = 0;
-        EXPECT_EQ(ZEL_CreateFromZEL(out.c_str()), nullptr);
-        ZEL_Terminate();
-        EXPECT_EQ(open_files(), before) << options;
-    }
-}
-
 TEST_F(FailingWrites, ConflictingOptionsEndTheWriteAfterTheGeometryChanged)
 {
     ZELDATA* db = database_of(random_assembly(3, 1, 4, false));
