@@ -161,38 +161,35 @@ TEST_F(Coarsening, KeepsTheSkinsOfAPlateApartAndItsInterfaceNodes)
 // Flat shells keep their rims, holes and corners, with faces on one side or on both.
 TEST_F(Coarsening, KeepsTheAreaOfShells)
 {
-    struct Shell
-    {
-        int width, height, hole;
-        bool both_sides;
-        int most_faces; // after coarsen(50)
-    };
-    for (const Shell& shell : {Shell{24, 24, 0, false, 1}, Shell{24, 24, 12, false, 4}, Shell{40, 1, 0, false, 1},
-                               Shell{6, 6, 0, true, 12}, Shell{24, 1, 0, true, 12}})
+    // Width, height, hole, whether both sides have faces, and how many there are at most after coarsen(50).
+    using Shell = std::tuple<int, int, int, bool, int>;
+    for (const auto& [width, height, hole, both_sides, most_faces] :
+         {Shell(24, 24, 0, false, 1), Shell(24, 24, 12, false, 4), Shell(40, 1, 0, false, 1), Shell(6, 6, 0, true, 12),
+          Shell(24, 1, 0, true, 12)})
         for (const char* resolution : {"0", "5", "10", "20", "30", "50"})
         {
-            SCOPED_TRACE(testing::Message() << shell.width << " " << shell.hole << " " << resolution);
+            SCOPED_TRACE(testing::Message() << width << " " << hole << " " << resolution);
             anew();
-            const int low = (shell.width - shell.hole) / 2, row = shell.width + 1;
-            for (int i = 0; i < row * (shell.height + 1); ++i)
+            const int low = (width - hole) / 2, row = width + 1;
+            for (int i = 0; i < row * (height + 1); ++i)
                 add_node(i % row, i / row, 0);
-            for (int x = 0; x < shell.width; ++x)
-                for (int y = 0; y < shell.height; ++y)
+            for (int x = 0; x < width; ++x)
+                for (int y = 0; y < height; ++y)
                 {
                     const int a = y * row + x;
-                    if (std::min(x, y) >= low && std::max(x, y) < low + shell.hole)
+                    if (std::min(x, y) >= low && std::max(x, y) < low + hole)
                         continue;
                     add_face({a, a + 1, a + row + 1, a + row});
-                    if (shell.both_sides)
+                    if (both_sides)
                         add_face({a, a + row, a + row + 1, a + 1});
                 }
-            const int inside = shell.height > 1 ? row + 1 : 1;
-            ASSERT_TRUE(!shell.both_sides || ZEL_SetInterfaceNode(db, inside + 1));
+            const int inside = height > 1 ? row + 1 : 1;
+            ASSERT_TRUE(!both_sides || ZEL_SetInterfaceNode(db, inside + 1));
             const double whole = area();
             ASSERT_TRUE(trim(resolution));
             EXPECT_NEAR(area(), whole, 1e-9);
-            EXPECT_TRUE(!shell.both_sides || (is_closed() && face_nodes().count(inside)));
-            EXPECT_TRUE(std::strcmp(resolution, "50") != 0 || db->face_count <= shell.most_faces) << db->face_count;
+            EXPECT_TRUE(!both_sides || (is_closed() && face_nodes().count(inside)));
+            EXPECT_TRUE(std::strcmp(resolution, "50") != 0 || db->face_count <= most_faces) << db->face_count;
         }
 }
 
