@@ -108,8 +108,8 @@ ZELDATA* fill_database(const ReducedBody& body);
 /**
  * Writes the body through the library; `options` as ZEL_WriteWithOptions has them, "full_invar" where in doubt. A file of that name
  * is replaced only by a complete one; without success there is none, or the older one.
- * Progress is that of the library. What the library has to say goes where zel.h says. A message handler of the thread is spared what every reduction brings about:
- * warnings of reference nodes without mass and of rigid modes without stress.
+ * Progress is that of the library. What the library has to say goes where zel.h says. A message handler of the thread is spared
+ * what every reduction brings about: warnings of reference nodes without mass and of rigid modes without stress.
  * Throws std::runtime_error when the library fails, which has told why by then.
  */
 void write_body(const ReducedBody& body, const std::string& output, const std::string& options, Progress& progress);

@@ -152,7 +152,7 @@ static void check_stiffness(const Model& model, const MatrixXd& rigid)
 
 // A spring p at row i makes K R = p R there. Smaller ones show when larger ones are gone, and digits of the diagonal that a penalty
 // has swallowed come back from the condition that K R = 0: so the rows that were found are looked at once more at the end.
-int release_supports(Model& model)
+std::vector<size_t> release_supports(Model& model)
 {
     constexpr int kPasses = 8;
     SparseMatrix& stiffness = model.matrices->stiffness;
@@ -173,7 +173,7 @@ int release_supports(Model& model)
         if (resisting.empty())
             break;
     }
-    return int(released.size());
+    return {released.begin(), released.end()};
 }
 
 static Matrix6 mass_of(const Model& model, const MatrixXd& rigid)

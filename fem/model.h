@@ -89,9 +89,9 @@ std::vector<char> references_of_ties(const Model& model);
 // a rigid body, for its six rigid motions R. Throws InputError or std::runtime_error where they are not.
 void check_equations(const Model& model);
 
-// Takes springs between single rows and the ground, penalties among them, out of the stiffness, where K R shows them. Returns how
-// many rows had one. Supports whose rows were eliminated show as well, but cannot be undone.
-int release_supports(Model& model);
+// Takes springs between single rows and the ground, penalties among them, out of the stiffness, where K R shows them. Returns the
+// rows that had one, ascending. Supports whose rows were eliminated show as well, but cannot be undone.
+std::vector<size_t> release_supports(Model& model);
 
 // Mass moments as the mass matrix has them.
 MassMoments matrix_moments(const Model& model);

@@ -192,6 +192,24 @@ static void take_modes(Model& model, const MeshMass& own, const ReductionOptions
     report_given_modes(basis, body, before, report);
 }
 
+// Which supports a body has lost.
+static void note_released(Model& model, const std::vector<size_t>& rows)
+{
+    constexpr size_t kShown = 8;
+    std::string places;
+    for (size_t i = 0; i < std::min(rows.size(), kShown); ++i)
+    {
+        const auto [node, component] = model.matrices->rows[rows[i]];
+        places += (i > 0 ? ", " : "") +
+                  (node < 0 ? std::string("the inside of an element")
+                            : format("%d.%d", model.moved_mesh().nodes[size_t(node)].id, component + 1));
+    }
+    if (rows.size() > kShown)
+        places += format(" and %zu more", rows.size() - kShown);
+    if (!rows.empty())
+        model.notes.push_back("supports are taken out at " + places + " (node.component)");
+}
+
 ReducedBody reduce(Source& source, const ReductionOptions& options, Progress& progress)
 {
     check_units(options.units);
@@ -213,9 +231,8 @@ ReducedBody reduce(Source& source, const ReductionOptions& options, Progress& pr
     source.read_solution(model, body->interfaces, progress);
     body->mesh = model.mesh;
     ReducedBody reduced{body, {}};
-    const int released = model.matrices && options.release_supports ? release_supports(model) : 0;
-    if (released > 0)
-        model.notes.push_back(format("%d rows were held by springs to the ground, which are taken out", released));
+    if (model.matrices && options.release_supports)
+        note_released(model, release_supports(model));
     if (model.matrices)
         reduce_matrices(model, own, options, *body, reduced.report, progress);
     else

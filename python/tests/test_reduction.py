@@ -114,7 +114,7 @@ def test_supports_are_refused_or_taken_out() -> None:
     assert body.report is not None and "taken out at 5.2, 21.1, 22.3" in repr(body.report)
     held[7, :] = held[:, 7] = 0.0
     held[7, 7] = 1.0
-    with pytest.raises(ValueError, match=r"3\.2 .* has taken its row's entries"):
+    with pytest.raises(zel.ZelError, match="resists rigid motion"):
         zel.reduce(held, mass, mesh, modes=4, units=UNITS, supports="remove")
 
 

@@ -47,7 +47,7 @@ def interrupt_soon() -> None:
     threading.Timer(0.05, os.kill, (os.getpid(), signal.SIGINT)).start()
 
 
-def test_ctrl_c_ends_a_long_call_and_leaves_no_file(large: zel.Body, tmp_path: Path) -> None:
+def test_ctrl_c_ends_a_long_call_and_leaves_no_partial_file(large: zel.Body, tmp_path: Path) -> None:
     before = signal.signal(signal.SIGINT, signal.default_int_handler)  # a shell may have it ignored
     interrupt_soon()
     with pytest.raises(KeyboardInterrupt):
@@ -55,7 +55,8 @@ def test_ctrl_c_ends_a_long_call_and_leaves_no_file(large: zel.Body, tmp_path: P
             large.write(tmp_path / f"{attempt}.zel", "full_invar no_ortho")
             (tmp_path / f"{attempt}.zel").unlink()
     signal.signal(signal.SIGINT, before)
-    assert list(tmp_path.iterdir()) == []
+    for whole in tmp_path.iterdir():  # the signal came behind the last progress of a write
+        assert whole.suffix == ".zel" and zel.open(whole).modes[7].shape.shape == (20000, 6)
     assert large.modes[7].shape.shape == (20000, 6)
 
 

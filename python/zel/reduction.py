@@ -12,16 +12,14 @@ import numpy.typing as npt
 from . import _zel, convert
 from .body import Body, Progress
 from .errors import ZelWarning
-from .mesh import Columns, Indexes, Mesh, columns_of, mesh_of
-from .records import Floats
-from .report import Report, RowKind
+from .mesh import columns_of, mesh_of
+from .report import Report
 from .units import Units
 
 Interface: TypeAlias = str | npt.ArrayLike | tuple[str | npt.ArrayLike, npt.ArrayLike]
 """A set of nodes by name, or node ids; or a pair of one of these and the point where the body is joined."""
 
 _METHODS = ("matched", "scaled", "row_sum")
-_RIGID = 1e-6  # of K R against |K| |R|
 
 
 def reduce(
@@ -64,9 +62,6 @@ def reduce(
     model = mesh_of(mesh)
     stiffness, weights = columns_of("K", K), columns_of("M", M)
     rows = np.empty((0, 2), np.int64) if dofs is None else convert.indexes("dofs", dofs, stiffness.size, 2)
-    held: list[str] = []
-    if supports == "remove":
-        stiffness, held = _without_supports(stiffness, model, _rows(rows, stiffness.size, len(model.points)))
     database, report = _zel.reduce(
         stiffness,
         weights,
@@ -78,20 +73,15 @@ def reduce(
         [_choice(number, interface) for number, interface in enumerate(interfaces, 1)],
         modes,
         _METHODS.index(mass),
+        supports == "remove",
         title,
         progress,
     )
-    body = Body._reduced(database, Report._of([*report, *((RowKind.NOTE, "", note, None, []) for note in held)]))
+    body = Body._reduced(database, Report._of(report))
     if not body.report:
         failed = ", ".join(row.name for row in body.report.failures) if body.report is not None else ""
         warnings.warn(ZelWarning(f"the body is not to be trusted, see its report: {failed}"), stacklevel=2)
     return body
-
-
-def _rows(dofs: Indexes, size: int, points: int) -> Indexes:
-    if len(dofs) or size not in (3 * points, 6 * points):
-        return dofs  # the reduction tells what is wrong with them
-    return np.column_stack(np.divmod(np.arange(size), size // points))
 
 
 def _choice(number: int, interface: Interface) -> tuple[str, list[int], tuple[float, float, float] | None]:
@@ -105,47 +95,3 @@ def _choice(number: int, interface: Interface) -> tuple[str, list[int], tuple[fl
     if not len(ids):
         raise ValueError(f"interface {number}: expected ids of nodes, got none")
     return f"interface {number}", ids.tolist(), point
-
-
-# ---- Supports ----------------------------------------------------------------------------------------------------------
-
-
-def _rigid_motions(points: Floats, rows: Indexes) -> Floats:
-    at = points - (points.min(0) + points.max(0)) / 2
-    length = max(float(np.abs(at).max()), 1e-300)
-    at = at / length  # turns by 1 / length move nodes as far as translations do
-    motion = np.zeros((len(points), 6, 6))
-    motion[:, range(6), range(6)] = [1, 1, 1, 1 / length, 1 / length, 1 / length]
-    motion[:, 0, 4], motion[:, 0, 5] = at[:, 2], -at[:, 1]
-    motion[:, 1, 3], motion[:, 1, 5] = -at[:, 2], at[:, 0]
-    motion[:, 2, 3], motion[:, 2, 4] = at[:, 1], -at[:, 0]
-    return motion[rows[:, 0], rows[:, 1]]
-
-
-def _without_supports(stiffness: Columns, mesh: Mesh, rows: Indexes) -> tuple[Columns, list[str]]:
-    """The stiffness without springs to the ground, which resist rigid motions at single rows, and what was taken out.
-
-    A row that is held has the diagonal entry that leaves the motion along it without force; the others tell how large it is.
-    """
-    from scipy import sparse
-
-    if len(rows) != stiffness.size or not len(mesh.points):
-        return stiffness, []
-    given = sparse.csc_array((stiffness.values, stiffness.rows, stiffness.starts), shape=(stiffness.size,) * 2)
-    upper, lower = sparse.triu(given, 1), sparse.tril(given, -1)
-    whole = given if upper.count_nonzero() and lower.count_nonzero() else given + upper.T + lower.T
-    motions = _rigid_motions(mesh.points, rows)
-    held = np.flatnonzero((np.abs(whole @ motions) > _RIGID * (abs(whole) @ np.abs(motions))).any(1))
-    if not len(held):
-        return stiffness, []
-    beside = sparse.csr_array(whole - sparse.diags_array(whole.diagonal()))
-    names = [f"{rows[row, 0] + 1}.{rows[row, 1] + 1}" for row in held]
-    for row, name in zip(held, names, strict=True):
-        if not beside[[row]].count_nonzero():
-            raise ValueError(f"the support at {name} (node.component) has taken its row's entries: assemble without it")
-    diagonal = whole.diagonal()
-    components = rows[held, 1]
-    diagonal[held] = -(beside @ motions)[held, components] / motions[held, components]
-    freed = beside + sparse.diags_array(diagonal)
-    few = ", ".join(names[:8]) + (f" and {len(names) - 8} more" if len(names) > 8 else "")
-    return columns_of("K", freed), [f"supports are taken out at {few} (node.component)"]
