@@ -231,6 +231,9 @@ def test_a_comparison_names_what_differs(tmp_path: Path) -> None:
         body.write(tmp_path / f"{name}.zel")
     base = tmp_path / "base.zel"
     assert zel.compare(base, base)
+    with zel.open(base) as other:
+        other.write(tmp_path / "si.zel", units="kg,m,s,N")
+    assert zel.compare(base, tmp_path / "si.zel")
     report = zel.compare(base, tmp_path / "fresh.zel")
     assert not report
     worst = max(report.failures, key=lambda row: row.worst)

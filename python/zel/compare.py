@@ -2,10 +2,14 @@
 
 from __future__ import annotations
 
+import tempfile
 from collections.abc import Callable, Iterator
 from contextlib import ExitStack
 from dataclasses import dataclass
 from enum import IntEnum
+from pathlib import Path as FilePath
+
+import numpy as np
 
 from . import _zel
 from .body import Body, open
@@ -75,6 +79,25 @@ def _opened(stack: ExitStack, body: Path | Body) -> Body:
     return body if isinstance(body, Body) else stack.enter_context(open(body))
 
 
+def _is_normalised(body: Body) -> bool:
+    return bool(len(body.modes)) and Block.EIGENVALUES in body.blocks and bool(np.all(abs(body.modes.masses - 1) < 1e-6))
+
+
+def _options_to_keep(body: Body) -> str:
+    blocks = body.blocks
+    invariants = "full_invar" if Block.INVAR9 in blocks else "fast_invar" if Block.INVAR3 in blocks else ""
+    return invariants + ("" if body.double_precision else " single")
+
+
+def _in_units_of(base: Body, fresh: Body) -> Body:
+    """Modes of generalized mass 1 mean another amplitude in other units: a copy has them normalised in those of the base."""
+    if base.units == fresh.units or not _is_normalised(base) or not _is_normalised(fresh):
+        return fresh
+    with tempfile.TemporaryDirectory(prefix="zel_compare_") as folder:
+        fresh.write(FilePath(folder) / "copy.zel", _options_to_keep(fresh), base.units)
+        return open(FilePath(folder) / "copy.zel")
+
+
 def compare(
     base: Path | Body,
     fresh: Path | Body,
@@ -84,12 +107,15 @@ def compare(
     """Compare a body, or the body in a file, with a base. Nodes are paired by id and modes by their order.
 
     A check fails when its difference exceeds the tolerance. Whatever units the two are in, they are compared in SI units;
-    the values of a body that is not in a file pass through these and back, so that their last digits may change.
+    the values of a body that is not in a file pass through these and back, so that their last digits may change. Modes of
+    generalized mass 1 mean other amplitudes in other units: those of a new file are normalised in the units of the base.
     """
     with ExitStack() as stack:
         bodies = [_opened(stack, base), _opened(stack, fresh)]
         if bodies[0] is bodies[1]:
             raise ValueError("expected two bodies, got the same one twice")
+        if not isinstance(fresh, Body):
+            bodies[1] = stack.enter_context(_in_units_of(*bodies))
         units = [body.units for body in bodies]
         try:
             rows = _zel.compare(bodies[0]._database, bodies[1]._database, tolerance, progress)
