@@ -829,8 +829,8 @@ ZEL_API void ZEL_Contents(ZELDATA* db, int block, FILE* stream);
  *   modes     no_ortho (as they are), lowpass(hz) and highpass(hz): a run of modes up to and above these frequencies
  *   content   full_invar, fast_invar (inertia invariants, modal data only at geometry nodes), empty (no modal content),
  *             MKS (in SI units)
- *   geometry  lbrf2cm (origin to the centre of mass), sketch("file") (faces of a sketch file), strip_face (no inner
- *             faces), coarsen(percent, degrees, preserve_str ids) (fewer faces)
+ *   geometry  lbrf2cm (origin to the centre of mass), sketch("file") (faces of a sketch file),
+ *             strip_face (no inner faces), coarsen(percent, degrees, preserve_str ids) (fewer faces)
  * Unless no_ortho is given the modes become the eigenvectors of their generalized stiffness and mass. How large a mode is
  * plays no part. A mode that depends linearly on others is left out with a warning that names it, and so is one with
  * neither stiffness nor mass or with an infinite eigenvalue; a mode that was added after such a write without a
