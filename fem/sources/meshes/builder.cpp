@@ -1,0 +1,172 @@
+#include "fem/sources/meshes/builder.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+
+namespace zel_fem::meshes
+{
+
+// Density of an element that was given none.
+constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
+
+int MeshBuilder::add_file(const std::string& path)
+{
+    result_.mesh.files.push_back(path);
+    return int(result_.mesh.files.size()) - 1;
+}
+
+void MeshBuilder::add_node(int id, const Eigen::Vector3d& at, const Place& place)
+{
+    if (id < 1)
+        throw InputError(place, "node number " + std::to_string(id) + " is not positive");
+    if (!node_index_.try_emplace(id, int(result_.mesh.nodes.size())).second)
+        throw InputError(place, "node " + std::to_string(id) + " is defined twice");
+    result_.mesh.nodes.push_back({id, at});
+}
+
+Element& MeshBuilder::add_element(int id, const ElementType& type, std::span<const int> nodes, int file, int64_t line)
+{
+    Element element;
+    element.id = id;
+    element.type = &type;
+    element.density = kNone;
+    element.file = file;
+    element.line = int(line);
+    const Place place = result_.mesh.place(element);
+    if (id < 1)
+        throw InputError(place, "element number " + std::to_string(id) + " is not positive");
+    if (!element_ids_.insert(id).second)
+        throw InputError(place, "element " + std::to_string(id) + " is defined twice");
+    if (int(nodes.size()) != node_count(type.shape))
+        throw InputError(place, "an element of type " + std::string(type.name) + " has " +
+                                    std::to_string(node_count(type.shape)) + " nodes, not " +
+                                    std::to_string(nodes.size()));
+    std::copy(nodes.begin(), nodes.end(), element.nodes.begin());
+    return result_.mesh.elements.emplace_back(element);
+}
+
+void MeshBuilder::add_to_set(const std::string& name, std::span<const int> nodes)
+{
+    auto& set = sets_[name];
+    set.insert(set.end(), nodes.begin(), nodes.end());
+}
+
+int MeshBuilder::find_node(int id) const
+{
+    const auto found = node_index_.find(id);
+    return found == node_index_.end() ? -1 : found->second;
+}
+
+void MeshBuilder::leave_density(const std::string& reason)
+{
+    if (!density_left_)
+        note(reason + ": densities of the elements are left aside");
+    density_left_ = true;
+}
+
+void MeshBuilder::sort_nodes()
+{
+    auto& nodes = result_.mesh.nodes;
+    std::sort(nodes.begin(), nodes.end(), [](const Node& a, const Node& b) { return a.id < b.id; });
+    for (size_t i = 0; i < nodes.size(); ++i)
+        node_index_[nodes[i].id] = int(i);
+}
+
+void MeshBuilder::resolve_elements()
+{
+    for (Element& element : result_.mesh.elements)
+        for (int i = 0; i < node_count(element.type->shape); ++i)
+        {
+            int& node = element.nodes[size_t(i)];
+            const int index = find_node(node);
+            if (index < 0)
+                throw InputError(result_.mesh.place(element), "element " + std::to_string(element.id) + ": node " +
+                                                                  std::to_string(node) + " is not defined");
+            node = index;
+        }
+}
+
+// Faces and edges of solids are written as elements by mesh generators, to name them. A shell with a thickness is one.
+void MeshBuilder::drop_faces()
+{
+    auto& elements = result_.mesh.elements;
+    std::vector<char> solid(result_.mesh.nodes.size());
+    auto nodes_of = [](const Element& element) {
+        return std::span(element.nodes).first(size_t(node_count(element.type->shape)));
+    };
+    auto is_solid = [](const Element& element) {
+        return !is_shell(element.type->shape) && element.type->shape < Shape::line2;
+    };
+    for (const Element& element : elements)
+        if (is_solid(element))
+            for (int node : nodes_of(element))
+                solid[size_t(node)] = 1;
+    const size_t dropped = std::erase_if(elements, [&](const Element& element) {
+        const auto nodes = nodes_of(element);
+        return !is_solid(element) && element.type->shape != Shape::point && !(element.thickness > 0.0) &&
+               std::all_of(nodes.begin(), nodes.end(), [&solid](int node) { return solid[size_t(node)] != 0; });
+    });
+    if (dropped > 0)
+        note(std::to_string(dropped) + (dropped == 1 ? " face or edge of solids is no element of the body"
+                                                     : " faces and edges of solids are no elements of the body"));
+}
+
+void MeshBuilder::judge_density()
+{
+    bool any = false, all = true;
+    for (Element& element : result_.mesh.elements)
+    {
+        const bool has_volume = element.type->shape < Shape::line2;
+        const bool dense = !std::isnan(element.density) && (!is_shell(element.type->shape) || element.thickness > 0.0);
+        any |= has_volume;
+        all &= dense || !has_volume;
+        if (std::isnan(element.density))
+            element.density = 0.0;
+    }
+    result_.has_density = any && all && !density_left_;
+}
+
+void MeshBuilder::resolve_sets()
+{
+    for (auto& [name, ids] : sets_)
+    {
+        std::sort(ids.begin(), ids.end());
+        ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
+        std::vector<int> indexes;
+        for (int id : ids)
+            if (const int index = find_node(id); index >= 0)
+                indexes.push_back(index);
+        if (indexes.size() < ids.size())
+            note("set " + name + ": " + std::to_string(ids.size() - indexes.size()) +
+                 " of its nodes are not defined and left out");
+        if (!indexes.empty())
+            result_.node_sets[name] = std::move(indexes);
+    }
+}
+
+void MeshBuilder::tell_skipped()
+{
+    std::string text;
+    for (const auto& [what, count] : skipped_)
+        text.append(text.empty() ? "skipped: " : ", ").append(std::to_string(count) + " " + what);
+    if (!text.empty())
+        note(text);
+}
+
+MeshFile MeshBuilder::finish()
+{
+    if (result_.mesh.nodes.empty())
+        throw InputError({result_.mesh.files[0], 0}, "the file has no nodes");
+    sort_nodes();
+    resolve_elements();
+    drop_faces();
+    judge_density();
+    resolve_sets();
+    tell_skipped();
+    if (result_.mesh.elements.empty())
+        note("the mesh has no elements: nothing but its nodes can be drawn");
+    return std::move(result_);
+}
+
+} // namespace zel_fem::meshes
