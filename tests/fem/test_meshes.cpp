@@ -4,6 +4,7 @@
 
 #include "fem/sources/meshes/mesh_file.h"
 #include "fixtures.h"
+#include "mesh_dialects.h"
 
 using namespace zel_fem;
 using namespace zel_fem::meshes;
@@ -36,6 +37,189 @@ static std::string complaint_of(const std::string& text)
         return std::string(error.what()).substr(folder.folder().size() + 1);
     }
     return "";
+}
+
+// ---- One mesh in every dialect -----------------------------------------------------------------------------------------
+
+static MassMoments moments_of(const Mesh& mesh)
+{
+    MassMoments sum;
+    for (const Element& element : mesh.elements)
+        sum += element_mass(mesh, element).moments;
+    return sum;
+}
+
+// By Gauss's theorem, from the corners of the faces; quadratic faces have every other node at a corner.
+static double volume_within(const Mesh& mesh, bool quadratic)
+{
+    double volume = 0.0;
+    for (const Face& face : skin(mesh))
+    {
+        std::vector<Vector3d> corners;
+        for (size_t i = 0; i < face.size(); i += quadratic ? 2 : 1)
+            corners.push_back(mesh.nodes[size_t(face[i])].at);
+        for (size_t i = 2; i < corners.size(); ++i)
+            volume += corners[0].dot(corners[i - 1].cross(corners[i])) / 6;
+    }
+    return volume;
+}
+
+static void expect_same(const MeshFile& got, const MeshFile& want, double tolerance)
+{
+    ASSERT_EQ(got.mesh.nodes.size(), want.mesh.nodes.size());
+    for (size_t i = 0; i < want.mesh.nodes.size(); ++i)
+    {
+        EXPECT_EQ(got.mesh.nodes[i].id, want.mesh.nodes[i].id);
+        EXPECT_LE((got.mesh.nodes[i].at - want.mesh.nodes[i].at).norm(), tolerance) << want.mesh.nodes[i].id;
+    }
+    ASSERT_EQ(got.mesh.elements.size(), want.mesh.elements.size());
+    for (size_t i = 0; i < want.mesh.elements.size(); ++i)
+    {
+        const Element &a = got.mesh.elements[i], &b = want.mesh.elements[i];
+        EXPECT_EQ(a.type->shape, b.type->shape);
+        EXPECT_EQ(a.nodes, b.nodes) << "element " << b.id;
+        EXPECT_EQ(a.density, got.has_density ? b.density : 0.0);
+        EXPECT_EQ(a.thickness, got.has_density ? b.thickness : 0.0);
+        EXPECT_EQ(skin(got.mesh), skin(want.mesh));
+    }
+    for (const auto& [name, nodes] : want.node_sets)
+        EXPECT_EQ(got.node_sets.count(name) ? got.node_sets.at(name) : std::vector<int>(), nodes) << name;
+}
+
+TEST(MeshDialects, GiveOneMesh)
+{
+    for (Shape shape : {Shape::tet4, Shape::tet10, Shape::wedge6, Shape::wedge15, Shape::hex8, Shape::hex20,
+                        Shape::tri3, Shape::tri6, Shape::quad4, Shape::quad8})
+        for (const dialects::Dialect& dialect : dialects::all())
+        {
+            const MeshFile want = dialects::box(shape);
+            if (!dialect.has_shape(shape))
+                continue;
+            SCOPED_TRACE(std::string(dialect.name) + ", shape " + std::to_string(int(shape)));
+            const MeshFile got = read_text(dialect.write(want));
+            expect_same(got, want, dialect.tolerance);
+            EXPECT_EQ(got.has_density, dialect.density);
+            if (is_shell(shape))
+                continue;
+            const double volume =
+                2 * (4 * (3 * 2 - 0.0) + 0.25 * 0.5 * 1); // of two cells, by the determinant of the map
+            EXPECT_NEAR(volume_within(got.mesh, node_count(shape) > 8 || shape == Shape::tet10), volume, 1e-9);
+            if (got.has_density)
+            {
+                EXPECT_NEAR(moments_of(got.mesh).mass, volume * dialects::kDensity, 1e-9 * volume * dialects::kDensity);
+            }
+        }
+}
+
+// ---- Decks -------------------------------------------------------------------------------------------------------------
+
+static std::vector<int> set_of(const MeshFile& file, const std::string& name)
+{
+    std::vector<int> ids;
+    if (file.node_sets.count(name))
+        for (int node : file.node_sets.at(name))
+            ids.push_back(file.mesh.nodes[size_t(node)].id);
+    return ids;
+}
+
+static bool has_note(const MeshFile& file, const std::string& part)
+{
+    return std::any_of(file.notes.begin(), file.notes.end(),
+                       [&part](const std::string& note) { return note.find(part) != std::string::npos; });
+}
+
+static std::string tet_part(const std::string& more = "")
+{
+    return "*Part, name=T\n*Node, nset=ALL\n7, 0, 0, 0\n3, 1\n4, , 1\n9, 0., 0., 1.\n*Element, type=C3D4H, elset=E\n"
+           "2, 7, 3, 4, 9\n*nset, nset=base\n3, 4,\n*NSET, nset=BASE\n 7\n" +
+           more + "*End Part\n";
+}
+
+// Two instances of one part, one of them moved; sets of the assembly that reach into them in every way.
+TEST(Decks, NumberTheirInstancesOneAfterTheOther)
+{
+    const MeshFile file = read_text(
+        tet_part("*Solid Section, elset=E, material=m\n,\n") +
+        "*Assembly, name=A\n*Instance, name=one, part=t\n*End Instance\n*Instance, name=two, part=T\n0, 0, 5\n"
+        "*End Instance\n*Node\n 1, 8, 8, 8\n*Nset, nset=RP\n1,\n*Nset, nset=mix, instance=two\nbase\n*Nset, nset=mix,\n"
+        "instance=one, generate\n3, 1000000000, 1\n*Nset, nset=dot\none.9, two.BASE\n"
+        "*Nset, nset=by_elements, elset=two.E\n*Element, type=CONN3D2\n1, one.3, two.3\n*End Assembly\n"
+        "*Material, name=M\n*Density\n2.,\n");
+    EXPECT_EQ(file.format, "Abaqus deck");
+    ASSERT_EQ(file.mesh.nodes.size(), 9u);
+    EXPECT_EQ(file.mesh.nodes[3].at, Vector3d(0, 0, 1)); // ids of an instance ascend
+    EXPECT_EQ(file.mesh.nodes[7].at, Vector3d(0, 0, 6));
+    EXPECT_EQ(file.mesh.nodes[8].at, Vector3d(8, 8, 8));
+    EXPECT_EQ(set_of(file, "RP"), std::vector({9}));
+    EXPECT_EQ(set_of(file, "MIX"), std::vector({1, 2, 3, 4, 5, 6, 7}));
+    EXPECT_EQ(set_of(file, "DOT"), std::vector({4, 5, 6, 7}));
+    EXPECT_EQ(set_of(file, "BY_ELEMENTS"), std::vector({5, 6, 7, 8}));
+    EXPECT_EQ(set_of(file, "TWO.BASE"), std::vector({5, 6, 7}));
+    EXPECT_EQ(set_of(file, "BASE"), std::vector<int>()); // of both instances
+    EXPECT_TRUE(has_note(file, "the nodes of instance TWO are renumbered in the order of their ids, 5 to 8"));
+    EXPECT_TRUE(has_note(file, "1 elements of type CONN3D2"));
+    EXPECT_EQ(file.mesh.elements[1].nodes[0], 6);
+    EXPECT_TRUE(file.has_density);
+    EXPECT_NEAR(moments_of(file.mesh).mass, 2 * 2. / 6, 1e-15);
+}
+
+// What generators write: faces of physical surfaces as plane elements, sets of nodes and elements of one name, shouted comments.
+TEST(Decks, TakeWhatIsNoElementOfTheBodyForSets)
+{
+    const MeshFile file = read_text(
+        "*Heading\n b.inp\n*NODE\n4, 0, 0, 1\n1, 0, 0, 0\n2, 1, 0, 0\n3, 0, 1, 0\n******* E L E M E N T S ***********\n"
+        "*ELEMENT, type=CPS3, ELSET=Surface1\n5, 1, 3, 2\n*ELEMENT, type=C3D4, ELSET=Volume1\n6, 1, 2, 3, 4\n"
+        "*ELSET,ELSET=bottom\n5,\n*ELSET,ELSET=top\n6,\n*NSET,NSET=top\n4,\n*Transport\n*Elastic\n1, .3\n*Elastic\n1, "
+        ".2");
+    EXPECT_EQ(file.mesh.elements.size(), 1u);
+    EXPECT_FALSE(file.has_density);
+    EXPECT_EQ(set_of(file, "BOTTOM"), std::vector({1, 2, 3}));
+    EXPECT_EQ(set_of(file, "TOP"), std::vector({4}));
+    EXPECT_TRUE(has_note(file, "1 face or edge of solids is no element"));
+    EXPECT_TRUE(has_note(file, "skipped: 2 *ELASTIC, 1 *TRANSPORT"));
+}
+
+TEST(Decks, LeaveDensitiesAsideWhereTheyAreNotAllMass)
+{
+    const std::string begin = "*Node\n1,0,0,0\n2,1,0,0\n3,0,1,0\n4,0,0,1\n*Element, type=C3D4, elset=E\n1,1,2,3,4\n"
+                              "*Solid Section, elset=E, material=M\n*Material, name=M\n*Density\n2.\n";
+    EXPECT_TRUE(read_text(begin).has_density);
+    const MeshFile with_mass = read_text(begin + "*Element, type=MASS, elset=P\n2, 4\n*Mass, elset=P\n3.\n");
+    EXPECT_TRUE(with_mass.has_density);
+    EXPECT_NEAR(moments_of(with_mass.mesh).mass, 3 + 2. / 6, 1e-14);
+    for (const char* more :
+         {"3., 100.\n", "*Rotary Inertia, elset=E\n1.\n", "*Element, type=B31\n2, 1, 2\n",
+          "*Element, type=C3D5\n2, 1, 2, 3, 4, 4\n", "*Element, type=C3D8\n2, 1, 2, 3, 3, 4, 4, 4, 4\n",
+          "*Element, type=C3D4\n2, 1, 2, 3, 4\n", "*Nonstructural mass, elset=E\n"})
+        EXPECT_FALSE(read_text(begin + more).has_density) << more;
+}
+
+TEST(Decks, AreRefusedWhereTheyAreDamagedOrMoveNodesByOtherRules)
+{
+    const std::string begin = "*Node\n1,0,0,0\n2,1,0,0\n3,0,1,0\n4,0,0,1\n";
+    const std::pair<std::string, const char*> cases[] = {
+        {begin + "*System\n1,1,1\n", "mesh:6: *System cannot be read"},
+        {begin + "*Ngen\n1, 4\n", "mesh:6: *Ngen cannot be read"},
+        {begin + "*NODAL THICKNESS\n1, 4\n", "mesh:6: *NODAL THICKNESS cannot be read"},
+        {"*Node, system=C\n1,0,0,0\n", "mesh:1: *Node with SYSTEM cannot be read"},
+        {"*Node, input=nodes.txt\n", "mesh:1: *Node with INPUT cannot be read"},
+        {begin + "*Element, type=C3D4\n1,1,2,3\n", "mesh:7: an element of type C3D4 has 4 nodes, not 3"},
+        {begin + "*Element, type=C3D4\n1,1,2,3,5\n", "mesh:7: element 1: node 5 is not defined"},
+        {begin + "*Element, type=C3D4\n1,1,2,3,4\n1,1,2,3,4\n", "mesh:8: element 1 is defined twice"},
+        {"*Node\n1,0,0,inf\n", "mesh:2: \"inf\" is not a number"},
+        {"*Node\n-1,0,0,1\n", "mesh:2: node number -1 is not positive"},
+        {begin + "*Nset, nset=a, generate\n1, 2, 0\n", "mesh:7: the increment of GENERATE is not positive"},
+        {begin + "*Nset, nset=a\nb\n", "mesh:7: there is no set named b"},
+        {begin + "*Nset, nset=a, instance=b\n1\n", "mesh:6: there is no instance named B"},
+        {"*Instance, name=i, part=p\n", "mesh:1: there is no part named p"},
+        {tet_part() + "*Instance, name=i, part=t\n0,0,0\n1,1,1,1,1,1,90\n",
+         "mesh:16: the two points of the axis are one"},
+        {tet_part() + "*Instance, name=i, part=t\n0,0\n",
+         "mesh:15: the position of an instance has 3 numbers here, not 2"},
+        {tet_part(), "mesh: the file has no nodes"},
+    };
+    for (const auto& [text, expected] : cases)
+        EXPECT_EQ(complaint_of(text), expected);
 }
 
 // ---- Plain tables ------------------------------------------------------------------------------------------------------

@@ -8,30 +8,11 @@
 #include <memory>
 #include <set>
 
+#include "fem/sources/cards.h"
 #include "fem/sources/ccx/element_types.h"
-#include "fem/sources/text_file.h"
 
 namespace zel_fem::ccx
 {
-
-constexpr size_t kDeepestInclude = 20;
-
-struct DataLine
-{
-    std::string text;
-    int file, line;
-};
-
-struct Card
-{
-    std::string keyword; // capitals without blanks, as are the names of parameters
-    std::string shown;   // as it stands in the deck
-    std::map<std::string, std::string> parameters;
-    std::vector<DataLine> lines;
-    int file = 0, line = 0;
-
-    bool has(const std::string& name) const { return parameters.count(name) > 0; }
-};
 
 struct Section
 {
@@ -47,47 +28,10 @@ struct Material
     bool has_density = false;
 };
 
-static std::string squeeze(std::string_view text)
-{
-    std::string result;
-    for (char c : text)
-        if (c != ' ' && c != '\t')
-            result += c;
-    return result;
-}
-
-static std::string capitals(std::string text)
-{
-    for (char& c : text)
-        if (c >= 'a' && c <= 'z')
-            c = char(c - 'a' + 'A');
-    return text;
-}
-
-static std::vector<std::string_view> split(std::string_view text)
-{
-    std::vector<std::string_view> fields;
-    for (;;)
-    {
-        const size_t comma = text.find(',');
-        fields.push_back(trim(text.substr(0, comma)));
-        if (comma == std::string_view::npos)
-            return fields;
-        text.remove_prefix(comma + 1);
-    }
-}
-
-// Names of sets may begin with a digit, as "1A".
-static bool is_number(std::string_view field)
-{
-    const std::string_view digits = field.substr(!field.empty() && field[0] == '-' ? 1 : 0);
-    return !digits.empty() && std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; });
-}
-
 class DeckReader
 {
 public:
-    explicit DeckReader(const std::string& path) { open(path); }
+    explicit DeckReader(const std::string& path) : cards_(path) {}
     Deck read();
 
 private:
@@ -99,10 +43,6 @@ private:
     };
     static const Row kRows[];
 
-    void open(const std::string& path);
-    bool next_line(DataLine& line);
-    void include(const DataLine& line);
-    Card start_card(const DataLine& line);
     void handle(const Card& card);
 
     void heading(const Card& card);
@@ -125,11 +65,11 @@ private:
     void boundary(const Card& card);
     void refuse(const Card& card);
 
-    Place place(const Card& card) const { return {deck_.mesh.files[size_t(card.file)], card.line}; }
-    Place place(const DataLine& line) const { return {deck_.mesh.files[size_t(line.file)], line.line}; }
+    Place place(const Card& card) const { return cards_.place(card); }
+    Place place(const DataLine& line) const { return cards_.place(line); }
     void note(const Place& at, const std::string& what) { deck_.notes.push_back(InputError(at, what).what()); }
-    [[noreturn]] void fail(const Card& card, const std::string& what) const { throw InputError(place(card), what); }
-    const std::string& required(const Card& card, const std::string& name) const;
+    [[noreturn]] void fail(const Card& card, const std::string& what) const { cards_.fail(card, what); }
+    const std::string& required(const Card& card, const std::string& name) const { return cards_.required(card, name); }
     void add_set(const Card& card, const char* parameter, std::map<std::string, std::vector<int>>& sets,
                  const std::unordered_map<int, int>& defined);
     void append_members(std::string_view field, const Place& at, const char* what,
@@ -145,9 +85,8 @@ private:
     void apply_sections();
     void sort_nodes();
 
+    CardReader cards_;
     Deck deck_;
-    std::vector<std::unique_ptr<LineReader>> open_;
-    std::vector<int> open_files_; // index into Mesh::files of each open reader
     std::unordered_map<int, int> element_index_;
     std::map<std::string, std::vector<int>> surfaces_; // node ids
     std::map<std::string, Material> materials_;
@@ -189,101 +128,12 @@ const DeckReader::Row DeckReader::kRows[] = {
     {"SUBMODEL", &DeckReader::refuse},
 };
 
-void DeckReader::open(const std::string& path)
-{
-    open_.push_back(std::make_unique<LineReader>(path));
-    open_files_.push_back(int(deck_.mesh.files.size()));
-    deck_.mesh.files.push_back(open_.back()->place().file);
-}
-
-// The next line that is neither empty nor a comment, across included files.
-bool DeckReader::next_line(DataLine& line)
-{
-    std::string_view text;
-    while (!open_.empty())
-    {
-        if (!open_.back()->next(text))
-        {
-            open_.pop_back();
-            open_files_.pop_back();
-            continue;
-        }
-        text = trim(text);
-        if (text.empty() || text.substr(0, 2) == "**")
-            continue;
-        line = {std::string(text), open_files_.back(), int(open_.back()->place().line)};
-        if (text[0] != '*' || capitals(squeeze(split(text)[0])) != "*INCLUDE")
-            return true;
-        include(line);
-    }
-    return false;
-}
-
-// Relative names are looked up beside the file that includes them, then where the command runs, as the solver does.
-void DeckReader::include(const DataLine& line)
-{
-    const Place at = open_.back()->place();
-    for (std::string_view field : split(line.text))
-    {
-        const size_t equals = field.find('=');
-        if (equals == std::string_view::npos || capitals(squeeze(field.substr(0, equals))) != "INPUT")
-            continue;
-        std::string name(trim(field.substr(equals + 1)));
-        if (name.size() > 1 && name.front() == '"' && name.back() == '"')
-            name = name.substr(1, name.size() - 2);
-        const std::string beside = (std::filesystem::path(at.file).parent_path() / name).string();
-        if (!input_exists(beside) && !input_exists(name))
-            throw InputError(at, "the included file " + name + " does not exist");
-        if (open_.size() >= kDeepestInclude)
-            throw InputError(at, "files include each other too deeply");
-        return open(input_exists(beside) ? beside : name);
-    }
-    throw InputError(at, "*INCLUDE without INPUT=");
-}
-
-Card DeckReader::start_card(const DataLine& line)
-{
-    Card card;
-    card.file = line.file;
-    card.line = line.line;
-    std::string text = line.text;
-    DataLine more;
-    while (text.back() == ',' && next_line(more)) // a keyword line goes on after a comma
-        text += more.text;
-    const auto fields = split(text);
-    card.shown = std::string(fields[0]);
-    card.keyword = capitals(squeeze(fields[0])).substr(1);
-    for (size_t i = 1; i < fields.size(); ++i)
-    {
-        const size_t equals = fields[i].find('=');
-        const std::string name = capitals(squeeze(fields[i].substr(0, equals)));
-        card.parameters[name] = equals == std::string_view::npos ? "" : std::string(trim(fields[i].substr(equals + 1)));
-    }
-    return card;
-}
-
 Deck DeckReader::read()
 {
     Card card;
-    DataLine line;
-    bool any = false;
-    while (next_line(line))
-    {
-        if (line.text[0] != '*')
-        {
-            if (!any)
-                throw InputError(place(line), "data before the first keyword");
-            card.lines.push_back(std::move(line));
-            continue;
-        }
-        Card next = start_card(line);
-        if (any)
-            handle(card);
-        card = std::move(next);
-        any = true;
-    }
-    if (any)
+    while (cards_.next(card))
         handle(card);
+    deck_.mesh.files = cards_.files();
     resolve();
     return std::move(deck_);
 }
@@ -297,14 +147,6 @@ void DeckReader::handle(const Card& card)
             return (this->*row.handler)(card);
 }
 
-const std::string& DeckReader::required(const Card& card, const std::string& name) const
-{
-    const auto found = card.parameters.find(name);
-    if (found == card.parameters.end() || found->second.empty())
-        fail(card, card.shown + " without " + name + "=");
-    return found->second;
-}
-
 void DeckReader::heading(const Card& card)
 {
     if (!card.lines.empty() && deck_.heading.empty())
@@ -316,20 +158,13 @@ void DeckReader::node(const Card& card)
     std::vector<int> ids;
     for (const DataLine& line : card.lines)
     {
-        const Place at = place(line);
-        const auto fields = split(line.text);
-        const int id = parse_int(fields[0], at);
-        if (id < 1)
-            throw InputError(at, "node number " + std::to_string(id) + " is not positive");
-        Node node{id, Eigen::Vector3d::Zero()};
-        for (size_t axis = 0; axis < 3 && axis + 1 < fields.size(); ++axis)
-            node.at[int(axis)] = fields[axis + 1].empty() ? 0.0 : parse_real(fields[axis + 1], at);
-        const auto [slot, added] = deck_.node_index.try_emplace(id, int(deck_.mesh.nodes.size()));
+        const Node node = cards_.node(line);
+        const auto [slot, added] = deck_.node_index.try_emplace(node.id, int(deck_.mesh.nodes.size()));
         if (added)
             deck_.mesh.nodes.push_back(node);
         else
             deck_.mesh.nodes[size_t(slot->second)] = node; // a later definition replaces the earlier one
-        ids.push_back(id);
+        ids.push_back(node.id);
     }
     if (card.has("NSET"))
     {
@@ -348,18 +183,10 @@ void DeckReader::element(const Card& card)
         fail(card, "elements of type " + name + " cannot be imported");
     const int count = node_count(type->shape);
     std::vector<int> ids;
-    for (size_t l = 0; l < card.lines.size(); ++l)
+    for (size_t l = 0; l < card.lines.size();)
     {
         const Place start = place(card.lines[l]);
-        std::vector<int> numbers;
-        for (;; ++l)
-        {
-            for (std::string_view field : split(card.lines[l].text))
-                if (!field.empty())
-                    numbers.push_back(parse_int(field, place(card.lines[l])));
-            if (int(numbers.size()) > count || l + 1 == card.lines.size())
-                break;
-        }
+        const std::vector<int> numbers = cards_.element(card, l, count);
         if (int(numbers.size()) > count + 1)
             note(start,
                  "an element of type " + name + " has " + std::to_string(count) + " nodes: the others are left out");
@@ -431,13 +258,9 @@ void DeckReader::add_set(const Card& card, const char* parameter, std::map<std::
                     append_members(field, at, what, sets, defined, members);
             continue;
         }
-        const int first = parse_int(fields[0], at);
-        const int last = fields.size() > 1 && !fields[1].empty() ? parse_int(fields[1], at) : first;
-        const int stride = fields.size() > 2 && !fields[2].empty() ? parse_int(fields[2], at) : 1;
-        if (stride < 1)
-            throw InputError(at, "the increment of GENERATE is not positive");
+        const Range range = cards_.range(line);
         for (const auto& [id, index] : defined) // numbers in between that do not exist are left out
-            if (id >= first && id <= last && (int64_t(id) - first) % stride == 0)
+            if (range.contains(id))
                 members.push_back(id);
     }
     auto& set = sets[name];

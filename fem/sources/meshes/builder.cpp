@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <set>
 
 namespace zel_fem::meshes
 {
@@ -87,14 +88,30 @@ void MeshBuilder::resolve_elements()
         }
 }
 
+static std::span<const int> nodes_of(const Element& element)
+{
+    return std::span(element.nodes).first(size_t(node_count(element.type->shape)));
+}
+
+// Where nodes of an element fall together its shape functions have no slopes there, which rotations are taken from.
+void MeshBuilder::drop_collapsed()
+{
+    const size_t dropped = std::erase_if(result_.mesh.elements, [](const Element& element) {
+        const auto nodes = nodes_of(element);
+        return std::set<int>(nodes.begin(), nodes.end()).size() < nodes.size();
+    });
+    if (dropped > 0)
+    {
+        skip("elements that name a node twice", int64_t(dropped));
+        leave_density("elements that name a node twice are not read");
+    }
+}
+
 // Faces and edges of solids are written as elements by mesh generators, to name them. A shell with a thickness is one.
 void MeshBuilder::drop_faces()
 {
     auto& elements = result_.mesh.elements;
     std::vector<char> solid(result_.mesh.nodes.size());
-    auto nodes_of = [](const Element& element) {
-        return std::span(element.nodes).first(size_t(node_count(element.type->shape)));
-    };
     auto is_solid = [](const Element& element) {
         return !is_shell(element.type->shape) && element.type->shape < Shape::line2;
     };
@@ -160,6 +177,7 @@ MeshFile MeshBuilder::finish()
         throw InputError({result_.mesh.files[0], 0}, "the file has no nodes");
     sort_nodes();
     resolve_elements();
+    drop_collapsed();
     drop_faces();
     judge_density();
     resolve_sets();

@@ -48,6 +48,7 @@ public:
 private:
     void sort_nodes();
     void resolve_elements();
+    void drop_collapsed();
     void drop_faces();
     void judge_density();
     void resolve_sets();

@@ -1,0 +1,308 @@
+// One mesh in memory and writers of it in the dialects of other programs. Where a program orders mid-side nodes in its own way,
+// its manual's order stands here as edges between corners, so that no permutation of the readers is used twice.
+#ifndef TEST_MESH_DIALECTS_H
+#define TEST_MESH_DIALECTS_H
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "fem/sources/meshes/mesh_file.h"
+
+namespace dialects
+{
+
+using zel_fem::Element;
+using zel_fem::ElementType;
+using zel_fem::Mesh;
+using zel_fem::Node;
+using zel_fem::Shape;
+using zel_fem::meshes::MeshFile;
+using Edges = std::vector<std::pair<int, int>>; // corners from 0
+
+constexpr double kDensity = 7.85e-9, kThickness = 0.25;
+
+inline int corner_count(Shape shape)
+{
+    const std::map<Shape, int> corners = {{Shape::tet4, 4},  {Shape::tet10, 4}, {Shape::wedge6, 6}, {Shape::wedge15, 6},
+                                          {Shape::hex8, 8},  {Shape::hex20, 8}, {Shape::tri3, 3},   {Shape::tri6, 3},
+                                          {Shape::quad4, 4}, {Shape::quad8, 4}};
+    return corners.at(shape);
+}
+
+// The pair of corners in whose middle node `i` of a shape lies.
+inline std::pair<int, int> edge_of(Shape shape, int i)
+{
+    const auto& at = zel_fem::node_positions(shape);
+    for (int a = 0; a < corner_count(shape); ++a)
+        for (int b = a + 1; b < corner_count(shape); ++b)
+            if ((at.col(a) + at.col(b) - 2 * at.col(i)).norm() < 1e-12)
+                return {a, b};
+    return {-1, -1};
+}
+
+// A box of two by one by one cells under a skew map, of elements of one shape. Numbers fall where indexes rise, with gaps.
+// Coordinates have few digits, for formats with narrow columns.
+class BoxMaker
+{
+public:
+    explicit BoxMaker(Shape shape) : type_{"box", shape, 0, 4} {}
+
+    MeshFile make()
+    {
+        using Cell = std::vector<int>; // corners of a unit cell
+        const std::map<int, std::vector<Cell>> families = {
+            {80, {{0, 1, 2, 3, 4, 5, 6, 7}}},
+            {60, {{0, 1, 2, 4, 5, 6}, {0, 2, 3, 4, 6, 7}}},
+            {40, {{0, 1, 2, 6}, {0, 2, 3, 6}, {0, 3, 7, 6}, {0, 7, 4, 6}, {0, 4, 5, 6}, {0, 5, 1, 6}}},
+            {41, {{0, 1, 2, 3}}},
+            {31, {{0, 1, 2}, {0, 2, 3}}},
+        };
+        const bool shell = zel_fem::is_shell(type_.shape);
+        for (int cell = 0; cell < 2; ++cell)
+            for (const Cell& corners : families.at(10 * corner_count(type_.shape) + (shell ? 1 : 0)))
+                add_element(cell, corners);
+        file_.mesh.files = {"memory"};
+        file_.title = "a box";
+        file_.has_density = true;
+        sort_nodes();
+        return file_;
+    }
+
+private:
+    void add_element(int cell, const std::vector<int>& corners)
+    {
+        static const int kUnit[8][3] = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0},
+                                        {0, 0, 1}, {1, 0, 1}, {1, 1, 1}, {0, 1, 1}};
+        static const std::map<Shape, ElementType> kBoxTypes = [] {
+            std::map<Shape, ElementType> types;
+            for (int s = 0; s < int(Shape::line2); ++s)
+                types[Shape(s)] = {"box", Shape(s), 0, 4};
+            return types;
+        }();
+        Element element{.id = 100 - 3 * int(file_.mesh.elements.size()),
+                        .type = &kBoxTypes.at(type_.shape),
+                        .density = kDensity,
+                        .thickness = zel_fem::is_shell(type_.shape) ? kThickness : 0.0};
+        std::vector<std::array<int, 3>> doubled; // twice the place in the grid
+        for (int c : corners)
+            doubled.push_back({2 * (kUnit[c][0] + cell), 2 * kUnit[c][1], 2 * kUnit[c][2]});
+        for (int i = 0; i < zel_fem::node_count(type_.shape); ++i)
+        {
+            std::array<int, 3> at = doubled[size_t(std::min(i, int(doubled.size()) - 1))];
+            if (const auto [a, b] = edge_of(type_.shape, i); i >= int(doubled.size()))
+                for (size_t axis = 0; axis < 3; ++axis)
+                    at[axis] = (doubled[size_t(a)][axis] + doubled[size_t(b)][axis]) / 2;
+            element.nodes[size_t(i)] = node_at(at);
+        }
+        file_.mesh.elements.push_back(element);
+    }
+
+    int node_at(const std::array<int, 3>& grid)
+    {
+        const auto [slot, added] = index_.try_emplace(grid, int(file_.mesh.nodes.size()));
+        if (added)
+        {
+            const double u = grid[0] / 2.0, v = grid[1] / 2.0, w = grid[2] / 2.0;
+            file_.mesh.nodes.push_back(
+                {1000 - 7 * slot->second, {10 + 4 * u + v, -2 + 3 * v + 0.5 * w, 0.25 * u + 2 * w}});
+        }
+        return slot->second;
+    }
+
+    void sort_nodes()
+    {
+        const int count = int(file_.mesh.nodes.size()); // ids fall, so that the order turns round
+        std::reverse(file_.mesh.nodes.begin(), file_.mesh.nodes.end());
+        for (Element& element : file_.mesh.elements)
+            for (int i = 0; i < zel_fem::node_count(type_.shape); ++i)
+                element.nodes[size_t(i)] = count - 1 - element.nodes[size_t(i)];
+        for (auto& [grid, index] : index_)
+        {
+            const int node = count - 1 - index;
+            if (grid[0] == 0)
+                file_.node_sets["ROOT"].push_back(node);
+            if (grid[0] == 4)
+                file_.node_sets["TIP"].push_back(node);
+            if (grid == std::array<int, 3>{2, 0, 0})
+                file_.node_sets["ONE"].push_back(node);
+        }
+        for (auto& [name, nodes] : file_.node_sets)
+            std::sort(nodes.begin(), nodes.end());
+    }
+
+    ElementType type_;
+    MeshFile file_;
+    std::map<std::array<int, 3>, int> index_;
+};
+
+inline MeshFile box(Shape shape)
+{
+    return BoxMaker(shape).make();
+}
+
+// ---- Pieces of writers -------------------------------------------------------------------------------------------------
+
+inline std::string text(const char* format, auto... values)
+{
+    char line[512];
+    std::snprintf(line, sizeof line, format, values...);
+    return line;
+}
+
+// Nodes as an assembly program meets them, not ascending.
+inline std::vector<Node> shuffled(const Mesh& mesh)
+{
+    std::vector<Node> nodes;
+    const size_t count = mesh.nodes.size();
+    for (size_t first : {size_t(1), size_t(0)})
+        for (size_t i = first; i < count; i += 2)
+            nodes.push_back(mesh.nodes[i]);
+    return nodes;
+}
+
+// Ids of the nodes of an element: corners, then the middles of `edges`, or all in the order of the library when there are none.
+inline std::vector<int> ids_of(const Mesh& mesh, const Element& element, const Edges& edges = {})
+{
+    const Shape shape = element.type->shape;
+    const int count = zel_fem::node_count(shape), corners = corner_count(shape);
+    std::vector<int> ids;
+    for (int i = 0; i < count; ++i)
+    {
+        int from = i;
+        if (i >= corners && !edges.empty())
+        {
+            const auto [a, b] = edges.at(size_t(i - corners));
+            for (from = corners; edge_of(shape, from) != std::pair(std::min(a, b), std::max(a, b));)
+                ++from;
+        }
+        ids.push_back(mesh.nodes[size_t(element.nodes[size_t(from)])].id);
+    }
+    return ids;
+}
+
+// Numbers with `separator` between them, `a_line` on each line, whose last but the very last ends with `tail`.
+inline std::string list(const std::vector<int>& numbers, const std::string& separator, size_t a_line,
+                        const std::string& tail)
+{
+    std::string result;
+    for (size_t i = 0; i < numbers.size(); ++i)
+    {
+        result += std::to_string(numbers[i]);
+        if (i + 1 < numbers.size())
+            result += (i + 1) % a_line ? separator : tail + "\n";
+    }
+    return result + "\n";
+}
+
+inline std::vector<int> set_ids(const MeshFile& file, const std::string& name)
+{
+    std::vector<int> ids;
+    for (int node : file.node_sets.at(name))
+        ids.push_back(file.mesh.nodes[size_t(node)].id);
+    return ids;
+}
+
+// ---- Decks -------------------------------------------------------------------------------------------------------------
+
+inline const char* deck_type(Shape shape)
+{
+    const std::map<Shape, const char*> names = {
+        {Shape::tet4, "C3D4"},  {Shape::tet10, "C3D10"},  {Shape::wedge6, "C3D6"}, {Shape::wedge15, "C3D15"},
+        {Shape::hex8, "C3D8R"}, {Shape::hex20, "C3D20R"}, {Shape::tri3, "S3"},     {Shape::tri6, "STRI65"},
+        {Shape::quad4, "S4R"},  {Shape::quad8, "S8R"}};
+    return names.at(shape);
+}
+
+inline std::string deck_mesh(const MeshFile& file, const std::vector<Node>& nodes)
+{
+    const Shape shape = file.mesh.elements[0].type->shape;
+    std::string deck = "*Node\n";
+    for (const Node& node : nodes)
+        deck += text("%7d, %.17g, %.17g, %.17g\n", node.id, node.at[0], node.at[1], node.at[2]);
+    deck += text("*ELEMENT, type=%s,\n elset = Body\n", deck_type(shape));
+    for (const Element& element : file.mesh.elements)
+        deck += text("%d, ", element.id) + list(ids_of(file.mesh, element), ", ", 15, ",");
+    return deck;
+}
+
+inline std::string deck_section(const MeshFile& file)
+{
+    return zel_fem::is_shell(file.mesh.elements[0].type->shape)
+               ? text("*Shell Section, elset=BODY, material=Steel\n%g, 5\n", kThickness)
+               : "*Solid Section, elset=BODY, material=Steel\n,\n";
+}
+
+inline std::string deck_material()
+{
+    return text("** the material\n*MATERIAL, NAME=STEEL\n*Density\n%g,\n*Elastic\n210000., 0.3\n", kDensity);
+}
+
+inline std::string deck_sets(const MeshFile& file, const std::string& options)
+{
+    std::string deck;
+    for (const auto& [name, nodes] : file.node_sets)
+        deck += "*Nset, nset=" + name + options + "\n" + list(set_ids(file, name), ", ", 16, ",");
+    return deck;
+}
+
+inline std::string flat_deck(const MeshFile& file)
+{
+    return "*Heading\n" + file.title + "\n" + deck_mesh(file, shuffled(file.mesh)) + deck_section(file) +
+           deck_material() + deck_sets(file, "") +
+           "*Boundary\nROOT, 1, 3\n*Step\n*Frequency, solver=matrixstorage\n*End Step";
+}
+
+// The mesh in the part or, as preprocessors write independent instances, in the instance; turned by a right angle about an axis
+// along z through (1, 2, 0) after a translation.
+inline std::string abaqus_deck(const MeshFile& file, bool in_instance)
+{
+    std::vector<Node> nodes = shuffled(file.mesh);
+    for (Node& node : nodes)
+    {
+        const Eigen::Vector3d turned = node.at - Eigen::Vector3d(1, 2, 0);
+        node.at =
+            Eigen::Vector3d(turned[1], -turned[0], turned[2]) + Eigen::Vector3d(1, 2, 0) - Eigen::Vector3d(8, 0, -4);
+    }
+    const std::string mesh =
+        deck_mesh(file, nodes) + "*Nset, nset=_Picked2, internal, generate\n 1, 9999, 1\n" + deck_section(file);
+    return "*Heading\n" + file.title + "\n*Preprint, echo=NO\n**\n** PARTS\n**\n*Part, name=block\n" +
+           (in_instance ? "" : mesh) +
+           "*End Part\n**\n*Assembly, name=Assembly\n*Instance, name=block-1, part=BLOCK\n 8., 0., -4.\n"
+           " 1., 2., 0., 1., 2., 5., 90.\n" +
+           (in_instance ? mesh : "") + "*End Instance\n**\n" + deck_sets(file, ", instance=block-1") +
+           "*Elset, elset=_face_S1, internal, instance=block-1, generate\n 1, 4, 1\n*Surface, type=ELEMENT, name=face\n"
+           "_face_S1, S1\n*End Assembly\n" +
+           deck_material() +
+           "*Step, name=Step-1, nlgeom=NO\n*Matrix Generate, Stiffness, Mass\n*Matrix Output, Stiffness, Mass\n"
+           "*End Step";
+}
+
+// ---- All of them -------------------------------------------------------------------------------------------------------
+
+struct Dialect
+{
+    const char* name;
+    std::string (*write)(const MeshFile& file);
+    bool density;     // and thickness
+    double tolerance; // of coordinates
+    bool (*has_shape)(Shape shape) = [](Shape) { return true; };
+};
+
+inline const std::vector<Dialect>& all()
+{
+    static const std::vector<Dialect> kAll = {
+        {"flat deck", flat_deck, true, 1e-14},
+        {"part", [](const MeshFile& file) { return abaqus_deck(file, false); }, true, 1e-14},
+        {"instance", [](const MeshFile& file) { return abaqus_deck(file, true); }, true, 1e-14},
+    };
+    return kAll;
+}
+
+} // namespace dialects
+
+#endif
