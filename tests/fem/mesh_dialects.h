@@ -282,6 +282,96 @@ inline std::string abaqus_deck(const MeshFile& file, bool in_instance)
            "*End Step";
 }
 
+// ---- Gmsh --------------------------------------------------------------------------------------------------------------
+
+inline const Edges& gmsh_edges(Shape shape)
+{
+    static const std::map<Shape, Edges> kEdges = {
+        {Shape::tet10, {{0, 1}, {1, 2}, {2, 0}, {0, 3}, {2, 3}, {1, 3}}},
+        {Shape::wedge15, {{0, 1}, {0, 2}, {0, 3}, {1, 2}, {1, 4}, {2, 5}, {3, 4}, {3, 5}, {4, 5}}},
+        {Shape::hex20,
+         {{0, 1}, {0, 3}, {0, 4}, {1, 2}, {1, 5}, {2, 3}, {2, 6}, {3, 7}, {4, 5}, {4, 7}, {5, 6}, {6, 7}}},
+    };
+    static const Edges kNone;
+    return kEdges.count(shape) ? kEdges.at(shape) : kNone;
+}
+
+inline int gmsh_type(Shape shape)
+{
+    const std::map<Shape, int> numbers = {
+        {Shape::tri3, 2}, {Shape::quad4, 3},  {Shape::tet4, 4},   {Shape::hex8, 5},   {Shape::wedge6, 6},
+        {Shape::tri6, 9}, {Shape::tet10, 11}, {Shape::quad8, 16}, {Shape::hex20, 17}, {Shape::wedge15, 18}};
+    return numbers.at(shape);
+}
+
+inline std::string gmsh_names(const MeshFile& file)
+{
+    std::string result = text("$PhysicalNames\n%zu\n", file.node_sets.size());
+    int group = 1;
+    for (const auto& [name, nodes] : file.node_sets)
+        result += text("0 %d \"%s\"\n", group++, name.c_str());
+    return result + "$EndPhysicalNames\n";
+}
+
+// Sets are groups of points. Elements belong to no group.
+inline std::string gmsh_2(const MeshFile& file)
+{
+    std::string result = "$MeshFormat\n2.2 0 8\n$EndMeshFormat\n" + gmsh_names(file);
+    result += text("$Nodes\n%zu\n", file.mesh.nodes.size());
+    for (const Node& node : shuffled(file.mesh))
+        result += text("%d %.16g %.16g %.16g\n", node.id, node.at[0], node.at[1], node.at[2]);
+    std::string elements;
+    int count = 0, group = 1;
+    for (const auto& [name, nodes] : file.node_sets)
+    {
+        for (int id : set_ids(file, name))
+            elements += text("%d 15 2 %d 1 %d\n", 1000 + ++count, group, id);
+        ++group;
+    }
+    for (const Element& element : file.mesh.elements)
+    {
+        const Shape shape = element.type->shape;
+        elements += text("%d %d 2 0 1 ", element.id, gmsh_type(shape));
+        elements += list(ids_of(file.mesh, element, gmsh_edges(shape)), " ", 100, "");
+        ++count;
+    }
+    return result + text("$EndNodes\n$Elements\n%d\n", count) + elements + "$EndElements\n";
+}
+
+// A point entity for each set, and one volume; a node set is the points of its entity.
+inline std::string gmsh_4(const MeshFile& file)
+{
+    const size_t sets = file.node_sets.size(), count = file.mesh.nodes.size();
+    const Shape shape = file.mesh.elements[0].type->shape;
+    std::string result =
+        "$MeshFormat\n4.1 0 8\n$EndMeshFormat\n" + gmsh_names(file) + text("$Entities\n%zu 0 0 1\n", sets);
+    for (size_t set = 1; set <= sets; ++set)
+        result += text("%zu 0 0 0 1 %zu \n", set, set);
+    result += text("1 0 0 0 1 1 1 0 0 \n$EndEntities\n$Nodes\n2 %zu 1 1000\n", count);
+    const std::vector<Node> nodes = shuffled(file.mesh);
+    for (const auto& [first, last] : {std::pair<size_t, size_t>{0, 3}, {3, count}})
+    {
+        result += text("3 1 %d %zu\n", first == 0 ? 1 : 0, last - first);
+        for (size_t i = first; i < last; ++i)
+            result += text("%d\n", nodes[i].id);
+        for (size_t i = first; i < last; ++i) // the first block has parameters behind its coordinates
+            result += text("%.16g %.16g %.16g%s\n", nodes[i].at[0], nodes[i].at[1], nodes[i].at[2],
+                           first == 0 ? " 0.5 0.5 0.5" : "");
+    }
+    result += text("$EndNodes\n$Elements\n%zu 0 1 1\n", sets + 1);
+    int set = 1, id = 1000;
+    for (const auto& [name, members] : file.node_sets)
+    {
+        result += text("0 %d 15 %zu\n", set++, members.size());
+        for (int node : set_ids(file, name))
+            result += text("%d %d \n", ++id, node);
+    }
+    result += text("3 1 %d %zu\n", gmsh_type(shape), file.mesh.elements.size());
+    for (const Element& element : file.mesh.elements)
+        result += text("%d ", element.id) + list(ids_of(file.mesh, element, gmsh_edges(shape)), " ", 100, "");
+    return result + "$EndElements\n";
+}
+
 // ---- All of them -------------------------------------------------------------------------------------------------------
 
 struct Dialect
@@ -299,6 +389,8 @@ inline const std::vector<Dialect>& all()
         {"flat deck", flat_deck, true, 1e-14},
         {"part", [](const MeshFile& file) { return abaqus_deck(file, false); }, true, 1e-14},
         {"instance", [](const MeshFile& file) { return abaqus_deck(file, true); }, true, 1e-14},
+        {"Gmsh 2.2", gmsh_2, false, 1e-14},
+        {"Gmsh 4.1", gmsh_4, false, 1e-14},
     };
     return kAll;
 }

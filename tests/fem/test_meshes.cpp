@@ -175,7 +175,7 @@ TEST(Decks, TakeWhatIsNoElementOfTheBodyForSets)
     EXPECT_FALSE(file.has_density);
     EXPECT_EQ(set_of(file, "BOTTOM"), std::vector({1, 2, 3}));
     EXPECT_EQ(set_of(file, "TOP"), std::vector({4}));
-    EXPECT_TRUE(has_note(file, "1 face or edge of solids is no element"));
+    EXPECT_TRUE(has_note(file, "1 face or edge of others is no element"));
     EXPECT_TRUE(has_note(file, "skipped: 2 *ELASTIC, 1 *TRANSPORT"));
 }
 
@@ -217,6 +217,51 @@ TEST(Decks, AreRefusedWhereTheyAreDamagedOrMoveNodesByOtherRules)
         {tet_part() + "*Instance, name=i, part=t\n0,0\n",
          "mesh:15: the position of an instance has 3 numbers here, not 2"},
         {tet_part(), "mesh: the file has no nodes"},
+    };
+    for (const auto& [text, expected] : cases)
+        EXPECT_EQ(complaint_of(text), expected);
+}
+
+// ---- Gmsh --------------------------------------------------------------------------------------------------------------
+
+static std::string gmsh_2(const std::string& elements, const std::string& more = "")
+{
+    return "$MeshFormat\n2.2 0 8\n$EndMeshFormat\n$PhysicalNames\n2\n2 1 \"low side\"\n3 4 "
+           "\"body\"\n$EndPhysicalNames\n"
+           "$Nodes\n5\n9 0 0 0\n2 1 0 0\n3 0 1 0\n4 0 0 1\n5 0 0 -1\n$EndNodes\n$Elements\n" +
+           elements + "\n$EndElements\n" + more;
+}
+
+// An element of two groups stands twice; groups of two dimensions may have one number.
+TEST(GmshMeshes, MakeSetsOfPhysicalGroups)
+{
+    const MeshFile file =
+        read_text(gmsh_2("7\n1 15 2 7 1 5\n2 1 2 6 1 9 2\n3 2 2 1 1 9 3 2\n4 2 2 6 1 9 2 4\n5 4 2 4 1 9 2 3 4\n"
+                         "6 4 2 6 1 9 2 3 4\n8 7 2 0 1 9 2 3 4 5",
+                         "$NodeData\n1\n$EndNodeData\n"));
+    EXPECT_EQ(file.format, "Gmsh 2.2");
+    EXPECT_EQ(file.mesh.elements.size(), 1u);
+    EXPECT_EQ(set_of(file, "low side"), std::vector({2, 3, 9}));
+    EXPECT_EQ(set_of(file, "body"), std::vector({2, 3, 4, 9}));
+    EXPECT_EQ(set_of(file, "7"), std::vector({5}));
+    EXPECT_EQ(set_of(file, "6-curve"), std::vector({2, 9}));
+    EXPECT_EQ(set_of(file, "6-surface"), std::vector({2, 4, 9}));
+    EXPECT_TRUE(has_note(file, "skipped: 1 $NodeData, 1 elements of type pyramid, 1 repeated elements"));
+}
+
+TEST(GmshMeshes, AreRefusedWhereTheyAreDamaged)
+{
+    const std::pair<std::string, const char*> cases[] = {
+        {"$MeshFormat\n4.1 1 8\nabc", "mesh:2: a binary mesh cannot be read: save it as ASCII"},
+        {"$MeshFormat\n4 0 8\n", "mesh:2: version 4 cannot be read: save the mesh in version 2.2 or 4.1"},
+        {gmsh_2("1\n1 4 2 4 1 9 2 3"), "mesh:19: an element of type tetrahedron has 4 nodes, not 3"},
+        {gmsh_2("1\n1 4 2 4 1 9 2 3 8"), "mesh:19: element 1: node 8 is not defined"},
+        {gmsh_2("1\n1 99 2 4 1 9 2 3 8"), "mesh:19: elements of Gmsh's type 99 cannot be read"},
+        {gmsh_2("1\n1 4 2000000000 4"), "mesh:19: a line with 2000000003 numbers is expected here"},
+        {gmsh_2("2\n1 4 2 4 1 9 2 3 4"), "mesh:20: a line with 3 numbers is expected here"},
+        {gmsh_2("0\n1 4 2 4 1 9 2 3 4"), "mesh:19: $EndElements is expected here"},
+        {"$MeshFormat\n4.1 0 8\n$EndMeshFormat\n$Nodes\n1 2000000000 1 2\n3 1 0 2000000000\n1\n2\n",
+         "mesh:8: the file ends within a section"},
     };
     for (const auto& [text, expected] : cases)
         EXPECT_EQ(complaint_of(text), expected);

@@ -107,26 +107,30 @@ void MeshBuilder::drop_collapsed()
     }
 }
 
-// Faces and edges of solids are written as elements by mesh generators, to name them. A shell with a thickness is one.
+static int dimension_of(const Element& element)
+{
+    const Shape shape = element.type->shape;
+    return shape == Shape::point ? 0 : shape == Shape::line2 || shape == Shape::line3 ? 1 : is_shell(shape) ? 2 : 3;
+}
+
+// Faces and edges are written as elements by mesh generators, to name them. A shell with a thickness is one.
 void MeshBuilder::drop_faces()
 {
     auto& elements = result_.mesh.elements;
-    std::vector<char> solid(result_.mesh.nodes.size());
-    auto is_solid = [](const Element& element) {
-        return !is_shell(element.type->shape) && element.type->shape < Shape::line2;
-    };
+    std::vector<int> highest(result_.mesh.nodes.size());
     for (const Element& element : elements)
-        if (is_solid(element))
-            for (int node : nodes_of(element))
-                solid[size_t(node)] = 1;
-    const size_t dropped = std::erase_if(elements, [&](const Element& element) {
+        for (int node : nodes_of(element))
+            highest[size_t(node)] = std::max(highest[size_t(node)], dimension_of(element));
+    const size_t dropped = std::erase_if(elements, [&highest](const Element& element) {
         const auto nodes = nodes_of(element);
-        return !is_solid(element) && element.type->shape != Shape::point && !(element.thickness > 0.0) &&
-               std::all_of(nodes.begin(), nodes.end(), [&solid](int node) { return solid[size_t(node)] != 0; });
+        const int dimension = dimension_of(element);
+        return dimension > 0 && !(element.thickness > 0.0) &&
+               std::all_of(nodes.begin(), nodes.end(),
+                           [&highest, dimension](int node) { return highest[size_t(node)] > dimension; });
     });
     if (dropped > 0)
-        note(std::to_string(dropped) + (dropped == 1 ? " face or edge of solids is no element of the body"
-                                                     : " faces and edges of solids are no elements of the body"));
+        note(std::to_string(dropped) + (dropped == 1 ? " face or edge of others is no element of the body"
+                                                     : " faces and edges of others are no elements of the body"));
 }
 
 void MeshBuilder::judge_density()
