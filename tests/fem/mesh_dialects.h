@@ -372,6 +372,102 @@ inline std::string gmsh_4(const MeshFile& file)
     return result + "$EndElements\n";
 }
 
+// ---- Nastran -----------------------------------------------------------------------------------------------------------
+
+enum class Fields
+{
+    small,
+    large,
+    free
+};
+
+// 7.85-09 and the like: as many digits as fit.
+inline std::string nastran_real(double value, Fields form)
+{
+    for (int digits = 16;; --digits)
+    {
+        std::string result = text("%.*g", digits, value);
+        const size_t exponent = result.find('e');
+        if (exponent != std::string::npos)
+            result.erase(exponent, 1);
+        if (result.find('.') == std::string::npos)
+            result.insert(std::min(exponent, result.size()), ".");
+        if (form == Fields::free || result.size() <= (form == Fields::small ? 8u : 16u))
+            return result;
+    }
+}
+
+// Continuations are named in free fields, bare + and * in small and large ones.
+inline std::string bulk_card(const std::string& name, const std::vector<std::string>& data, Fields form)
+{
+    if (form == Fields::free)
+    {
+        std::string result = name;
+        for (size_t i = 0; i < data.size(); ++i)
+            result += (i > 0 && i % 8 == 0 ? ",+E85\n+E85," : ",") + data[i];
+        return result + "\n";
+    }
+    const size_t a_line = form == Fields::small ? 8 : 4;
+    std::string result = text("%-8s", (name + (form == Fields::large ? "*" : "")).c_str());
+    for (size_t i = 0; i < data.size() || i % 8 != 0; ++i)
+    {
+        if (i > 0 && i % a_line == 0)
+            result += form == Fields::small ? "+\n+       " : "*\n*       ";
+        const char* field = i < data.size() ? data[i].c_str() : "";
+        result += form == Fields::small ? text("%8s", field) : text("%16s", field);
+    }
+    return result + "\n";
+}
+
+inline std::vector<std::string> as_text(const std::vector<int>& numbers)
+{
+    std::vector<std::string> result;
+    for (int number : numbers)
+        result.push_back(std::to_string(number));
+    return result;
+}
+
+inline std::string nastran(const MeshFile& file, Fields form)
+{
+    static const std::map<Shape, Edges> kEdges = {
+        {Shape::wedge15, {{0, 1}, {1, 2}, {2, 0}, {0, 3}, {1, 4}, {2, 5}, {3, 4}, {4, 5}, {5, 3}}},
+        {Shape::hex20,
+         {{0, 1}, {1, 2}, {2, 3}, {3, 0}, {0, 4}, {1, 5}, {2, 6}, {3, 7}, {4, 5}, {5, 6}, {6, 7}, {7, 4}}}};
+    const std::map<int, const char*> names = {
+        {40, "CTETRA"}, {60, "CPENTA"}, {80, "CHEXA"}, {31, "CTRIA3"}, {41, "CQUAD4"}};
+    const Shape shape = file.mesh.elements[0].type->shape;
+    const bool shell = zel_fem::is_shell(shape);
+    std::string result =
+        "$ made by hand\nID A,B\nSOL 103\nCEND\nTITLE = " + file.title + "\nSET 1 = 1,2,3\nBEGIN BULK\n";
+    for (const Node& node : shuffled(file.mesh))
+        result += bulk_card("GRID",
+                            {std::to_string(node.id), "", nastran_real(node.at[0], form),
+                             nastran_real(node.at[1], form), nastran_real(node.at[2], form)},
+                            form);
+    for (const Element& element : file.mesh.elements)
+    {
+        auto data = as_text(ids_of(file.mesh, element, kEdges.count(shape) ? kEdges.at(shape) : Edges()));
+        data.insert(data.begin(), {std::to_string(element.id), "3"});
+        result += bulk_card(names.at(10 * corner_count(shape) + (shell ? 1 : 0)), data, form);
+    }
+    result += shell ? bulk_card("PSHELL", {"3", "4", nastran_real(kThickness, form), "4"}, form)
+                    : bulk_card("PSOLID", {"3", "4"}, form);
+    result += bulk_card("MAT1", {"4", "210000.", "", ".3", nastran_real(kDensity, form)}, form);
+    int set = 1; // in the order of names
+    for (const auto& [name, nodes] : file.node_sets)
+    {
+        auto data = as_text(set_ids(file, name));
+        data.insert(data.begin(), std::to_string(set++));
+        result += bulk_card("SET1", data, form);
+    }
+    return result + "ENDDATA\nnothing of this is read\n";
+}
+
+inline bool is_nastran_shape(Shape shape)
+{
+    return shape != Shape::tri6 && shape != Shape::quad8;
+}
+
 // ---- All of them -------------------------------------------------------------------------------------------------------
 
 struct Dialect
@@ -389,6 +485,12 @@ inline const std::vector<Dialect>& all()
         {"flat deck", flat_deck, true, 1e-14},
         {"part", [](const MeshFile& file) { return abaqus_deck(file, false); }, true, 1e-14},
         {"instance", [](const MeshFile& file) { return abaqus_deck(file, true); }, true, 1e-14},
+        {"Nastran, small fields", [](const MeshFile& file) { return nastran(file, Fields::small); }, true, 0,
+         is_nastran_shape},
+        {"Nastran, large fields", [](const MeshFile& file) { return nastran(file, Fields::large); }, true, 0,
+         is_nastran_shape},
+        {"Nastran, free fields", [](const MeshFile& file) { return nastran(file, Fields::free); }, true, 0,
+         is_nastran_shape},
         {"Gmsh 2.2", gmsh_2, false, 1e-14},
         {"Gmsh 4.1", gmsh_4, false, 1e-14},
     };

@@ -139,7 +139,7 @@ void MeshBuilder::judge_density()
     for (Element& element : result_.mesh.elements)
     {
         const bool has_volume = element.type->shape < Shape::line2;
-        const bool dense = !std::isnan(element.density) && (!is_shell(element.type->shape) || element.thickness > 0.0);
+        const bool dense = element.density > 0.0 && (!is_shell(element.type->shape) || element.thickness > 0.0);
         any |= has_volume;
         all &= dense || !has_volume;
         if (std::isnan(element.density))

@@ -21,6 +21,7 @@ public:
 
     // The index of the file, for the elements that stand in it.
     int add_file(const std::string& path);
+    size_t files() const { return result_.mesh.files.size(); }
     void set_title(const std::string& title) { result_.title = title; }
 
     // InputError for an id that is not positive or comes twice.
@@ -31,9 +32,7 @@ public:
     // Ids of nodes; those that are never defined are left out with a note.
     void add_to_set(const std::string& name, std::span<const int> nodes);
 
-    // The index of a node by its id, in the order of definition; -1 if it is not defined.
-    int find_node(int id) const;
-    const std::vector<Node>& nodes() const { return result_.mesh.nodes; }
+    // In the order in which they were added.
     std::vector<Element>& elements() { return result_.mesh.elements; }
 
     // Counts what was passed over, for the notes.
@@ -46,6 +45,7 @@ public:
     MeshFile finish();
 
 private:
+    int find_node(int id) const; // -1 if it is not defined
     void sort_nodes();
     void resolve_elements();
     void drop_collapsed();

@@ -17,6 +17,7 @@ struct Format
 constexpr Format kFormats[] = {
     {is_deck, read_deck},
     {is_gmsh, read_gmsh},
+    {is_nastran, read_nastran},
     {is_node_table, read_node_table},
 };
 constexpr int kLinesAsked = 1000; // headers and comments are shorter

@@ -13,10 +13,12 @@ namespace zel_fem::meshes
 // Whether a line, without blanks around it, can only stand in a file of the format. Lines are asked from the first one on.
 bool is_deck(std::string_view line);
 bool is_gmsh(std::string_view line);
+bool is_nastran(std::string_view line);
 bool is_node_table(std::string_view line);
 
 MeshFile read_deck(const std::string& path, Progress& progress);
 MeshFile read_gmsh(const std::string& path, Progress& progress);
+MeshFile read_nastran(const std::string& path, Progress& progress);
 MeshFile read_node_table(const std::string& path, Progress& progress);
 MeshFile read_node_and_element_tables(const std::string& nodes, const std::string& elements, Progress& progress);
 
