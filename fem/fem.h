@@ -31,6 +31,7 @@
 #include "fem/source.h"
 #include "fem/sources/arrays/arrays.h"
 #include "fem/sources/ccx/ccx.h"
+#include "fem/sources/matrices/matrices.h"
 #include "fem/units.h"
 
 typedef struct ZELDATA ZELDATA; // of zel.h

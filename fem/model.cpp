@@ -15,6 +15,8 @@ using Eigen::Vector3d;
 using Matrix6 = Eigen::Matrix<double, 6, 6>;
 
 constexpr double kRigidTolerance = 1e-6; // of K R, relative to the sums of |K| |R|; stored values have 14 digits
+constexpr double kRoundedTolerance = 1e-3; // the same for rotations about nodes with few digits
+constexpr double kRoundedEnergy = 1e-3;    // of K R: its work, relative to what all forces would do with one sign
 constexpr double kMassTolerance = 1e-5;  // of R^T M R, relative to its diagonal
 constexpr int kTranslations = 7, kAllComponents = 63; // bits of moved_components
 
@@ -107,6 +109,7 @@ struct Resistance
     }
     // The rows that resist, the most by far first of all; forces are compared with forces and moments with moments.
     std::vector<size_t> rows(const std::vector<Row>& all) const;
+    bool is_of_rounded_nodes(const MatrixXd& rigid) const;
 };
 } // namespace
 
@@ -135,12 +138,31 @@ std::vector<size_t> Resistance::rows(const std::vector<Row>& all) const
     return resisting;
 }
 
+// Whether coordinates of few digits explain the resistance. With errors d in the nodes a rotation is R + D, D as small as d, and
+// meets the forces K D: first order in each row, but the energy D^T K D is of second order, as their sum is in equilibrium. A
+// support works against the rotation with all of its force, and nodes that are mixed up lie far from their places. Translations do
+// not depend on coordinates at all.
+bool Resistance::is_of_rounded_nodes(const MatrixXd& rigid) const
+{
+    for (Index k = 0; k < 6; ++k)
+    {
+        const double worst = force.col(k).cwiseAbs().maxCoeff() / std::max(scale.col(k).maxCoeff(), 1e-300);
+        const double energy = std::abs(rigid.col(k).dot(force.col(k)));
+        const double most = rigid.col(k).cwiseAbs().dot(force.col(k).cwiseAbs());
+        if (worst > (k < 3 ? kRigidTolerance : kRoundedTolerance) ||
+            (worst > kRigidTolerance && energy > kRoundedEnergy * most))
+            return false;
+    }
+    return true;
+}
+
 // No rigid motion strains a free body. A support, or a matrix of another model, shows here.
 static void check_stiffness(const Model& model, const MatrixXd& rigid)
 {
     const std::vector<Row>& rows = model.matrices->rows;
-    const std::vector<size_t> resisting = Resistance(model.matrices->stiffness, rigid).rows(rows);
-    if (resisting.empty())
+    const Resistance resistance(model.matrices->stiffness, rigid);
+    const std::vector<size_t> resisting = resistance.rows(rows);
+    if (resisting.empty() || resistance.is_of_rounded_nodes(rigid))
         return;
     const auto [node, component] = rows[resisting.front()];
     const std::string where = node < 0 ? std::string("inside an element")

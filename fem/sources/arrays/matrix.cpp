@@ -6,14 +6,12 @@
 
 #include "checks/report.h"
 #include "fem/input_error.h"
+#include "fem/sources/triangles.h"
 
 namespace zel_fem::arrays
 {
 
 using Eigen::Index;
-
-constexpr double kAsymmetry =
-    1e-8; // of the geometric mean of two diagonal entries, or of the largest entry where they are zero
 
 [[noreturn]] static void refuse(const std::string& what, const std::string& why)
 {
@@ -43,7 +41,7 @@ static void check(const Matrix& matrix, const std::string& what)
         }
 }
 
-// The entries of one triangle, as an upper one: of the lower triangle the transpose. Zeros off the diagonal are left out.
+// The entries of one triangle, as an upper one: of the lower triangle the transpose.
 static SparseMatrix triangle(const Matrix& matrix, bool lower)
 {
     const auto each = [&matrix, lower](const auto& act) {
@@ -52,37 +50,7 @@ static SparseMatrix triangle(const Matrix& matrix, bool lower)
                 if (const int64_t row = matrix.indices[size_t(k)]; lower ? row >= column : row <= column)
                     act(std::min(row, column), std::max(row, column), matrix.values[size_t(k)]);
     };
-    std::vector<int64_t> next(size_t(matrix.order) + 1, 0);
-    each([&next](int64_t, int64_t column, double) { ++next[size_t(column) + 1]; });
-    for (size_t column = 1; column < next.size(); ++column)
-        next[column] += next[column - 1];
-    std::vector<std::pair<int64_t, double>> entries(static_cast<size_t>(next.back()));
-    std::vector<int64_t> ends(next.begin(), next.end() - 1);
-    each([&](int64_t row, int64_t column, double value) { entries[size_t(ends[size_t(column)]++)] = {row, value}; });
-
-    SparseMatrix sorted(matrix.order, matrix.order);
-    sorted.reserve(Index(entries.size()) + matrix.order);
-    for (int64_t column = 0; column < matrix.order; ++column)
-    {
-        const auto begin = entries.begin() + next[size_t(column)], end = entries.begin() + ends[size_t(column)];
-        std::stable_sort(begin, end, [](const auto& a, const auto& b) { return a.first < b.first; });
-        sorted.startVec(column);
-        double diagonal = 0.0;
-        for (auto entry = begin; entry != end;)
-        {
-            const int64_t row = entry->first;
-            double sum = 0.0;
-            for (; entry != end && entry->first == row; ++entry)
-                sum += entry->second;
-            if (row == column)
-                diagonal = sum;
-            else if (sum != 0.0)
-                sorted.insertBack(row, column) = sum;
-        }
-        sorted.insertBack(column, column) = diagonal;
-    }
-    sorted.finalize();
-    return sorted;
+    return sorted_triangle(matrix.order, each, [](int64_t, int64_t) {});
 }
 
 // One triangle is enough; of two that agree the mean is taken.
@@ -93,18 +61,10 @@ static SparseMatrix united(const SparseMatrix& upper, const SparseMatrix& lower,
         return lower;
     if (lower.nonZeros() == order)
         return upper;
-    const Eigen::VectorXd diagonal = upper.diagonal().cwiseAbs();
-    const double largest = std::max(upper.coeffs().abs().maxCoeff(), lower.coeffs().abs().maxCoeff());
-    const SparseMatrix difference = upper - lower;
-    for (Index column = 0; column < order; ++column)
-        for (SparseMatrix::InnerIterator entry(difference, column); entry; ++entry)
-        {
-            const double size = std::sqrt(diagonal[entry.row()]) * std::sqrt(diagonal[column]);
-            if (std::abs(entry.value()) > kAsymmetry * (size > 0.0 ? size : largest))
-                refuse(what, zel_checks::format("is not symmetric: its entries at %s and %s differ by %.3g",
-                                                place_of(entry.row(), column).c_str(),
-                                                place_of(column, entry.row()).c_str(), std::abs(entry.value())));
-        }
+    if (const auto found = find_asymmetry(upper, lower))
+        refuse(what, zel_checks::format("is not symmetric: its entries at %s and %s differ by %.3g",
+                                        place_of(found->row, found->column).c_str(),
+                                        place_of(found->column, found->row).c_str(), found->difference));
     return 0.5 * (upper + lower);
 }
 

@@ -1,4 +1,4 @@
-// zel import ccx: a flexible body from a job of CalculiX.
+// zel import: a flexible body from a job of CalculiX, or from matrix files and a mesh of any program.
 #include <CLI/CLI.hpp>
 #include <malloc.h>
 
@@ -61,16 +61,16 @@ private:
     std::chrono::steady_clock::time_point started_;
 };
 
+// What all sources share.
 struct ImportOptions
 {
-    ccx::Job job;
     ReductionOptions reduction;
     std::vector<std::string> interfaces;
     std::string units, write_options = "full_invar";
     bool verbose = false;
 };
 
-static int import_job(ImportOptions options)
+static int write_and_report(Source& source, ImportOptions options)
 {
     ShownProgress progress(options.verbose);
     const zel_command::MessageScope messages(options.verbose ? zel_command::Messages::all
@@ -78,8 +78,7 @@ static int import_job(ImportOptions options)
     options.reduction.units = parse_units(options.units);
     for (const std::string& text : options.interfaces)
         options.reduction.interfaces.push_back(parse_interface(text));
-    const std::unique_ptr<Source> source = ccx::make_source(options.job);
-    const ReducedBody body = reduce(*source, options.reduction, progress);
+    const ReducedBody body = reduce(source, options.reduction, progress);
     write_body(body, options.reduction.output, options.write_options, progress);
     progress.finish();
     zel_command::print_report(body.report);
@@ -88,15 +87,15 @@ static int import_job(ImportOptions options)
 }
 
 // 1 when a check of the report fails: the file is written all the same. 2, with a message and without a file, when the input
-// cannot be used.
-static int import_ccx(const ImportOptions& options)
+// cannot be used. `what` is the name of the input.
+static int import_body(const std::string& what, Source& source, const ImportOptions& options)
 {
     // Blocks of vectors come and go: memory that is freed stays with the process, where it need not be cleared again.
     mallopt(M_MMAP_THRESHOLD, std::numeric_limits<int>::max());
     mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());
     try
     {
-        return import_job(options);
+        return write_and_report(source, options);
     }
     catch (const InputError& error)
     {
@@ -104,11 +103,11 @@ static int import_ccx(const ImportOptions& options)
     }
     catch (const std::bad_alloc&)
     {
-        zel_command::print_problem(options.job.deck + ": out of memory");
+        zel_command::print_problem(what + ": out of memory");
     }
     catch (const std::exception& error)
     {
-        zel_command::print_problem(options.job.deck + ": " + error.what());
+        zel_command::print_problem(what + ": " + error.what());
     }
     return kUnusable;
 }
@@ -140,45 +139,96 @@ template <typename Value> static void add_choice(CLI::App& command, const std::s
         ->option_text(words + " [" + choices[0].first + "]");
 }
 
-static void add_ccx(CLI::App& import, int& status)
+// What the shared options of a source say of it.
+struct SourceWords
 {
-    auto options = std::make_shared<ImportOptions>();
+    std::string units_of;   // what has the units
+    std::string ties;       // the interfaces without --interface
+    std::string nodal_mass; // the name of the option
+};
+
+static void add_shared_options(CLI::App& command, ImportOptions& options, const SourceWords& words)
+{
     if (const char* given = std::getenv("VXR_ZELWRITE_OPTIONS"))
-        options->write_options = given;
-    CLI::App* ccx = import.add_subcommand("ccx", "A body from a CalculiX deck and what the solver left beside it");
-    ccx->add_option("JOB", options->job.deck, "The deck, JOB or JOB.inp, plain or compressed by gzip")->required();
-    ccx->add_option("-o,--output", options->reduction.output, "The file to write")->required();
-    ccx->add_option("-u,--units", options->units, "Units of the deck: length, mass, time and force, as in mm,t,s,N")
+        options.write_options = given;
+    command.add_option("-o,--output", options.reduction.output, "The file to write")->required();
+    command
+        .add_option("-u,--units", options.units,
+                    "Units of " + words.units_of + ": length, mass, time and force, as in mm,t,s,N")
         ->required();
-    ccx->add_option("-i,--interface", options->interfaces,
-                    "SET, SET@x,y,z or ids=1,2,3@x,y,z: nodes that follow one reference node, at their centre unless "
-                    "given; may be repeated; without it every *RIGID BODY and kinematic *COUPLING of the deck");
-    ccx->add_option("-n,--modes", options->reduction.modes, "Fixed-interface modes, or flexible modes of a free body")
+    command.add_option(
+        "-i,--interface", options.interfaces,
+        "SET, SET@x,y,z or ids=1,2,3@x,y,z: nodes that follow one reference node, at their centre unless "
+        "given; may be repeated; without it " +
+            words.ties);
+    command
+        .add_option("-n,--modes", options.reduction.modes, "Fixed-interface modes, or flexible modes of a free body")
         ->capture_default_str()
         ->check(CLI::Range(0, 100000))
-        ->option_text("COUNT [" + std::to_string(options->reduction.modes) + "]");
-    ccx->add_flag("--free", options->reduction.free, "Free-free modes, whatever ties the deck has");
+        ->option_text("COUNT [" + std::to_string(options.reduction.modes) + "]");
     add_choice<MassMethod>(
-        *ccx, "--mass", options->reduction.mass,
+        command, words.nodal_mass, options.reduction.mass,
         {{"matched", MassMethod::matched}, {"hrz", MassMethod::scaled}, {"rowsum", MassMethod::row_sum}},
         "Nodal masses: with the mass, centre and inertia of the body, or from the diagonal or the rows of the matrix");
-    add_choice<ccx::Route>(
-        *ccx, "--route", options->job.route,
-        {{"auto", ccx::Route::automatic}, {"matrices", ccx::Route::matrices}, {"results", ccx::Route::results}},
-        "What to read: matrices (.sti, .mas, .dof) if there are any, or results (.frd, .dat)");
-    ccx->add_option("--step", options->job.step, "The step whose modes are read from results, where several have modes")
-        ->check(CLI::Range(1, 1000000))
-        ->option_text("STEP");
-    ccx->add_option("--options", options->write_options, "Write options, for example \"full_invar sparse_str\"")
+    command.add_option("--options", options.write_options, "Write options, for example \"full_invar sparse_str\"")
         ->capture_default_str()
         ->check(CLI::Validator(zel_command::problem_of_write_options, ""));
-    ccx->add_flag("-v,--verbose", options->verbose, "Phases and the library's own messages on standard error");
-    ccx->callback([options, &status] { status = import_ccx(*options); });
+    command.add_flag("-v,--verbose", options.verbose, "Phases and the library's own messages on standard error");
+}
+
+static void add_ccx(CLI::App& import, int& status)
+{
+    auto job = std::make_shared<ccx::Job>();
+    auto options = std::make_shared<ImportOptions>();
+    CLI::App* ccx = import.add_subcommand("ccx", "A body from a CalculiX deck and what the solver left beside it");
+    ccx->add_option("JOB", job->deck, "The deck, JOB or JOB.inp, plain or compressed by gzip")->required();
+    add_shared_options(*ccx, *options,
+                       {"the deck", "every *RIGID BODY and kinematic *COUPLING of the deck", "--mass,--nodal-mass"});
+    ccx->add_flag("--free", options->reduction.free, "Free-free modes, whatever ties the deck has");
+    add_choice<ccx::Route>(
+        *ccx, "--route", job->route,
+        {{"auto", ccx::Route::automatic}, {"matrices", ccx::Route::matrices}, {"results", ccx::Route::results}},
+        "What to read: matrices (.sti, .mas, .dof) if there are any, or results (.frd, .dat)");
+    ccx->add_option("--step", job->step, "The step whose modes are read from results, where several have modes")
+        ->check(CLI::Range(1, 1000000))
+        ->option_text("STEP");
+    ccx->callback([job, options, &status] { status = import_body(job->deck, *ccx::make_source(*job), *options); });
+}
+
+static void add_matrices(CLI::App& import, int& status)
+{
+    auto files = std::make_shared<matrices::Input>();
+    auto options = std::make_shared<ImportOptions>();
+    CLI::App* command =
+        import.add_subcommand("matrices", "A body from a stiffness and a mass matrix of any program, and a mesh");
+    command
+        ->add_option(
+            "-k,--stiffness", files->stiffness,
+            "The stiffness matrix: Matrix Market, lines \"row column value\" or \"node, dof, node, dof, value\", "
+            "or DMIG punch; plain or compressed by gzip")
+        ->required()
+        ->option_text("FILE REQUIRED");
+    command->add_option("-m,--mass", files->mass, "The mass matrix, likewise")->required()->option_text("FILE REQUIRED");
+    command->add_option("--mesh", files->mesh, "The mesh, in one of the formats of meshes; NODES,ELEMENTS: two tables")
+        ->required()
+        ->option_text("FILE REQUIRED");
+    command
+        ->add_option(
+            "--dofs", files->dofs,
+            "What each row moves: \"node.component\" or \"node component\" a line, or a mapping vector; without "
+            "it three translations (or six components) of each node, ascending by number")
+        ->option_text("FILE");
+    add_shared_options(*command, *options, {"mesh and matrices", "free-free modes", "--nodal-mass"});
+    command->add_flag("--free", options->reduction.free, "Free-free modes, whatever --interface says");
+    command->callback([files, options, &status] {
+        status = import_body(files->stiffness, *matrices::make_source(*files), *options);
+    });
 }
 
 void add_import_command(CLI::App& app, int& status)
 {
-    CLI::App* import = app.add_subcommand("import", "Makes a body from the results of a finite-element program");
+    CLI::App* import = app.add_subcommand("import", "Makes a body from what a finite-element program leaves");
     import->require_subcommand(1);
     add_ccx(*import, status);
+    add_matrices(*import, status);
 }

@@ -1,0 +1,507 @@
+// Matrix files and meshes of other programs: one model in every dialect against the same by CalculiX's route, the traps of each
+// format, and files that are damaged.
+#include <fstream>
+#include <numeric>
+
+#include "fem/body.h"
+#include "fem/reduction.h"
+#include "fem/sources/matrices/matrix_file.h"
+#include "fem/sources/text_file.h"
+#include "fixtures.h"
+
+using namespace zel_fem;
+using namespace zel_fem::matrices;
+using Eigen::Index;
+using Eigen::MatrixXd;
+using zel_checks::format;
+
+static Progress silent;
+
+static std::string write_file(const TemporaryFolder& folder, const std::string& name, const std::string& text)
+{
+    std::ofstream(folder.path(name), std::ios::binary) << text;
+    return folder.path(name);
+}
+
+// What an action says is wrong, less the folder; empty when nothing is.
+template <typename Action> static std::string complaint(const TemporaryFolder& folder, Action action)
+{
+    try
+    {
+        action();
+    }
+    catch (const std::exception& error)
+    {
+        const std::string text = error.what(), prefix = folder.folder() + "/";
+        return text.starts_with(prefix) ? text.substr(prefix.size()) : text;
+    }
+    return "";
+}
+
+// ---- One model in every dialect ------------------------------------------------------------------------------------------
+
+namespace
+{
+// The short beam of the test data, of three bricks, without its lump: a job of CalculiX, and its matrices with rows ascending by node.
+struct DialectBeam
+{
+    TemporaryFolder folder;
+    Model model;
+    MatrixXd stiffness, mass;
+
+    DialectBeam()
+    {
+        std::string deck;
+        LineReader reader(kJob + ".inp");
+        for (std::string_view line; reader.next(line);)
+            deck.append(line).append("\n");
+        deck.erase(deck.find("*ELEMENT, TYPE=MASS"), deck.find("*STEP") - deck.find("*ELEMENT, TYPE=MASS"));
+        write_file(folder, "job.inp", deck);
+        for (const std::string suffix : {".sti.gz", ".dof.gz", ".mas.gz"})
+            std::filesystem::copy_file(kJob + suffix, folder.path("job" + suffix));
+        take();
+        const double lump = 2e-5;
+        for (size_t i = 0; i < model.matrices->rows.size(); ++i)
+            if (model.mesh.nodes[size_t(model.matrices->rows[i].node)].id == 13)
+                model.matrices->mass.coeffRef(Index(i), Index(i)) -= lump;
+        std::ofstream file(folder.path("job.mas"));
+        for (Index column = 0; column < model.matrices->mass.cols(); ++column)
+            for (SparseMatrix::InnerIterator entry(model.matrices->mass, column); entry; ++entry)
+                file << format("%td %td %.17g\n", entry.row() + 1, column + 1, entry.value());
+        file.close();
+        take();
+    }
+    std::string job() const { return folder.path("job"); }
+    static MatrixXd by_node(const Matrices& matrices, const SparseMatrix& upper)
+    {
+        const MatrixXd dense = MatrixXd(upper).selfadjointView<Eigen::Upper>();
+        MatrixXd sorted(dense.rows(), dense.cols());
+        for (Index i = 0; i < dense.rows(); ++i)
+            for (Index j = 0; j < dense.cols(); ++j)
+            {
+                const auto &a = matrices.rows[size_t(i)], &b = matrices.rows[size_t(j)];
+                sorted(3 * a.node + a.component, 3 * b.node + b.component) = dense(i, j);
+            }
+        return sorted;
+    }
+    static inline const std::string kJob = ZEL_SOURCE "/tests/data/ccx/small";
+
+private:
+    void take()
+    {
+        const auto source = ccx::make_source({.deck = job()});
+        model = source->read_model(silent);
+        source->read_solution(model, {}, silent);
+        stiffness = by_node(*model.matrices, model.matrices->stiffness);
+        mass = by_node(*model.matrices, model.matrices->mass);
+    }
+};
+} // namespace
+
+// Matrices and map as files that are written for it; the mesh is set by others.
+using WriteMatrices = Input (*)(const DialectBeam& beam, const TemporaryFolder& folder);
+// The path of the mesh that is written.
+using WriteMesh = std::string (*)(const DialectBeam& beam, const TemporaryFolder& folder);
+
+// act(i, j, value) for all entries that are not zero, column after column.
+template <typename Act> static void each_entry(const MatrixXd& matrix, const Act& act)
+{
+    for (Index j = 0; j < matrix.cols(); ++j)
+        for (Index i = 0; i < matrix.rows(); ++i)
+            if (matrix(i, j) != 0.0)
+                act(i, j, matrix(i, j));
+}
+
+static int id_of(const DialectBeam& beam, Index row)
+{
+    return beam.model.mesh.nodes[size_t(row / 3)].id;
+}
+
+// Both matrices by one function of a matrix and its name.
+template <typename Text> static Input both(const DialectBeam& beam, const TemporaryFolder& folder, const Text& text)
+{
+    return {write_file(folder, "k.mtx", text(beam.stiffness, "KAAX")),
+            write_file(folder, "m.mtx", text(beam.mass, "MAAX")), "", ""};
+}
+
+static std::string market(const MatrixXd& matrix, const char* kind, bool lower, bool upper)
+{
+    std::string entries;
+    int count = 0;
+    each_entry(matrix, [&](Index i, Index j, double value) {
+        if ((lower && i > j) || (upper && i < j) || i == j)
+            entries += format("%td %td  %.16E\n", i + 1, j + 1, value), ++count;
+    });
+    return format("%%%%MatrixMarket matrix coordinate real %s \n%%\n%% by hand\n%%====\n%td %td %d\n", kind,
+                  matrix.rows(), matrix.cols(), count) +
+           entries;
+}
+
+// The mapping vector of a program that numbers its rows by nodes in an order of its own.
+static Input market_with_vector(const DialectBeam& beam, const TemporaryFolder& folder)
+{
+    const Index nodes = beam.mass.rows() / 3;
+    Eigen::VectorXi order(beam.mass.rows());
+    std::string vector = format("%%%%MatrixMarket matrix array integer general\n%td 1\n", nodes);
+    for (Index k = 0; k < nodes; ++k)
+    {
+        const Index node = (7 * k + 3) % nodes; // of 44
+        vector += format("%d\n", id_of(beam, 3 * node));
+        for (int component = 0; component < 3; ++component)
+            order[3 * k + component] = int(3 * node + component);
+    }
+    Input input = both(beam, folder, [&](const MatrixXd& matrix, const char*) {
+        return market(matrix(order, order), "symmetric", true, false);
+    });
+    input.dofs = write_file(folder, "map.mtx", vector);
+    return input;
+}
+
+static std::string neighbours(const MatrixXd& matrix)
+{
+    std::string text;
+    each_entry(matrix, [&](Index i, Index j, double value) {
+        if (i <= j)
+            text += format("%td %td  %.15e\n", i + 1, j + 1, value);
+        if (i < j)
+            text += format("%td %td  %.15e\n", j + 1, i + 1, value);
+    });
+    return text;
+}
+
+// Rows from the last to the first, with commas and a list of freedoms.
+static Input reversed(const DialectBeam& beam, const TemporaryFolder& folder)
+{
+    Input input = both(beam, folder, [](const MatrixXd& matrix, const char*) {
+        std::string text = "** no blanks\n";
+        each_entry(matrix.reverse(), [&](Index i, Index j, double value) {
+            text += i <= j ? format("%td,%td,%.17g\n", i + 1, j + 1, value) : "";
+        });
+        return text;
+    });
+    std::string map;
+    for (Index row = beam.mass.rows(); row-- > 0;)
+        map += format("%d  %td\n", id_of(beam, row), row % 3 + 1);
+    input.dofs = write_file(folder, "map.txt", map);
+    return input;
+}
+
+// As CalculiX stores the stiffness, compressed, beside a mass matrix of the same rows.
+static Input stored(const DialectBeam& beam, const TemporaryFolder&)
+{
+    return {DialectBeam::kJob + ".sti", beam.folder.path("job.mas"), "", DialectBeam::kJob + ".dof.gz"};
+}
+
+static Input labelled(const DialectBeam& beam, const TemporaryFolder& folder)
+{
+    return both(beam, folder, [&](const MatrixXd& matrix, const char*) {
+        std::string text;
+        each_entry(matrix, [&](Index i, Index j, double value) {
+            text += i >= j ? format("  %d,    %td,   %d,    %td,  %.15e\n", id_of(beam, i), i % 3 + 1, id_of(beam, j),
+                                    j % 3 + 1, value)
+                           : "";
+        });
+        return text;
+    });
+}
+
+// Both matrices in one file, among others; `column` begins a column, `entry` is a row of it.
+static Input punch(const DialectBeam& beam, const TemporaryFolder& folder, const char* column, const char* entry)
+{
+    std::string text = "$TITLE   = BEAM\nGRID           1              0.      0.      0.\n";
+    for (const auto& [name, matrix] : {std::pair{"KAAX", &beam.stiffness}, {"VAX", &beam.mass}, {"MAAX", &beam.mass}})
+    {
+        text += format("DMIG    %-8s       0       6       2       0                %8td\n", name, matrix->cols());
+        Index last = -1;
+        each_entry(*matrix, [&, name = name](Index i, Index j, double value) {
+            if (i < j)
+                return;
+            if (std::exchange(last, j) != j)
+                text += format(column, name, id_of(beam, j), int(j % 3) + 1);
+            std::string line = format(entry, id_of(beam, i), int(i % 3) + 1, value);
+            std::replace(line.begin(), line.end(), 'E', 'D');
+            text += line;
+        });
+    }
+    const std::string path = write_file(folder, "both.pch", text);
+    return {path, path, "", ""};
+}
+
+// All six components a node, of which the rotations do nothing.
+static Input six_a_node(const DialectBeam& beam, const TemporaryFolder& folder)
+{
+    return both(beam, folder, [](const MatrixXd& matrix, const char*) {
+        MatrixXd all = MatrixXd::Zero(2 * matrix.rows(), 2 * matrix.rows());
+        each_entry(matrix, [&](Index i, Index j, double value) { all(i + i / 3 * 3, j + j / 3 * 3) = value; });
+        return market(all, "general", true, true);
+    });
+}
+
+static std::string tables(const DialectBeam& beam, const TemporaryFolder& folder)
+{
+    std::string nodes, elements;
+    for (const Node& node : beam.model.mesh.nodes)
+        nodes += format("%d %.17g %.17g %.17g\n", node.id, node.at[0], node.at[1], node.at[2]);
+    for (const Element& element : beam.model.mesh.elements)
+    {
+        elements += format("%d hex20", element.id);
+        for (int node : element.nodes)
+            elements += format(" %d", beam.model.mesh.nodes[size_t(node)].id);
+        elements += "\n";
+    }
+    return write_file(folder, "nodes.txt", nodes) + "," + write_file(folder, "elements.txt", elements);
+}
+
+namespace
+{
+struct MatrixDialect
+{
+    const char* name;
+    WriteMatrices write;
+    double digits = 1e-10, of_body = 1e-10; // that the format leaves to entries, and to what is made of them
+};
+
+struct MeshDialect
+{
+    const char* name;
+    WriteMesh write;
+    bool has_density;
+};
+} // namespace
+
+constexpr MatrixDialect kMatrixDialects[] = {
+    {"both triangles as neighbours",
+     [](const DialectBeam& beam, const TemporaryFolder& folder) {
+         return both(beam, folder, [](const MatrixXd& matrix, const char*) { return neighbours(matrix); });
+     }},
+    {"Matrix Market, lower triangle",
+     [](const DialectBeam& beam, const TemporaryFolder& folder) {
+         return both(beam, folder,
+                     [](const MatrixXd& matrix, const char*) { return market(matrix, "Symmetric", true, false); });
+     }},
+    {"Matrix Market with a mapping vector", market_with_vector},
+    {"lines and a map", reversed},
+    {"CalculiX's own files", stored},
+    {"node, dof, node, dof, value", labelled},
+    {"DMIG in large field, of ten digits",
+     [](const DialectBeam& beam, const TemporaryFolder& folder) {
+         return punch(beam, folder, "DMIG*   %-16s%16d%16d\n", "*       %16d%16d%16.9E\n");
+     },
+     2e-9, 1e-6},
+    {"DMIG in free field",
+     [](const DialectBeam& beam, const TemporaryFolder& folder) {
+         return punch(beam, folder, "DMIG,%s,%d,%d\n", "+,%d,%d,%.16E,,\n");
+     }},
+    {"six rows a node", six_a_node},
+};
+
+constexpr MeshDialect kMeshDialects[] = {
+    {"tables", tables, false},
+};
+
+static double relative(const MatrixXd& a, const MatrixXd& b)
+{
+    return a.rows() == b.rows() && a.cols() == b.cols() ? (a - b).cwiseAbs().maxCoeff() / b.cwiseAbs().maxCoeff() : 1.0;
+}
+
+static MatrixXd moments_matrix(const MassMoments& moments)
+{
+    return moments.rigid_mass(Eigen::Vector3d::Zero());
+}
+
+static void expect_the_same_body(const ReducedBody& own, const ReducedBody& other, double digits, bool nodal_masses)
+{
+    EXPECT_TRUE(own.report.all_hold());
+    const Eigen::VectorXd a = generalized_eigenvalues(own.body->stiffness, own.body->mass),
+                          b = generalized_eigenvalues(other.body->stiffness, other.body->mass);
+    ASSERT_EQ(a.size(), b.size());
+    EXPECT_LT((a.tail(a.size() - 6).array() / b.tail(a.size() - 6).array() - 1).abs().maxCoeff(), 2 * digits);
+    for (Index k = own.body->interfaces.empty() ? 6 : 0; k < b.size(); ++k) // signs of modes are free
+    {
+        const auto &x = own.body->motion.col(k), &y = other.body->motion.col(k);
+        EXPECT_LT(std::min((x - y).norm(), (x + y).norm()), 100 * digits * y.norm()) << "mode " << k;
+    }
+    EXPECT_LT(relative(moments_matrix(moments_of(own.body->mesh, own.body->nodes)),
+                       moments_matrix(moments_of(other.body->mesh, other.body->nodes))),
+              digits);
+    for (size_t node = 0; nodal_masses && node < own.body->nodes.masses.size(); ++node)
+        EXPECT_NEAR(own.body->nodes.masses[node], other.body->nodes.masses[node],
+                    digits * other.body->nodes.masses[node]);
+}
+
+TEST(MatrixFiles, OfOneModelAreTheSameInEveryDialect)
+{
+    const DialectBeam beam;
+    const auto judge = [&beam](const MatrixDialect& matrix_dialect, const MeshDialect& mesh_dialect) {
+        SCOPED_TRACE(std::string(matrix_dialect.name) + " and " + mesh_dialect.name);
+        const TemporaryFolder folder;
+        Input input = matrix_dialect.write(beam, folder);
+        input.mesh = mesh_dialect.write(beam, folder);
+        const auto source = make_source(input);
+        Model model = source->read_model(silent);
+        source->read_solution(model, {}, silent);
+        ASSERT_EQ(model.matrices->rows.size(), size_t(beam.mass.rows()));
+        EXPECT_EQ(model.mesh_has_mass, mesh_dialect.has_density);
+        EXPECT_LT(relative(DialectBeam::by_node(*model.matrices, model.matrices->stiffness), beam.stiffness),
+                  matrix_dialect.digits);
+        EXPECT_LT(relative(DialectBeam::by_node(*model.matrices, model.matrices->mass), beam.mass),
+                  matrix_dialect.digits);
+        for (const bool free : {true, false})
+        {
+            ReductionOptions options;
+            options.units = parse_units("mm,t,s,N");
+            options.modes = 8;
+            if (!free)
+                options.interfaces = {parse_interface("ids=1,4,5,8,12,16,17,20"),
+                                      parse_interface("ids=33,34,35,36@60,0,0")};
+            expect_the_same_body(reduce(*make_source(input), options, silent),
+                                 reduce(*ccx::make_source({.deck = beam.job()}), options, silent),
+                                 matrix_dialect.of_body, mesh_dialect.has_density);
+        }
+    };
+    for (const MatrixDialect& dialect : kMatrixDialects)
+        judge(dialect, kMeshDialects[0]);
+    for (const MeshDialect& dialect : kMeshDialects)
+        judge(kMatrixDialects[0], dialect);
+}
+
+// ---- Traps and damage ----------------------------------------------------------------------------------------------------
+
+static MatrixXd read_dense(const std::string& path, Role role = Role::stiffness)
+{
+    const MatrixFile file = read_matrix_file(path, role, [](double) {});
+    std::vector<int64_t> rows(static_cast<size_t>(file.order));
+    std::iota(rows.begin(), rows.end(), int64_t(0));
+    return MatrixXd(upper_triangle(file, rows, file.order)).selfadjointView<Eigen::Upper>();
+}
+
+TEST(MatrixFiles, AreReadInEveryFormOfTheirFormats)
+{
+    const MatrixXd expected = (MatrixXd(3, 3) << 2, -1, 0, -1, 2000, 0.5, 0, 0.5, 3).finished();
+    const char* files[] = {
+        "%%matrixmarket MATRIX Coordinate Integer General\n3 3 8\n1 1 2\n1 2 -1\n2 1 -1\n2 2 1999\n2 2 1\n"
+        "2 3 0.5\n3 2 5e-1\n3 3 3\n", // entries of one place are added
+        "%%MatrixMarket matrix coordinate real symmetric  \r\n%\r\n3 3 5\r\n1 1 2\r\n2 1 -1\r\n2 2 2E+03\r\n\r\n3 2 "
+        ".5\r\n3 3 3.\r\n",
+        "# both\n3 3 3\n2,2,+2.D3\n 2 1 -1 \n1 1 2\n3 1 0\n2 3 0.5\n",
+        "7,1, 7,1, 2\n7 2 7 1 -1\n7,2,7,2,2000\n7,2,7,6,0.5\n7,6,7,6,3\n3,1,7,2,0\n",
+        // continued in small field, with two rows a line, and in large field; exponents without a letter
+        "DMIG    KAA            0       6       1\n"
+        "DMIG    KAA            7       1               7       1      2.        +\n"
+        "+              7       2     -1.\n"
+        "DMIG    KAA            7       2               7       2    2.+3        +A\n"
+        "+A             7       3      .5              80       1      0.\n"
+        "DMIG*   KAA                            7               3                *\n"
+        "*                      7               3        3.000D+0\n",
+    };
+    for (const char* text : files)
+    {
+        const TemporaryFolder folder;
+        const MatrixXd own = read_dense(write_file(folder, "k", text));
+        EXPECT_EQ(MatrixXd(own.topLeftCorner(3, 3)), expected) << text;
+    }
+}
+
+TEST(MatrixFiles, ThatAreDamagedNameFileAndLineInEveryFormat)
+{
+    const std::string market = "%%MatrixMarket matrix coordinate real ", dmig = "DMIG,KAA,0,6,1\nDMIG,KAA,1,1,,1,1,2.,";
+    const std::pair<std::string, std::string> faults[] = {
+        {"", "k: has no matrix"},
+        {"*MATRIX\n1 1 1\n", "k:1: expected a matrix (Matrix Market, DMIG, \"row column value\""},
+        {"%%MatrixMarket matrix array real general\n1 1\n2\n", "k:1: expected a matrix in coordinate form"},
+        {market + "hermitian\n1 1 1\n1 1 2\n", "k:1: expected a matrix in coordinate form"},
+        {"%%MatrixMarket matrix coordinate complex general\n1 1 1\n1 1 2 0\n", "k:1: expected a matrix in"},
+        {market + "symmetric\n%\n", "k:2: ends before the line of sizes"},
+        {market + "symmetric\n2 2\n", "k:2: expected the numbers of rows, columns and entries"},
+        {market + "symmetric\n2 3 1\n1 1 1\n", "k:2: the matrix has 2 rows and 3 columns: it is not square"},
+        {market + "symmetric\n2 2 3\n1 1 1\n2 2 1\n", "k:4: ends behind 2 of 3 entries: it is cut off"},
+        {market + "symmetric\n2 2 1\n1 1 1\n2 2 1\n", "k:4: has more entries than the 1 of its header"},
+        {market + "symmetric\n2 2 1\n3 1 1\n", "k:3: entry (3, 1) lies outside of 2 rows"},
+        {market + "symmetric\n2 2 4\n1 1 1\n2 2 1\n1 2 .5\n2 1 .5\n", "k: has two entries of row 1 and row 2, though"},
+        {market + "general\n2 2 4\n1 1 1\n2 2 1\n1 2 .5\n2 1 .5000001\n", "k: is not symmetric: the entries of row 1"},
+        {market + "general\n2 2 2\n1 1 1\n2 2 -1\n", "k: has a negative entry on its diagonal, at row 2"},
+        {"1 1 1\n2 1 nan\n", "k:2: expected \"row column value\", found \"2 1 nan\""},
+        {"1 1 1\n2 1 1 1\n", "k:2: expected \"row column value\""},
+        {"1 1 1\n2 1 1e999\n", "k:2: expected \"row column value\""},
+        {"1 1 1\n0 1 2\n", "k:2: there is no row 0: rows are counted from 1"},
+        {"1 1 1\n3000000000 1 2\n", "k:2: there is no row 3000000000"},
+        {"1 1 1\n-24 -24 2\n", "k:2: row -24 belongs to an internal node"},
+        {"1 1 1\n2 1 .5\n2 1 .5\n2 2 1\n", "k: the entry of row 1 and row 2 stands twice"},
+        {"1 1 1\n2 2 1.5", "k:2: the last line has no end: the file is cut off"},
+        {"1,1,1,1,2\n-5,1,1,1,2\n", "k:2: node -5 is an internal one"},
+        {"1,1,1,1,2\n1,7,1,1,2\n", "k:2: component 7 of node 1 is none of 1 to 6"},
+        {"1,1,1,1,2\n1,2,1,1\n", "k:2: expected \"node, dof, node, dof, value\""},
+        {"DMIG,KAA,0,9,1\n", "k:1: the matrix KAA is neither square nor symmetric, but of form 9"},
+        {"DMIG,KAA,0,6,4\n", "k:1: the matrix KAA is complex"},
+        {"DMIG,KAA,1,1,,1,1,2.\n", "k:1: the matrix \"KAA\" has no header"},
+        {dmig + "3.\n", "k:2: the matrix KAA has an imaginary part"},
+        {dmig + "\n+,1,0,2.\n", "k:3: node 1 is a scalar point"},
+        {dmig + "\n+,1,2,2.x\n", "k:3: \"2.x\" is not a number"},
+        {"DMIG,STIF,0,6,1\nDMIG,STIF,1,1,,1,1,2.\nDMIG,MASS,0,6,1\n",
+         "k: has the matrices STIF, MASS, and no single one"},
+        {"DMIG,KAA,0,6,1\nDMIG,KBB,0,6,1\n", "k:2: the matrices KAA and KBB could both be meant"},
+        {"DMIG,KAA,0,6,1\n", "k: has no entries"},
+    };
+    const TemporaryFolder folder;
+    for (const auto& [text, expected] : faults)
+    {
+        const std::string path = write_file(folder, "k", text);
+        EXPECT_EQ(complaint(folder, [&] { read_dense(path); }).substr(0, expected.size()), expected) << text;
+    }
+}
+
+// What makes no body of matrices that are sound by themselves.
+TEST(MatrixFiles, ThatDoNotFitTheirMeshOrMapAreRefused)
+{
+    const DialectBeam beam;
+    const TemporaryFolder folder;
+    Input good = kMatrixDialects[1].write(beam, folder);
+    good.mesh = tables(beam, folder);
+    const TemporaryFolder of_vector, of_labels;
+    Input with_vector = market_with_vector(beam, of_vector), with_labels = labelled(beam, of_labels);
+    with_vector.mesh = with_labels.mesh = good.mesh;
+    const std::string three = "1.1\n1.2\n1.3\n";
+    const std::string some = write_file(folder, "some.txt", "1 0 0 0\n2 1 0 0\n");
+    using Change = std::function<void(Input&)>;
+    const auto map = [&folder](const std::string& text) {
+        return [&folder, text](Input& input) { input.dofs = write_file(folder, "map", text); };
+    };
+    const std::tuple<Input, Change, std::string> faults[] = {
+        {good, [&](Input& in) { in.mass = folder.path("none"); }, "none: no such file"},
+        {good, [&](Input& in) { in.mesh = some; },
+         "the matrices have 132 rows, neither three nor six for each of the 2 nodes"},
+        {good, map(three), "map: has 3 rows, and the matrices have 132"},
+        {good, map("1.1\n1.7\n"), "map:2: component 7 of node 1 is none of 1 to 6"},
+        {good, map("1 1\n1 1\n"), "map:2: two rows move component 1 of node 1"},
+        {good, map("1 1\n45 1\n"), "map:2: a row moves node 45, which the mesh does not have"},
+        {good, map("1 1\nx\n"), "map:2: expected \"node.component\""},
+        {good, map("%%MatrixMarket matrix array integer general\n2 1\n1\n"), "map:3: ends behind 1 of 2 entries"},
+        {good, map("%%MatrixMarket matrix array integer general\n1 1\n1\n"),
+         "map: names 1 nodes, and the matrices have 132 rows, not three for each: rows of constrained and coupled "
+         "freedoms"},
+        {with_labels, map(three), "map: the matrices say themselves what their rows move"},
+        {with_labels, [&](Input& in) { in.mesh = some; },
+         "k.mtx: the matrices move node 3, which the mesh does not have"},
+        {with_labels, [&](Input& in) { in.mass = good.mass; },
+         "m.mtx: one of the matrices names the nodes of its rows"},
+        {good,
+         [&](Input& in) {
+             in.mass = write_file(folder, "m", "%%MatrixMarket matrix coordinate real symmetric\n1 1 1\n1 1 1\n");
+         },
+         "m: has 1 rows, and "},
+        {good, [&](Input& in) { in.mass = write_file(folder, "m", "1 1 1\n2 2 1\n3 3 1\n"); },
+         "m: has no entry on the diagonal for component 1 of node 2: the file is cut off"},
+        {with_vector, [](Input& in) { in.dofs.clear(); }, "the stiffness matrix resists rigid motion"},
+        {good, [](Input& in) { std::swap(in.stiffness, in.mass); }, "the stiffness matrix resists rigid motion"},
+    };
+    for (const auto& [input, change, expected] : faults)
+    {
+        Input spoilt = input;
+        change(spoilt);
+        ReductionOptions options;
+        options.units = parse_units("mm,t,s,N");
+        options.modes = 1;
+        const std::string said = complaint(folder, [&] { reduce(*make_source(spoilt), options, silent); });
+        EXPECT_NE(said.find(expected), std::string::npos) << expected << "\nnot in: " << said;
+    }
+}
