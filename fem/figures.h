@@ -19,9 +19,11 @@ double inertia_error(const MassMoments& a, const MassMoments& b);
 
 void report_mesh(Report& report, const Body& body, const std::vector<std::string>& notes);
 
-// `given` are the moments of the matrices, `expected` what the program's quadrature makes of the elements.
+// `given` are the moments of the matrices, `expected` what the program's quadrature makes of the elements; of lumps, what lumping
+// makes of them. As programs lump in their own ways, those of `given` may differ from the elements by twice as much. The mass alone
+// must be the same.
 void report_mass(Report& report, const Units& units, const MeshMass& elements, const MassMoments& given,
-                 const MassMoments& expected);
+                 const MassMoments& expected, bool lumped);
 
 // Of a body whose mesh has no mass: what the mass matrix says alone.
 void report_matrix_mass(Report& report, const Units& units, const MassMoments& moments, bool lumped);

@@ -182,6 +182,10 @@ static void check_span(const Mesh& mesh, const Interface& interface, const std::
         motion.rightCols<3>() /= size > 0.0 ? size : 1.0;
         span += motion.transpose() * motion;
     }
+    if (interface.tied.size() == 1)
+        throw std::runtime_error(
+            name + ": its only node " + std::to_string(mesh.nodes[size_t(interface.tied[0])].id) +
+            " has no rotation of its own, and an interface has all six motions: tie several nodes");
     const Eigen::SelfAdjointEigenSolver<Eigen::Matrix<double, 6, 6>> solver(span);
     if (solver.eigenvalues()[0] < kSpanTolerance * solver.eigenvalues()[5])
         throw std::runtime_error(name + ": its tied nodes lie on one line, which leaves a rotation free");

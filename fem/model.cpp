@@ -14,10 +14,10 @@ using Eigen::MatrixXd;
 using Eigen::Vector3d;
 using Matrix6 = Eigen::Matrix<double, 6, 6>;
 
-constexpr double kRigidTolerance = 1e-6; // of K R, relative to the sums of |K| |R|; stored values have 14 digits
+constexpr double kRigidTolerance = 1e-6;   // of K R, relative to the sums of |K| |R|; stored values have 14 digits
 constexpr double kRoundedTolerance = 1e-3; // the same for rotations about nodes with few digits
 constexpr double kRoundedEnergy = 1e-3;    // of K R: its work, relative to what all forces would do with one sign
-constexpr double kMassTolerance = 1e-5;  // of R^T M R, relative to its diagonal
+constexpr double kMassTolerance = 1e-5;    // of R^T M R, relative to its diagonal
 constexpr int kTranslations = 7, kAllComponents = 63; // bits of moved_components
 
 Eigen::Matrix<double, 3, 6> rigid_motion(const Vector3d& at, const Vector3d& center)
@@ -168,8 +168,9 @@ static void check_stiffness(const Model& model, const MatrixXd& rigid)
     const std::string where = node < 0 ? std::string("inside an element")
                                        : "at component " + std::to_string(component + 1) + " of node " +
                                              std::to_string(model.moved_mesh().nodes[size_t(node)].id);
-    throw std::runtime_error("the stiffness matrix resists rigid motion, most " + where +
-                             ": the model must be free of supports, and the matrices must belong to this mesh");
+    throw std::runtime_error(
+        "the stiffness matrix resists rigid motion, most " + where +
+        ": the model must be free of supports, and the matrices must belong to this mesh, row by row");
 }
 
 // A spring p at row i makes K R = p R there. Smaller ones show when larger ones are gone, and digits of the diagonal that a penalty

@@ -66,33 +66,13 @@ namespace
 // The mass of a body by its matrix and by its mesh.
 struct MatrixMass
 {
-    MassMoments matrix, expected; // as it is, and as the program's quadrature makes it of the elements
+    MassMoments matrix, expected; // as it is, and as the program's quadrature, or lumping, makes it of the elements
     MeshMass elements;
-    double lost = 0.0;  // of the inertia, by elements of few points
+    bool lumped = false;
+    double lost = 0.0;  // of the inertia, by elements of few points or by lumping
     MassMoments target; // that the body shall have
 };
 } // namespace
-
-// The rigid motions and the nodal masses of the body get the mass of volume x density where the program has lost some of it.
-static MatrixMass take_mass(const Model& model, const MeshMass& own, const ReductionOptions& options, Body& body)
-{
-    MatrixMass mass;
-    mass.matrix = mass.target = matrix_moments(model);
-    if (model.mesh_has_mass)
-    {
-        mass.expected = solver_moments(model.moved_mesh());
-        mass.elements = model.layers ? mesh_mass(model.moved_mesh()) : own;
-        mass.lost = inertia_error(mass.expected, mass.elements.moments);
-        if (mass.lost >= kMassTolerance)
-        {
-            mass.target = mass.elements.moments;
-            set_rigid_mass(body, mass.target);
-        }
-    }
-    body.nodes = nodal_masses(body.mesh, model.mesh_has_mass ? own : matrix_mass(model), options.mass, mass.target);
-    add_rotations(body);
-    return mass;
-}
 
 static bool is_diagonal(const SparseMatrix& upper)
 {
@@ -101,6 +81,31 @@ static bool is_diagonal(const SparseMatrix& upper)
             if (entry.row() != column && entry.value() != 0.0)
                 return false;
     return true;
+}
+
+// The rigid motions and the nodal masses of the body get the mass of volume x density where the program has lost some of it, and
+// where the matrix has lumps, whose second moments are those of points.
+static MatrixMass take_mass(const Model& model, const MeshMass& own, const ReductionOptions& options, Body& body)
+{
+    MatrixMass mass;
+    mass.matrix = mass.target = matrix_moments(model);
+    if (model.mesh_has_mass)
+    {
+        const Mesh& mesh = model.moved_mesh();
+        mass.elements = model.layers ? mesh_mass(mesh) : own;
+        mass.lumped = is_diagonal(model.matrices->mass);
+        mass.expected = mass.lumped ? moments_of(mesh, nodal_masses(mesh, mass.elements, MassMethod::scaled, {}))
+                                    : solver_moments(mesh);
+        mass.lost = inertia_error(mass.lumped ? mass.matrix : mass.expected, mass.elements.moments);
+        if (mass.lumped || mass.lost >= kMassTolerance)
+        {
+            mass.target = mass.elements.moments;
+            set_rigid_mass(body, mass.target);
+        }
+    }
+    body.nodes = nodal_masses(body.mesh, model.mesh_has_mass ? own : matrix_mass(model), options.mass, mass.target);
+    add_rotations(body);
+    return mass;
 }
 
 // `own` is the mass of the body's mesh, as in the other route.
@@ -126,8 +131,9 @@ static void reduce_matrices(const Model& model, const MeshMass& own, const Reduc
                                 : format("%d constraint, %d fixed-interface", reduction.boundary_count, options.modes));
     if (model.mesh_has_mass)
     {
-        report_mass(report, body.units, mass.elements, mass.matrix, mass.expected);
-        report_lost_inertia(report, mass.lost);
+        report_mass(report, body.units, mass.elements, mass.matrix, mass.expected, mass.lumped);
+        if (!mass.lumped)
+            report_lost_inertia(report, mass.lost);
     }
     else
         report_matrix_mass(report, body.units, mass.matrix, is_diagonal(model.matrices->mass));
@@ -185,7 +191,7 @@ static void take_modes(Model& model, const MeshMass& own, const ReductionOptions
     report.figure("modes", free ? format("%d rigid, %d flexible", basis.rigid_count, modes)
                                 : format("%d constraint, %d fixed-interface", basis.boundary_count, modes));
     report.figure("modal stress", body.stress.size() > 0 ? "yes" : "no");
-    report_mass(report, body.units, elements, elements.moments, elements.moments);
+    report_mass(report, body.units, elements, elements.moments, elements.moments, false);
     report_lost_inertia(report, lost);
     report_nodal_masses(report, body, elements.moments, options.mass);
     report_mode_masses(report, basis, mass_is_in_the_mesh, has_shells(body.mesh));

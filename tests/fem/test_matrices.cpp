@@ -5,6 +5,7 @@
 
 #include "fem/body.h"
 #include "fem/reduction.h"
+#include "fem/rigid.h"
 #include "fem/sources/matrices/matrix_file.h"
 #include "fem/sources/text_file.h"
 #include "fixtures.h"
@@ -299,6 +300,14 @@ constexpr MeshDialect kMeshDialects[] = {
     {"tables", tables, false},
 };
 
+static ReductionOptions in_millimetres(int modes)
+{
+    ReductionOptions options;
+    options.units = parse_units("mm,t,s,N");
+    options.modes = modes;
+    return options;
+}
+
 static double relative(const MatrixXd& a, const MatrixXd& b)
 {
     return a.rows() == b.rows() && a.cols() == b.cols() ? (a - b).cwiseAbs().maxCoeff() / b.cwiseAbs().maxCoeff() : 1.0;
@@ -348,9 +357,7 @@ TEST(MatrixFiles, OfOneModelAreTheSameInEveryDialect)
                   matrix_dialect.digits);
         for (const bool free : {true, false})
         {
-            ReductionOptions options;
-            options.units = parse_units("mm,t,s,N");
-            options.modes = 8;
+            ReductionOptions options = in_millimetres(8);
             if (!free)
                 options.interfaces = {parse_interface("ids=1,4,5,8,12,16,17,20"),
                                       parse_interface("ids=33,34,35,36@60,0,0")};
@@ -363,6 +370,97 @@ TEST(MatrixFiles, OfOneModelAreTheSameInEveryDialect)
         judge(dialect, kMeshDialects[0]);
     for (const MeshDialect& dialect : kMeshDialects)
         judge(kMatrixDialects[0], dialect);
+}
+
+static std::string told(const ReducedBody& body)
+{
+    std::string text;
+    for (const zel_checks::Row& row : body.report.rows())
+        text += row.name + " " + row.text + (row.holds.value_or(true) ? "\n" : " CHECK!\n");
+    return text;
+}
+
+// Lumps as programs make them: the diagonal, scaled to the mass. The body of 60 x 20 x 10 has them where the mesh has no density, and
+// else the inertia of a box; flexible eigenvalues are those of the lumps in both.
+TEST(MatrixFiles, OfLumpsGiveWayToADensity)
+{
+    const DialectBeam beam;
+    const TemporaryFolder folder;
+    const double total = 7.85e-9 * 60 * 20 * 10, square[3] = {3600, 400, 100};
+    MatrixXd lumps = beam.mass.diagonal().asDiagonal();
+    lumps *= 3 * total / lumps.trace();
+    const auto market_of = [](const MatrixXd& matrix) { return market(matrix, "symmetric", true, false); };
+    const Input with_density{write_file(folder, "k", market_of(beam.stiffness)),
+                             write_file(folder, "m", market_of(lumps)), beam.folder.path("job.inp"), ""};
+    Input without = with_density, heavier = with_density;
+    without.mesh = tables(beam, folder);
+    heavier.mass = write_file(folder, "heavier", market_of(1.01 * lumps));
+    const Eigen::VectorXd exact = generalized_eigenvalues(beam.stiffness, lumps);
+    double of_points = 0.0;
+    for (Index row = 0; row < lumps.rows(); row += 3)
+        of_points += lumps(row, row) * beam.model.mesh.nodes[size_t(row / 3)].at.tail<2>().squaredNorm();
+    for (const Input& input : {with_density, without, heavier})
+    {
+        const ReducedBody body = reduce(*make_source(input), in_millimetres(6), silent);
+        const bool has_density = input.mesh != without.mesh, is_right = input.mass != heavier.mass;
+        const std::string text = told(body);
+        EXPECT_EQ(body.report.all_hold(), is_right) << text;
+        EXPECT_EQ(text.find("lumped mass matrix differs from volume x density by ") != std::string::npos, has_density);
+        EXPECT_EQ(text.find("the mass matrix is diagonal: the inertias are those of masses") != std::string::npos,
+                  !has_density);
+        const MassMoments moments = moments_of(body.body->mesh, body.body->nodes);
+        const Eigen::Matrix3d inertia = moments.inertia(moments.center());
+        if (has_density)
+            for (int axis = 0; axis < 3; ++axis)
+                EXPECT_NEAR(inertia(axis, axis), total * (4100 - square[axis]) / 12, 1e-9 * inertia(axis, axis));
+        else
+            EXPECT_NEAR(inertia(0, 0), of_points, 1e-9 * of_points);
+        const MatrixXd rigid = fit_rigid_motions(body.body->mesh, moments.center(), body.body->motion).coefficients;
+        EXPECT_LT(relative(rigid.transpose() * body.body->mass * rigid, moments.rigid_mass(moments.center())), 1e-8);
+        const Eigen::VectorXd own = generalized_eigenvalues(body.body->stiffness, body.body->mass);
+        for (Index k = 6; k < own.size() && is_right; ++k)
+            EXPECT_NEAR(own[k], exact[k], 1e-8 * exact[k]);
+    }
+}
+
+// Nodes of few digits change the forces of rotations by far more than what comes of them; two nodes that are exchanged, a spring to
+// the ground and a node without rotations to hold by are refused.
+TEST(MatrixFiles, StandRoundedNodesAndNoOthers)
+{
+    const DialectBeam beam;
+    const TemporaryFolder folder;
+    Input input = kMatrixDialects[1].write(beam, folder);
+    std::string nodes, exchanged, elements = tables(beam, folder);
+    elements = elements.substr(elements.find(',') + 1);
+    for (size_t i = 0; i < beam.model.mesh.nodes.size(); ++i)
+    {
+        const auto& [id, at] = beam.model.mesh.nodes[i];
+        const double rounding = 1e-5 * (double(i * 7 % 11) - 5);
+        nodes += format("%d %.5f %.5f %.5f\n", id, at[0] + rounding, at[1] - rounding, at[2] + rounding);
+        exchanged += format("%d %g %g %g\n", id == 9 ? 13 : id == 13 ? 9 : id, at[0], at[1], at[2]);
+    }
+    input.mesh = write_file(folder, "rounded", nodes) + "," + elements;
+    const ReducedBody body = reduce(*make_source(input), in_millimetres(6), silent);
+    EXPECT_TRUE(body.report.all_hold()) << told(body);
+    const Eigen::VectorXd exact = generalized_eigenvalues(beam.stiffness, beam.mass);
+    for (Index k = 6; k < 12; ++k)
+        EXPECT_NEAR(body.body->stiffness(k, k), exact[k], 1e-9 * exact[k]);
+
+    Input held = input, mixed = input;
+    mixed.mesh = write_file(folder, "exchanged", exchanged) + "," + elements;
+    DialectBeam spring;
+    spring.stiffness(40, 40) *= 1 + 1e-5;
+    const TemporaryFolder other;
+    held.stiffness = kMatrixDialects[1].write(spring, other).stiffness;
+    for (const Input& wrong : {mixed, held})
+        EXPECT_EQ(complaint(folder, [&] { reduce(*make_source(wrong), in_millimetres(1), silent); }).substr(0, 42),
+                  "the stiffness matrix resists rigid motion,");
+    ReductionOptions single = in_millimetres(1);
+    single.interfaces = {parse_interface("ids=33")};
+    EXPECT_EQ(
+        complaint(folder, [&] { reduce(*make_source(input), single, silent); }),
+        "interface with reference node 45: its only node 33 has no rotation of its own, and an interface has all six "
+        "motions: tie several nodes");
 }
 
 // ---- Traps and damage ----------------------------------------------------------------------------------------------------
@@ -498,10 +596,7 @@ TEST(MatrixFiles, ThatDoNotFitTheirMeshOrMapAreRefused)
     {
         Input spoilt = input;
         change(spoilt);
-        ReductionOptions options;
-        options.units = parse_units("mm,t,s,N");
-        options.modes = 1;
-        const std::string said = complaint(folder, [&] { reduce(*make_source(spoilt), options, silent); });
+        const std::string said = complaint(folder, [&] { reduce(*make_source(spoilt), in_millimetres(1), silent); });
         EXPECT_NE(said.find(expected), std::string::npos) << expected << "\nnot in: " << said;
     }
 }
