@@ -468,13 +468,93 @@ inline bool is_nastran_shape(Shape shape)
     return shape != Shape::tri6 && shape != Shape::quad8;
 }
 
+// ---- Ansys -------------------------------------------------------------------------------------------------------------
+
+inline std::string columns(const std::vector<int>& numbers, int width)
+{
+    std::string result;
+    for (int number : numbers)
+        result += text("%*d", width, number);
+    return result;
+}
+
+// Zeros at the end of a line are left out; exponents have three digits.
+inline std::string cdb_reals(std::vector<double> values)
+{
+    while (!values.empty() && values.back() == 0.0)
+        values.pop_back();
+    std::string result;
+    for (double value : values)
+    {
+        std::string number = text("%20.13E", value); // one blank is left for the third digit of the exponent
+        number.insert(number.find('E') + 2, 1, '0');
+        result += number;
+    }
+    return result;
+}
+
+// All 20 nodes of a solid, of which degenerated shapes name some several times.
+inline std::vector<int> solid_nodes(const Mesh& mesh, const Element& element)
+{
+    const Shape shape = element.type->shape;
+    const std::vector<int> n = ids_of(mesh, element);
+    switch (shape)
+    {
+    case Shape::tet4: return {n[0], n[1], n[2], n[2], n[3], n[3], n[3], n[3]};
+    case Shape::wedge6: return {n[0], n[1], n[2], n[2], n[3], n[4], n[5], n[5]};
+    case Shape::wedge15:
+        return {n[0], n[1], n[2], n[2],  n[3], n[4],  n[5],  n[5],  n[6],  n[7],
+                n[2], n[8], n[9], n[10], n[5], n[11], n[12], n[13], n[14], n[14]};
+    case Shape::tri3: return {n[0], n[1], n[2], n[2]};
+    case Shape::tri6: return {n[0], n[1], n[2], n[2], n[3], n[4], n[2], n[5]};
+    default: return n;
+    }
+}
+
+inline std::string cdb(const MeshFile& file)
+{
+    const std::map<Shape, int> routines = {
+        {Shape::tet4, 185}, {Shape::tet10, 187}, {Shape::wedge6, 185}, {Shape::wedge15, 186}, {Shape::hex8, 45},
+        {Shape::hex20, 95}, {Shape::tri3, 181},  {Shape::quad4, 181},  {Shape::tri6, 281},    {Shape::quad8, 281}};
+    std::string result =
+        "/COM,ANSYS RELEASE 19.2  UP20180808\n/PREP7\n/NOPR\n/TITLE," + file.title +
+        "\n*IF,_CDRDOFF,EQ,1,THEN     !if solid model was read in\n_CDRDOFF=             !reset flag\n*ELSE\n"
+        "*ENDIF\nDOF,DELETE\n";
+    result += text("ETBLOCK,        2,        2\n(2i9,19a9)\n%9d%9d%9d\n%9d%9d\n       -1\n", 1,
+                   routines.at(file.mesh.elements[0].type->shape), 0, 2, 154);
+    result += text("NBLOCK,6,SOLID,%9d,%9zu\n(3i9,6e21.13e3)\n", 1000, file.mesh.nodes.size());
+    for (const Node& node : shuffled(file.mesh))
+        result += columns({node.id, 0, 0}, 9) + cdb_reals({node.at[0], node.at[1], node.at[2]}) + "\n";
+    result += text("N,R5.3,LOC,       -1,\nEBLOCK,19,SOLID,%9d,%9zu\n(19i9)\n", 1000, file.mesh.elements.size() + 1);
+    for (const Element& element : file.mesh.elements)
+    {
+        const std::vector<int> nodes = solid_nodes(file.mesh, element);
+        result += columns({4, 1, 1, 1, 0, 0, 0, 0, int(nodes.size()), 0, element.id}, 9);
+        for (size_t i = 0; i < nodes.size(); ++i)
+            result += (i == 8 ? "\n" : "") + columns({nodes[i]}, 9);
+        result += "\n";
+    }
+    result += columns({4, 2, 1, 1, 0, 0, 0, 0, 4, 0, 900, 1, 2, 3, 4}, 9) + "\n       -1\n";
+    for (const auto& [name, nodes] : file.node_sets)
+    {
+        result += text("CMBLOCK,%-8s,NODE,%8zu  ! users node component definition\n(8i10)", name.c_str(), nodes.size());
+        size_t count = 0;
+        for (int id : set_ids(file, name))
+            result += (count++ % 8 == 0 ? "\n" : "") + columns({id}, 10);
+        result += "\n";
+    }
+    return result + text("MPTEMP,R5.0, 1, 1,  0.00000000    ,\nMPDATA,R5.0, 1,EX  ,       4, 1,  210000.000    ,\n"
+                         "MPDATA,R5.0, 1,DENS,       4, 1, %.10E,\n/GO\nFINISH\n",
+                         kDensity);
+}
+
 // ---- All of them -------------------------------------------------------------------------------------------------------
 
 struct Dialect
 {
     const char* name;
     std::string (*write)(const MeshFile& file);
-    bool density;     // and thickness
+    bool density, thickness;
     double tolerance; // of coordinates
     bool (*has_shape)(Shape shape) = [](Shape) { return true; };
 };
@@ -482,17 +562,18 @@ struct Dialect
 inline const std::vector<Dialect>& all()
 {
     static const std::vector<Dialect> kAll = {
-        {"flat deck", flat_deck, true, 1e-14},
-        {"part", [](const MeshFile& file) { return abaqus_deck(file, false); }, true, 1e-14},
-        {"instance", [](const MeshFile& file) { return abaqus_deck(file, true); }, true, 1e-14},
-        {"Nastran, small fields", [](const MeshFile& file) { return nastran(file, Fields::small); }, true, 0,
+        {"flat deck", flat_deck, true, true, 1e-14},
+        {"part", [](const MeshFile& file) { return abaqus_deck(file, false); }, true, true, 1e-14},
+        {"instance", [](const MeshFile& file) { return abaqus_deck(file, true); }, true, true, 1e-14},
+        {"Nastran, small fields", [](const MeshFile& file) { return nastran(file, Fields::small); }, true, true, 0,
          is_nastran_shape},
-        {"Nastran, large fields", [](const MeshFile& file) { return nastran(file, Fields::large); }, true, 0,
+        {"Nastran, large fields", [](const MeshFile& file) { return nastran(file, Fields::large); }, true, true, 0,
          is_nastran_shape},
-        {"Nastran, free fields", [](const MeshFile& file) { return nastran(file, Fields::free); }, true, 0,
+        {"Nastran, free fields", [](const MeshFile& file) { return nastran(file, Fields::free); }, true, true, 0,
          is_nastran_shape},
-        {"Gmsh 2.2", gmsh_2, false, 1e-14},
-        {"Gmsh 4.1", gmsh_4, false, 1e-14},
+        {"Ansys", cdb, true, false, 0},
+        {"Gmsh 2.2", gmsh_2, false, false, 1e-14},
+        {"Gmsh 4.1", gmsh_4, false, false, 1e-14},
     };
     return kAll;
 }

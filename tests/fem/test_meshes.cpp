@@ -78,7 +78,7 @@ static void expect_same(const MeshFile& got, const MeshFile& want, double tolera
         const Element &a = got.mesh.elements[i], &b = want.mesh.elements[i];
         EXPECT_EQ(a.type->shape, b.type->shape);
         EXPECT_EQ(a.nodes, b.nodes) << "element " << b.id;
-        EXPECT_EQ(a.density, got.has_density ? b.density : 0.0);
+        EXPECT_EQ(a.density, got.has_density ? b.density : a.density);
         EXPECT_EQ(a.thickness, got.has_density ? b.thickness : 0.0);
         EXPECT_EQ(skin(got.mesh), skin(want.mesh));
     }
@@ -103,7 +103,7 @@ TEST(MeshDialects, GiveOneMesh)
             SCOPED_TRACE(std::string(dialect.name) + ", shape " + std::to_string(int(shape)));
             const MeshFile got = read_text(dialect.write(want));
             expect_same(got, want, dialect.tolerance);
-            EXPECT_EQ(got.has_density, dialect.density);
+            EXPECT_EQ(got.has_density, is_shell(shape) ? dialect.thickness : dialect.density);
             if (is_shell(shape))
                 continue;
             const double volume =
@@ -338,6 +338,68 @@ TEST(NastranMeshes, AreRefusedWhereTheyAreDamagedOrTheirGeometryIsNotKnown)
         {bulk_tet("SET1,5,9,THRU,3"), "mesh:9: THRU stands between two numbers that rise"},
         {bulk_tet("INCLUDE 'none.bdf'"), "mesh:9: the included file none.bdf does not exist"},
         {"BEGIN SUPER=1\n", "mesh:1: parts of the model in bulk data of their own cannot be read"},
+    };
+    for (const auto& [text, expected] : cases)
+        EXPECT_EQ(complaint_of(text), expected);
+}
+
+// ---- Ansys -------------------------------------------------------------------------------------------------------------
+
+// A tetrahedron and what follows it, in the columns of older releases.
+static std::string cdb_tet(const std::string& more, const std::string& elements = "")
+{
+    return "/BATCH\n/PREP7\nET,1,SOLID185\net, 2, 174\nKEYOP,2,4,1\nNBLOCK,6,SOLID\n(3i8,6e20.13)\n"
+           "       1       0       0\n"
+           "       2       0       0 1.0000000000000E+00\n"
+           "       3       0       0 0.0000000000000E+001.0000000000000e+000\n"
+           "       4       0       0 0.0000000000000E+00   -4.996003611e-016 1.0000000000000E+00\n"
+           "N,R5.3,LOC,       -1,\nEBLOCK,19,SOLID\n(19i7)\n" +
+           dialects::columns({3, 1, 1, 1, 0, 0, 0, 0, 8, 0, 9, 1, 2, 3, 3, 4, 4, 4, 4}, 7) + "\n" +
+           elements + "     -1\nMP,DENS,3,2.\n" + more;
+}
+
+static std::string cdb_element(int type, const std::vector<int>& nodes)
+{
+    return dialects::columns({3, type, 1, 1, 0, 0, 0, 0, int(nodes.size()), 0, 10}, 7) + dialects::columns(nodes, 7) +
+           "\n";
+}
+
+TEST(AnsysMeshes, TellWhatTheyLeaveAside)
+{
+    const MeshFile file =
+        read_text(cdb_tet("CMBLOCK,ends,NODE,      4  ! ranges\n(8i10)\n         1        -3         4       900\n"
+                          "CMBLOCK,e,ELEM,      1\n(8i10)\n         9\nRLBLOCK,1,2,3\n(2i8,6g16.9)\n       1       2\n",
+                          cdb_element(2, {1, 2, 3, 3})));
+    EXPECT_EQ(set_of(file, "ends"), std::vector({1, 2, 3, 4}));
+    EXPECT_TRUE(has_note(file, "1 RLBLOCK"));
+    EXPECT_TRUE(has_note(file, "1 components of elements, 1 elements of type 174"));
+    EXPECT_TRUE(has_note(file, "set ends: 1 of its nodes are not defined"));
+    EXPECT_TRUE(file.has_density);
+    EXPECT_NEAR(moments_of(file.mesh).mass, 2. / 6, 1e-15);
+    EXPECT_FALSE(read_text(cdb_tet("MPDATA,DENS,3,1,1.,2.\n")).has_density);
+    EXPECT_FALSE(read_text(cdb_tet("", cdb_element(1, {1, 2, 3, 4, 4, 4, 4, 4}))).has_density); // a pyramid
+    EXPECT_FALSE(read_text(cdb_tet("E,1,2,3,4\n")).has_density);
+}
+
+TEST(AnsysMeshes, AreRefusedWhereTheyAreDamagedOrMoveNodes)
+{
+    const std::string block = "NBLOCK,6,SOLID,  9,  2\n(3i8,6e20.13)\n       5       0       0 1.0000000000000E+00";
+    const std::pair<std::string, const char*> cases[] = {
+        {cdb_tet("N,5,1,1,1\n"), "mesh:18: N cannot be read: nodes are read from blocks only"},
+        {cdb_tet("NROTAT,ALL\n"), "mesh:18: NROTAT cannot be read: nodes are read from blocks only"},
+        {cdb_tet(block + "\nN,UNBL,LOC,  -1,\n"), "mesh:21: the block has 1 nodes, not 2"},
+        {cdb_tet(block), "mesh:20: the file ends within a block"},
+        {cdb_tet(block.substr(0, block.size() - 1) + "\n"), "mesh:20: the line ends within a column"},
+        {cdb_tet(block + " 0.0000000000000E+00 0.0000000000000E+00 9.0000000000000E+01\n"),
+         "mesh:20: node 5 is turned: angles of nodes cannot be read"},
+        {cdb_tet("NBLOCK,6\n(3x9)\n"), "mesh:19: the format of a block is not understood"},
+        {cdb_tet("", cdb_element(1, {1, 2, 3})), "mesh:16: element 10 has 3 nodes"},
+        {cdb_tet("", cdb_element(7, {1, 2, 3, 3})), "mesh:16: element type 7 is not defined"},
+        {cdb_tet("", cdb_element(1, {1, 2, 3, 3, 8, 8, 8, 8})), "mesh:16: element 10: node 8 is not defined"},
+        {cdb_tet("", "      3      1\n"), "mesh:16: an element has 11 numbers and 1 to 20 nodes"},
+        {cdb_tet("CMBLOCK,a,NODE,  2\n(8i10)\n         3        -1\n"),
+         "mesh:20: a range of the component a does not rise"},
+        {cdb_tet("CMBLOCK,a,NODE,  2000000000\n(8i10)\n         3\n"), "mesh:20: the file ends within a block"},
     };
     for (const auto& [text, expected] : cases)
         EXPECT_EQ(complaint_of(text), expected);

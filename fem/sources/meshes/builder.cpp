@@ -49,8 +49,8 @@ Element& MeshBuilder::add_element(int id, const ElementType& type, std::span<con
 
 void MeshBuilder::add_to_set(const std::string& name, std::span<const int> nodes)
 {
-    auto& set = sets_[name];
-    set.insert(set.end(), nodes.begin(), nodes.end());
+    for (int id : nodes)
+        add_range_to_set(name, id, id);
 }
 
 int MeshBuilder::find_node(int id) const
@@ -150,17 +150,25 @@ void MeshBuilder::judge_density()
 
 void MeshBuilder::resolve_sets()
 {
-    for (auto& [name, ids] : sets_)
+    const auto& nodes = result_.mesh.nodes;
+    for (auto& [name, ranges] : sets_)
     {
-        std::sort(ids.begin(), ids.end());
-        ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
+        std::sort(ranges.begin(), ranges.end());
+        ranges.erase(std::unique(ranges.begin(), ranges.end()), ranges.end());
         std::vector<int> indexes;
-        for (int id : ids)
-            if (const int index = find_node(id); index >= 0)
-                indexes.push_back(index);
-        if (indexes.size() < ids.size())
-            note("set " + name + ": " + std::to_string(ids.size() - indexes.size()) +
-                 " of its nodes are not defined and left out");
+        size_t undefined = 0;
+        for (const auto& [first, last] : ranges)
+        {
+            auto at = std::lower_bound(nodes.begin(), nodes.end(), first,
+                                       [](const Node& node, int id) { return node.id < id; });
+            undefined += first == last && (at == nodes.end() || at->id != first) ? 1 : 0;
+            for (; at != nodes.end() && at->id <= last; ++at)
+                indexes.push_back(int(at - nodes.begin()));
+        }
+        std::sort(indexes.begin(), indexes.end());
+        indexes.erase(std::unique(indexes.begin(), indexes.end()), indexes.end());
+        if (undefined > 0)
+            note("set " + name + ": " + std::to_string(undefined) + " of its nodes are not defined and left out");
         if (!indexes.empty())
             result_.node_sets[name] = std::move(indexes);
     }

@@ -31,6 +31,8 @@ public:
     Element& add_element(int id, const ElementType& type, std::span<const int> nodes, int file, int64_t line);
     // Ids of nodes; those that are never defined are left out with a note.
     void add_to_set(const std::string& name, std::span<const int> nodes);
+    // All that are defined from first to last.
+    void add_range_to_set(const std::string& name, int first, int last) { sets_[name].push_back({first, last}); }
 
     // In the order in which they were added.
     std::vector<Element>& elements() { return result_.mesh.elements; }
@@ -57,7 +59,7 @@ private:
     MeshFile result_;
     std::unordered_map<int, int> node_index_;
     std::unordered_set<int> element_ids_;
-    std::map<std::string, std::vector<int>> sets_; // ids
+    std::map<std::string, std::vector<std::pair<int, int>>> sets_; // ids, first and last
     std::map<std::string, int64_t> skipped_;
     bool density_left_ = false;
 };

@@ -112,7 +112,6 @@ private:
     Vector3d to_basic(const Vector3d& at, int system, const Place& from);
     void add_nodes();
     void apply_properties();
-    void add_sets();
 
     BulkReader cards_;
     Progress& progress_;
@@ -125,7 +124,6 @@ private:
     std::map<int, double> densities_; // by material
     std::vector<int> element_properties_;
     std::set<int> face_properties_;
-    std::map<int, std::vector<std::pair<int, int>>> sets_; // ranges of ids
     std::map<std::string, int64_t> skipped_;
     double mass_factor_ = 1.0;
 };
@@ -265,19 +263,16 @@ void NastranReader::material(const BulkCard& card)
 
 void NastranReader::set(const BulkCard& card)
 {
-    auto& ranges = sets_[card.integer(0)];
     for (size_t i = 1; i < card.fields.size(); ++i)
     {
         if (card.is_blank(i))
             continue;
-        if (card.word(i) == "THRU")
-        {
-            if (i < 2 || card.integer(i + 1) < ranges.back().first)
-                card.fail("THRU stands between two numbers that rise");
-            ranges.back().second = card.integer(++i);
-        }
-        else
-            ranges.push_back({card.integer(i), card.integer(i)});
+        const int first = card.integer(i);
+        const bool range = card.word(i + 1) == "THRU";
+        if (range && card.integer(i + 2) < first)
+            card.fail("THRU stands between two numbers that rise");
+        builder_.add_range_to_set(std::to_string(card.integer(0)), first, range ? card.integer(i + 2) : first);
+        i += range ? 2 : 0;
     }
 }
 
@@ -399,26 +394,6 @@ void NastranReader::apply_properties()
             builder_.leave_density("CTRIA6 and CQUAD8 are not read, which have a property");
 }
 
-// Of ranges, numbers that are not defined are left out.
-void NastranReader::add_sets()
-{
-    std::vector<int> ids;
-    for (const Grid& grid : grids_)
-        ids.push_back(grid.id);
-    std::sort(ids.begin(), ids.end());
-    for (const auto& [number, ranges] : sets_)
-    {
-        std::set<int> members;
-        for (const auto& [first, last] : ranges)
-            if (first == last)
-                members.insert(first);
-            else
-                members.insert(std::lower_bound(ids.begin(), ids.end(), first),
-                               std::upper_bound(ids.begin(), ids.end(), last));
-        builder_.add_to_set(std::to_string(number), std::vector(members.begin(), members.end()));
-    }
-}
-
 MeshFile NastranReader::read()
 {
     BulkCard card;
@@ -435,7 +410,6 @@ MeshFile NastranReader::read()
         builder_.add_file(cards_.files()[0]);
     add_nodes();
     apply_properties();
-    add_sets();
     for (const auto& [name, count] : skipped_)
         builder_.skip(name, count);
     return builder_.finish();

@@ -11,11 +11,13 @@ namespace zel_fem::meshes
 {
 
 // Whether a line, without blanks around it, can only stand in a file of the format. Lines are asked from the first one on.
+bool is_cdb(std::string_view line);
 bool is_deck(std::string_view line);
 bool is_gmsh(std::string_view line);
 bool is_nastran(std::string_view line);
 bool is_node_table(std::string_view line);
 
+MeshFile read_cdb(const std::string& path, Progress& progress);
 MeshFile read_deck(const std::string& path, Progress& progress);
 MeshFile read_gmsh(const std::string& path, Progress& progress);
 MeshFile read_nastran(const std::string& path, Progress& progress);
