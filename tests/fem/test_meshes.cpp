@@ -1,6 +1,7 @@
 // Mesh files of other programs: one model in every dialect, the traps of each, and files that are damaged.
 #include <filesystem>
 #include <fstream>
+#include <zlib.h>
 
 #include "fem/sources/meshes/mesh_file.h"
 #include "fixtures.h"
@@ -354,8 +355,8 @@ static std::string cdb_tet(const std::string& more, const std::string& elements 
            "       3       0       0 0.0000000000000E+001.0000000000000e+000\n"
            "       4       0       0 0.0000000000000E+00   -4.996003611e-016 1.0000000000000E+00\n"
            "N,R5.3,LOC,       -1,\nEBLOCK,19,SOLID\n(19i7)\n" +
-           dialects::columns({3, 1, 1, 1, 0, 0, 0, 0, 8, 0, 9, 1, 2, 3, 3, 4, 4, 4, 4}, 7) + "\n" +
-           elements + "     -1\nMP,DENS,3,2.\n" + more;
+           dialects::columns({3, 1, 1, 1, 0, 0, 0, 0, 8, 0, 9, 1, 2, 3, 3, 4, 4, 4, 4}, 7) + "\n" + elements +
+           "     -1\nMP,DENS,3,2.\n" + more;
 }
 
 static std::string cdb_element(int type, const std::vector<int>& nodes)
@@ -452,4 +453,66 @@ TEST(NodeTables, AreRefusedWhereTheyAreDamaged)
     };
     for (const auto& [text, expected] : cases)
         EXPECT_EQ(complaint_of(text), expected);
+}
+
+// ---- Damage ------------------------------------------------------------------------------------------------------------
+
+// Whether a text is a mesh in order or refused by name; anything else is thrown or crashes.
+static bool is_read(const TemporaryFolder& folder, const std::string& text)
+{
+    try
+    {
+        const MeshFile file = read_mesh_file(write_file(folder, "mesh", text), silent);
+        for (const Element& element : file.mesh.elements)
+            for (int i = 0; i < node_count(element.type->shape); ++i)
+                EXPECT_LT(size_t(element.nodes[size_t(i)]), file.mesh.nodes.size());
+        for (size_t i = 1; i < file.mesh.nodes.size(); ++i)
+            EXPECT_LT(file.mesh.nodes[i - 1].id, file.mesh.nodes[i].id);
+        for (const auto& [name, nodes] : file.node_sets)
+            EXPECT_TRUE(std::is_sorted(nodes.begin(), nodes.end()) && size_t(nodes.back()) < file.mesh.nodes.size());
+        return true;
+    }
+    catch (const InputError& error)
+    {
+        EXPECT_EQ(std::string(error.what()).rfind(folder.folder(), 0), 0u) << error.what();
+        return false;
+    }
+}
+
+// Cut at many places, and with one to three bytes exchanged for others that mean something somewhere.
+TEST(DamagedMeshes, AreReadOrRefused)
+{
+    const TemporaryFolder folder;
+    std::mt19937 random(1);
+    const std::string letters = "0123456789-+*,.=$ \n\tEGRx\xff";
+    for (const dialects::Dialect& dialect : dialects::all())
+    {
+        SCOPED_TRACE(dialect.name);
+        const std::string text = dialect.write(dialects::box(Shape::wedge15));
+        ASSERT_TRUE(is_read(folder, text));
+        int refused = 0;
+        for (size_t end = 0; end < text.size(); end += text.size() / 31)
+            refused += is_read(folder, text.substr(0, end)) ? 0 : 1;
+        for (int round = 0; round < 60; ++round)
+        {
+            std::string damaged = text;
+            for (int k = 0; k <= round % 3; ++k)
+                damaged[random() % damaged.size()] = letters[random() % letters.size()];
+            refused += is_read(folder, damaged) ? 0 : 1;
+        }
+        EXPECT_GT(refused, 40);
+    }
+}
+
+// Each is read the same way through gzip, whatever its name.
+TEST(DamagedMeshes, AreCutOffInGzip)
+{
+    const TemporaryFolder folder;
+    const std::string text = dialects::flat_deck(dialects::box(Shape::hex20)), path = folder.path("mesh.inp.gz");
+    gzFile_s* file = gzopen(path.c_str(), "wb");
+    gzwrite(file, text.data(), unsigned(text.size()));
+    gzclose(file);
+    EXPECT_EQ(read_mesh_file(folder.path("mesh.inp"), silent).mesh.nodes.size(), 32u);
+    std::filesystem::resize_file(path, std::filesystem::file_size(path) / 2);
+    EXPECT_THROW(read_mesh_file(path, silent), InputError);
 }
