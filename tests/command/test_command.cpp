@@ -1,5 +1,6 @@
 // The `zel` command as a user runs it: output, JSON, exit status, what is left behind.
 #include "box.h"
+#include "command/run.h"
 #include "fixtures.h"
 
 #include "fem/interrupt.h"
@@ -25,26 +26,6 @@
 
 namespace
 {
-struct Outcome
-{
-    int status;
-    std::string output, errors;
-};
-
-Outcome run(const TemporaryFolder& folder, const std::string& arguments)
-{
-    const std::string errors = folder.path("stderr");
-    const std::string command = "cd " + folder.folder() + " && " + ZEL_COMMAND + " " + arguments + " 2>" + errors;
-    FILE* pipe = popen(command.c_str(), "r");
-    Outcome result = {};
-    std::array<char, 4096> part;
-    for (size_t got; (got = std::fread(part.data(), 1, part.size(), pipe)) > 0;)
-        result.output.append(part.data(), got);
-    result.status = WEXITSTATUS(pclose(pipe));
-    result.errors = bytes_of(errors);
-    return result;
-}
-
 // Everything that a terminal of its own is sent by a process.
 std::string sent_to_terminal(const std::function<void()>& process)
 {

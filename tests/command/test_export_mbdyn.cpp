@@ -1,0 +1,303 @@
+// `zel export OUT.fem`: the modal data of MBDyn, read by a parser that is as particular as the solver's.
+#include "box.h"
+#include "command/run.h"
+#include "fixtures.h"
+
+#include <sstream>
+
+namespace
+{
+// Numbers of each group as MBDyn reads them: group 1 behind exactly one comment line, every mode behind exactly one, other lines
+// that begin with ** skipped.
+struct ModalFile
+{
+    std::map<int, std::vector<double>> groups;
+    std::vector<std::string> labels;
+    std::string text;
+    size_t nodes = 0, modes = 0;
+
+    explicit ModalFile(const std::string& bytes) : text(bytes)
+    {
+        std::istringstream lines(bytes);
+        for (std::string line; next(lines, line) && line != "** END OF FILE";)
+            if (line.starts_with("** RECORD GROUP "))
+                read_group(lines, std::stoi(line.substr(16)));
+        std::string rest;
+        EXPECT_FALSE(std::getline(lines, rest)) << rest;
+    }
+    double phi(size_t mode, size_t node, size_t component) const
+    {
+        return groups.at(8)[6 * (mode * nodes + node) + component];
+    }
+    double mass(size_t node) const { return groups.at(11)[6 * node]; }
+    double matrix(int group, size_t row, size_t column) const { return groups.at(group)[column * modes + row]; }
+
+private:
+    static bool next(std::istream& lines, std::string& line)
+    {
+        const bool read = bool(std::getline(lines, line));
+        EXPECT_LT(line.size(), 8192u);
+        return read;
+    }
+    // So many words, at most six a line.
+    static std::vector<std::string> words(std::istream& lines, size_t count)
+    {
+        std::vector<std::string> all;
+        for (std::string line, word; all.size() < count && next(lines, line);)
+        {
+            const size_t before = all.size();
+            for (std::istringstream words(line); words >> word;)
+                all.push_back(word);
+            EXPECT_LE(all.size() - before, 6u) << line;
+            if (line.starts_with("*") || all.size() == before)
+                throw std::runtime_error("no numbers: " + line);
+        }
+        EXPECT_EQ(all.size(), count);
+        return all;
+    }
+    void read_group(std::istream& lines, int number)
+    {
+        std::string line;
+        std::vector<double>& values = groups[number];
+        const auto take = [&](size_t count) {
+            for (const std::string& word : words(lines, count))
+                values.push_back(std::stod(word));
+        };
+        if (number == 1)
+        {
+            next(lines, line);
+            EXPECT_TRUE(line.starts_with("**"));
+            std::string revision;
+            size_t others[3] = {9, 9, 9};
+            lines >> revision >> nodes >> modes >> others[0] >> others[1] >> others[2] >> std::ws;
+            EXPECT_EQ(revision, "REV0");
+            EXPECT_EQ(others[0] + others[1] + others[2], 0u);
+        }
+        else if (number == 2)
+            labels = words(lines, nodes);
+        else if (number == 8)
+            for (size_t mode = 0; mode < modes; ++mode)
+            {
+                next(lines, line);
+                EXPECT_TRUE(line.starts_with("**")) << line;
+                take(6 * nodes);
+            }
+        else
+            take(number <= 4    ? modes
+                 : number <= 7  ? nodes
+                 : number == 11 ? 6 * nodes
+                 : number == 12 ? 13
+                                : modes * modes);
+    }
+};
+
+class MbdynExport : public ZelTest
+{
+protected:
+    ModalFile exported(const std::string& arguments)
+    {
+        outcome = run(folder, "export " + arguments + " -o out.fem");
+        EXPECT_EQ(outcome.status, 0) << outcome.errors;
+        return ModalFile(bytes_of(folder.path("out.fem")));
+    }
+    ZELDATA* opened(const std::string& name) { return ZEL_CreateFromZEL(folder.path(name).c_str()); }
+    void import_beam(const std::string& options, const std::string& name)
+    {
+        ASSERT_EQ(run(folder, "import ccx " ZEL_SOURCE "/examples/ccx/tied_beam -u mm,t,s,N --options '" + options +
+                                  "' -o " + name)
+                      .status,
+                  0);
+    }
+    TemporaryFolder folder;
+    Outcome outcome;
+};
+} // namespace
+
+TEST_F(MbdynExport, HasTheBoxByHand)
+{
+    ZELDATA* db = box();
+    ZEL_SetGeneralizedDamping(db, 7, 7, 12.5);
+    ZEL_SetNodalInertia(db, 8, 0.25, 0.5, 0.75, 0, 0, 0);
+    write_and_free(db, folder.path("box.zel"), "");
+    ASSERT_EQ(run(folder, "export box.zel -o 'a \"box\".fem'").status, 0);
+    const ModalFile file(bytes_of(folder.path("a \"box\".fem")));
+    EXPECT_EQ(file.labels, (std::vector<std::string>{"1", "2", "3", "4", "5", "6", "7", "8"}));
+    ASSERT_EQ(file.modes, 1u);
+    EXPECT_EQ(file.groups.at(3), std::vector<double>{0.0});
+    EXPECT_EQ(file.groups.at(5), (std::vector<double>{0, 0, 0, 0, 2, 2, 2, 2}));
+    EXPECT_EQ(file.groups.at(7), (std::vector<double>{0, 1, 0, 1, 0, 1, 0, 1}));
+    const double sign = file.phi(0, 7, 0) > 0.0 ? 1.0 : -1.0;
+    for (size_t node = 0; node < 8; ++node)
+    {
+        EXPECT_NEAR(sign * file.phi(0, node, 0), (node < 4 ? -1.0 : 1.0) / std::sqrt(24.0), 1e-12);
+        EXPECT_EQ(file.phi(0, node, 4), 0.0);
+        EXPECT_EQ(file.mass(node), 3.0);
+    }
+    EXPECT_EQ(std::vector<double>(file.groups.at(11).end() - 6, file.groups.at(11).end()),
+              (std::vector<double>{3, 3, 3, 0.25, 0.5, 0.75}));
+    EXPECT_NEAR(file.groups.at(9)[0], 1.0, 1e-12);
+    EXPECT_NEAR(file.groups.at(10)[0], std::pow(100.0 * M_PI, 2), 1e-7);
+    EXPECT_NEAR(file.groups.at(13).at(0), 12.5, 1e-10);
+    const std::vector<double> rigid = {24, 1, 0.5, 0.5, 12.25, 0, 0, 0, 30.5, 0, 0, 0, 30.75};
+    for (size_t i = 0; i < rigid.size(); ++i)
+        EXPECT_NEAR(file.groups.at(12)[i], rigid[i], 1e-12) << i;
+    const std::string input = bytes_of(folder.path("a \"box\".mbd"));
+    EXPECT_NE(input.find("\n    structural: 1, modal, null, eye, null, null;\n"), std::string::npos) << input;
+    EXPECT_NE(input.find("\n    joint: 1, modal, 1, 1, from file, damping from file, \"a \\\"box\\\".fem\", 0;\n"),
+              std::string::npos)
+        << input;
+}
+
+// With shapes at all nodes the products of the modes are those over the body's own masses, whatever modes and units are chosen.
+TEST_F(MbdynExport, KeepsTheMassesOfABodyWithShapesAtAllNodes)
+{
+    import_beam("", "beam.zel");
+    const ModalFile file = exported("beam.zel --modes 1-9,12");
+    EXPECT_EQ(file.groups.count(13), 0u);
+    const std::string input = bytes_of(folder.path("out.mbd"));
+    EXPECT_NE(input.find("joint: 1, modal, 1, 4, from file, no damping, \"out.fem\", 0;"), std::string::npos);
+    const int numbers[] = {7, 8, 9, 12};
+    ZELDATA* db = opened("beam.zel");
+    const size_t nodes = size_t(ZEL_NodeCount(db));
+    ASSERT_EQ(file.nodes, nodes);
+    std::vector<std::vector<double>> shapes(4, std::vector<double>(3 * nodes));
+    for (size_t k = 0; k < 4; ++k)
+    {
+        ASSERT_TRUE(ZEL_Mode(db, numbers[k], ZEL_MODE_SHAPE, shapes[k].data(), 1));
+        for (size_t i = 0; i < 3 * nodes; ++i)
+            ASSERT_EQ(file.phi(k, i / 3, 3 + i % 3), shapes[k][i]);
+        ASSERT_TRUE(ZEL_Mode(db, numbers[k], ZEL_MODE_SHAPE, shapes[k].data(), 0));
+    }
+    for (size_t i = 0; i < 4; ++i)
+        for (size_t j = 0; j < 4; ++j)
+        {
+            double own = 0.0, sum = 0.0;
+            for (size_t p = 0; p < nodes; ++p)
+                for (size_t c = 0; c < 3; ++c)
+                {
+                    own += ZEL_NodalMass(db, int(p)) * shapes[i][3 * p + c] * shapes[j][3 * p + c];
+                    sum += file.groups.at(11)[6 * p + c] * file.phi(i, p, c) * file.phi(j, p, c);
+                }
+            EXPECT_NEAR(sum, own, 1e-12);
+            EXPECT_EQ(file.matrix(9, i, j), i == j ? 1.0 : 0.0);
+            EXPECT_TRUE(i == j || file.matrix(10, i, j) == 0.0);
+        }
+    const ModalFile other = exported("beam.zel --modes 7-9,12 --units m,kg,s,N");
+    EXPECT_NEAR(other.groups.at(12)[0], 1e3 * file.groups.at(12)[0], 1e-12);
+    EXPECT_NEAR(other.groups.at(5).back(), 1e-3 * file.groups.at(5).back(), 1e-12);
+    for (size_t i = 0; i < 4; ++i)
+        EXPECT_NEAR(other.matrix(10, i, i) / other.matrix(9, i, i) / file.matrix(10, i, i), 1.0, 1e-9);
+}
+
+// A body with mass on nodes without shapes: what the solver sums has the body's momenta, as closely as the file says.
+TEST_F(MbdynExport, FitsMassesWhereShapesAreMissing)
+{
+    import_beam("full_invar", "beam.zel");
+    const ModalFile file = exported("beam.zel");
+    ZELDATA* db = opened("beam.zel");
+    ASSERT_LT(file.nodes, size_t(ZEL_NodeCount(db)));
+    const size_t stated = file.text.find(" within ");
+    ASSERT_NE(stated, std::string::npos);
+    const double residual = std::stod(file.text.substr(stated + 8));
+    EXPECT_LE(residual, 1e-3);
+    EXPECT_NE(outcome.output.find("fitted"), std::string::npos) << outcome.output;
+
+    const double mass = ZEL_Invar1(db);
+    double *first = ZEL_Invar2(db), *tensor = ZEL_Invar7(db), *third = ZEL_Invar3(db), *fourth = ZEL_Invar4(db);
+    const std::array<double, 3> c = {first[0] / mass, first[1] / mass, first[2] / mass};
+    double sum = 0.0, about[9] = {}, moment[3] = {};
+    const size_t all = size_t(ZEL_ModeCount(db)), rigid = all - file.modes;
+    std::vector<double> momenta(3 * file.modes), angular(3 * file.modes);
+    for (size_t p = 0; p < file.nodes; ++p)
+    {
+        const double m = file.mass(p), r[] = {file.groups.at(5)[p], file.groups.at(6)[p], file.groups.at(7)[p]};
+        EXPECT_GE(m, 0.0);
+        sum += m;
+        for (size_t i = 0; i < 3; ++i)
+        {
+            moment[i] += m * r[i];
+            for (size_t j = 0; j < 3; ++j)
+                about[3 * i + j] += m * ((i == j) * (r[0] * r[0] + r[1] * r[1] + r[2] * r[2]) - r[i] * r[j]);
+            for (size_t k = 0; k < file.modes; ++k)
+            {
+                const size_t a = (i + 1) % 3, b = (i + 2) % 3;
+                momenta[3 * k + i] += m * file.phi(k, p, i);
+                angular[3 * k + i] += m * ((r[a] - c[a]) * file.phi(k, p, b) - (r[b] - c[b]) * file.phi(k, p, a));
+            }
+        }
+    }
+    const double square = (file.groups.at(12)[4] + file.groups.at(12)[8] + file.groups.at(12)[12]) / (2.0 * mass);
+    const double allowed = 1.1 * residual + 1e-12, length = std::sqrt(square);
+    EXPECT_NEAR(sum / mass, 1.0, allowed);
+    for (size_t i = 0; i < 3; ++i)
+        EXPECT_NEAR(moment[i] / mass / length, c[i] / length, allowed * (1.0 + std::fabs(c[i]) / length));
+    const double shift = 1.0 + (c[0] * c[0] + c[1] * c[1] + c[2] * c[2]) / square;
+    for (size_t i = 0; i < 9; ++i)
+        EXPECT_NEAR(about[i] / mass / square, tensor[i] / mass / square, 2.0 * allowed * shift);
+    for (size_t k = 0; k < file.modes; ++k)
+        for (size_t i = 0; i < 3; ++i)
+        {
+            const size_t a = (i + 1) % 3, b = (i + 2) % 3, mode = rigid + k;
+            const double own = fourth[i * all + mode] - c[a] * third[b * all + mode] + c[b] * third[a * all + mode];
+            const double scale = std::sqrt(mass * file.matrix(9, k, k));
+            EXPECT_NEAR(momenta[3 * k + i] / scale, third[i * all + mode] / scale, allowed);
+            EXPECT_NEAR(angular[3 * k + i] / scale / length, own / scale / length, allowed);
+        }
+    for (double* values : {first, tensor, third, fourth})
+        std::free(values);
+    const std::string bytes = file.text;
+    EXPECT_EQ(exported("beam.zel").text, bytes);
+    EXPECT_EQ(exported("beam.zel --nodes faces").text, bytes);
+}
+
+// What cannot be exported right is refused by name, and older files stand. An input that was edited is never lost.
+TEST_F(MbdynExport, RefusesWhatTheSolverWouldGetWrong)
+{
+    import_beam("full_invar", "beam.zel");
+    import_beam("no_ortho", "coupled.zel");
+    ASSERT_EQ(run(folder, "convert beam.zel some.zel --options 82_comp").status, 0);     // loses the invariants
+    ASSERT_EQ(run(folder, "convert some.zel zeros.zel --options full_invar").status, 0); // gets some that are zero
+    ASSERT_EQ(run(folder, "convert beam.zel kn.zel --units mm,t,s,kN").status, 0);
+    write_and_free(box(), folder.path("box.zel"), "");
+    ZELDATA* crooked = box();
+    ZEL_MakeRoom(crooked, 8, 8);
+    ZEL_SetMode(crooked, 8, 8, 0, 0, 1.0, 0, 0, 0, 0);
+    for (const auto& [row, column, value] : {std::tuple(7, 8, 0.5), std::tuple(8, 8, 1.0), std::tuple(8, 7, 0.25)})
+        ZEL_SetGeneralizedMass(crooked, row, column, value);
+    ZEL_SetGeneralizedStiffness(crooked, 8, 8, 1e6);
+    write_and_free(crooked, folder.path("crooked.zel"), "no_ortho");
+    write_bytes(folder.path("out.fem"), "older");
+    const std::pair<const char*, const char*> wrong[] = {
+        {"kn.zel -o out.fem", "the units MEGAGRAM, MILLIMETER, SECOND, KNEWTON do not belong together"},
+        {"beam.zel --units m,kg,s,kN -o out.fem", "--units names others"},
+        {"box.zel --modes 1-6 -o out.fem", "the body has no flexible modes"},
+        {"coupled.zel -o out.fem", "can move rigidly in 6 ways"},
+        {"crooked.zel --modes 7,8 -o out.fem", "the generalized mass is not symmetric"},
+        {"some.zel -o out.fem", "invariants 3 and 4 of the body are not known"},
+        {"zeros.zel -o out.fem", "invariants 3 and 4 of the body are not known"},
+        {"beam.zel --nodes interface -o out.fem", "--nodes all takes more"},
+        {"box.zel --nodes edges -o out.fem", "edges"},
+        {"box.zel --nodes all -o out.vtu", "--nodes is for .fem"},
+        {"box.zel -o box.fem/out.fem", "cannot be written"},
+    };
+    for (const auto& [arguments, message] : wrong)
+    {
+        const Outcome refused = run(folder, std::string("export ") + arguments);
+        EXPECT_EQ(refused.status, 2) << arguments;
+        EXPECT_NE(refused.errors.find(message), std::string::npos) << refused.errors;
+        EXPECT_EQ(refused.output, "");
+    }
+    EXPECT_EQ(bytes_of(folder.path("out.fem")), "older");
+    EXPECT_EQ(folder.files(), (std::vector<std::string>{"beam.zel", "box.zel", "coupled.zel", "crooked.zel", "kn.zel",
+                                                        "out.fem", "some.zel", "stderr", "zeros.zel"}));
+
+    EXPECT_EQ(exported("box.zel").modes, 1u);
+    EXPECT_EQ(exported("beam.zel").modes, 16u); // replaces an input that nobody changed
+    const std::string edited = bytes_of(folder.path("out.mbd")) + "# mine\n", before = bytes_of(folder.path("out.fem"));
+    write_bytes(folder.path("out.mbd"), edited);
+    const Outcome kept = run(folder, "export box.zel -o out.fem");
+    EXPECT_EQ(kept.status, 2);
+    EXPECT_NE(kept.errors.find("out.mbd: is no file that zel exported, or was changed since"), std::string::npos);
+    EXPECT_EQ(bytes_of(folder.path("out.mbd")), edited);
+    EXPECT_EQ(bytes_of(folder.path("out.fem")), before);
+}
