@@ -6,6 +6,8 @@
 #include "format/format.h"
 #include "stream/stream.h"
 
+#include <algorithm>
+
 namespace zel
 {
 
@@ -40,12 +42,14 @@ inline int64_t block_size(const ZELDATA* db, const Block& row)
     return db->block_offset[row.number] - db->block_offset[row.number - 1];
 }
 
-// Tells the progress, before item i of `count` in a block, now and then. False when the operation is ended.
+// Tells the progress, before item i of `count` in a block, now and then. False when the operation is ended. Damaged blocks have
+// items without a count.
 inline bool reads_on(Reader& in, const Block& row, int64_t i, int64_t count)
 {
     constexpr int64_t kItems = 16384;
-    return i % kItems != 0 || in.progress.reach(block_start(in.db, row) +
-                                                int64_t(double(block_size(in.db, row)) * double(i) / double(count)));
+    return i % kItems != 0 ||
+           in.progress.reach(block_start(in.db, row) +
+                             int64_t(double(block_size(in.db, row)) * double(i) / double(std::max<int64_t>(count, 1))));
 }
 
 // The items of a block from its start to its end. A file that cannot be positioned fails at the first item.
