@@ -232,14 +232,16 @@ inline std::string deck_mesh(const MeshFile& file, const std::vector<Node>& node
 
 inline std::string deck_section(const MeshFile& file)
 {
-    return zel_fem::is_shell(file.mesh.elements[0].type->shape)
-               ? text("*Shell Section, elset=BODY, material=Steel\n%g, 5\n", kThickness)
+    const Element& element = file.mesh.elements[0];
+    return zel_fem::is_shell(element.type->shape)
+               ? text("*Shell Section, elset=BODY, material=Steel\n%.17g, 5\n", element.thickness)
                : "*Solid Section, elset=BODY, material=Steel\n,\n";
 }
 
-inline std::string deck_material()
+inline std::string deck_material(const MeshFile& file)
 {
-    return text("** the material\n*MATERIAL, NAME=STEEL\n*Density\n%g,\n*Elastic\n210000., 0.3\n", kDensity);
+    return text("** the material\n*MATERIAL, NAME=STEEL\n*Density\n%.17g,\n*Elastic\n210000., 0.3\n",
+                file.mesh.elements[0].density);
 }
 
 inline std::string deck_sets(const MeshFile& file, const std::string& options)
@@ -253,7 +255,7 @@ inline std::string deck_sets(const MeshFile& file, const std::string& options)
 inline std::string flat_deck(const MeshFile& file)
 {
     return "*Heading\n" + file.title + "\n" + deck_mesh(file, shuffled(file.mesh)) + deck_section(file) +
-           deck_material() + deck_sets(file, "") +
+           deck_material(file) + deck_sets(file, "") +
            "*Boundary\nROOT, 1, 3\n*Step\n*Frequency, solver=matrixstorage\n*End Step";
 }
 
@@ -277,7 +279,7 @@ inline std::string abaqus_deck(const MeshFile& file, bool in_instance)
            (in_instance ? mesh : "") + "*End Instance\n**\n" + deck_sets(file, ", instance=block-1") +
            "*Elset, elset=_face_S1, internal, instance=block-1, generate\n 1, 4, 1\n*Surface, type=ELEMENT, name=face\n"
            "_face_S1, S1\n*End Assembly\n" +
-           deck_material() +
+           deck_material(file) +
            "*Step, name=Step-1, nlgeom=NO\n*Matrix Generate, Stiffness, Mass\n*Matrix Output, Stiffness, Mass\n"
            "*End Step";
 }
@@ -450,9 +452,9 @@ inline std::string nastran(const MeshFile& file, Fields form)
         data.insert(data.begin(), {std::to_string(element.id), "3"});
         result += bulk_card(names.at(10 * corner_count(shape) + (shell ? 1 : 0)), data, form);
     }
-    result += shell ? bulk_card("PSHELL", {"3", "4", nastran_real(kThickness, form), "4"}, form)
+    result += shell ? bulk_card("PSHELL", {"3", "4", nastran_real(file.mesh.elements[0].thickness, form), "4"}, form)
                     : bulk_card("PSOLID", {"3", "4"}, form);
-    result += bulk_card("MAT1", {"4", "210000.", "", ".3", nastran_real(kDensity, form)}, form);
+    result += bulk_card("MAT1", {"4", "210000.", "", ".3", nastran_real(file.mesh.elements[0].density, form)}, form);
     int set = 1; // in the order of names
     for (const auto& [name, nodes] : file.node_sets)
     {
@@ -545,7 +547,7 @@ inline std::string cdb(const MeshFile& file)
     }
     return result + text("MPTEMP,R5.0, 1, 1,  0.00000000    ,\nMPDATA,R5.0, 1,EX  ,       4, 1,  210000.000    ,\n"
                          "MPDATA,R5.0, 1,DENS,       4, 1, %.10E,\n/GO\nFINISH\n",
-                         kDensity);
+                         file.mesh.elements[0].density);
 }
 
 // ---- All of them -------------------------------------------------------------------------------------------------------

@@ -9,6 +9,7 @@
 #include "fem/sources/matrices/matrix_file.h"
 #include "fem/sources/text_file.h"
 #include "fixtures.h"
+#include "mesh_dialects.h"
 
 using namespace zel_fem;
 using namespace zel_fem::matrices;
@@ -102,7 +103,7 @@ private:
 // Matrices and map as files that are written for it; the mesh is set by others.
 using WriteMatrices = Input (*)(const DialectBeam& beam, const TemporaryFolder& folder);
 // The path of the mesh that is written.
-using WriteMesh = std::string (*)(const DialectBeam& beam, const TemporaryFolder& folder);
+using WriteMesh = std::function<std::string(const DialectBeam& beam, const TemporaryFolder& folder)>;
 
 // act(i, j, value) for all entries that are not zero, column after column.
 template <typename Act> static void each_entry(const MatrixXd& matrix, const Act& act)
@@ -296,9 +297,20 @@ constexpr MatrixDialect kMatrixDialects[] = {
     {"six rows a node", six_a_node},
 };
 
-constexpr MeshDialect kMeshDialects[] = {
-    {"tables", tables, false},
-};
+static std::vector<MeshDialect> mesh_dialects()
+{
+    std::vector<MeshDialect> all = {{"tables", tables, false}};
+    for (const dialects::Dialect& dialect : dialects::all())
+        all.push_back({dialect.name,
+                       [write = dialect.write](const DialectBeam& beam, const TemporaryFolder& folder) {
+                           meshes::MeshFile file;
+                           file.mesh = beam.model.mesh;
+                           file.node_sets = beam.model.node_sets;
+                           return write_file(folder, "mesh", write(file));
+                       },
+                       dialect.density});
+    return all;
+}
 
 static ReductionOptions in_millimetres(int modes)
 {
@@ -367,8 +379,8 @@ TEST(MatrixFiles, OfOneModelAreTheSameInEveryDialect)
         }
     };
     for (const MatrixDialect& dialect : kMatrixDialects)
-        judge(dialect, kMeshDialects[0]);
-    for (const MeshDialect& dialect : kMeshDialects)
+        judge(dialect, {"tables", tables, false});
+    for (const MeshDialect& dialect : mesh_dialects())
         judge(kMatrixDialects[0], dialect);
 }
 

@@ -3,6 +3,7 @@
 #include <fstream>
 #include <zlib.h>
 
+#include "fem/sources/ccx/deck.h"
 #include "fem/sources/meshes/mesh_file.h"
 #include "fixtures.h"
 #include "mesh_dialects.h"
@@ -115,6 +116,21 @@ TEST(MeshDialects, GiveOneMesh)
                 EXPECT_NEAR(moments_of(got.mesh).mass, volume * dialects::kDensity, 1e-9 * volume * dialects::kDensity);
             }
         }
+}
+
+// What CalculiX's importer makes of the same deck.
+TEST(MeshDialects, AgreeWithTheImportOfCalculix)
+{
+    for (Shape shape :
+         {Shape::tet4, Shape::tet10, Shape::wedge6, Shape::wedge15, Shape::hex8, Shape::hex20, Shape::quad8})
+    {
+        const TemporaryFolder folder;
+        const MeshFile want = dialects::box(shape);
+        const ccx::Deck deck = ccx::read_deck(write_file(folder, "deck.inp", dialects::flat_deck(want)));
+        MeshFile got = {"", "", deck.mesh, true, want.node_sets, {}};
+        EXPECT_EQ(deck.node_sets.at("TIP").size(), want.node_sets.at("TIP").size());
+        expect_same(got, want, 0);
+    }
 }
 
 // ---- Decks -------------------------------------------------------------------------------------------------------------
