@@ -94,7 +94,7 @@ struct PointMasses
 struct Body
 {
     std::vector<Node> nodes;
-    std::vector<Element> elements; // their nodes are ids
+    std::vector<Element> elements; // their nodes are ids until they are given to the mesh, then indexes
     std::map<int, int> node_index, element_index;
     Sets node_sets, element_sets, nodes_of_elements; // the last: node sets by elements
     std::vector<Section> sections;
@@ -556,22 +556,24 @@ void MeshDeckReader::apply_sections(Body& body)
         });
 }
 
+// Gives nodes and elements to the mesh.
 void MeshDeckReader::emit(Body& body, int* next_element)
 {
     for (size_t i = 0; i < body.nodes.size(); ++i)
         builder_.add_node(body.node_numbers[i], body.nodes[i].at, {cards_.files()[0], 0});
-    for (const Element& element : body.elements)
+    for (Element& element : body.elements)
     {
         std::vector<int> nodes;
         for (int i = 0; i < node_count(element.type->shape); ++i)
         {
-            const int id = element.nodes[size_t(i)];
-            const auto found = body.node_index.find(id);
+            int& node = element.nodes[size_t(i)];
+            const auto found = body.node_index.find(node);
             if (found == body.node_index.end())
                 throw InputError({cards_.files()[size_t(element.file)], element.line},
-                                 "element " + std::to_string(element.id) + ": node " + std::to_string(id) +
+                                 "element " + std::to_string(element.id) + ": node " + std::to_string(node) +
                                      " is not defined");
-            nodes.push_back(body.node_numbers[size_t(found->second)]);
+            node = found->second;
+            nodes.push_back(body.node_numbers[size_t(node)]);
         }
         Element& added = builder_.add_element(next_element ? (*next_element)++ : element.id, *element.type, nodes,
                                               element.file, element.line);
@@ -584,7 +586,9 @@ void MeshDeckReader::emit(Body& body, int* next_element)
 // Sets of an instance are known by its name and theirs, and by theirs alone where nothing else has it.
 void MeshDeckReader::emit_sets(Body& body, const std::string& prefix, const std::map<std::string, int>& owners)
 {
-    auto add = [&](const std::string& name, const std::vector<int>& numbers) {
+    auto add = [&](const std::string& name, std::vector<int>& numbers) {
+        std::sort(numbers.begin(), numbers.end());
+        numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
         builder_.add_to_set(prefix + name, numbers);
         if (!prefix.empty() && owners.at(name) == 1)
             builder_.add_to_set(name, numbers);
@@ -607,7 +611,7 @@ void MeshDeckReader::emit_sets(Body& body, const std::string& prefix, const std:
                     return;
                 const Element& element = of.elements[size_t(index)];
                 for (int i = 0; i < node_count(element.type->shape); ++i)
-                    numbers.push_back(of.node_numbers[size_t(of.node_index.at(element.nodes[size_t(i)]))]);
+                    numbers.push_back(of.node_numbers[size_t(element.nodes[size_t(i)])]);
             });
             if (sets == &body.nodes_of_elements || body.node_sets.count(name) == 0)
                 add(name, numbers);
