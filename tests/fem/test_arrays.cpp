@@ -287,6 +287,11 @@ TEST(Arrays, ThatDoNotBelongTogetherAreRefused)
         {[](Input& in) { in.mass.values[2] = INFINITY; }, "the mass matrix has an entry that is no finite number at ("},
         {[](Input& in) { in.stiffness.values[0] *= 1.001; }, "the stiffness matrix is not symmetric: its entries at ("},
         {[](Input& in) { in.stiffness.values[1] *= 1.001; }, "the stiffness matrix resists rigid motion"},
+        {[](Input& in) { // a soft spring against torsion alone
+             for (int64_t k = in.stiffness.starts[3]; k < in.stiffness.starts[4]; ++k)
+                 in.stiffness.values[size_t(k)] *= in.stiffness.indices[size_t(k)] == 3 ? 1.0001 : 1.0;
+         },
+         "the stiffness matrix resists rigid motion, most at component 4 of node 1:"},
         {[](Input& in) { in.mass.values[1] = -1; }, "the mass matrix has a negative entry on its diagonal"},
         {[](Input& in) { in.mass.values[0] *= 0.5; }, "the mass matrix is not that of a body"},
     };

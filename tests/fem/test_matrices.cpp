@@ -3,6 +3,7 @@
 #include <fstream>
 #include <numeric>
 
+#include "exercise.h"
 #include "fem/body.h"
 #include "fem/reduction.h"
 #include "fem/rigid.h"
@@ -474,6 +475,8 @@ TEST(MatrixFiles, StandRoundedNodesAndNoOthers)
 static MatrixXd read_dense(const std::string& path, Role role = Role::stiffness)
 {
     const MatrixFile file = read_matrix_file(path, role, [](double) {});
+    if (file.order > 1000) // as damage makes it: sources compare it with their rows
+        return {};
     std::vector<int64_t> rows(static_cast<size_t>(file.order));
     std::iota(rows.begin(), rows.end(), int64_t(0));
     return MatrixXd(upper_triangle(file, rows, file.order)).selfadjointView<Eigen::Upper>();
@@ -503,6 +506,14 @@ TEST(MatrixFiles, AreReadInEveryFormOfTheirFormats)
         const TemporaryFolder folder;
         const MatrixXd own = read_dense(write_file(folder, "k", text));
         EXPECT_EQ(MatrixXd(own.topLeftCorner(3, 3)), expected) << text;
+        std::mt19937 random(7);
+        for (int round = 0; round < 60; ++round) // damage is refused by InputError, or is not to be seen
+            try
+            {
+                read_dense(write_file(folder, "k", mutated(text, random)), Role::mass);
+            }
+            catch (const InputError&)
+            {}
     }
 }
 
