@@ -46,5 +46,6 @@ quietly pip install --no-deps --no-index --force-reinstall --disable-pip-version
 rm "$work"/zel-*.whl
 cd "$work"
 python -m mypy --config-file "$source/pyproject.toml" -p zel
-MYPYPATH="$source/examples/python:$here" python -m mypy --config-file "$source/pyproject.toml" "$source"/examples/python/*.py "$here"/*.py
+MYPYPATH="$source/examples/python:$source/examples/exudyn:$here" python -m mypy --config-file "$source/pyproject.toml" \
+  "$source"/examples/python/*.py "$source"/examples/exudyn/*.py "$here"/*.py
 exec python -m pytest -q -c "$source/pyproject.toml" --rootdir "$source" -p no:cacheprovider "$here" "$@"

@@ -1,5 +1,7 @@
 """Flexible bodies for multibody dynamics, in and out of numpy."""
 
+from typing import TYPE_CHECKING as _TYPE_CHECKING
+
 from ._zel import version as __version__
 from .body import Body, open
 from .compare import Comparison, Difference, Verdict, compare
@@ -10,6 +12,19 @@ from .records import Block, Entries, Faces, GlobalMass, Header, Largest, Loads, 
 from .reduction import reduce
 from .report import Report, Row, RowKind
 from .units import UNITS, Units
+
+if _TYPE_CHECKING:
+    from . import exudyn as exudyn
+else:
+
+    def __getattr__(name: str) -> object:
+        # The solver takes a while to load, and not everybody has it.
+        if name != "exudyn":
+            raise AttributeError(f"module {__name__!r} has no attribute {name!r}")
+        from importlib import import_module
+
+        return import_module(".exudyn", __name__)
+
 
 __all__ = [
     "UNITS",

@@ -47,6 +47,11 @@ def set_aside(*beginnings: str) -> Iterator[None]:
         _here.aside = ()
 
 
+def warn(text: str) -> None:
+    """A ZelWarning that points at the line outside of this package which led to it."""
+    warnings.warn(ZelWarning(text), stacklevel=_level_of_caller())
+
+
 def deliver(messages: list[tuple[int, str]], errors_raise: bool = True) -> None:
     """Log, warn and raise, as the severities of a call's messages ask for. Errors may be no more than warnings."""
     errors: list[str] = []
@@ -64,6 +69,6 @@ def deliver(messages: list[tuple[int, str]], errors_raise: bool = True) -> None:
     for text in warned:
         if text.startswith(getattr(_here, "aside", ())):
             continue
-        warnings.warn(ZelWarning(text), stacklevel=_level_of_caller())
+        warn(text)
     if errors:
         raise ZelError("\n".join(errors))
