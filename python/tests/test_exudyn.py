@@ -331,6 +331,13 @@ def test_a_slider_crank_has_the_forces_of_paper_and_its_rod_bends_as_a_beam(rod:
     assert figures[0].read_bytes() == figures[1].read_bytes() and figures[0].stat().st_size > 30_000
 
 
+def test_the_page_that_leads_to_the_solver_runs(rod: Path, monkeypatch: pytest.MonkeyPatch) -> None:
+    monkeypatch.chdir(rod.parent)
+    page = (SOURCE / "docs" / "from-fe-to-multibody.md").read_text()
+    (code,) = re.findall(r"^```python\n(.*?)^```", page, re.M | re.S)
+    exec(compile(code, "docs/from-fe-to-multibody.md", "exec"), {})
+
+
 def test_a_solver_that_is_missing_or_does_not_load_is_told(tmp_path: Path) -> None:
     package = tmp_path / "exudyn" / "__init__.py"
     package.parent.mkdir()
