@@ -1,13 +1,10 @@
 #include "fem/sources/cards.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <utility>
 
 namespace zel_fem
 {
-
-constexpr size_t kDeepestInclude = 20;
 
 std::string squeeze(std::string_view text)
 {
@@ -45,29 +42,16 @@ bool is_number(std::string_view field)
     return !digits.empty() && std::all_of(digits.begin(), digits.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-void CardReader::open(const std::string& path)
-{
-    open_.push_back(std::make_unique<LineReader>(path));
-    open_files_.push_back(int(files_.size()));
-    files_.push_back(open_.back()->place().file);
-}
-
 // The next line that is neither empty nor a comment, across included files.
 bool CardReader::next_line(DataLine& line)
 {
     std::string_view text;
-    while (!open_.empty())
+    while (files_.next(text))
     {
-        if (!open_.back()->next(text))
-        {
-            open_.pop_back();
-            open_files_.pop_back();
-            continue;
-        }
         text = trim(text);
         if (text.empty() || text.substr(0, 2) == "**")
             continue;
-        line = {std::string(text), open_files_.back(), int(open_.back()->place().line)};
+        line = {std::string(text), files_.file(), int(files_.place().line)};
         if (text[0] != '*' || capitals(squeeze(split(text)[0])) != "*INCLUDE")
             return true;
         include(line);
@@ -75,10 +59,8 @@ bool CardReader::next_line(DataLine& line)
     return false;
 }
 
-// Relative names are looked up beside the file that includes them, then where the command runs, as the solver does.
 void CardReader::include(const DataLine& line)
 {
-    const Place at = open_.back()->place();
     for (std::string_view field : split(line.text))
     {
         const size_t equals = field.find('=');
@@ -87,14 +69,9 @@ void CardReader::include(const DataLine& line)
         std::string name(trim(field.substr(equals + 1)));
         if (name.size() > 1 && name.front() == '"' && name.back() == '"')
             name = name.substr(1, name.size() - 2);
-        const std::string beside = (std::filesystem::path(at.file).parent_path() / name).string();
-        if (!input_exists(beside) && !input_exists(name))
-            throw InputError(at, "the included file " + name + " does not exist");
-        if (open_.size() >= kDeepestInclude)
-            throw InputError(at, "files include each other too deeply");
-        return open(input_exists(beside) ? beside : name);
+        return files_.include(name);
     }
-    throw InputError(at, "*INCLUDE without INPUT=");
+    throw InputError(place(line), "*INCLUDE without INPUT=");
 }
 
 Card CardReader::start_card(const DataLine& line)

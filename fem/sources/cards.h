@@ -4,7 +4,6 @@
 #define FEM_CARDS_H
 
 #include <map>
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -55,16 +54,15 @@ bool is_number(std::string_view field);
 class CardReader
 {
 public:
-    explicit CardReader(const std::string& path) { open(path); }
+    explicit CardReader(const std::string& path) : files_(path) {}
 
     // False at the end of the deck.
     bool next(Card& card);
-    // Of the file that was opened last.
-    double share_read() const { return open_.empty() ? 1.0 : open_.front()->share_read(); }
+    double share_read() const { return files_.share_read(); }
 
-    const std::vector<std::string>& files() const { return files_; }
-    Place place(const Card& card) const { return {files_[size_t(card.file)], card.line}; }
-    Place place(const DataLine& line) const { return {files_[size_t(line.file)], line.line}; }
+    const std::vector<std::string>& files() const { return files_.files(); }
+    Place place(const Card& card) const { return {files()[size_t(card.file)], card.line}; }
+    Place place(const DataLine& line) const { return {files()[size_t(line.file)], line.line}; }
     [[noreturn]] void fail(const Card& card, const std::string& what) const { throw InputError(place(card), what); }
 
     // The value of a parameter that the card must have.
@@ -78,15 +76,12 @@ public:
     Range range(const DataLine& line) const;
 
 private:
-    void open(const std::string& path);
     bool next_line(DataLine& line);
     void include(const DataLine& line);
     Card start_card(const DataLine& line);
 
-    std::vector<std::string> files_;
-    std::vector<std::unique_ptr<LineReader>> open_;
-    std::vector<int> open_files_; // index into files_ of each open reader
-    Card waiting_;                // read as far as its keyword line
+    NestedFiles files_;
+    Card waiting_; // read as far as its keyword line
     bool any_ = false;
 };
 

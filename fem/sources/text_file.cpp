@@ -1,7 +1,9 @@
 // Buffered lines through zlib, which reads plain files as they are.
 #include "fem/sources/text_file.h"
 
+#include <algorithm>
 #include <cstring>
+#include <filesystem>
 #include <sys/stat.h>
 #include <zlib.h>
 
@@ -9,6 +11,7 @@ namespace zel_fem
 {
 
 constexpr size_t kBlockBytes = size_t(1) << 20;
+constexpr size_t kDeepestInclude = 20;
 constexpr size_t kLongestLine = size_t(1) << 16; // a longer one is no text of a solver, and would fill the memory
 
 static bool is_file(const std::string& path)
@@ -99,6 +102,35 @@ bool LineReader::read_raw(char* to, size_t bytes)
     std::memcpy(to, buffer_.data() + start_, bytes);
     start_ += bytes;
     return true;
+}
+
+void NestedFiles::open(const std::string& path)
+{
+    open_.push_back({std::make_unique<LineReader>(path), int(files_.size())});
+    files_.push_back(place().file);
+}
+
+bool NestedFiles::next(std::string_view& line)
+{
+    for (; !open_.empty(); open_.pop_back())
+        if (open_.back().reader->next(line))
+            return true;
+    return false;
+}
+
+void NestedFiles::include(const std::string& name)
+{
+    const Place at = place();
+    const std::string beside = (std::filesystem::path(at.file).parent_path() / name).string();
+    if (!input_exists(beside) && !input_exists(name))
+        throw InputError(at, "the included file " + name + " does not exist");
+    open(input_exists(beside) ? beside : name);
+    const bool again = std::any_of(open_.begin(), open_.end() - 1, [this](const Open& outer) {
+        std::error_code failed;
+        return std::filesystem::equivalent(outer.reader->place().file, place().file, failed);
+    });
+    if (again || open_.size() > kDeepestInclude)
+        throw InputError(at, "files include each other too deeply");
 }
 
 } // namespace zel_fem

@@ -3,8 +3,10 @@
 #define FEM_TEXT_FILE_H
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "fem/input_error.h"
 #include "fem/text.h"
@@ -47,6 +49,34 @@ private:
     size_t start_ = 0;
     int64_t line_ = 0;
     bool line_ended_ = true;
+};
+
+// A file with the files that it includes, and those that they include, as one run of lines.
+class NestedFiles
+{
+public:
+    explicit NestedFiles(const std::string& path) { open(path); }
+
+    // The next line, of whatever file; false at the end of the first one.
+    bool next(std::string_view& line);
+    // Lines of the file come next. A relative name is looked up beside the file that includes it, then where the command runs.
+    void include(const std::string& name);
+
+    Place place() const { return open_.back().reader->place(); }
+    int file() const { return open_.back().index; } // of the line, in files()
+    const std::vector<std::string>& files() const { return files_; }
+    double share_read() const { return open_.empty() ? 1.0 : open_.front().reader->share_read(); }
+
+private:
+    struct Open
+    {
+        std::unique_ptr<LineReader> reader;
+        int index;
+    };
+    void open(const std::string& path);
+
+    std::vector<std::string> files_; // in the order in which they were opened
+    std::vector<Open> open_;
 };
 
 } // namespace zel_fem

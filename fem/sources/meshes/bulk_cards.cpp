@@ -4,14 +4,12 @@
 #include "fem/sources/meshes/bulk_cards.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <utility>
 
 namespace zel_fem::meshes
 {
 
 constexpr size_t kSmall = 8, kLarge = 16, kFieldsOfLine = 8;
-constexpr size_t kDeepestInclude = 20;
 
 static std::string capitals_of(std::string_view text)
 {
@@ -46,25 +44,12 @@ double BulkCard::real(size_t field, double blank) const
     return parse_real(number, place);
 }
 
-void BulkReader::open(const std::string& path)
-{
-    open_.push_back(std::make_unique<LineReader>(path));
-    open_files_.push_back(int(files_.size()));
-    files_.push_back(open_.back()->place().file);
-}
-
 // The next line with something on it.
 bool BulkReader::next_line()
 {
     std::string_view text;
-    while (!open_.empty())
+    while (files_.next(text))
     {
-        if (!open_.back()->next(text))
-        {
-            open_.pop_back();
-            open_files_.pop_back();
-            continue;
-        }
         text = text.substr(0, text.find('$'));
         if (trim(text).empty())
             continue;
@@ -82,12 +67,7 @@ void BulkReader::include(const BulkCard& card)
     std::string name = card.text.substr(std::string_view("INCLUDE").size());
     std::erase_if(name, [](char c) { return c == '\'' || c == '"' || c == '='; });
     name = trim(name);
-    const std::string beside = (std::filesystem::path(card.place.file).parent_path() / name).string();
-    if (!input_exists(beside) && !input_exists(name))
-        card.fail("the included file " + name + " does not exist");
-    if (open_.size() >= kDeepestInclude)
-        card.fail("files include each other too deeply");
-    open(input_exists(beside) ? beside : name);
+    files_.include(name);
 }
 
 static bool continues(const std::string& line)
@@ -100,8 +80,8 @@ bool BulkReader::start(BulkCard& card)
     while (std::exchange(waits_, false) || next_line())
     {
         card = {};
-        card.place = open_.back()->place();
-        card.file = open_files_.back();
+        card.place = files_.place();
+        card.file = files_.file();
         card.text = trim(line_);
         const std::string_view word = trim(std::string_view(line_).substr(0, line_.find(',')));
         card.name = capitals_of(word.substr(0, word.find_first_of(" *=")));
@@ -132,7 +112,7 @@ std::string BulkReader::add_fields(BulkCard& card) const
         card.fields.push_back(take(width));
     const std::string mark = take(kSmall);
     if (free && rest.find_first_not_of(" ,") != std::string_view::npos)
-        throw InputError(open_.back()->place(), "a line of free fields has no more than " + std::to_string(count + 2));
+        throw InputError(files_.place(), "a line of free fields has no more than " + std::to_string(count + 2));
     return mark;
 }
 
@@ -151,9 +131,9 @@ void BulkReader::finish(BulkCard& card, bool wanted)
         const std::string here(trim(std::string_view(line_).substr(0, std::min(line_.find(','), kSmall))));
         const size_t sign = mark.find_first_of("+*") == 0 ? 1 : 0;
         if (here.size() > 1 && mark.size() > sign && here.substr(1) != mark.substr(sign))
-            throw InputError(open_.back()->place(), "the line " + in_quotes(here) +
-                                                        " does not continue the one before it, which ends with " +
-                                                        in_quotes(mark));
+            throw InputError(files_.place(), "the line " + in_quotes(here) +
+                                                 " does not continue the one before it, which ends with " +
+                                                 in_quotes(mark));
         mark = add_fields(card);
     }
     if (mark.size() > 1 && (mark[0] == '+' || mark[0] == '*'))

@@ -2,7 +2,6 @@
 #ifndef FEM_MESH_BULK_CARDS_H
 #define FEM_MESH_BULK_CARDS_H
 
-#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -33,7 +32,7 @@ struct BulkCard
 class BulkReader
 {
 public:
-    explicit BulkReader(const std::string& path) { open(path); }
+    explicit BulkReader(const std::string& path) : files_(path) {}
 
     // False at the end of the data. `wanted` tells by the name whether the fields are of interest; they stay empty otherwise.
     template <typename Wanted> bool next(BulkCard& card, Wanted wanted)
@@ -43,20 +42,17 @@ public:
         finish(card, wanted(card.name));
         return true;
     }
-    const std::vector<std::string>& files() const { return files_; }
-    double share_read() const { return open_.empty() ? 1.0 : open_.front()->share_read(); }
+    const std::vector<std::string>& files() const { return files_.files(); }
+    double share_read() const { return files_.share_read(); }
 
 private:
-    void open(const std::string& path);
     bool next_line();
     void include(const BulkCard& card);
     bool start(BulkCard& card);
     void finish(BulkCard& card, bool wanted);
     std::string add_fields(BulkCard& card) const;
 
-    std::vector<std::string> files_;
-    std::vector<std::unique_ptr<LineReader>> open_;
-    std::vector<int> open_files_;
+    NestedFiles files_;
     std::string line_; // without a comment and blanks behind; tabs are blanks
     bool waits_ = false;
 };
