@@ -428,7 +428,7 @@ TEST(NodeTables, AreReadWhateverSeparatesTheirColumns)
 {
     for (const char* text :
          {"Knotennummer\tX-Position (m)\tY\tZ\t\r\n31\t1,e-001\t0,\t-2,5e-003\t\r\n3\t0,\t0,\t7,\t\r\n",
-          "id x y z\n 31 0.1 0 -2.5E-3\n 3 0 0. 7", "# both\n31,.1,0,-2.5d-3\n\n3, 0, 0, 7\n",
+          "\xEF\xBB\xBF 31 0.1 0 -2.5E-3\n 3 0 0. 7", "# both\n31,.1,0,-2.5d-3\n\n3, 0, 0, 7\n",
           "31 ; 0,1; 0,; -0,0025;\n3;0;0;7\n", "31 0,1 0, -0,0025\n3 0 0 7\n"})
     {
         const MeshFile file = read_text(text);
@@ -459,6 +459,8 @@ TEST(NodeTables, AreRefusedWhereTheyAreDamaged)
 {
     const std::pair<const char*, const char*> cases[] = {
         {"1 0 0 0\n1 0 0 1\n", "mesh:2: node 1 is defined twice"},
+        {"-1,0,0,0\n1,0,0,1\n", "mesh:1: a row begins with the number of a node or element, not with \"-1\""},
+        {"1 0 0 0 5\n", "mesh:1: a row has the number of a node and three coordinates, not 5 columns"},
         {"0 0 0 0\n", "mesh:1: node number 0 is not positive"},
         {"1 0 0 0\n2 0 0\n", "mesh:2: a row has the number of a node and three coordinates, not 3 columns"},
         {"1 0 0 0\n2 0 0 nan\n", "mesh:2: \"nan\" is not a number"},

@@ -81,7 +81,21 @@ static std::vector<std::string_view> split_row(std::string_view line)
 
 bool is_node_table(std::string_view line)
 {
-    return is_digits(first_field(line)) && split_row(line).size() == 4;
+    return is_digits(first_field(line)) && split_row(line).size() >= 4;
+}
+
+// A row whose number is damaged must not pass for the header.
+static bool has_numbers(std::string_view line)
+{
+    int numbers = 0;
+    while (!line.empty())
+    {
+        const std::string_view field = line.substr(0, line.find_first_of(" \t;,"));
+        line.remove_prefix(std::min(field.size() + 1, line.size()));
+        numbers += field.find_first_of("0123456789") != std::string_view::npos &&
+                   field.find_first_not_of("0123456789+-.eEdD") == std::string_view::npos;
+    }
+    return numbers > 2;
 }
 
 // Empty lines and those that begin with # are no rows, nor is one line of words before the first row.
@@ -90,6 +104,8 @@ bool Table::next_row(std::vector<std::string_view>& fields)
     std::string_view line;
     while (file_.next(line))
     {
+        if (file_.place().line == 1 && line.starts_with("\xEF\xBB\xBF"))
+            line.remove_prefix(3); // the mark of UTF-8
         line = trim(line);
         if (file_.place().line % 4096 == 0)
             progress_.advance(file_.share_read());
@@ -97,11 +113,13 @@ bool Table::next_row(std::vector<std::string_view>& fields)
             continue;
         if (!is_digits(first_field(line)))
         {
-            if (header_ || rows_)
+            if (header_ || rows_ || has_numbers(line))
                 file_.fail("a row begins with the number of a node or element, not with " +
                            in_quotes(first_field(line)));
             header_ = true;
-            builder_.note("header of the table: " + in_quotes(line));
+            std::string header(line);
+            std::replace(header.begin(), header.end(), '\t', ' ');
+            builder_.note("header of the table: " + in_quotes(header));
             continue;
         }
         rows_ = true;
