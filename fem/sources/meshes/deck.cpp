@@ -3,19 +3,13 @@
 // instance, put to its place; the assembly, or a flat deck, is the body outside of them. Sets and sections wait until all is
 // read, as they may name what comes later. Constraints, loads and steps move no node and are passed over.
 #include <algorithm>
-#include <cmath>
-#include <deque>
-#include <limits>
-#include <numbers>
+#include <cctype>
 
-#include "fem/sources/cards.h"
-#include "fem/sources/meshes/builder.h"
+#include "fem/sources/meshes/deck_bodies.h"
 #include "fem/sources/meshes/readers.h"
 
 namespace zel_fem::meshes
 {
-
-using Eigen::Vector3d;
 
 // Letters behind these names choose integration, hybrid or modified formulations of the same geometry.
 constexpr ElementType kTypes[] = {
@@ -33,21 +27,19 @@ constexpr ElementType kTypes[] = {
 };
 constexpr std::string_view kMassless[] = {"SPRING", "DASHPOT", "CONN", "GAP", "DGAP", "ITS", "DCOUP", "SFM3D", "R3D"};
 // These make or move nodes by rules of their own, turn the directions of rows, or put the material of shells elsewhere.
-constexpr std::string_view kRefused[] = {
-    "SYSTEM",
-    "NGEN",
-    "NFILL",
-    "NCOPY",
-    "NMAP",
-    "ELGEN",
-    "ELCOPY",
-    "PARAMETER",
-    "TRANSFORM",
-    "NODALTHICKNESS",
-    "IMPERFECTION",
-    "IMPORT",
-    "SYMMETRICMODELGENERATION",
-};
+constexpr std::string_view kRefused[] = {"SYSTEM",
+                                         "NGEN",
+                                         "NFILL",
+                                         "NCOPY",
+                                         "NMAP",
+                                         "ELGEN",
+                                         "ELCOPY",
+                                         "PARAMETER",
+                                         "TRANSFORM",
+                                         "NODALTHICKNESS",
+                                         "IMPERFECTION",
+                                         "IMPORT",
+                                         "SYMMETRICMODELGENERATION"};
 // So do these parameters of cards that are read.
 constexpr std::string_view kRefusedParameters[] = {"INPUT",  "SYSTEM",         "LIBRARY",
                                                    "OFFSET", "NODALTHICKNESS", "SHELLTHICKNESS"};
@@ -55,9 +47,7 @@ constexpr std::string_view kRefusedParameters[] = {"INPUT",  "SYSTEM",         "
 constexpr std::string_view kHeavy[] = {"ROTARYINERTIA", "NONSTRUCTURALMASS", "SHELLGENERALSECTION",
                                        "BEAMGENERALSECTION"};
 
-constexpr int kOwn = -1; // no instance
 constexpr size_t kManyMembers = 1000;
-constexpr double kUnknown = std::numeric_limits<double>::quiet_NaN();
 
 // Of parts, instances and sets: case does not matter, and quotes allow blanks.
 static std::string set_name(const std::string& text)
@@ -68,47 +58,6 @@ static std::string set_name(const std::string& text)
 
 namespace
 {
-struct Members
-{
-    int instance;
-    Range ids;
-
-    auto operator<=>(const Members&) const = default;
-};
-using Sets = std::map<std::string, std::vector<Members>>;
-
-struct Section
-{
-    Place place;
-    std::string element_set, material;
-    double thickness;
-};
-
-struct PointMasses
-{
-    Place place;
-    std::string element_set;
-    double mass;
-};
-
-struct Body
-{
-    std::vector<Node> nodes;
-    std::vector<Element> elements; // their nodes are ids until they are given to the mesh, then indexes
-    std::map<int, int> node_index, element_index;
-    Sets node_sets, element_sets, nodes_of_elements; // the last: node sets by elements
-    std::vector<Section> sections;
-    std::vector<PointMasses> masses;
-    std::vector<int> node_numbers; // in the mesh, by index
-};
-
-struct Instance
-{
-    std::string name;
-    Body body;
-    std::vector<DataLine> position;
-};
-
 class MeshDeckReader
 {
 public:
@@ -131,14 +80,15 @@ private:
     void heading(const Card& card);
     void part(const Card& card) { current_ = &parts_[set_name(cards_.required(card, "NAME"))]; }
     void instance(const Card& card);
-    void end(const Card&) { current_ = &outside_; }
+    void end(const Card&) { current_ = &deck_.outside; }
     void node(const Card& card);
     void element(const Card& card);
     void skip_elements(const Card& card, const std::string& type);
     void node_set(const Card& card);
     void element_set(const Card& card);
-    void add_set(const Card& card, const std::string& name, Sets Body::*sets);
-    void add_members(std::string_view field, const Place& at, int instance, Sets Body::*sets, std::vector<Members>& to);
+    void add_set(const Card& card, const std::string& name, Sets DeckBody::*sets);
+    void add_members(std::string_view field, const Place& at, int instance, Sets DeckBody::*sets,
+                     std::vector<Members>& to);
     int instance_named(const std::string& name, const Place& at) const;
     void material(const Card& card) { material_ = capitals(cards_.required(card, "NAME")); }
     void density(const Card& card);
@@ -146,27 +96,16 @@ private:
     void mass(const Card& card);
     void step(const Card& card) { in_step_ = card.keyword == "STEP"; }
 
-    void place_instance(Instance& instance) const;
-    void number_nodes();
-    template <typename Visit>
-    void visit(const std::vector<Members>& members, Body& here, std::map<int, int> Body::*index, Visit visit);
-    void apply_sections(Body& body);
-    void emit(Body& body, int* next_element);
-    void emit_sets(Body& body, const std::string& prefix, const std::map<std::string, int>& owners);
-
-    // The body that members in a set of `here` belong to.
-    Body& body_of(int instance, Body& here) { return instance == kOwn ? here : instances_[size_t(instance)].body; }
+    // The body that members in a set of the current one belong to.
+    DeckBody& body_of(int instance) { return instance == kOwn ? *current_ : deck_.instances[size_t(instance)].body; }
 
     CardReader cards_;
     Progress& progress_;
     MeshBuilder builder_{"CalculiX or Abaqus deck"};
-    std::string title_;
-    Body outside_;
-    std::map<std::string, Body> parts_;
-    std::deque<Instance> instances_;
-    Body* current_ = &outside_;
-    std::map<std::string, double> densities_; // by material
-    std::string material_;                    // the one that property cards speak of
+    DeckBodies deck_;
+    std::map<std::string, DeckBody> parts_;
+    DeckBody* current_ = &deck_.outside;
+    std::string material_; // the one that property cards speak of
     bool in_step_ = false;
 };
 } // namespace
@@ -248,8 +187,8 @@ void MeshDeckReader::instance(const Card& card)
     const auto found = parts_.find(set_name(cards_.required(card, "PART")));
     if (found == parts_.end())
         cards_.fail(card, "there is no part named " + cards_.required(card, "PART"));
-    instances_.push_back({set_name(cards_.required(card, "NAME")), found->second, card.lines});
-    current_ = &instances_.back().body;
+    deck_.instances.push_back({set_name(cards_.required(card, "NAME")), found->second, card.lines});
+    current_ = &deck_.instances.back().body;
 }
 
 void MeshDeckReader::node(const Card& card)
@@ -310,7 +249,7 @@ void MeshDeckReader::element(const Card& card)
             throw InputError(start, "an element of type " + name + " has " + std::to_string(count) + " nodes, not " +
                                         std::to_string(numbers.size() - 1));
         Element element{
-            .id = numbers[0], .type = type, .density = kUnknown, .file = card.file, .line = int(start.line)};
+            .id = numbers[0], .type = type, .density = kNoDensity, .file = card.file, .line = int(start.line)};
         std::copy(numbers.begin() + 1, numbers.end(), element.nodes.begin());
         if (!current_->element_index.try_emplace(element.id, int(current_->elements.size())).second)
             throw InputError(start, "element " + std::to_string(element.id) + " is defined twice");
@@ -323,14 +262,14 @@ void MeshDeckReader::element(const Card& card)
 
 int MeshDeckReader::instance_named(const std::string& name, const Place& at) const
 {
-    for (size_t i = 0; i < instances_.size(); ++i)
-        if (instances_[i].name == name)
+    for (size_t i = 0; i < deck_.instances.size(); ++i)
+        if (deck_.instances[i].name == name)
             return int(i);
     throw InputError(at, "there is no instance named " + name);
 }
 
 // A number, the name of a set, or either behind the name of an instance and a point.
-void MeshDeckReader::add_members(std::string_view field, const Place& at, int instance, Sets Body::*sets,
+void MeshDeckReader::add_members(std::string_view field, const Place& at, int instance, Sets DeckBody::*sets,
                                  std::vector<Members>& to)
 {
     if (is_number(field))
@@ -339,7 +278,7 @@ void MeshDeckReader::add_members(std::string_view field, const Place& at, int in
         return to.push_back({instance, {id, id, 1}});
     }
     const std::string name = set_name(std::string(field));
-    const Sets& known = body_of(instance, *current_).*sets;
+    const Sets& known = body_of(instance).*sets;
     const auto found = known.find(name);
     if (found != known.end())
     {
@@ -361,7 +300,7 @@ static size_t sort_out(std::vector<Members>& members)
     return members.size();
 }
 
-void MeshDeckReader::add_set(const Card& card, const std::string& name, Sets Body::*sets)
+void MeshDeckReader::add_set(const Card& card, const std::string& name, Sets DeckBody::*sets)
 {
     const int instance =
         card.has("INSTANCE") ? instance_named(set_name(card.parameters.at("INSTANCE")), cards_.place(card)) : kOwn;
@@ -388,14 +327,14 @@ void MeshDeckReader::node_set(const Card& card)
 {
     const std::string name = set_name(cards_.required(card, "NSET"));
     if (!card.has("ELSET"))
-        return add_set(card, name, &Body::node_sets);
-    add_members(card.parameters.at("ELSET"), cards_.place(card), kOwn, &Body::element_sets,
+        return add_set(card, name, &DeckBody::node_sets);
+    add_members(card.parameters.at("ELSET"), cards_.place(card), kOwn, &DeckBody::element_sets,
                 current_->nodes_of_elements[name]);
 }
 
 void MeshDeckReader::element_set(const Card& card)
 {
-    add_set(card, set_name(cards_.required(card, "ELSET")), &Body::element_sets);
+    add_set(card, set_name(cards_.required(card, "ELSET")), &DeckBody::element_sets);
 }
 
 // A density that depends on temperature is none.
@@ -403,20 +342,20 @@ void MeshDeckReader::density(const Card& card)
 {
     if (card.lines.empty())
         cards_.fail(card, card.shown + " without a value");
-    double value = kUnknown;
+    double value = kNoDensity;
     for (const DataLine& line : card.lines)
     {
         const double given = parse_real(split(line.text)[0], cards_.place(line));
         if (given < 0.0)
             throw InputError(cards_.place(line), "the density is negative");
-        value = &line == &card.lines[0] || value == given ? given : kUnknown;
+        value = &line == &card.lines[0] || value == given ? given : kNoDensity;
     }
-    densities_[material_] = value;
+    deck_.densities[material_] = value;
 }
 
 void MeshDeckReader::section(const Card& card)
 {
-    Section section{cards_.place(card), set_name(cards_.required(card, "ELSET")), "", 0.0};
+    DeckSection section{cards_.place(card), set_name(cards_.required(card, "ELSET")), "", 0.0};
     if (card.has("MATERIAL"))
         section.material = capitals(card.parameters.at("MATERIAL"));
     if (card.keyword != "SOLIDSECTION" && !card.has("COMPOSITE") && !card.lines.empty())
@@ -440,184 +379,6 @@ void MeshDeckReader::mass(const Card& card)
         throw InputError(at, "the mass is negative");
 }
 
-// ---- All is read -------------------------------------------------------------------------------------------------------
-
-static std::vector<double> reals_of(const DataLine& line, const Place& at, size_t count)
-{
-    std::vector<double> values;
-    for (std::string_view field : split(line.text))
-        if (!field.empty())
-            values.push_back(parse_real(field, at));
-    if (values.size() != count)
-        throw InputError(at, "the position of an instance has " + std::to_string(count) + " numbers here, not " +
-                                 std::to_string(values.size()));
-    return values;
-}
-
-// First the translation, then the rotation about the axis through two points, in degrees by the right hand.
-void MeshDeckReader::place_instance(Instance& instance) const
-{
-    const auto& lines = instance.position;
-    if (lines.size() > 2)
-        throw InputError(cards_.place(lines[2]), "an instance has two lines for its position");
-    if (lines.empty())
-        return;
-    const Vector3d shift = Vector3d::Map(reals_of(lines[0], cards_.place(lines[0]), 3).data());
-    Vector3d origin = Vector3d::Zero();
-    Eigen::Matrix3d turn = Eigen::Matrix3d::Identity();
-    if (lines.size() == 2)
-    {
-        const std::vector<double> axis = reals_of(lines[1], cards_.place(lines[1]), 7);
-        origin = Vector3d::Map(axis.data());
-        const Vector3d along = Vector3d::Map(axis.data() + 3) - origin;
-        if (!(along.norm() > 0.0))
-            throw InputError(cards_.place(lines[1]), "the two points of the axis are one");
-        turn = Eigen::AngleAxisd(axis[6] * std::numbers::pi / 180, along.normalized());
-    }
-    for (Node& node : instance.body.nodes)
-        node.at = origin + turn * (node.at + shift - origin);
-}
-
-// A flat deck and a single instance keep their numbers; nodes of an assembly that collide with them come behind.
-void MeshDeckReader::number_nodes()
-{
-    int64_t next = 1;
-    auto number = [&](Body& body, bool anew) {
-        body.node_numbers.resize(body.nodes.size());
-        for (const auto& [id, index] : body.node_index)
-        {
-            const int64_t given = anew ? next : id;
-            if (given > std::numeric_limits<int>::max())
-                throw InputError({cards_.files()[0], 0}, "there are too many nodes to number");
-            body.node_numbers[size_t(index)] = int(given);
-            next = std::max(next, given + 1);
-        }
-    };
-    for (Instance& instance : instances_)
-    {
-        const int64_t first = next;
-        number(instance.body, instances_.size() > 1);
-        if (instances_.size() > 1)
-            builder_.note("the nodes of instance " + instance.name + " are renumbered in the order of their ids, " +
-                          std::to_string(first) + " to " + std::to_string(next - 1));
-    }
-    const bool collides =
-        instances_.size() > 1 || std::any_of(instances_.begin(), instances_.end(), [this](const Instance& instance) {
-            return std::any_of(outside_.nodes.begin(), outside_.nodes.end(),
-                               [&instance](const Node& node) { return instance.body.node_index.count(node.id) > 0; });
-        });
-    const int64_t first = next;
-    number(outside_, collides);
-    if (collides && next > first)
-        builder_.note("the nodes of the assembly are renumbered " + std::to_string(first) + " to " +
-                      std::to_string(next - 1));
-}
-
-// Calls visit(body, index) for each member that is defined, and (body, -1) for a single one that is not.
-template <typename Visit> void MeshDeckReader::visit(const std::vector<Members>& members, Body& here,
-                                                     std::map<int, int> Body::*index, Visit visit)
-{
-    for (const auto& [instance, ids] : members)
-    {
-        Body& body = body_of(instance, here);
-        const std::map<int, int>& defined = body.*index;
-        const auto from = defined.lower_bound(ids.first);
-        if (ids.first == ids.last && (from == defined.end() || from->first != ids.first))
-            visit(body, -1);
-        for (auto at = from; at != defined.end() && at->first <= ids.last; ++at)
-            if (ids.contains(at->first))
-                visit(body, at->second);
-    }
-}
-
-void MeshDeckReader::apply_sections(Body& body)
-{
-    auto members_of = [&body](const Place& place, const std::string& name) -> const std::vector<Members>& {
-        const auto found = body.element_sets.find(name);
-        if (found == body.element_sets.end())
-            throw InputError(place, "there is no element set named " + name);
-        return found->second;
-    };
-    for (const Section& section : body.sections)
-    {
-        const auto material = densities_.find(section.material);
-        visit(members_of(section.place, section.element_set), body, &Body::element_index, [&](Body& of, int index) {
-            if (index < 0)
-                return;
-            Element& element = of.elements[size_t(index)];
-            element.density = material == densities_.end() ? kUnknown : material->second;
-            element.thickness = is_shell(element.type->shape) ? section.thickness : 0.0;
-        });
-    }
-    for (const PointMasses& masses : body.masses)
-        visit(members_of(masses.place, masses.element_set), body, &Body::element_index, [&](Body& of, int index) {
-            if (index >= 0 && of.elements[size_t(index)].type->shape == Shape::point)
-                of.elements[size_t(index)].point_mass = masses.mass;
-        });
-}
-
-// Gives nodes and elements to the mesh.
-void MeshDeckReader::emit(Body& body, int* next_element)
-{
-    for (size_t i = 0; i < body.nodes.size(); ++i)
-        builder_.add_node(body.node_numbers[i], body.nodes[i].at, {cards_.files()[0], 0});
-    for (Element& element : body.elements)
-    {
-        std::vector<int> nodes;
-        for (int i = 0; i < node_count(element.type->shape); ++i)
-        {
-            int& node = element.nodes[size_t(i)];
-            const auto found = body.node_index.find(node);
-            if (found == body.node_index.end())
-                throw InputError({cards_.files()[size_t(element.file)], element.line},
-                                 "element " + std::to_string(element.id) + ": node " + std::to_string(node) +
-                                     " is not defined");
-            node = found->second;
-            nodes.push_back(body.node_numbers[size_t(node)]);
-        }
-        Element& added = builder_.add_element(next_element ? (*next_element)++ : element.id, *element.type, nodes,
-                                              element.file, element.line);
-        added.density = element.density;
-        added.thickness = element.thickness;
-        added.point_mass = element.point_mass;
-    }
-}
-
-// Sets of an instance are known by its name and theirs, and by theirs alone where nothing else has it.
-void MeshDeckReader::emit_sets(Body& body, const std::string& prefix, const std::map<std::string, int>& owners)
-{
-    auto add = [&](const std::string& name, std::vector<int>& numbers) {
-        std::sort(numbers.begin(), numbers.end());
-        numbers.erase(std::unique(numbers.begin(), numbers.end()), numbers.end());
-        builder_.add_to_set(prefix + name, numbers);
-        if (!prefix.empty() && owners.at(name) == 1)
-            builder_.add_to_set(name, numbers);
-    };
-    for (const auto& [name, members] : body.node_sets)
-    {
-        std::vector<int> numbers;
-        for (const auto& [instance, ids] : members)
-            visit({{instance, ids}}, body, &Body::node_index, [&numbers, &ids = ids](Body& of, int index) {
-                numbers.push_back(index < 0 ? -std::abs(ids.first) : of.node_numbers[size_t(index)]);
-            });
-        add(name, numbers);
-    }
-    for (const Sets* sets : {&body.nodes_of_elements, &body.element_sets})
-        for (const auto& [name, members] : *sets)
-        {
-            std::vector<int> numbers;
-            visit(members, body, &Body::element_index, [&numbers](Body& of, int index) {
-                if (index < 0)
-                    return;
-                const Element& element = of.elements[size_t(index)];
-                for (int i = 0; i < node_count(element.type->shape); ++i)
-                    numbers.push_back(of.node_numbers[size_t(element.nodes[size_t(i)])]);
-            });
-            if (sets == &body.nodes_of_elements || body.node_sets.count(name) == 0)
-                add(name, numbers);
-        }
-}
-
 MeshFile MeshDeckReader::read()
 {
     Card card;
@@ -628,31 +389,9 @@ MeshFile MeshDeckReader::read()
     }
     for (const std::string& file : cards_.files())
         builder_.add_file(file);
-    for (Instance& instance : instances_)
-        place_instance(instance);
-    number_nodes();
-    const bool renumber = instances_.size() > 1 || (!instances_.empty() && !outside_.elements.empty());
-    int next_element = 1;
-    std::map<std::string, int> owners; // bodies that have a set of the name
-    std::vector<std::pair<std::string, Body*>> bodies;
-    for (Instance& instance : instances_)
-        bodies.push_back({instance.name + ".", &instance.body});
-    bodies.push_back({"", &outside_});
-    for (auto& [prefix, body] : bodies)
-    {
-        apply_sections(*body);
-        emit(*body, renumber ? &next_element : nullptr);
-        std::map<std::string, int> names;
-        for (const Sets* sets : {&body->node_sets, &body->nodes_of_elements, &body->element_sets})
-            for (const auto& [name, members] : *sets)
-                names[name] = 1;
-        for (const auto& [name, one] : names)
-            owners[name] += one;
-    }
-    for (auto& [prefix, body] : bodies)
-        emit_sets(*body, prefix, owners);
+    assemble(deck_, cards_, builder_);
     MeshFile file = builder_.finish();
-    if (!instances_.empty())
+    if (!deck_.instances.empty())
         file.format = "Abaqus deck";
     return file;
 }
