@@ -82,28 +82,30 @@ static double center_error(const MassMoments& a, const MassMoments& b)
 }
 
 void report_mass(Report& report, const Units& units, const MeshMass& elements, const MassMoments& given,
-                 const MassMoments& expected, bool lumped)
+                 const MassMoments& expected, MassRule rule)
 {
-    constexpr double kWaysToLump = 2.0;
+    constexpr double kOtherWays = 2.0;
+    const bool known = rule == MassRule::of_types;
     const MassMoments& own = elements.moments;
     report.figure("volume", format("%.6e %s^3", elements.volume, units.length.c_str()), {{"volume", elements.volume}});
     const double off_mass = relative(given.mass, own.mass), off_center = center_error(given, own);
-    const double off_inertia = inertia_error(given, lumped ? own : expected);
-    const double by_center = lumped ? kWaysToLump * center_error(expected, own) : 0.0;
-    const double by_inertia = lumped ? kWaysToLump * inertia_error(expected, own) : 0.0;
+    const double off_inertia = inertia_error(given, known ? expected : own);
+    const double by_center = known ? 0.0 : kOtherWays * center_error(expected, own);
+    const double by_inertia = known ? 0.0 : kOtherWays * inertia_error(expected, own);
     report.check("mass", format("%.6e %s, volume x density %.6e", given.mass, units.mass.c_str(), own.mass),
                  off_mass < kMassTolerance, {{"mass", given.mass}});
     const Vector3d center = given.center(), principal = principal_inertias(given);
     report.check("centre of mass", three(center), off_center < kMassTolerance + by_center, numbers_of(center));
     report.check("principal inertias", three(principal), off_inertia < kMassTolerance + by_inertia,
                  inertias_of(principal));
-    if (!lumped)
+    if (known)
         return;
-    report.figure("lumped mass matrix",
-                  format("differs from volume x density by %.1e in mass, %.1e in centre, %.1e in inertia", off_mass,
-                         off_center, off_inertia),
+    report.figure("mass matrix",
+                  format("%sdiffers from volume x density by %.1e in mass, %.1e in centre, %.1e in inertia",
+                         rule == MassRule::lumped ? "lumped, " : "", off_mass, off_center, off_inertia),
                   {{"mass", off_mass}, {"centre", off_center}, {"inertia", off_inertia}});
-    report.note("the body has the mass, centre and inertias of volume x density");
+    if (off_inertia >= kMassTolerance)
+        report.note("the body has the mass, centre and inertias of volume x density");
 }
 
 void report_matrix_mass(Report& report, const Units& units, const MassMoments& moments, bool lumped)

@@ -19,11 +19,19 @@ double inertia_error(const MassMoments& a, const MassMoments& b);
 
 void report_mesh(Report& report, const Body& body, const std::vector<std::string>& notes);
 
-// `given` are the moments of the matrices, `expected` what the program's quadrature makes of the elements; of lumps, what lumping
-// makes of them. As programs lump in their own ways, those of `given` may differ from the elements by twice as much. The mass alone
+// How a mass matrix comes from its elements.
+enum class MassRule
+{
+    of_types, // by the quadrature of the element types
+    lumped,
+    unknown // consistent, by a quadrature that the mesh does not tell
+};
+
+// `given` are the moments of the matrix, `expected` what the rule makes of the elements. Programs lump, and leave out points, in their
+// own ways: there `expected` is an example, and centre and inertia may differ from the elements by twice as much. The mass alone
 // must be the same.
 void report_mass(Report& report, const Units& units, const MeshMass& elements, const MassMoments& given,
-                 const MassMoments& expected, bool lumped);
+                 const MassMoments& expected, MassRule rule);
 
 // Of a body whose mesh has no mass: what the mass matrix says alone.
 void report_matrix_mass(Report& report, const Units& units, const MassMoments& moments, bool lumped);

@@ -49,8 +49,9 @@ struct Model
     Mesh mesh;                                         // of the body; nodes ascend by id
     std::map<std::string, std::vector<int>> node_sets; // indexes of nodes, ascending
     std::vector<Tie> ties;
-    bool mesh_has_mass = true;    // false: elements only draw the body, and all mass is in the matrices
-    std::optional<Layers> layers; // where the matrices or modes move other nodes than the body has
+    bool mesh_has_mass = true;      // false: elements only draw the body, and all mass is in the matrices
+    bool mass_rule_is_known = true; // false: the elements do not say how the program integrates, or lumps, their mass
+    std::optional<Layers> layers;   // where the matrices or modes move other nodes than the body has
 
     // One of the two:
     std::optional<Matrices> matrices;

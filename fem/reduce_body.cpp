@@ -66,9 +66,9 @@ namespace
 // The mass of a body by its matrix and by its mesh.
 struct MatrixMass
 {
-    MassMoments matrix, expected; // as it is, and as the program's quadrature, or lumping, makes it of the elements
+    MassRule rule = MassRule::of_types;
+    MassMoments matrix, expected; // as it is, and as the rule, or what comes near it, makes it of the elements
     MeshMass elements;
-    bool lumped = false;
     double lost = 0.0;  // of the inertia, by elements of few points or by lumping
     MassMoments target; // that the body shall have
 };
@@ -83,6 +83,29 @@ static bool is_diagonal(const SparseMatrix& upper)
     return true;
 }
 
+static MassRule rule_of(const Model& model)
+{
+    if (is_diagonal(model.matrices->mass))
+        return MassRule::lumped;
+    return model.mass_rule_is_known ? MassRule::of_types : MassRule::unknown;
+}
+
+// Where the program's quadrature is not known, the coarsest: all mass of an element at its centre.
+static MassMoments expected_moments(const Mesh& mesh, const MeshMass& elements, MassRule rule)
+{
+    if (rule == MassRule::of_types)
+        return solver_moments(mesh);
+    if (rule == MassRule::lumped)
+        return moments_of(mesh, nodal_masses(mesh, elements, MassMethod::scaled, {}));
+    MassMoments moments;
+    for (const Element& element : mesh.elements)
+    {
+        const MassMoments own = element_mass(mesh, element).moments;
+        moments.add(own.mass, own.center());
+    }
+    return moments;
+}
+
 // The rigid motions and the nodal masses of the body get the mass of volume x density where the program has lost some of it, and
 // where the matrix has lumps, whose second moments are those of points.
 static MatrixMass take_mass(const Model& model, const MeshMass& own, const ReductionOptions& options, Body& body)
@@ -91,13 +114,11 @@ static MatrixMass take_mass(const Model& model, const MeshMass& own, const Reduc
     mass.matrix = mass.target = matrix_moments(model);
     if (model.mesh_has_mass)
     {
-        const Mesh& mesh = model.moved_mesh();
-        mass.elements = model.layers ? mesh_mass(mesh) : own;
-        mass.lumped = is_diagonal(model.matrices->mass);
-        mass.expected = mass.lumped ? moments_of(mesh, nodal_masses(mesh, mass.elements, MassMethod::scaled, {}))
-                                    : solver_moments(mesh);
-        mass.lost = inertia_error(mass.lumped ? mass.matrix : mass.expected, mass.elements.moments);
-        if (mass.lumped || mass.lost >= kMassTolerance)
+        mass.rule = rule_of(model);
+        mass.elements = model.layers ? mesh_mass(model.moved_mesh()) : own;
+        mass.expected = expected_moments(model.moved_mesh(), mass.elements, mass.rule);
+        mass.lost = inertia_error(mass.rule == MassRule::of_types ? mass.expected : mass.matrix, mass.elements.moments);
+        if (mass.rule == MassRule::lumped || mass.lost >= kMassTolerance)
         {
             mass.target = mass.elements.moments;
             set_rigid_mass(body, mass.target);
@@ -131,8 +152,8 @@ static void reduce_matrices(const Model& model, const MeshMass& own, const Reduc
                                 : format("%d constraint, %d fixed-interface", reduction.boundary_count, options.modes));
     if (model.mesh_has_mass)
     {
-        report_mass(report, body.units, mass.elements, mass.matrix, mass.expected, mass.lumped);
-        if (!mass.lumped)
+        report_mass(report, body.units, mass.elements, mass.matrix, mass.expected, mass.rule);
+        if (mass.rule == MassRule::of_types)
             report_lost_inertia(report, mass.lost);
     }
     else
@@ -191,7 +212,7 @@ static void take_modes(Model& model, const MeshMass& own, const ReductionOptions
     report.figure("modes", free ? format("%d rigid, %d flexible", basis.rigid_count, modes)
                                 : format("%d constraint, %d fixed-interface", basis.boundary_count, modes));
     report.figure("modal stress", body.stress.size() > 0 ? "yes" : "no");
-    report_mass(report, body.units, elements, elements.moments, elements.moments, false);
+    report_mass(report, body.units, elements, elements.moments, elements.moments, MassRule::of_types);
     report_lost_inertia(report, lost);
     report_nodal_masses(report, body, elements.moments, options.mass);
     report_mode_masses(report, basis, mass_is_in_the_mesh, has_shells(body.mesh));

@@ -13,7 +13,7 @@ import scipy.io
 from skfem.io.meshio import to_meshio
 
 import zel
-from conftest import SOURCE
+from conftest import SOURCE, command
 
 EXAMPLES = SOURCE / "examples" / "python"
 
@@ -64,6 +64,23 @@ def test_matrices_and_a_mesh_in_files_become_a_body(
     part.write(tmp_path / f"part.{suffix}")
     files = (f"part.{suffix}", "K.mtx", "M.mtx", "--units", "mm,t,s,N", "--interface", "FLOOR", "--interface", "WALL")
     run(monkeypatch, tmp_path, "from_meshio.py", *files, "--modes", 12, "-o", "part.zel")
+    body = zel.reduce(stiffness, mass, to_meshio(mesh), interfaces=ends, modes=12, units="mm,t,s,N")
+    with zel.open(tmp_path / "part.zel") as written:
+        np.testing.assert_allclose(written.modes.frequencies[6:], body.free_frequencies()[6:], rtol=1e-9)
+
+
+@pytest.mark.parametrize("kind", ["gmsh", "gmsh22", "nastran", "abaqus"])
+def test_the_command_reads_matrices_and_meshes_that_others_wrote(kind: str, tmp_path: Path) -> None:
+    mesh = bracket.mesh_bracket(6.0, 10.0)
+    stiffness, mass, _ = bracket.assemble(mesh)
+    for name, matrix in {"K": stiffness, "M": mass}.items():
+        scipy.io.mmwrite(tmp_path / f"{name}.mtx", matrix)
+    options = {"binary": False} if kind.startswith("gmsh") else {}
+    to_meshio(mesh).write(tmp_path / "part", file_format=kind, **options)
+    ends = bracket.ends_of(mesh)
+    interfaces = [f"--interface=ids={','.join(map(str, end))}" for end in ends]
+    files = ("--stiffness", tmp_path / "K.mtx", "--mass", tmp_path / "M.mtx", "--mesh", tmp_path / "part")
+    command("import", "matrices", *files, "--units", "mm,t,s,N", *interfaces, "--modes", 12, "-o", tmp_path / "part.zel")
     body = zel.reduce(stiffness, mass, to_meshio(mesh), interfaces=ends, modes=12, units="mm,t,s,N")
     with zel.open(tmp_path / "part.zel") as written:
         np.testing.assert_allclose(written.modes.frequencies[6:], body.free_frequencies()[6:], rtol=1e-9)

@@ -56,6 +56,7 @@ Model MatrixSource::read_model(Progress& progress)
     model.notes.insert(model.notes.end(), file.notes.begin(), file.notes.end());
     model.mesh = std::move(file.mesh);
     model.mesh_has_mass = file.has_density;
+    model.mass_rule_is_known = false;
     model.node_sets = std::move(file.node_sets);
     if (!input_.dofs.empty())
         map_ = read_row_map(input_.dofs, model.mesh);
