@@ -6,7 +6,7 @@
 
 #include "fem/layers.h"
 #include "fem/sources/ccx/deck.h"
-#include "fem/sources/ccx/matrices.h"
+#include "fem/sources/ccx/stored_matrices.h"
 
 namespace zel_fem::ccx
 {

@@ -208,7 +208,9 @@ static void add_matrices(CLI::App& import, int& status)
             "or DMIG punch; plain or compressed by gzip")
         ->required()
         ->option_text("FILE REQUIRED");
-    command->add_option("-m,--mass", files->mass, "The mass matrix, likewise")->required()->option_text("FILE REQUIRED");
+    command->add_option("-m,--mass", files->mass, "The mass matrix, likewise")
+        ->required()
+        ->option_text("FILE REQUIRED");
     command->add_option("--mesh", files->mesh, "The mesh, in one of the formats of meshes; NODES,ELEMENTS: two tables")
         ->required()
         ->option_text("FILE REQUIRED");

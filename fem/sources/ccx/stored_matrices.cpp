@@ -1,6 +1,6 @@
 // Matrix lines are "row column value", the upper triangle column by column from row to diagonal, so that they are the
 // compressed columns as they come and nothing has to be sorted.
-#include "fem/sources/ccx/matrices.h"
+#include "fem/sources/ccx/stored_matrices.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,6 +1,6 @@
 // The stiffness and mass matrix that *FREQUENCY, SOLVER=MATRIXSTORAGE leaves beside a job.
-#ifndef FEM_MATRICES_H
-#define FEM_MATRICES_H
+#ifndef FEM_STORED_MATRICES_H
+#define FEM_STORED_MATRICES_H
 
 #include <string>
 #include <vector>
