@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <map>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -26,123 +25,100 @@ using Edges = std::vector<std::pair<int, int>>; // corners from 0
 
 constexpr double kDensity = 7.85e-9, kThickness = 0.25;
 
-inline int corner_count(Shape shape)
+// What programs call a shape: type in decks, number in Gmsh, card of Nastran, routine of Ansys.
+struct Names
 {
-    const std::map<Shape, int> corners = {{Shape::tet4, 4},  {Shape::tet10, 4}, {Shape::wedge6, 6}, {Shape::wedge15, 6},
-                                          {Shape::hex8, 8},  {Shape::hex20, 8}, {Shape::tri3, 3},   {Shape::tri6, 3},
-                                          {Shape::quad4, 4}, {Shape::quad8, 4}};
-    return corners.at(shape);
+    int corners;
+    const char* deck;
+    int gmsh;
+    const char* nastran;
+    int ansys;
+};
+constexpr Names kNames[] = {
+    // in the order of Shape
+    {4, "C3D4", 4, "CTETRA", 185},   {4, "C3D10", 11, "CTETRA", 187}, {6, "C3D6", 6, "CPENTA", 185},
+    {6, "C3D15", 18, "CPENTA", 186}, {8, "C3D8R", 5, "CHEXA", 45},    {8, "C3D20R", 17, "CHEXA", 95},
+    {3, "S3", 2, "CTRIA3", 181},     {3, "STRI65", 9, "", 281},       {4, "S4R", 3, "CQUAD4", 181},
+    {4, "S8R", 16, "", 281},
+};
+
+inline const Names& names_of(Shape shape)
+{
+    return kNames[int(shape)];
 }
 
 // The pair of corners in whose middle node `i` of a shape lies.
 inline std::pair<int, int> edge_of(Shape shape, int i)
 {
     const auto& at = zel_fem::node_positions(shape);
-    for (int a = 0; a < corner_count(shape); ++a)
-        for (int b = a + 1; b < corner_count(shape); ++b)
+    for (int a = 0; a < names_of(shape).corners; ++a)
+        for (int b = a + 1; b < names_of(shape).corners; ++b)
             if ((at.col(a) + at.col(b) - 2 * at.col(i)).norm() < 1e-12)
                 return {a, b};
     return {-1, -1};
 }
 
-// A box of two by one by one cells under a skew map, of elements of one shape. Numbers fall where indexes rise, with gaps.
-// Coordinates have few digits, for formats with narrow columns.
-class BoxMaker
+// Corners of the elements that fill a cell, by the corners of a cube.
+inline std::vector<std::vector<int>> pieces_of_a_cell(Shape shape)
 {
-public:
-    explicit BoxMaker(Shape shape) : type_{"box", shape, 0, 4} {}
-
-    MeshFile make()
+    if (zel_fem::is_shell(shape))
+        return names_of(shape).corners == 4 ? std::vector<std::vector<int>>{{0, 1, 2, 3}}
+                                            : std::vector<std::vector<int>>{{0, 1, 2}, {0, 2, 3}};
+    switch (names_of(shape).corners)
     {
-        using Cell = std::vector<int>; // corners of a unit cell
-        const std::map<int, std::vector<Cell>> families = {
-            {80, {{0, 1, 2, 3, 4, 5, 6, 7}}},
-            {60, {{0, 1, 2, 4, 5, 6}, {0, 2, 3, 4, 6, 7}}},
-            {40, {{0, 1, 2, 6}, {0, 2, 3, 6}, {0, 3, 7, 6}, {0, 7, 4, 6}, {0, 4, 5, 6}, {0, 5, 1, 6}}},
-            {41, {{0, 1, 2, 3}}},
-            {31, {{0, 1, 2}, {0, 2, 3}}},
-        };
-        const bool shell = zel_fem::is_shell(type_.shape);
-        for (int cell = 0; cell < 2; ++cell)
-            for (const Cell& corners : families.at(10 * corner_count(type_.shape) + (shell ? 1 : 0)))
-                add_element(cell, corners);
-        file_.mesh.files = {"memory"};
-        file_.title = "a box";
-        file_.has_density = true;
-        sort_nodes();
-        return file_;
+    case 4: return {{0, 1, 2, 6}, {0, 2, 3, 6}, {0, 3, 7, 6}, {0, 7, 4, 6}, {0, 4, 5, 6}, {0, 5, 1, 6}};
+    case 6: return {{0, 1, 2, 4, 5, 6}, {0, 2, 3, 4, 6, 7}};
+    default: return {{0, 1, 2, 3, 4, 5, 6, 7}};
     }
+}
 
-private:
-    void add_element(int cell, const std::vector<int>& corners)
-    {
-        static const int kUnit[8][3] = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0},
-                                        {0, 0, 1}, {1, 0, 1}, {1, 1, 1}, {0, 1, 1}};
-        static const std::map<Shape, ElementType> kBoxTypes = [] {
-            std::map<Shape, ElementType> types;
-            for (int s = 0; s < int(Shape::line2); ++s)
-                types[Shape(s)] = {"box", Shape(s), 0, 4};
-            return types;
-        }();
-        Element element{.id = 100 - 3 * int(file_.mesh.elements.size()),
-                        .type = &kBoxTypes.at(type_.shape),
-                        .density = kDensity,
-                        .thickness = zel_fem::is_shell(type_.shape) ? kThickness : 0.0};
-        std::vector<std::array<int, 3>> doubled; // twice the place in the grid
-        for (int c : corners)
-            doubled.push_back({2 * (kUnit[c][0] + cell), 2 * kUnit[c][1], 2 * kUnit[c][2]});
-        for (int i = 0; i < zel_fem::node_count(type_.shape); ++i)
-        {
-            std::array<int, 3> at = doubled[size_t(std::min(i, int(doubled.size()) - 1))];
-            if (const auto [a, b] = edge_of(type_.shape, i); i >= int(doubled.size()))
-                for (size_t axis = 0; axis < 3; ++axis)
-                    at[axis] = (doubled[size_t(a)][axis] + doubled[size_t(b)][axis]) / 2;
-            element.nodes[size_t(i)] = node_at(at);
-        }
-        file_.mesh.elements.push_back(element);
-    }
-
-    int node_at(const std::array<int, 3>& grid)
-    {
-        const auto [slot, added] = index_.try_emplace(grid, int(file_.mesh.nodes.size()));
-        if (added)
-        {
-            const double u = grid[0] / 2.0, v = grid[1] / 2.0, w = grid[2] / 2.0;
-            file_.mesh.nodes.push_back(
-                {1000 - 7 * slot->second, {10 + 4 * u + v, -2 + 3 * v + 0.5 * w, 0.25 * u + 2 * w}});
-        }
-        return slot->second;
-    }
-
-    void sort_nodes()
-    {
-        const int count = int(file_.mesh.nodes.size()); // ids fall, so that the order turns round
-        std::reverse(file_.mesh.nodes.begin(), file_.mesh.nodes.end());
-        for (Element& element : file_.mesh.elements)
-            for (int i = 0; i < zel_fem::node_count(type_.shape); ++i)
-                element.nodes[size_t(i)] = count - 1 - element.nodes[size_t(i)];
-        for (auto& [grid, index] : index_)
-        {
-            const int node = count - 1 - index;
-            if (grid[0] == 0)
-                file_.node_sets["ROOT"].push_back(node);
-            if (grid[0] == 4)
-                file_.node_sets["TIP"].push_back(node);
-            if (grid == std::array<int, 3>{2, 0, 0})
-                file_.node_sets["ONE"].push_back(node);
-        }
-        for (auto& [name, nodes] : file_.node_sets)
-            std::sort(nodes.begin(), nodes.end());
-    }
-
-    ElementType type_;
-    MeshFile file_;
-    std::map<std::array<int, 3>, int> index_;
-};
-
+// A box of two by one by one cells under a skew map, of elements of one shape. Numbers of nodes fall along the box, with gaps.
+// Coordinates have few digits, for formats with narrow columns.
 inline MeshFile box(Shape shape)
 {
-    return BoxMaker(shape).make();
+    static const std::vector<ElementType> kTypes = [] {
+        std::vector<ElementType> types;
+        for (int s = 0; s < int(std::size(kNames)); ++s)
+            types.push_back({"box", Shape(s), 0, 4});
+        return types;
+    }();
+    const Eigen::Matrix3Xd unit = 0.5 * (zel_fem::node_positions(Shape::hex8).array() + 1);
+    MeshFile file{"", "a box", {}, true, {}, {}};
+    std::map<std::array<double, 3>, int> index;             // by place in the grid, from its far end
+    std::vector<std::vector<std::array<double, 3>>> places; // of the nodes of each element
+    for (int cell = 0; cell < 2; ++cell)
+        for (const std::vector<int>& corners : pieces_of_a_cell(shape))
+        {
+            auto& at = places.emplace_back();
+            for (int i = 0; i < zel_fem::node_count(shape); ++i)
+            {
+                const auto [a, b] = i < names_of(shape).corners ? std::pair(i, i) : edge_of(shape, i);
+                const Eigen::Vector3d middle = 0.5 * (unit.col(corners[size_t(a)]) + unit.col(corners[size_t(b)]));
+                at.push_back({-middle[0] - cell, middle[1], middle[2]});
+                index[at.back()] = 0;
+            }
+        }
+    for (auto& [at, node] : index)
+    {
+        const double u = -at[0], v = at[1], w = at[2];
+        node = int(file.mesh.nodes.size());
+        file.mesh.nodes.push_back({7 * node + 900, {10 + 4 * u + v, -2 + 3 * v + 0.5 * w, 0.25 * u + 2 * w}});
+        if (u == 0 || u == 2)
+            file.node_sets[u == 0 ? "ROOT" : "TIP"].push_back(node);
+        if (u == 1 && v == 0 && w == 0)
+            file.node_sets["ONE"].push_back(node);
+    }
+    for (const auto& at : places)
+    {
+        Element element{
+            .id = 100 - 3 * int(file.mesh.elements.size()), .type = &kTypes[size_t(shape)], .density = kDensity};
+        element.thickness = zel_fem::is_shell(shape) ? kThickness : 0.0;
+        std::transform(at.begin(), at.end(), element.nodes.begin(),
+                       [&index](const auto& place) { return index.at(place); });
+        file.mesh.elements.push_back(element);
+    }
+    file.mesh.files = {"memory"};
+    return file;
 }
 
 // ---- Pieces of writers -------------------------------------------------------------------------------------------------
@@ -169,7 +145,7 @@ inline std::vector<Node> shuffled(const Mesh& mesh)
 inline std::vector<int> ids_of(const Mesh& mesh, const Element& element, const Edges& edges = {})
 {
     const Shape shape = element.type->shape;
-    const int count = zel_fem::node_count(shape), corners = corner_count(shape);
+    const int count = zel_fem::node_count(shape), corners = names_of(shape).corners;
     std::vector<int> ids;
     for (int i = 0; i < count; ++i)
     {
@@ -209,22 +185,13 @@ inline std::vector<int> set_ids(const MeshFile& file, const std::string& name)
 
 // ---- Decks -------------------------------------------------------------------------------------------------------------
 
-inline const char* deck_type(Shape shape)
-{
-    const std::map<Shape, const char*> names = {
-        {Shape::tet4, "C3D4"},  {Shape::tet10, "C3D10"},  {Shape::wedge6, "C3D6"}, {Shape::wedge15, "C3D15"},
-        {Shape::hex8, "C3D8R"}, {Shape::hex20, "C3D20R"}, {Shape::tri3, "S3"},     {Shape::tri6, "STRI65"},
-        {Shape::quad4, "S4R"},  {Shape::quad8, "S8R"}};
-    return names.at(shape);
-}
-
 inline std::string deck_mesh(const MeshFile& file, const std::vector<Node>& nodes)
 {
     const Shape shape = file.mesh.elements[0].type->shape;
     std::string deck = "*Node\n";
     for (const Node& node : nodes)
         deck += text("%7d, %.17g, %.17g, %.17g\n", node.id, node.at[0], node.at[1], node.at[2]);
-    deck += text("*ELEMENT, type=%s,\n elset = Body\n", deck_type(shape));
+    deck += text("*ELEMENT, type=%s,\n elset = Body\n", names_of(shape).deck);
     for (const Element& element : file.mesh.elements)
         deck += text("%d, ", element.id) + list(ids_of(file.mesh, element), ", ", 15, ",");
     return deck;
@@ -298,14 +265,6 @@ inline const Edges& gmsh_edges(Shape shape)
     return kEdges.count(shape) ? kEdges.at(shape) : kNone;
 }
 
-inline int gmsh_type(Shape shape)
-{
-    const std::map<Shape, int> numbers = {
-        {Shape::tri3, 2}, {Shape::quad4, 3},  {Shape::tet4, 4},   {Shape::hex8, 5},   {Shape::wedge6, 6},
-        {Shape::tri6, 9}, {Shape::tet10, 11}, {Shape::quad8, 16}, {Shape::hex20, 17}, {Shape::wedge15, 18}};
-    return numbers.at(shape);
-}
-
 inline std::string gmsh_names(const MeshFile& file)
 {
     std::string result = text("$PhysicalNames\n%zu\n", file.node_sets.size());
@@ -333,7 +292,7 @@ inline std::string gmsh_2(const MeshFile& file)
     for (const Element& element : file.mesh.elements)
     {
         const Shape shape = element.type->shape;
-        elements += text("%d %d 2 0 1 ", element.id, gmsh_type(shape));
+        elements += text("%d %d 2 0 1 ", element.id, names_of(shape).gmsh);
         elements += list(ids_of(file.mesh, element, gmsh_edges(shape)), " ", 100, "");
         ++count;
     }
@@ -368,7 +327,7 @@ inline std::string gmsh_4(const MeshFile& file)
         for (int node : set_ids(file, name))
             result += text("%d %d \n", ++id, node);
     }
-    result += text("3 1 %d %zu\n", gmsh_type(shape), file.mesh.elements.size());
+    result += text("3 1 %d %zu\n", names_of(shape).gmsh, file.mesh.elements.size());
     for (const Element& element : file.mesh.elements)
         result += text("%d ", element.id) + list(ids_of(file.mesh, element, gmsh_edges(shape)), " ", 100, "");
     return result + "$EndElements\n";
@@ -421,12 +380,13 @@ inline std::string bulk_card(const std::string& name, const std::vector<std::str
     return result + "\n";
 }
 
-inline std::vector<std::string> as_text(const std::vector<int>& numbers)
+// The same with numbers behind the data.
+inline std::string bulk_card(const std::string& name, std::vector<std::string> data, const std::vector<int>& more,
+                             Fields form)
 {
-    std::vector<std::string> result;
-    for (int number : numbers)
-        result.push_back(std::to_string(number));
-    return result;
+    for (int number : more)
+        data.push_back(std::to_string(number));
+    return bulk_card(name, data, form);
 }
 
 inline std::string nastran(const MeshFile& file, Fields form)
@@ -435,8 +395,6 @@ inline std::string nastran(const MeshFile& file, Fields form)
         {Shape::wedge15, {{0, 1}, {1, 2}, {2, 0}, {0, 3}, {1, 4}, {2, 5}, {3, 4}, {4, 5}, {5, 3}}},
         {Shape::hex20,
          {{0, 1}, {1, 2}, {2, 3}, {3, 0}, {0, 4}, {1, 5}, {2, 6}, {3, 7}, {4, 5}, {5, 6}, {6, 7}, {7, 4}}}};
-    const std::map<int, const char*> names = {
-        {40, "CTETRA"}, {60, "CPENTA"}, {80, "CHEXA"}, {31, "CTRIA3"}, {41, "CQUAD4"}};
     const Shape shape = file.mesh.elements[0].type->shape;
     const bool shell = zel_fem::is_shell(shape);
     std::string result =
@@ -447,27 +405,20 @@ inline std::string nastran(const MeshFile& file, Fields form)
                              nastran_real(node.at[1], form), nastran_real(node.at[2], form)},
                             form);
     for (const Element& element : file.mesh.elements)
-    {
-        auto data = as_text(ids_of(file.mesh, element, kEdges.count(shape) ? kEdges.at(shape) : Edges()));
-        data.insert(data.begin(), {std::to_string(element.id), "3"});
-        result += bulk_card(names.at(10 * corner_count(shape) + (shell ? 1 : 0)), data, form);
-    }
+        result += bulk_card(names_of(shape).nastran, {std::to_string(element.id), "3"},
+                            ids_of(file.mesh, element, kEdges.count(shape) ? kEdges.at(shape) : Edges()), form);
     result += shell ? bulk_card("PSHELL", {"3", "4", nastran_real(file.mesh.elements[0].thickness, form), "4"}, form)
                     : bulk_card("PSOLID", {"3", "4"}, form);
     result += bulk_card("MAT1", {"4", "210000.", "", ".3", nastran_real(file.mesh.elements[0].density, form)}, form);
     int set = 1; // in the order of names
     for (const auto& [name, nodes] : file.node_sets)
-    {
-        auto data = as_text(set_ids(file, name));
-        data.insert(data.begin(), std::to_string(set++));
-        result += bulk_card("SET1", data, form);
-    }
+        result += bulk_card("SET1", {std::to_string(set++)}, set_ids(file, name), form);
     return result + "ENDDATA\nnothing of this is read\n";
 }
 
 inline bool is_nastran_shape(Shape shape)
 {
-    return shape != Shape::tri6 && shape != Shape::quad8;
+    return *names_of(shape).nastran != 0;
 }
 
 // ---- Ansys -------------------------------------------------------------------------------------------------------------
@@ -496,13 +447,18 @@ inline std::string cdb_reals(std::vector<double> values)
 }
 
 // All 20 nodes of a solid, of which degenerated shapes name some several times.
-inline std::vector<int> solid_nodes(const Mesh& mesh, const Element& element)
+inline std::vector<int> solid_nodes(const Mesh& mesh, const Element& element, bool brick)
 {
     const Shape shape = element.type->shape;
     const std::vector<int> n = ids_of(mesh, element);
     switch (shape)
     {
     case Shape::tet4: return {n[0], n[1], n[2], n[2], n[3], n[3], n[3], n[3]};
+    case Shape::tet10:
+        if (brick)
+            return {n[0], n[1], n[2], n[2], n[3], n[3], n[3], n[3], n[4], n[5],
+                    n[2], n[6], n[3], n[3], n[3], n[3], n[7], n[8], n[9], n[9]};
+        return n;
     case Shape::wedge6: return {n[0], n[1], n[2], n[2], n[3], n[4], n[5], n[5]};
     case Shape::wedge15:
         return {n[0], n[1], n[2], n[2],  n[3], n[4],  n[5],  n[5],  n[6],  n[7],
@@ -515,23 +471,21 @@ inline std::vector<int> solid_nodes(const Mesh& mesh, const Element& element)
 
 inline std::string cdb(const MeshFile& file)
 {
-    const std::map<Shape, int> routines = {
-        {Shape::tet4, 185}, {Shape::tet10, 187}, {Shape::wedge6, 185}, {Shape::wedge15, 186}, {Shape::hex8, 45},
-        {Shape::hex20, 95}, {Shape::tri3, 181},  {Shape::quad4, 181},  {Shape::tri6, 281},    {Shape::quad8, 281}};
     std::string result =
         "/COM,ANSYS RELEASE 19.2  UP20180808\n/PREP7\n/NOPR\n/TITLE," + file.title +
         "\n*IF,_CDRDOFF,EQ,1,THEN     !if solid model was read in\n_CDRDOFF=             !reset flag\n*ELSE\n"
         "*ENDIF\nDOF,DELETE\n";
-    result += text("ETBLOCK,        2,        2\n(2i9,19a9)\n%9d%9d%9d\n%9d%9d\n       -1\n", 1,
-                   routines.at(file.mesh.elements[0].type->shape), 0, 2, 154);
+    result += text("ETBLOCK,        3,        3\n(2i9,19a9)\n%9d%9d%9d\n%9d%9d\n        3      186\n       -1\n", 1,
+                   names_of(file.mesh.elements[0].type->shape).ansys, 0, 2, 154);
     result += text("NBLOCK,6,SOLID,%9d,%9zu\n(3i9,6e21.13e3)\n", 1000, file.mesh.nodes.size());
     for (const Node& node : shuffled(file.mesh))
         result += columns({node.id, 0, 0}, 9) + cdb_reals({node.at[0], node.at[1], node.at[2]}) + "\n";
     result += text("N,R5.3,LOC,       -1,\nEBLOCK,19,SOLID,%9d,%9zu\n(19i9)\n", 1000, file.mesh.elements.size() + 1);
     for (const Element& element : file.mesh.elements)
     {
-        const std::vector<int> nodes = solid_nodes(file.mesh, element);
-        result += columns({4, 1, 1, 1, 0, 0, 0, 0, int(nodes.size()), 0, element.id}, 9);
+        const bool brick = element.id % 2 == 0 && element.type->shape == Shape::tet10; // SOLID186 with four faces
+        const std::vector<int> nodes = solid_nodes(file.mesh, element, brick);
+        result += columns({4, brick ? 3 : 1, 1, 1, 0, 0, 0, 0, int(nodes.size()), 0, element.id}, 9);
         for (size_t i = 0; i < nodes.size(); ++i)
             result += (i == 8 ? "\n" : "") + columns({nodes[i]}, 9);
         result += "\n";

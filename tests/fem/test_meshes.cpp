@@ -294,11 +294,12 @@ TEST(GmshMeshes, AreRefusedWhereTheyAreDamaged)
 TEST(NastranMeshes, PlaceGridPointsByNestedCoordinateSystems)
 {
     // cylinder 2 stands on its side, z along x, in system 1 whose x and y are the basic y and -x; sphere 3 sits in 2
-    const MeshFile file = read_text("SOL 103\nCEND\nBEGIN BULK\nGRDSET,,2\nGRID,7,,2.,90.,3.\nGRID,8,0,1.,2.,3.\n"
-                                    "GRID,9,3,1.,90.,90.\nGRID,10,1,1.,2.,3.\n"
-                                    "CORD2S,3,2,1.,0.,5.,1.,0.,6.,+S\n+S,2.,0.,5.\n"
-                                    "CORD2C,2,1,0.,0.,0.,1.,0.,0.\n,0.,1.,0.\n"
-                                    "CORD2R,1,0,10.,0.,0.,10.,0.,1.\n,10.,1.,0.\nCORD1R,20,1,2,3,21,2,3,4\nENDDATA");
+    const MeshFile file =
+        read_text("SOL 103\nCEND\nBEGIN BULK\nGRID,7,,2.,90.,3.\nGRID,8,0,1.,2.,3.\n"
+                  "GRID,9,3,1.,90.,90.\nGRID,10,1,1.,2.,3.\n"
+                  "CORD2S,3,2,1.,0.,5.,1.,0.,6.,+S\n+S,2.,0.,5.\n"
+                  "CORD2C,2,1,0.,0.,0.,1.,0.,0.\n,0.,1.,0.\n"
+                  "CORD2R,1,0,10.,0.,0.,10.,0.,1.\n,10.,1.,0.\nCORD1R,20,1,2,3,21,2,3,4\nGRDSET,,2\nENDDATA");
     // worked out by hand: x, y, z of system 2 lie along -x, z and y of the basic one, those of system 1 along y, -x and z
     const Vector3d expected[] = {{10, 3, 2}, {1, 2, 3}, {9, 5, 1}, {8, 1, 3}};
     ASSERT_EQ(file.mesh.nodes.size(), 4u);
@@ -393,6 +394,8 @@ TEST(AnsysMeshes, TellWhatTheyLeaveAside)
     EXPECT_TRUE(has_note(file, "set ends: 1 of its nodes are not defined"));
     EXPECT_TRUE(file.has_density);
     EXPECT_NEAR(moments_of(file.mesh).mass, 2. / 6, 1e-15);
+    EXPECT_TRUE(read_text(cdb_tet("MP,DENS,3,2.,0\nMPDATA,R5.0,2,DENS,3,1,2.,2.\n")).has_density);
+    EXPECT_FALSE(read_text(cdb_tet("MP,DENS,3,2.,.1\n")).has_density);
     EXPECT_FALSE(read_text(cdb_tet("MPDATA,DENS,3,1,1.,2.\n")).has_density);
     EXPECT_FALSE(read_text(cdb_tet("", cdb_element(1, {1, 2, 3, 4, 4, 4, 4, 4}))).has_density); // a pyramid
     EXPECT_FALSE(read_text(cdb_tet("E,1,2,3,4\n")).has_density);

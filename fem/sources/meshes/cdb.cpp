@@ -126,7 +126,7 @@ private:
     void component();
     void material_property();
     void material_table();
-    void density(int material, size_t first_value);
+    double density(size_t i) const;
     void skip(const std::string& name);
 
     LineReader file_;
@@ -409,35 +409,36 @@ void CdbReader::component()
     }
 }
 
-// A density that depends on temperature is none.
-void CdbReader::density(int material, size_t first_value)
-{
-    for (size_t i = first_value; i < arguments_.size(); ++i)
-    {
-        if (argument(i).empty())
-            continue;
-        const double value = parse_real(arguments_[i], file_.place());
-        if (value < 0.0)
-            file_.fail("the density is negative");
-        const auto [slot, added] = densities_.try_emplace(material, value);
-        if (!added && slot->second != value)
-            slot->second = 0.0;
-    }
-}
-
-// MP,DENS,material,constant, and factors of temperature.
+// MP,DENS,material,constant,factors of temperature. A density that depends on temperature is none.
 void CdbReader::material_property()
 {
-    if (argument(1) == "DENS")
-        density(number(2), 3);
+    if (argument(1) != "DENS")
+        return;
+    bool constant = true;
+    for (size_t i = 4; i < arguments_.size(); ++i)
+        constant &= arguments_[i].empty() || parse_real(arguments_[i], file_.place()) == 0.0;
+    densities_[number(2)] = constant ? density(3) : 0.0;
 }
 
 // MPDATA,DENS,material,place,values, with a revision and a count before DENS in archives.
 void CdbReader::material_table()
 {
-    for (size_t i : {size_t(1), size_t(3)})
-        if (argument(i) == "DENS")
-            return density(number(i + 1), i + 3);
+    const size_t at = argument(1) == "DENS" ? 1 : 3;
+    if (argument(at) != "DENS")
+        return;
+    for (size_t i = at + 3; i < arguments_.size(); ++i)
+        if (!arguments_[i].empty())
+            if (const auto [slot, added] = densities_.try_emplace(number(at + 1), density(i));
+                slot->second != density(i))
+                slot->second = 0.0;
+}
+
+double CdbReader::density(size_t i) const
+{
+    const double value = parse_real(argument(i), file_.place());
+    if (value < 0.0)
+        file_.fail("the density is negative");
+    return value;
 }
 
 void CdbReader::skip(const std::string& name)

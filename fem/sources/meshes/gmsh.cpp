@@ -1,6 +1,8 @@
 // Gmsh's own files of versions 2 and 4.1 in ASCII. Elements carry their physical groups, directly in version 2 and by the entity
 // that they belong to in 4.1; a group is a set of nodes. Orders of nodes: "Node ordering" in Gmsh's reference manual.
 #include <algorithm>
+#include <cstdlib>
+#include <limits>
 #include <set>
 
 #include "fem/sources/meshes/builder.h"
@@ -59,6 +61,7 @@ private:
     void need(size_t fields) const;
     int number(size_t field) const { return parse_int(fields_[field], file_.place()); }
     int64_t count(size_t field) const;
+    int group(size_t field) const;
     Eigen::Vector3d point(size_t field) const;
     void read_format();
     void read_names();
@@ -128,6 +131,15 @@ int64_t GmshReader::count(size_t field) const
     return value;
 }
 
+// A negative number turns its members round.
+int GmshReader::group(size_t field) const
+{
+    const int value = number(field);
+    if (value < -std::numeric_limits<int>::max())
+        file_.fail("a physical group has no such number");
+    return std::abs(value);
+}
+
 Eigen::Vector3d GmshReader::point(size_t field) const
 {
     need(field + 3);
@@ -179,7 +191,7 @@ void GmshReader::read_entities()
             const int64_t groups = count(at);
             need(at + 1 + size_t(groups));
             for (size_t i = 0; i < size_t(groups); ++i)
-                entities_[{dimension, number(0)}].push_back(number(at + 1 + i));
+                entities_[{dimension, number(0)}].push_back(group(at + 1 + i));
         }
 }
 
@@ -246,7 +258,7 @@ void GmshReader::read_elements()
         need(3 + size_t(tags));
         std::vector<int> groups;
         if (tags > 0 && number(3) != 0)
-            groups.push_back(number(3));
+            groups.push_back(group(3));
         add_element(number(0), type_of(1), 3 + size_t(tags), groups);
     }
 }

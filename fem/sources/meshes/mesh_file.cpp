@@ -18,7 +18,7 @@ constexpr Format kFormats[] = {
     {is_cdb, read_cdb}, // before decks, for its lines that begin with *
     {is_deck, read_deck}, {is_gmsh, read_gmsh}, {is_nastran, read_nastran}, {is_node_table, read_node_table},
 };
-constexpr int kLinesAsked = 1000; // headers and comments are shorter
+constexpr int kLinesAsked = 100000; // headers and comments are shorter
 
 static const Format& format_of(const std::string& path)
 {

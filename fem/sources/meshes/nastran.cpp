@@ -52,6 +52,8 @@ constexpr std::string_view kHeavy[] = {"CPYRAM", "CBAR",    "CBEAM",   "CBEND", 
                                        "CONM1",  "CMASS1",  "CMASS2",  "CMASS3",  "CMASS4", "NSM",    "NSM1",  "NSML",
                                        "NSML1",  "CTRIAX6", "CQUADX4", "CQUADX8", "CTRAX3", "CTRAX6"};
 
+constexpr int kBlank = std::numeric_limits<int>::min(); // the system of GRDSET, wherever that stands
+
 namespace
 {
 struct System
@@ -174,7 +176,7 @@ bool is_nastran(std::string_view line)
 
 void NastranReader::grid(const BulkCard& card)
 {
-    Grid grid{card.integer(0), card.integer(1, defaults_.first), card.integer(5, defaults_.second), {}, card.place};
+    Grid grid{card.integer(0), card.integer(1, kBlank), card.integer(5, kBlank), {}, card.place};
     for (size_t axis = 0; axis < 3; ++axis)
         grid.at[int(axis)] = card.real(2 + axis, 0.0);
     grids_.push_back(grid);
@@ -360,8 +362,10 @@ Vector3d NastranReader::to_basic(const Vector3d& at, int system, const Place& fr
 // Rows of a point move it along the axes of its system of displacements.
 void NastranReader::add_nodes()
 {
-    for (const Grid& grid : grids_)
+    for (Grid& grid : grids_)
     {
+        grid.system = grid.system == kBlank ? defaults_.first : grid.system;
+        grid.displacements = grid.displacements == kBlank ? defaults_.second : grid.displacements;
         if (grid.displacements != 0)
         {
             const bool fluid = grid.displacements < 0;
