@@ -52,7 +52,7 @@ Model MatrixSource::read_model(Progress& progress)
     for (const std::string* path : {&input_.stiffness, &input_.mass, &input_.mesh, &input_.dofs})
         for (const char* packed : {"", ".gz"})
             model.inputs.push_back(*path + packed);
-    model.notes.push_back("the mesh is a " + file.format);
+    model.notes.push_back("the mesh is read as " + file.format);
     model.notes.insert(model.notes.end(), file.notes.begin(), file.notes.end());
     model.mesh = std::move(file.mesh);
     model.mesh_has_mass = file.has_density;

@@ -1,9 +1,9 @@
 #include "fem/sources/meshes/builder.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
-#include <set>
 
 namespace zel_fem::meshes
 {
@@ -97,8 +97,10 @@ static std::span<const int> nodes_of(const Element& element)
 void MeshBuilder::drop_collapsed()
 {
     const size_t dropped = std::erase_if(result_.mesh.elements, [](const Element& element) {
-        const auto nodes = nodes_of(element);
-        return std::set<int>(nodes.begin(), nodes.end()).size() < nodes.size();
+        std::array<int, kMostNodes> nodes = element.nodes;
+        const auto end = nodes.begin() + node_count(element.type->shape);
+        std::sort(nodes.begin(), end);
+        return std::adjacent_find(nodes.begin(), end) != end;
     });
     if (dropped > 0)
     {

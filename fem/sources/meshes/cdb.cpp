@@ -38,7 +38,7 @@ constexpr Routine kRoutines[] = {
 };
 
 // A shape as it stands among the nodes of the element: each group of corners is one node, and `order` tells where the nodes of the
-// quadratic shape stand. The first row that fits counts.
+// quadratic shape stand, if not in their order. The first row that fits counts.
 struct Form
 {
     Kind kind;
@@ -49,33 +49,20 @@ struct Form
 
 static const std::vector<Form>& forms()
 {
+    constexpr ElementType kTet = {"tetrahedron", Shape::tet4, 0, 4}, kTet10 = {"tetrahedron", Shape::tet10, 0, 4};
+    constexpr ElementType kPyramid = {"pyramid", Shape::point, 0, 0};
+    constexpr ElementType kPrism = {"prism", Shape::wedge6, 0, 4}, kPrism15 = {"prism", Shape::wedge15, 0, 4};
+    constexpr ElementType kHex = {"hexahedron", Shape::hex8, 0, 4}, kHex20 = {"hexahedron", Shape::hex20, 0, 4};
+    constexpr ElementType kTri = {"triangle", Shape::tri3, 0, 4}, kTri6 = {"triangle", Shape::tri6, 0, 4};
+    constexpr ElementType kQuad = {"quadrangle", Shape::quad4, 0, 4}, kQuad8 = {"quadrangle", Shape::quad8, 0, 4};
     static const std::vector<Form> kForms = {
-        {Kind::solid,
-         {"tetrahedron", Shape::tet4, 0, 4},
-         {"tetrahedron", Shape::tet10, 0, 4},
-         {{2, 3}, {4, 5, 6, 7}},
-         {0, 1, 2, 4, 8, 9, 11, 16, 17, 18}},
-        {Kind::solid, {"pyramid", Shape::point, 0, 0}, {"pyramid", Shape::point, 0, 0}, {{4, 5, 6, 7}}, {}},
-        {Kind::solid,
-         {"prism", Shape::wedge6, 0, 4},
-         {"prism", Shape::wedge15, 0, 4},
-         {{2, 3}, {6, 7}},
-         {0, 1, 2, 4, 5, 6, 8, 9, 11, 12, 13, 15, 16, 17, 18}},
-        {Kind::solid, {"hexahedron", Shape::hex8, 0, 4}, {"hexahedron", Shape::hex20, 0, 4}, {}, {0,  1,  2,  3,  4,
-                                                                                                  5,  6,  7,  8,  9,
-                                                                                                  10, 11, 12, 13, 14,
-                                                                                                  15, 16, 17, 18, 19}},
-        {Kind::tet,
-         {"tetrahedron", Shape::tet4, 0, 4},
-         {"tetrahedron", Shape::tet10, 0, 4},
-         {},
-         {0, 1, 2, 3, 4, 5, 6, 7, 8, 9}},
-        {Kind::shell, {"triangle", Shape::tri3, 0, 4}, {"triangle", Shape::tri6, 0, 4}, {{2, 3}}, {0, 1, 2, 4, 5, 7}},
-        {Kind::shell,
-         {"quadrangle", Shape::quad4, 0, 4},
-         {"quadrangle", Shape::quad8, 0, 4},
-         {},
-         {0, 1, 2, 3, 4, 5, 6, 7}},
+        {Kind::solid, kTet, kTet10, {{2, 3}, {4, 5, 6, 7}}, {0, 1, 2, 4, 8, 9, 11, 16, 17, 18}},
+        {Kind::solid, kPyramid, kPyramid, {{4, 5, 6, 7}}, {}},
+        {Kind::solid, kPrism, kPrism15, {{2, 3}, {6, 7}}, {0, 1, 2, 4, 5, 6, 8, 9, 11, 12, 13, 15, 16, 17, 18}},
+        {Kind::solid, kHex, kHex20, {}, {}},
+        {Kind::tet, kTet, kTet10, {}, {}},
+        {Kind::shell, kTri, kTri6, {{2, 3}}, {0, 1, 2, 4, 5, 7}},
+        {Kind::shell, kQuad, kQuad8, {}, {}},
     };
     return kForms;
 }
@@ -376,7 +363,7 @@ void CdbReader::add_form(Kind kind, const std::vector<int>& numbers, const std::
     }
     std::vector<int> nodes;
     for (int i = 0; i < node_count(type.shape); ++i)
-        nodes.push_back(given[size_t(form->order[size_t(i)])]);
+        nodes.push_back(given[size_t(form->order.empty() ? i : form->order[size_t(i)])]);
     builder_.add_element(numbers[10], type, nodes, 0, line);
     materials_.push_back(numbers[0]);
 }

@@ -4,6 +4,7 @@
 // read, as they may name what comes later. Constraints, loads and steps move no node and are passed over.
 #include <algorithm>
 #include <cctype>
+#include <utility>
 
 #include "fem/sources/meshes/deck_bodies.h"
 #include "fem/sources/meshes/readers.h"
@@ -251,6 +252,8 @@ void MeshDeckReader::element(const Card& card)
         Element element{
             .id = numbers[0], .type = type, .density = kNoDensity, .file = card.file, .line = int(start.line)};
         std::copy(numbers.begin() + 1, numbers.end(), element.nodes.begin());
+        if (type->shape == Shape::line3)
+            std::swap(element.nodes[1], element.nodes[2]); // programs have its middle between its ends
         if (!current_->element_index.try_emplace(element.id, int(current_->elements.size())).second)
             throw InputError(start, "element " + std::to_string(element.id) + " is defined twice");
         current_->elements.push_back(element);
