@@ -399,6 +399,85 @@ TEST_F(WriteContent, InvariantsAreThoseOfTheNodes)
     }
 }
 
+// The same points with other masses: what invariants that are given tell, and sums over the nodes do not.
+Assembly heavier(Assembly body)
+{
+    for (size_t p = 0; p < body.points.size(); ++p)
+        body.points[p].mass *= 1.3 + std::sin(double(p));
+    return body;
+}
+
+void give_invariants(ZELDATA* db, const Assembly& body)
+{
+    using Setter = int (*)(ZELDATA*, const double*);
+    const std::pair<int, Setter> setters[] = {{2, ZEL_SetInvar2}, {3, ZEL_SetInvar3}, {4, ZEL_SetInvar4},
+                                              {5, ZEL_SetInvar5}, {7, ZEL_SetInvar7}, {8, ZEL_SetInvar8},
+                                              {9, ZEL_SetInvar9}};
+    EXPECT_EQ(ZEL_SetInvar1(db, defined_invariant(body, 1)[0]), 1);
+    for (const auto& [number, set] : setters)
+        EXPECT_EQ(set(db, defined_invariant(body, number).data()), 1);
+}
+
+// The body with places and shapes as a file has them.
+Assembly moved_as(ZELDATA* read, Assembly body)
+{
+    body.modes.clear();
+    for (size_t p = 0; p < body.points.size(); ++p)
+    {
+        const ZELNODE& node = read->nodes[ZEL_NodeIndex(read, int(p) + 1)];
+        body.points[p].s = {node.x, node.y, node.z};
+    }
+    for (int mode = 1; mode <= ZEL_ModeCount(read); ++mode)
+    {
+        body.add_mode();
+        for (size_t p = 0; p < body.points.size(); ++p)
+            for (int part : {0, 1})
+                EXPECT_TRUE(ZEL_ModeByNode(read, mode, 0, int(p) + 1, &body.modes.back()[p][size_t(3 * part)], part));
+    }
+    return body;
+}
+
+// Mode 6 is the sum of the first two and is left out where the modes become orthogonal.
+TEST_F(WriteContent, GivenInvariantsGoWithModesOriginAndUnits)
+{
+    const double rows[] = {1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 1, 1, 1, 0, 0, 0};
+    const Assembly five = random_assembly(40, 5, 11, true);
+    Assembly body = five;
+    body.modes.clear();
+    for (int i = 0; i < 6; ++i)
+        body.add_combination(five, rows + 5 * i);
+    const Assembly given = heavier(body);
+    for (const char* options : {"", "no_ortho", "lbrf2cm", "no_ortho lbrf2cm MKS", "MKS", "full_invar"})
+    {
+        SCOPED_TRACE(options);
+        ZELDATA* db = database_of(body);
+        ZEL_SetUnits(db, "kg", "mm", "s", "N");
+        for (int i = 0; i < 6; ++i)
+            for (int j = 0; j < 6; ++j)
+            {
+                double mass = 0.0, stiffness = 0.0;
+                for (int k = 0; k < 5; ++k)
+                {
+                    mass += rows[5 * i + k] * rows[5 * j + k] * (1 + k);
+                    stiffness += rows[5 * i + k] * rows[5 * j + k] * (7 + k * k);
+                }
+                ZEL_SetGeneralizedMass(db, 101 + i, 101 + j, mass);
+                ZEL_SetGeneralizedStiffness(db, 101 + i, 101 + j, stiffness);
+            }
+        give_invariants(db, given);
+        ZELDATA* read = rewrite(db, options);
+        const bool kept = std::strstr(options, "no_ortho"), si = std::strstr(options, "MKS");
+        ASSERT_EQ(ZEL_ModeCount(read), kept ? 6 : 5);
+        Assembly expected = moved_as(read, given);
+        for (Point& point : expected.points)
+            for (double& value : point.inertia)
+                value *= si ? 1e-6 : 1.0;
+        for (int number : {1, 2, 3, 4, 5, 7, 8, 9})
+            expect_near(library_invariant(read, number), defined_invariant(expected, number), 1e-11);
+        ZEL_Terminate();
+    }
+}
+
 TEST_F(WriteContent, MissingMassesAndIllegalSetsAreReported)
 {
     ZELDATA* db = ZEL_Create(1, 1);
@@ -490,6 +569,33 @@ TEST_F(WriteContent, InvariantsOfAllNodesGoWithVectorsOfTheGeometryNodes)
             expect_reduced(read, body);
             expect_whole(read, body);
         }
+}
+
+// Inner nodes go where invariants are computed. Beside invariants that the body has they stay, until faces lose more.
+TEST_F(WriteContent, ShapesOfInnerNodesStayBesideGivenInvariants)
+{
+    const Assembly body = random_assembly(60, 5, 8, true), given = heavier(body);
+    write_bytes(folder.path("face.txt"), "1\n3 40 9 58\n");
+    const std::string fewer = "no_ortho sketch(" + folder.path("face.txt") + ")";
+    ZELDATA* db = body_with_faces(body);
+    give_invariants(db, given);
+    for (int write = 0; write < 3; ++write)
+    {
+        const char* options[] = {"no_ortho", "no_ortho MKS", fewer.c_str()};
+        db = rewrite(db, options[write]);
+        ASSERT_EQ(ZEL_ModeNodeCount(db, 0), 60);
+    }
+    db = rewrite(db, "no_ortho full_invar");
+    EXPECT_EQ(ZEL_ModeNodeCount(db, 0), 4);
+    ZELDATA* reduced = rewrite(body_with_faces(body), "no_ortho full_invar");
+    ASSERT_EQ(ZEL_ModeNodeCount(reduced, 0), 5);
+    reduced = rewrite(reduced, fewer.c_str());
+    EXPECT_EQ(ZEL_ModeNodeCount(reduced, 0), 4);
+    for (int number : {1, 2, 3, 4, 5, 7, 8, 9})
+    {
+        expect_near(library_invariant(db, number), defined_invariant(given, number), 1e-12);
+        expect_near(library_invariant(reduced, number), defined_invariant(body, number), 1e-12);
+    }
 }
 
 // ---- Empty bodies, units, origin ---------------------------------------------------------------------------------------------

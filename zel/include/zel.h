@@ -556,6 +556,8 @@ ZEL_API int ZEL_SetModalPreload(ZELDATA* db, int mode_number, double value);
  *   1  the total mass, greater than zero      2  3 values               3, 4  3 x M, by component row
  *   5  a 3 x M matrix for each mode           6  M diagonal entries of the generalized mass, each exactly 1.0
  *   7  3 x 3, the inertia tensor              8  3 x 3 for each mode    9  3 x 3 for each pair of modes i, j; j runs faster
+ * Given invariants are written, without full_invar too, and go with the body: orthogonal modes, another origin and other units
+ * transform them.
  * 5 and 9 draw a warning, and are stored, when column j of mode i is not minus column i of mode j, or pair j, i not the
  * transpose of pair i, j, within 1e-8 of the largest value.
  */
@@ -831,6 +833,9 @@ ZEL_API void ZEL_Contents(ZELDATA* db, int block, FILE* stream);
  *             MKS (in SI units)
  *   geometry  lbrf2cm (origin to the centre of mass), sketch("file") (faces of a sketch file),
  *             strip_face (no inner faces), coarsen(percent, degrees, preserve_str ids) (fewer faces)
+ * Modal data at nodes without geometry goes with full_invar and fast_invar. Without them it stays, also in a body that has
+ * invariants, given or read; but where such a body has modal data at its geometry nodes alone and this write takes faces away, the
+ * data of nodes that lose their geometry goes too. Invariants are those of the whole body throughout.
  * Unless no_ortho is given the modes become the eigenvectors of their generalized stiffness and mass. How large a mode is
  * plays no part. A mode that depends linearly on others is left out with a warning that names it, and so is one with
  * neither stiffness nor mass or with an infinite eigenvalue; a mode that was added after such a write without a

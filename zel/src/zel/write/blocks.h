@@ -29,6 +29,7 @@ struct Writer
     char flags[100] = {};     // content summary of the file
     int first = 0, count = 0; // of the modes that are exported; the file numbers them from 1
     ModeNodes mode_nodes[ZEL_MODE_KINDS] = {};
+    bool keeps_inner_nodes = false;     // modal data at nodes without geometry stays
     bool convertible = true;            // the units may be changed to SI
     Progress* progress = nullptr;       // one step for each mode vector that is written
     int last_block = ZEL_BLOCK_VERSION; // that was begun
@@ -40,6 +41,10 @@ struct Writer
 
     bool has(int block) const { return has_flag(flags, block); }
     void set(int block, bool present) { flags[flag_position(block)] = present; }
+    bool computes_invariants() const
+    {
+        return options.invariants == InvariantOption::all || options.invariants == InvariantOption::fast;
+    }
     int format() const { return format_version(options.version); }
     bool is_oldest_format() const { return format() == 10 || format() == 20; } // 18 blocks; faces as element topology
 };

@@ -168,6 +168,16 @@ static bool mark_geometry_nodes(ZELDATA* db, char* has_geometry)
     return count > 0;
 }
 
+int find_shapes_inside(ZELDATA* db, bool& inside)
+{
+    Scratch<char> has_geometry(db->node_count);
+    if (!has_geometry.data)
+        return no_memory(kModule);
+    const int shapes = db->mode_node_count[ZEL_MODE_SHAPE];
+    inside = mark_geometry_nodes(db, has_geometry.data) && std::memchr(has_geometry.data, 0, size_t(shapes));
+    return 1;
+}
+
 int reduce_to_geometry_nodes(ZELDATA* db)
 {
     KindPlan plans[ZEL_MODE_KINDS];

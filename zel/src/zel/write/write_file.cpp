@@ -336,14 +336,12 @@ static int settle_body(Writer& out)
 {
     ZELDATA* db = out.db;
     out.convertible = out.options.invariants != InvariantOption::illegal;
-    const bool computed =
-        out.options.invariants == InvariantOption::all || out.options.invariants == InvariantOption::fast;
-    if (computed || out.has(ZEL_BLOCK_INVAR3))
+    if (out.computes_invariants() || out.has(ZEL_BLOCK_INVAR3))
     {
         bool singular = false; // then the damping stays as it is, after a message
         if (!project_loads_of_body(db) || (!project_damping_of_body(db, singular) && !singular))
             return 0;
-        if (out.convertible)
+        if (out.convertible && !out.keeps_inner_nodes)
             out.convertible = reduce_to_geometry_nodes(db);
         out.set(ZEL_BLOCK_BODY, true);
         return take_body_properties(db);
@@ -480,10 +478,18 @@ static int write_content(Writer& out)
     return 1;
 }
 
+// Modal data beside the geometry goes where invariants are computed. With those that the body has already it goes only where the
+// faces lose nodes: shapes of other nodes, which somebody has kept beside invariants, stay.
+static int settle_inner_nodes(Writer& out)
+{
+    return out.computes_invariants() || !has_flag(out.db->content_flags, ZEL_BLOCK_INVAR3) ||
+           find_shapes_inside(out.db, out.keeps_inner_nodes);
+}
+
 static int run_pipeline(Writer& out)
 {
-    if (!change_geometry(out) || !open_stream(out) || !write_block(out, ZEL_BLOCK_VERSION) ||
-        !write_block(out, ZEL_BLOCK_HEADER))
+    if (!settle_inner_nodes(out) || !change_geometry(out) || !open_stream(out) ||
+        !write_block(out, ZEL_BLOCK_VERSION) || !write_block(out, ZEL_BLOCK_HEADER))
         return 0;
     take_content(out);
     if (!settle_modes(out))

@@ -25,6 +25,9 @@ int check_eigenvalues(ZELDATA* db);
 // message and the database as it was, when memory or disk is short.
 int reduce_to_geometry_nodes(ZELDATA* db);
 
+// Whether the body has geometry, and mode shapes at nodes without. 0, with a message, when memory is short.
+int find_shapes_inside(ZELDATA* db, bool& inside);
+
 } // namespace zel
 
 #endif
