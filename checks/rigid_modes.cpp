@@ -1,5 +1,6 @@
 // Six rigid-body modes in front, and products of the modes over the lumped body against their generalized masses.
 #include "checks/free_modes.h"
+#include "checks/lumping.h"
 #include "checks/parts.h"
 
 #include <algorithm>
@@ -141,9 +142,7 @@ struct Worst
 };
 } // namespace
 
-// How far lumping alone changes the generalized masses of the lower half of the flexible modes. The median: one wrong
-// mode leaves it where it is.
-static double lumping_of(const Eigen::VectorXd& shares, int rigid)
+double lumping_of(const Eigen::VectorXd& shares, int rigid)
 {
     std::vector<double> changes;
     for (Eigen::Index i = rigid; i < (rigid + shares.size() + 1) / 2; ++i)
@@ -154,6 +153,19 @@ static double lumping_of(const Eigen::VectorXd& shares, int rigid)
     return changes.empty() ? 0.0 : *middle;
 }
 
+double mixed_limit(double lumping, Eigen::Index mode, Eigen::Index modes, int rigid)
+{
+    constexpr double kMixed = 2e-2, kMixedOnCoarseMesh = 0.5, kLowerRoom = 2.0, kUpperRoom = 6.0;
+    const bool lower = mode < (rigid + modes + 1) / 2;
+    return std::clamp((lower ? kLowerRoom : kUpperRoom) * lumping, kMixed, kMixedOnCoarseMesh);
+}
+
+bool is_limited(int nodes, Eigen::Index flexible_modes)
+{
+    constexpr Eigen::Index kNodesForMode = 8, kFewNodes = 64;
+    return nodes >= (nodes < kFewNodes ? 2 * kNodesForMode : kNodesForMode) * flexible_modes;
+}
+
 // Products against what the generalized masses say: 1 for a mode with itself, 0 for two modes, as shares of
 // sqrt(m_i m_j). Rigid-body motions have the same products over lumped masses as over the mass matrix if only mass, centre
 // and inertia are the same. In all others lumping shows, the more so the coarser the mesh and the higher the mode: products
@@ -162,39 +174,36 @@ static double lumping_of(const Eigen::VectorXd& shares, int rigid)
 static void check_products(const Eigen::MatrixXd& products, const Eigen::VectorXd& masses, int rigid, int nodes,
                            const std::vector<int>& mode_numbers, Report& report)
 {
-    constexpr double kRigid = 1e-3, kMixed = 2e-2, kMixedOnCoarseMesh = 0.5, kLowerRoom = 2.0, kUpperRoom = 6.0;
+    constexpr double kRigid = 1e-3;
     const Eigen::VectorXd scale = masses.cwiseSqrt().cwiseInverse();
     const Eigen::MatrixXd shares = scale.asDiagonal() * products * scale.asDiagonal();
     const double lumping = lumping_of(shares.diagonal(), rigid);
     Worst among_rigid, mixed, flexible; // mixed: in parts of the limit
-    double mixed_limit = kMixed;
+    double limit_there = mixed_limit(lumping, rigid, shares.cols(), rigid);
     for (Eigen::Index j = 0; j < shares.cols(); ++j)
     {
-        const bool lower = j < (rigid + shares.cols() + 1) / 2;
-        const double limit = std::clamp((lower ? kLowerRoom : kUpperRoom) * lumping, kMixed, kMixedOnCoarseMesh);
+        const double limit = mixed_limit(lumping, j, shares.cols(), rigid);
         for (Eigen::Index i = 0; i <= j; ++i)
         {
             const double off = shares(i, j) - (i == j ? 1.0 : 0.0);
             if (i >= rigid || j < rigid)
                 (j < rigid ? among_rigid : flexible).take(off, i, j);
             else if (mixed.take(off / limit, i, j))
-                mixed_limit = limit;
+                limit_there = limit;
         }
     }
     report.check("rigid-body modes orthonormal", "off by " + among_rigid.text(mode_numbers), among_rigid.size <= kRigid,
                  among_rigid.numbers("difference", mode_numbers));
 
-    constexpr Eigen::Index kNodesForMode = 8, kFewNodes = 64; // of two quadratic bricks, say, lumping can make anything
-    const Eigen::Index flexible_modes = shares.cols() - rigid;
-    const bool limited = nodes >= (nodes < kFewNodes ? 2 * kNodesForMode : kNodesForMode) * flexible_modes;
+    const bool limited = is_limited(nodes, shares.cols() - rigid);
     const bool holds = limited ? mixed.size <= 1.0 : std::isfinite(mixed.size);
-    mixed.size *= mixed_limit;
+    mixed.size *= limit_there;
     std::vector<Number> numbers = mixed.numbers("product", mode_numbers);
     if (limited)
-        numbers.push_back({"limit", mixed_limit});
+        numbers.push_back({"limit", limit_there});
     report.check("flexible modes orthogonal to rigid ones",
                  "largest product " + mixed.text(mode_numbers) +
-                     (limited ? format(" (limit %.1e)", mixed_limit) : format(" (not judged: %d nodes only)", nodes)),
+                     (limited ? format(" (limit %.1e)", limit_there) : format(" (not judged: %d nodes only)", nodes)),
                  holds, std::move(numbers));
     report.check("flexible modes over lumped masses",
                  "off by " + flexible.text(mode_numbers) + (flexible.i < 0 ? "" : ": shows how coarse the mesh is"),

@@ -80,7 +80,10 @@ TEST_F(Checks, HoldForASoundBody)
                             "flexible modes over lumped masses",
                             "generalized mass symmetric, positive",
                             "generalized stiffness symmetric, not negative",
-                            "invariant 3 follows from modes and masses",
+                            "invariant 7 is that of a body",
+                            "invariants 5 and 9 symmetric in the modes",
+                            "rigid-body modes by invariants",
+                            "flexible modes without momentum",
                             "nodes at distinct points",
                             "face nodes move with the modes",
                             "interface nodes on the body",
@@ -101,7 +104,7 @@ TEST_F(Checks, FindTheFaultOfABody)
     const Fault kFaults[] = {
         {.checks = {"blocks fill the file"}, .behind = "more"},
         {.checks = {"blocks fill the file", "mode vectors can be read", "mass, centre and inertia agree",
-                    "invariant 3 follows from modes and masses"},
+                    "invariants can be read"},
          .opened = [&](ZELDATA*) { std::filesystem::resize_file(path, 2000); }},
         {.checks = {"counts agree"}, .opened = [](ZELDATA* db) { db->transformation_order = 6; }},
         {.checks = {"mass, centre and inertia agree"},
@@ -129,8 +132,32 @@ TEST_F(Checks, FindTheFaultOfABody)
                  ZEL_SetGeneralizedStiffness(db, 6, 7, 100.0);
                  ZEL_SetGeneralizedStiffness(db, 7, 6, 100.0);
              }},
-        {.checks = {"invariant 3 follows from modes and masses"},
+        {.checks = {"rigid-body modes by invariants", "flexible modes without momentum"},
          .built = [&](ZELDATA* db) { ZEL_SetInvar3(db, ones.data()); }},
+        {.checks = {"flexible modes without momentum"}, // 1e-5 of one mode's angular momentum
+         .opened =
+             [](ZELDATA* db) {
+                 std::free(ZEL_Invar4(db));
+                 db->invar4[6] += 1e-5 * std::sqrt(12.0);
+             }},
+        {.checks = {"invariants 5 and 9 symmetric in the modes"},
+         .opened =
+             [](ZELDATA* db) {
+                 std::free(ZEL_Invar5(db, 0));
+                 db->invar5[2][1] += 1e-5;
+             }},
+        {.checks = {"invariants 5 and 9 symmetric in the modes"},
+         .opened =
+             [](ZELDATA* db) {
+                 std::free(ZEL_Invar9(db, 0, 0));
+                 db->invar9[1][4][2] += 1e-5;
+             }},
+        {.checks = {"mass, centre and inertia agree", "invariant 7 is that of a body"}, // the third has 30, 12 and 50
+         .opened =
+             [](ZELDATA* db) {
+                 std::free(ZEL_Invar7(db));
+                 db->invar7[8] += 20.0;
+             }},
         {.checks = {"nodes at distinct points"},
          .built = [](ZELDATA* db) { ZEL_SetNodeCoordinates(db, 9, 2.0, 1.0, 1.0); }},
         {.checks = {"face nodes move with the modes"},
