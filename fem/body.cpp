@@ -257,6 +257,18 @@ static void set_matrices(ZELDATA* db, const Body& body)
         }
 }
 
+static void set_invariants(ZELDATA* db, const Body& body)
+{
+    constexpr int (*kSetters[])(ZELDATA*, const double*) = {ZEL_SetInvar2, ZEL_SetInvar3, ZEL_SetInvar4, ZEL_SetInvar5,
+                                                            nullptr,       ZEL_SetInvar7, ZEL_SetInvar8, ZEL_SetInvar9};
+    if (body.invariants[0].empty())
+        return;
+    require(ZEL_SetInvar1(db, body.invariants[0][0]), "an invariant");
+    for (size_t i = 0; i < std::size(kSetters); ++i)
+        if (kSetters[i])
+            require(kSetters[i](db, body.invariants[i + 1].data()), "an invariant");
+}
+
 static void set_header(ZELDATA* db, const Body& body)
 {
     std::string texts[6] = {body.title.empty() ? body.file : body.title, body.file, body.program, "", "", ""};
@@ -304,6 +316,7 @@ ZELDATA* fill_database(const ReducedBody& reduced)
     set_faces(db.get(), body);
     set_modes(db.get(), body, nodes);
     set_matrices(db.get(), body);
+    set_invariants(db.get(), body);
     require(ZEL_CalculateGlobalMassFromNodeMass(db.get()), "the global mass");
     return db.release();
 }

@@ -70,6 +70,11 @@ struct ReductionOptions
     int modes = 20; ///< fixed-interface modes, or flexible modes of a free body; not of computed modes
     MassMethod mass = MassMethod::matched; ///< of the nodes
     /**
+     * The inertia invariants are those of masses at the nodes, which the library sums when it writes. Without it they come from the
+     * mass matrix, as exact as the frequencies, and stand in the database; computed modes have no matrix and always lumped ones.
+     */
+    bool lumped_invariants = false;
+    /**
      * Springs to the ground, penalties among them, are taken out of the stiffness and told in the report. Without it, and where
      * supports were eliminated from the matrices, a model that is held is refused.
      */
@@ -100,14 +105,15 @@ ReducedBody reduce(Source& source, const ReductionOptions& options, Progress& pr
 
 /**
  * A new database with the body: nodes ascending by id with masses and inertias, interface nodes, faces of the surface, mode
- * shapes, stresses if there are any, generalized mass and stiffness, global mass. Modes are as reduce() has them: the library
- * makes them orthogonal when it writes.
+ * shapes, stresses if there are any, generalized mass and stiffness, global mass, and unless they are lumped the inertia invariants.
+ * Modes are as reduce() has them: the library makes them orthogonal when it writes, and the invariants go with them.
  * The caller's, to end with ZEL_UnLink. Throws std::runtime_error when the library cannot store something.
  */
 ZELDATA* fill_database(const ReducedBody& body);
 
 /**
- * Writes the body through the library; `options` as ZEL_WriteWithOptions has them, "full_invar" where in doubt. A file of that name
+ * Writes the body through the library; `options` as ZEL_WriteWithOptions has them, "full_invar" where in doubt: without it the
+ * shapes keep nodes inside the body, and lumped invariants are not written. A file of that name
  * is replaced only by a complete one; without success there is none, or the older one.
  * Progress is that of the library. What the library has to say goes where zel.h says. A message handler of the thread is spared
  * what every reduction brings about: warnings of reference nodes without mass and of rigid modes without stress.

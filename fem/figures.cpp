@@ -21,6 +21,7 @@ constexpr double kHeldShellTolerance = 5e-2; // held shells at the nodes of thei
 constexpr double kRigidRatio = 1e-6;         // rigid-body eigenvalues against the first flexible one
 constexpr double kComputedRatio =
     1e-4; // the same before the repair: 1e-6 in good models, 5e-2 where digits are missing
+constexpr double kInvariantTolerance = 1e-6; // of invariant 9 against the generalized mass
 constexpr int kFrequenciesShown = 6;
 constexpr size_t kNotesShown = 5; // on the model
 
@@ -148,6 +149,24 @@ void report_nodal_masses(Report& report, const Body& body, const MassMoments& ta
         report.check("nodal masses", value, worst < kMatchTolerance, {{"difference", worst}});
     else
         report.figure("nodal masses", value, {{"difference", worst}});
+}
+
+void report_invariants(Report& report, const Body& body, const std::optional<InvariantMass>& mass)
+{
+    if (!mass)
+        return report.figure("inertia invariants", "of the masses at the nodes");
+    if (*mass == InvariantMass::nodes)
+        return report.note(
+            "the mass matrix couples directions: the inertia invariants are those of masses at the nodes");
+    const double error = mass_error(body);
+    const std::vector<zel_checks::Number> numbers = {{"difference", error}};
+    if (*mass == InvariantMass::matrix)
+        return report.check("inertia invariants",
+                            format("of the mass matrix, modal masses differ by %.1e from the generalized ones", error),
+                            error < kInvariantTolerance, numbers);
+    report.figure("inertia invariants",
+                  format("of the mass matrix; 5, 8 and 9 of masses at the nodes, which differ by %.1e", error),
+                  numbers);
 }
 
 void report_mode_masses(Report& report, const ModalBasis& basis, bool mass_is_in_the_mesh, bool shells)

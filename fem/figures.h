@@ -2,7 +2,10 @@
 #ifndef FEM_FIGURES_H
 #define FEM_FIGURES_H
 
+#include <optional>
+
 #include "fem/body.h"
+#include "fem/invariants.h"
 
 namespace zel_fem
 {
@@ -40,6 +43,9 @@ void report_matrix_mass(Report& report, const Units& units, const MassMoments& m
 void report_lost_inertia(Report& report, double lost);
 
 void report_nodal_masses(Report& report, const Body& body, const MassMoments& target, MassMethod method);
+
+// What the invariants come from; none: lumped ones are wanted, or there is no matrix.
+void report_invariants(Report& report, const Body& body, const std::optional<InvariantMass>& mass);
 
 // The mass matrix that the program's modes belong to, by the program's own quadrature. Of a matrix that is not all in the mesh the
 // rigid motions alone are judged.

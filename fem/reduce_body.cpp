@@ -1,10 +1,12 @@
 // From a source to a body, end to end: mesh, interfaces, matrices or modes, nodal masses, checks. What is cheap to find wrong is
 // looked at first.
 #include <algorithm>
+#include <optional>
 #include <utility>
 
 #include "fem/figures.h"
 #include "fem/interfaces.h"
+#include "fem/invariants.h"
 #include "fem/reduction.h"
 #include "fem/rigid.h"
 
@@ -107,8 +109,9 @@ static MassMoments expected_moments(const Mesh& mesh, const MeshMass& elements, 
 }
 
 // The rigid motions and the nodal masses of the body get the mass of volume x density where the program has lost some of it, and
-// where the matrix has lumps, whose second moments are those of points.
-static MatrixMass take_mass(const Model& model, const MeshMass& own, const ReductionOptions& options, Body& body)
+// where the matrix has lumps, whose second moments are those of points. `rows`: the modes at the rows of the matrices.
+static MatrixMass take_mass(const Model& model, const MeshMass& own, const ReductionOptions& options, Body& body,
+                            MatrixXd& rows)
 {
     MatrixMass mass;
     mass.matrix = mass.target = matrix_moments(model);
@@ -121,7 +124,7 @@ static MatrixMass take_mass(const Model& model, const MeshMass& own, const Reduc
         if (mass.rule == MassRule::lumped || mass.lost >= kMassTolerance)
         {
             mass.target = mass.elements.moments;
-            set_rigid_mass(body, mass.target);
+            set_rigid_mass(body, mass.target, &rows);
         }
     }
     body.nodes = nodal_masses(body.mesh, model.mesh_has_mass ? own : matrix_mass(model), options.mass, mass.target);
@@ -144,7 +147,10 @@ static void reduce_matrices(const Model& model, const MeshMass& own, const Reduc
     body.stiffness = std::move(reduction.stiffness);
     body.mass = std::move(reduction.mass);
     body.reference_motion = unit_reference_motion(interfaces.size(), reduction.boundary_count, body.motion.cols());
-    const MatrixMass mass = take_mass(model, own, options, body);
+    const MatrixMass mass = take_mass(model, own, options, body, reduction.motion);
+    std::optional<InvariantMass> invariants; // none: lumped ones are wanted
+    if (!options.lumped_invariants)
+        invariants = take_invariants(model, reduction.motion, mass.target, body);
 
     report.title(title_of(model, free ? "Free-free modes" : "Craig-Bampton reduction", "matrices"));
     report_mesh(report, body, model.notes);
@@ -159,6 +165,7 @@ static void reduce_matrices(const Model& model, const MeshMass& own, const Reduc
     else
         report_matrix_mass(report, body.units, mass.matrix, is_diagonal(model.matrices->mass));
     report_nodal_masses(report, body, mass.target, options.mass);
+    report_invariants(report, body, invariants);
     report_modes(report, body, reduction.rigid_before);
     if (!free)
         report.figure("fixed-interface frequencies",
@@ -203,7 +210,7 @@ static void take_modes(Model& model, const MeshMass& own, const ReductionOptions
     body.stress =
         model.layers && basis.stress.size() > 0 ? model.layers->mean(basis.stress, 6) : std::move(basis.stress);
     if (!free || basis.rigid_count > 0)
-        set_rigid_mass(body, elements.moments);
+        set_rigid_mass(body, elements.moments, nullptr);
     add_rotations(body);
 
     const int modes = int(body.mass.rows()) - basis.boundary_count - basis.rigid_count;
@@ -215,6 +222,7 @@ static void take_modes(Model& model, const MeshMass& own, const ReductionOptions
     report_mass(report, body.units, elements, elements.moments, elements.moments, MassRule::of_types);
     report_lost_inertia(report, lost);
     report_nodal_masses(report, body, elements.moments, options.mass);
+    report_invariants(report, body, std::nullopt);
     report_mode_masses(report, basis, mass_is_in_the_mesh, has_shells(body.mesh));
     report_given_modes(basis, body, before, report);
 }

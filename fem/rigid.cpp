@@ -90,7 +90,7 @@ MatrixXd node_rotations(const Mesh& mesh, const MatrixXd& motion)
     return sum;
 }
 
-void set_rigid_mass(Body& body, const MassMoments& target)
+void set_rigid_mass(Body& body, const MassMoments& target, MatrixXd* rows)
 {
     const Vector3d center = target.center();
     const MatrixXd c = fit_rigid_motions(body.mesh, center, body.motion).coefficients;
@@ -101,8 +101,8 @@ void set_rigid_mass(Body& body, const MassMoments& target)
     if (body.reference_motion.rows() > 0)
         return;
     const Eigen::LLT<MatrixXd> unit(body.mass.topLeftCorner<6, 6>());
-    for (MatrixXd* values : {&body.motion, &body.rotation})
-        if (values->size() > 0)
+    for (MatrixXd* values : {&body.motion, &body.rotation, rows})
+        if (values && values->size() > 0)
             values->leftCols(6) = unit.matrixU().solve<Eigen::OnTheRight>(values->leftCols(6)).eval();
     body.mass.setIdentity();
 }

@@ -58,7 +58,7 @@ static zel_fem::arrays::Matrix matrix_of(const Matrix& matrix)
 }
 
 static zel_fem::ReductionOptions options_of(const std::array<std::string, 4>& units, const Interfaces& interfaces,
-                                            int modes, int mass_method, bool release_supports)
+                                            int modes, int mass_method, bool lumped_invariants, bool release_supports)
 {
     zel_fem::ReductionOptions options;
     options.units = {units[0], units[1], units[2], units[3]};
@@ -67,6 +67,7 @@ static zel_fem::ReductionOptions options_of(const std::array<std::string, 4>& un
     options.free = interfaces.empty();
     options.modes = modes;
     options.mass = zel_fem::MassMethod(mass_method);
+    options.lumped_invariants = lumped_invariants;
     options.release_supports = release_supports;
     return options;
 }
@@ -75,7 +76,7 @@ static zel_fem::ReductionOptions options_of(const std::array<std::string, 4>& un
 static std::pair<Database*, std::vector<ReportRow>>
 reduce(const Matrix& stiffness, const Matrix& mass, Taken<double> points, const Cells& cells, const NodeSets& sets,
        Taken<int64_t> dofs, const std::array<std::string, 4>& units, const Interfaces& interfaces, int modes,
-       int mass_method, bool release_supports, const std::string& title, nb::handle progress)
+       int mass_method, bool lumped_invariants, bool release_supports, const std::string& title, nb::handle progress)
 {
     zel_fem::arrays::Input input;
     input.title = title;
@@ -89,7 +90,8 @@ reduce(const Matrix& stiffness, const Matrix& mass, Taken<double> points, const 
     input.mass = matrix_of(mass);
     for (size_t i = 0; i + 2 <= dofs.size(); i += 2)
         input.dofs.push_back({dofs.data()[i], dofs.data()[i + 1]});
-    const zel_fem::ReductionOptions options = options_of(units, interfaces, modes, mass_method, release_supports);
+    const zel_fem::ReductionOptions options =
+        options_of(units, interfaces, modes, mass_method, lumped_invariants, release_supports);
     Messages messages;
     zel_python::Progress watch(progress);
     const auto outcome = [&] {
@@ -113,8 +115,8 @@ void add_reducing(nb::module_& module)
 {
     using nb::arg;
     module.def("reduce", &reduce, arg("stiffness"), arg("mass"), arg("points"), arg("cells"), arg("sets"), arg("dofs"),
-               arg("units"), arg("interfaces"), arg("modes"), arg("mass_method"), arg("release_supports"), arg("title"),
-               arg("progress").none(), nb::rv_policy::take_ownership,
+               arg("units"), arg("interfaces"), arg("modes"), arg("mass_method"), arg("lumped_invariants"),
+               arg("release_supports"), arg("title"), arg("progress").none(), nb::rv_policy::take_ownership,
                "The body of a model and the report of its reduction");
 }
 

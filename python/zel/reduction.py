@@ -32,6 +32,7 @@ def reduce(
     units: str | Sequence[str],
     dofs: npt.ArrayLike | None = None,
     mass: str = "matched",
+    invariants: str = "consistent",
     supports: str = "refuse",
     title: str = "",
     progress: Progress | None = None,
@@ -48,6 +49,8 @@ def reduce(
                 a node in the order of the points, or six components where there are so many
     mass        how masses at the nodes stand for the mass matrix: "matched" (mass, centre and inertia agree), "scaled" or
                 "row_sum"
+    invariants  "consistent": the inertia invariants are those of M, as exact as the frequencies; or "lumped": those of the masses
+                at the nodes, summed when the body is written
     supports    "refuse" a model that is held, or "remove" springs to the ground and penalties from its stiffness
     title       for the header of the body
     progress    told how far each phase has come
@@ -59,6 +62,8 @@ def reduce(
         raise ValueError(f"mass: expected one of {', '.join(_METHODS)}, got {mass!r}")
     if supports not in ("refuse", "remove"):
         raise ValueError(f'supports: expected "refuse" or "remove", got {supports!r}')
+    if invariants not in ("consistent", "lumped"):
+        raise ValueError(f'invariants: expected "consistent" or "lumped", got {invariants!r}')
     model = mesh_of(mesh)
     stiffness, weights = columns_of("K", K), columns_of("M", M)
     rows = np.empty((0, 2), np.int64) if dofs is None else convert.indexes("dofs", dofs, stiffness.size, 2)
@@ -73,6 +78,7 @@ def reduce(
         [_choice(number, interface) for number, interface in enumerate(interfaces, 1)],
         modes,
         _METHODS.index(mass),
+        invariants == "lumped",
         supports == "remove",
         title,
         progress,

@@ -902,7 +902,7 @@ TEST(RigidMotions, GetTheirMassWithoutTheFlexibleModes)
     body.stiffness = MatrixXd::Zero(8, 8);
     body.stiffness.bottomRightCorner<2, 2>() << 3, 1, 1, 2;
     const VectorXd before = generalized_eigenvalues(body.stiffness, body.mass);
-    set_rigid_mass(body, target);
+    set_rigid_mass(body, target, nullptr);
     const VectorXd after = generalized_eigenvalues(body.stiffness, body.mass);
     EXPECT_NEAR((after - before).tail<2>().norm(), 0.0, 1e-8 * before[7]);
     EXPECT_NEAR(body.mass(0, 0), target.mass, 1e-9 * target.mass);

@@ -170,6 +170,9 @@ static void add_shared_options(CLI::App& command, ImportOptions& options, const 
         command, words.nodal_mass, options.reduction.mass,
         {{"matched", MassMethod::matched}, {"hrz", MassMethod::scaled}, {"rowsum", MassMethod::row_sum}},
         "Nodal masses: with the mass, centre and inertia of the body, or from the diagonal or the rows of the matrix");
+    add_choice<bool>(command, "--invariants", options.reduction.lumped_invariants,
+                     {{"consistent", false}, {"lumped", true}},
+                     "Inertia invariants: of the mass matrix, or of the masses at the nodes");
     command.add_option("--options", options.write_options, "Write options, for example \"full_invar sparse_str\"")
         ->capture_default_str()
         ->check(CLI::Validator(zel_command::problem_of_write_options, ""));

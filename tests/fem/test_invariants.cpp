@@ -1,0 +1,209 @@
+// Inertia invariants of reduced bodies: against the mass matrix by its definition, and in a solver's equations of motion.
+#include "assembly.h"
+#include "fem/body.h"
+#include "fem/reduction.h"
+#include "fem/rigid.h"
+#include "fixtures.h"
+
+using namespace zel_fem;
+using Eigen::Index;
+using Eigen::MatrixXd;
+using Eigen::VectorXd;
+
+static const std::string kExamples = ZEL_SOURCE "/examples/ccx/", kSmall = ZEL_SOURCE "/tests/data/ccx/";
+static const std::vector<int> kNumbers = {1, 2, 3, 4, 5, 7, 8, 9};
+static Progress silent;
+
+// What a report says of the invariants.
+static std::string told(const ReducedBody& body)
+{
+    for (const zel_checks::Row& row : body.report.rows())
+        if (row.name == "inertia invariants" || row.text.find("inertia invariants") != std::string::npos)
+            return row.text;
+    return "";
+}
+
+static ReducedBody body_of(Source& source, int modes, const std::vector<std::string>& interfaces = {},
+                           bool lumped = false)
+{
+    ReductionOptions options;
+    options.units = parse_units("mm,t,s,N");
+    options.modes = modes;
+    for (const std::string& interface : interfaces)
+        options.interfaces.push_back(parse_interface(interface));
+    options.lumped_invariants = lumped;
+    return reduce(source, options, silent);
+}
+
+static Model model_of(const std::string& job)
+{
+    const auto source = ccx::make_source({.deck = job});
+    Model model = source->read_model(silent);
+    source->read_solution(model, {}, silent);
+    return model;
+}
+
+static MatrixXd dense(const SparseMatrix& upper)
+{
+    return MatrixXd(upper).selfadjointView<Eigen::Upper>();
+}
+
+// Row and column of node and component, whatever the order of the rows.
+static MatrixXd by_nodes(const Model& model)
+{
+    const MatrixXd mass = dense(model.matrices->mass);
+    MatrixXd sorted = MatrixXd::Zero(mass.rows(), mass.cols());
+    const auto place = [&](Index row) {
+        return 3 * model.matrices->rows[size_t(row)].node + model.matrices->rows[size_t(row)].component;
+    };
+    for (Index row = 0; row < mass.rows(); ++row)
+        for (Index column = 0; column < mass.cols(); ++column)
+            sorted(place(row), place(column)) = mass(row, column);
+    return sorted;
+}
+
+// With m = V diag(a) V^T, products of two fields over the matrix are sums over points of mass a, whose coordinates and shapes are V^T
+// times those of the nodes. Invariants 1, 2 and 3 have the constant for one of the two.
+static std::vector<double> defined(const Body& body, const MatrixXd& mass, int number)
+{
+    const Index nodes = mass.rows() / 3, modes = body.motion.cols();
+    const MatrixXd m = mass(Eigen::seqN(0, nodes, 3), Eigen::seqN(0, nodes, 3));
+    MatrixXd at(nodes, 3);
+    for (Index p = 0; p < nodes; ++p)
+        at.row(p) = body.mesh.nodes[size_t(p)].at;
+    const auto component = [&](int c) -> MatrixXd { return body.motion(Eigen::seqN(c, nodes, 3), Eigen::all); };
+    std::vector<double> values;
+    for (int c = 0; c < 3 && number == 3; ++c)
+        for (Index k = 0; k < modes; ++k)
+            values.push_back((m * component(c).col(k)).sum());
+    if (number < 4)
+        return number == 1   ? std::vector<double>{m.sum()}
+               : number == 3 ? values
+                             : std::vector<double>{(m * at.col(0)).sum(), (m * at.col(1)).sum(), (m * at.col(2)).sum()};
+    const Eigen::SelfAdjointEigenSolver<MatrixXd> solver(m);
+    const MatrixXd turned = solver.eigenvectors().transpose() * at;
+    Assembly points;
+    for (Index r = 0; r < nodes; ++r)
+        points.points.push_back({solver.eigenvalues()[r], {turned(r, 0), turned(r, 1), turned(r, 2)}, {}});
+    for (Index k = 0; k < modes; ++k)
+        points.add_mode();
+    for (int c = 0; c < 3; ++c)
+    {
+        const MatrixXd shapes = solver.eigenvectors().transpose() * component(c);
+        for (Index k = 0; k < modes; ++k)
+            for (Index r = 0; r < nodes; ++r)
+                points.modes[size_t(k)][size_t(r)][size_t(c)] = shapes(r, k);
+    }
+    return defined_invariant(points, number);
+}
+
+class Invariants : public ZelTest
+{};
+
+TEST_F(Invariants, AreThoseOfTheMassMatrix)
+{
+    const MatrixXd mass = by_nodes(model_of(kSmall + "small"));
+    for (const std::vector<std::string>& interfaces : {std::vector<std::string>{}, {"ROOT@0,0,0", "TIP@60,0,0"}})
+    {
+        const ReducedBody body = body_of(*ccx::make_source({.deck = kSmall + "small"}), 7, interfaces);
+        ZELDATA* db = fill_database(body);
+        for (int number : kNumbers)
+            expect_near(library_invariant(db, number), defined(*body.body, mass, number), 1e-12);
+        EXPECT_NEAR(db->total_mass, mass.sum() / 3, 1e-12 * db->total_mass);
+    }
+}
+
+// Of free modes, or of modes between interfaces that the writer has made orthogonal: from the invariants of the flexible ones alone.
+static VectorXd hertz_of_invariants(ZELDATA* db)
+{
+    std::vector<int> flexible;
+    VectorXd hertz(ZEL_ModeCount(db)), stiffness(ZEL_ModeCount(db));
+    for (int k = 0; k < ZEL_ModeCount(db); ++k)
+    {
+        EXPECT_TRUE(ZEL_Eigenvalue(db, k + 1, &stiffness[k], &hertz[k], nullptr, nullptr, nullptr));
+        if (hertz[k] > 1.0)
+            flexible.push_back(k);
+    }
+    const Index modes = Index(flexible.size());
+    const std::vector<double> first = library_invariant(db, 2), momentum = library_invariant(db, 3),
+                              angular = library_invariant(db, 4), inertia = library_invariant(db, 7);
+    MatrixXd mass = MatrixXd::Identity(6 + modes, 6 + modes), k = MatrixXd::Zero(6 + modes, 6 + modes);
+    mass.topLeftCorner<3, 3>() *= ZEL_Invar1(db);
+    mass.block<3, 3>(3, 0) << 0, -first[2], first[1], first[2], 0, -first[0], -first[1], first[0], 0;
+    mass.block<3, 3>(3, 3) = Eigen::Matrix3d::Map(inertia.data());
+    for (Index i = 0; i < modes; ++i)
+        for (Index c = 0; c < 3; ++c)
+        {
+            const size_t at = size_t(c * hertz.size() + flexible[size_t(i)]);
+            mass(6 + i, c) = momentum[at];
+            mass(6 + i, 3 + c) = angular[at];
+            k(6 + i, 6 + i) = stiffness[flexible[size_t(i)]];
+        }
+    const Eigen::GeneralizedSelfAdjointEigenSolver<MatrixXd> solver(k, mass, Eigen::EigenvaluesOnly); // lower triangles
+    return (solver.eigenvalues().tail(modes).cwiseSqrt() / (2 * M_PI)).cwiseQuotient(hertz.tail(modes)).array() - 1.0;
+}
+
+TEST_F(Invariants, GiveASolverTheFrequenciesOfTheFile)
+{
+    const struct
+    {
+        std::string job;
+        std::vector<std::string> interfaces;
+        const char* source;
+    } bodies[] = {
+        {kExamples + "rod", {}, "of the mass matrix, modal"},
+        {kExamples + "rod", {"LARGE@0,0,0", "SMALL@150,0,0"}, "of the mass matrix, modal"},
+        {kSmall + "one_point", {}, "of the mass matrix, modal"}, // whose rigid motions have more mass than the matrix
+        {kSmall + "incompatible", {}, "of the mass matrix, modal"}, // rows inside elements
+        {kSmall + "strip", {"ROOT"}, "of the mass matrix, modal"},  // layers
+        {kSmall + "small_tied", {}, "5, 8 and 9 of masses at the nodes"},
+    };
+    const TemporaryFolder folder;
+    for (const auto& [job, interfaces, source] : bodies)
+        for (const bool lumped : {false, true})
+        {
+            SCOPED_TRACE(job);
+            const ReducedBody body = body_of(*ccx::make_source({.deck = job}), 8, interfaces, lumped);
+            EXPECT_NE(told(body).find(lumped ? "of the masses at the nodes" : source), std::string::npos) << told(body);
+            write_body(body, folder.path("body.zel"), "full_invar", silent);
+            ZELDATA* db = ZEL_CreateFromZEL(folder.path("body.zel").c_str());
+            ASSERT_TRUE(db);
+            const double error = hertz_of_invariants(db).cwiseAbs().maxCoeff();
+            EXPECT_TRUE(lumped || error < 1e-9) << error;
+            EXPECT_TRUE(!lumped || error > 1e-9 || job == kSmall + "incompatible")
+                << error; // a cube: its corners carry alike
+            ZEL_Terminate();
+        }
+}
+
+// Elements of one point make inertias low. What the mass of the rigid motions has got beyond the matrix is in all nine alike.
+TEST_F(Invariants, KeepTheirLawsWhereTheMatrixHasLostInertia)
+{
+    const ReducedBody body = body_of(*ccx::make_source({.deck = kSmall + "one_point"}), 5);
+    ZELDATA* db = fill_database(body);
+    const MassMoments mass = mesh_mass(body.body->mesh).moments;
+    const size_t modes = 11;
+    const std::vector<double> angular = library_invariant(db, 4), cross = library_invariant(db, 5),
+                              eighth = library_invariant(db, 8), ninth = library_invariant(db, 9);
+    EXPECT_LT((Eigen::Matrix3d::Map(library_invariant(db, 7).data()) - mass.inertia({0, 0, 0})).norm(),
+              1e-9 * mass.second.norm());
+    const MatrixXd rigid = fit_rigid_motions(body.body->mesh, {0, 0, 0}, body.body->motion).coefficients;
+    for (size_t k = 0; k < modes; ++k)
+    {
+        const double* b = &eighth[9 * k]; // sum of m s x phi is in the antisymmetric part
+        const double axial[3] = {b[7] - b[5], b[2] - b[6], b[3] - b[1]};
+        for (size_t c = 0; c < 3; ++c)
+            EXPECT_NEAR(axial[c], angular[c * modes + k], 1e-12 * largest(angular));
+        const double* own = &ninth[9 * (modes + 1) * k];
+        EXPECT_NEAR(-0.5 * (own[0] + own[4] + own[8]), body.body->mass(Index(k), Index(k)), 1e-12);
+        // a turn about z
+        double turned[3] = {};
+        for (size_t j = 0; j < modes; ++j)
+            for (size_t c = 0; c < 3; ++c)
+                turned[c] += rigid(Index(j), 5) * cross[(3 * j + c) * modes + k];
+        // (-y, x, 0) x phi = (x phi_z, y phi_z, -x phi_x - y phi_y)
+        const double expected[3] = {b[6], b[7], b[8]};
+        for (size_t c = 0; c < 3; ++c)
+            EXPECT_NEAR(turned[c], expected[c], 1e-9 * largest(cross)) << k << c;
+    }
+}
