@@ -156,8 +156,8 @@ struct Format
 constexpr Format kFormats[] = {
     {"Matrix Market", is_matrix_market, read_matrix_market},
     {"DMIG punch", is_punch_line, read_punch},
-    {"row column value", is_coordinate_line, read_coordinate_lines},
-    {"node, dof, node, dof, value", is_labelled_line, read_labelled_lines},
+    {"lines of row, column and value", is_coordinate_line, read_coordinate_lines},
+    {"lines of node, dof, node, dof and value", is_labelled_line, read_labelled_lines},
 };
 
 // By the first line that is no comment, but matrices in punch files may stand behind other cards.

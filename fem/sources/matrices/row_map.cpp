@@ -99,7 +99,7 @@ RowMap read_row_map(const std::string& path, const Mesh& mesh)
 {
     LineReader reader(path);
     RowMap map;
-    map.told = "as " + path + " says";
+    map.told = "what " + path + " says";
     Mapping mapping(reader, mesh, map);
     std::string_view line;
     if (!reader.next(line))

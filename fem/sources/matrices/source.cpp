@@ -84,7 +84,7 @@ static std::vector<Freedom> all_freedoms(const MatrixFile& stiffness, const Matr
 static RowMap labelled_rows(const Mesh& mesh, const std::vector<Freedom>& freedoms, const MatrixFile& stiffness)
 {
     RowMap map;
-    map.told = "as the matrices say";
+    map.told = "what they say";
     for (const auto& [id, component] : freedoms)
     {
         map.rows.push_back({find_node(mesh, id), component});
@@ -234,9 +234,9 @@ void MatrixSource::read_solution(Model& model, const std::vector<Interface>&, Pr
     MatrixFile mass =
         read_matrix_file(input_.mass, Role::mass, [&](double share) { progress.advance(0.5 + 0.5 * share); });
     RowMap map = rows_of(model.mesh, stiffness, mass);
-    model.notes.insert(model.notes.begin(), "the matrices are " + stiffness.format +
+    model.notes.insert(model.notes.begin(), "the matrices are read as " + stiffness.format +
                                                 (mass.format == stiffness.format ? "" : " and " + mass.format) +
-                                                ", their rows " + map.told);
+                                                ", their rows move " + map.told);
     const std::vector<Freedom> all = all_freedoms(stiffness, mass);
     const auto order = int64_t(map.rows.size());
     model.matrices = {std::move(map.rows), take_triangle(stiffness, all, order), take_triangle(mass, all, order)};
