@@ -155,7 +155,7 @@ void GmshReader::read_format()
     need(3);
     const std::string version(fields_[0]);
     blocks_ = version == "4.1";
-    if (!blocks_ && version != "2" && version != "2.1" && version != "2.2")
+    if (!blocks_ && version != "2" && !version.starts_with("2."))
         file_.fail("version " + version + " cannot be read: save the mesh in version 2.2 or 4.1");
     if (fields_[1] != "0")
         file_.fail("a binary mesh cannot be read: save it as ASCII");
