@@ -28,10 +28,16 @@ if(ZEL_TOOLS OR ZEL_PYTHON)
     IMPORTED_LOCATION ${MUMPS_LIBRARY} INTERFACE_INCLUDE_DIRECTORIES "${MUMPS_INCLUDE_DIR};${METIS_INCLUDE_DIR}"
     INTERFACE_LINK_LIBRARIES ${METIS_LIBRARY})
 endif()
-# Of the command: arguments and JSON.
+# Of the command: arguments, JSON, and what draws in pages.
 if(ZEL_TOOLS)
   find_package(CLI11 REQUIRED)
   find_package(nlohmann_json REQUIRED)
+  find_file(THREE_JS three.min.js PATHS /usr/share/javascript/three PATH_SUFFIXES build)
+  find_file(THREE_ORBIT_CONTROLS OrbitControls.js PATHS /usr/share/javascript/three/examples/js/controls)
+  if(NOT THREE_JS OR NOT THREE_ORBIT_CONTROLS)
+    message(FATAL_ERROR "The command needs three.js, release 111, with OrbitControls.js: Debian's package libjs-three, or "
+      "-DTHREE_JS=... -DTHREE_ORBIT_CONTROLS=... The library alone, -DZEL_TOOLS=OFF, does not.")
+  endif()
 endif()
 if(ZEL_TESTS)
   find_package(GTest REQUIRED)

@@ -1,7 +1,7 @@
 # Sourced by ./demo and ./test: installs the Debian packages that are missing, and nothing when none is.
 packages="g++ gfortran cmake ninja-build pkg-config binutils libtirpc-dev libopenblas-dev
   libgtest-dev libbenchmark-dev libcli11-dev nlohmann-json3-dev libeigen3-dev
-  libmumps-seq-dev libmetis-dev zlib1g-dev libmeshoptimizer-dev python3 python3-venv python3-dev ${ZEL_EXTRA_PACKAGES:-}"
+  libmumps-seq-dev libmetis-dev zlib1g-dev libmeshoptimizer-dev libjs-three python3 python3-venv python3-dev ${ZEL_EXTRA_PACKAGES:-}"
 missing=
 for package in $packages; do
   dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q 'ok installed' || missing="$missing $package"
