@@ -161,7 +161,10 @@ TEST_F(Command, ChecksImportedBodies)
     const std::string coarse = "import ccx " ZEL_SOURCE "/examples/ccx"
                                "/../../tests/data/ccx/small -u mm,t,s,N -o coarse.zel";
     ASSERT_EQ(run(folder, coarse).status, 0); // 44 nodes for 20 flexible modes
-    for (const char* name : {"good.zel", "coupled.zel", "coarse.zel"})
+    const std::string lumped =
+        "import ccx " ZEL_SOURCE "/tests/data/ccx/small -u mm,t,s,N --invariants lumped -o lumped.zel";
+    ASSERT_EQ(run(folder, lumped).status, 0);
+    for (const char* name : {"good.zel", "coupled.zel", "coarse.zel", "lumped.zel"})
         EXPECT_EQ(run(folder, std::string("check ") + name).status, 0)
             << run(folder, std::string("check ") + name).output;
     const auto frequencies = [&](const char* name) {
