@@ -8,15 +8,14 @@ from collections.abc import Callable
 from pathlib import Path
 from typing import Any, NamedTuple
 
+import from_scikit_fem as bracket
 import numpy as np
 import pytest
 from packaging.requirements import Requirement
 from scipy import sparse
 from scipy.linalg import eigh
-from skfem import Basis, BilinearForm, ElementHex1, ElementVector, MeshHex
-from skfem.helpers import dot
+from skfem import MeshHex
 from skfem.io.meshio import to_meshio
-from skfem.models.elasticity import lame_parameters, linear_elasticity
 
 import zel
 from conftest import SOURCE
@@ -82,10 +81,8 @@ def set_invariants(body: zel.Body, points: np.ndarray, weights: np.ndarray) -> N
 @pytest.fixture(scope="module")
 def bar(tmp_path_factory: pytest.TempPathFactory) -> Bar:
     mesh = MeshHex.init_tensor(np.linspace(0.0, 100.0, 11), np.array([-4.0, 0, 7]), np.array([2.0, 5, 9]))
-    basis = Basis(mesh, ElementVector(ElementHex1()))
-    stiffness = linear_elasticity(*lame_parameters(5.0, 0.3)).assemble(basis)
-    mass = BilinearForm(lambda u, v, _: 1.2e-9 * dot(u, v)).assemble(basis)
-    points = mesh.p.T.copy()
+    steel = bracket.assemble(mesh)
+    stiffness, mass, points = steel[0] * (5.0 / 210e3), steel[1] * (1.2e-9 / bracket.DENSITY), mesh.p.T.copy()
 
     def fresh(*ends: float) -> zel.Body:
         sets = [np.flatnonzero(points[:, 0] == x) + 1 for x in ends or (0.0,)]
