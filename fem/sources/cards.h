@@ -1,5 +1,5 @@
-// Cards of the decks that CalculiX, Abaqus and programs that write for them share: a keyword line with parameters, then its data
-// lines. Blanks and case do not matter, and "**" starts a comment.
+// Cards of the decks that CalculiX, Abaqus and programs that write for them share: a keyword line with parameters, then
+// its data lines. Blanks and case do not matter, and "**" starts a comment.
 #ifndef FEM_CARDS_H
 #define FEM_CARDS_H
 
@@ -69,8 +69,8 @@ public:
     const std::string& required(const Card& card, const std::string& name) const;
     // A node of a *NODE card; coordinates that are left out are zero.
     Node node(const DataLine& line) const;
-    // The number and the nodes of an element of so many, over as many lines as they take, from line `at` on, which moves behind
-    // them. There may be more or fewer than asked for, when the deck has them so.
+    // The number and the nodes of an element of so many, over as many lines as they take, from line `at` on, which
+    // moves behind them. There may be more or fewer than asked for, when the deck has them so.
     std::vector<int> element(const Card& card, size_t& at, int node_count) const;
     // A line of a set by GENERATE.
     Range range(const DataLine& line) const;

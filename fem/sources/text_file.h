@@ -59,7 +59,8 @@ public:
 
     // The next line, of whatever file; false at the end of the first one.
     bool next(std::string_view& line);
-    // Lines of the file come next. A relative name is looked up beside the file that includes it, then where the command runs.
+    // Lines of the file come next. A relative name is looked up beside the file that includes it, then where the
+    // command runs.
     void include(const std::string& name);
 
     Place place() const { return open_.back().reader->place(); }

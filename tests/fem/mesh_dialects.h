@@ -1,5 +1,6 @@
-// One mesh in memory and writers of it in the dialects of other programs. Where a program orders mid-side nodes in its own way,
-// its manual's order stands here as edges between corners, so that no permutation of the readers is used twice.
+// One mesh in memory and writers of it in the dialects of other programs. Where a program orders mid-side nodes in its
+// own way, its manual's order stands here as edges between corners, so that no permutation of the readers is used
+// twice.
 #ifndef TEST_MESH_DIALECTS_H
 #define TEST_MESH_DIALECTS_H
 
@@ -72,8 +73,8 @@ inline std::vector<std::vector<int>> pieces_of_a_cell(Shape shape)
     }
 }
 
-// A box of two by one by one cells under a skew map, of elements of one shape. Numbers of nodes fall along the box, with gaps.
-// Coordinates have few digits, for formats with narrow columns.
+// A box of two by one by one cells under a skew map, of elements of one shape. Numbers of nodes fall along the box,
+// with gaps. Coordinates have few digits, for formats with narrow columns.
 inline MeshFile box(Shape shape)
 {
     static const std::vector<ElementType> kTypes = [] {
@@ -121,7 +122,7 @@ inline MeshFile box(Shape shape)
     return file;
 }
 
-// ---- Pieces of writers -------------------------------------------------------------------------------------------------
+// ---- Pieces of writers ----------------------------------------------------------------------------------------------
 
 inline std::string text(const char* format, auto... values)
 {
@@ -141,7 +142,8 @@ inline std::vector<Node> shuffled(const Mesh& mesh)
     return nodes;
 }
 
-// Ids of the nodes of an element: corners, then the middles of `edges`, or all in the order of the library when there are none.
+// Ids of the nodes of an element: corners, then the middles of `edges`, or all in the order of the library when there
+// are none.
 inline std::vector<int> ids_of(const Mesh& mesh, const Element& element, const Edges& edges = {})
 {
     const Shape shape = element.type->shape;
@@ -183,7 +185,7 @@ inline std::vector<int> set_ids(const MeshFile& file, const std::string& name)
     return ids;
 }
 
-// ---- Decks -------------------------------------------------------------------------------------------------------------
+// ---- Decks ----------------------------------------------------------------------------------------------------------
 
 inline std::string deck_mesh(const MeshFile& file, const std::vector<Node>& nodes)
 {
@@ -226,8 +228,8 @@ inline std::string flat_deck(const MeshFile& file)
            "*Boundary\nROOT, 1, 3\n*Step\n*Frequency, solver=matrixstorage\n*End Step";
 }
 
-// The mesh in the part or, as preprocessors write independent instances, in the instance; turned by a right angle about an axis
-// along z through (1, 2, 0) after a translation.
+// The mesh in the part or, as preprocessors write independent instances, in the instance; turned by a right angle about
+// an axis along z through (1, 2, 0) after a translation.
 inline std::string abaqus_deck(const MeshFile& file, bool in_instance)
 {
     std::vector<Node> nodes = shuffled(file.mesh);
@@ -251,7 +253,7 @@ inline std::string abaqus_deck(const MeshFile& file, bool in_instance)
            "*End Step";
 }
 
-// ---- Gmsh --------------------------------------------------------------------------------------------------------------
+// ---- Gmsh -----------------------------------------------------------------------------------------------------------
 
 inline const Edges& gmsh_edges(Shape shape)
 {
@@ -333,7 +335,7 @@ inline std::string gmsh_4(const MeshFile& file)
     return result + "$EndElements\n";
 }
 
-// ---- Nastran -----------------------------------------------------------------------------------------------------------
+// ---- Nastran --------------------------------------------------------------------------------------------------------
 
 enum class Fields
 {
@@ -421,7 +423,7 @@ inline bool is_nastran_shape(Shape shape)
     return *names_of(shape).nastran != 0;
 }
 
-// ---- Ansys -------------------------------------------------------------------------------------------------------------
+// ---- Ansys ----------------------------------------------------------------------------------------------------------
 
 inline std::string columns(const std::vector<int>& numbers, int width)
 {
@@ -504,7 +506,7 @@ inline std::string cdb(const MeshFile& file)
                          file.mesh.elements[0].density);
 }
 
-// ---- All of them -------------------------------------------------------------------------------------------------------
+// ---- All of them ----------------------------------------------------------------------------------------------------
 
 struct Dialect
 {

@@ -41,7 +41,7 @@ static std::string complaint_of(const std::string& text)
     return "";
 }
 
-// ---- One mesh in every dialect -----------------------------------------------------------------------------------------
+// ---- One mesh in every dialect --------------------------------------------------------------------------------------
 
 static MassMoments moments_of(const Mesh& mesh)
 {
@@ -133,7 +133,7 @@ TEST(MeshDialects, AgreeWithTheImportOfCalculix)
     }
 }
 
-// ---- Decks -------------------------------------------------------------------------------------------------------------
+// ---- Decks ----------------------------------------------------------------------------------------------------------
 
 static std::vector<int> set_of(const MeshFile& file, const std::string& name)
 {
@@ -185,7 +185,8 @@ TEST(Decks, NumberTheirInstancesOneAfterTheOther)
     EXPECT_NEAR(moments_of(file.mesh).mass, 2 * 2. / 6, 1e-15);
 }
 
-// What generators write: faces of physical surfaces as plane elements, sets of nodes and elements of one name, shouted comments.
+// What generators write: faces of physical surfaces as plane elements, sets of nodes and elements of one name, shouted
+// comments.
 TEST(Decks, TakeWhatIsNoElementOfTheBodyForSets)
 {
     const MeshFile file = read_text(
@@ -244,7 +245,7 @@ TEST(Decks, AreRefusedWhereTheyAreDamagedOrMoveNodesByOtherRules)
         EXPECT_EQ(complaint_of(text), expected);
 }
 
-// ---- Gmsh --------------------------------------------------------------------------------------------------------------
+// ---- Gmsh -----------------------------------------------------------------------------------------------------------
 
 static std::string gmsh_2(const std::string& elements, const std::string& more = "")
 {
@@ -289,7 +290,7 @@ TEST(GmshMeshes, AreRefusedWhereTheyAreDamaged)
         EXPECT_EQ(complaint_of(text), expected);
 }
 
-// ---- Nastran -----------------------------------------------------------------------------------------------------------
+// ---- Nastran --------------------------------------------------------------------------------------------------------
 
 TEST(NastranMeshes, PlaceGridPointsByNestedCoordinateSystems)
 {
@@ -300,7 +301,8 @@ TEST(NastranMeshes, PlaceGridPointsByNestedCoordinateSystems)
                   "CORD2S,3,2,1.,0.,5.,1.,0.,6.,+S\n+S,2.,0.,5.\n"
                   "CORD2C,2,1,0.,0.,0.,1.,0.,0.\n,0.,1.,0.\n"
                   "CORD2R,1,0,10.,0.,0.,10.,0.,1.\n,10.,1.,0.\nCORD1R,20,1,2,3,21,2,3,4\nGRDSET,,2\nENDDATA");
-    // worked out by hand: x, y, z of system 2 lie along -x, z and y of the basic one, those of system 1 along y, -x and z
+    // worked out by hand: x, y, z of system 2 lie along -x, z and y of the basic one, those of system 1 along y, -x and
+    // z
     const Vector3d expected[] = {{10, 3, 2}, {1, 2, 3}, {9, 5, 1}, {8, 1, 3}};
     ASSERT_EQ(file.mesh.nodes.size(), 4u);
     for (size_t i = 0; i < 4; ++i)
@@ -361,7 +363,7 @@ TEST(NastranMeshes, AreRefusedWhereTheyAreDamagedOrTheirGeometryIsNotKnown)
         EXPECT_EQ(complaint_of(text), expected);
 }
 
-// ---- Ansys -------------------------------------------------------------------------------------------------------------
+// ---- Ansys ----------------------------------------------------------------------------------------------------------
 
 // A tetrahedron and what follows it, in the columns of older releases.
 static std::string cdb_tet(const std::string& more, const std::string& elements = "")
@@ -425,7 +427,7 @@ TEST(AnsysMeshes, AreRefusedWhereTheyAreDamagedOrMoveNodes)
         EXPECT_EQ(complaint_of(text), expected);
 }
 
-// ---- Plain tables ------------------------------------------------------------------------------------------------------
+// ---- Plain tables ---------------------------------------------------------------------------------------------------
 
 TEST(NodeTables, AreReadWhateverSeparatesTheirColumns)
 {
@@ -476,7 +478,7 @@ TEST(NodeTables, AreRefusedWhereTheyAreDamaged)
         EXPECT_EQ(complaint_of(text), expected);
 }
 
-// ---- Damage ------------------------------------------------------------------------------------------------------------
+// ---- Damage ---------------------------------------------------------------------------------------------------------
 
 // Whether a text is a mesh in order or refused by name; anything else is thrown or crashes.
 static bool is_read(const TemporaryFolder& folder, const std::string& text)

@@ -26,8 +26,8 @@ public:
 
     // InputError for an id that is not positive or comes twice.
     void add_node(int id, const Eigen::Vector3d& at, const Place& place);
-    // `nodes` are ids, which may be defined later. Density and thickness are to be set by the caller; until then there is none.
-    // The reference is valid until the next element.
+    // `nodes` are ids, which may be defined later. Density and thickness are to be set by the caller; until then there
+    // is none. The reference is valid until the next element.
     Element& add_element(int id, const ElementType& type, std::span<const int> nodes, int file, int64_t line);
     // Ids of nodes; those that are never defined are left out with a note.
     void add_to_set(const std::string& name, std::span<const int> nodes);
@@ -43,7 +43,8 @@ public:
     // The elements do not have all mass of the body, for this reason.
     void leave_density(const std::string& reason);
 
-    // Nodes in order, elements and sets by indexes. InputError for elements with undefined nodes and a mesh without nodes.
+    // Nodes in order, elements and sets by indexes. InputError for elements with undefined nodes and a mesh without
+    // nodes.
     MeshFile finish();
 
 private:

@@ -1,6 +1,6 @@
-// A line begins a card, or goes on with one when its first field is blank or begins with + or *. Eight fields of data stand on a
-// line, or on two lines of large fields, and a mark behind them may name the line that goes on. Lines must follow each other:
-// files that were sorted by their marks are refused.
+// A line begins a card, or goes on with one when its first field is blank or begins with + or *. Eight fields of data
+// stand on a line, or on two lines of large fields, and a mark behind them may name the line that goes on. Lines must
+// follow each other: files that were sorted by their marks are refused.
 #include "fem/sources/meshes/bulk_cards.h"
 
 #include <algorithm>

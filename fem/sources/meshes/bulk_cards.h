@@ -34,7 +34,8 @@ class BulkReader
 public:
     explicit BulkReader(const std::string& path) : files_(path) {}
 
-    // False at the end of the data. `wanted` tells by the name whether the fields are of interest; they stay empty otherwise.
+    // False at the end of the data. `wanted` tells by the name whether the fields are of interest; they stay empty
+    // otherwise.
     template <typename Wanted> bool next(BulkCard& card, Wanted wanted)
     {
         if (!start(card))

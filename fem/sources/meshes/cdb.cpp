@@ -1,7 +1,7 @@
-// Ansys's archives of a model (.cdb, by CDWRITE): blocks of nodes and elements in columns that a format line tells, types of
-// elements, components, and densities. Columns are right-aligned and end with the last one that is not zero, so that a line that
-// ends elsewhere has been cut. Shapes of fewer faces are hexahedra that name nodes several times: "SOLID186" in the element
-// reference.
+// Ansys's archives of a model (.cdb, by CDWRITE): blocks of nodes and elements in columns that a format line tells,
+// types of elements, components, and densities. Columns are right-aligned and end with the last one that is not zero,
+// so that a line that ends elsewhere has been cut. Shapes of fewer faces are hexahedra that name nodes several times:
+// "SOLID186" in the element reference.
 #include <algorithm>
 #include <cctype>
 #include <limits>
@@ -37,8 +37,8 @@ constexpr Routine kRoutines[] = {
     {175, Kind::massless}, {176, Kind::massless}, {177, Kind::massless}, {178, Kind::massless}, {179, Kind::massless},
 };
 
-// A shape as it stands among the nodes of the element: each group of corners is one node, and `order` tells where the nodes of the
-// quadratic shape stand, if not in their order. The first row that fits counts.
+// A shape as it stands among the nodes of the element: each group of corners is one node, and `order` tells where the
+// nodes of the quadratic shape stand, if not in their order. The first row that fits counts.
 struct Form
 {
     Kind kind;

@@ -1,7 +1,8 @@
-// Decks of CalculiX, Abaqus, and of generators that write for them: nodes, elements, sets, and what gives elements a density. A
-// deck is flat or made of parts. A part is read as a body of its own; an instance is a copy of its part with what stands in the
-// instance, put to its place; the assembly, or a flat deck, is the body outside of them. Sets and sections wait until all is
-// read, as they may name what comes later. Constraints, loads and steps move no node and are passed over.
+// Decks of CalculiX, Abaqus, and of generators that write for them: nodes, elements, sets, and what gives elements a
+// density. A deck is flat or made of parts. A part is read as a body of its own; an instance is a copy of its part with
+// what stands in the instance, put to its place; the assembly, or a flat deck, is the body outside of them. Sets and
+// sections wait until all is read, as they may name what comes later. Constraints, loads and steps move no node and are
+// passed over.
 #include <algorithm>
 #include <cctype>
 #include <utility>

@@ -1,4 +1,5 @@
-// Instances are put to their places and numbered, sections give their elements a density, and sets become nodes of the mesh.
+// Instances are put to their places and numbered, sections give their elements a density, and sets become nodes of the
+// mesh.
 #include <algorithm>
 #include <numbers>
 #include <set>

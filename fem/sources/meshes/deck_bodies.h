@@ -67,7 +67,8 @@ struct DeckBodies
     std::map<std::string, double> densities; // by material
 };
 
-// Gives all bodies to the mesh, put to their places and numbered. Files are those of `cards`, which has been read to its end.
+// Gives all bodies to the mesh, put to their places and numbered. Files are those of `cards`, which has been read to
+// its end.
 void assemble(DeckBodies& deck, const CardReader& cards, MeshBuilder& builder);
 
 } // namespace zel_fem::meshes

@@ -1,5 +1,6 @@
-// Gmsh's own files of versions 2 and 4.1 in ASCII. Elements carry their physical groups, directly in version 2 and by the entity
-// that they belong to in 4.1; a group is a set of nodes. Orders of nodes: "Node ordering" in Gmsh's reference manual.
+// Gmsh's own files of versions 2 and 4.1 in ASCII. Elements carry their physical groups, directly in version 2 and by
+// the entity that they belong to in 4.1; a group is a set of nodes. Orders of nodes: "Node ordering" in Gmsh's
+// reference manual.
 #include <algorithm>
 #include <cstdlib>
 #include <limits>
@@ -314,7 +315,8 @@ void GmshReader::skip_section(const std::string& name)
     while (line_ != end);
 }
 
-// A group has its name, or else its number, and its dimension behind it where another dimension has a group of that name.
+// A group has its name, or else its number, and its dimension behind it where another dimension has a group of that
+// name.
 void GmshReader::add_sets()
 {
     auto name_of = [this](const Key& group) {

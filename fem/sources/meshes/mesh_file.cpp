@@ -1,5 +1,5 @@
-// The suffix of a file tells little: .inp, .dat and .txt are written by several programs. The first line that can stand in one
-// format only decides.
+// The suffix of a file tells little: .inp, .dat and .txt are written by several programs. The first line that can stand
+// in one format only decides.
 #include "fem/sources/meshes/mesh_file.h"
 
 #include "fem/sources/meshes/readers.h"

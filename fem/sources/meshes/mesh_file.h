@@ -23,8 +23,9 @@ struct MeshFile
     std::vector<std::string> notes;                    // what was skipped, with counts, and renumbered
 };
 
-// The format is told by the content, and a name ending in .gz may be left out. "NODES,ELEMENTS" are two files: a plain table of
-// nodes and one of elements. InputError, naming file and line, for what is damaged, unknown, or would change the geometry unread.
+// The format is told by the content, and a name ending in .gz may be left out. "NODES,ELEMENTS" are two files: a plain
+// table of nodes and one of elements. InputError, naming file and line, for what is damaged, unknown, or would change
+// the geometry unread.
 MeshFile read_mesh_file(const std::string& path, Progress& progress);
 
 } // namespace zel_fem::meshes

@@ -1,6 +1,6 @@
-// Nastran bulk data: grid points with their coordinate systems, solids and shells, and what gives them a density. Points and
-// properties may be named before they are defined, so that they wait until all is read. Orders of nodes: "CHEXA" and "CPENTA" in
-// the quick reference guides.
+// Nastran bulk data: grid points with their coordinate systems, solids and shells, and what gives them a density.
+// Points and properties may be named before they are defined, so that they wait until all is read. Orders of nodes:
+// "CHEXA" and "CPENTA" in the quick reference guides.
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -308,7 +308,7 @@ void NastranReader::skip(const BulkCard& card)
     ++skipped_[card.name];
 }
 
-// ---- All is read -------------------------------------------------------------------------------------------------------
+// ---- All is read ----------------------------------------------------------------------------------------------------
 
 // In the coordinates of its kind; angles in degrees.
 static Vector3d cartesian(const System& system, const Vector3d& at)

@@ -1,6 +1,6 @@
-// Tables of nodes and elements as spreadsheets and exports of result viewers have them: a number and three coordinates a line, or
-// a number, perhaps the name of a type, and nodes. What follows the first number of a line separates the columns: a comma, a
-// semicolon, or blanks and tabs. Unless commas separate, a comma is the decimal one.
+// Tables of nodes and elements as spreadsheets and exports of result viewers have them: a number and three coordinates
+// a line, or a number, perhaps the name of a type, and nodes. What follows the first number of a line separates the
+// columns: a comma, a semicolon, or blanks and tabs. Unless commas separate, a comma is the decimal one.
 #include <algorithm>
 #include <optional>
 
@@ -14,7 +14,8 @@ namespace zel_fem::meshes
 constexpr const char* kFormat = "plain table of nodes";
 constexpr std::string_view kSpace = " \t";
 
-// A word for the type counts by its first letters, as in "Hex20" and "wedge"; without one, the first type of so many nodes is taken.
+// A word for the type counts by its first letters, as in "Hex20" and "wedge"; without one, the first type of so many
+// nodes is taken.
 constexpr size_t kLetters = 3;
 constexpr ElementType kTypes[] = {
     {"tet4", Shape::tet4, 0, 4},       {"tet10", Shape::tet10, 0, 4},   {"wedge6", Shape::wedge6, 0, 4},

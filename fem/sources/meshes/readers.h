@@ -10,7 +10,8 @@
 namespace zel_fem::meshes
 {
 
-// Whether a line, without blanks around it, can only stand in a file of the format. Lines are asked from the first one on.
+// Whether a line, without blanks around it, can only stand in a file of the format. Lines are asked from the first one
+// on.
 bool is_cdb(std::string_view line);
 bool is_deck(std::string_view line);
 bool is_gmsh(std::string_view line);
