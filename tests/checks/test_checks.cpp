@@ -83,6 +83,7 @@ TEST_F(Checks, HoldForASoundBody)
                             "invariant 7 is that of a body",
                             "invariants 5 and 9 symmetric in the modes",
                             "rigid-body modes by invariants",
+                            "invariants 5 and 8 of rigid-body modes",
                             "flexible modes without momentum",
                             "nodes at distinct points",
                             "face nodes move with the modes",
@@ -132,7 +133,8 @@ TEST_F(Checks, FindTheFaultOfABody)
                  ZEL_SetGeneralizedStiffness(db, 6, 7, 100.0);
                  ZEL_SetGeneralizedStiffness(db, 7, 6, 100.0);
              }},
-        {.checks = {"rigid-body modes by invariants", "flexible modes without momentum"},
+        {.checks = {"rigid-body modes by invariants", "invariants 5 and 8 of rigid-body modes",
+                    "flexible modes without momentum"},
          .built = [&](ZELDATA* db) { ZEL_SetInvar3(db, ones.data()); }},
         {.checks = {"flexible modes without momentum"}, // 1e-5 of one mode's angular momentum
          .opened =
@@ -140,11 +142,17 @@ TEST_F(Checks, FindTheFaultOfABody)
                  std::free(ZEL_Invar4(db));
                  db->invar4[6] += 1e-5 * std::sqrt(12.0);
              }},
-        {.checks = {"invariants 5 and 9 symmetric in the modes"},
+        {.checks = {"invariants 5 and 9 symmetric in the modes", "invariants 5 and 8 of rigid-body modes"},
          .opened =
              [](ZELDATA* db) {
                  std::free(ZEL_Invar5(db, 0));
                  db->invar5[2][1] += 1e-5;
+             }},
+        {.checks = {"invariants 5 and 8 of rigid-body modes"},
+         .opened =
+             [](ZELDATA* db) {
+                 std::free(ZEL_Invar8(db, 0));
+                 db->invar8[6][1] += 1e-4;
              }},
         {.checks = {"invariants 5 and 9 symmetric in the modes"},
          .opened =
