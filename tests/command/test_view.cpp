@@ -5,7 +5,10 @@
 
 #include <nlohmann/json.hpp>
 
+#include <unistd.h>
+
 #include <filesystem>
+#include <fstream>
 
 namespace
 {
@@ -190,4 +193,29 @@ TEST_F(View, RefusesWhatItCannotShow)
     EXPECT_NE(outcome.errors.find("no Chromium is installed"), std::string::npos) << outcome.errors;
     for (const auto& file : std::filesystem::directory_iterator(folder.folder()))
         EXPECT_FALSE(file.path().filename().string().starts_with("zel_view")) << file.path();
+}
+
+// Without -o the page goes to the folder for temporary files; the browser is asked where there is a display.
+TEST_F(View, OpensATemporaryPage)
+{
+    write_and_free(box(), folder.path("box.zel"), "");
+    std::filesystem::create_directory(folder.path("bin"));
+    std::ofstream(folder.path("bin/xdg-open")) << "#!/bin/sh\necho \"$1\" >" << folder.path("asked.part") << " && mv "
+                                               << folder.path("asked.part") << " " << folder.path("asked") << "\n";
+    std::filesystem::permissions(folder.path("bin/xdg-open"), std::filesystem::perms::owner_all);
+    const std::string setting =
+        "TMP= TMPDIR=" + folder.folder() + " PATH=" + folder.folder() + "/bin:$PATH WAYLAND_DISPLAY= ";
+    for (const char* display : {"", ":9"})
+    {
+        const std::string command =
+            "cd " + folder.folder() + " && " + setting + "DISPLAY=" + display + " " ZEL_COMMAND " view box.zel >path";
+        ASSERT_EQ(std::system(command.c_str()), 0);
+        const std::string path = bytes_of(folder.path("path"));
+        EXPECT_TRUE(path.starts_with(folder.folder() + "/zel_view_")) << path;
+        EXPECT_EQ(PageData(path.substr(0, path.size() - 1)).told["bodies"][0]["facts"]["name"], "box.zel");
+        for (int tenths = 0; *display && tenths < 100 && !std::filesystem::exists(folder.path("asked")); ++tenths)
+            usleep(100000);
+        EXPECT_EQ(std::filesystem::exists(folder.path("asked")) ? bytes_of(folder.path("asked")) : "",
+                  *display ? path : "");
+    }
 }

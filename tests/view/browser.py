@@ -91,6 +91,10 @@ class Browser:
                    {"type": "pointerUp", "button": 0}]
         self.call("POST", "actions", {"actions": [{"type": "pointer", "id": "mouse", "actions": actions}]})
 
+    def hover(self, x, y):
+        actions = [{"type": "pointerMove", "duration": 0, "x": int(x), "y": int(y)}]
+        self.call("POST", "actions", {"actions": [{"type": "pointer", "id": "mouse", "actions": actions}]})
+
     def drag(self, start, end):
         move = [{"type": "pointerMove", "duration": 0, "x": x, "y": y} for x, y in (start, end)]
         actions = [move[0], {"type": "pointerDown", "button": 0}, move[1], {"type": "pointerUp", "button": 0}]

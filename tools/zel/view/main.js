@@ -3,7 +3,7 @@ import {Body} from "./body.js";
 import {colourTexture} from "./colour.js";
 import {element, readTold} from "./data.js";
 import {modeTitle} from "./overlay.js";
-import {fillPicked, fillQuantities, fillViews, hoverText, ModeList, nodeRows} from "./panel.js";
+import {fillPicked, fillQuantities, fillViews, ModeList, nodeList} from "./panel.js";
 import {Stage} from "./stage.js";
 import {factRows, fillSummary, hertzText, table} from "./summary.js";
 
@@ -33,6 +33,9 @@ class Page
         this.list = new ModeList(byId("modes"), this.bodies, told.comparison, (row) => this.choose(row));
         this.choose({a: -1, b: -1, cosine: null});  // of a body without modes it stays so
         this.list.choose(this.firstRow(), false);
+        fillSummary(byId("summary"), this.bodies, told.comparison);
+        for (const name of ["body", "summary"])
+            byId(name + "_tab").addEventListener("click", () => this.open(name));
         this.stage = new Stage(byId("stage"), this.bodies, this.state, {
             picked: (pane, node) => this.pick(pane, node),
             hovered: (pane, node, event) => this.hover(pane, node, event),
@@ -42,7 +45,6 @@ class Page
         this.connect();
         this.showState();
         this.stage.describe();
-        fillSummary(byId("summary"), this.bodies, told.comparison);
     }
     // The mode that was asked for, else the first one that deforms the body.
     firstRow()
@@ -151,9 +153,9 @@ class Page
         tip.hidden = node < 0;
         if (node < 0)
             return;
-        tip.textContent = hoverText(pane.body, node);
+        tip.replaceChildren(nodeList(pane.body, node));
         tip.style.left = Math.min(event.clientX + 14, window.innerWidth - tip.offsetWidth - 8) + "px";
-        tip.style.top = event.clientY + 16 + "px";
+        tip.style.top = Math.min(event.clientY + 16, window.innerHeight - tip.offsetHeight - 8) + "px";
     }
 
     // ---- Controls ------------------------------------------------------------------------------------------------------
@@ -183,8 +185,6 @@ class Page
         });
         byId("save").addEventListener("click", () => this.save());
         byId("print").addEventListener("click", () => window.print());
-        for (const name of ["body", "summary"])
-            byId(name + "_tab").addEventListener("click", () => this.open(name));
         document.addEventListener("keydown", (event) => this.key(event));
         window.addEventListener("beforeprint", () => this.fillSheet());
         window.matchMedia("(prefers-color-scheme: dark)").addListener(() => {
@@ -201,7 +201,7 @@ class Page
             byId(one + "_tab").tabIndex = one === name ? 0 : -1;
             byId(one + "_view").hidden = one !== name;
         }
-        if (name === "body")
+        if (name === "body" && this.stage)
             this.stage.resize();
     }
     key(event)
@@ -302,7 +302,6 @@ function start()
     try
     {
         window.page = new Page(told);
-        window.page.nodeRows = nodeRows;
     }
     catch (problem)
     {

@@ -1,5 +1,5 @@
 // The controls beside the body: modes, animation, colours, views, the node that was picked.
-import {element, numberText, shortText, unitSigns} from "./data.js";
+import {element, numberText, unitSigns} from "./data.js";
 import {quantityText} from "./overlay.js";
 import {kViews} from "./stage.js";
 import {hertzText, pairCells, pairRows} from "./summary.js";
@@ -103,7 +103,7 @@ export function fillViews(node, look)
 }
 
 // All that is known of a node in the mode shown, as names and values.
-export function nodeRows(body, node)
+function nodeRows(body, node)
 {
     const units = unitSigns(body.facts.units), unit = (text) => text ? " " + text : "";
     const three = (values) => values.map(numberText).join(", ");
@@ -124,21 +124,17 @@ export function nodeRows(body, node)
     return rows;
 }
 
-export function fillPicked(node, body, picked, named)
+export function nodeList(body, node)
 {
-    if (picked < 0)
-    {
-        node.replaceChildren(element("p", {class: "quiet"}, "Click a node, or find one by its id."));
-        return;
-    }
-    const rows = nodeRows(body, picked).map(([name, value]) => [element("dt", {}, name), element("dd", {}, value)]);
-    node.replaceChildren(
-        ...(named ? [element("p", {class: "quiet"}, body.facts.name)] : []), element("dl", {}, ...[].concat(...rows)));
+    const rows = nodeRows(body, node).map(([name, value]) => [element("dt", {}, name), element("dd", {}, value)]);
+    return element("dl", {}, ...[].concat(...rows));
 }
 
-export function hoverText(body, node)
+export function fillPicked(node, body, picked, named)
 {
-    const {quantity} = body.range, units = unitSigns(body.facts.units);
-    const value = quantity === "none" ? "" : ": " + shortText(body.valueOf(quantity, node));
-    return "Node " + body.ids[node] + value + (value ? " " + (quantityText(quantity, units).split(", ")[1] || "") : "");
+    const name = named ? [element("p", {class: "quiet"}, body.facts.name)] : [];
+    if (picked < 0)
+        node.replaceChildren(element("p", {class: "quiet"}, "Click a node, or find one by its id."));
+    else
+        node.replaceChildren(...name, nodeList(body, picked));
 }

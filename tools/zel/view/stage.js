@@ -281,7 +281,10 @@ export class Stage
         let down = null;
         for (const pane of this.panes)
         {
-            pane.node.addEventListener("pointerdown", (event) => down = [event.clientX, event.clientY]);
+            pane.node.addEventListener("pointerdown", (event) => {
+                down = [event.clientX, event.clientY];
+                this.listeners.hovered(pane, -1);
+            });
             pane.node.addEventListener("pointerup", (event) => {
                 if (down && Math.hypot(event.clientX - down[0], event.clientY - down[1]) < kClick && event.button === 0)
                     this.listeners.picked(pane, this.pickAt(pane, event));
