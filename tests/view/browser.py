@@ -124,6 +124,9 @@ class Picture:
 
     @staticmethod
     def unfilter(kind, line, before, channels):
+        if kind == 2:
+            line[:] = bytes((one + other) & 255 for one, other in zip(line, before))
+            return
         for i in range(len(line) if kind else 0):
             left = line[i - channels] if i >= channels else 0
             up, corner = before[i], before[i - channels] if i >= channels else 0
