@@ -64,14 +64,14 @@ export function numberText(value)
     return text.replace("e+", "e").replace("-", "−");
 }
 
-// Four digits and a fixed style for columns.
+// Four digits for columns, and six of numbers that would lose whole units.
 export function shortText(value)
 {
     if (value === null || value === undefined || !isFinite(value))
         return "–";
     const size = Math.abs(value);
     const text = size !== 0 && (size < 1e-3 || size >= 1e6) ? value.toExponential(2).replace("e+", "e") :
-                                                              Number(value.toPrecision(4)).toString();
+                                                              Number(value.toPrecision(size < 1e4 ? 4 : 6)).toString();
     return text.replace("-", "−");
 }
 

@@ -78,7 +78,7 @@ export class Overlay
         if (quantity === "none")
             return;
         const context = this.context, kWidth = 12, kTop = 92;
-        const tall = Math.max(60, Math.min(190, this.height - kTop - 150)), left = 18;
+        const tall = Math.max(60, Math.min(190, 0.25 * this.height)), left = 18;
         this.text(quantityText(quantity, units), left, kTop - 14, {weight: 600});
         for (let i = 0; i < tall; ++i)
         {
