@@ -149,6 +149,12 @@ void write_bytes(const std::string& path, const std::string& bytes)
     std::ofstream(path, std::ios::binary) << bytes;
 }
 
+std::string write_file(const TemporaryFolder& folder, const std::string& name, const std::string& bytes)
+{
+    write_bytes(folder.path(name), bytes);
+    return folder.path(name);
+}
+
 std::string kept_text(const std::string& name)
 {
     return bytes_of(ZEL_TEST_DATA "/" + name);

@@ -166,5 +166,21 @@ void make_full_device(const std::string& path);
 
 std::string bytes_of(const std::string& path);
 void write_bytes(const std::string& path, const std::string& bytes);
+std::string write_file(const TemporaryFolder& folder, const std::string& name, const std::string& bytes); // its path
+
+// What an action says is wrong, less the folder; empty when nothing is.
+template <typename Action> std::string complaint(const TemporaryFolder& folder, Action action)
+{
+    try
+    {
+        action();
+    }
+    catch (const std::exception& error)
+    {
+        const std::string text = error.what(), prefix = folder.folder() + "/";
+        return text.starts_with(prefix) ? text.substr(prefix.size()) : text;
+    }
+    return "";
+}
 
 #endif

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
-#include <fstream>
 #include <numbers>
 
 #include "fem/body.h"
@@ -25,27 +24,6 @@ using Eigen::VectorXd;
 
 static const std::string kExamples = ZEL_SOURCE "/examples/ccx/", kSmall = ZEL_SOURCE "/tests/data/ccx/";
 static Progress silent;
-
-static std::string write_file(const TemporaryFolder& folder, const std::string& name, const std::string& text)
-{
-    std::ofstream(folder.path(name), std::ios::binary) << text;
-    return folder.path(name);
-}
-
-// What reading says is wrong, less the folder; empty when nothing is.
-template <typename Read> static std::string complaint(const TemporaryFolder& folder, Read read)
-{
-    try
-    {
-        read();
-    }
-    catch (const std::exception& error)
-    {
-        const std::string text = error.what(), prefix = folder.folder() + "/";
-        return text.rfind(prefix, 0) == 0 ? text.substr(prefix.size()) : text;
-    }
-    return "";
-}
 
 // ---- Elements ----------------------------------------------------------------------------------------------------------
 
@@ -987,12 +965,10 @@ TEST_F(Import, GivesTheSameBytesTwice)
     options.modes = 3;
     options.free = true;
     ASSERT_EQ(run(), 0) << messages;
-    std::ifstream first(options.output, std::ios::binary);
-    const std::string bytes((std::istreambuf_iterator<char>(first)), {});
+    const std::string bytes = bytes_of(options.output);
     options.output = folder.path("again.zel");
     ASSERT_EQ(run(), 0);
-    std::ifstream second(options.output, std::ios::binary);
-    std::string others((std::istreambuf_iterator<char>(second)), {});
+    const std::string others = bytes_of(options.output);
     ASSERT_EQ(bytes.size(), others.size());
     size_t different = 0; // the date in the header
     for (size_t i = 0; i < bytes.size(); ++i)

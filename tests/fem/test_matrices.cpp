@@ -20,27 +20,6 @@ using zel_checks::format;
 
 static Progress silent;
 
-static std::string write_file(const TemporaryFolder& folder, const std::string& name, const std::string& text)
-{
-    std::ofstream(folder.path(name), std::ios::binary) << text;
-    return folder.path(name);
-}
-
-// What an action says is wrong, less the folder; empty when nothing is.
-template <typename Action> static std::string complaint(const TemporaryFolder& folder, Action action)
-{
-    try
-    {
-        action();
-    }
-    catch (const std::exception& error)
-    {
-        const std::string text = error.what(), prefix = folder.folder() + "/";
-        return text.starts_with(prefix) ? text.substr(prefix.size()) : text;
-    }
-    return "";
-}
-
 // ---- One model in every dialect ------------------------------------------------------------------------------------------
 
 namespace

@@ -1,6 +1,5 @@
 // Mesh files of other programs: one model in every dialect, the traps of each, and files that are damaged.
 #include <filesystem>
-#include <fstream>
 #include <zlib.h>
 
 #include "fem/sources/ccx/deck.h"
@@ -14,31 +13,16 @@ using Eigen::Vector3d;
 
 static Progress silent;
 
-static std::string write_file(const TemporaryFolder& folder, const std::string& name, const std::string& text)
-{
-    std::ofstream(folder.path(name), std::ios::binary) << text;
-    return folder.path(name);
-}
-
 static MeshFile read_text(const std::string& text)
 {
     const TemporaryFolder folder;
     return read_mesh_file(write_file(folder, "mesh", text), silent);
 }
 
-// What reading says is wrong, less the folder; empty when nothing is.
 static std::string complaint_of(const std::string& text)
 {
     const TemporaryFolder folder;
-    try
-    {
-        read_mesh_file(write_file(folder, "mesh", text), silent);
-    }
-    catch (const InputError& error)
-    {
-        return std::string(error.what()).substr(folder.folder().size() + 1);
-    }
-    return "";
+    return complaint(folder, [&] { read_mesh_file(write_file(folder, "mesh", text), silent); });
 }
 
 // ---- One mesh in every dialect --------------------------------------------------------------------------------------
