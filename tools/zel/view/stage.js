@@ -283,7 +283,7 @@ export class Stage
         {
             pane.node.addEventListener("pointerdown", (event) => {
                 down = [event.clientX, event.clientY];
-                this.listeners.hovered(pane, -1);
+                this.endHover(pane);
             });
             pane.node.addEventListener("pointerup", (event) => {
                 if (down && Math.hypot(event.clientX - down[0], event.clientY - down[1]) < kClick && event.button === 0)
@@ -294,8 +294,15 @@ export class Stage
                 if (event.pointerType === "mouse" && event.buttons === 0)
                     this.hover(pane, event);
             });
-            pane.node.addEventListener("pointerleave", () => this.listeners.hovered(pane, -1));
+            pane.node.addEventListener("pointerleave", () => this.endHover(pane));
         }
+    }
+    // With the search that waits: it would find the node where the pointer was.
+    endHover(pane)
+    {
+        clearTimeout(this.waiting);
+        this.waiting = 0;
+        this.listeners.hovered(pane, -1);
     }
     // At most one search in so many milliseconds.
     hover(pane, event)
