@@ -2,6 +2,7 @@
 #include "pages.h"
 
 #include "base/files.h"
+#include "checks/report.h"
 #include "fem/fem.h"
 #include "tools/zel/exports/exports.h"
 
@@ -10,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -19,6 +21,7 @@
 #include <iterator>
 #include <sstream>
 #include <stdexcept>
+#include <string_view>
 
 extern char** environ;
 
@@ -103,6 +106,22 @@ static std::string content_of(const std::string& path)
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
+// Where a browser finds a file: all but letters, digits and what paths are made of by its code.
+static std::string address_of(const std::string& path)
+{
+    constexpr std::string_view kPlain = "/-_.~";
+    std::string address = "file://";
+    for (const char c : fs::absolute(path).string())
+    {
+        const auto code = static_cast<unsigned char>(c);
+        if (std::isalnum(code) || kPlain.find(c) != kPlain.npos)
+            address += c;
+        else
+            address += zel_checks::format("%%%02X", code);
+    }
+    return address;
+}
+
 void write_picture(const std::string& path, const std::string& page, int width, int height, const ZELDATA* db)
 {
     const std::string browser = program_of({"chromium", "chromium-browser", "google-chrome", "google-chrome-stable"});
@@ -123,7 +142,7 @@ void write_picture(const std::string& path, const std::string& page, int width, 
                                       "--screenshot=" + folder.file("picture.png")};
     if (geteuid() == 0)
         words.push_back("--no-sandbox"); // Chromium refuses to start as root with one
-    words.push_back("file://" + fs::absolute(page).string());
+    words.push_back(address_of(page));
     const pid_t process = start(std::move(words), folder.file("output"));
     const bool done = process > 0 && ends_well(process);
     const std::string picture = content_of(folder.file("picture.png"));
