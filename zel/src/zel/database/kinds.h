@@ -187,6 +187,12 @@ constexpr const InvariantRow& invariant_of_block(int block)
     return kInvariants[block - ZEL_BLOCK_INVAR1];
 }
 
+// Blocks of modes, and the invariants, all of which are written and compared alike.
+constexpr bool is_modal_block(const Block& row)
+{
+    return hangs_on_modes(row) || is_invariant(row.number);
+}
+
 // Whether the slot is there, for whatever modes.
 inline bool has_slot(const ZELDATA* db, const InvariantRow& row)
 {

@@ -27,6 +27,18 @@ static void free_matrices(ZELDATA* db)
     db->non_diagonal = db->non_unit_mass = db->damping_projected = 0;
 }
 
+void drop_held(ZELDATA* db, const Block& row)
+{
+    std::visit(
+        [db](auto array) {
+            if constexpr (!std::is_same_v<decltype(array), std::monostate>)
+                discard(db->*array);
+        },
+        row.held.array);
+    if (row.held.count)
+        db->*row.held.count = 0;
+}
+
 void start_scales(ZELDATA* db)
 {
     std::fill_n(db->mode_factor, ZEL_MODE_KINDS, 1.0);
@@ -63,11 +75,7 @@ static void free_database(ZELDATA* db)
         discard(db->nodes[node].inertia);
     discard(db->nodes);
     discard(db->conversion_buffer);
-    discard(db->face_list);
     discard(db->node_id_index);
-    discard(db->eigenvalues);
-    discard(db->transformation);
-    discard(db->interface_nodes);
     for (int kind = 0; kind < ZEL_MODE_KINDS; ++kind)
     {
         discard(db->mode_nodes[kind]);
@@ -76,16 +84,14 @@ static void free_database(ZELDATA* db)
         discard(db->mode_buffer[kind]);
         close_mode_stream(db, kind);
     }
+    for (const Block& row : kBlocks)
+        drop_held(db, row);
     for (const InvariantRow& row : kInvariants)
         drop_invariant(db, row.number);
     discard(db->geometry_nodes);
     close_zel_file(db->zel_file);
     free_loads(db);
     free_matrices(db);
-    discard(db->modal_statistics);
-    for (const KindRow& row : kKinds)
-        if (row.pre_tensors)
-            discard(db->*row.pre_tensors);
     discard(db->mode_ids);
     discard(db->selected_modes);
     nodes_changed(db);

@@ -191,6 +191,9 @@ ZELDATA* database_of_file(const char* path);
 // Whether a path leads to a file that a live database holds open.
 bool held_open(const char* path);
 
+// Frees the array that the record keeps for a block, and sets its length to 0.
+void drop_held(ZELDATA* db, const Block& row);
+
 // Sets all factors of units to 1.
 void start_scales(ZELDATA* db);
 

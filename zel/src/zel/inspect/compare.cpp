@@ -7,55 +7,10 @@
 
 using namespace zel;
 
+// ---- Where findings go -------------------------------------------------------------------------------------------------
+
 namespace
 {
-
-// In the order of the report, which is that of the blocks.
-struct BlockComparer
-{
-    int block;
-    Comparer* compare;
-    bool joins; // counts with the row before as one check
-};
-
-constexpr BlockComparer kComparers[] = {
-    {ZEL_BLOCK_VERSION, compare_version, false},
-    {ZEL_BLOCK_HEADER, compare_header, false},
-    {ZEL_BLOCK_SUMMARY, compare_presence, false},
-    {ZEL_BLOCK_NODES, compare_nodes, false},
-    {ZEL_BLOCK_BODY, compare_body, false},
-    {ZEL_BLOCK_EIGENVALUES, compare_eigenvalues, false},
-    {ZEL_BLOCK_MODES, compare_mode_shapes, false},
-    {ZEL_BLOCK_MASSES, compare_masses, false},
-    {ZEL_BLOCK_INERTIAS, compare_inertias, false},
-    {ZEL_BLOCK_UNITS, compare_units, false},
-    {ZEL_BLOCK_STIFFNESS, compare_matrix, false},
-    {ZEL_BLOCK_MASS, compare_matrix, false},
-    {ZEL_BLOCK_FACES, compare_faces, false},
-    {ZEL_BLOCK_DAMPING, compare_damping, false},
-    {ZEL_BLOCK_TRANSFORMATION, compare_transformation, false},
-    {ZEL_BLOCK_INTERFACE, compare_interface_nodes, false},
-    {ZEL_BLOCK_STRESS, compare_stress_or_strain, false},
-    {ZEL_BLOCK_INVAR1, compare_invariant, false},
-    {ZEL_BLOCK_INVAR2, compare_invariant, true},
-    {ZEL_BLOCK_INVAR3, compare_invariant, true},
-    {ZEL_BLOCK_INVAR4, compare_invariant, true},
-    {ZEL_BLOCK_INVAR5, compare_invariant, true},
-    {ZEL_BLOCK_INVAR7, compare_invariant, true},
-    {ZEL_BLOCK_INVAR8, compare_invariant, true},
-    {ZEL_BLOCK_INVAR9, compare_invariant, true},
-    {ZEL_BLOCK_PRELOAD, compare_preload, false},
-    {ZEL_BLOCK_LOADS, compare_loads, false},
-    {ZEL_BLOCK_STRAIN, compare_stress_or_strain, false},
-    {ZEL_BLOCK_STATISTICS, compare_statistics, false},
-    {ZEL_BLOCK_PRE_STRESS, compare_pre_tensors, false},
-    {ZEL_BLOCK_PRE_STRAIN, compare_pre_tensors, false},
-};
-
-// The old elements are faces of block 14.
-static_assert(rows_are_complete(kComparers, [](const Block& row) { return row.number != ZEL_BLOCK_TOPOLOGY; }));
-
-// ---- Where findings go -------------------------------------------------------------------------------------------------
 
 // Standard output, as far as the verbosity goes: failures from 0 on, notes and warnings from 1, passes from 2.
 class PrintedFindings : public Findings
@@ -146,15 +101,17 @@ static void map_mode_nodes(const Comparison& c, int kind, int* base_position)
                       missing.place.node, kNames[kind]);
 }
 
-// The sum of the results of all checks.
+// The sum of the results of all checks, in the order of the blocks; the invariants count as one.
 static int compare_blocks(Comparison& c)
 {
     int sum = 0, result = 0;
-    for (const BlockComparer& row : kComparers)
+    for (const Block& row : kBlocks)
     {
-        if (!row.joins)
+        if (!is_compared(row))
+            continue;
+        if (!is_invariant(row.number) || row.number == ZEL_BLOCK_INVAR1)
             sum += std::exchange(result, 0);
-        result |= row.compare(c, block_row(row.block));
+        result |= is_modal_block(row) ? compare_modal_block(c, row) : compare_body_block(c, row);
         if (!goes_on())
             return sum - 1;
     }

@@ -135,18 +135,25 @@ int no_room(Comparison& c, int line = __builtin_LINE());
 // ---- The checks of the blocks ------------------------------------------------------------------------------------------
 
 using Comparer = int(Comparison& c, const Block& row);
+struct BlockComparer
+{
+    int block;
+    Comparer* compare;
+};
 
-// inspect/compare_body.cpp
-Comparer compare_version, compare_header, compare_presence, compare_nodes, compare_body, compare_masses,
-    compare_inertias, compare_units, compare_interface_nodes;
-// inspect/compare_matrices.cpp
-Comparer compare_eigenvalues, compare_matrix, compare_damping, compare_transformation;
-// inspect/compare_faces.cpp
-Comparer compare_faces;
-// inspect/compare_modes.cpp; the shapes settle the signs for all that comes after them
-Comparer compare_mode_shapes, compare_stress_or_strain, compare_pre_tensors;
-// inspect/compare_modal.cpp
-Comparer compare_invariant, compare_preload, compare_loads, compare_statistics;
+// The old elements are faces of block 14.
+constexpr bool is_compared(const Block& row)
+{
+    return row.number != ZEL_BLOCK_TOPOLOGY;
+}
+
+// Compares a block: inspect/compare_modal.cpp those that are modal, inspect/compare_body.cpp all others.
+Comparer compare_modal_block, compare_body_block;
+
+// What the tables there take from other files. The mode shapes settle the signs for all that comes after them.
+Comparer compare_faces;                                                                // compare_faces.cpp
+Comparer compare_eigenvalues, compare_matrix, compare_damping, compare_transformation; // compare_matrices.cpp
+Comparer compare_mode_shapes, compare_stress_or_strain, compare_pre_tensors;           // compare_modes.cpp
 
 } // namespace zel
 

@@ -7,7 +7,7 @@ namespace zel
 
 // ---- Version, header, presence of blocks -------------------------------------------------------------------------------
 
-int compare_version(Comparison& c, const Block& row)
+static int compare_version(Comparison& c, const Block& row)
 {
     const bool same = c.fresh->version == c.base->version;
     const Finding version = {"version", row.number, same ? 0.0 : 1.0};
@@ -19,7 +19,7 @@ int compare_version(Comparison& c, const Block& row)
     return 0;
 }
 
-int compare_header(Comparison& c, const Block& row)
+static int compare_header(Comparison& c, const Block& row)
 {
     struct Header
     {
@@ -51,7 +51,7 @@ int compare_header(Comparison& c, const Block& row)
     return same_type ? 0 : -1;
 }
 
-int compare_presence(Comparison& c, const Block&)
+static int compare_presence(Comparison& c, const Block&)
 {
     for (const Block& row : kBlocks)
         if (c.in_fresh[row.number] != c.in_base[row.number])
@@ -74,7 +74,7 @@ template <typename Action> static void for_node_pairs(const Comparison& c, Actio
             action(c.fresh->nodes[node], c.base->nodes[c.base_node[node]]);
 }
 
-int compare_nodes(Comparison& c, const Block& row)
+static int compare_nodes(Comparison& c, const Block& row)
 {
     const int base = ZEL_NodeCount(c.base), fresh = ZEL_NodeCount(c.fresh);
     const Finding count = {"node count", row.number, std::fabs(double(base) - fresh)};
@@ -93,7 +93,7 @@ int compare_nodes(Comparison& c, const Block& row)
     return check(c, {"node coordinates", row.number, difference.measure(), difference.place}, "NodeCoordinates");
 }
 
-int compare_masses(Comparison& c, const Block& row)
+static int compare_masses(Comparison& c, const Block& row)
 {
     const Finding masses = {"nodal masses", row.number};
     if (!both_have(c, masses))
@@ -112,7 +112,7 @@ int compare_masses(Comparison& c, const Block& row)
     return 0;
 }
 
-int compare_inertias(Comparison& c, const Block& row)
+static int compare_inertias(Comparison& c, const Block& row)
 {
     const Finding inertias = {"nodal inertias", row.number};
     if (!both_have(c, inertias))
@@ -138,7 +138,7 @@ static int compare_body_inertia(const Comparison& c, const Block& row)
 }
 
 // What is stored, and may not follow from the nodes or the invariants: computing it anew would put that in its place.
-int compare_body(Comparison& c, const Block& row)
+static int compare_body(Comparison& c, const Block& row)
 {
     const Finding mass = {"total mass", row.number};
     if (!both_have(c, mass))
@@ -158,7 +158,7 @@ int compare_body(Comparison& c, const Block& row)
 }
 
 // The databases are in the same units by now.
-int compare_units(Comparison& c, const Block& row)
+static int compare_units(Comparison& c, const Block& row)
 {
     const Finding units = {"units", row.number};
     if (both_have(c, units))
@@ -168,7 +168,7 @@ int compare_units(Comparison& c, const Block& row)
 
 // ---- Interface nodes ---------------------------------------------------------------------------------------------------
 
-int compare_interface_nodes(Comparison& c, const Block& row)
+static int compare_interface_nodes(Comparison& c, const Block& row)
 {
     Finding nodes = {"interface nodes", row.number};
     if (!both_have(c, nodes))
@@ -200,6 +200,23 @@ int compare_interface_nodes(Comparison& c, const Block& row)
     nodes.place.node = fresh[same];
     tell(c, ZEL_COMPARISON_FAIL, nodes, "->Fail InterfaceNodes\n");
     return -1;
+}
+
+// ---- The table ---------------------------------------------------------------------------------------------------------
+
+static constexpr BlockComparer kComparers[] = {
+    {ZEL_BLOCK_VERSION, compare_version},   {ZEL_BLOCK_HEADER, compare_header},
+    {ZEL_BLOCK_SUMMARY, compare_presence},  {ZEL_BLOCK_NODES, compare_nodes},
+    {ZEL_BLOCK_BODY, compare_body},         {ZEL_BLOCK_MASSES, compare_masses},
+    {ZEL_BLOCK_INERTIAS, compare_inertias}, {ZEL_BLOCK_UNITS, compare_units},
+    {ZEL_BLOCK_FACES, compare_faces},       {ZEL_BLOCK_INTERFACE, compare_interface_nodes},
+};
+static_assert(rows_are_complete(kComparers, [](const Block& row) { return is_compared(row) && !is_modal_block(row); }),
+              "each block without modes is compared");
+
+int compare_body_block(Comparison& c, const Block& row)
+{
+    return row_of(kComparers, row.number).compare(c, row);
 }
 
 } // namespace zel

@@ -8,33 +8,43 @@ namespace zel
 
 // ---- Invariants --------------------------------------------------------------------------------------------------------
 
-// The sign that value k of a piece has to have turned.
-static int sign_of(const Comparison& c, int number, int64_t piece, int k)
+namespace
 {
-    switch (number)
-    {
-    case 3:
-    case 4: return c.sign[k];
-    case 5: return c.sign[piece / 3] * c.sign[k];
-    case 8: return c.sign[piece];
-    case 9: return c.sign[piece / c.common_modes] * c.sign[piece % c.common_modes];
-    default: return 1;
-    }
+// Of one value of an invariant: the modes that it belongs to, one, two or none, and its component there.
+struct Owners
+{
+    int64_t modes[2] = {-1, -1};
+    int count = 0, component;
+};
+} // namespace
+
+// Of value k of a piece, by the shape of its invariant.
+static Owners owners_of(const InvariantShape& shape, int64_t piece, int k, int modes)
+{
+    Owners owners;
+    if (shape.pieces_power == 2)
+        owners.modes[owners.count++] = piece / modes;
+    if (shape.pieces_power > 0)
+        owners.modes[owners.count++] = shape.pieces_power == 2 ? piece % modes : piece / shape.pieces;
+    if (shape.length_power > 0)
+        owners.modes[owners.count++] = k;
+    owners.component = shape.length_power > 0 ? int(piece % shape.pieces) : k;
+    return owners;
 }
 
-// The mode and the component of value k of a piece; of a pair of modes the first one.
-static Place place_of(const Comparison& c, int number, int64_t piece, int k)
+// The sign that a value has to have turned.
+static int sign_of(const Comparison& c, const Owners& owners)
 {
-    const auto mode = [&c](int64_t index) { return ZEL_ModeNumber(c.fresh, int(index)); };
-    switch (number)
-    {
-    case 3:
-    case 4: return {mode(k), ZEL_NONE, int(piece)};
-    case 5: return {mode(piece / 3), ZEL_NONE, int(piece % 3)};
-    case 8: return {mode(piece), ZEL_NONE, k};
-    case 9: return {mode(piece / c.common_modes), ZEL_NONE, k};
-    default: return {ZEL_NONE, ZEL_NONE, k};
-    }
+    int sign = 1;
+    for (int i = 0; i < owners.count; ++i)
+        sign *= c.sign[owners.modes[i]];
+    return sign;
+}
+
+// Of a pair of modes, that of the first one.
+static Place place_of(const Comparison& c, const Owners& owners)
+{
+    return {owners.count > 0 ? ZEL_ModeNumber(c.fresh, int(owners.modes[0])) : ZEL_NONE, ZEL_NONE, owners.component};
 }
 
 // Invariants 5 and 9 are left zero by the writer's fast set.
@@ -52,35 +62,32 @@ static bool left_out(const Comparison& c, const Finding& finding, int number, co
     return true;
 }
 
-static Difference difference_of(const Comparison& c, int number, Scratch<double>& fresh, Scratch<double>& base,
-                                int length)
+static Difference difference_of(const Comparison& c, const InvariantRow& row, Scratch<double>& fresh,
+                                Scratch<double>& base, int length)
 {
     Difference difference;
-    int64_t worst_piece = 0;
-    int worst_k = 0;
+    Owners worst = {};
     const int64_t end =
-        std::max(invariant_pieces_with_values(c.fresh, number), invariant_pieces_with_values(c.base, number));
+        std::max(invariant_pieces_with_values(c.fresh, row.number), invariant_pieces_with_values(c.base, row.number));
     for (int64_t piece = 0; piece < end; ++piece)
     {
-        copy_invariant_piece(c.fresh, number, piece, fresh.data);
-        copy_invariant_piece(c.base, number, piece, base.data);
+        copy_invariant_piece(c.fresh, row.number, piece, fresh.data);
+        copy_invariant_piece(c.base, row.number, piece, base.data);
         for (int k = 0; k < length; ++k)
         {
             const double before = difference.largest;
-            difference.add(sign_of(c, number, piece, k) * fresh[k], base[k]);
+            const Owners owners = owners_of(row.shape, piece, k, c.common_modes);
+            difference.add(sign_of(c, owners) * fresh[k], base[k]);
             if (difference.largest > before)
-            {
-                worst_piece = piece;
-                worst_k = k;
-            }
+                worst = owners;
         }
     }
     if (difference.largest > 0.0)
-        difference.place = place_of(c, number, worst_piece, worst_k);
+        difference.place = place_of(c, worst);
     return difference;
 }
 
-int compare_invariant(Comparison& c, const Block& block)
+static int compare_invariant(Comparison& c, const Block& block)
 {
     static constexpr const char* kChecks[] = {"invariant 1", "invariant 2", "invariant 3",
                                               "invariant 4", "invariant 5", "",
@@ -101,7 +108,7 @@ int compare_invariant(Comparison& c, const Block& block)
         no_room(c);
     else if (fill_invariant(c.fresh, row.number) && fill_invariant(c.base, row.number))
     {
-        const Difference difference = difference_of(c, row.number, fresh, base, length);
+        const Difference difference = difference_of(c, row, fresh, base, length);
         if (left_out(c, finding, row.number, difference))
             return 0;
         found = {finding.check, row.block, difference.measure(), difference.place};
@@ -164,7 +171,7 @@ static void check_components(const Comparison& c, const char* what, int block, c
 }
 
 // Nothing of the preload fails in the report: it is state, not shape, of the body.
-int compare_preload(Comparison& c, const Block& row)
+static int compare_preload(Comparison& c, const Block& row)
 {
     const ModalVector fresh = preload_of(c.fresh), base = preload_of(c.base);
     expect_equal(c, {"mode count of the preload", row.number}, fresh.count, base.count, "Preload mode count mismatch",
@@ -215,7 +222,7 @@ static int compare_load(Comparison& c, const Block& row, int load_case)
     return result;
 }
 
-int compare_loads(Comparison& c, const Block& row)
+static int compare_loads(Comparison& c, const Block& row)
 {
     const int fresh_cases = ZEL_GetModalLoadCaseCount(c.fresh), base_cases = ZEL_GetModalLoadCaseCount(c.base);
     expect_equal(c, {"load case count", row.number}, fresh_cases, base_cases, "Modal Load Case count mismatch",
@@ -233,7 +240,7 @@ int compare_loads(Comparison& c, const Block& row)
 // ---- Statistics --------------------------------------------------------------------------------------------------------
 
 // The largest values of each mode, of which the report says nothing. The nodes that have them may differ where several do.
-int compare_statistics(Comparison& c, const Block& row)
+static int compare_statistics(Comparison& c, const Block& row)
 {
     if (!c.in_base[row.number] || !c.in_fresh[row.number])
         return 0;
@@ -248,6 +255,38 @@ int compare_statistics(Comparison& c, const Block& row)
         }
     check_silently(c, {"modal statistics", row.number, difference.measure(), difference.place});
     return 0;
+}
+
+// ---- The table ---------------------------------------------------------------------------------------------------------
+
+static constexpr BlockComparer kComparers[] = {
+    {ZEL_BLOCK_EIGENVALUES, compare_eigenvalues},
+    {ZEL_BLOCK_MODES, compare_mode_shapes},
+    {ZEL_BLOCK_STIFFNESS, compare_matrix},
+    {ZEL_BLOCK_MASS, compare_matrix},
+    {ZEL_BLOCK_DAMPING, compare_damping},
+    {ZEL_BLOCK_TRANSFORMATION, compare_transformation},
+    {ZEL_BLOCK_STRESS, compare_stress_or_strain},
+    {ZEL_BLOCK_INVAR1, compare_invariant},
+    {ZEL_BLOCK_INVAR2, compare_invariant},
+    {ZEL_BLOCK_INVAR3, compare_invariant},
+    {ZEL_BLOCK_INVAR4, compare_invariant},
+    {ZEL_BLOCK_INVAR5, compare_invariant},
+    {ZEL_BLOCK_INVAR7, compare_invariant},
+    {ZEL_BLOCK_INVAR8, compare_invariant},
+    {ZEL_BLOCK_INVAR9, compare_invariant},
+    {ZEL_BLOCK_PRELOAD, compare_preload},
+    {ZEL_BLOCK_LOADS, compare_loads},
+    {ZEL_BLOCK_STRAIN, compare_stress_or_strain},
+    {ZEL_BLOCK_STATISTICS, compare_statistics},
+    {ZEL_BLOCK_PRE_STRESS, compare_pre_tensors},
+    {ZEL_BLOCK_PRE_STRAIN, compare_pre_tensors},
+};
+static_assert(rows_are_complete(kComparers, is_modal_block), "each block of modes and each invariant is compared");
+
+int compare_modal_block(Comparison& c, const Block& row)
+{
+    return row_of(kComparers, row.number).compare(c, row);
 }
 
 } // namespace zel

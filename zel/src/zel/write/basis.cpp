@@ -327,33 +327,6 @@ struct FreshMatrices
 };
 } // namespace
 
-// What change_basis does with each block that hangs on modes.
-enum class InNewBasis : char
-{
-    made,        // from the eigenvalues, or told by the caller
-    transformed, // as the modes are
-    dropped
-};
-static constexpr struct
-{
-    int block;
-    InNewBasis fate;
-} kFates[] = {
-    {ZEL_BLOCK_EIGENVALUES, InNewBasis::made},    {ZEL_BLOCK_MODES, InNewBasis::transformed},
-    {ZEL_BLOCK_STIFFNESS, InNewBasis::made},      {ZEL_BLOCK_MASS, InNewBasis::made},
-    {ZEL_BLOCK_DAMPING, InNewBasis::transformed}, {ZEL_BLOCK_TRANSFORMATION, InNewBasis::made},
-    {ZEL_BLOCK_STRESS, InNewBasis::transformed},  {ZEL_BLOCK_INVAR3, InNewBasis::transformed},
-    {ZEL_BLOCK_INVAR4, InNewBasis::transformed},  {ZEL_BLOCK_INVAR5, InNewBasis::transformed},
-    {ZEL_BLOCK_INVAR8, InNewBasis::transformed},  {ZEL_BLOCK_INVAR9, InNewBasis::transformed},
-    {ZEL_BLOCK_PRELOAD, InNewBasis::transformed}, {ZEL_BLOCK_LOADS, InNewBasis::transformed},
-    {ZEL_BLOCK_STRAIN, InNewBasis::transformed},  {ZEL_BLOCK_STATISTICS, InNewBasis::dropped},
-};
-static_assert(rows_are_complete(kFates,
-                                [](const Block& row) {
-                                    return row.carrier == Carrier::mode || row.carrier == Carrier::vector;
-                                }),
-              "whoever adds a block that hangs on modes decides what becomes of it");
-
 int change_basis(ZELDATA* db, const Basis& basis, BasisChange& change)
 {
     constexpr int kMassField = 4, kStiffnessField = 5;
@@ -391,8 +364,9 @@ int change_basis(ZELDATA* db, const Basis& basis, BasisChange& change)
     db->eigenvalue_count = m;
     replace(db->transformation, change.transformation);
     db->transformation_order = m;
-    discard(db->modal_statistics);
-    db->modal_statistics_count = 0;
+    for (const Block& row : kBlocks)
+        if (row.in_new_basis == InNewBasis::dropped)
+            drop_held(db, row);
     cut_modes(db, m);
     return 1;
 }

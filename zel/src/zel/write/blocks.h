@@ -61,12 +61,6 @@ struct BlockWriter
     int (*write)(Writer& out, const Block& row);
 };
 
-// Blocks of modes, and the invariants, all of which are written alike.
-constexpr bool is_modal_block(const Block& row)
-{
-    return hangs_on_modes(row) || is_invariant(row.number);
-}
-
 // Writes a block: write/modal_blocks.cpp those that are modal, write/body_blocks.cpp all others.
 int write_body_block(Writer& out, const Block& row);
 int write_modal_block(Writer& out, const Block& row);

@@ -183,8 +183,7 @@ static int drop_partial_records(ZELDATA* db)
         return 1;
     if (!store_implied_stiffness(db) || !store_implied_mass(db))
         return 0;
-    discard(db->eigenvalues);
-    db->eigenvalue_count = 0;
+    drop_held(db, block_row(ZEL_BLOCK_EIGENVALUES));
     return 1;
 }
 
@@ -373,8 +372,7 @@ static int settle_loads_and_statistics(Writer& out)
 static void drop_statistics(Writer& out)
 {
     out.set(ZEL_BLOCK_STATISTICS, false);
-    discard(out.db->modal_statistics);
-    out.db->modal_statistics_count = 0;
+    drop_held(out.db, block_row(ZEL_BLOCK_STATISTICS));
 }
 
 // Leaves the body without its modes.
