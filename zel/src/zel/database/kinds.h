@@ -70,6 +70,7 @@ inline const KindRow& kind_of_block(int block)
 
 inline ZELSTREAM& mode_stream(ZELDATA* db, int kind)
 {
+    assert(kind >= 0 && kind < ZEL_MODE_KINDS);
     return db->*kKinds[kind].stream;
 }
 
@@ -113,6 +114,7 @@ constexpr MatrixRow kMatrices[] = {
 // The row of a block that holds a matrix.
 constexpr const MatrixRow& matrix_row(int block)
 {
+    assert(block == ZEL_BLOCK_STIFFNESS || block == ZEL_BLOCK_MASS || block == ZEL_BLOCK_DAMPING);
     return kMatrices[block == ZEL_BLOCK_DAMPING ? 2 : block - ZEL_BLOCK_STIFFNESS];
 }
 static_assert(matrix_row(ZEL_BLOCK_STIFFNESS).block == ZEL_BLOCK_STIFFNESS &&
@@ -165,6 +167,7 @@ constexpr InvariantRow kInvariants[] = {
 };
 constexpr const InvariantRow& invariant_row(int number)
 {
+    assert(number >= 1 && number <= 9 && number != 6 && "6 is the generalized mass");
     return kInvariants[number < 6 ? number - 1 : number - 2];
 }
 
@@ -184,6 +187,7 @@ constexpr bool is_invariant(int block)
 }
 constexpr const InvariantRow& invariant_of_block(int block)
 {
+    assert(is_invariant(block));
     return kInvariants[block - ZEL_BLOCK_INVAR1];
 }
 

@@ -6,6 +6,7 @@
 
 #include "zel.h"
 
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <variant>
@@ -286,6 +287,7 @@ static_assert(blocks_are_in_order(), "row i describes block i + 1, and flags fol
 
 constexpr const Block& block_row(int number)
 {
+    assert(number >= 1 && number <= ZEL_BLOCKS);
     return kBlocks[number - 1];
 }
 
@@ -320,8 +322,9 @@ template <typename Row, size_t n, typename Wanted> constexpr bool rows_are_compl
 template <typename Row, size_t n> constexpr const Row& row_of(const Row (&rows)[n], int block)
 {
     size_t at = 0;
-    while (rows[at].block != block)
+    while (at < n && rows[at].block != block)
         ++at;
+    assert(at < n && "a block of this table");
     return rows[at];
 }
 

@@ -5,6 +5,7 @@
 #include "blocks.h"
 #include "zel.h"
 
+#include <cassert>
 #include <cstdint>
 
 namespace zel
@@ -17,14 +18,17 @@ constexpr int flag_position(int block)
 }
 inline bool has_flag(const char flags[100], int block)
 {
+    assert(flag_position(block) >= 0 && "a block that may be missing");
     return flags[flag_position(block)] != 0;
 }
 inline void raise_flag(ZELDATA* db, int block)
 {
+    assert(flag_position(block) >= 0);
     db->content_flags[flag_position(block)] = 1;
 }
 inline void clear_flag(ZELDATA* db, int block)
 {
+    assert(flag_position(block) >= 0);
     db->content_flags[flag_position(block)] = 0;
 }
 
