@@ -22,6 +22,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
 
 #include "checks/report.h"
@@ -50,15 +51,67 @@ enum class MassMethod
     row_sum  ///< sums of the rows of the consistent matrix, negative at corners of quadratic elements
 };
 
-/** Nodes that shall follow one reference node. */
-struct InterfaceChoice
+/** How nodes and their reference node belong together. */
+enum class InterfaceKind
 {
-    std::string name;          ///< of a node set, case aside where that is unambiguous; else what messages say
-    std::vector<int> node_ids; ///< the nodes themselves; empty: those of the set
-    std::optional<std::array<double, 3>> at; ///< the reference node; none: the mean of the nodes
+    rigid,  ///< the nodes follow the reference node as one rigid piece
+    average ///< the reference node follows the mean of the nodes, which stay free to deform
 };
 
-/** "SET", "SET@x,y,z", "ids=1,2,3" or "ids=1,2,3@x,y,z". Throws InputError or std::runtime_error for anything else. */
+/** Round an axis, up to the radius. Lengths of regions are in units of the model. */
+struct Cylinder
+{
+    std::array<double, 3> at,
+        axis; ///< a point of the axis, where the cylinder begins if it has a length; its direction
+    double radius = 0.0;
+    std::optional<double> length; ///< along the axis from `at`; none: endless both ways
+};
+
+/** Within a tolerance of a plane, on both sides. */
+struct Plane
+{
+    std::array<double, 3> at, normal;
+    std::optional<double> tolerance; ///< none: that of all regions
+};
+
+/** Between two corners, sides parallel to the axes. */
+struct Box
+{
+    std::array<double, 3> from, to;
+};
+
+/**
+ * Which nodes: the first of these that is given. Regions hold nodes of the model's surface, or where the mesh has no faces all nodes
+ * of elements, and reach 1e-5 of the diagonal of the model's box beyond their limits.
+ */
+struct NodeChoice
+{
+    std::string name = {};     ///< of a set, case aside where that is unambiguous; else what messages call the choice
+    std::vector<int> ids = {}; ///< the nodes themselves
+    std::variant<std::monostate, Cylinder, Plane, Box> region = {};
+    std::string file = {}; ///< numbers between blanks, commas or lines; lines that begin with # or ** are comments
+};
+
+/**
+ * "NAME" of a set, "ids=1,2,3", "cylinder=x,y,z/dx,dy,dz/r" with "/length" behind it if it ends, "plane=x,y,z/nx,ny,nz" with
+ * "/tolerance" where that is not the usual one, "box=x,y,z/x,y,z" or "file=PATH". Throws InputError.
+ */
+NodeChoice parse_nodes(const std::string& text);
+
+/** Nodes and the reference node through which they join the body to others. */
+struct InterfaceChoice
+{
+    NodeChoice nodes = {};
+    std::optional<std::array<double, 3>> at = {}; ///< the reference node; none: the mean of the nodes
+    InterfaceKind kind = InterfaceKind::rigid;
+    std::array<bool, 6> freedoms = {true, true, true, true, true, true}; ///< xyzrst that join; others stay inside
+    std::string written = {}; ///< as parse_interface() got it: a set of that whole name comes first
+};
+
+/**
+ * What parse_nodes() takes, then in any order and once each "@x,y,z" for the reference node, ":rigid" or ":average", and ":dofs" with
+ * some of the letters xyzrst (translations, then rotations). Whatever is none of these belongs to the name. Throws InputError.
+ */
 InterfaceChoice parse_interface(const std::string& text);
 
 /** What body is made of a model. */

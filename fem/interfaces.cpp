@@ -14,106 +14,35 @@ using Eigen::Vector3d;
 constexpr double kSpanTolerance = 1e-10; // of the tied nodes' rigid motions, squared
 constexpr int kRotations = 56;           // bits of moved_components
 
-// ---- What a user writes ------------------------------------------------------------------------------------------------
+// ---- What a user names -------------------------------------------------------------------------------------------------
 
-static std::vector<std::string_view> split_at_commas(std::string_view text)
+// Suffixes are taken off unless the model has a set whose name holds them.
+static InterfaceChoice named_in(const Model& model, const InterfaceChoice& choice)
 {
-    std::vector<std::string_view> parts;
-    for (;;)
-    {
-        const size_t comma = text.find(',');
-        parts.push_back(text.substr(0, comma));
-        if (comma == std::string_view::npos)
-            return parts;
-        text.remove_prefix(comma + 1);
-    }
-}
-
-InterfaceChoice parse_interface(const std::string& text)
-{
-    const size_t sign = text.find('@');
-    const std::string name = text.substr(0, sign);
-    const Place place{"--interface " + text, 0};
-    InterfaceChoice choice;
-    choice.name = name;
-    if (name.starts_with("ids="))
-        for (std::string_view id : split_at_commas(std::string_view(name).substr(4)))
-            choice.node_ids.push_back(parse_int(id, place));
-    if (sign == std::string::npos)
-        return choice;
-    const auto coordinates = split_at_commas(std::string_view(text).substr(sign + 1));
-    if (coordinates.size() != 3)
-        throw std::runtime_error("an interface reads SET or SET@x,y,z, not " + text);
-    choice.at.emplace();
-    for (size_t axis = 0; axis < 3; ++axis)
-        (*choice.at)[axis] = parse_real(coordinates[axis], place);
+    for (size_t end = choice.written.size(); end != std::string::npos && end > choice.nodes.name.size();
+         end = choice.written.find_last_of("@:", end - 1))
+        if (has_set(model, choice.written.substr(0, end)))
+        {
+            InterfaceChoice longer = parse_interface("SET" + choice.written.substr(end));
+            longer.nodes.name = choice.written.substr(0, end);
+            return longer;
+        }
     return choice;
 }
 
-// ---- What it names in a model ------------------------------------------------------------------------------------------
-
-static int find_node(const Mesh& mesh, int id)
-{
-    const auto at = std::lower_bound(mesh.nodes.begin(), mesh.nodes.end(), id,
-                                     [](const Node& node, int wanted) { return node.id < wanted; });
-    return at != mesh.nodes.end() && at->id == id ? int(at - mesh.nodes.begin()) : -1;
-}
-
-static std::string capitals(std::string text)
-{
-    for (char& c : text)
-        if (c >= 'a' && c <= 'z')
-            c = char(c - 'a' + 'A');
-    return text;
-}
-
-// By its name as it stands, or else by the only name that differs in case alone.
-static const std::vector<int>& set_named(const Model& model, const std::string& name)
-{
-    const std::pair<const std::string, std::vector<int>>* found = nullptr;
-    if (const auto exact = model.node_sets.find(name); exact != model.node_sets.end())
-        found = &*exact;
-    else
-        for (const auto& set : model.node_sets)
-            if (capitals(set.first) == capitals(name))
-            {
-                if (found)
-                    throw std::runtime_error("the node sets " + found->first + " and " + set.first + " are both like " +
-                                             name);
-                found = &set;
-            }
-    if (!found || found->second.empty())
-        throw std::runtime_error("the mesh has no node set named " + name);
-    return found->second;
-}
-
-static std::vector<int> nodes_of(const Model& model, const InterfaceChoice& choice)
-{
-    if (choice.node_ids.empty())
-        return set_named(model, choice.name);
-    std::vector<int> nodes;
-    for (int id : choice.node_ids)
-    {
-        nodes.push_back(find_node(model.mesh, id));
-        if (nodes.back() < 0)
-            throw std::runtime_error("the interface " + choice.name + " names node " + std::to_string(id) +
-                                     ", which the mesh does not have");
-    }
-    std::sort(nodes.begin(), nodes.end());
-    nodes.erase(std::unique(nodes.begin(), nodes.end()), nodes.end());
-    return nodes;
-}
-
 // Joined at the mean of its nodes unless a point is given.
-static Interface interface_from(const Model& model, const InterfaceChoice& choice, int reference_id)
+static Interface interface_from(const Model& model, const InterfaceChoice& written, int reference_id)
 {
+    const InterfaceChoice choice = named_in(model, written);
+    if (choice.kind != InterfaceKind::rigid || choice.freedoms != InterfaceChoice{}.freedoms)
+        throw std::runtime_error("the interface " + choice.nodes.name + " is not rigid with six freedoms");
     Interface interface {
-        reference_id, -1, Vector3d::Zero(), nodes_of(model, choice)
+        reference_id, -1, Vector3d::Zero(), chosen_nodes(model, choice.nodes)
     };
     for (const Tie& tie : model.ties)
         for (int node : interface.tied)
             if (std::binary_search(tie.nodes.begin(), tie.nodes.end(), node))
-                throw InputError(tie.place, "the nodes of " + choice.name + " follow node " +
+                throw InputError(tie.place, "the nodes of " + choice.nodes.name + " follow node " +
                                                 std::to_string(model.mesh.nodes[size_t(tie.reference)].id) +
                                                 " already: leave out --interface, which takes the ties of the deck");
     for (int node : interface.tied)
@@ -133,7 +62,7 @@ std::vector<Interface> choose_interfaces(const Model& model, const ReductionOpti
     for (const InterfaceChoice& choice : options.interfaces)
     {
         if (next_id == std::numeric_limits<int>::max())
-            throw std::runtime_error("there is no node number left for the reference node of " + choice.name);
+            throw std::runtime_error("there is no node number left for the reference node of " + choice.nodes.name);
         interfaces.push_back(interface_from(model, choice, ++next_id));
     }
     if (options.interfaces.empty())

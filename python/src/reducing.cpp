@@ -63,7 +63,7 @@ static zel_fem::ReductionOptions options_of(const std::array<std::string, 4>& un
     zel_fem::ReductionOptions options;
     options.units = {units[0], units[1], units[2], units[3]};
     for (const auto& [name, ids, at] : interfaces)
-        options.interfaces.push_back({name, ids, at});
+        options.interfaces.push_back({{name, ids}, at});
     options.free = interfaces.empty();
     options.modes = modes;
     options.mass = zel_fem::MassMethod(mass_method);

@@ -99,7 +99,7 @@ TEST(Arrays, GiveTheBodyThatFilesGive)
     {
         ReductionOptions options = in_millimetres(8);
         if (!free)
-            options.interfaces = {parse_interface("root@0,0,0"), {"tip", {}, {{60, 0, 0}}}};
+            options.interfaces = {parse_interface("root@0,0,0"), {{"tip"}, {{60, 0, 0}}}};
         const ReducedBody by_files =
             reduce(*ccx::make_source({.deck = ZEL_SOURCE "/tests/data/ccx/small"}), options, silent);
         for (const Part part : {Part::whole, Part::upper, Part::lower})
@@ -196,7 +196,7 @@ TEST(Arrays, OfBeamsCarryTheRotationsOfTheirNodes)
     EXPECT_NEAR(turn.norm() / u.norm(), 0.982502 * 4.730041 / kLength, 1e-6);
     EXPECT_NEAR(u.dot(turn), 0.0, 1e-9 * u.norm() * turn.norm());
 
-    options.interfaces = {{"root", {1}, {}}, {"tip", {kBeams + 1}, {{kLength, 0, 50}}}}; // one of them with an arm
+    options.interfaces = {{{"root", {1}}}, {{"tip", {kBeams + 1}}, {{kLength, 0, 50}}}}; // one of them with an arm
     const ReducedBody held = reduce(*arrays::make_source(beam_of_lines()), options, silent);
     EXPECT_TRUE(held.report.all_hold());
     const MatrixXd& constraint = held.body->motion;

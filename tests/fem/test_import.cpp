@@ -1010,7 +1010,8 @@ TEST_F(Import, RefusesWhatItCannotUseAndLeavesNoFile)
         {[](ImportOptions& o) { o.units = "mm,m,s,N"; }, "the units name both MILLIMETER and METER"},
         {[](ImportOptions& o) { o.units = "mm,kg,s,N"; }, "the units do not belong together: 1 NEWTON is 1000"},
         {[](ImportOptions& o) { o.interfaces = {"NOSUCH"}; }, "the mesh has no node set named NOSUCH"},
-        {[](ImportOptions& o) { o.interfaces = {"ROOT@1,2"}; }, "an interface reads SET or SET@x,y,z, not ROOT@1,2"},
+        {[](ImportOptions& o) { o.interfaces = {"ROOT@1,2"}; },
+         "named ROOT@1,2 (and behind @ \"1,2\" is not three numbers x,y,z); it has"},
         {[](ImportOptions& o) { o.interfaces = {"ROOT@1,2,x"}; }, "\"x\" is not a number"},
         {[](ImportOptions& o) {
              o.interfaces = {"ROOT", "ALL"};
