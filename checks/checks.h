@@ -81,19 +81,6 @@ std::vector<Mode> modes_of(ZELDATA* db);
  */
 std::vector<std::array<double, 6>> effective_masses_of(ZELDATA* db);
 
-/** Cosines of the angles between mode shapes. */
-struct ModeCosines
-{
-    int common_nodes;           ///< that both bodies have mode shapes for, by their ids
-    std::vector<double> values; ///< a row for each mode of the first body; the square is the modal assurance criterion
-};
-
-/**
- * Translations of modes of two bodies, which may be one, at the nodes of both, weighted by the nodal masses of the first where
- * it has any. Zero for shapes that are zero there.
- */
-ModeCosines mode_cosines(ZELDATA* a, const std::vector<Mode>& modes_a, ZELDATA* b, const std::vector<Mode>& modes_b);
-
 // ---- Nodes ------------------------------------------------------------------------------------------------------------
 
 /** Three coordinates a node, in the order of the body. */

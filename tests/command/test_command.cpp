@@ -228,6 +228,25 @@ TEST_F(Command, ComparesFiles)
     EXPECT_EQ(run(folder, "compare box.zel absent.zel").status, 2);
 }
 
+TEST_F(Command, ComparesModes)
+{
+    ASSERT_EQ(run(folder, "convert box.zel other.zel --units in,lbm,ms,lbf").status, 0);
+    EXPECT_EQ(run(folder, "compare --modes box.zel other.zel").status, 0);
+    ZELDATA* bent = box();
+    ZEL_SetMode(bent, 7, 4, 0, -1.0 / std::sqrt(24.0) + 1e-3, 0, 0, 0, 0, 0);
+    write_and_free(bent, folder.path("bent.zel"), "no_ortho full_invar");
+    const Outcome passes = run(folder, "compare --modes box.zel bent.zel --match position:0.1");
+    EXPECT_EQ(passes.status, 0) << passes.output;
+    EXPECT_NE(passes.output.find("node 4 moves by (-0.2041"), std::string::npos) << passes.output;
+    EXPECT_EQ(run(folder, "compare --modes box.zel bent.zel --mac 0.999999").status, 1);
+    const Json told = Json::parse(run(folder, "compare --modes box.zel bent.zel --json").output);
+    EXPECT_EQ(told["verdict"], "equal");
+    EXPECT_EQ(told["groups"][1]["worst"]["base_node"], 4);
+    EXPECT_NEAR(told["groups"][1]["base_hz"], 50.0, 1e-9);
+    for (const char* wrong : {"--match place", "--match position:x", "--mac 1.5", "-q", "--tolerance 1"})
+        EXPECT_EQ(run(folder, std::string("compare --modes box.zel box.zel ") + wrong).status, 2) << wrong;
+}
+
 TEST_F(Command, ConvertsUnitsAndEncodings)
 {
     const Outcome done =

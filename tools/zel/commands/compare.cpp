@@ -1,6 +1,7 @@
 // `zel compare`: a new file against a base file.
 #include "checks/checks.h"
 #include "commands.h"
+#include "compare_report.h"
 #include "fem/fem.h"
 #include "tools/zel/body.h"
 #include "tools/zel/console.h"
@@ -84,40 +85,127 @@ static std::unique_ptr<Body> copy_in_units_of(ZELDATA* base, ZELDATA* fresh)
 
 using namespace zel_command;
 
+namespace
+{
+struct Options
+{
+    std::string base, fresh, match = "id";
+    double tolerance = 1e-6;
+    bool quiet = false, verbose = false, modes = false, json = false;
+    zel_checks::ModalOptions modal;
+};
+} // namespace
+
+static int compare_blocks(const Options& options)
+{
+    ProgressBar bar("open the files");
+    const Body base(options.base), fresh(options.fresh);
+    const std::unique_ptr<Body> copy = copy_in_units_of(base, fresh);
+    std::atexit(end_with_difference);
+    comparing = true;
+    bar.begin("compare");
+    const int verbosity = options.quiet ? 0 : options.verbose ? 2 : 1;
+    const int status =
+        ZEL_Compare(base, copy ? *copy : fresh, verbosity, options.tolerance) == 0 ? kFine : kDifferences;
+    comparing = false;
+    return status;
+}
+
+static zel_checks::ModalComparison modal_comparison(const Options& options)
+{
+    ProgressBar bar("open the files");
+    const Body base(options.base), fresh(options.fresh);
+    return zel_checks::compare_modes(base, fresh, options.modal, [&bar](const char* phase, double share) {
+        if (share < 0.0)
+            bar.begin(phase);
+        else
+            bar.advance(share);
+        return true;
+    });
+}
+
+static int compare_the_modes(const Options& options)
+{
+    const zel_checks::ModalComparison comparison = modal_comparison(options);
+    (options.json ? print_modal_comparison_as_json : print_modal_comparison)(comparison, options.modal);
+    return comparison.equal ? kFine : kDifferences;
+}
+
+static CLI::Validator number_from_0(double most = HUGE_VAL)
+{
+    return CLI::Validator(
+        [most](const std::string& text) {
+            double value = 0.0;
+            if (CLI::detail::lexical_cast(text, value) && value >= 0.0 && value <= most)
+                return std::string();
+            return "\"" + text + "\" is no number from 0 " +
+                   (most < HUGE_VAL ? zel_checks::format("to %g", most) : "on");
+        },
+        "");
+}
+
+// id, position or position:tolerance.
+static std::string take_match(const std::string& text, zel_checks::ModalOptions& modal)
+{
+    constexpr char kPosition[] = "position:";
+    double tolerance = 0.0;
+    modal.by_position = text != "id";
+    if (text == "id" || text == "position")
+        return "";
+    if (text.rfind(kPosition, 0) != 0 || !CLI::detail::lexical_cast(text.substr(sizeof kPosition - 1), tolerance) ||
+        !(tolerance >= 0.0))
+        return "\"" + text + "\" is neither id nor position nor position:TOLERANCE";
+    modal.tolerance = tolerance;
+    return "";
+}
+
+// Limits that only the comparison of modes has.
+static CLI::Option* add_modal_options(CLI::App& command, Options& options)
+{
+    CLI::Option* const modes =
+        command.add_flag("--modes", options.modes, "match the modes, whatever their order, signs and basis");
+    zel_checks::ModalOptions& modal = options.modal;
+    command.add_option("--match", options.match, "how nodes are paired: id, or position with a distance")
+        ->check(CLI::Validator([&modal](const std::string& text) { return take_match(text, modal); }, ""))
+        ->option_text("id|position[:D] [id]")
+        ->needs(modes);
+    const struct
+    {
+        const char *name, *help, *text;
+        double* value;
+        double most;
+    } limits[] = {
+        {"--cluster", "frequencies nearer than this, relatively, are compared as one span", "REL [0.001]",
+         &modal.cluster, 1.0},
+        {"--mac", "least modal assurance criterion that passes", "MAC [0.99]", &modal.assurance, 1.0},
+        {"--frequency", "largest relative difference of frequencies that passes", "REL [0.001]", &modal.frequency,
+         HUGE_VAL},
+        {"--invariants", "largest difference of invariants that passes", "REL [0.01]", &modal.invariants, HUGE_VAL}};
+    for (const auto& limit : limits)
+        command.add_option(limit.name, *limit.value, limit.help)
+            ->check(number_from_0(limit.most))
+            ->option_text(limit.text)
+            ->needs(modes);
+    return modes;
+}
+
 void add_compare_command(CLI::App& app, int& status)
 {
-    struct Options
-    {
-        std::string base, fresh;
-        double tolerance = 1e-6;
-        bool quiet = false, verbose = false;
-    };
     const auto options = std::make_shared<Options>();
-    CLI::App* command = app.add_subcommand("compare", "Compare a file with a base file, block by block");
+    CLI::App* command =
+        app.add_subcommand("compare", "Compare a file with a base file, block by block or by its modes");
     command->add_option("BASE", options->base, "file to compare with")->required();
     command->add_option("NEW", options->fresh, "file to be compared")->required();
-    command->add_option("--tolerance", options->tolerance, "largest relative difference that passes")
-        ->capture_default_str()
-        ->check(CLI::Validator(
-            [](const std::string& text) {
-                double value = 0.0;
-                return CLI::detail::lexical_cast(text, value) && value >= 0.0
-                           ? ""
-                           : "\"" + text + "\" is no number from 0 on";
-            },
-            ""))
-        ->option_text("T [1e-06]");
+    const auto tolerance =
+        command->add_option("--tolerance", options->tolerance, "largest relative difference that passes")
+            ->capture_default_str()
+            ->check(number_from_0())
+            ->option_text("T [1e-06]");
     const auto quiet = command->add_flag("-q,--quiet", options->quiet, "print failures only");
-    command->add_flag("-v,--verbose", options->verbose, "print what passes, too")->excludes(quiet);
-    command->callback([options, &status] {
-        ProgressBar bar("open the files");
-        const Body base(options->base), fresh(options->fresh);
-        const std::unique_ptr<Body> copy = copy_in_units_of(base, fresh);
-        std::atexit(end_with_difference);
-        comparing = true;
-        bar.begin("compare");
-        const int verbosity = options->quiet ? 0 : options->verbose ? 2 : 1;
-        status = ZEL_Compare(base, copy ? *copy : fresh, verbosity, options->tolerance) == 0 ? kFine : kDifferences;
-        comparing = false;
-    });
+    const auto verbose = command->add_flag("-v,--verbose", options->verbose, "print what passes, too")->excludes(quiet);
+    const auto json = command->add_flag("--json", options->json, "print JSON")->excludes(quiet)->excludes(verbose);
+    const auto modes = add_modal_options(*command, *options)->excludes(quiet)->excludes(verbose)->excludes(tolerance);
+    json->needs(modes);
+    command->callback(
+        [options, &status] { status = options->modes ? compare_the_modes(*options) : compare_blocks(*options); });
 }

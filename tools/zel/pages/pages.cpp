@@ -1,13 +1,13 @@
 #include "pages.h"
 
 #include "base/files.h"
+#include "checks/modal_comparison.h"
 #include "page_body.h"
 #include "sources.h"
 
 #include <algorithm>
 #include <cmath>
 #include <list>
-#include <map>
 
 namespace zel_command
 {
@@ -28,58 +28,33 @@ static std::vector<Mode> mapped_modes(const PageBody& body)
 }
 
 // Rows of cosines as text: four digits are more than a map shows.
-static ordered_json map_of(const zel_checks::ModeCosines& cosines)
+static ordered_json map_of(const std::vector<double>& cosines)
 {
     ordered_json values = ordered_json::array();
-    for (const double value : cosines.values)
+    for (const double value : cosines)
         values.push_back(std::isfinite(value) ? ordered_json(std::round(value * 1e4) / 1e4) : ordered_json(nullptr));
     return values;
 }
 
-// Each mode of one body takes the mode of the other one that it is most alike, the best pairs first. What is left has too
-// little in common. Rigid-body motions stand beside each other in their order: which combinations of the six a file has says nothing.
-static ordered_json pairs_of(const zel_checks::ModeCosines& cosines, const std::vector<Mode>& modes_a,
-                             const std::vector<Mode>& modes_b)
+static ordered_json pairs_of(const zel_checks::ModeMap& map)
 {
-    constexpr double kAlike = 0.25; // squared cosine
-    struct Candidate
-    {
-        double assurance;
-        size_t a, b;
-    };
-    std::vector<Candidate> candidates;
-    for (size_t a = 0; a < modes_a.size(); ++a)
-        for (size_t b = 0; b < modes_b.size(); ++b)
-            if (const double c = cosines.values[a * modes_b.size() + b];
-                !modes_a[a].rigid && !modes_b[b].rigid && c * c >= kAlike)
-                candidates.push_back({c * c, a, b});
-    std::stable_sort(candidates.begin(), candidates.end(),
-                     [](const Candidate& one, const Candidate& other) { return one.assurance > other.assurance; });
-    std::vector<bool> taken_a(modes_a.size()), taken_b(modes_b.size());
-    std::map<size_t, size_t> pairs;
-    for (const Candidate& one : candidates)
-        if (!taken_a[one.a] && !taken_b[one.b])
-        {
-            taken_a[one.a] = taken_b[one.b] = true;
-            pairs[one.a] = one.b;
-        }
     ordered_json list = ordered_json::array();
-    for (size_t k = 0; k < std::min(modes_a.size(), modes_b.size()) && modes_a[k].rigid && modes_b[k].rigid; ++k)
-        list.push_back({{"a", k}, {"b", k}, {"cosine", nullptr}});
-    for (const auto& [a, b] : pairs)
-        list.push_back({{"a", a}, {"b", b}, {"cosine", cosines.values[a * modes_b.size() + b]}});
+    for (const zel_checks::ModePair& pair : map.pairs)
+        list.push_back({{"a", pair.a},
+                        {"b", pair.b},
+                        {"cosine", std::isfinite(pair.cosine) ? ordered_json(pair.cosine) : ordered_json(nullptr)}});
     return list;
 }
 
 static ordered_json comparison_of(const PageBody& a, const PageBody& b)
 {
     const std::vector<Mode> modes_a = mapped_modes(a), modes_b = mapped_modes(b);
-    const zel_checks::ModeCosines cosines = zel_checks::mode_cosines(a.db(), modes_a, b.db(), modes_b);
-    return {{"common_nodes", cosines.common_nodes},
+    const zel_checks::ModeMap map = zel_checks::map_modes(a.db(), modes_a, b.db(), modes_b);
+    return {{"common_nodes", map.common_nodes},
             {"rows", modes_a.size()},
             {"columns", modes_b.size()},
-            {"cosines", map_of(cosines)},
-            {"pairs", pairs_of(cosines, modes_a, modes_b)}};
+            {"cosines", map_of(map.cosines)},
+            {"pairs", pairs_of(map)}};
 }
 
 // JSON that no reader of HTML takes for markup.
@@ -106,7 +81,7 @@ static ordered_json told_of(std::list<PageBody>& bodies, const Frame& frame, con
         ordered_json one = body.json();
         const std::vector<Mode> modes = mapped_modes(body);
         one["mapped_modes"] = modes.size();
-        one["cosines"] = map_of(zel_checks::mode_cosines(body.db(), modes, body.db(), modes));
+        one["cosines"] = map_of(zel_checks::map_modes(body.db(), modes, body.db(), modes).cosines);
         told["bodies"].push_back(std::move(one));
     }
     if (bodies.size() == 2)

@@ -1,0 +1,87 @@
+// Principal angles by cosines and sines (A. Bjorck and G. H. Golub, Math. Comp. 27, 1973; A. V. Knyazev and M. E. Argentati, SIAM
+// J. Sci. Comput. 23, 2002): a cosine near 1 has lost half the digits of its angle, a sine has them all.
+#include "checks/subspaces.h"
+
+#include <algorithm>
+#include <cmath>
+#include <stdexcept>
+
+extern "C" void dgeqrf_(const int* rows, const int* columns, double* a, const int* lda, double* factors, double* work,
+                        const int* work_size, int* failed);
+
+namespace zel_checks
+{
+
+using Eigen::Index;
+using Eigen::MatrixXd;
+using Eigen::VectorXd;
+
+constexpr double kDependent = 1e-10; // share of a vector that others do not have
+
+// Columns of length 1, first by their largest values, as squares of large ones are infinite; zeros stay.
+static VectorXd scales_of(const MatrixXd& vectors)
+{
+    VectorXd scales(vectors.cols());
+    for (Index k = 0; k < vectors.cols(); ++k)
+    {
+        const double size = vectors.rows() > 0 ? vectors.col(k).cwiseAbs().maxCoeff() : 0.0;
+        scales[k] = size > 0.0 ? 1.0 / size / (vectors.col(k) / size).norm() : 0.0;
+    }
+    return scales;
+}
+
+MatrixXd orthonormal(const MatrixXd& vectors)
+{
+    if (vectors.size() == 0)
+        return MatrixXd(vectors.rows(), 0);
+    Eigen::ColPivHouseholderQR<MatrixXd> qr(vectors.rows(), vectors.cols());
+    qr.setThreshold(kDependent);
+    qr.compute(vectors * scales_of(vectors).asDiagonal());
+    return qr.householderQ() * MatrixXd::Identity(vectors.rows(), qr.rank());
+}
+
+std::vector<double> principal_angles(const MatrixXd& a, const MatrixXd& b)
+{
+    if (a.cols() > b.cols())
+        return principal_angles(b, a);
+    std::vector<double> angles(size_t(a.cols()));
+    if (angles.empty())
+        return angles;
+    const MatrixXd products = b.transpose() * a;
+    const VectorXd cosines = Eigen::BDCSVD<MatrixXd>(products).singularValues();
+    const VectorXd sines = Eigen::BDCSVD<MatrixXd>(a - b * products).singularValues();
+    for (Index k = 0; k < a.cols(); ++k) // cosines fall and sines are to rise
+    {
+        const double cosine = cosines[k], sine = sines[a.cols() - 1 - k];
+        angles[angles.size() - 1 - size_t(k)] =
+            cosine * cosine >= 0.5 ? std::asin(std::min(1.0, sine)) : std::acos(std::min(1.0, cosine));
+    }
+    return angles;
+}
+
+MatrixXd nearest_combination(const MatrixXd& vectors, const MatrixXd& targets)
+{
+    const VectorXd scales = scales_of(vectors);
+    Eigen::CompleteOrthogonalDecomposition<MatrixXd> solver(vectors.rows(), vectors.cols());
+    solver.setThreshold(kDependent);
+    solver.compute(vectors * scales.asDiagonal());
+    return scales.asDiagonal() * solver.solve(targets);
+}
+
+TallTriangle::TallTriangle(Index columns, Index most_rows)
+    : work_(columns + most_rows, columns), factors_(size_t(columns)), scratch_(size_t(64 * columns + 1))
+{}
+
+void TallTriangle::take(Index rows)
+{
+    const int all = int(filled_ + rows), columns = int(work_.cols()), stride = int(work_.rows()),
+              scratch = int(scratch_.size());
+    int failed = 0;
+    dgeqrf_(&all, &columns, work_.data(), &stride, factors_.data(), scratch_.data(), &scratch, &failed);
+    if (failed)
+        throw std::runtime_error("mode shapes cannot be factored");
+    filled_ = std::min<Index>(all, columns);
+    work_.topRows(filled_).triangularView<Eigen::StrictlyLower>().setZero();
+}
+
+} // namespace zel_checks
