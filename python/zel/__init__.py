@@ -4,7 +4,16 @@ from typing import TYPE_CHECKING as _TYPE_CHECKING
 
 from ._zel import version as __version__
 from .body import Body, open
-from .compare import Comparison, Difference, Verdict, compare
+from .compare import (
+    Comparison,
+    Difference,
+    MatrixMatch,
+    ModalComparison,
+    ModeGroup,
+    Verdict,
+    WorstNode,
+    compare,
+)
 from .errors import ZelError, ZelWarning
 from .invariants import Invariants
 from .modes import Mode, Modes
@@ -40,7 +49,10 @@ __all__ = [
     "Largest",
     "Loads",
     "MassProperties",
+    "MatrixMatch",
+    "ModalComparison",
     "Mode",
+    "ModeGroup",
     "Modes",
     "Nodes",
     "Report",
@@ -48,6 +60,7 @@ __all__ = [
     "RowKind",
     "Units",
     "Verdict",
+    "WorstNode",
     "ZelError",
     "ZelWarning",
     "__version__",

@@ -1,6 +1,7 @@
 // Modes of random bodies against the same modes in another guise, and against others: what differs is known.
 #include "fixtures.h"
 
+#include "checks/body_comparison.h"
 #include "checks/modal_comparison.h"
 
 #include <Eigen/Dense>
@@ -275,4 +276,13 @@ TEST_F(ModalComparisons, MapModesOfOneBodyAndOfTwo)
         for (size_t j = 0; j < 11; ++j)
             EXPECT_NEAR(own.cosines[11 * i + j], i == j ? 1.0 : 0.0, 1e-13);
     }
+}
+
+TEST_F(ModalComparisons, CallNothingEqualThatWasNotCompared)
+{
+    ZELDATA *nothing = ZEL_Create(0, 0), *no_more = ZEL_Create(0, 0);
+    EXPECT_FALSE(compare_modes(nothing, no_more).equal);
+    const zel_checks::BodyComparison blocks = zel_checks::compare_bodies(nothing, no_more, HUGE_VAL);
+    EXPECT_EQ(blocks.compared, 0);
+    EXPECT_FALSE(blocks.equal);
 }

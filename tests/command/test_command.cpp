@@ -228,6 +228,55 @@ TEST_F(Command, ComparesFiles)
     EXPECT_EQ(run(folder, "compare box.zel absent.zel").status, 2);
 }
 
+TEST_F(Command, ComparesByTolerancesOfSingleChecks)
+{
+    ZELDATA* heavier = box();
+    ZEL_SetNodalMass(heavier, 1, 3.3); // of 3
+    ZEL_SetNodeCoordinates(heavier, 2, 0.0, 0.0, 1.004);
+    write_and_free(heavier, folder.path("heavier.zel"), "");
+    const auto status = [&](const std::string& lines) {
+        write_file(folder, "limits", lines);
+        return run(folder, "compare box.zel heavier.zel --tolerance 1 --tolerance-file limits").status;
+    };
+    const struct
+    {
+        const char* line; // coordinates reach 2, masses 3
+        int status;
+    } kCases[] = {{"node coordinates: absolute 0.0041", 0},
+                  {"node coordinates : absolute 0.0039 # too little", 1},
+                  {"node coordinates: relative 0.0021\n\nnodal masses: both 0.11", 0},
+                  {"node coordinates: relative 0.0019", 1},
+                  {"nodal masses: relative 0.099", 1},
+                  {"nodal masses: relative 0.099 floor 0.31", 0},
+                  {"nodal masses: absolute 0.29 floor 0.29", 1},
+                  {"modal stress: both 1", 1}, // which nobody has
+                  {"node coordinate: both 1", 1},
+                  {"node coordinates: near 1", 2},
+                  {"node coordinates: both -1", 2},
+                  {"node coordinates: both 1 roof 1", 2},
+                  {"nodal masses: both 1\nnodal masses: both 1", 2},
+                  {"both 1", 2}};
+    for (const auto& one : kCases)
+        EXPECT_EQ(status(one.line), one.status) << one.line;
+
+    const Outcome differs = run(folder, "compare box.zel heavier.zel --json --summary now");
+    const Json told = Json::parse(differs.output);
+    EXPECT_EQ(differs.status, 1);
+    EXPECT_EQ(told["verdict"], "different");
+    for (const Json& check : told["checks"])
+        if (check["check"] == "nodal masses")
+        {
+            EXPECT_NEAR(check["worst"], 0.1, 1e-9);
+            EXPECT_EQ(check["node"], 1);
+            EXPECT_EQ(check["verdict"], "fail");
+            EXPECT_TRUE(check["mode"].is_null());
+        }
+    EXPECT_EQ(run(folder, "compare box.zel heavier.zel --tolerance-file now").status, 0)
+        << bytes_of(folder.path("now"));
+    EXPECT_EQ(run(folder, "compare box.zel heavier.zel --summary heavier.zel").status, 2);
+    EXPECT_EQ(Json::parse(run(folder, "compare box.zel box.zel --json").output)["verdict"], "equal");
+}
+
 TEST_F(Command, ComparesModes)
 {
     ASSERT_EQ(run(folder, "convert box.zel other.zel --units in,lbm,ms,lbf").status, 0);

@@ -1214,13 +1214,16 @@ typedef struct ZELCOMPARISON
     int component; /* that differs most, from 0; of a matrix the column, of a load the case; ZEL_NONE as for these two */
     double limit;  /* a greater worst fails: the tolerance, or 0 where things must be equal */
     int verdict;   /* ZEL_COMPARISON_... */
+    double difference; /* the largest one, absolute; not a number: not compared */
+    double scale;      /* the largest magnitude in the base that is finite; not a number: there is none, as of counts */
 } ZELCOMPARISON;
 
 /**
  * The comparison of ZEL_Compare as an array: nothing is printed, and the process goes on whatever is found. Where nodes, or
  * blocks that ZEL_Compare insists on, are missing, a row fails and what both bodies have is compared all the same. Beside
  * the checks of ZEL_Compare there are rows for what it does not see: the inertia of the body, the components of preload and
- * loads with their signs, damping, and modal statistics where both have them. The bodies are equal when no row fails.
+ * loads with their signs, damping, and modal statistics where both have them. The bodies are equal when no row fails and some
+ * row has compared values: passes or fails, with a scale or a difference above 0.
  * Both databases are in kilograms, metres, seconds and newtons afterwards; all else of them stays.
  * rows  [room] the checks in the order of the blocks, of modal blocks one or two a mode; null: only counts
  * room  how many rows there is room for; further ones are counted

@@ -1,26 +1,30 @@
 // `zel compare`: a new file against a base file.
+#include "base/files.h"
 #include "checks/checks.h"
 #include "commands.h"
 #include "compare_report.h"
 #include "fem/fem.h"
 #include "tools/zel/body.h"
 #include "tools/zel/console.h"
+#include "tools/zel/exports/exports.h"
 
 #include <CLI/CLI.hpp>
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <memory>
 
 namespace zel_command
 {
 
-using zel_checks::Mode, zel_checks::units_of;
 using zel_fem::RemovedOnInterrupt;
 
 // The comparison ends the process when the files do not describe the same nodes. As a command that is a difference like
@@ -35,49 +39,30 @@ static void end_with_difference()
     std::_Exit(output_is_printed() ? kDifferences : kUnusable);
 }
 
-static bool is_normalised(ZELDATA* db)
-{
-    constexpr double kRounding = 1e-9;
-    if (!db->eigenvalues)
-        return false;
-    for (const Mode& mode : zel_checks::modes_of(db))
-        if (std::fabs(mode.mass - 1.0) > kRounding)
-            return false;
-    return ZEL_ModeCount(db) > 0;
-}
-
-// What the content of a file needs to be written again.
-static std::string options_to_keep(ZELDATA* db)
-{
-    const char* invariants = ZEL_Exists(db, ZEL_BLOCK_INVAR9 - 1)   ? "full_invar"
-                             : ZEL_Exists(db, ZEL_BLOCK_INVAR3 - 1) ? "fast_invar"
-                                                                    : "";
-    return std::string(invariants) + (ZEL_Double_Prec(db) ? "" : " single");
-}
-
-// Modes of generalized mass 1 mean another amplitude in other units. Of a file in other units than the base a copy in those
-// of the base is made, whose modes are normalised in these; without need for one, null.
+// Of a file in other units than the base a copy in those of the base, where that makes its modes comparable; otherwise null.
 static std::unique_ptr<Body> copy_in_units_of(ZELDATA* base, ZELDATA* fresh)
 {
-    const auto units = units_of(base);
-    if (units == units_of(fresh) || !is_normalised(base) || !is_normalised(fresh))
+    if (!zel_checks::needs_units_of_base(base, fresh))
         return nullptr;
     std::string folder = (std::filesystem::temp_directory_path() / "zel_compare_XXXXXX").string();
     if (!mkdtemp(folder.data()))
         throw std::runtime_error(folder + ": " + std::strerror(errno));
     const RemovedOnInterrupt registered(folder);
-    const std::string path = folder + "/copy.zel";
     std::unique_ptr<Body> copy;
+    std::string failure;
+    try
     {
-        const MessageScope nothing(Messages::none);
-        if (ZEL_SetUnits(fresh, units[0].c_str(), units[1].c_str(), units[2].c_str(), units[3].c_str()) &&
-            ZEL_WriteWithOptions(fresh, path.c_str(), options_to_keep(fresh).c_str()))
-            copy = std::make_unique<Body>(path); // holds the file open when it has no name any more
+        zel_checks::write_in_units_of_base(base, fresh, folder + "/copy.zel");
+        copy = std::make_unique<Body>(folder + "/copy.zel"); // holds the file open when it has no name any more
+    }
+    catch (const std::exception& error)
+    {
+        failure = error.what();
     }
     std::error_code ignored;
     std::filesystem::remove_all(folder, ignored);
     if (!copy)
-        throw std::runtime_error("no copy in the units of the base can be written in " + folder);
+        throw std::runtime_error(failure);
     return copy;
 }
 
@@ -89,17 +74,29 @@ namespace
 {
 struct Options
 {
-    std::string base, fresh, match = "id";
+    std::string base, fresh, match = "id", tolerance_file, summary;
     double tolerance = 1e-6;
     bool quiet = false, verbose = false, modes = false, json = false;
     zel_checks::ModalOptions modal;
 };
 } // namespace
 
-static int compare_blocks(const Options& options)
+// The report of the library would call these equivalent.
+static bool has_nothing_to_compare(ZELDATA* base, ZELDATA* fresh)
+{
+    return ZEL_NodeCount(fresh) == 0 && std::min(ZEL_ModeCount(base), ZEL_ModeCount(fresh)) == 0;
+}
+
+// The report of the library.
+static int print_blocks(const Options& options)
 {
     ProgressBar bar("open the files");
     const Body base(options.base), fresh(options.fresh);
+    if (has_nothing_to_compare(base, fresh))
+    {
+        std::printf("Nothing was compared\n");
+        return kDifferences;
+    }
     const std::unique_ptr<Body> copy = copy_in_units_of(base, fresh);
     std::atexit(end_with_difference);
     comparing = true;
@@ -109,6 +106,56 @@ static int compare_blocks(const Options& options)
         ZEL_Compare(base, copy ? *copy : fresh, verbosity, options.tolerance) == 0 ? kFine : kDifferences;
     comparing = false;
     return status;
+}
+
+static zel_checks::Tolerances tolerances_of(const std::string& path)
+{
+    if (path.empty())
+        return {};
+    std::ifstream file(path, std::ios::binary);
+    const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    if (!file.good() && !file.eof())
+        throw std::runtime_error(path + ": " + std::strerror(errno));
+    try
+    {
+        return zel_checks::tolerances_from(text);
+    }
+    catch (const std::runtime_error& error)
+    {
+        throw std::runtime_error(path + ": " + error.what());
+    }
+}
+
+static zel_checks::BodyComparison body_comparison(const Options& options)
+{
+    const zel_checks::Tolerances tolerances = tolerances_of(options.tolerance_file);
+    ProgressBar bar("open the files");
+    const Body base(options.base), fresh(options.fresh);
+    const std::unique_ptr<Body> copy = copy_in_units_of(base, fresh);
+    bar.begin("compare");
+    const auto comparison = zel_checks::compare_bodies(base, copy ? *copy : fresh, options.tolerance, tolerances);
+    if (options.summary.empty())
+        return comparison;
+    if (zel::names_open_file(options.summary.c_str(), static_cast<ZELDATA*>(fresh)->zel_file.file))
+        throw std::runtime_error(options.summary + ": is the file that is read");
+    Output out(options.summary, base);
+    out.write(zel_checks::baseline_of(comparison, options.tolerance));
+    out.commit();
+    return comparison;
+}
+
+static int compare_blocks(const Options& options)
+{
+    if (!options.json && options.tolerance_file.empty() && options.summary.empty())
+        return print_blocks(options);
+    const zel_checks::BodyComparison comparison = body_comparison(options);
+    if (options.json)
+        print_comparison_as_json(comparison);
+    else
+        print_comparison(comparison, options.quiet     ? ShownChecks::failures
+                                     : options.verbose ? ShownChecks::all
+                                                       : ShownChecks::problems);
+    return comparison.equal ? kFine : kDifferences;
 }
 
 static zel_checks::ModalComparison modal_comparison(const Options& options)
@@ -203,9 +250,16 @@ void add_compare_command(CLI::App& app, int& status)
             ->option_text("T [1e-06]");
     const auto quiet = command->add_flag("-q,--quiet", options->quiet, "print failures only");
     const auto verbose = command->add_flag("-v,--verbose", options->verbose, "print what passes, too")->excludes(quiet);
-    const auto json = command->add_flag("--json", options->json, "print JSON")->excludes(quiet)->excludes(verbose);
-    const auto modes = add_modal_options(*command, *options)->excludes(quiet)->excludes(verbose)->excludes(tolerance);
-    json->needs(modes);
+    const auto file =
+        command->add_option("--tolerance-file", options->tolerance_file, "limits of single checks, a line each")
+            ->check(CLI::ExistingFile)
+            ->option_text("FILE");
+    const auto summary =
+        command->add_option("--summary", options->summary, "write the differences as such a file")->option_text("FILE");
+    command->add_flag("--json", options->json, "print JSON")->excludes(quiet)->excludes(verbose);
+    CLI::Option* const modes = add_modal_options(*command, *options);
+    for (CLI::Option* const other : {quiet, verbose, tolerance, file, summary})
+        modes->excludes(other);
     command->callback(
         [options, &status] { status = options->modes ? compare_the_modes(*options) : compare_blocks(*options); });
 }

@@ -124,26 +124,21 @@ void print_modal_comparison(const ModalComparison& comparison, const ModalOption
 
 // ---- JSON ---------------------------------------------------------------------------------------------------------------
 
-// What is infinite is told as text: JSON has no such number.
-static ordered_json number(const std::optional<double>& value)
-{
-    return !value || std::isnan(*value) ? ordered_json(nullptr)
-           : std::isfinite(*value)      ? ordered_json(*value)
-                                        : ordered_json("infinite");
-}
-
 static ordered_json worst_as_json(const WorstNode& worst)
 {
     ordered_json vectors[2];
     for (size_t c = 0; c < 3; ++c)
     {
-        vectors[0].push_back(number(worst.base[c]));
-        vectors[1].push_back(number(worst.fresh[c]));
+        vectors[0].push_back(json_number(worst.base[c]));
+        vectors[1].push_back(json_number(worst.fresh[c]));
     }
-    return {{"mode", worst.mode},           {"base_node", worst.base_node},
-            {"new_node", worst.fresh_node}, {"component", worst.turns ? "rotation" : "translation"},
-            {"base", vectors[0]},           {"new", vectors[1]},
-            {"share", number(worst.share)}};
+    return {{"mode", worst.mode},
+            {"base_node", worst.base_node},
+            {"new_node", worst.fresh_node},
+            {"component", worst.turns ? "rotation" : "translation"},
+            {"base", vectors[0]},
+            {"new", vectors[1]},
+            {"share", json_number(worst.share)}};
 }
 
 static ordered_json group_as_json(const ModeGroup& group)
@@ -151,13 +146,13 @@ static ordered_json group_as_json(const ModeGroup& group)
     return {{"base_modes", group.base},
             {"new_modes", group.fresh},
             {"rigid", group.rigid},
-            {"base_hz", number(group.base_hertz)},
-            {"new_hz", number(group.fresh_hertz)},
+            {"base_hz", json_number(group.base_hertz)},
+            {"new_hz", json_number(group.fresh_hertz)},
             {"frequency_difference",
-             group.rigid || !group.base_hertz ? ordered_json(nullptr) : number(group.frequency_difference)},
+             group.rigid || !group.base_hertz ? ordered_json(nullptr) : json_number(group.frequency_difference)},
             {"angles", group.angles},
-            {"mac", number(group.assurance)},
-            {"unweighed_mac", number(group.unweighed)},
+            {"mac", json_number(group.assurance)},
+            {"unweighed_mac", json_number(group.unweighed)},
             {"worst", group.worst ? worst_as_json(*group.worst) : ordered_json(nullptr)},
             {"okay", group.holds}};
 }
@@ -169,7 +164,7 @@ void print_modal_comparison_as_json(const ModalComparison& comparison, const Mod
         groups.push_back(group_as_json(group));
     for (const MatrixMatch& matrix : comparison.matrices)
         matrices.push_back({{"name", matrix.name},
-                            {"difference", number(matrix.difference)},
+                            {"difference", json_number(matrix.difference)},
                             {"reason", matrix.difference ? ordered_json(nullptr) : ordered_json(matrix.reason)},
                             {"okay", matrix.difference ? ordered_json(matrix.holds) : ordered_json(nullptr)}});
     const ordered_json told = {{"verdict", !comparison.compared ? "nothing compared"
@@ -185,7 +180,7 @@ void print_modal_comparison_as_json(const ModalComparison& comparison, const Mod
                                  {"common", comparison.common_nodes},
                                  {"base_only", comparison.base_only},
                                  {"new_only", comparison.fresh_only},
-                                 {"largest_distance", number(comparison.farthest)},
+                                 {"largest_distance", json_number(comparison.farthest)},
                                  {"largest_distance_node", comparison.farthest_node},
                                  {"weighed", comparison.weighed},
                                  {"with_rotations", comparison.with_rotations}}},
@@ -194,8 +189,8 @@ void print_modal_comparison_as_json(const ModalComparison& comparison, const Mod
                                {"groups", groups},
                                {"base_unmatched", comparison.base_unmatched},
                                {"new_unmatched", comparison.fresh_unmatched},
-                               {"angle_of_base_in_new", number(comparison.base_in_fresh)},
-                               {"angle_of_new_in_base", number(comparison.fresh_in_base)},
+                               {"angle_of_base_in_new", json_number(comparison.base_in_fresh)},
+                               {"angle_of_new_in_base", json_number(comparison.fresh_in_base)},
                                {"matrices", matrices},
                                {"notes", comparison.notes}};
     std::printf("%s\n", told.dump(2, ' ', false, ordered_json::error_handler_t::replace).c_str());

@@ -95,7 +95,13 @@ struct Finding
     int block;
     double worst = NAN;
     Place place = {};
+    double difference = NAN, scale = NAN; // behind the worst; NAN: it is a count, or infinite
 };
+
+inline Finding measured(const char* check, int block, const Difference& difference)
+{
+    return {check, block, difference.measure(), difference.place, difference.largest, difference.base_scale};
+}
 
 // Tells a finding whose verdict is settled, with its line.
 [[gnu::format(printf, 4, 5)]] void tell(const Comparison& c, int verdict, const Finding& finding, const char* format,

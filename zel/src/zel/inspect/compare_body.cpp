@@ -90,7 +90,7 @@ static int compare_nodes(Comparison& c, const Block& row)
         difference.add(x.y, y.y, {ZEL_NONE, x.id, 1});
         difference.add(x.z, y.z, {ZEL_NONE, x.id, 2});
     });
-    return check(c, {"node coordinates", row.number, difference.measure(), difference.place}, "NodeCoordinates");
+    return check(c, measured("node coordinates", row.number, difference), "NodeCoordinates");
 }
 
 static int compare_masses(Comparison& c, const Block& row)
@@ -101,7 +101,7 @@ static int compare_masses(Comparison& c, const Block& row)
     Difference difference;
     for_node_pairs(c, [&](const ZELNODE& x, const ZELNODE& y) { difference.add(x.mass, y.mass, {ZEL_NONE, x.id}); });
     if (difference.fresh_scale > 0.0 && difference.base_scale > 0.0)
-        return check(c, {masses.check, row.number, difference.measure(), difference.place}, "NodalMass");
+        return check(c, measured(masses.check, row.number, difference), "NodalMass");
     if (difference.fresh_scale == 0.0)
         print(c, ZEL_COMPARISON_WARNING,
               "->Warning all NodalMass=0 in new file, 'fast_invar' or 'full_invar' may have been used\n");
@@ -122,7 +122,7 @@ static int compare_inertias(Comparison& c, const Block& row)
         for (int i = 0; i < 6 && (x.inertia || y.inertia); ++i)
             difference.add(x.inertia ? x.inertia[i] : 0.0, y.inertia ? y.inertia[i] : 0.0, {ZEL_NONE, x.id, i});
     });
-    return check(c, {inertias.check, row.number, difference.measure(), difference.place}, "NodalI");
+    return check(c, measured(inertias.check, row.number, difference), "NodalI");
 }
 
 // ---- Whole body --------------------------------------------------------------------------------------------------------
@@ -133,7 +133,7 @@ static int compare_body_inertia(const Comparison& c, const Block& row)
     Difference difference;
     for (int entry = 0; entry < 9; ++entry)
         difference.add(c.fresh->inertia_tensor[entry], c.base->inertia_tensor[entry], {ZEL_NONE, ZEL_NONE, entry});
-    check_silently(c, {"inertia of the body", row.number, difference.measure(), difference.place});
+    check_silently(c, measured("inertia of the body", row.number, difference));
     return print_check(c, 0.0, "TotalI"); // fails below a negative tolerance
 }
 
@@ -146,15 +146,23 @@ static int compare_body(Comparison& c, const Block& row)
     const ZELDATA &base = *c.base, &fresh = *c.fresh;
     const double apart = gap(fresh.total_mass, base.total_mass);
     const bool is_relative = apart > 0.0 && apart < HUGE_VAL;
-    int result =
-        check(c, {mass.check, row.number, is_relative ? apart / std::fabs(base.total_mass) : apart}, "TotalMass");
+    int result = check(c,
+                       {mass.check,
+                        row.number,
+                        is_relative ? apart / std::fabs(base.total_mass) : apart,
+                        {},
+                        apart,
+                        std::fabs(base.total_mass)},
+                       "TotalMass");
     result |= compare_body_inertia(c, row);
 
     Difference difference;
     for (int axis = 0; axis < 3; ++axis)
         difference.add(fresh.center_of_mass[axis], base.center_of_mass[axis], {ZEL_NONE, ZEL_NONE, axis});
     const double delta = difference.largest / std::max(1.0, difference.fresh_scale);
-    return result | check(c, {"centre of mass", row.number, delta, difference.place}, "TotalCM");
+    return result |
+           check(c, {"centre of mass", row.number, delta, difference.place, difference.largest, difference.base_scale},
+                 "TotalCM");
 }
 
 // The databases are in the same units by now.

@@ -46,11 +46,13 @@ int compare_eigenvalues(Comparison& c, const Block& row)
             difference.add(fresh[field], base[field]);
             const double delta = difference.measure();
             if (field == kEigenvalue)
-                result |= check(c, {largest[field].check, row.number, delta, {number}}, "EigenValue: #%d", number);
-            if (delta > largest[field].worst)
+                result |= check(
+                    c, {largest[field].check, row.number, delta, {number}, difference.largest, difference.base_scale},
+                    "EigenValue: #%d", number);
+            if (mode == 0 || delta > largest[field].worst)
             {
-                largest[field].worst = delta;
-                largest[field].place.mode = number;
+                largest[field] = measured(largest[field].check, row.number, difference);
+                largest[field].place.mode = delta > 0.0 ? number : ZEL_NONE;
             }
         }
     }
@@ -163,7 +165,7 @@ int compare_matrix(Comparison& c, const Block& row)
     for (int i = 0; i < fresh.count; ++i)
         difference.add(fresh.values[i], base.values[i],
                        {ZEL_ModeNumber(c.fresh, fresh.rows[i]), ZEL_NONE, fresh.columns[i]});
-    return check(c, {texts.values, row.number, difference.measure(), difference.place}, "Sparce%s", texts.name);
+    return check(c, measured(texts.values, row.number, difference), "Sparce%s", texts.name);
 }
 
 // The report says nothing of the damping.
@@ -187,7 +189,7 @@ int compare_damping(Comparison& c, const Block& row)
             for (int64_t k = 0; k < modes; ++k)
                 difference.add(sign(i) * sign(k) * fresh[i * modes + k], base[i * modes + k],
                                {ZEL_ModeNumber(c.fresh, int(i)), ZEL_NONE, int(k)});
-        damping = {damping.check, row.number, difference.measure(), difference.place};
+        damping = measured(damping.check, row.number, difference);
     }
     else
         damping.worst = HUGE_VAL;
@@ -211,7 +213,7 @@ int compare_transformation(Comparison& c, const Block& row)
     for (int64_t i = 0; i < order * order; ++i)
         difference.add(c.fresh->transformation[i], c.base->transformation[i],
                        {ZEL_ModeNumber(c.fresh, int(i / order)), ZEL_NONE, int(i % order)});
-    transformation = {transformation.check, row.number, difference.measure(), difference.place};
+    transformation = measured(transformation.check, row.number, difference);
     if (is_beyond(c, transformation.worst))
         tell(c, ZEL_COMPARISON_WARNING, transformation, "->Warning: ModeShape Transformations differ  Delta: %e\n",
              transformation.worst);

@@ -111,7 +111,7 @@ static int compare_invariant(Comparison& c, const Block& block)
         const Difference difference = difference_of(c, row, fresh, base, length);
         if (left_out(c, finding, row.number, difference))
             return 0;
-        found = {finding.check, row.block, difference.measure(), difference.place};
+        found = measured(finding.check, row.block, difference);
     }
     if (is_ended())
         return -1;
@@ -165,7 +165,9 @@ static void check_components(const Comparison& c, const char* what, int block, c
         for (int k = first; k < end; ++k)
             difference.add((fresh.projected && k < kRigidComponents ? 1 : c.sign[k]) * fresh.values[k], base.values[k],
                            {ZEL_ModeNumber(c.fresh, k), ZEL_NONE, load_case});
-        finding = {what, block, difference.measure(), difference.largest > 0.0 ? difference.place : finding.place};
+        const Place whole = finding.place;
+        finding = measured(what, block, difference);
+        finding.place = difference.largest > 0.0 ? difference.place : whole;
     }
     check_silently(c, finding);
 }
@@ -253,7 +255,7 @@ static int compare_statistics(Comparison& c, const Block& row)
             difference.add(fresh.value, c.base->modal_statistics[mode].pair[kind].value,
                            {ZEL_ModeNumber(c.fresh, mode), fresh.node_id, kind});
         }
-    check_silently(c, {"modal statistics", row.number, difference.measure(), difference.place});
+    check_silently(c, measured("modal statistics", row.number, difference));
     return 0;
 }
 

@@ -49,10 +49,14 @@ struct VectorDifference
     }
     // Over the components first to before end.
     double scale(int first, int end) const { return *std::max_element(base + first, base + end); }
-    double measure(int sign, int first, int end) const
+    double largest(int sign, int first, int end) const
     {
         const double* difference = sign < 0 ? opposite : same;
-        return *std::max_element(difference + first, difference + end) / std::max(1.0, scale(first, end));
+        return *std::max_element(difference + first, difference + end);
+    }
+    double measure(int sign, int first, int end) const
+    {
+        return largest(sign, first, end) / std::max(1.0, scale(first, end));
     }
     // The component that differs most, and the position where it does.
     std::pair<int, int> worst(int sign, int first, int end) const
@@ -174,7 +178,12 @@ static Finding finding_of(const Comparison& c, const char* what, const Block& ro
                           const VectorDifference& difference, int first, int end)
 {
     const int sign = c.sign[mode], kind = kind_of_block(row.number).kind;
-    Finding finding = {what, row.number, difference.measure(sign, first, end), {ZEL_ModeNumber(c.fresh, mode)}};
+    Finding finding = {what,
+                       row.number,
+                       difference.measure(sign, first, end),
+                       {ZEL_ModeNumber(c.fresh, mode)},
+                       difference.largest(sign, first, end),
+                       difference.scale(first, end)};
     if (!c.with_places || !(finding.worst > 0.0))
         return finding;
     const auto [component, position] = difference.worst(sign, first, end);
@@ -310,7 +319,7 @@ int zel::compare_pre_tensors(Comparison& c, const Block& row)
             for (int component = 0; component < kComponents; ++component)
                 difference.add(fresh.at(position)[component], base.at(in_base)[component],
                                {ZEL_NONE, ZEL_ModeNodeID(c.fresh, kind, position), component});
-    const Finding finding = {texts.pre_check, row.number, difference.measure(), difference.place};
+    const Finding finding = measured(texts.pre_check, row.number, difference);
     if (difference.base_scale == 0.0)
     {
         tell(c, ZEL_COMPARISON_NOTE, {texts.pre_check, row.number}, "->Note: Null pre-%s in base\n", texts.lower_case);

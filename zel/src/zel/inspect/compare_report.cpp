@@ -13,7 +13,9 @@ static constexpr int kLongestLine = 400;
 static void take(const Comparison& c, int verdict, const Finding& finding, double limit, const char* line)
 {
     const Place& at = finding.place;
-    c.findings->take({finding.check, finding.worst, finding.block, at.mode, at.node, at.component, limit, verdict},
+    const double difference = std::isnan(finding.difference) ? finding.worst : finding.difference; // of counts the same
+    c.findings->take({finding.check, finding.worst, finding.block, at.mode, at.node, at.component, limit, verdict,
+                      difference, finding.scale},
                      line);
 }
 
