@@ -122,13 +122,6 @@ def system_of(made: Any, **start: Any) -> tuple[Any, dict[str, Any]]:
     return mbs, made.AddObjectFFRFreducedOrder(mbs, **start)
 
 
-def hold(bar: Bar, mbs: Any, marker: int, axes: list[int]) -> None:
-    at = bar.body.nodes.coordinates[bar.body.nodes.index_of(bar.joint)]
-    ground = mbs.AddObject(items.ObjectGround())
-    fixed = mbs.AddMarker(items.MarkerBodyRigid(bodyNumber=ground, localPosition=at))
-    mbs.AddObject(items.GenericJoint(markerNumbers=[fixed, marker], constrainedAxes=axes))
-
-
 def test_it_vibrates_as_the_file_says_and_held_as_the_full_model(bar: Bar) -> None:
     made = zel.exudyn.interface(bar.body)
     mbs, added = system_of(made)
@@ -138,7 +131,9 @@ def test_it_vibrates_as_the_file_says_and_held_as_the_full_model(bar: Bar) -> No
     marker = mbs.AddMarker(
         items.MarkerSuperElementRigid(bodyNumber=added["oFFRFreducedOrder"], **made.joint(bar.joint))
     )
-    hold(bar, mbs, marker, [1] * 6)
+    at = bar.body.nodes.coordinates[bar.body.nodes.index_of(bar.joint)]
+    fixed = mbs.AddMarker(items.MarkerBodyRigid(bodyNumber=mbs.AddObject(items.ObjectGround()), localPosition=at))
+    mbs.AddObject(items.GenericJoint(markerNumbers=[fixed, marker], constrainedAxes=[1] * 6))
     mbs.Assemble()
     loose = np.setdiff1d(np.arange(bar.points.size), 3 * bar.left[:, None] + np.arange(3))
     k, m = (matrix.toarray()[np.ix_(loose, loose)] for matrix in (bar.stiffness, bar.mass))
@@ -187,30 +182,6 @@ def test_in_free_flight_momenta_stay_and_the_centre_falls_on_a_parabola(bar: Bar
     np.testing.assert_allclose(np.array(momenta), falling, rtol=0, atol=1e-8 * float(np.linalg.norm(momenta[0])))
     np.testing.assert_allclose(np.array(spins) - spins[0], 0.0, rtol=0, atol=1e-8 * float(np.linalg.norm(spins[0])))
     np.testing.assert_allclose(np.array(centers), path, rtol=0, atol=1e-8 * float(np.linalg.norm(path[-1] - path[0])))
-
-
-def test_a_pendulum_swings_as_with_matrices_that_the_solver_imports_itself(bar: Bar) -> None:
-    made, own = zel.exudyn.interface(bar.body), own_interface(bar, bar.shapes[6:])
-    tip = int(np.argmax(bar.points @ [1.0, 1e-3, 1e-3]))
-    ring = {"meshNodeNumbers": bar.left.tolist(), "weightingFactors": [1 / len(bar.left)] * len(bar.left)}
-    middle = bar.body.nodes.coordinates[bar.body.nodes.index_of(bar.joint)] - bar.points[bar.left].mean(axis=0)
-    runs = [(made, made.joint(bar.joint), made.mesh_nodes(tip + 1)[0]), (own, {**ring, "offset": middle}, tip)]
-    paths = []
-    for side, joint, end in runs:
-        mbs, added = system_of(side, gravity=[0, 0, -9810.0])
-        number = added["oFFRFreducedOrder"]
-        hold(bar, mbs, mbs.AddMarker(items.MarkerSuperElementRigid(bodyNumber=number, **joint)), [1, 1, 1, 1, 0, 1])
-        sensor = items.SensorSuperElement(
-            bodyNumber=number,
-            meshNodeNumber=end,
-            outputVariableType=What.Position,
-            storeInternal=True,
-            writeToFile=False,
-        )
-        method = exudyn.DynamicSolverType.GeneralizedAlpha
-        paths.append(solve(mbs, 1.0, 2000, [mbs.AddSensor(sensor)], method)[1][0])
-    assert np.ptp(paths[1][:, 2]) > 80.0  # it swings
-    np.testing.assert_allclose(paths[0], paths[1], rtol=0, atol=1e-6 * 100.0)
 
 
 def test_damping_and_faces_come_along_and_what_stays_behind_is_told(bar: Bar) -> None:

@@ -48,19 +48,6 @@ def test_a_body_shows_and_checks_itself_as_the_command_does(rod: Path) -> None:
     assert repr(body) == "<zel.Body, closed>"
 
 
-def test_masses_add_up(rod: Path) -> None:
-    with zel.open(rod) as body:
-        m, s = body.nodes.masses, body.nodes.coordinates
-        for about in ("origin", [30.0, -4.0, 2.5]):
-            r = s - (0.0 if about == "origin" else np.array(about))
-            tensor = np.einsum("p,pab->ab", m, (r**2).sum(1)[:, None, None] * np.eye(3) - r[:, :, None] * r[:, None])
-            properties = body.mass_properties(about)
-            assert properties.mass == pytest.approx(m.sum(), rel=1e-12)
-            first = properties.mass * properties.center
-            np.testing.assert_allclose(first, m @ s, rtol=0, atol=1e-12 * properties.mass * body.size)
-            np.testing.assert_allclose(properties.inertia, tensor, rtol=1e-9, atol=1e-9 * tensor.max())
-
-
 def test_one_node_over_all_modes_is_a_slice_of_them(rod: Path) -> None:
     with zel.open(rod) as body:
         row = 1234

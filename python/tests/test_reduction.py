@@ -65,58 +65,14 @@ def test_interfaces_move_rigidly_and_keep_the_lowest_frequencies() -> None:
     assert (free[:4] >= hertz[:4] * (1 - 1e-9)).all() and free[0] < hertz[0] * 1.2  # stiffer, as the face is rigid
 
 
-def beam(elements: int, length: float) -> tuple[np.ndarray, np.ndarray, np.ndarray]:
-    """Stiffness, mass and nodes of a straight steel beam along x with six freedoms a node: 10 x 20 mm."""
-    e, g, rho, a, iy, iz, h = 210e3, 80e3, 7.85e-9, 200.0, 20 * 10**3 / 12, 10 * 20**3 / 12, length / elements
-    bend = np.array([[12, 6 * h, -12, 6 * h], [6 * h, 4 * h * h, -6 * h, 2 * h * h]])
-    bend = np.vstack([bend, [[-12, -6 * h, 12, -6 * h], [6 * h, 2 * h * h, -6 * h, 4 * h * h]]]) / h**3
-    sway = np.array([[156, 22 * h, 54, -13 * h], [22 * h, 4 * h * h, 13 * h, -3 * h * h]])
-    sway = np.vstack([sway, [[54, 13 * h, 156, -22 * h], [-13 * h, -3 * h * h, -22 * h, 4 * h * h]]]) * rho * a * h / 420
-    turn = np.diag([1.0, -1, 1, -1])  # a rotation about y is minus the slope of z
-    stretch, share = np.array([[1.0, -1], [-1, 1]]) / h, np.array([[2.0, 1], [1, 2]]) * h / 6
-    k, m = np.zeros((2, 6 * elements + 6, 6 * elements + 6))
-    for first in range(0, 6 * elements, 6):
-        for rows, own_k, own_m in (
-            ([0, 6], e * a * stretch, rho * a * share),
-            ([3, 9], g * (iy + iz) * stretch, rho * (iy + iz) * share),
-            ([1, 5, 7, 11], e * iz * bend, sway),
-            ([2, 4, 8, 10], e * iy * turn @ bend @ turn, turn @ sway @ turn),
-        ):
-            at = np.ix_(np.array(rows) + first, np.array(rows) + first)
-            k[at] += own_k
-            m[at] += own_m
-    points = np.zeros((elements + 1, 3))
-    points[:, 0] = np.linspace(0, length, elements + 1)
-    return k, m, points
-
-
-def test_rotations_of_structural_elements_go_to_the_shapes() -> None:
-    length = 1000.0
-    k, m, points = beam(20, length)
-    body = zel.reduce(k, m, (points, [("line", np.column_stack([range(20), range(1, 21)]))]), modes=4, units=UNITS)
-    bending = 4.730040745**2 / (2 * np.pi) * np.sqrt(210e3 * 20 * 10**3 / 12 / (7.85e-9 * 200 * length**4))
-    assert body.free_frequencies()[6] == pytest.approx(bending, rel=1e-4)
-    shape = body.modes[7].shape
-    slope = np.gradient(shape[:, 2], points[:, 0], edge_order=2)
-    np.testing.assert_allclose(shape[:, 4], -slope, atol=0.02 * np.abs(slope).max())
-    tip = zel.reduce(k, m, (points, []), interfaces=[[21]], modes=4, units=UNITS)  # one node, which turns itself
-    assert tip.free_frequencies()[6] == pytest.approx(bending, rel=1e-2)
-
-
-def test_supports_are_refused_or_taken_out() -> None:
+def test_supports_are_taken_out_on_request() -> None:
     stiffness, mass, mesh, hertz = block()
     held = stiffness.tolil()
     for row in (3 * 4 + 1, 3 * 20, 3 * 21 + 2):
         held[row, row] += 1e12
-    with pytest.raises(zel.ZelError, match=r"resists rigid motion, most at component \d of node \d+"):
-        zel.reduce(held, mass, mesh, modes=4, units=UNITS)
     body = zel.reduce(held, mass, mesh, modes=4, units=UNITS, supports="remove")
     np.testing.assert_allclose(body.free_frequencies()[6:], hertz[:4], rtol=1e-9)
     assert body.report is not None and "taken out at 5.2, 21.1, 22.3" in repr(body.report)
-    held[7, :] = held[:, 7] = 0.0
-    held[7, 7] = 1.0
-    with pytest.raises(zel.ZelError, match="resists rigid motion"):
-        zel.reduce(held, mass, mesh, modes=4, units=UNITS, supports="remove")
 
 
 def test_what_cannot_be_reduced_says_why() -> None:
@@ -124,21 +80,12 @@ def test_what_cannot_be_reduced_says_why() -> None:
     skew = stiffness.tolil()
     skew[0, 5] += 1e4
     cases: dict[str, Callable[[], object]] = {
-        "107 rows, neither three nor six for each of 36 points": lambda: zel.reduce(
-            stiffness[:107, :107], mass[:107, :107], mesh, units=UNITS
-        ),
         "the stiffness matrix is not symmetric: its entries at (0, 5) and (5, 0)": lambda: zel.reduce(skew, mass, mesh, units=UNITS),
-        "the stiffness matrix has 108 rows, the mass matrix 100": lambda: zel.reduce(
-            stiffness, mass[:100, :100], mesh, units=UNITS
-        ),
         "no node set named LEFT": lambda: zel.reduce(stiffness, mass, mesh, interfaces=["LEFT"], units=UNITS),
         "names node 99": lambda: zel.reduce(stiffness, mass, mesh, interfaces=[[1, 99]], units=UNITS),
         "the units do not belong together": lambda: zel.reduce(stiffness, mass, mesh, units="mm,kg,s,N"),
         "mass: expected one of matched, scaled, row_sum": lambda: zel.reduce(
             stiffness, mass, mesh, units=UNITS, mass="lumped"
-        ),
-        "a cell of type tetra names point 36 of 36": lambda: zel.reduce(
-            stiffness, mass, (mesh[0], [("tetra", np.array([[0, 1, 2, 36]]))]), units=UNITS
         ),
     }
     for message, make in cases.items():
