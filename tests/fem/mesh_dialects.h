@@ -59,63 +59,35 @@ inline std::pair<int, int> edge_of(Shape shape, int i)
     return {-1, -1};
 }
 
-// Corners of the elements that fill a cell, by the corners of a cube.
-inline std::vector<std::vector<int>> pieces_of_a_cell(Shape shape)
-{
-    if (zel_fem::is_shell(shape))
-        return names_of(shape).corners == 4 ? std::vector<std::vector<int>>{{0, 1, 2, 3}}
-                                            : std::vector<std::vector<int>>{{0, 1, 2}, {0, 2, 3}};
-    switch (names_of(shape).corners)
-    {
-    case 4: return {{0, 1, 2, 6}, {0, 2, 3, 6}, {0, 3, 7, 6}, {0, 7, 4, 6}, {0, 4, 5, 6}, {0, 5, 1, 6}};
-    case 6: return {{0, 1, 2, 4, 5, 6}, {0, 2, 3, 4, 6, 7}};
-    default: return {{0, 1, 2, 3, 4, 5, 6, 7}};
-    }
-}
-
-// A box of two by one by one cells under a skew map, of elements of one shape. Numbers of nodes fall along the box,
-// with gaps. Coordinates have few digits, for formats with narrow columns.
-inline MeshFile box(Shape shape)
+// Two elements of one shape, apart, under a skew map. Numbers of nodes rise against their order in the elements, with gaps.
+// Coordinates have few digits, for formats with narrow columns.
+inline MeshFile pair_of(Shape shape)
 {
     static const std::vector<ElementType> kTypes = [] {
         std::vector<ElementType> types;
         for (int s = 0; s < int(std::size(kNames)); ++s)
-            types.push_back({"box", Shape(s), 0, 4});
+            types.push_back({"pair", Shape(s), 0, 4});
         return types;
     }();
-    const Eigen::Matrix3Xd unit = 0.5 * (zel_fem::node_positions(Shape::hex8).array() + 1);
-    MeshFile file{"", "a box", {}, true, {}, {}};
-    std::map<std::array<double, 3>, int> index;             // by place in the grid, from its far end
-    std::vector<std::vector<std::array<double, 3>>> places; // of the nodes of each element
-    for (int cell = 0; cell < 2; ++cell)
-        for (const std::vector<int>& corners : pieces_of_a_cell(shape))
-        {
-            auto& at = places.emplace_back();
-            for (int i = 0; i < zel_fem::node_count(shape); ++i)
-            {
-                const auto [a, b] = i < names_of(shape).corners ? std::pair(i, i) : edge_of(shape, i);
-                const Eigen::Vector3d middle = 0.5 * (unit.col(corners[size_t(a)]) + unit.col(corners[size_t(b)]));
-                at.push_back({-middle[0] - cell, middle[1], middle[2]});
-                index[at.back()] = 0;
-            }
-        }
-    for (auto& [at, node] : index)
+    MeshFile file{"", "a pair", {}, true, {}, {}};
+    const auto& at = zel_fem::node_positions(shape);
+    const int nodes = int(at.cols());
+    for (int node = 0; node < 2 * nodes; ++node)
     {
-        const double u = -at[0], v = at[1], w = at[2];
-        node = int(file.mesh.nodes.size());
-        file.mesh.nodes.push_back({7 * node + 900, {10 + 4 * u + v, -2 + 3 * v + 0.5 * w, 0.25 * u + 2 * w}});
-        if (u == 0 || u == 2)
-            file.node_sets[u == 0 ? "ROOT" : "TIP"].push_back(node);
-        if (u == 1 && v == 0 && w == 0)
-            file.node_sets["ONE"].push_back(node);
+        const Eigen::Vector3d local = at.col(nodes - 1 - node % nodes);
+        const double u = local[0], v = local[1], w = local[2];
+        const Eigen::Vector3d place(10 + 4 * u + v, -2 + 3 * v + 0.5 * w, 0.25 * u + 2 * w + 20 * (node / nodes));
+        file.mesh.nodes.push_back({7 * node + 900, place});
+        file.node_sets[node < nodes ? "ROOT" : "TIP"].push_back(node);
     }
-    for (const auto& at : places)
+    file.node_sets["ONE"] = {1};
+    for (int last : {nodes - 1, 2 * nodes - 1})
     {
         Element element{
             .id = 100 - 3 * int(file.mesh.elements.size()), .type = &kTypes[size_t(shape)], .density = kDensity};
         element.thickness = zel_fem::is_shell(shape) ? kThickness : 0.0;
-        std::transform(at.begin(), at.end(), element.nodes.begin(),
-                       [&index](const auto& place) { return index.at(place); });
+        for (int i = 0; i < nodes; ++i)
+            element.nodes[size_t(i)] = last - i;
         file.mesh.elements.push_back(element);
     }
     file.mesh.files = {"memory"};

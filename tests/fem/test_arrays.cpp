@@ -1,12 +1,10 @@
-// Models from matrices and meshes in memory: the same body as by way of files, beams with six rows a node against closed forms, and
-// arrays that do not belong together.
+// Models from matrices and meshes in memory: beams with six rows a node against closed forms, and arrays that do not belong
+// together. By way of files they give the same body: see test_matrices.cpp.
 #include <cmath>
 #include <fstream>
 #include <numbers>
 
-#include "fem/body.h"
-#include "fem/reduction.h"
-#include "fixtures.h"
+#include "models.h"
 
 using namespace zel_fem;
 using arrays::Input, arrays::Matrix;
@@ -14,112 +12,6 @@ using Eigen::Index;
 using Eigen::MatrixXd;
 using Eigen::Vector3d;
 using Eigen::VectorXd;
-
-static Progress silent;
-
-enum class Part
-{
-    whole,
-    upper,
-    lower
-};
-
-static Matrix compressed(const MatrixXd& dense, Part part)
-{
-    Matrix matrix{dense.cols(), {0}, {}, {}};
-    for (Index column = 0; column < dense.cols(); ++column)
-    {
-        for (Index row = dense.rows() - 1; row >= 0; --row) // any order will do
-            if (dense(row, column) != 0.0 &&
-                (part == Part::whole || (part == Part::upper) == (row < column) || row == column))
-            {
-                matrix.indices.push_back(row);
-                matrix.values.push_back(dense(row, column));
-            }
-        matrix.starts.push_back(int64_t(matrix.values.size()));
-    }
-    return matrix;
-}
-
-static ReductionOptions in_millimetres(int modes)
-{
-    ReductionOptions options;
-    options.units = parse_units("mm,t,s,N");
-    options.modes = modes;
-    return options;
-}
-
-static VectorXd eigenvalues_of(const ReducedBody& body)
-{
-    return generalized_eigenvalues(body.body->stiffness, body.body->mass);
-}
-
-// The short beam of the test data as its deck and as arrays, whose rows go from the last to the first.
-struct Beam
-{
-    Model model;
-    MatrixXd stiffness, mass;
-
-    Beam()
-    {
-        const auto source = ccx::make_source({.deck = ZEL_SOURCE "/tests/data/ccx/small"});
-        model = source->read_model(silent);
-        source->read_solution(model, {}, silent);
-        stiffness = MatrixXd(model.matrices->stiffness).selfadjointView<Eigen::Upper>();
-        mass = MatrixXd(model.matrices->mass).selfadjointView<Eigen::Upper>();
-    }
-    Input input(Part part) const
-    {
-        Input input;
-        for (const Node& node : model.mesh.nodes)
-            input.points.insert(input.points.end(), node.at.begin(), node.at.end());
-        arrays::Cells bricks{"hexahedron20", 20, {}}, ends{"quad8", 8, {}};
-        for (const Element& element : model.mesh.elements)
-            if (element.type->shape == Shape::hex20)
-            {
-                bricks.nodes.insert(bricks.nodes.end(), element.nodes.begin(), element.nodes.end());
-                const Face end = element_face(element, 1);
-                ends.nodes.insert(ends.nodes.end(), end.begin(), end.end()); // of the boundary: not drawn twice
-            }
-        input.cells = {ends, bricks};
-        for (const char* set : {"ROOT", "TIP"})
-            input.node_sets[set].assign(model.node_sets.at(set).begin(), model.node_sets.at(set).end());
-        input.stiffness = compressed(stiffness.reverse(), part);
-        input.mass = compressed(mass.reverse(), part);
-        for (size_t i = model.matrices->rows.size(); i-- > 0;)
-            input.dofs.push_back({model.matrices->rows[i].node, model.matrices->rows[i].component});
-        return input;
-    }
-};
-
-TEST(Arrays, GiveTheBodyThatFilesGive)
-{
-    const Beam beam;
-    for (const bool free : {true, false})
-    {
-        ReductionOptions options = in_millimetres(8);
-        if (!free)
-            options.interfaces = {parse_interface("root@0,0,0"), {{"tip"}, {{60, 0, 0}}}};
-        const ReducedBody by_files =
-            reduce(*ccx::make_source({.deck = ZEL_SOURCE "/tests/data/ccx/small"}), options, silent);
-        for (const Part part : {Part::whole, Part::upper, Part::lower})
-        {
-            const ReducedBody body = reduce(*arrays::make_source(beam.input(part)), options, silent);
-            EXPECT_TRUE(body.report.all_hold());
-            const VectorXd own = eigenvalues_of(body), other = eigenvalues_of(by_files);
-            for (Index i = 6; i < own.size(); ++i)
-                EXPECT_NEAR(own[i], other[i], 1e-8 * other[i]);
-            const MatrixXd &a = body.body->motion, &b = by_files.body->motion;
-            for (Index k = free ? 6 : 0; k < a.cols(); ++k) // signs of modes are free
-                EXPECT_LT(std::min((a.col(k) - b.col(k)).norm(), (a.col(k) + b.col(k)).norm()), 1e-6 * b.col(k).norm());
-            const MassMoments mass = moments_of(body.body->mesh, body.body->nodes),
-                              expected = mesh_mass(beam.model.mesh).moments;
-            EXPECT_NEAR(mass.mass, expected.mass, 1e-9 * expected.mass);
-            EXPECT_LT((mass.second - expected.second).norm(), 1e-8 * expected.second.norm());
-            EXPECT_EQ(skin(body.body->mesh), skin(beam.model.mesh));
-        }
-    }
-}
 
 // ---- Beams with six rows a node ---------------------------------------------------------------------------------------------
 

@@ -1,21 +1,17 @@
 // Inertia invariants of reduced bodies: against the mass matrix by its definition, and in a solver's equations of motion.
 #include "assembly.h"
-#include "fem/body.h"
-#include "fem/reduction.h"
 #include "fem/rigid.h"
-#include "fixtures.h"
+#include "models.h"
 
 using namespace zel_fem;
 using Eigen::Index;
 using Eigen::MatrixXd;
 using Eigen::VectorXd;
 
-static const std::string kExamples = ZEL_SOURCE "/examples/ccx/", kSmall = ZEL_SOURCE "/tests/data/ccx/";
 static const std::vector<int> kNumbers = {1, 2, 3, 4, 5, 7, 8, 9};
-static Progress silent;
 
 // What a report says of the invariants.
-static std::string told(const ReducedBody& body)
+static std::string told_of_invariants(const ReducedBody& body)
 {
     for (const zel_checks::Row& row : body.report.rows())
         if (row.name == "inertia invariants" || row.text.find("inertia invariants") != std::string::npos)
@@ -26,40 +22,9 @@ static std::string told(const ReducedBody& body)
 static ReducedBody body_of(Source& source, int modes, const std::vector<std::string>& interfaces = {},
                            bool lumped = false)
 {
-    ReductionOptions options;
-    options.units = parse_units("mm,t,s,N");
-    options.modes = modes;
-    for (const std::string& interface : interfaces)
-        options.interfaces.push_back(parse_interface(interface));
+    ReductionOptions options = in_millimetres(modes, interfaces);
     options.lumped_invariants = lumped;
     return reduce(source, options, silent);
-}
-
-static Model model_of(const std::string& job)
-{
-    const auto source = ccx::make_source({.deck = job});
-    Model model = source->read_model(silent);
-    source->read_solution(model, {}, silent);
-    return model;
-}
-
-static MatrixXd dense(const SparseMatrix& upper)
-{
-    return MatrixXd(upper).selfadjointView<Eigen::Upper>();
-}
-
-// Row and column of node and component, whatever the order of the rows.
-static MatrixXd by_nodes(const Model& model)
-{
-    const MatrixXd mass = dense(model.matrices->mass);
-    MatrixXd sorted = MatrixXd::Zero(mass.rows(), mass.cols());
-    const auto place = [&](Index row) {
-        return 3 * model.matrices->rows[size_t(row)].node + model.matrices->rows[size_t(row)].component;
-    };
-    for (Index row = 0; row < mass.rows(); ++row)
-        for (Index column = 0; column < mass.cols(); ++column)
-            sorted(place(row), place(column)) = mass(row, column);
-    return sorted;
 }
 
 // With m = V diag(a) V^T, products of two fields over the matrix are sums over points of mass a, whose coordinates and shapes are V^T
@@ -102,7 +67,8 @@ class Invariants : public ZelTest
 
 TEST_F(Invariants, AreThoseOfTheMassMatrix)
 {
-    const MatrixXd mass = by_nodes(model_of(kSmall + "small"));
+    const Model model = read_model(kSmall + "small");
+    const MatrixXd mass = by_node(*model.matrices, model.matrices->mass);
     for (const std::vector<std::string>& interfaces : {std::vector<std::string>{}, {"ROOT@0,0,0", "TIP@60,0,0"}})
     {
         const ReducedBody body = body_of(*ccx::make_source({.deck = kSmall + "small"}), 7, interfaces);
@@ -164,7 +130,8 @@ TEST_F(Invariants, GiveASolverTheFrequenciesOfTheFile)
         {
             SCOPED_TRACE(job);
             const ReducedBody body = body_of(*ccx::make_source({.deck = job}), 8, interfaces, lumped);
-            EXPECT_NE(told(body).find(lumped ? "of the masses at the nodes" : source), std::string::npos) << told(body);
+            EXPECT_NE(told_of_invariants(body).find(lumped ? "of the masses at the nodes" : source), std::string::npos)
+                << told_of_invariants(body);
             quietly([&] { write_body(body, folder.path("body.zel"), "full_invar", silent); });
             ZELDATA* db = ZEL_CreateFromZEL(folder.path("body.zel").c_str());
             ASSERT_TRUE(db);
@@ -220,9 +187,9 @@ TEST_F(Invariants, AreLeftToTheNodesWhereTheMatrixKnowsDirections)
     {
         Changed source(change);
         const ReducedBody body = body_of(source, 4);
-        EXPECT_NE(told(body).find(change == changes[0] ? "of the mass matrix" : "couples directions"),
+        EXPECT_NE(told_of_invariants(body).find(change == changes[0] ? "of the mass matrix" : "couples directions"),
                   std::string::npos)
-            << told(body);
+            << told_of_invariants(body);
         EXPECT_EQ(body.body->invariants[0].empty(), change != changes[0]);
     }
     // rows that rotate the nodes of ties: 5, 8 and 9 alone

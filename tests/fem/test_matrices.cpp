@@ -4,21 +4,17 @@
 #include <numeric>
 
 #include "exercise.h"
-#include "fem/body.h"
-#include "fem/reduction.h"
 #include "fem/rigid.h"
 #include "fem/sources/matrices/matrix_file.h"
 #include "fem/sources/text_file.h"
-#include "fixtures.h"
 #include "mesh_dialects.h"
+#include "models.h"
 
 using namespace zel_fem;
 using namespace zel_fem::matrices;
 using Eigen::Index;
 using Eigen::MatrixXd;
 using zel_checks::format;
-
-static Progress silent;
 
 // ---- One model in every dialect ------------------------------------------------------------------------------------------
 
@@ -55,26 +51,12 @@ struct DialectBeam
     }
     std::string job() const { return folder.path("job"); }
     int id_of(Index row) const { return model.mesh.nodes[size_t(row / 3)].id; }
-    static MatrixXd by_node(const Matrices& matrices, const SparseMatrix& upper)
-    {
-        const MatrixXd dense = MatrixXd(upper).selfadjointView<Eigen::Upper>();
-        MatrixXd sorted(dense.rows(), dense.cols());
-        for (Index i = 0; i < dense.rows(); ++i)
-            for (Index j = 0; j < dense.cols(); ++j)
-            {
-                const auto &a = matrices.rows[size_t(i)], &b = matrices.rows[size_t(j)];
-                sorted(3 * a.node + a.component, 3 * b.node + b.component) = dense(i, j);
-            }
-        return sorted;
-    }
-    static inline const std::string kJob = ZEL_SOURCE "/tests/data/ccx/small";
+    static inline const std::string kJob = kSmall + "small";
 
 private:
     void take()
     {
-        const auto source = ccx::make_source({.deck = job()});
-        model = source->read_model(silent);
-        source->read_solution(model, {}, silent);
+        model = read_model(job());
         stiffness = by_node(*model.matrices, model.matrices->stiffness);
         mass = by_node(*model.matrices, model.matrices->mass);
     }
@@ -257,14 +239,6 @@ static meshes::MeshFile mesh_file(const DialectBeam& beam)
     return file;
 }
 
-static ReductionOptions in_millimetres(int modes)
-{
-    ReductionOptions options;
-    options.units = parse_units("mm,t,s,N");
-    options.modes = modes;
-    return options;
-}
-
 static double relative(const MatrixXd& a, const MatrixXd& b)
 {
     return a.rows() == b.rows() && a.cols() == b.cols() ? (a - b).cwiseAbs().maxCoeff() / b.cwiseAbs().maxCoeff() : 1.0;
@@ -273,8 +247,7 @@ static double relative(const MatrixXd& a, const MatrixXd& b)
 static void expect_the_same_body(const ReducedBody& own, const ReducedBody& other, double digits, bool nodal_masses)
 {
     EXPECT_TRUE(own.report.all_hold());
-    const Eigen::VectorXd a = generalized_eigenvalues(own.body->stiffness, own.body->mass),
-                          b = generalized_eigenvalues(other.body->stiffness, other.body->mass);
+    const Eigen::VectorXd a = eigenvalues_of(own), b = eigenvalues_of(other);
     ASSERT_EQ(a.size(), b.size());
     EXPECT_LT((a.tail(a.size() - 6).array() / b.tail(a.size() - 6).array() - 1).abs().maxCoeff(), 2 * digits);
     for (Index k = own.body->interfaces.empty() ? 6 : 0; k < b.size(); ++k) // signs of modes are free
@@ -291,54 +264,69 @@ static void expect_the_same_body(const ReducedBody& own, const ReducedBody& othe
                     digits * other.body->nodes.masses[node]);
 }
 
-TEST(MatrixFiles, OfOneModelAreTheSameInEveryDialect)
+// In memory, rows from the last to the first.
+static arrays::Input in_memory(const DialectBeam& beam, Part part)
+{
+    arrays::Input input;
+    for (const Node& node : beam.model.mesh.nodes)
+        input.points.insert(input.points.end(), node.at.begin(), node.at.end());
+    arrays::Cells bricks{"hexahedron20", 20, {}}, ends{"quad8", 8, {}};
+    for (const Element& element : beam.model.mesh.elements)
+    {
+        bricks.nodes.insert(bricks.nodes.end(), element.nodes.begin(), element.nodes.end());
+        const Face end = element_face(element, 1);
+        ends.nodes.insert(ends.nodes.end(), end.begin(), end.end()); // of the boundary: not drawn twice
+    }
+    input.cells = {ends, bricks};
+    input.stiffness = compressed(beam.stiffness.reverse(), part);
+    input.mass = compressed(beam.mass.reverse(), part);
+    for (Index row = beam.mass.rows(); row-- > 0;)
+        input.dofs.push_back({row / 3, row % 3});
+    return input;
+}
+
+TEST(MatrixFiles, OfOneModelAreTheSameInEveryDialectAndInMemory)
 {
     const DialectBeam beam;
-    const auto judge = [&beam](const MatrixDialect& dialect, const auto& write_mesh, bool has_density) {
-        const TemporaryFolder folder;
-        Input input = dialect.write(beam, folder);
-        input.mesh = write_mesh(folder);
-        const auto source = make_source(input);
+    using Make = std::function<std::unique_ptr<Source>()>;
+    const auto judge = [&beam](const Make& make, double digits, double of_body, bool has_density) {
+        const auto source = make();
         Model model = source->read_model(silent);
         source->read_solution(model, {}, silent);
         ASSERT_EQ(model.matrices->rows.size(), size_t(beam.mass.rows()));
         EXPECT_EQ(model.mesh_has_mass, has_density);
-        EXPECT_LT(relative(DialectBeam::by_node(*model.matrices, model.matrices->stiffness), beam.stiffness),
-                  dialect.digits);
-        EXPECT_LT(relative(DialectBeam::by_node(*model.matrices, model.matrices->mass), beam.mass), dialect.digits);
+        EXPECT_EQ(skin(model.mesh), skin(beam.model.mesh));
+        EXPECT_LT(relative(by_node(*model.matrices, model.matrices->stiffness), beam.stiffness), digits);
+        EXPECT_LT(relative(by_node(*model.matrices, model.matrices->mass), beam.mass), digits);
         for (const bool free : {true, false})
         {
             ReductionOptions options = in_millimetres(8);
             if (!free)
                 options.interfaces = {parse_interface("ids=1,4,5,8,12,16,17,20"),
                                       parse_interface("ids=33,34,35,36@60,0,0")};
-            expect_the_same_body(reduce(*make_source(input), options, silent),
-                                 reduce(*ccx::make_source({.deck = beam.job()}), options, silent), dialect.of_body,
+            expect_the_same_body(reduce(*make(), options, silent),
+                                 reduce(*ccx::make_source({.deck = beam.job()}), options, silent), of_body,
                                  has_density);
         }
     };
     for (const MatrixDialect& dialect : kMatrixDialects)
     {
         SCOPED_TRACE(dialect.name);
-        judge(
-            dialect, [&](const TemporaryFolder& folder) { return tables(beam, folder); }, false);
+        const TemporaryFolder folder;
+        Input input = dialect.write(beam, folder);
+        input.mesh = tables(beam, folder);
+        judge([&] { return make_source(input); }, dialect.digits, dialect.of_body, false);
     }
     for (const dialects::Dialect& dialect : dialects::all())
     {
         SCOPED_TRACE(dialect.name);
-        const auto write = [&](const TemporaryFolder& folder) {
-            return write_file(folder, "mesh", dialect.write(mesh_file(beam)));
-        };
-        judge(kMatrixDialects[0], write, dialect.density);
+        const TemporaryFolder folder;
+        Input input = kMatrixDialects[0].write(beam, folder);
+        input.mesh = write_file(folder, "mesh", dialect.write(mesh_file(beam)));
+        judge([&] { return make_source(input); }, 1e-10, 1e-10, dialect.density);
     }
-}
-
-static std::string told(const ReducedBody& body)
-{
-    std::string text;
-    for (const zel_checks::Row& row : body.report.rows())
-        text += row.name + " " + row.text + (row.holds.value_or(true) ? "\n" : " CHECK!\n");
-    return text;
+    for (const Part part : {Part::whole, Part::upper, Part::lower})
+        judge([&] { return arrays::make_source(in_memory(beam, part)); }, 1e-10, 1e-10, false);
 }
 
 // Lumps as programs make them: the diagonal, scaled to the mass. The body of 60 x 20 x 10 has them where the mesh has no density, and
@@ -378,7 +366,7 @@ TEST(MatrixFiles, OfLumpsGiveWayToADensity)
             EXPECT_NEAR(inertia(0, 0), of_points, 1e-9 * of_points);
         const MatrixXd rigid = fit_rigid_motions(body.body->mesh, moments.center(), body.body->motion).coefficients;
         EXPECT_LT(relative(rigid.transpose() * body.body->mass * rigid, moments.rigid_mass(moments.center())), 1e-8);
-        const Eigen::VectorXd own = generalized_eigenvalues(body.body->stiffness, body.body->mass);
+        const Eigen::VectorXd own = eigenvalues_of(body);
         for (Index k = 6; k < own.size() && is_right; ++k)
             EXPECT_NEAR(own[k], exact[k], 1e-8 * exact[k]);
     }

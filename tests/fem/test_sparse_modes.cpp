@@ -3,14 +3,11 @@
 
 #include <unistd.h>
 
-#include <cmath>
-#include <csignal>
 #include <fstream>
 #include <numbers>
 
 #include "fem/interrupt.h"
-#include "fem/reduction.h"
-#include "fixtures.h"
+#include "models.h"
 
 using namespace zel_fem;
 using Eigen::Index;
@@ -18,91 +15,47 @@ using Eigen::MatrixXd;
 using Eigen::Vector3d;
 using Eigen::VectorXd;
 
-static Progress silent;
-constexpr double kEdge = 10.0; // of an element
+constexpr double kEdge = 10.0; // of the grid
 
-// A block of hexahedra of steel as a model that comes from no program.
-struct Block
+// A bar of unit masses on a grid, with springs to the neighbours along the edges and the diagonals of faces.
+struct Lattice
 {
     Model model;
     MatrixXd stiffness, mass;
 
-    Block(int nx, int ny, int nz);
+    Lattice(int nx, int ny, int nz);
     Interface end(int id, double x) const;
 };
 
-static MatrixXd hexahedron_stiffness(const Mesh& mesh, const Element& element)
+Lattice::Lattice(int nx, int ny, int nz)
 {
-    const double e = 210000, nu = 0.3, lambda = e * nu / (1 + nu) / (1 - 2 * nu), mu = e / 2 / (1 + nu);
-    Eigen::Matrix3Xd at(3, 8);
-    for (int i = 0; i < 8; ++i)
-        at.col(i) = mesh.nodes[size_t(element.nodes[size_t(i)])].at;
-    MatrixXd stiffness = MatrixXd::Zero(24, 24), gradient;
-    VectorXd value;
-    for (int point = 0; point < 8; ++point)
-    {
-        const Vector3d signs(point & 1 ? 1 : -1, point & 2 ? 1 : -1, point & 4 ? 1 : -1);
-        shape_functions(Shape::hex8, signs / std::numbers::sqrt3, value, gradient);
-        const Eigen::Matrix3d jacobian = at * gradient;
-        const MatrixXd slope = gradient * jacobian.inverse();
-        for (int m = 0; m < 8; ++m)
-            for (int n = 0; n < 8; ++n)
-                stiffness.block<3, 3>(3 * m, 3 * n) +=
-                    jacobian.determinant() *
-                    (lambda * slope.row(m).transpose() * slope.row(n) + mu * slope.row(n).transpose() * slope.row(m) +
-                     mu * slope.row(m).dot(slope.row(n)) * Eigen::Matrix3d::Identity());
-    }
-    return stiffness;
-}
-
-static Mesh block_mesh(int nx, int ny, int nz)
-{
-    static constexpr ElementType kHexahedron = {"hexahedron", Shape::hex8, 0, 2};
-    const auto node = [=](int i, int j, int k) { return (i * (ny + 1) + j) * (nz + 1) + k; };
-    Mesh mesh;
+    arrays::Input input;
     for (int i = 0; i <= nx; ++i)
         for (int j = 0; j <= ny; ++j)
             for (int k = 0; k <= nz; ++k)
-                mesh.nodes.push_back({node(i, j, k) + 1, kEdge * Vector3d(i, j, k)});
-    for (int i = 0; i < nx; ++i)
-        for (int j = 0; j < ny; ++j)
-            for (int k = 0; k < nz; ++k)
+                input.points.insert(input.points.end(), {kEdge * i, kEdge * j, kEdge * k});
+    const Index order = Index(input.points.size());
+    const Eigen::Matrix3Xd at = Eigen::Matrix3Xd::Map(input.points.data(), 3, order / 3);
+    mass = MatrixXd::Identity(order, order);
+    stiffness = MatrixXd::Zero(order, order);
+    for (Index a = 0; a < at.cols(); ++a)
+        for (Index b = 0; b < a; ++b)
+            if (const Vector3d along = at.col(a) - at.col(b); along.norm() < 1.5 * kEdge)
             {
-                Element element{.id = int(mesh.elements.size()) + 1, .type = &kHexahedron, .density = 7.85e-9};
-                size_t corner = 0;
-                for (int dk = 0; dk < 2; ++dk)
-                    for (const auto& [di, dj] : {std::array{0, 0}, {1, 0}, {1, 1}, {0, 1}})
-                        element.nodes[corner++] = node(i + di, j + dj, k + dk);
-                mesh.elements.push_back(element);
+                const Eigen::Matrix3d spring = 1e6 * along.normalized() * along.normalized().transpose();
+                stiffness.block<3, 3>(3 * a, 3 * a) += spring;
+                stiffness.block<3, 3>(3 * b, 3 * b) += spring;
+                stiffness.block<3, 3>(3 * a, 3 * b) = stiffness.block<3, 3>(3 * b, 3 * a) = -spring;
             }
-    return mesh;
-}
-
-Block::Block(int nx, int ny, int nz)
-{
-    model.mesh = block_mesh(nx, ny, nz);
-    const Index order = 3 * Index(model.mesh.nodes.size());
-    stiffness = mass = MatrixXd::Zero(order, order);
-    for (const Element& element : model.mesh.elements)
-    {
-        const MatrixXd k = hexahedron_stiffness(model.mesh, element), m = element_mass(model.mesh, element).consistent;
-        for (int a = 0; a < 8; ++a)
-            for (int b = 0; b < 8; ++b)
-            {
-                const Index row = 3 * element.nodes[size_t(a)], column = 3 * element.nodes[size_t(b)];
-                stiffness.block<3, 3>(row, column) += k.block<3, 3>(3 * a, 3 * b);
-                mass.block<3, 3>(row, column) += m(a, b) * Eigen::Matrix3d::Identity();
-            }
-    }
-    model.matrices.emplace();
-    for (int i = 0; i < int(order); ++i)
-        model.matrices->rows.push_back({i / 3, i % 3});
-    model.matrices->stiffness = MatrixXd(stiffness.triangularView<Eigen::Upper>()).sparseView();
-    model.matrices->mass = MatrixXd(mass.triangularView<Eigen::Upper>()).sparseView();
+    input.stiffness = compressed(stiffness, Part::whole);
+    input.mass = compressed(mass, Part::whole);
+    const auto source = arrays::make_source(input);
+    model = source->read_model(silent);
+    source->read_solution(model, {}, silent);
     check_equations(model);
 }
 
-Interface Block::end(int id, double x) const
+Interface Lattice::end(int id, double x) const
 {
     Interface end{id, -1, Vector3d(x, 0, 0), {}};
     for (size_t i = 0; i < model.mesh.nodes.size(); ++i)
@@ -125,7 +78,7 @@ static void expect_modes(const VectorXd& values, const VectorXd& expected, doubl
 TEST(Modes, OfASquareBeamAreComplete)
 {
     constexpr int kLength = 12, kWidth = 3;
-    const Block beam(kLength, kWidth, kWidth);
+    const Lattice beam(kLength, kWidth, kWidth);
     const Index order = beam.mass.rows(), face = 3 * (kWidth + 1) * (kWidth + 1), interior = order - 2 * face;
     const VectorXd all = generalized_eigenvalues(beam.stiffness, beam.mass),
                    fixed = generalized_eigenvalues(beam.stiffness.block(face, face, interior, interior),
@@ -139,17 +92,6 @@ TEST(Modes, OfASquareBeamAreComplete)
                         craig_bampton = reduce_craig_bampton(beam.model, ends, n, silent);
         expect_modes(modes.stiffness.diagonal().tail(n), all.tail(order - 6), modes.complete_to, "free");
         expect_modes(craig_bampton.stiffness.diagonal().tail(n), fixed, craig_bampton.complete_to, "Craig-Bampton");
-    }
-}
-
-TEST(Modes, OfACubeAreComplete)
-{
-    const Block cube(5, 5, 5);
-    const VectorXd all = generalized_eigenvalues(cube.stiffness, cube.mass);
-    for (int n : {1, 2, 3, 4, 7, 8, 9, 12, 15, 20, 25, 30})
-    {
-        const Reduction modes = reduce_free(cube.model, n, silent);
-        expect_modes(modes.stiffness.diagonal().tail(n), all.tail(all.size() - 6), modes.complete_to, "cube");
     }
 }
 

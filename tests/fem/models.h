@@ -1,0 +1,87 @@
+// What tests of reductions share: models of the test data, their matrices, options, what a report says.
+#ifndef FEM_MODELS_H
+#define FEM_MODELS_H
+
+#include "fem/body.h"
+#include "fem/reduction.h"
+#include "fixtures.h"
+
+inline const std::string kExamples = ZEL_SOURCE "/examples/ccx/", kSmall = ZEL_SOURCE "/tests/data/ccx/";
+inline zel_fem::Progress silent;
+
+// Of a job of CalculiX by its matrices.
+inline zel_fem::Model read_model(const std::string& job)
+{
+    const auto source = zel_fem::ccx::make_source({.deck = job, .route = zel_fem::ccx::Route::matrices});
+    zel_fem::Model model = source->read_model(silent);
+    source->read_solution(model, {}, silent);
+    check_equations(model);
+    return model;
+}
+
+inline Eigen::MatrixXd dense(const zel_fem::SparseMatrix& upper)
+{
+    return Eigen::MatrixXd(upper).selfadjointView<Eigen::Upper>();
+}
+
+// Row and column of node and component, whatever the order of the rows.
+inline Eigen::MatrixXd by_node(const zel_fem::Matrices& matrices, const zel_fem::SparseMatrix& upper)
+{
+    std::vector<int> place;
+    for (const zel_fem::Row& row : matrices.rows)
+        place.push_back(3 * row.node + row.component);
+    Eigen::MatrixXd sorted(upper.rows(), upper.cols());
+    sorted(place, place) = dense(upper);
+    return sorted;
+}
+
+inline zel_fem::ReductionOptions in_millimetres(int modes, const std::vector<std::string>& interfaces = {})
+{
+    zel_fem::ReductionOptions options;
+    options.units = zel_fem::parse_units("mm,t,s,N");
+    options.modes = modes;
+    for (const std::string& interface : interfaces)
+        options.interfaces.push_back(zel_fem::parse_interface(interface));
+    return options;
+}
+
+inline Eigen::VectorXd eigenvalues_of(const zel_fem::ReducedBody& body)
+{
+    return zel_fem::generalized_eigenvalues(body.body->stiffness, body.body->mass);
+}
+
+// All rows of the report.
+inline std::string told(const zel_fem::ReducedBody& body)
+{
+    std::string text;
+    for (const zel_checks::Row& row : body.report.rows())
+        text += row.name + " " + row.text + (row.holds.value_or(true) ? "\n" : " CHECK!\n");
+    return text;
+}
+
+// A matrix, or a triangle of it, in memory as other programs hold it.
+enum class Part
+{
+    whole,
+    upper,
+    lower
+};
+
+inline zel_fem::arrays::Matrix compressed(const Eigen::MatrixXd& dense, Part part)
+{
+    zel_fem::arrays::Matrix matrix{dense.cols(), {0}, {}, {}};
+    for (Eigen::Index column = 0; column < dense.cols(); ++column)
+    {
+        for (Eigen::Index row = dense.rows() - 1; row >= 0; --row) // any order will do
+            if (dense(row, column) != 0.0 &&
+                (part == Part::whole || (part == Part::upper) == (row < column) || row == column))
+            {
+                matrix.indices.push_back(row);
+                matrix.values.push_back(dense(row, column));
+            }
+        matrix.starts.push_back(int64_t(matrix.values.size()));
+    }
+    return matrix;
+}
+
+#endif
