@@ -1,5 +1,7 @@
 #include "sample_file.h"
 
+#include "fixtures.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -260,6 +262,19 @@ SampleFile sample_file(FileFormat format)
     blocks[31] = tensors_block(file, 1, sample::stress_node_ids);
     blocks[32] = tensors_block(file, 2, sample::strain_node_ids);
     return file;
+}
+
+std::map<int, std::string> kept_reports()
+{
+    const std::string text = kept_text("report.txt");
+    const std::string banner = "\n\n" + std::string(74, '-') + "\n|" + std::string(72, ' ') + "|\n|    Block ";
+    std::map<int, std::string> reports;
+    for (size_t start = 0, end; start < text.size(); start = end)
+    {
+        end = std::min(text.find(banner, start + 1), text.size());
+        reports[int(reports.size()) + 1] = text.substr(start, end - start);
+    }
+    return reports;
 }
 
 std::vector<SampleFile> reduced_samples()

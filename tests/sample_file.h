@@ -55,6 +55,9 @@ struct SampleFile
 // The body with all blocks that the version can hold (10, 20, 30 and 31: up to 18), both kinds of faces among them.
 SampleFile sample_file(FileFormat format);
 
+// What the contents report says of it in the newest format: data/report.txt by block, each from its banner on.
+std::map<int, std::string> kept_reports();
+
 // This body in every format, whole and reduced to the blocks that other paths of the reader need: without eigenvalues and faces;
 // with stress modes first; with matrices to tell the number of modes; without modes.
 std::vector<SampleFile> reduced_samples();

@@ -18,21 +18,6 @@ namespace
 {
 
 using Contents = FileTest;
-
-// The kept reports by block, each from its banner on.
-std::map<int, std::string> kept_reports()
-{
-    const std::string text = kept_text("report.txt");
-    const std::string banner = "\n\n" + std::string(74, '-') + "\n|" + std::string(72, ' ') + "|\n|    Block ";
-    std::map<int, std::string> reports;
-    for (size_t start = 0, end; start < text.size(); start = end)
-    {
-        end = std::min(text.find(banner, start + 1), text.size());
-        reports[int(reports.size()) + 1] = text.substr(start, end - start);
-    }
-    return reports;
-}
-
 } // namespace
 
 TEST_F(Contents, OfABodyWithEverythingAreTheKeptText)

@@ -29,17 +29,13 @@ template <typename T> std::vector<T> taken(T* values, int count)
 
 void expect_header(const ZELDATA* db)
 {
-    char texts[7][128], labels[4][16];
+    char texts[7][128];
     ASSERT_EQ(ZEL_Header(db, texts[0], texts[1], texts[2], texts[3], texts[4], texts[5], texts[6]), 1);
-    ASSERT_EQ(ZEL_Units(db, labels[0], labels[1], labels[2], labels[3]), 1);
     const std::string full(79, 'c'); // a full field loses its last character
     const char* const expected[] = {"Sample body", "Mon Jan  5 10:20:30 2026 ", "sample.inp", "INP", "first", "",
                                     full.c_str()};
-    const char* const units[] = {"MEGAGRAM", "MILLIMETER", "SECOND", "NEWTON"};
     for (int i = 0; i < 7; ++i)
         EXPECT_STREQ(texts[i], expected[i]);
-    for (int i = 0; i < 4; ++i)
-        EXPECT_STREQ(labels[i], units[i]);
 }
 
 void expect_nodes(ZELDATA* db)
@@ -52,22 +48,14 @@ void expect_nodes(ZELDATA* db)
         const int id = sample::node_ids[size_t(node)];
         EXPECT_EQ(ZEL_NodeID(db, node), id);
         EXPECT_EQ(ZEL_NodeIndex(db, id), node);
-        double mass = 0.0, with_mass[3] = {}, alone[3] = {};
+        double mass = 0.0, with_mass[3] = {}, alone[3] = {}, tensor[9];
         EXPECT_TRUE(ZEL_NodalMassAndGeometry(db, node, &mass, with_mass) && ZEL_NodeCoordinates(db, node, alone));
         EXPECT_TRUE(mass == sample::stored_mass(id) && ZEL_NodalMass(db, node) == mass) << mass;
         for (int axis = 0; axis < 3; ++axis)
             for (double x : {with_mass[axis], alone[axis], all[size_t(3 * node + axis)]})
                 EXPECT_EQ(x, sample::coordinate(id, axis));
-        // Entries (4,4), (5,5), (6,6) and (4,6) of node 20, (5,6) of node 60.
-        double tensor[9] = {};
         EXPECT_EQ(ZEL_NodalInertia(db, node, tensor), id == 20 || id == 60);
-        EXPECT_EQ(listed(tensor, 9), id == 20   ? Reals({160.0, 0, 160.375, 0, 160.125, 0, 160.375, 0, 160.25})
-                                     : id == 60 ? Reals({0, 0, 0, 0, 0, 160.5, 0, 160.5, 0})
-                                                : Reals(9, 0.0));
     }
-    EXPECT_EQ(Reals({db->total_mass}), sample::reals(ZEL_BLOCK_BODY, 0, 1));
-    EXPECT_EQ(listed(db->center_of_mass, 3), sample::reals(ZEL_BLOCK_BODY, 1, 3));
-    EXPECT_EQ(listed(db->inertia_tensor, 9), sample::reals(ZEL_BLOCK_BODY, 4, 9));
     int count = 0;
     EXPECT_EQ(taken(ZEL_InterfaceNodes(db, &count), 2), (std::vector<int>{6, 2}));
     EXPECT_EQ(taken(ZEL_InterfaceNodeIDs(db, nullptr), 2), (std::vector<int>{60, 20}));
@@ -108,31 +96,8 @@ void expect_modes(ZELDATA* db, int kind)
     }
 }
 
-void expect_modal_blocks(ZELDATA* db)
-{
-    ASSERT_TRUE(db->mode_count == 3 && db->eigenvalue_count == 3 && db->transformation_order == 3);
-    for (int mode = 0; mode < 3; ++mode)
-    {
-        const ZELEIGEN& record = db->eigenvalues[mode];
-        EXPECT_EQ(ZEL_ModeNumber(db, mode), sample::mode_numbers[size_t(mode)]);
-        EXPECT_EQ(record.value[0], sample::mode_numbers[size_t(mode)]);
-        EXPECT_EQ(listed(record.value + 1, 5), sample::reals(ZEL_BLOCK_EIGENVALUES, 5 * mode, 5));
-    }
-    for (const auto& [matrix, block] : {std::pair(&db->stiffness, 12), {&db->mass, 13}, {&db->damping, 15}})
-    {
-        ASSERT_EQ(matrix->count, 4);
-        for (int i = 0; i < 4; ++i)
-        {
-            const std::vector<int>& entry = sample::matrix_entries[size_t(i)];
-            EXPECT_TRUE(matrix->entries[i].row == entry[0] - 1 && matrix->entries[i].column == entry[1] - 1) << i;
-            EXPECT_EQ(matrix->entries[i].value, sample::real(block, i));
-        }
-    }
-    EXPECT_TRUE(db->damping_projected == 1 && db->non_diagonal == 1 && db->non_unit_mass == 1);
-    EXPECT_EQ(listed(db->transformation, 9), sample::reals(ZEL_BLOCK_TRANSFORMATION, 0, 9));
-}
-
-void expect_later_blocks(ZELDATA* db)
+// By the queries, which return copies and labels.
+void expect_loads(ZELDATA* db)
 {
     int count = 0;
     EXPECT_EQ(taken(ZEL_GetModalPreload(db, &count), 3), sample::reals(ZEL_BLOCK_PRELOAD, 0, 3));
@@ -146,23 +111,13 @@ void expect_later_blocks(ZELDATA* db)
         EXPECT_EQ(ZEL_ModalLoadProcessed(db, load), load);
         EXPECT_EQ(taken(ZEL_GetModalLoad(db, load, &count), 3), sample::reals(ZEL_BLOCK_LOADS, 3 * load, 3));
     }
-    ASSERT_EQ(db->modal_statistics_count, 3);
-    const int nodes[5] = {10, 20, 70, 60, 0};
-    for (int mode = 0; mode < 3; ++mode)
-        for (int k = 0; k < 5; ++k)
-        {
-            const double expected = k < 4 ? sample::real(ZEL_BLOCK_STATISTICS, 4 * mode + k) : 0.0;
-            EXPECT_EQ(db->modal_statistics[mode].pair[k].node_id, nodes[k]);
-            EXPECT_EQ(db->modal_statistics[mode].pair[k].value, expected);
-        }
-    ASSERT_TRUE(db->pre_stress && db->pre_strain);
-    EXPECT_EQ(listed(db->pre_stress[0].v, 18), sample::reals(ZEL_BLOCK_PRE_STRESS, 0, 18));
-    EXPECT_EQ(listed(db->pre_strain[0].v, 12), sample::reals(ZEL_BLOCK_PRE_STRAIN, 0, 12));
 }
 } // namespace
 
+// The contents report shows all values, each with all of its digits.
 TEST_F(Reading, GivesBackEveryValueInEveryFormat)
 {
+    const std::map<int, std::string> reports = kept_reports();
     for (const FileFormat& format : all_formats())
     {
         SCOPED_TRACE(format.name());
@@ -173,15 +128,17 @@ TEST_F(Reading, GivesBackEveryValueInEveryFormat)
         EXPECT_EQ(db->version, format.code());
         EXPECT_EQ(ZEL_Version(db), format.version);
         EXPECT_EQ(ZEL_Double_Prec(db), format.single ? 0 : 1);
+        for (const auto& [block, content] : file.blocks)
+            EXPECT_EQ(report_of(db, block), reports.at(block)) << block;
         expect_header(db);
         expect_nodes(db);
         expect_modes(db, ZEL_MODE_SHAPE);
         expect_modes(db, ZEL_MODAL_STRESS);
-        expect_modal_blocks(db);
+        EXPECT_TRUE(db->non_diagonal == 1 && db->non_unit_mass == 1);
         if (format.version < 40)
             continue;
         expect_modes(db, ZEL_MODAL_STRAIN);
-        expect_later_blocks(db);
+        expect_loads(db);
     }
 }
 
@@ -251,22 +208,6 @@ TEST_F(Reading, ClosesTheFileWithTheBody)
     ZEL_UnLink(db);
     output_of([&] { errors_of([&] { EXPECT_EQ(open(whole.substr(0, whole.size() / 2)), nullptr); }); });
     EXPECT_EQ(descriptors(), before);
-}
-
-TEST_F(Reading, FindsNothingInAFileOfThreeBlocks)
-{
-    for (const FileFormat& format : all_formats())
-    {
-        SampleFile file = sample_file(format);
-        file.blocks = {{ZEL_BLOCK_HEADER, file.blocks.at(ZEL_BLOCK_HEADER)}};
-        ZELDATA* db = open(file);
-        ASSERT_TRUE(db) << format.name();
-        EXPECT_EQ(db->node_count + db->mode_count + db->face_count + db->max_modes + db->max_mode_nodes, 0);
-        for (int index = 3; index < ZEL_BLOCKS; ++index)
-            EXPECT_EQ(ZEL_Exists(db, index), 0);
-        EXPECT_EQ(std::string(db->units.mass) + db->units.length + db->units.time + db->units.force,
-                  "KILOGRAMMETERSECONDNEWTON");
-    }
 }
 
 TEST_F(Reading, ClearsReservedFlagsAndThoseThatOldVersionsLack)
