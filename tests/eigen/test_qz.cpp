@@ -209,20 +209,6 @@ TEST(Qz, GivesInfiniteEigenvaluesABetaOfZero)
     }
 }
 
-// A Jordan block of order k, turned by reflections of rows and columns: its eigenvalue moves by the k-th root of the
-// precision.
-TEST(Qz, SurvivesADefectivePair)
-{
-    MatrixXd jordan = 2.0 * MatrixXd::Identity(4, 4), turn = MatrixXd::Identity(4, 4);
-    jordan.diagonal(1).setOnes();
-    turn.array() -= 0.5; // I - u u'/2 with u = (1, 1, 1, 1)
-    const MatrixXd a = turn * jordan * turn, b = MatrixXd::Identity(4, 4);
-    Solution s = solve(a, b);
-    EXPECT_LT((s.eigenvalues().array() - 2.0).abs().maxCoeff(), 1e-3);
-    find_vectors(s);
-    EXPECT_LT(residual(a, b, s), 1e-12);
-}
-
 TEST(Qz, LeavesDiagonalPairsAsTheyAre)
 {
     const std::vector<std::pair<std::vector<double>, std::vector<double>>> pairs{

@@ -125,21 +125,6 @@ TEST_F(Coarsening, KeepsTheHoleOfABlock)
     EXPECT_LE(db->face_count, 30); // two square rings; each of the eight walls is one face
 }
 
-TEST_F(Coarsening, KeepsASphereClosed)
-{
-    for_all_settings([this] { add_sphere(23, 48); },
-                     [this](double resolution, double angle, bool) {
-                         if (resolution <= 4.0 && angle <= 20.0)
-                         {
-                             EXPECT_GT(volume(), 3.5);
-                         }
-                         if (resolution >= 10.0)
-                         {
-                             EXPECT_LT(db->face_count, 900);
-                         }
-                     });
-}
-
 TEST_F(Coarsening, KeepsTheSkinsOfAPlateApartAndItsInterfaceNodes)
 {
     const auto build = [this] {

@@ -13,13 +13,6 @@ protected:
         for (int i = 0; i < count; ++i)
             add_node(i, 0, 0);
     }
-    Faces stripped(const Faces& input)
-    {
-        for (const Face& face : input)
-            add_face(face);
-        ZEL_StripCommonFaces(db);
-        return faces();
-    }
     Face geometry_nodes()
     {
         int count = -1;
@@ -30,29 +23,6 @@ protected:
     }
 };
 } // namespace
-
-TEST_F(FaceTools, StripABlockToItsClosedSkin)
-{
-    add_block(3, 3, 3);
-    EXPECT_EQ(db->face_count, 6 * 9);
-    EXPECT_TRUE(is_closed());
-    EXPECT_TRUE(zel::has_flag(db->content_flags, ZEL_BLOCK_FACES));
-    const Face nodes = geometry_nodes();
-    EXPECT_EQ(nodes.size(), 64u - 8);
-    EXPECT_FALSE(std::binary_search(nodes.begin(), nodes.end(), 16 + 4 + 1)) << "a node inside is on no face any more";
-}
-
-TEST_F(FaceTools, StripKeepsOneOfEqualCopies)
-{
-    add_nodes(4);
-    EXPECT_EQ(stripped({{0, 1, 2}, {1, 2, 0}, {2, 0, 1}}), (Faces{{2, 0, 1}}));
-    add_face({1, 0, 2}); // seen from the other side
-    ZEL_StripCommonFaces(db);
-    EXPECT_EQ(db->face_count, 0);
-    EXPECT_EQ(db->face_list_length, 0);
-    EXPECT_FALSE(zel::has_flag(db->content_flags, ZEL_BLOCK_FACES));
-    EXPECT_EQ(stripped({{3, 2}}), (Faces{{3, 2}})); // and faces can be added again
-}
 
 // Against a literal reading of the rules: sort all faces by count word, with its flags and its sign, and by ring; walk them in
 // pairs.
@@ -103,6 +73,7 @@ TEST_F(FaceTools, StripRandomFacesLikeASortOfAll)
         }
         ZEL_StripCommonFaces(db);
         ASSERT_EQ(words(), expected) << "round " << round;
+        EXPECT_EQ(zel::has_flag(db->content_flags, ZEL_BLOCK_FACES), !expected.empty());
     }
 }
 

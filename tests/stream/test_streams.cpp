@@ -241,23 +241,6 @@ TEST(Streams, PortableCharactersAreSignExtendedWords)
     EXPECT_EQ(std::string(back, 2), "B\xe9");
 }
 
-TEST(Streams, SingleItemsStayInStepWithRunsAndSeeks)
-{
-    OpenStream in(true, true, false);
-    in.fill(std::string("\0\0\0\1", 4) + std::string("\x3f\xf0\0\0\0\0\0\0", 8) + std::string("\0\0\0\2\0\0\0\3", 8));
-    int32_t value = 0;
-    double real = 0.0;
-    ASSERT_TRUE(get_int(in.stream, value) && value == 1);
-    {
-        const KeepPosition kept(in.stream.file);
-        ASSERT_TRUE(seek_to(in.stream, 16) && get_int(in.stream, value));
-        EXPECT_EQ(value, 3);
-    }
-    ASSERT_TRUE(get_reals(in.stream, &real, 1) && get_int(in.stream, value));
-    EXPECT_EQ(real, 1.0);
-    EXPECT_EQ(value, 2);
-}
-
 TEST(Streams, PositionsReachBeyondFourGibibytes)
 {
     FILE* file = std::tmpfile();

@@ -653,6 +653,7 @@ TEST_F(WriteContent, TheOriginIsShiftedTwice)
 {
     ZELDATA* db = bar(); // sum of id * id / 4 over sum of id / 4: 91/21
     db->center_of_mass[0] = 5.0;
+    EXPECT_EQ(library_invariant(db, 2)[0], 0.25 * 91.0);
     ZELDATA* read = rewrite(db, "no_ortho lbrf2cm");
     const double x = 91.0 / 21.0;
     EXPECT_EQ(output.find("Shifting LBRF to CM at (4.333e+00,2.167e+00,-1.000e+00)\n\nShifting LBRF to CM at ("), 0u);
@@ -662,6 +663,7 @@ TEST_F(WriteContent, TheOriginIsShiftedTwice)
         EXPECT_NEAR(read->nodes[node].z, 0.0, 1e-14);
     }
     EXPECT_EQ(db->nodes[0].x, read->nodes[0].x);
+    EXPECT_LE(largest(library_invariant(db, 2)), 1e-13); // summed anew
 
     ZELDATA* weightless = ZEL_Create(0, 0);
     ZEL_SetNodeCoordinates(weightless, 1, 2, 3, 4);
