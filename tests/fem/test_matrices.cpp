@@ -1,12 +1,8 @@
 // Matrix files and meshes of other programs: one model in every dialect against the same by CalculiX's route, the traps of each
 // format, and files that are damaged.
-#include <fstream>
-#include <numeric>
-
 #include "exercise.h"
 #include "fem/rigid.h"
 #include "fem/sources/matrices/matrix_file.h"
-#include "fem/sources/text_file.h"
 #include "mesh_dialects.h"
 #include "models.h"
 
@@ -20,46 +16,19 @@ using zel_checks::format;
 
 namespace
 {
-// The short beam of the test data, of three bricks, without its lump: a job of CalculiX, and its matrices with rows ascending by node.
+// The short beam of the test data, of three bricks, without the lump at its node 13; matrices with rows ascending by node.
 struct DialectBeam
 {
-    TemporaryFolder folder;
-    Model model;
-    MatrixXd stiffness, mass;
+    Model model = read_model(kSmall + "small");
+    MatrixXd stiffness = by_node(*model.matrices, model.matrices->stiffness),
+             mass = by_node(*model.matrices, model.matrices->mass);
 
     DialectBeam()
     {
-        std::string deck;
-        LineReader reader(kJob + ".inp");
-        for (std::string_view line; reader.next(line);)
-            deck.append(line).append("\n");
-        deck.erase(deck.find("*ELEMENT, TYPE=MASS"), deck.find("*STEP") - deck.find("*ELEMENT, TYPE=MASS"));
-        write_file(folder, "job.inp", deck);
-        for (const std::string suffix : {".sti.gz", ".dof.gz", ".mas.gz"})
-            std::filesystem::copy_file(kJob + suffix, folder.path("job" + suffix));
-        take();
-        const double lump = 2e-5;
-        for (size_t i = 0; i < model.matrices->rows.size(); ++i)
-            if (model.mesh.nodes[size_t(model.matrices->rows[i].node)].id == 13)
-                model.matrices->mass.coeffRef(Index(i), Index(i)) -= lump;
-        std::ofstream file(folder.path("job.mas"));
-        for (Index column = 0; column < model.matrices->mass.cols(); ++column)
-            for (SparseMatrix::InnerIterator entry(model.matrices->mass, column); entry; ++entry)
-                file << format("%td %td %.17g\n", entry.row() + 1, column + 1, entry.value());
-        file.close();
-        take();
+        std::erase_if(model.mesh.elements, [](const Element& element) { return element.type->shape != Shape::hex20; });
+        mass.diagonal().segment<3>(3 * 12).array() -= 2e-5;
     }
-    std::string job() const { return folder.path("job"); }
     int id_of(Index row) const { return model.mesh.nodes[size_t(row / 3)].id; }
-    static inline const std::string kJob = kSmall + "small";
-
-private:
-    void take()
-    {
-        model = read_model(job());
-        stiffness = by_node(*model.matrices, model.matrices->stiffness);
-        mass = by_node(*model.matrices, model.matrices->mass);
-    }
 };
 } // namespace
 
@@ -139,9 +108,15 @@ static Input reversed(const DialectBeam& beam, const TemporaryFolder& folder)
 }
 
 // As CalculiX stores the stiffness, compressed, beside a mass matrix of the same rows.
-static Input stored(const DialectBeam& beam, const TemporaryFolder&)
+static Input stored(const DialectBeam& beam, const TemporaryFolder& folder)
 {
-    return {DialectBeam::kJob + ".sti", beam.folder.path("job.mas"), "", DialectBeam::kJob + ".dof.gz"};
+    std::vector<int> rows;
+    for (const Row& row : beam.model.matrices->rows)
+        rows.push_back(3 * row.node + row.component);
+    const std::string mass = lines(MatrixXd(beam.mass(rows, rows)), [](Index i, Index j, double value) {
+        return i <= j ? format("%td %td %.17g\n", i + 1, j + 1, value) : "";
+    });
+    return {kSmall + "small.sti", write_file(folder, "job.mas", mass), "", kSmall + "small.dof.gz"};
 }
 
 static Input labelled(const DialectBeam& beam, const TemporaryFolder& folder)
@@ -288,8 +263,11 @@ static arrays::Input in_memory(const DialectBeam& beam, Part part)
 TEST(MatrixFiles, OfOneModelAreTheSameInEveryDialectAndInMemory)
 {
     const DialectBeam beam;
+    const TemporaryFolder of_reference;
+    Input reference = lower_market(beam, of_reference);
+    reference.mesh = write_file(of_reference, "deck", dialects::flat_deck(mesh_file(beam)));
     using Make = std::function<std::unique_ptr<Source>()>;
-    const auto judge = [&beam](const Make& make, double digits, double of_body, bool has_density) {
+    const auto judge = [&](const Make& make, double digits, double of_body, bool has_density) {
         const auto source = make();
         Model model = source->read_model(silent);
         source->read_solution(model, {}, silent);
@@ -304,9 +282,8 @@ TEST(MatrixFiles, OfOneModelAreTheSameInEveryDialectAndInMemory)
             if (!free)
                 options.interfaces = {parse_interface("ids=1,4,5,8,12,16,17,20"),
                                       parse_interface("ids=33,34,35,36@60,0,0")};
-            expect_the_same_body(reduce(*make(), options, silent),
-                                 reduce(*ccx::make_source({.deck = beam.job()}), options, silent), of_body,
-                                 has_density);
+            expect_the_same_body(reduce(*make(), options, silent), reduce(*make_source(reference), options, silent),
+                                 of_body, has_density);
         }
     };
     for (const MatrixDialect& dialect : kMatrixDialects)
@@ -340,7 +317,8 @@ TEST(MatrixFiles, OfLumpsGiveWayToADensity)
     lumps *= 3 * total / lumps.trace();
     const auto market_of = [](const MatrixXd& matrix) { return market(matrix, "symmetric", false); };
     const Input with_density{write_file(folder, "k", market_of(beam.stiffness)),
-                             write_file(folder, "m", market_of(lumps)), beam.folder.path("job.inp"), ""};
+                             write_file(folder, "m", market_of(lumps)),
+                             write_file(folder, "deck", dialects::flat_deck(mesh_file(beam))), ""};
     Input without = with_density, heavier = with_density;
     without.mesh = tables(beam, folder);
     heavier.mass = write_file(folder, "heavier", market_of(1.01 * lumps));

@@ -77,28 +77,27 @@ class Browser:
     def pixels(self):
         return Picture(self.screenshot())
 
+    def act(self, device, actions):
+        self.call("POST", "actions", {"actions": [{"type": device, "id": device, "actions": actions}]})
+
     def press(self, *keys):
-        actions = [{"type": kind, "value": KEYS.get(key, key)} for key in keys for kind in ("keyDown", "keyUp")]
-        self.call("POST", "actions", {"actions": [{"type": "key", "id": "keys", "actions": actions}]})
+        self.act("key", [{"type": kind, "value": KEYS.get(key, key)} for key in keys for kind in ("keyDown", "keyUp")])
 
     def chord(self, held, key):
-        down = [{"type": "keyDown", "value": KEYS[held]}, {"type": "keyDown", "value": KEYS.get(key, key)}]
-        up = [{"type": "keyUp", "value": KEYS.get(key, key)}, {"type": "keyUp", "value": KEYS[held]}]
-        self.call("POST", "actions", {"actions": [{"type": "key", "id": "keys", "actions": down + up}]})
+        turns = [("keyDown", held), ("keyDown", key), ("keyUp", key), ("keyUp", held)]
+        self.act("key", [{"type": kind, "value": KEYS.get(name, name)} for kind, name in turns])
 
     def click(self, x, y):
-        actions = [{"type": "pointerMove", "duration": 0, "x": int(x), "y": int(y)}, {"type": "pointerDown", "button": 0},
-                   {"type": "pointerUp", "button": 0}]
-        self.call("POST", "actions", {"actions": [{"type": "pointer", "id": "mouse", "actions": actions}]})
+        self.drag((x, y))
 
     def hover(self, x, y):
-        actions = [{"type": "pointerMove", "duration": 0, "x": int(x), "y": int(y)}]
-        self.call("POST", "actions", {"actions": [{"type": "pointer", "id": "mouse", "actions": actions}]})
+        self.act("pointer", [{"type": "pointerMove", "duration": 0, "x": int(x), "y": int(y)}])
 
-    def drag(self, start, end):
-        move = [{"type": "pointerMove", "duration": 0, "x": x, "y": y} for x, y in (start, end)]
-        actions = [move[0], {"type": "pointerDown", "button": 0}, move[1], {"type": "pointerUp", "button": 0}]
-        self.call("POST", "actions", {"actions": [{"type": "pointer", "id": "mouse", "actions": actions}]})
+    # Pressed at the first place, released at the last one.
+    def drag(self, *places):
+        moves = [{"type": "pointerMove", "duration": 0, "x": int(x), "y": int(y)} for x, y in places]
+        down, up = ({"type": kind, "button": 0} for kind in ("pointerDown", "pointerUp"))
+        self.act("pointer", [moves[0], down, *moves[1:], up])
 
 
 class Picture:
