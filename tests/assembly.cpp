@@ -3,10 +3,6 @@
 
 #include <Eigen/Dense>
 
-#include <algorithm>
-#include <cmath>
-#include <random>
-
 void Assembly::add_combination(const Assembly& other, const double* factors)
 {
     add_mode();
@@ -176,6 +172,32 @@ std::vector<double> library_invariant(ZELDATA* db, int number)
                     take(values, ZEL_Invar9(db, i, j), 9);
     }
     return values;
+}
+
+void expect_invariants(ZELDATA* db, const Assembly& body, double tolerance, const std::vector<int>& numbers)
+{
+    for (int number : numbers)
+    {
+        SCOPED_TRACE(number);
+        expect_near(library_invariant(db, number), defined_invariant(body, number), tolerance);
+    }
+}
+
+int set_invariant(ZELDATA* db, int number, const double* values)
+{
+    constexpr decltype(&ZEL_SetInvar2) kSetters[] = {ZEL_SetInvar2, ZEL_SetInvar3, ZEL_SetInvar4, ZEL_SetInvar5,
+                                                     nullptr,       ZEL_SetInvar7, ZEL_SetInvar8, ZEL_SetInvar9};
+    return kSetters[number - 2](db, values);
+}
+
+void expect_same(ZELDATA* base, ZELDATA* made, double tolerance)
+{
+    std::vector<ZELCOMPARISON> rows(300);
+    const int count = ZEL_CompareBodies(base, made, tolerance, rows.data(), int(rows.size()));
+    EXPECT_GT(count, 0);
+    for (int i = 0; i < count; ++i)
+        EXPECT_NE(rows[size_t(i)].verdict, ZEL_COMPARISON_FAIL)
+            << rows[size_t(i)].check << " in block " << rows[size_t(i)].block;
 }
 
 double largest(const std::vector<double>& values)

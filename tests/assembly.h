@@ -38,6 +38,17 @@ ZELDATA* database_of(const Assembly& body);
 std::vector<double> defined_invariant(const Assembly& body, int number);
 std::vector<double> library_invariant(ZELDATA* db, int number);
 
+// All invariants of a database are those that its points define, or some of them.
+inline const std::vector<int> kInvariantNumbers = {1, 2, 3, 4, 5, 7, 8, 9};
+void expect_invariants(ZELDATA* db, const Assembly& body, double tolerance,
+                       const std::vector<int>& numbers = kInvariantNumbers);
+
+// Sets an invariant (not 1 and 6).
+int set_invariant(ZELDATA* db, int number, const double* values);
+
+// No comparison of the two fails.
+void expect_same(ZELDATA* base, ZELDATA* made, double tolerance);
+
 double largest(const std::vector<double>& values);
 
 // Each value within `tolerance` of the other, relative to the largest one.

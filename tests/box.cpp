@@ -3,7 +3,6 @@
 #include "fixtures.h"
 
 #include <array>
-#include <cmath>
 
 ZELDATA* box()
 {

@@ -139,6 +139,14 @@ private:
     int files_ = 0;
 };
 
+// A copy of what a query returned, which is freed.
+template <typename T> std::vector<T> taken(T* array, int count)
+{
+    const std::vector<T> copy(array, array + count);
+    std::free(array);
+    return copy;
+}
+
 // A file of the folder data.
 std::string kept_text(const std::string& name);
 

@@ -2,9 +2,6 @@
 
 #include "fixtures.h"
 
-#include <algorithm>
-#include <cstring>
-
 std::string FileFormat::name() const
 {
     return "version " + std::to_string(version) + (xdr ? " xdr" : " native") + (single ? " single" : " double");

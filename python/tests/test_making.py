@@ -188,7 +188,6 @@ def test_wrong_arrays_are_refused_and_change_nothing() -> None:
         "no node 4": lambda: body.set_faces([[3, 7, 4]]),
         "inertias: expected symmetric tensors": lambda: body.set_nodal_inertias([3], [np.triu(np.ones((3, 3)))]),
         '"furlong" is not a unit': lambda: body.set_units("kg,furlong,s,N"),
-        "the units name both MILLIMETER and METER": lambda: body.set_units("mm,m,s,N"),
         'options: "ful_invar" is no write option; the nearest is full_invar': lambda: body.write("x.zel", "ful_invar"),
     }  # fmt: skip
     for message, setter in cases.items():

@@ -13,13 +13,6 @@ TEST(Messages, PrefixEveryLineOfAText)
     EXPECT_EQ(output_of([] { ZEL_Error("an error"); }), "");
 }
 
-TEST(Messages, AreCutAfter999Characters)
-{
-    const std::string fits(999, 'x'), too_long(5000, 'x');
-    EXPECT_EQ(output_of([&] { ZEL_Info("%s", fits.c_str()); }), fits + "\n");
-    EXPECT_EQ(output_of([&] { ZEL_Info("%s", too_long.c_str()); }), fits + "\n");
-}
-
 static void collect(void* context, int severity, const char* text)
 {
     *static_cast<std::string*>(context) += std::to_string(severity) + "<" + text + ">";

@@ -114,25 +114,6 @@ TEST_F(View, HasTheBoxByHand)
     EXPECT_EQ(page("box.zel --modes 7").told["bodies"][0]["mode_list"][0]["number"], 7);
 }
 
-TEST_F(View, RoundsShapesBelowTheLimitOfTheirLargestDisplacement)
-{
-    write_strip("strip.zel", 500, 3);
-    const PageData data = page("strip.zel");
-    for (int mode = 1; mode <= 3; ++mode)
-    {
-        const std::string name = "a-mode" + std::to_string(mode - 1) + "-displacement";
-        const double step = data.told["bodies"][0]["mode_list"][size_t(mode - 1)]["displacement_step"];
-        const std::vector<int16_t> shape = data.array<int16_t>(name);
-        ASSERT_EQ(shape.size(), 3u * 1002u);
-        for (int i = 0; i < 1002; ++i)
-        {
-            const double exact[3] = {std::sin(0.7 * mode * i), 1e-5 * i, std::cos(0.3 * mode * i)};
-            for (int c = 0; c < 3; ++c)
-                EXPECT_NEAR(step * shape[size_t(3 * i + c)], exact[c], 1e-4);
-        }
-    }
-}
-
 // Modes go first, down to twenty-six, then nodes, then modes again; the page stays below and says what is missing.
 TEST_F(View, KeepsToTheLimitAndTells)
 {
@@ -168,7 +149,6 @@ TEST_F(View, RefusesWhatItCannotShow)
     const std::pair<const char*, const char*> cases[] = {
         {"box.zel -o box.zel", "is the file that is read"},
         {"nothing.zel -o out.html", "No such file"},
-        {"box.zel --modes 8 -o out.html", "the body has no mode 8"},
         {"box.zel --mode 8 -o out.html", "the body has no mode 8"},
         {"box.zel --limit -1 -o out.html", "--limit"},
         {"box.zel --png a.png -o out.html", "excludes"},

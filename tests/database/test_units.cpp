@@ -74,20 +74,6 @@ TEST_F(Units, ChangesThatFailTouchNothing)
     EXPECT_FALSE(ZEL_SetUnits(swapped, "kg", "mm", "s", "N"));
 }
 
-TEST_F(Units, RatiosAreThoseOfTheLastChangeAndFactorsOfAll)
-{
-    ZELDATA* db = ZEL_Create(0, 0);
-    const Labels changes[] = {{"kg", "m", "s", "N"}, {"kg", "mm", "s", "N"}, {"kg", "in", "s", "kN"}};
-    for (const Labels& labels : changes)
-        ASSERT_TRUE(labels.set(db));
-    EXPECT_DOUBLE_EQ(db->units.length_scale, 1.0 / 25.4);
-    EXPECT_DOUBLE_EQ(db->units.force_scale, 1e-3);
-    EXPECT_DOUBLE_EQ(db->base_scale[1], 1.0 / 0.0254);
-    EXPECT_DOUBLE_EQ(db->mode_factor[ZEL_MODE_SHAPE], 1.0 / 0.0254);
-    EXPECT_DOUBLE_EQ(db->mode_factor[ZEL_MODAL_STRESS], 1e-3 * 0.0254 * 0.0254);
-    EXPECT_EQ(db->mode_factor[ZEL_MODAL_STRAIN], 1.0);
-}
-
 // Units in SI, by which the values of a body given in SI are divided.
 struct Scale
 {
@@ -290,27 +276,6 @@ TEST_F(Units, AModeAddedLaterHasTheMassThatAllOthersAreAssumedToHave)
         EXPECT_DOUBLE_EQ(eigenvalue, 5e-3);
         EXPECT_DOUBLE_EQ(full[4 * (mode - 1)], 1e6);
     }
-}
-
-// Units, loads and factors that a database had before it is read are not those of the file.
-TEST_F(Units, OfADatabaseThatIsReadAreThoseOfTheFile)
-{
-    ZELDATA *touched = ZEL_Create(0, 0), *fresh = open(sample_file(format_of_version(60)));
-    ZEL_SetUnits(touched, "kg", "m", "s", "N");
-    ZEL_SetUnits(touched, "kg", "mm", "ms", "N");
-    ZEL_SetModalLoadLabel(touched, 0, "mine");
-    ASSERT_TRUE(ZEL_ReadZEL(touched, std::fopen(fresh->zel_file.name, "rb"), nullptr));
-    ASSERT_EQ(touched->load_case_count, 2);
-    EXPECT_STREQ(touched->load_cases[0].label, "gravity");
-    EXPECT_EQ(labels_of(touched), labels_of(fresh));
-    double of_touched[18], of_fresh[18];
-    for (int kind = 0; kind < 3; ++kind)
-    {
-        ASSERT_TRUE(ZEL_Mode(touched, 7, kind, of_touched, 0) && ZEL_Mode(fresh, 7, kind, of_fresh, 0));
-        EXPECT_EQ(of_touched[0], of_fresh[0]);
-    }
-    EXPECT_EQ(ZEL_Invar1(touched), ZEL_Invar1(fresh));
-    EXPECT_EQ(touched->stiffness.entries[0].value, fresh->stiffness.entries[0].value);
 }
 
 } // namespace

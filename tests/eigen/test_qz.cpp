@@ -209,34 +209,6 @@ TEST(Qz, GivesInfiniteEigenvaluesABetaOfZero)
     }
 }
 
-TEST(Qz, LeavesDiagonalPairsAsTheyAre)
-{
-    const std::vector<std::pair<std::vector<double>, std::vector<double>>> pairs{
-        {{4.0}, {1.0}},
-        {{3.0, 1.0}, {1.0, 1.0}},
-        {{9.0, 1.0, 4.0, 25.0, 16.0}, {1.0, 1.0, 1.0, 1.0, 1.0}},
-        {{0.0, 0.0, 7e9, 1e-3, 0.0, 2.0}, {2.0, 0.5, 0.0, 1e-9, 0.0, 3.0}},
-        {{-5.0, 3.0, -1.0, 2.0}, {1.0, -2.0, 4.0, -0.5}},
-    };
-    for (const auto& [stiffness, mass] : pairs)
-    {
-        const MatrixXd a = diagonal(stiffness), b = diagonal(mass), unit = MatrixXd::Identity(a.rows(), a.rows());
-        Solution s = solve(a, b);
-        EXPECT_EQ(s.ierr, 0);
-        MatrixXd left = s.b;
-        if (s.n > 1) // the threshold for the next stages
-            left(s.n - 1, 0) = 0.0;
-        EXPECT_TRUE(s.a == a && left == b && same_bits(s.z, unit));
-        find_vectors(s);
-        EXPECT_TRUE(s.a == a && same_bits(s.z, unit));
-        for (int j = 0; j < s.n; ++j)
-        {
-            EXPECT_EQ(s.real[j], b(j, j) < 0.0 ? -a(j, j) : a(j, j));
-            EXPECT_EQ(s.beta[j], std::fabs(b(j, j)));
-        }
-    }
-}
-
 TEST(Qz, PassesTheThresholdOfBToTheNextStages)
 {
     const MatrixXd zero = MatrixXd::Zero(4, 4), b = diagonal({1.0, -3.0, 2.0, 0.5});

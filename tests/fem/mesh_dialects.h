@@ -248,31 +248,6 @@ inline std::string gmsh_names(const MeshFile& file)
     return result + "$EndPhysicalNames\n";
 }
 
-// Sets are groups of points. Elements belong to no group.
-inline std::string gmsh_2(const MeshFile& file)
-{
-    std::string result = "$MeshFormat\n2.2 0 8\n$EndMeshFormat\n" + gmsh_names(file);
-    result += text("$Nodes\n%zu\n", file.mesh.nodes.size());
-    for (const Node& node : shuffled(file.mesh))
-        result += text("%d %.16g %.16g %.16g\n", node.id, node.at[0], node.at[1], node.at[2]);
-    std::string elements;
-    int count = 0, group = 1;
-    for (const auto& [name, nodes] : file.node_sets)
-    {
-        for (int id : set_ids(file, name))
-            elements += text("%d 15 2 %d 1 %d\n", 1000 + ++count, group, id);
-        ++group;
-    }
-    for (const Element& element : file.mesh.elements)
-    {
-        const Shape shape = element.type->shape;
-        elements += text("%d %d 2 0 1 ", element.id, names_of(shape).gmsh);
-        elements += list(ids_of(file.mesh, element, gmsh_edges(shape)), " ", 100, "");
-        ++count;
-    }
-    return result + text("$EndNodes\n$Elements\n%d\n", count) + elements + "$EndElements\n";
-}
-
 // A point entity for each set, and one volume; a node set is the points of its entity.
 inline std::string gmsh_4(const MeshFile& file)
 {
@@ -502,7 +477,6 @@ inline const std::vector<Dialect>& all()
         {"Nastran, free fields", [](const MeshFile& file) { return nastran(file, Fields::free); }, true, true, 0,
          is_nastran_shape},
         {"Ansys", cdb, true, false, 0},
-        {"Gmsh 2.2", gmsh_2, false, false, 1e-14},
         {"Gmsh 4.1", gmsh_4, false, false, 1e-14},
     };
     return kAll;

@@ -1,9 +1,5 @@
 // Models from matrices and meshes in memory: beams with six rows a node against closed forms, and arrays that do not belong
 // together. By way of files they give the same body: see test_matrices.cpp.
-#include <cmath>
-#include <fstream>
-#include <numbers>
-
 #include "models.h"
 
 using namespace zel_fem;

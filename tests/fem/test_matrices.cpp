@@ -149,11 +149,6 @@ static Input punch(const DialectBeam& beam, const TemporaryFolder& folder, const
     return {path, path, "", ""};
 }
 
-static Input wide_punch(const DialectBeam& beam, const TemporaryFolder& folder)
-{
-    return punch(beam, folder, "DMIG*   %-16s%16d%16d\n", "*       %16d%16d%16.9E\n");
-}
-
 static Input free_punch(const DialectBeam& beam, const TemporaryFolder& folder)
 {
     return punch(beam, folder, "DMIG,%s,%d,%d\n", "+,%d,%d,%.16E,,\n");
@@ -188,7 +183,6 @@ struct MatrixDialect
 {
     const char* name;
     Input (*write)(const DialectBeam& beam, const TemporaryFolder& folder);
-    double digits = 1e-10, of_body = 1e-10; // that the format leaves to entries, and to what is made of them
 };
 } // namespace
 
@@ -199,7 +193,6 @@ constexpr MatrixDialect kMatrixDialects[] = {
     {"lines and a map", reversed},
     {"CalculiX's own files", stored},
     {"node, dof, node, dof, value", labelled},
-    {"DMIG in large field, of ten digits", wide_punch, 2e-9, 1e-6},
     {"DMIG in free field", free_punch},
     {"six rows a node", six_a_node},
 };
@@ -267,23 +260,21 @@ TEST(MatrixFiles, OfOneModelAreTheSameInEveryDialectAndInMemory)
     Input reference = lower_market(beam, of_reference);
     reference.mesh = write_file(of_reference, "deck", dialects::flat_deck(mesh_file(beam)));
     using Make = std::function<std::unique_ptr<Source>()>;
-    const auto judge = [&](const Make& make, double digits, double of_body, bool has_density) {
+    const auto judge = [&](const Make& make, bool has_density) {
         const auto source = make();
         Model model = source->read_model(silent);
         source->read_solution(model, {}, silent);
         ASSERT_EQ(model.matrices->rows.size(), size_t(beam.mass.rows()));
         EXPECT_EQ(model.mesh_has_mass, has_density);
         EXPECT_EQ(skin(model.mesh), skin(beam.model.mesh));
-        EXPECT_LT(relative(by_node(*model.matrices, model.matrices->stiffness), beam.stiffness), digits);
-        EXPECT_LT(relative(by_node(*model.matrices, model.matrices->mass), beam.mass), digits);
-        for (const bool free : {true, false})
+        EXPECT_LT(relative(by_node(*model.matrices, model.matrices->stiffness), beam.stiffness), 1e-10);
+        EXPECT_LT(relative(by_node(*model.matrices, model.matrices->mass), beam.mass), 1e-10);
+        for (const auto& interfaces :
+             {std::vector<std::string>{}, {"ids=1,4,5,8,12,16,17,20", "ids=33,34,35,36@60,0,0"}})
         {
-            ReductionOptions options = in_millimetres(8);
-            if (!free)
-                options.interfaces = {parse_interface("ids=1,4,5,8,12,16,17,20"),
-                                      parse_interface("ids=33,34,35,36@60,0,0")};
+            const ReductionOptions options = in_millimetres(8, interfaces);
             expect_the_same_body(reduce(*make(), options, silent), reduce(*make_source(reference), options, silent),
-                                 of_body, has_density);
+                                 1e-10, has_density);
         }
     };
     for (const MatrixDialect& dialect : kMatrixDialects)
@@ -292,7 +283,7 @@ TEST(MatrixFiles, OfOneModelAreTheSameInEveryDialectAndInMemory)
         const TemporaryFolder folder;
         Input input = dialect.write(beam, folder);
         input.mesh = tables(beam, folder);
-        judge([&] { return make_source(input); }, dialect.digits, dialect.of_body, false);
+        judge([&] { return make_source(input); }, false);
     }
     for (const dialects::Dialect& dialect : dialects::all())
     {
@@ -300,10 +291,10 @@ TEST(MatrixFiles, OfOneModelAreTheSameInEveryDialectAndInMemory)
         const TemporaryFolder folder;
         Input input = kMatrixDialects[0].write(beam, folder);
         input.mesh = write_file(folder, "mesh", dialect.write(mesh_file(beam)));
-        judge([&] { return make_source(input); }, 1e-10, 1e-10, dialect.density);
+        judge([&] { return make_source(input); }, dialect.density);
     }
     for (const Part part : {Part::whole, Part::upper, Part::lower})
-        judge([&] { return arrays::make_source(in_memory(beam, part)); }, 1e-10, 1e-10, false);
+        judge([&] { return arrays::make_source(in_memory(beam, part)); }, false);
 }
 
 // Lumps as programs make them: the diagonal, scaled to the mass. The body of 60 x 20 x 10 has them where the mesh has no density, and
@@ -456,7 +447,6 @@ TEST(MatrixFiles, ThatAreDamagedNameFileAndLineInEveryFormat)
         {"", "k: has no matrix"},
         {"*MATRIX\n1 1 1\n", "k:1: expected a matrix (Matrix Market, DMIG, \"row column value\""},
         {"%%MatrixMarket matrix array real general\n1 1\n2\n", "k:1: expected a matrix in coordinate form"},
-        {market + "hermitian\n1 1 1\n1 1 2\n", "k:1: expected a matrix in coordinate form"},
         {"%%MatrixMarket matrix coordinate complex general\n1 1 1\n1 1 2 0\n", "k:1: expected a matrix in"},
         {market + "symmetric\n%\n", "k:2: ends before the line of sizes"},
         {market + "symmetric\n2 2\n", "k:2: expected the numbers of rows, columns and entries"},
@@ -468,8 +458,6 @@ TEST(MatrixFiles, ThatAreDamagedNameFileAndLineInEveryFormat)
         {market + "general\n2 2 4\n1 1 1\n2 2 1\n1 2 .5\n2 1 .5000001\n", "k: is not symmetric: the entries of row 1"},
         {market + "general\n2 2 2\n1 1 1\n2 2 -1\n", "k: has a negative entry on its diagonal, at row 2"},
         {"1 1 1\n2 1 nan\n", "k:2: expected \"row column value\", found \"2 1 nan\""},
-        {"1 1 1\n2 1 1 1\n", "k:2: expected \"row column value\""},
-        {"1 1 1\n2 1 1e999\n", "k:2: expected \"row column value\""},
         {"1 1 1\n0 1 2\n", "k:2: there is no row 0: rows are counted from 1"},
         {"1 1 1\n3000000000 1 2\n", "k:2: there is no row 3000000000"},
         {"1 1 1\n-24 -24 2\n", "k:2: row -24 belongs to an internal node"},

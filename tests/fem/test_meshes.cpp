@@ -281,7 +281,6 @@ TEST(NastranMeshes, AreRefusedWhereTheyAreDamagedOrTheirGeometryIsNotKnown)
          "mesh:10: the three points of coordinate system 6 lie on a line"},
         {bulk_tet("GRID,5,,0.,0.,0.,6\nCORD2R,6,,0.,0.,0.,0.,1.,0.\n,1.,0.,0."),
          "mesh:9: GRID 5: displacements in system 6 (CD) cannot be read"},
-        {bulk_tet("GRID,5,,0.,0.,nan"), "mesh:9: \"nan\" is not a number"},
         {bulk_tet("GRID,5,,0.,0.,1.,,,,,7"), "mesh:9: a line of free fields has no more than 10"},
         {bulk_tet("CTETRA,2,7,1,2,3"), "mesh:9: CTETRA: field 7 is blank"},
         {bulk_tet("CTETRA,2,7,1,2,3,4,,,+A\nPSOLID,8,3"),
@@ -379,32 +378,15 @@ TEST(NodeTables, AreReadWhateverSeparatesTheirColumns)
     }
 }
 
-TEST(NodeTables, TakeATableOfElementsBesideThem)
-{
-    const TemporaryFolder folder;
-    const std::string nodes = write_file(folder, "n.txt", "1 0 0 0\n2 1 0 0\n3 0 1 0\n4 0 0 1\n");
-    const std::string elements =
-        write_file(folder, "e.txt", "Element\tType\tNodes\n7\tTet4\t1\t2\t3\t4\n8\tTri3\t2\t3\t4\n");
-    const MeshFile file = read_mesh_file(nodes + "," + elements, silent);
-    ASSERT_EQ(file.mesh.elements.size(), 1u); // a triangle between nodes of solids draws nothing
-    EXPECT_EQ(file.mesh.elements[0].type->shape, Shape::tet4);
-    EXPECT_EQ(file.mesh.elements[0].nodes[3], 3);
-    EXPECT_EQ(file.mesh.place(file.mesh.elements[0]).file, elements);
-    EXPECT_EQ(file.mesh.place(file.mesh.elements[0]).line, 2);
-}
-
 TEST(NodeTables, AreRefusedWhereTheyAreDamaged)
 {
     const std::pair<const char*, const char*> cases[] = {
         {"1 0 0 0\n1 0 0 1\n", "mesh:2: node 1 is defined twice"},
         {"-1,0,0,0\n1,0,0,1\n", "mesh:1: a row begins with the number of a node or element, not with \"-1\""},
-        {"1 0 0 0 5\n", "mesh:1: a row has the number of a node and three coordinates, not 5 columns"},
-        {"0 0 0 0\n", "mesh:1: node number 0 is not positive"},
         {"1 0 0 0\n2 0 0\n", "mesh:2: a row has the number of a node and three coordinates, not 3 columns"},
         {"1 0 0 0\n2 0 0 nan\n", "mesh:2: \"nan\" is not a number"},
         {"1 0 0 0\n99999999999 0 0 1\n", "mesh:2: \"99999999999\" is not a whole number"},
         {"1\t0,5\t0,\t0,\n2\t1.234\t0\t0\n", "mesh:2: decimal points and decimal commas in one table: \"1.234\""},
-        {"1 0 0 0\nend of table\n", "mesh:2: a row begins with the number of a node or element, not with \"end\""},
         {"nothing\nof the kind\n", "mesh: no mesh of a known format"},
     };
     for (const auto& [text, expected] : cases)
@@ -441,10 +423,12 @@ TEST(DamagedMeshes, AreReadOrRefused)
     const TemporaryFolder folder;
     std::mt19937 random(1);
     const std::string letters = "0123456789-+*,.=$ \n\tEGRx\xff";
+    std::vector<std::string> texts = {gmsh_2("2\n1 15 2 7 1 5\n5 4 2 4 1 9 2 3 4")};
     for (const dialects::Dialect& dialect : dialects::all())
+        texts.push_back(dialect.write(dialects::pair_of(Shape::wedge15)));
+    for (const std::string& text : texts)
     {
-        SCOPED_TRACE(dialect.name);
-        const std::string text = dialect.write(dialects::pair_of(Shape::wedge15));
+        SCOPED_TRACE(text.substr(0, 40));
         ASSERT_TRUE(is_read(folder, text));
         int refused = 0;
         for (size_t end = 0; end < text.size(); end += text.size() / 31)

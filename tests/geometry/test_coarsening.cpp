@@ -10,11 +10,6 @@ namespace
 class Coarsening : public FaceTest
 {
 protected:
-    // A 9 x 9 x 3 block with a 3 x 3 hole through it.
-    void add_block_with_hole()
-    {
-        add_block(9, 9, 3, [](int x, int y, int) { return x < 3 || x > 5 || y < 3 || y > 5; });
-    }
     // Triangles on the unit sphere between `rings` circles of latitude of `slices` nodes and the poles.
     void add_sphere(int rings, int slices)
     {
@@ -109,22 +104,6 @@ TEST_F(Coarsening, MakesABoxOfSixFaces)
     EXPECT_DOUBLE_EQ(volume(), 24.0);
 }
 
-TEST_F(Coarsening, KeepsTheHoleOfABlock)
-{
-    for_all_settings([this] { add_block_with_hole(); },
-                     [this](double resolution, double angle, bool) {
-                         if (resolution <= 10.0 && angle < 45.0)
-                         {
-                             EXPECT_NEAR(volume(), 216.0, 1e-9);
-                         }
-                     });
-    anew();
-    add_block_with_hole();
-    ASSERT_TRUE(trim("0"));
-    EXPECT_LE(face_nodes().size(), 24u);
-    EXPECT_LE(db->face_count, 30); // two square rings; each of the eight walls is one face
-}
-
 TEST_F(Coarsening, KeepsTheSkinsOfAPlateApartAndItsInterfaceNodes)
 {
     const auto build = [this] {
@@ -196,53 +175,6 @@ TEST_F(Coarsening, KeepsABoxWithSpokesAndProtectedNodesExact)
             EXPECT_NEAR(volume(), 800.0, 1e-9) << text << tied;
             EXPECT_EQ(face_nodes().count(db->interface_nodes[0]), 1u);
         }
-}
-
-// Nodes of a side move to the nearest of the nodes that must stay in their cell, or to its corner where that is nearer.
-TEST_F(Coarsening, FindsTheNearestOfManyKeptNodes)
-{
-    constexpr int kSide = 40, kRow = kSide + 1;
-    std::vector<zel::Vector> points;
-    std::vector<char> keep;
-    std::vector<int32_t> words;
-    for (int i = 0; i < kRow * kRow; ++i)
-    {
-        const int y = i % kRow, z = i / kRow;
-        const bool is_rim = y % kSide == 0 || z % kSide == 0;
-        points.push_back({0, y + (is_rim ? 0 : 0.3 * std::sin(i * 0.7)), z + (is_rim ? 0 : 0.3 * std::cos(i * 1.3))});
-        keep.push_back(!is_rim && std::sin(i * 2.1) > 0.2);
-        if (y < kSide && z < kSide)
-            words.insert(words.end(), {4, i, i + 1, i + kRow + 1, i + kRow});
-    }
-    const zel::Surface surface(kRow * kRow, points.data(), keep.data());
-    std::vector<int32_t> target(points.size());
-    const std::vector<char> twins(words.size());
-    ASSERT_TRUE(zel::cluster_nodes(surface, {words.data(), int32_t(words.size()), kSide * kSide, kRow * kRow},
-                                   twins.data(), 30, target.data()));
-    const auto cell = [&](size_t node) { return int(points[node].y / 12) + 4 * int(points[node].z / 12); };
-    const auto distance = [&](size_t from, size_t to) { return norm(points[to] - points[from]); };
-    int moved = 0;
-    for (size_t node = 0; node < points.size(); ++node)
-    {
-        if (node % kRow % kSide == 0 || node / kRow % kSide == 0)
-            continue;
-        size_t nearest = keep[node] ? node : points.size();
-        for (size_t other = 0; other < points.size(); ++other)
-            if (keep[other] && cell(other) == cell(node) &&
-                (nearest == points.size() || distance(node, other) < distance(node, nearest)))
-                nearest = other;
-        const size_t to = size_t(target[node]);
-        if (keep[to])
-        {
-            EXPECT_EQ(to, nearest) << node;
-        }
-        else if (nearest < points.size())
-        {
-            EXPECT_LT(distance(node, to), distance(node, nearest)) << node;
-        }
-        moved += to != node;
-    }
-    EXPECT_GT(moved, 500);
 }
 
 // Two bores, pockets and fillets, with mid-side nodes on every edge.
@@ -390,7 +322,6 @@ TEST_F(Coarsening, RefusesBadRequests)
     const std::string resolution = "Coarsening resolution outside the 0-50 percent",
                       angle = "Face angles outside the 0-45 degree";
     const std::pair<const char*, std::string> kCases[] = {{"", problem},
-                                                          {" , ", problem},
                                                           {"preserve_str 1 2", problem},
                                                           {"abc", problem},
                                                           {"1.2.3", problem},
@@ -398,7 +329,6 @@ TEST_F(Coarsening, RefusesBadRequests)
                                                           {"-1", outside(resolution, "-1.000000")},
                                                           {"nan", outside(resolution, "nan")},
                                                           {"1e999", outside(resolution, "inf")},
-                                                          {"51 46", outside(resolution, "51.000000")},
                                                           {"50, 45.1", outside(angle, "45.100000")},
                                                           {"50 -0.1 preserve_str", outside(angle, "-0.100000")}};
     for (const auto& bad : kCases)
@@ -424,7 +354,7 @@ TEST_F(Coarsening, RefusesBadRequests)
 
 TEST_F(Coarsening, LeavesTheFacesAloneWhenMemoryIsShort)
 {
-    add_block_with_hole();
+    add_block(9, 9, 3, [](int x, int y, int) { return x < 3 || x > 5 || y < 3 || y > 5; });
     ASSERT_TRUE(ZEL_SetInterfaceNode(db, 5));
     std::free(ZEL_GeometryNodes(db, nullptr));
     const Face before = words();

@@ -17,9 +17,7 @@ protected:
     {
         int count = -1;
         int* nodes = ZEL_GeometryNodes(db, &count);
-        const Face copy(nodes, nodes + count);
-        std::free(nodes);
-        return copy;
+        return taken(nodes, count);
     }
 };
 } // namespace
@@ -97,8 +95,6 @@ TEST_F(FaceTools, GeometryNodesFollowFacesAndInterfaceNodes)
     ASSERT_TRUE(ZEL_SetFace(db, 3, id_of(5), id_of(1), id_of(2)) && ZEL_SetFace(db, 4, 5, 15, 25, 35));
     ZEL_StripCommonFaces(db);
     EXPECT_EQ(geometry_nodes(), (Face{0, 1, 2, 3, 5}));
-    EXPECT_EQ(errors_of([] { EXPECT_EQ(ZEL_GeometryNodes(nullptr, nullptr), nullptr); }),
-              "ERROR:  The database has not been initialized.\n");
 }
 
 TEST_F(FaceTools, SketchReplacesTheFaces)
@@ -170,5 +166,4 @@ TEST_F(FaceTools, KeepTheFacesWhenMemoryIsShort)
             });
         EXPECT_GT(failures, 0);
     }
-    EXPECT_EQ(errors_of([] { ZEL_StripCommonFaces(nullptr); }), "ERROR:  The database has not been initialized.\n");
 }

@@ -35,13 +35,6 @@ static std::vector<int> ranked(const ZELDATA* db, const double p[3], bool subset
     return nodes;
 }
 
-static std::vector<int> taken(int* nodes, int count)
-{
-    const std::vector<int> copy(nodes, nodes + count);
-    std::free(nodes);
-    return copy;
-}
-
 static std::vector<int> within_radius(ZELDATA* db, const double p[3], double radius, std::vector<double>& distances)
 {
     int count = 0;
@@ -188,7 +181,6 @@ TEST_F(NearestNodes, RefuseWhatCannotBeAnswered)
     std::free(ZEL_ClosestNodesInNeighborhood(db, origin, 5.0, &count, nullptr));
     EXPECT_EQ(count, 1);
     EXPECT_EQ(ZEL_ClosestNodesInNeighborhood(db, origin, std::nan(""), &count, nullptr), nullptr);
-    EXPECT_NE(errors_of([&] { EXPECT_EQ(ZEL_ClosestNode(nullptr, origin, 0), -1); }), "");
 }
 
 // Without memory for a tree the answer is found without one; without memory for the answer there is a message.

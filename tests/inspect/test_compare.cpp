@@ -459,12 +459,8 @@ TEST_F(Comparing, SeesWhatIsNoNumber)
         }
         ZELDATA *number = open(sample_file({60, true, false})), *none = open(file);
         for (const Report& report : {compare(number, none, 0, HUGE_VAL), compare(none, number, 0, HUGE_VAL)})
-        {
-            const auto failed = [&](const char* line) { return report.text.find(line) != std::string::npos; };
-            EXPECT_TRUE(failed("->Fail EigenVector translational") && failed("->Fail EigenVector rotational") &&
-                        failed("->Fail Stress Mode"))
-                << report.text;
-        }
+            for (const char* line : {"EigenVector translational", "EigenVector rotational", "Stress Mode"})
+                EXPECT_NE(report.text.find("->Fail "s + line), std::string::npos) << line << report.text;
         EXPECT_EQ(compare(none, none, 0, 0.0).text, "");
         ZEL_UnLink(number);
         ZEL_UnLink(none);
@@ -536,9 +532,6 @@ TEST_F(Comparing, NeedsTwoDatabasesAndSurvivesAShortageOfMemory)
                                     failures += result < 0;
                                 });
     EXPECT_GT(failures, 5);
-    const auto hand_out = [&] { result = ZEL_CompareBodies(base, made, 0.0, nullptr, 0); };
-    for_each_failing_allocation([] {}, hand_out,
-                                [&](bool failed, const std::string&) { EXPECT_EQ(result < 0, failed); });
 }
 
 // All invariants are one check, matrices are two.

@@ -1,23 +1,14 @@
 // The shared library offers exactly what the header declares.
 #include "fixtures.h"
 
-#include <array>
 #include <regex>
-#include <sstream>
 
 static std::set<std::string> exported_names()
 {
-    const std::string command = std::string("nm -D --defined-only ") + ZEL_LIBRARY;
-    FILE* pipe = popen(command.c_str(), "r");
+    FILE* pipe = popen("nm -D --defined-only --format=just-symbols " ZEL_LIBRARY, "r");
     std::set<std::string> names;
-    std::array<char, 512> line;
-    while (std::fgets(line.data(), int(line.size()), pipe))
-    {
-        std::istringstream words(line.data());
-        std::string address, type, name;
-        words >> address >> type >> name;
+    for (char name[512]; std::fscanf(pipe, "%511s", name) == 1;)
         names.insert(name);
-    }
     pclose(pipe);
     return names;
 }

@@ -208,10 +208,7 @@ TEST_F(Fortran, NeedsACurrentDatabase)
     refused([&] { ZEL_SET_NODAL_MASS(&one, &value, &ierr); });
     refused([&] { ZEL_SET_HEADER("a", 1, "b", 1, "c", 1, "d", 1, "e", 1, "f", 1, &ierr); });
     refused([&] { ZEL_SET_MODE_SHAPE_ENTRY(&one, &one, &one, &value, &ierr); });
-    refused([&] { ZEL_SET_NODAL_INERTIA_MAT(&one, vector, &ierr); });
-    refused([&] { ZEL_SET_FACE(&one, &one, &ierr); });
     refused([&] { ZEL_SET_INVAR9(vector, &ierr); });
-    refused([&] { ZEL_GET_TRANSFORM_TO_SELMOD(nullptr, &one, &one, &ierr); });
     int count = 7;
     refused([&] { ZEL_GET_MODE_COUNT(&count, &ierr); });
     EXPECT_EQ(count, 7);

@@ -22,18 +22,6 @@ int decompose(Rows& matrix, int* perm)
 }
 } // namespace
 
-TEST(LinearEquations, SwapRowsForThePivot)
-{
-    Rows a(2, 2);
-    a << 0, 1, 1, 0;
-    Pointers rows(a);
-    const std::vector<double*> before = rows;
-    int perm[2];
-    EXPECT_EQ(ZEL_LUPDecomposition(rows.data(), 2, perm), 1);
-    EXPECT_TRUE(perm[0] == 1 && perm[1] == 0 && a == Rows::Identity(2, 2));
-    EXPECT_EQ(rows, before) << "contents move, the caller's pointers do not";
-}
-
 TEST(LinearEquations, AreSolvedAndInverted)
 {
     for (int n : {1, 2, 5, 40})

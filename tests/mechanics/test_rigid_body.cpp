@@ -65,9 +65,7 @@ std::vector<double> load_of(ZELDATA* db, int load_case)
 {
     int count = 0;
     double* values = ZEL_GetModalLoad(db, load_case, &count);
-    std::vector<double> load(values, values + count);
-    std::free(values);
-    return load;
+    return taken(values, count);
 }
 
 constexpr const char* kNoNodalMasses = "VXR_MFORCE_NO_FEA_MASS";

@@ -248,8 +248,6 @@ TEST(Streams, PositionsReachBeyondFourGibibytes)
     ASSERT_EQ(FileSeek_Win32(file, far, 0), 0);
     ASSERT_EQ(std::fputc('z', file), 'z');
     EXPECT_EQ(FileTell_Win32(file), far + 1);
-    EXPECT_EQ(FileSeek_Win32(file, -1, 1), 0);
-    EXPECT_EQ(std::fgetc(file), 'z');
     EXPECT_EQ(FileSeek_Win32(file, -far, 2), 0);
     EXPECT_EQ(FileTell_Win32(file), 1);
     EXPECT_NE(FileSeek_Win32(file, -2, 1), 0);

@@ -454,16 +454,3 @@ TEST_F(Orthogonalisation, ThatFailsKeepsTheModes)
     });
     EXPECT_GT(failures, 25);
 }
-
-TEST_F(Orthogonalisation, ChecksEigenvalueRecords)
-{
-    ZELDATA* diagonal = diagonal_body({4.0, 9.0}, {1.0, 0.0});
-    EXPECT_EQ(errors_of([&] { EXPECT_EQ(zel::check_eigenvalues(diagonal), 0); }),
-              "ERROR:  Mode 2 is not physically meaningful.\n"
-              "ERROR:  It is associated with a zero generalized mass\nERROR:  \n");
-    EXPECT_EQ(diagonal->eigenvalue_count, 2);
-    ZELDATA* coupled = diagonal_body({4.0, 9.0}, {1.0, 1.0});
-    ZEL_SetGeneralizedStiffness(coupled, 1, 2, 0.0);
-    EXPECT_EQ(errors_of([&] { EXPECT_EQ(zel::check_eigenvalues(coupled), 0); }),
-              "ERROR:  Attempting to look at eigenvalues of non-orthogonal data\n");
-}

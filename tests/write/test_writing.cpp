@@ -121,26 +121,12 @@ SampleFile written_sample(FileFormat format)
 
 } // namespace
 
-TEST_F(Writing, LaysOutEveryBlockInEveryFormat)
-{
-    for (const FormatOptions& row : kFormats)
-    {
-        SCOPED_TRACE(row.format.name());
-        const SampleFile expected = written_sample(row.format);
-        const std::string bytes = written(sample_body(false), row.options);
-        for (const auto& [number, content] : expected.blocks)
-            EXPECT_EQ(bytes.substr(size_t(expected.offset(number)), content.size()), content) << "block " << number;
-        EXPECT_EQ(bytes, expected.bytes());
-    }
-}
-
 // The options of a call are its own, whatever the environment says, and so are its messages. Threads with a body each do not
 // disturb one another, in short runs and in those that two threads share.
-TEST_F(Writing, TakesOptionsFromTheCallInEveryThread)
+TEST_F(Writing, LaysOutEveryBlockInEveryFormatInEveryThread)
 {
     const Environment variable("VXR_ZELWRITE_OPTIONS", "no_xdr full_str 81_comp");
-    const std::string source = folder.path("source.zel");
-    write_bytes(source, written_sample({60, true, false}).bytes());
+    const std::string source = sample_body(false)->zel_file.name;
     const auto write_in_thread = [&](const FormatOptions& row, int thread) {
         std::string messages;
         ZEL_SetMessageHandler(
@@ -149,12 +135,17 @@ TEST_F(Writing, TakesOptionsFromTheCallInEveryThread)
             },
             &messages);
         const std::string path = folder.path("thread" + std::to_string(thread));
+        const SampleFile expected = written_sample(row.format);
         for (int round = 0; round < 10; ++round)
         {
             ZELDATA* db = ZEL_Create(0, 0);
             EXPECT_EQ(ZEL_ReadZEL(db, std::fopen(source.c_str(), "rb"), source.c_str()), 1);
             EXPECT_EQ(ZEL_WriteWithOptions(db, path.c_str(), row.options), 1);
-            EXPECT_EQ(bytes_of(path), written_sample(row.format).bytes()) << row.format.name();
+            const std::string bytes = bytes_of(path);
+            for (const auto& [number, content] : expected.blocks)
+                EXPECT_TRUE(bytes.substr(size_t(expected.offset(number)), content.size()) == content)
+                    << row.format.name() << ", block " << number;
+            EXPECT_TRUE(bytes == expected.bytes()) << row.format.name();
             ZEL_UnLink(db);
         }
         EXPECT_NE(messages.find("0                  Nodal Coords Yes\n"), std::string::npos) << messages;
