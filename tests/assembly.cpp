@@ -190,16 +190,6 @@ int set_invariant(ZELDATA* db, int number, const double* values)
     return kSetters[number - 2](db, values);
 }
 
-void expect_same(ZELDATA* base, ZELDATA* made, double tolerance)
-{
-    std::vector<ZELCOMPARISON> rows(300);
-    const int count = ZEL_CompareBodies(base, made, tolerance, rows.data(), int(rows.size()));
-    EXPECT_GT(count, 0);
-    for (int i = 0; i < count; ++i)
-        EXPECT_NE(rows[size_t(i)].verdict, ZEL_COMPARISON_FAIL)
-            << rows[size_t(i)].check << " in block " << rows[size_t(i)].block;
-}
-
 double largest(const std::vector<double>& values)
 {
     double magnitude = 0.0;

@@ -46,9 +46,6 @@ void expect_invariants(ZELDATA* db, const Assembly& body, double tolerance,
 // Sets an invariant (not 1 and 6).
 int set_invariant(ZELDATA* db, int number, const double* values);
 
-// No comparison of the two fails.
-void expect_same(ZELDATA* base, ZELDATA* made, double tolerance);
-
 double largest(const std::vector<double>& values);
 
 // Each value within `tolerance` of the other, relative to the largest one.

@@ -68,6 +68,20 @@ static Mesh mapped_element(size_t which)
     return mesh;
 }
 
+TEST(Elements, TurnAtEveryNodeWithARigidRotation)
+{
+    const Vector3d turn(0.3, -0.2, 0.5);
+    for (size_t which = 0; which < std::size(kNames); ++which)
+    {
+        const Mesh mesh = mapped_element(which);
+        const Index nodes = Index(mesh.nodes.size());
+        VectorXd motion(3 * nodes);
+        for (Index i = 0; i < nodes; ++i)
+            motion.segment<3>(3 * i) = turn.cross(mesh.nodes[size_t(i)].at);
+        EXPECT_LT((node_rotations(mesh, motion) - turn.replicate(nodes, 1)).norm(), 1e-12) << kNames[which];
+    }
+}
+
 TEST(Elements, HaveTheMassOfTheirVolumeAndAClosedSkin)
 {
     const double volume[] = {4, 4, 24, 24, 192, 192}; // 1/6, 1 and 8 local units

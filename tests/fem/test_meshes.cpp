@@ -77,11 +77,7 @@ TEST(MeshDialects, GiveOneMesh)
 
 static std::vector<int> set_of(const MeshFile& file, const std::string& name)
 {
-    std::vector<int> ids;
-    if (file.node_sets.count(name))
-        for (int node : file.node_sets.at(name))
-            ids.push_back(file.mesh.nodes[size_t(node)].id);
-    return ids;
+    return file.node_sets.count(name) ? dialects::set_ids(file, name) : std::vector<int>();
 }
 
 static bool has_note(const MeshFile& file, const std::string& part)
