@@ -39,7 +39,6 @@ static std::optional<Tolerance> tolerance_from(const std::string& text)
     std::istringstream words(text);
     std::string kind, value, word, floor, more;
     words >> kind >> value >> word >> floor >> more;
-    Tolerance tolerance;
     const auto* row =
         std::find_if(std::begin(kKinds), std::end(kKinds), [&](const KindName& one) { return kind == one.name; });
     const auto limit = number_from(value), least = word.empty() ? 0.0 : number_from(floor);
