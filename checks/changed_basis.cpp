@@ -84,8 +84,11 @@ static Parts of_each_mode(const OneBody& body, int number)
     return body.known(std::move(parts));
 }
 
+// Those of a body that has nothing to sum up, and no such block, take no memory.
 static Parts of_pairs(const OneBody& body, int number)
 {
+    if (!body.covered && !ZEL_Exists(body.db, (number == 5 ? ZEL_BLOCK_INVAR5 : ZEL_BLOCK_INVAR9) - 1))
+        return {};
     Parts parts(number == 5 ? 3 : 9, MatrixXd(body.modes, body.modes));
     for (Index i = 0; i < body.modes; ++i)
         if (number == 5)

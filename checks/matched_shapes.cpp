@@ -252,7 +252,9 @@ ShapeCoordinates coordinates_of_shapes(ModeReader& base, ModeReader* fresh, cons
         const Index components = arm > 0.0 ? 6 : 3;
         phases.begin("read the modes");
         Columns base_columns(base, 0), fresh_columns(fresh ? *fresh : base, fresh ? base.modes() : 0);
-        TallTriangle tall(all + 6, components * Index(std::min(nodes.base.size(), nodes_in_block(all))));
+        const size_t count_of_nodes = nodes.base.size();
+        TallTriangle tall(all + 6, components * Index(std::min(count_of_nodes, nodes_in_block(all))),
+                          components * Index(count_of_nodes));
         for_node_blocks(nodes, all, phases, [&](size_t first, size_t count) {
             Eigen::Ref<MatrixXd> block = tall.block(components * Index(count));
             base_columns.lay(nodes, first, count, arm, block);

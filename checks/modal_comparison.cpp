@@ -358,6 +358,9 @@ static ModalComparison told_nodes(ZELDATA* base, ZELDATA* fresh, const NodePairs
 ModalComparison compare_modes(ZELDATA* base_db, ZELDATA* fresh_db, const ModalOptions& options,
                               const Progress& progress)
 {
+    constexpr int kMostModes = 3000; // of which singular values take minutes
+    if (std::max(ZEL_ModeCount(base_db), ZEL_ModeCount(fresh_db)) > kMostModes)
+        throw std::runtime_error(format("modes of bodies with more than %d of them are not compared", kMostModes));
     Phases phases(progress);
     const UnitsOfBase units(base_db, fresh_db);
     phases.begin("match the nodes");

@@ -85,7 +85,8 @@ struct ModalComparison
 /**
  * Compares the modes of two bodies. Those of a body with coupled generalized matrices are its free vibrations, numbered from 1.
  * Memory does not grow with nodes x modes: shapes are read twice, a block of nodes at a time. The new body is in units of the
- * base for the length of the call.
+ * base for the length of the call. Throws std::runtime_error above 3000 modes, for shapes that cannot be read, and for units that
+ * cannot be changed.
  */
 ModalComparison compare_modes(ZELDATA* base, ZELDATA* fresh, const ModalOptions& options = {},
                               const Progress& progress = {});

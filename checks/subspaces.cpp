@@ -68,8 +68,9 @@ MatrixXd nearest_combination(const MatrixXd& vectors, const MatrixXd& targets)
     return scales.asDiagonal() * solver.solve(targets);
 }
 
-TallTriangle::TallTriangle(Index columns, Index most_rows)
-    : work_(columns + most_rows, columns), factors_(size_t(columns)), scratch_(size_t(64 * columns + 1))
+TallTriangle::TallTriangle(Index columns, Index block_rows, Index all_rows)
+    : work_(std::min(columns + block_rows, all_rows), columns), factors_(size_t(columns)),
+      scratch_(size_t(64 * columns + 1))
 {}
 
 void TallTriangle::take(Index rows)

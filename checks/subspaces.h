@@ -25,8 +25,9 @@ Eigen::MatrixXd nearest_combination(const Eigen::MatrixXd& vectors, const Eigen:
 class TallTriangle
 {
 public:
-    TallTriangle(Eigen::Index columns, Eigen::Index most_rows);
-    // Where the next block goes: at most most_rows rows.
+    // all_rows: of all blocks, so that few rows of many columns take little room
+    TallTriangle(Eigen::Index columns, Eigen::Index block_rows, Eigen::Index all_rows);
+    // Where the next block goes: at most block_rows rows.
     Eigen::Ref<Eigen::MatrixXd> block(Eigen::Index rows) { return work_.block(filled_, 0, rows, work_.cols()); }
     // Takes the block that lies there.
     void take(Eigen::Index rows);

@@ -171,8 +171,8 @@ def _group(row: tuple[Any, ...]) -> ModeGroup:
     base, fresh, rigid, base_hertz, fresh_hertz, difference, angles, mac, unweighed, worst, okay = row
     node = None
     if worst is not None:
-        *places, base_vector, fresh_vector, share = worst
-        node = WorstNode(*places, np.array(base_vector), np.array(fresh_vector), share)
+        mode, base_node, fresh_node, rotation, base_vector, fresh_vector, share = worst
+        node = WorstNode(mode, base_node, fresh_node, rotation, np.array(base_vector), np.array(fresh_vector), share)
     return ModeGroup(
         tuple(base), tuple(fresh), rigid, base_hertz, fresh_hertz, difference, np.array(angles), mac, unweighed, node, okay
     )
