@@ -81,6 +81,48 @@ std::vector<Mode> modes_of(ZELDATA* db);
  */
 std::vector<std::array<double, 6>> effective_masses_of(ZELDATA* db);
 
+/** How an interface node moves in a mode, whatever the scale of the mode. */
+struct InterfaceMotion
+{
+    /** In parts of the root mean square of the body over its mass: |phi| sqrt(mass of the body / generalized mass). */
+    double translation;
+    /** Likewise |psi| sqrt(half the trace of the inertia / generalized mass), near 1 where the body turns as a whole. */
+    double rotation;
+    /**
+     * Share of the mode in the flexibility phi phi' / k of the node's translations, by its trace (D. J. Ewins, Modal Testing: modal
+     * constant of the driving point over the eigenvalue). Rigid-body modes have none. Not a number where no mode bends the node.
+     */
+    double flexibility;
+    double flexibility_sum; ///< of all modes so far; what is missing at a mode is lost where the modes end there
+};
+
+/** A mode, and how it takes part in what the body does. */
+struct ModeFacts
+{
+    Mode mode; ///< its number, frequency, generalized mass and stiffness
+    /** Of the critical damping; none for rigid-body modes and bodies without damping. */
+    std::optional<double> damping_ratio;
+    std::array<double, 6> participation;     ///< factors phi' M r / generalized mass, as in effective_masses_of()
+    std::array<double, 6> effective_mass;    ///< as effective_masses_of() has them
+    std::array<double, 6> effective_sum;     ///< of all modes so far
+    std::array<double, 3> kinetic_energy;    ///< shares of translations along x, y, z in that of all translations
+    std::vector<InterfaceMotion> interfaces; ///< one for each interface node
+};
+
+/** What helps to judge whether there are enough modes. */
+struct ModeTable
+{
+    std::vector<int> interface_ids; ///< node ids
+    std::vector<ModeFacts> modes;   ///< in the order of the body
+    bool damping_couples;           ///< damping has entries between flexible modes, of which ratios say nothing
+};
+
+/**
+ * The table of a body. What the body does not tell is not a number: effective masses, energies and motions of interfaces want mass
+ * and mode shapes or invariants. Throws std::runtime_error for coupled modes, which have no such properties each.
+ */
+ModeTable mode_table_of(ZELDATA* db);
+
 // ---- Nodes ------------------------------------------------------------------------------------------------------------
 
 /** Three coordinates a node, in the order of the body. */

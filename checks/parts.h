@@ -55,6 +55,16 @@ constexpr MatrixQuery kStiffnessMatrix = {"generalized stiffness", ZEL_NumberOfG
 using SparseMatrix = std::map<std::pair<int, int>, double>;
 std::optional<SparseMatrix> matrix_of(ZELDATA* db, const MatrixQuery& query);
 
+// phi' M r / generalized mass for the six rigid motions r about the centre of mass, and what effective_masses_of() gives of it.
+struct Participation
+{
+    std::array<double, 6> factors, share;
+};
+// Whether sums over the nodes are those of the body: every mass and inertia has mode shapes.
+bool nodes_tell_all(ZELDATA* db);
+
+std::vector<Participation> participations_of(ZELDATA* db, const std::vector<Mode>& modes);
+
 // Differences below this are rounding: of the file's reals, and of sums over many nodes.
 double rounding(const ZELDATA* db);
 

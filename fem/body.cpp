@@ -321,15 +321,19 @@ ZELDATA* fill_database(const ReducedBody& reduced)
     return db.release();
 }
 
-void write_body(const ReducedBody& body, const std::string& output, const std::string& options, Progress& progress)
+std::optional<DampedModes> write_body(const ReducedBody& body, const std::string& output, const std::string& options,
+                                      Progress& progress, const std::optional<Damping>& damping)
 {
     progress.begin("write the file");
     const Database db(fill_database(body));
     const UnfinishedOutput unfinished(output);
     const ExpectedMessagesAside aside(*body.body);
     const ProgressOfTheLibrary of_the_library(progress);
+    std::optional<DampedModes> damped;
+    if (damping)
+        damped = set_damping(db.get(), *damping, options);
     if (ZEL_WriteWithOptions(db.get(), output.c_str(), options.c_str()))
-        return;
+        return damped;
     of_the_library.rethrow();
     throw std::runtime_error(output + " cannot be written");
 }

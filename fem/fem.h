@@ -26,6 +26,8 @@
 #include <vector>
 
 #include "checks/report.h"
+#include "fem/damping.h"
+#include "fem/frequency_range.h"
 #include "fem/input_error.h"
 #include "fem/interrupt.h"
 #include "fem/progress.h"
@@ -121,6 +123,7 @@ struct ReductionOptions
     std::vector<InterfaceChoice> interfaces; ///< none: the ties of the model, or free modes when it has none
     bool free = false;                       ///< free-free modes, whatever ties the model has
     int modes = 20; ///< fixed-interface modes, or flexible modes of a free body; not of computed modes
+    std::optional<FrequencyRange> range;   ///< all such modes in it, in place of so many; never of computed modes
     MassMethod mass = MassMethod::matched; ///< of the nodes
     /**
      * The inertia invariants are those of masses at the nodes, which the library sums when it writes. Without it they come from the
@@ -132,8 +135,16 @@ struct ReductionOptions
      * supports were eliminated from the matrices, a model that is held is refused.
      */
     bool release_supports = false;
+    bool verify =
+        false; ///< free-free modes of the full model as well, to tell up to where those of the body agree; of matrices
     std::string output; ///< where the body will be written, refused at once when that cannot be; empty: nowhere
 };
+
+/**
+ * What modes are asked for: a count up to 100000, or a range such as "0-2000Hz", up to twice the highest frequency of interest by rule of
+ * thumb. Throws std::runtime_error for anything else.
+ */
+void choose_modes(const std::string& text, ReductionOptions& options);
 
 struct Body;
 
@@ -170,9 +181,11 @@ ZELDATA* fill_database(const ReducedBody& body);
  * is replaced only by a complete one; without success there is none, or the older one.
  * Progress is that of the library. What the library has to say goes where zel.h says. A message handler of the thread is spared
  * what every reduction brings about: warnings of reference nodes without mass and of rigid modes without stress.
- * Throws std::runtime_error when the library fails, which has told why by then.
+ * damping: as set_damping() takes it; what it has come to is returned.
+ * Throws std::runtime_error when the library fails, which has told why by then, and for damping that set_damping() refuses.
  */
-void write_body(const ReducedBody& body, const std::string& output, const std::string& options, Progress& progress);
+std::optional<DampedModes> write_body(const ReducedBody& body, const std::string& output, const std::string& options,
+                                      Progress& progress, const std::optional<Damping>& damping = {});
 
 } // namespace zel_fem
 

@@ -189,6 +189,12 @@ double hertz(double eigenvalue, const Units& units)
     return std::sqrt(std::max(eigenvalue, 0.0)) / seconds / (2 * std::numbers::pi);
 }
 
+double eigenvalue(double frequency_hz, const Units& units)
+{
+    const double radians = 2 * std::numbers::pi * frequency_hz * ZEL_UnitsDivider(units.time.c_str(), ZEL_TimeUnits);
+    return radians * radians;
+}
+
 std::string frequencies(const VectorXd& eigenvalues, Index first, const Units& units)
 {
     std::string text;
@@ -208,6 +214,52 @@ void report_modes(Report& report, const Body& body, double before)
     if (!resolved)
         report.note("the stiffness has too few digits for this body: import its modes (*NODE FILE) instead");
     report.figure("free frequencies", frequencies(values, 6, body.units));
+}
+
+void report_completeness(Report& report, const std::vector<Interface>& interfaces, const std::vector<double>& shares)
+{
+    for (size_t j = 0; j < shares.size(); ++j)
+    {
+        const Vector3d& at = interfaces[j].at;
+        report.figure("static completeness",
+                      format("at %.6g %.6g %.6g: %.2f %% of the flexibility, the residual is %.2g %%", at[0], at[1],
+                             at[2], 100 * shares[j], 100 * (1 - shares[j])),
+                      {{"share", shares[j]}});
+    }
+}
+
+void report_fixed_modes(Report& report, const Body& body, const Reduction& reduction, const MassMoments& moments)
+{
+    report.figure("static completeness", "exact at the interfaces, by constraint modes: no residual flexibility",
+                  {{"share", 1.0}});
+    const auto shares = fixed_effective_masses(body.interfaces, body.reference_motion, body.mass, reduction, moments);
+    if (reduction.mode_count == 0 || !shares)
+        return;
+    constexpr const char* kNames[] = {"mass_x", "mass_y", "mass_z", "inertia_x", "inertia_y", "inertia_z"};
+    std::vector<zel_checks::Number> numbers;
+    std::string text;
+    for (size_t c = 0; c < 6; ++c)
+    {
+        text += format("%s%.1f", c == 0 ? "" : c == 3 ? " % of the mass along x y z, " : " ", 100 * (*shares)[c]);
+        numbers.push_back({kNames[c], (*shares)[c]});
+    }
+    report.figure("fixed-interface modes have", text + " % of the inertia", std::move(numbers));
+}
+
+void report_verification(Report& report, const Verification& found, const Units& units)
+{
+    const size_t all = found.full.size(), agreeing = size_t(found.agreeing);
+    if (all == 0)
+        return report.figure("verified", "no: the body has no flexible modes to compare");
+    const double up_to = agreeing > 0 ? hertz(found.full[agreeing - 1], units) : 0.0;
+    std::string text = format("%zu of %zu free modes agree with the full model's within 1 %%", agreeing, all);
+    if (agreeing > 0)
+        text += format(", up to %.6g Hz", up_to);
+    if (agreeing < all)
+        text += format("; the next, %.6g Hz, is off by %.1f %%", hertz(found.full[agreeing], units),
+                       100.0 * (std::sqrt(found.reduced[agreeing] / found.full[agreeing]) - 1.0));
+    report.figure("verified", text,
+                  {{"agreeing", double(agreeing)}, {"compared", double(all)}, {"up_to_frequency_hz", up_to}});
 }
 
 } // namespace zel_fem

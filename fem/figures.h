@@ -5,7 +5,9 @@
 #include <optional>
 
 #include "fem/body.h"
+#include "fem/completeness.h"
 #include "fem/invariants.h"
+#include "fem/verification.h"
 
 namespace zel_fem
 {
@@ -55,10 +57,22 @@ void report_mode_masses(Report& report, const ModalBasis& basis, bool mass_is_in
 // they were made exact, which tell how much the stiffness has lost to the printed digits.
 void report_modes(Report& report, const Body& body, double before);
 
+// Which part of the flexibility at each interface the modes of a free body have.
+void report_completeness(Report& report, const std::vector<Interface>& interfaces, const std::vector<double>& shares);
+
+// That constraint modes make statics exact, and what share of mass and inertia the fixed-interface modes carry.
+void report_fixed_modes(Report& report, const Body& body, const Reduction& reduction, const MassMoments& moments);
+
+// Up to which frequency the body vibrates as the full model does.
+void report_verification(Report& report, const Verification& found, const Units& units);
+
 // Some of the lowest, from `first` on.
 std::string frequencies(const Eigen::VectorXd& eigenvalues, Eigen::Index first, const Units& units);
 
 double hertz(double eigenvalue, const Units& units);
+
+// The other way round.
+double eigenvalue(double frequency_hz, const Units& units);
 
 } // namespace zel_fem
 

@@ -1,6 +1,8 @@
 // From a source to a body, end to end: mesh, interfaces, matrices or modes, nodal masses, checks. What is cheap to find wrong is
 // looked at first.
 #include <algorithm>
+#include <charconv>
+#include <cmath>
 #include <optional>
 #include <utility>
 
@@ -9,6 +11,7 @@
 #include "fem/invariants.h"
 #include "fem/reduction.h"
 #include "fem/rigid.h"
+#include "fem/text.h"
 
 namespace zel_fem
 {
@@ -132,6 +135,21 @@ static MatrixMass take_mass(const Model& model, const MeshMass& own, const Reduc
     return mass;
 }
 
+// Where joints will load a free body: interfaces that it could have had.
+static std::vector<Interface> left_out_interfaces(const Model& model, ReductionOptions options)
+{
+    options.free = false;
+    const std::vector<Interface> interfaces = choose_interfaces(model, options);
+    return model.layers ? expanded(*model.layers, interfaces) : interfaces;
+}
+
+static ModeChoice mode_choice(const ReductionOptions& options)
+{
+    if (!options.range)
+        return options.modes;
+    return {eigenvalue(options.range->lowest_hz, options.units), eigenvalue(options.range->highest_hz, options.units)};
+}
+
 // `own` is the mass of the body's mesh, as in the other route.
 static void reduce_matrices(const Model& model, const MeshMass& own, const ReductionOptions& options, Body& body,
                             Report& report, Progress& progress)
@@ -140,8 +158,10 @@ static void reduce_matrices(const Model& model, const MeshMass& own, const Reduc
     check_interfaces(model, interfaces);
     check_equations(model);
     const bool free = interfaces.empty();
-    Reduction reduction = free ? reduce_free(model, options.modes, progress)
-                               : reduce_craig_bampton(model, interfaces, options.modes, progress);
+    const ModeChoice choice = mode_choice(options);
+    const std::vector<Interface> loaded = free ? left_out_interfaces(model, options) : std::vector<Interface>();
+    Reduction reduction = free ? reduce_free(model, choice, progress, pulls_at(model, loaded))
+                               : reduce_craig_bampton(model, interfaces, choice, progress);
     progress.begin("shapes and nodal masses");
     take_shapes(model, node_motion(model, reduction), body);
     body.stiffness = std::move(reduction.stiffness);
@@ -154,8 +174,9 @@ static void reduce_matrices(const Model& model, const MeshMass& own, const Reduc
 
     report.title(title_of(model, free ? "Free-free modes" : "Craig-Bampton reduction", "matrices"));
     report_mesh(report, body, model.notes);
-    report.figure("modes", free ? format("6 rigid, %d flexible", options.modes)
-                                : format("%d constraint, %d fixed-interface", reduction.boundary_count, options.modes));
+    report.figure("modes",
+                  free ? format("6 rigid, %d flexible", reduction.mode_count)
+                       : format("%d constraint, %d fixed-interface", reduction.boundary_count, reduction.mode_count));
     if (model.mesh_has_mass)
     {
         report_mass(report, body.units, mass.elements, mass.matrix, mass.expected, mass.rule);
@@ -167,10 +188,16 @@ static void reduce_matrices(const Model& model, const MeshMass& own, const Reduc
     report_nodal_masses(report, body, mass.target, options.mass);
     report_invariants(report, body, invariants);
     report_modes(report, body, reduction.rigid_before);
+    if (free)
+        report_completeness(report, loaded, reduction.completeness);
+    else
+        report_fixed_modes(report, body, reduction, mass.matrix);
+    if (options.verify)
+        report_verification(report, verify(model, interfaces, body.stiffness, body.mass, progress), body.units);
     if (!free)
         report.figure("fixed-interface frequencies",
-                      frequencies(body.stiffness.diagonal().tail(options.modes), 0, body.units));
-    if (options.modes > 0)
+                      frequencies(body.stiffness.diagonal().tail(reduction.mode_count), 0, body.units));
+    if (choice.below || reduction.mode_count > 0)
         report.figure("modes complete up to", format("%.6g Hz", hertz(reduction.complete_to, body.units)));
 }
 
@@ -192,6 +219,12 @@ static void report_given_modes(const ModalBasis& basis, const Body& body, double
 static void take_modes(Model& model, const MeshMass& own, const ReductionOptions& options, Body& body, Report& report,
                        Progress& progress)
 {
+    if (options.verify)
+        throw std::runtime_error("there are no matrices of the full model to verify the modes of results by");
+    if (options.range)
+        throw std::runtime_error(
+            "the results have modes that are computed: a range of frequencies chooses among those of "
+            "matrices");
     check_interfaces(model, body.interfaces);
     progress.begin("shapes and nodal masses");
     const bool mass_is_in_the_mesh = model.modes->mass_is_in_the_mesh;
@@ -245,11 +278,29 @@ static void note_released(Model& model, const std::vector<size_t>& rows)
         model.notes.push_back("supports are taken out at " + places + " (node.component)");
 }
 
+void choose_modes(const std::string& text, ReductionOptions& options)
+{
+    constexpr int kMost = 100000;
+    int count = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), count);
+    options.range.reset();
+    if (error == std::errc() && end == text.data() + text.size() && count >= 0 && count <= kMost)
+        options.modes = count;
+    else if (!(options.range = parse_frequency_range(text)) || !std::isfinite(options.range->highest_hz))
+        throw std::runtime_error(in_quotes(text) +
+                                 format(" is no number of modes up to %d, nor a range of frequencies such "
+                                        "as 0-2000Hz",
+                                        kMost));
+}
+
 ReducedBody reduce(Source& source, const ReductionOptions& options, Progress& progress)
 {
     check_units(options.units);
     if (options.modes < 0)
         throw std::runtime_error("the number of modes is negative");
+    if (options.range && !(options.range->lowest_hz >= 0.0 && options.range->highest_hz > options.range->lowest_hz &&
+                           std::isfinite(options.range->highest_hz)))
+        throw std::runtime_error("modes are asked for in a range of frequencies without an end or a beginning");
     Model model = source.read_model(progress);
     if (!options.output.empty())
     {

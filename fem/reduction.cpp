@@ -7,6 +7,8 @@
 #include <map>
 #include <utility>
 
+#include "fem/completeness.h"
+
 namespace zel_fem
 {
 
@@ -147,10 +149,10 @@ double repair_rigid_motions(const std::vector<Interface>& interfaces, MatrixXd& 
     return before;
 }
 
-Reduction reduce_craig_bampton(const Model& model, const std::vector<Interface>& interfaces, int mode_count,
+Reduction reduce_craig_bampton(const Model& model, const std::vector<Interface>& interfaces, const ModeChoice& choice,
                                Progress& progress)
 {
-    const Index boundary = 6 * Index(interfaces.size()), modes = boundary + mode_count;
+    const Index boundary = 6 * Index(interfaces.size());
     const Split split = split_rows(model, interfaces);
     if (split.interior_count == 0)
         throw std::runtime_error("all nodes of the body are tied to its interfaces");
@@ -161,23 +163,25 @@ Reduction reduce_craig_bampton(const Model& model, const std::vector<Interface>&
     progress.begin("constraint modes");
     const MatrixXd constraint = factor.solve(-k.coupling); // of the interior, under unit motions of the reference nodes
     progress.begin("fixed-interface modes");
-    const Eigenmodes fixed =
-        lowest_modes({k.interior, m.interior, MatrixXd(split.interior_count, 0), 0.0}, factor, mode_count, progress);
+    const MatrixXd no_rigid(split.interior_count, 0);
+    const Pencil pencil{k.interior, m.interior, no_rigid, 0.0};
+    const Eigenmodes fixed = lowest_modes(pencil, factor, choice, progress);
     progress.begin("generalized matrices");
+    const Index inner = fixed.values.size(), modes = boundary + inner;
     const MatrixXd inertia = times(m.interior, constraint) + m.coupling;
     Reduction reduction;
+    reduction.mode_count = int(inner);
     reduction.boundary_count = int(boundary);
     reduction.factor_bytes = factor.factor_bytes();
     reduction.complete_to = fixed.complete_to;
     reduction.stiffness = MatrixXd::Zero(modes, modes);
     reduction.stiffness.topLeftCorner(boundary, boundary) = symmetric(k.boundary + k.coupling.transpose() * constraint);
-    reduction.stiffness.bottomRightCorner(mode_count, mode_count) = fixed.values.asDiagonal();
+    reduction.stiffness.bottomRightCorner(inner, inner) = fixed.values.asDiagonal();
     reduction.mass = MatrixXd::Identity(modes, modes);
     reduction.mass.topLeftCorner(boundary, boundary) =
         symmetric(m.boundary + constraint.transpose() * inertia + m.coupling.transpose() * constraint);
-    reduction.mass.topRightCorner(boundary, mode_count) = inertia.transpose() * fixed.shapes;
-    reduction.mass.bottomLeftCorner(mode_count, boundary) =
-        reduction.mass.topRightCorner(boundary, mode_count).transpose();
+    reduction.mass.topRightCorner(boundary, inner) = inertia.transpose() * fixed.shapes;
+    reduction.mass.bottomLeftCorner(inner, boundary) = reduction.mass.topRightCorner(boundary, inner).transpose();
     reduction.rigid_before = repair_rigid_motions(interfaces, reduction.stiffness, reduction.mass);
 
     reduction.motion = MatrixXd::Zero(Index(split.position.size()), modes);
@@ -238,7 +242,7 @@ static double rigid_eigenvalue(const Pencil& pencil, const Cholesky& shifted)
                          symmetric(x.transpose() * times(pencil.mass, x)));
 }
 
-Reduction reduce_free(const Model& model, int mode_count, Progress& progress)
+Reduction reduce_free(const Model& model, const ModeChoice& choice, Progress& progress, const MatrixXd& pulls)
 {
     const SparseMatrix &k = model.matrices->stiffness, &m = model.matrices->mass;
     MatrixXd rigid = rigid_motions(model, middle_of(model.moved_mesh()));
@@ -253,16 +257,20 @@ Reduction reduce_free(const Model& model, int mode_count, Progress& progress)
     progress.begin("factor the shifted stiffness matrix");
     const Cholesky factor(SparseMatrix(k - shift * m));
     progress.begin("free-free modes");
-    const Eigenmodes flexible = lowest_modes({k, m, rigid, shift}, factor, mode_count, progress);
+    const Pencil pencil{k, m, rigid, shift};
+    const Eigenmodes flexible = lowest_modes(pencil, factor, choice, progress);
+    const Index count = flexible.values.size();
     Reduction reduction;
+    reduction.mode_count = int(count);
     reduction.factor_bytes = factor.factor_bytes();
     reduction.complete_to = flexible.complete_to;
-    reduction.motion.resize(rigid.rows(), 6 + mode_count);
+    reduction.motion.resize(rigid.rows(), 6 + count);
     reduction.motion << rigid, flexible.shapes;
-    reduction.mass = MatrixXd::Identity(6 + mode_count, 6 + mode_count);
-    reduction.stiffness = MatrixXd::Zero(6 + mode_count, 6 + mode_count);
-    reduction.stiffness.bottomRightCorner(mode_count, mode_count) = flexible.values.asDiagonal();
-    reduction.rigid_before = rigid_eigenvalue({k, m, rigid, shift}, factor);
+    reduction.mass = MatrixXd::Identity(6 + count, 6 + count);
+    reduction.stiffness = MatrixXd::Zero(6 + count, 6 + count);
+    reduction.stiffness.bottomRightCorner(count, count) = flexible.values.asDiagonal();
+    reduction.rigid_before = rigid_eigenvalue(pencil, factor);
+    reduction.completeness = static_completeness(pencil, factor, flexible, pulls);
     return reduction;
 }
 

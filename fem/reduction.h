@@ -14,20 +14,24 @@ namespace zel_fem
 
 struct Reduction
 {
-    Eigen::MatrixXd stiffness, mass; // generalized, symmetric
-    Eigen::MatrixXd motion;          // of the rows of the matrices, one column a mode
-    int boundary_count = 0;          // the first modes: six constraint modes an interface
-    double rigid_before = 0.0;       // largest of the six smallest |eigenvalue| before the repair
-    double complete_to = 0.0;        // the modes have every eigenvalue below: fixed-interface ones, or flexible ones
+    Eigen::MatrixXd stiffness, mass;  // generalized, symmetric
+    Eigen::MatrixXd motion;           // of the rows of the matrices, one column a mode
+    int boundary_count = 0;           // the first modes: six constraint modes an interface
+    int mode_count = 0;               // fixed-interface modes behind them, or flexible ones behind six rigid ones
+    double rigid_before = 0.0;        // largest of the six smallest |eigenvalue| before the repair
+    double complete_to = 0.0;         // the modes have every eigenvalue below: fixed-interface ones, or flexible ones
+    std::vector<double> completeness; // of a free body, by interface: share of the modes in its static flexibility
     double factor_bytes = 0.0;
 };
 
 // Fixed-interface modes and constraint modes (Craig and Bampton, AIAA J. 6, 1968). The interfaces are those of the moved mesh.
-Reduction reduce_craig_bampton(const Model& model, const std::vector<Interface>& interfaces, int mode_count,
+Reduction reduce_craig_bampton(const Model& model, const std::vector<Interface>& interfaces, const ModeChoice& choice,
                                Progress& progress);
 
-// Six rigid-body modes, exact and M-orthonormal, and the flexible modes behind them.
-Reduction reduce_free(const Model& model, int mode_count, Progress& progress);
+// Six rigid-body modes, exact and M-orthonormal, and the flexible modes behind them. `pulls`: forces at the rows, three columns an
+// interface whose completeness is wanted.
+Reduction reduce_free(const Model& model, const ModeChoice& choice, Progress& progress,
+                      const Eigen::MatrixXd& pulls = {});
 
 // Takes out of the boundary stiffness what resists the rigid motions of the reference nodes. Returns the largest of the six
 // smallest |eigenvalue| before.

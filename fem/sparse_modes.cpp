@@ -370,7 +370,7 @@ static Eigenmodes proved_modes(const Inverse& inverse, Index count, Progress& pr
     throw std::runtime_error(kNotProved);
 }
 
-Eigenmodes lowest_modes(const Pencil& pencil, const Cholesky& shifted, int count, Progress& progress)
+static Eigenmodes counted_modes(const Pencil& pencil, const Cholesky& shifted, int count, Progress& progress)
 {
     const Index order = pencil.stiffness.rows();
     if (count < 1)
@@ -389,6 +389,42 @@ Eigenmodes lowest_modes(const Pencil& pencil, const Cholesky& shifted, int count
     modes.values.conservativeResize(count);
     modes.shapes.conservativeResize(Eigen::NoChange, count);
     fix_signs(modes.shapes);
+    return modes;
+}
+
+// The inertia of K - sigma M tells how many modes there are below sigma, which lies at the limit or just above: it gives way to
+// eigenvalues, and keeps off those of rigid motions, which rounding makes other than zero.
+static Eigenmodes modes_below(const Pencil& pencil, const Cholesky& shifted, double limit, Progress& progress)
+{
+    constexpr Index kMost = 100000;
+    constexpr double kRigid = 1e-4; // of the shift, which is as large as the lowest flexible eigenvalue
+    for (double beyond : {0.0, 1e-8, 1e-7, 1e-6})
+    {
+        const double sigma = std::max(limit, -kRigid * pencil.shift) * (1.0 + beyond);
+        const std::optional<Index> negative = count_negative(SparseMatrix(pencil.stiffness - sigma * pencil.mass));
+        const Index below = negative ? *negative - pencil.rigid.cols() : -1;
+        if (below > kMost)
+            throw std::runtime_error(std::to_string(below) + " modes lie in the range of frequencies: ask for fewer");
+        if (below < 0)
+            continue;
+        Eigenmodes modes = counted_modes(pencil, shifted, int(below), progress);
+        if (below > 0 && !(modes.values.tail(1).value() < sigma))
+            continue;
+        modes.complete_to = limit;
+        return modes;
+    }
+    throw std::runtime_error(kNotProved);
+}
+
+Eigenmodes lowest_modes(const Pencil& pencil, const Cholesky& shifted, const ModeChoice& choice, Progress& progress)
+{
+    if (!choice.below)
+        return counted_modes(pencil, shifted, choice.count, progress);
+    Eigenmodes modes = modes_below(pencil, shifted, *choice.below, progress);
+    const Index first = (modes.values.array() < choice.from).count(),
+                kept = (modes.values.array() < *choice.below).count() - first;
+    modes.values = modes.values.segment(first, kept).eval();
+    modes.shapes = modes.shapes.middleCols(first, kept).eval();
     return modes;
 }
 

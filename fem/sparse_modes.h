@@ -3,6 +3,7 @@
 #define FEM_SPARSE_MODES_H
 
 #include <Eigen/Dense>
+#include <optional>
 
 #include "fem/progress.h"
 #include "fem/sparse_factor.h"
@@ -29,9 +30,18 @@ struct Pencil
     double shift;
 };
 
-// The `count` modes that are nearest above the shift; `shifted` is the factor of K - shift M. std::runtime_error unless it
-// is certain that none is missing.
-Eigenmodes lowest_modes(const Pencil& pencil, const Cholesky& shifted, int count, Progress& progress);
+// Which of the modes above the shift: so many, or all with eigenvalues in a range.
+struct ModeChoice
+{
+    ModeChoice(int modes) : count(modes) {}
+    ModeChoice(double lowest, double highest) : count(0), from(lowest), below(highest) {}
+    int count; // the nearest ones
+    double from = 0.0;
+    std::optional<double> below; // none: by count
+};
+
+// The chosen modes; `shifted` is the factor of K - shift M. std::runtime_error unless it is certain that none is missing.
+Eigenmodes lowest_modes(const Pencil& pencil, const Cholesky& shifted, const ModeChoice& choice, Progress& progress);
 
 } // namespace zel_fem
 

@@ -1,7 +1,9 @@
 // Setters and operations. The package has checked and converted what comes in; arrays of a call have the same length.
 #include "arrays.h"
 #include "module.h"
+#include "reports.h"
 
+#include "fem/fem.h"
 #include "tools/zel/write_options.h"
 
 #include <nanobind/stl/array.h>
@@ -235,13 +237,23 @@ static void project_on_principal_axes(Database& database)
 
 // ---- Files -------------------------------------------------------------------------------------------------------------
 
-static void write(Database& database, const nb::bytes& path, const std::string& options, nb::handle progress)
+// `damping` and `rayleigh`: texts as the command takes them, at most one of them not empty.
+static void write(Database& database, const nb::bytes& path, const std::string& options, const std::string& damping,
+                  const std::string& rayleigh, nb::handle progress)
 {
-    const int done = long_call(
+    const auto outcome = long_call(
         database,
-        [name = path.c_str(), &options](ZELDATA* db) { return ZEL_WriteWithOptions(db, name, options.c_str()); },
+        [&, name = path.c_str()](ZELDATA* db) {
+            return outcome_of([&] {
+                if (!damping.empty())
+                    zel_fem::set_damping(db, zel_fem::parse_damping(damping), options);
+                if (!rayleigh.empty())
+                    zel_fem::set_damping(db, zel_fem::parse_rayleigh(rayleigh), options);
+                return ZEL_WriteWithOptions(db, name, options.c_str());
+            });
+        },
         progress);
-    require(done, "the body cannot be written");
+    require(result_of(outcome), "the body cannot be written");
 }
 
 void add_making(nb::module_& module, nb::class_<Database>& database)
@@ -269,7 +281,7 @@ void add_making(nb::module_& module, nb::class_<Database>& database)
         .def("set_global_mass", &set_global_mass, arg("mass"), arg("center"), arg("inertia"))
         .def("set_invariant", &set_invariant, arg("number"), arg("values"))
         .def("project_on_principal_axes", &project_on_principal_axes)
-        .def("write", &write, arg("path"), arg("options"), arg("progress").none());
+        .def("write", &write, arg("path"), arg("options"), arg("damping"), arg("rayleigh"), arg("progress").none());
 }
 
 } // namespace zel_python

@@ -58,25 +58,26 @@ static zel_fem::arrays::Matrix matrix_of(const Matrix& matrix)
 }
 
 static zel_fem::ReductionOptions options_of(const std::array<std::string, 4>& units, const Interfaces& interfaces,
-                                            int modes, int mass_method, bool lumped_invariants, bool release_supports)
+                                            int mass_method, bool lumped_invariants, bool release_supports, bool verify)
 {
     zel_fem::ReductionOptions options;
     options.units = {units[0], units[1], units[2], units[3]};
     for (const auto& [name, ids, at] : interfaces)
         options.interfaces.push_back({{name, ids}, at});
     options.free = interfaces.empty();
-    options.modes = modes;
     options.mass = zel_fem::MassMethod(mass_method);
     options.lumped_invariants = lumped_invariants;
     options.release_supports = release_supports;
+    options.verify = verify;
     return options;
 }
 
 // `dofs`: point and component of each row, or nothing
 static std::pair<Database*, std::vector<ReportRow>>
 reduce(const Matrix& stiffness, const Matrix& mass, Taken<double> points, const Cells& cells, const NodeSets& sets,
-       Taken<int64_t> dofs, const std::array<std::string, 4>& units, const Interfaces& interfaces, int modes,
-       int mass_method, bool lumped_invariants, bool release_supports, const std::string& title, nb::handle progress)
+       Taken<int64_t> dofs, const std::array<std::string, 4>& units, const Interfaces& interfaces,
+       const std::string& modes, int mass_method, bool lumped_invariants, bool release_supports, bool verify,
+       const std::string& title, nb::handle progress)
 {
     zel_fem::arrays::Input input;
     input.title = title;
@@ -90,14 +91,15 @@ reduce(const Matrix& stiffness, const Matrix& mass, Taken<double> points, const 
     input.mass = matrix_of(mass);
     for (size_t i = 0; i + 2 <= dofs.size(); i += 2)
         input.dofs.push_back({dofs.data()[i], dofs.data()[i + 1]});
-    const zel_fem::ReductionOptions options =
-        options_of(units, interfaces, modes, mass_method, lumped_invariants, release_supports);
+    zel_fem::ReductionOptions options =
+        options_of(units, interfaces, mass_method, lumped_invariants, release_supports, verify);
     Messages messages;
     zel_python::Progress watch(progress);
     const auto outcome = [&] {
         const nb::gil_scoped_release released;
         return outcome_of([&] {
             Watching watching(watch);
+            zel_fem::choose_modes(modes, options);
             const auto source = zel_fem::arrays::make_source(std::move(input));
             const zel_fem::ReducedBody body = zel_fem::reduce(*source, options, watching);
             return std::pair(zel_fem::fill_database(body), rows_of(body.report));
@@ -116,8 +118,8 @@ void add_reducing(nb::module_& module)
     using nb::arg;
     module.def("reduce", &reduce, arg("stiffness"), arg("mass"), arg("points"), arg("cells"), arg("sets"), arg("dofs"),
                arg("units"), arg("interfaces"), arg("modes"), arg("mass_method"), arg("lumped_invariants"),
-               arg("release_supports"), arg("title"), arg("progress").none(), nb::rv_policy::take_ownership,
-               "The body of a model and the report of its reduction");
+               arg("release_supports"), arg("verify"), arg("title"), arg("progress").none(),
+               nb::rv_policy::take_ownership, "The body of a model and the report of its reduction");
 }
 
 } // namespace zel_python

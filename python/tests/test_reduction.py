@@ -2,6 +2,7 @@
 
 import re
 from collections.abc import Callable
+from pathlib import Path
 
 import from_scikit_fem as bracket
 import numpy as np
@@ -47,6 +48,21 @@ def test_a_free_body_has_the_eigenvalues_of_its_matrices_however_they_come() -> 
         assert len(body.faces.offsets) - 1 == 2 * (3 * 2 + 3 * 2 + 2 * 2)  # the skin alone
         exact = np.linalg.eigvalsh(33 * 13 * 9 * bracket.DENSITY / 12 * np.diag([13**2 + 9**2, 33**2 + 9**2, 33**2 + 13**2]))
         np.testing.assert_allclose(body.mass_properties("center").principal_values, exact, rtol=1e-6)
+
+
+def test_modes_of_a_range_are_all_there_verified_and_damped_as_asked(tmp_path: Path) -> None:
+    stiffness, mass, mesh, hertz = block()
+    limit = 0.5 * (hertz[6] + hertz[7])
+    body = zel.reduce(stiffness, mass, mesh, modes=f"0-{limit}Hz", verify=True, units=UNITS)
+    assert len(body.modes) == 6 + 7
+    assert body.report is not None
+    assert next(row.figures["agreeing"] for row in body.report if row.name == "verified") == 7
+    body.write(tmp_path / "damped.zel", "full_invar", damping=0.02)
+    damping = zel.open(tmp_path / "damped.zel").damping_matrix
+    assert damping is not None
+    np.testing.assert_allclose(np.diag(damping), np.append(np.zeros(6), 0.04 * 2 * np.pi * hertz[:7]), rtol=1e-8)
+    with pytest.raises(zel.ZelError, match="no mode 99"):
+        body.write(tmp_path / "damped.zel", damping={99: 0.1})
 
 
 def test_interfaces_move_rigidly_and_keep_the_lowest_frequencies() -> None:

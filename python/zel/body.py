@@ -2,7 +2,7 @@
 
 from __future__ import annotations
 
-from collections.abc import Callable, Sequence
+from collections.abc import Callable, Mapping, Sequence
 
 import numpy as np
 
@@ -51,12 +51,18 @@ class Body(Makeable):
         options: str | Sequence[str] = "",
         units: str | Sequence[str] | None = None,
         progress: Progress | None = None,
+        *,
+        damping: float | str | Mapping[int, float] | None = None,
+        rayleigh: tuple[float, float] | None = None,
     ) -> None:
         """Write a ZEL file, which takes the place of an older one when it is complete.
 
         options   keywords as `zel convert --help` lists them: "full_invar lowpass(2000)", or a list of them
         units     change the body's units first
         progress  told how far it is
+        damping   ratios in place of the damping that the body has: one for all flexible modes, {7: 0.01, 8: 0.02} by mode numbers of
+                  the file, or a text as `zel convert --damping` takes it: "0.01:0-500Hz,0.05:500Hz-"
+        rayleigh  alpha in 1/s and beta in s of Rayleigh damping instead; rigid-body modes stay undamped either way
 
         The body becomes what the file is: unless no_ortho is among the options its modes become orthogonal, and units,
         faces and origin change as the options ask for. The file numbers its modes 1 to M, whatever they are called here.
@@ -64,11 +70,15 @@ class Body(Makeable):
         words = options if isinstance(options, str) else " ".join(options)
         if problem := _zel.problem_of_options(words):
             raise ValueError(f"options: {problem}")
+        if damping is not None and rayleigh is not None:
+            raise ValueError("damping and rayleigh exclude each other")
+        ratios = "" if damping is None else _ratios(damping)
+        factors = "" if rayleigh is None else ",".join(repr(float(factor)) for factor in rayleigh)
         if units is not None:
             self.set_units(units)
         try:
             with set_aside(*self._expected_warnings()):
-                self._database.write(path_bytes(path), words, progress)
+                self._database.write(path_bytes(path), words, ratios, factors, progress)
         finally:
             self._changed()
 
@@ -92,6 +102,16 @@ class Body(Makeable):
 
     def _repr_html_(self) -> str:
         return "<p>zel.Body, closed</p>" if self.closed else show.as_html(self)
+
+
+def _ratios(damping: float | str | Mapping[int, float]) -> str:
+    if isinstance(damping, Mapping):
+        text = ",".join(f"{mode}:{float(ratio)!r}" for mode, ratio in damping.items())
+    else:
+        text = damping if isinstance(damping, str) else repr(float(damping))
+    if not text:
+        raise ValueError("damping: expected ratios, got none")
+    return text
 
 
 def open(path: Path) -> Body:

@@ -27,13 +27,14 @@ def reduce(
     M: Any,
     mesh: Any,
     interfaces: Sequence[Interface] = (),
-    modes: int = 20,
+    modes: int | str = 20,
     *,
     units: str | Sequence[str],
     dofs: npt.ArrayLike | None = None,
     mass: str = "matched",
     invariants: str = "consistent",
     supports: str = "refuse",
+    verify: bool = False,
     title: str = "",
     progress: Progress | None = None,
 ) -> Body:
@@ -43,7 +44,8 @@ def reduce(
     mesh        a meshio.Mesh, or (points, [("hexahedron", cells), ...]) with meshio's names; node ids are point index + 1
     interfaces  Craig-Bampton reduction: names of sets, node ids, or pairs (ids, point). Each gets a node of its own, which
                 its nodes follow; without a point it lies in their middle. None: free-free modes
-    modes       how many fixed-interface modes, or flexible modes of a free body
+    modes       how many fixed-interface modes, or flexible modes of a free body; or "0-2000Hz" for all in a range of frequencies, up
+                to twice the highest frequency of interest by rule of thumb
     units       of the model, as "mm,t,s,N"; they must belong together
     dofs        (rows, 2): node index and component, 0 to 5, that each row moves. Without it, the rows are three translations
                 a node in the order of the points, or six components where there are so many
@@ -52,6 +54,8 @@ def reduce(
     invariants  "consistent": the inertia invariants are those of M, as exact as the frequencies; or "lumped": those of the masses
                 at the nodes, summed when the body is written
     supports    "refuse" a model that is held, or "remove" springs to the ground and penalties from its stiffness
+    verify      compare the free-free modes of the body with those of the full model, and tell in the report up to which frequency
+                they agree within 1 %
     title       for the header of the body
     progress    told how far each phase has come
 
@@ -76,10 +80,11 @@ def reduce(
         rows,
         list(Units.parse(units)),
         [_choice(number, interface) for number, interface in enumerate(interfaces, 1)],
-        modes,
+        str(modes),
         _METHODS.index(mass),
         invariants == "lumped",
         supports == "remove",
+        verify,
         title,
         progress,
     )

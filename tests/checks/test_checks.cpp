@@ -188,3 +188,52 @@ TEST_F(Checks, KnowMassPropertiesAboutAnyPoint)
     EXPECT_NEAR(principal[1], 30.0, 1e-12);
     EXPECT_NEAR(principal[2], 30.0, 1e-12);
 }
+
+// As many modes as there are freedoms, none of them rigid and no two alike, carry all of the mass and inertia.
+TEST_F(Checks, EffectiveMassesOfAllModesAreTheBody)
+{
+    Assembly body = random_assembly(6, 0, 11u, false);
+    for (size_t freedom = 0; freedom < 18; ++freedom)
+    {
+        body.add_mode();
+        body.modes.back()[freedom / 3][freedom % 3] = 1.0 / std::sqrt(body.points[freedom / 3].mass);
+    }
+    for (int turn = 0; turn < 51; ++turn) // in the planes of two modes, which leaves generalized masses of 1
+    {
+        auto &a = body.modes[size_t(turn % 17)], &b = body.modes[size_t(turn % 17 + 1)];
+        for (size_t p = 0; p < 6; ++p)
+            for (size_t d = 0; d < 3; ++d)
+            {
+                const double u = a[p][d], v = b[p][d];
+                a[p][d] = std::cos(turn + 0.5) * u - std::sin(turn + 0.5) * v;
+                b[p][d] = std::sin(turn + 0.5) * u + std::cos(turn + 0.5) * v;
+            }
+    }
+    ZELDATA* db = database_of(body);
+    for (int mode = 101; mode <= 118; ++mode)
+        ZEL_SetGeneralizedStiffness(db, mode, mode, 1e6 * mode);
+    const zel_checks::ModeTable table = zel_checks::mode_table_of(db);
+    ASSERT_EQ(table.modes.size(), 18u);
+    for (size_t c = 0; c < 6; ++c)
+    {
+        EXPECT_LT(table.modes[16].effective_sum[c], 1.0 - 1e-6) << c;
+        EXPECT_NEAR(table.modes[17].effective_sum[c], 1.0, 1e-8) << c;
+    }
+}
+
+TEST_F(Checks, TellHowInterfacesTakePartInModes)
+{
+    const zel_checks::ModeTable table = zel_checks::mode_table_of(open_box(
+        {.checks = {}, .built = [](ZELDATA* db) { ZEL_SetGeneralizedDamping(db, 7, 7, 2.0 * 0.03 * 100.0 * M_PI); }}));
+    EXPECT_EQ(table.interface_ids, std::vector<int>{1});
+    for (size_t k = 0; k < 7; ++k)
+    {
+        const zel_checks::InterfaceMotion& motion = table.modes[k].interfaces[0];
+        EXPECT_NEAR(motion.translation, 1.0, 1e-9) << k; // a corner like all others
+        EXPECT_NEAR(motion.rotation, k < 3 || k == 6 ? 0.0 : std::sqrt(36.0 / (k == 3 ? 12.0 : 30.0)), 1e-9) << k;
+        EXPECT_EQ(motion.flexibility, k < 6 ? 0.0 : 1.0);
+        EXPECT_EQ(table.modes[k].damping_ratio.has_value(), k == 6);
+    }
+    EXPECT_NEAR(*table.modes[6].damping_ratio, 0.03, 1e-12);
+    EXPECT_NEAR(table.modes[3].kinetic_energy[1], 0.5, 1e-12); // turns about x, half along y, half along z
+}

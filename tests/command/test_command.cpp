@@ -116,6 +116,26 @@ TEST_F(Command, PrintsBlocksByNumberOrName)
     EXPECT_EQ(run(folder, "contents box.zel no_such_block").status, 2);
 }
 
+TEST_F(Command, DampsModesAndTellsWhatTheyAre)
+{
+    const Outcome damped = run(folder, "convert box.zel damped.zel --units g,mm,s,N --damping 7:0.04");
+    EXPECT_EQ(damped.output, "damped.zel: 1 of 1 flexible modes are damped, none of 6 rigid-body modes\n");
+    const Json json = Json::parse(run(folder, "modes --json damped.zel").output);
+    EXPECT_NEAR(json["modes"][6]["damping_ratio"].get<double>(), 0.04, 1e-9);
+    EXPECT_NEAR(json["modes"][6]["kinetic_energy"]["x"].get<double>(), 1.0, 1e-9);
+    EXPECT_NEAR(json["modes"][5]["effective_mass_sum"]["rz"].get<double>(), 1.0, 1e-9);
+    const std::string table = run(folder, "modes damped.zel").output;
+    std::istringstream lines(table);
+    for (std::string line; std::getline(lines, line);)
+        EXPECT_LE(line.size(), 120u) << line;
+    for (const char* wrong : {"--damping 7:0.04 --rayleigh 1,2", "--damping 8:0.1", "--damping -1", "--rayleigh 1",
+                              "--damping 0.01 --options empty"})
+    {
+        EXPECT_EQ(run(folder, std::string("convert box.zel wrong.zel ") + wrong).status, 2) << wrong;
+        EXPECT_FALSE(std::filesystem::exists(folder.path("wrong.zel")));
+    }
+}
+
 TEST_F(Command, ChecksABody)
 {
     const Outcome good = run(folder, "check box.zel");

@@ -538,6 +538,9 @@ ZEL_API int ZEL_SetGeneralizedMass(ZELDATA* db, int row_mode, int column_mode, d
 ZEL_API int ZEL_SetGeneralizedStiffness(ZELDATA* db, int row_mode, int column_mode, double value);
 ZEL_API int ZEL_SetGeneralizedDamping(ZELDATA* db, int row_mode, int column_mode, double value);
 
+/** Forgets all damping, projected or not, so that other can be set. 0, with a message, for a null database. */
+ZEL_API int ZEL_RemoveGeneralizedDamping(ZELDATA* db);
+
 /**
  * Sets a mode's component of a load case, which counts from 0. Cases up to it are added, with zero components and the
  * labels "Load Case 1", "Load Case 2" and so on. 0, with a message, for a negative case.
@@ -856,6 +859,13 @@ ZEL_API int ZEL_WriteWithOptions(ZELDATA* db, const char* name, const char* opti
 
 /** The same with the options in the environment variable VXR_ZELWRITE_OPTIONS, without any when it is not set. */
 ZEL_API int ZEL_write_ZEL(ZELDATA* db, const char* name);
+
+/**
+ * Makes the modes orthogonal in memory, as a write without no_ortho does. Such a write leaves them as they are afterwards: what is
+ * given to the mode at an index now, as damping, belongs to the same mode of the file. Returns 1, also without modes; 0, with a
+ * message and the modes as they were, for a null database or modes that such a write cannot make orthogonal or leaves as they are.
+ */
+ZEL_API int ZEL_OrthogonaliseModes(ZELDATA* db);
 
 /**
  * Generalized masses that couple two groups of modes, the first `count1` and the `count2` behind them: for mode i of the

@@ -11,6 +11,7 @@
 #include "commands.h"
 #include "fem/fem.h"
 #include "tools/zel/console.h"
+#include "tools/zel/damping_options.h"
 #include "tools/zel/report.h"
 #include "tools/zel/write_options.h"
 
@@ -67,6 +68,7 @@ struct ImportOptions
     ReductionOptions reduction;
     std::vector<std::string> interfaces;
     std::string units, write_options = "full_invar";
+    zel_command::DampingOptions damping;
     bool verbose = false;
 };
 
@@ -76,10 +78,13 @@ static int write_and_report(Source& source, ImportOptions options)
     const zel_command::MessageScope messages(options.verbose ? zel_command::Messages::all
                                                              : zel_command::Messages::problems);
     options.reduction.units = parse_units(options.units);
+    const std::optional<Damping> damping = options.damping.parsed();
     for (const std::string& text : options.interfaces)
         options.reduction.interfaces.push_back(parse_interface(text));
-    const ReducedBody body = reduce(source, options.reduction, progress);
-    write_body(body, options.reduction.output, options.write_options, progress);
+    ReducedBody body = reduce(source, options.reduction, progress);
+    if (const auto damped = write_body(body, options.reduction.output, options.write_options, progress, damping))
+        body.report.figure("damping", text_of(*damped),
+                           {{"damped", double(damped->damped)}, {"undamped", double(damped->undamped)}});
     progress.finish();
     zel_command::print_report(body.report);
     std::printf("%s is written.\n", options.reduction.output.c_str());
@@ -162,10 +167,16 @@ static void add_shared_options(CLI::App& command, ImportOptions& options, const 
         "given; may be repeated; without it " +
             words.ties);
     command
-        .add_option("-n,--modes", options.reduction.modes, "Fixed-interface modes, or flexible modes of a free body")
-        ->capture_default_str()
-        ->check(CLI::Range(0, 100000))
-        ->option_text("COUNT [" + std::to_string(options.reduction.modes) + "]");
+        .add_option_function<std::string>(
+            "-n,--modes", [&options](const std::string& text) { choose_modes(text, options.reduction); },
+            "Fixed-interface modes, or flexible modes of a free body: so many, or all in a range of frequencies; twice "
+            "the highest "
+            "frequency of interest is the rule of thumb for its end")
+        ->option_text("COUNT|0-HIGHESTHz [" + std::to_string(options.reduction.modes) + "]");
+    command.add_flag(
+        "--verify", options.reduction.verify,
+        "Tell up to which frequency the free-free modes of the body agree with the full model's within 1 %: takes a "
+        "factor and modes of the full model");
     add_choice<MassMethod>(
         command, words.nodal_mass, options.reduction.mass,
         {{"matched", MassMethod::matched}, {"hrz", MassMethod::scaled}, {"rowsum", MassMethod::row_sum}},
@@ -173,6 +184,7 @@ static void add_shared_options(CLI::App& command, ImportOptions& options, const 
     add_choice<bool>(command, "--invariants", options.reduction.lumped_invariants,
                      {{"consistent", false}, {"lumped", true}},
                      "Inertia invariants: of the mass matrix, or of the masses at the nodes");
+    options.damping.add_to(command);
     command.add_option("--options", options.write_options, "Write options, for example \"full_invar sparse_str\"")
         ->capture_default_str()
         ->check(CLI::Validator(zel_command::problem_of_write_options, ""));

@@ -61,3 +61,15 @@ int ZEL_SetGeneralizedDamping(ZELDATA* db, int row_mode, int column_mode, double
 {
     return set_entry(db, ZEL_BLOCK_DAMPING, row_mode, column_mode, value);
 }
+
+int ZEL_RemoveGeneralizedDamping(ZELDATA* db)
+{
+    if (!db)
+        return no_database();
+    ZELMATRIX none = {};
+    install_matrix(db->damping, none);
+    db->damping_projected = 0;
+    block_changed(db, ZEL_BLOCK_DAMPING);
+    clear_flag(db, ZEL_BLOCK_DAMPING);
+    return 1;
+}

@@ -542,6 +542,14 @@ int ZEL_WriteWithOptions(ZELDATA* db, const char* name, const char* options)
     return explain(output.error());
 }
 
+int ZEL_OrthogonaliseModes(ZELDATA* db)
+{
+    if (!CheckZEL(db))
+        return 0;
+    const LongOperation operation;
+    return ZEL_ModeCount(db) == 0 || (!is_beyond_solving(db) && orthogonalise_modes(db));
+}
+
 int ZEL_write_ZEL(ZELDATA* db, const char* name)
 {
     return ZEL_WriteWithOptions(db, name, std::getenv("VXR_ZELWRITE_OPTIONS"));
