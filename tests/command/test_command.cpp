@@ -122,10 +122,8 @@ TEST_F(Command, DampsModesAndTellsWhatTheyAre)
     EXPECT_EQ(damped.output, "damped.zel: 1 of 1 flexible modes are damped, none of 6 rigid-body modes\n");
     const Json json = Json::parse(run(folder, "modes --json damped.zel").output);
     EXPECT_NEAR(json["modes"][6]["damping_ratio"].get<double>(), 0.04, 1e-9);
-    EXPECT_NEAR(json["modes"][6]["kinetic_energy"]["x"].get<double>(), 1.0, 1e-9);
     EXPECT_NEAR(json["modes"][5]["effective_mass_sum"]["rz"].get<double>(), 1.0, 1e-9);
-    const std::string table = run(folder, "modes damped.zel").output;
-    std::istringstream lines(table);
+    std::istringstream lines(run(folder, "modes damped.zel").output);
     for (std::string line; std::getline(lines, line);)
         EXPECT_LE(line.size(), 120u) << line;
     for (const char* wrong : {"--damping 7:0.04 --rayleigh 1,2", "--damping 8:0.1", "--damping -1", "--rayleigh 1",
