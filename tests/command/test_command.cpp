@@ -2,6 +2,7 @@
 #include "box.h"
 #include "command/run.h"
 #include "fixtures.h"
+#include "sample_file.h"
 
 #include "fem/interrupt.h"
 #include "tools/zel/console.h"
@@ -154,7 +155,7 @@ TEST_F(Command, ChecksABody)
     EXPECT_EQ(failed, (std::vector<std::string>{"mass, centre and inertia agree", "rigid-body modes orthonormal"}));
 }
 
-// Coarse meshes, reference nodes on nodes of the mesh and coupled modes are no faults.
+// Coarse meshes, reference nodes on nodes of the mesh and coupled modes are no faults; one wrong value is.
 TEST_F(Command, ChecksImportedBodies)
 {
     const std::string import = "import ccx " ZEL_SOURCE "/examples/ccx"
@@ -182,6 +183,18 @@ TEST_F(Command, ChecksImportedBodies)
     const std::string inner =
         run(folder, "check small.zel").output; // sums over nodes that have no shapes are in the invariants
     EXPECT_NE(inner.find("flexible modes by invariant 9 "), std::string::npos) << inner;
+
+    ZELDATA* db = ZEL_CreateFromZEL(folder.path("good.zel").c_str());
+    std::vector<double> shape(3 * size_t(ZEL_NodeCount(db)));
+    ASSERT_TRUE(ZEL_Mode(db, 7, ZEL_MODE_SHAPE, shape.data(), 0));
+    std::string bytes = bytes_of(folder.path("good.zel"));
+    const auto stored = [](double value) { return FileBuilder({60, true, false}).real(value).bytes; };
+    const double largest = *std::max_element(shape.begin(), shape.end());
+    bytes.replace(bytes.find(stored(largest)), sizeof largest, stored(30.0 * largest));
+    write_bytes(folder.path("bad.zel"), bytes);
+    const Outcome found = run(folder, "check bad.zel");
+    EXPECT_EQ(found.status, 1);
+    EXPECT_NE(found.output.find("CHECK!  flexible modes orthogonal to rigid ones"), std::string::npos) << found.output;
 }
 
 TEST_F(Command, ComparesFiles)
