@@ -109,9 +109,18 @@ static bool loads_wait_for_projection(const ZELDATA* db)
     return waits;
 }
 
+// Whether generalized stiffness couples modes without eigenvalues: then none of them alone is a rigid-body mode.
+static bool has_coupled_modes(const ZELDATA* db)
+{
+    const ZELENTRY *first = db->stiffness.entries, *last = first + db->stiffness.count;
+    return !db->eigenvalues && std::any_of(first, last, [](const ZELENTRY& entry) {
+        return entry.row != entry.column && entry.value != 0.0;
+    });
+}
+
 int project_loads_of_body(ZELDATA* db)
 {
-    const int rigid_modes = ZEL_RigidBodyModeCount(db);
+    const int rigid_modes = has_coupled_modes(db) ? 0 : ZEL_RigidBodyModeCount(db);
     const bool from_nodes = !std::getenv("VXR_MFORCE_NO_FEA_MASS") && shapes_cover_masses(db);
     Scratch<double> resultants(int64_t(kRigid) * rigid_modes);
     if (!resultants.data)
