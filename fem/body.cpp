@@ -269,6 +269,16 @@ static void set_invariants(ZELDATA* db, const Body& body)
             require(kSetters[i](db, body.invariants[i + 1].data()), "an invariant");
 }
 
+static void set_loads(ZELDATA* db, const Body& body)
+{
+    for (size_t i = 0; i < body.loads.size(); ++i)
+    {
+        for (Index mode = 0; mode < body.loads[i].values.size(); ++mode)
+            require(ZEL_SetModalLoad(db, int(i), int(mode) + 1, body.loads[i].values[mode]), "a modal load");
+        require(ZEL_SetModalLoadLabel(db, int(i), body.loads[i].label.c_str()), "the label of a load case");
+    }
+}
+
 static void set_header(ZELDATA* db, const Body& body)
 {
     std::string texts[6] = {body.title.empty() ? body.file : body.title, body.file, body.program, "", "", ""};
@@ -317,6 +327,7 @@ ZELDATA* fill_database(const ReducedBody& reduced)
     set_modes(db.get(), body, nodes);
     set_matrices(db.get(), body);
     set_invariants(db.get(), body);
+    set_loads(db.get(), body);
     require(ZEL_CalculateGlobalMassFromNodeMass(db.get()), "the global mass");
     return db.release();
 }

@@ -17,6 +17,12 @@ namespace zel_fem
 // By number less 1, as ZEL_SetInvar1 to 9 take them. That of 6 is empty: it is the generalized mass.
 using InertiaInvariants = std::array<std::vector<double>, 9>;
 
+struct ModalLoad
+{
+    std::string label;
+    Eigen::VectorXd values; // by mode
+};
+
 struct Body
 {
     std::string title, file, program; // of the header
@@ -29,7 +35,8 @@ struct Body
     Eigen::MatrixXd reference_motion;  // 6 rows an interface, one column a mode
     Eigen::MatrixXd stress;            // 6 rows a node (x, y, z, xy, xz, yz), one column a mode; may be empty
     Eigen::MatrixXd rotation;          // 3 rows a node; may be empty: solids have no rotations
-    InertiaInvariants invariants;      // of the modes as they are; all empty: the masses at the nodes tell them
+    std::vector<ModalLoad> loads;
+    InertiaInvariants invariants; // of the modes as they are; all empty: the masses at the nodes tell them
 };
 
 // Nodes of the mesh that elements use, in the order of the mesh.

@@ -408,25 +408,64 @@ Face element_face(const Element& element, int number)
     return face;
 }
 
+std::vector<ElementFace> skin_faces(const Mesh& mesh)
+{
+    std::vector<ElementFace> faces;
+    std::vector<Face> sorted;
+    std::map<Face, int> owners; // sorted nodes of a face: how many elements have it
+    for (size_t i = 0; i < mesh.elements.size(); ++i)
+    {
+        const Family& family = *row_of(mesh.elements[i].type->shape).family;
+        for (int number = 1; number <= int(family.faces.size()); ++number)
+        {
+            faces.push_back({int(i), number});
+            sorted.push_back(element_face(mesh.elements[i], number));
+            std::sort(sorted.back().begin(), sorted.back().end());
+            owners[sorted.back()] += family.dimension == 3 ? 1 : 0;
+        }
+    }
+    size_t kept = 0;
+    for (size_t i = 0; i < faces.size(); ++i)
+        if (owners[sorted[i]] <= 1)
+            faces[kept++] = faces[i];
+    faces.resize(kept);
+    return faces;
+}
+
 std::vector<Face> skin(const Mesh& mesh)
 {
     std::vector<Face> faces;
-    std::map<Face, int> owners; // sorted nodes of a face: how many elements have it
-    auto sorted = [](Face face) {
-        std::sort(face.begin(), face.end());
-        return face;
-    };
-    for (const Element& element : mesh.elements)
+    for (const auto& [element, number] : skin_faces(mesh))
+        faces.push_back(element_face(mesh.elements[size_t(element)], number));
+    return faces;
+}
+
+FaceIntegrals face_integrals(const Mesh& mesh, const Face& face)
+{
+    static const std::map<size_t, Shape> shapes = {
+        {3, Shape::tri3}, {4, Shape::quad4}, {6, Shape::tri6}, {8, Shape::quad8}};
+    const auto shape = shapes.find(face.size());
+    const Index count = Index(face.size());
+    FaceIntegrals integrals{Matrix3Xd::Zero(3, count), VectorXd::Zero(count)};
+    if (shape == shapes.end())
+        return {};
+    const Index corners = count > 4 ? count / 2 : count;
+    const auto place = [&](Index i) { return count == corners ? i : i < corners ? 2 * i : 2 * (i - corners) + 1; };
+    Matrix3Xd at(3, count); // corners first
+    for (Index i = 0; i < count; ++i)
+        at.col(i) = mesh.nodes[size_t(face[size_t(place(i))])].at;
+    const ElementType type{"", shape->second, 0, 0};
+    for (const QuadraturePoint& point : quadrature(type, Rule::exact))
     {
-        const int count = int(row_of(element.type->shape).family->faces.size());
-        for (int number = 1; number <= count; ++number)
+        const MatrixXd tangents = at * point.gradient;
+        const Vector3d normal = point.weight * Vector3d(tangents.col(0)).cross(Vector3d(tangents.col(1)));
+        for (Index i = 0; i < count; ++i)
         {
-            faces.push_back(element_face(element, number));
-            owners[sorted(faces.back())] += row_of(element.type->shape).family->dimension == 3 ? 1 : 0;
+            integrals.normal.col(place(i)) += point.value[i] * normal;
+            integrals.area[place(i)] += point.value[i] * normal.norm();
         }
     }
-    std::erase_if(faces, [&](const Face& face) { return owners[sorted(face)] > 1; });
-    return faces;
+    return integrals;
 }
 
 } // namespace zel_fem

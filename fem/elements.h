@@ -114,8 +114,26 @@ using Face = std::vector<int>;
 // Face `number` (from 1, as in S1) of an element; empty when there is none. A shell or line has its one face under every number.
 Face element_face(const Element& element, int number);
 
+// A face of a mesh, by the index of its element and its number from 1.
+struct ElementFace
+{
+    int element, number;
+};
+
 // The surface of the body: the faces that belong to one solid only, in the order of the elements, all shells and the ends of lines.
+std::vector<ElementFace> skin_faces(const Mesh& mesh);
 std::vector<Face> skin(const Mesh& mesh);
+
+// Integrals over a face of the shape function of each of its nodes. Those along the normal are exact on curved faces
+// too, so that over a closed surface they add up to nothing.
+struct FaceIntegrals
+{
+    Eigen::Matrix3Xd normal; // times the normal: outward, or that of the shell
+    Eigen::VectorXd area;
+};
+
+// Of a face of three, four, six or eight nodes; empty for others.
+FaceIntegrals face_integrals(const Mesh& mesh, const Face& face);
 
 } // namespace zel_fem
 

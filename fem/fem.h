@@ -116,6 +116,34 @@ struct InterfaceChoice
  */
 InterfaceChoice parse_interface(const std::string& text);
 
+/** What a load is. */
+enum class LoadKind
+{
+    resultant, ///< a force and a moment
+    gravity,   ///< mass times an acceleration, on the whole body
+    pressure   ///< on a surface, inward where positive; on shells along the normal
+};
+
+/**
+ * A load that becomes a modal load case, Phi^T f. A resultant acts on the reference node of an interface where the
+ * nodes are those of one, else about the centre of the nodes: spread over them by the areas of the faces of the body's
+ * surface that they hold, evenly where they hold none. A pressure acts on a surface of the model, or on all faces that
+ * the nodes hold.
+ */
+struct LoadChoice
+{
+    std::string label;
+    LoadKind kind = LoadKind::resultant;
+    NodeChoice nodes;               ///< of a pressure also the name of a surface of the model, which comes before sets
+    std::array<double, 6> values{}; ///< force and moment; acceleration; or pressure, in the model's units
+};
+
+/**
+ * "NAME=NODES:fx,fy,fz", the same with ",mx,my,mz", "NAME=gravity:gx,gy,gz", or "NAME=SURFACE:pressure"; nodes as
+ * parse_nodes() takes them. Throws InputError.
+ */
+LoadChoice parse_load(const std::string& text);
+
 /** What body is made of a model. */
 struct ReductionOptions
 {
@@ -137,6 +165,12 @@ struct ReductionOptions
     bool release_supports = false;
     bool verify =
         false; ///< free-free modes of the full model as well, to tell up to where those of the body agree; of matrices
+    std::vector<LoadChoice> loads; ///< modal load cases, before those of the model's own static steps
+    /**
+     * Each load whose static response the basis does not have gets an attachment mode, with which it is exact: with the
+     * interfaces held, or of a free body in equilibrium with its inertia. Of matrices alone.
+     */
+    bool attachment = false;
     std::string output; ///< where the body will be written, refused at once when that cannot be; empty: nowhere
 };
 
@@ -157,11 +191,12 @@ struct ReducedBody
 
 /**
  * Craig-Bampton reduction with interfaces (Craig and Bampton, AIAA J. 6, 1968): six constraint modes each, then fixed-interface
- * modes. Free-free modes without: six rigid ones, then the flexible ones. Of computed modes the same two bases are made.
- * No mode below the highest is missing, or the reduction is refused.
- * options.units must belong together: the unit of force is mass x length / time^2.
- * Throws as told above: among others for a model that is held by supports, for matrices that belong to another mesh, for sets
- * that do not exist, for units that do not belong together, for an output that cannot be written or that the source reads.
+ * modes and attachment modes. Free-free modes without: six rigid ones, the flexible ones, then attachment modes. Of
+ * computed modes the same two bases are made. No mode below the highest is missing, or the reduction is refused.
+ * options.units must belong together: the unit of force is mass x length / time^2. Throws as told above: among others
+ * for a model that is held by supports, for matrices that belong to another mesh, for sets that do not exist, loads
+ * that nothing can carry, for units that do not belong together, for an output that cannot be written or that the
+ * source reads.
  */
 ReducedBody reduce(Source& source, const ReductionOptions& options, Progress& progress);
 
@@ -169,9 +204,10 @@ ReducedBody reduce(Source& source, const ReductionOptions& options, Progress& pr
 
 /**
  * A new database with the body: nodes ascending by id with masses and inertias, interface nodes, faces of the surface, mode
- * shapes, stresses if there are any, generalized mass and stiffness, global mass, and unless they are lumped the inertia invariants.
- * Modes are as reduce() has them: the library makes them orthogonal when it writes, and the invariants go with them.
- * The caller's, to end with ZEL_UnLink. Throws std::runtime_error when the library cannot store something.
+ * shapes, stresses and load cases if there are any, generalized mass and stiffness, global mass, and unless they are
+ * lumped the inertia invariants. Modes are as reduce() has them: the library makes them orthogonal when it writes, and
+ * the invariants go with them. The caller's, to end with ZEL_UnLink. Throws std::runtime_error when the library cannot
+ * store something.
  */
 ZELDATA* fill_database(const ReducedBody& body);
 

@@ -39,6 +39,33 @@ struct Tie
     std::vector<int> nodes; // ascending
 };
 
+// Forces on the model as it is meshed, all at once.
+struct LoadCase
+{
+    struct Nodal
+    {
+        int node, component; // of Model::mesh; 0 to 2: a force, 3 to 5: a moment
+        double value;
+    };
+    struct Pressure
+    {
+        ElementFace face;
+        double value; // presses inward; along the normal of a shell
+    };
+    // Mass times the acceleration `constant` + `slope` x.
+    struct Inertial
+    {
+        std::vector<int> elements; // indexes
+        Eigen::Vector3d constant = Eigen::Vector3d::Zero();
+        Eigen::Matrix3d slope = Eigen::Matrix3d::Zero();
+    };
+    std::string label;
+    std::vector<Nodal> nodal;
+    std::vector<Pressure> pressures;
+    std::vector<Inertial> inertial;
+    Eigen::VectorXd rows; // forces at the rows of the matrices; may be empty
+};
+
 struct Model
 {
     std::string job;                                   // as reports call it; may be empty
@@ -48,10 +75,12 @@ struct Model
     std::vector<std::string> notes;                    // what the reader passed over
     Mesh mesh;                                         // of the body; nodes ascend by id
     std::map<std::string, std::vector<int>> node_sets; // indexes of nodes, ascending
+    std::map<std::string, std::vector<ElementFace>> surfaces;
     std::vector<Tie> ties;
-    bool mesh_has_mass = true;      // false: elements only draw the body, and all mass is in the matrices
-    bool mass_rule_is_known = true; // false: the elements do not say how the program integrates, or lumps, their mass
-    std::optional<Layers> layers;   // where the matrices or modes move other nodes than the body has
+    std::vector<LoadCase> load_cases; // that the model has itself
+    bool mesh_has_mass = true;        // false: elements only draw the body, and all mass is in the matrices
+    bool mass_rule_is_known = true;   // false: the elements do not say how the program integrates, or lumps, their mass
+    std::optional<Layers> layers;     // where the matrices or modes move other nodes than the body has
 
     // One of the two:
     std::optional<Matrices> matrices;

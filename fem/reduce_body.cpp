@@ -9,6 +9,7 @@
 #include "fem/figures.h"
 #include "fem/interfaces.h"
 #include "fem/invariants.h"
+#include "fem/loads.h"
 #include "fem/reduction.h"
 #include "fem/rigid.h"
 #include "fem/text.h"
@@ -74,8 +75,9 @@ struct MatrixMass
     MassRule rule = MassRule::of_types;
     MassMoments matrix, expected; // as it is, and as the rule, or what comes near it, makes it of the elements
     MeshMass elements;
-    double lost = 0.0;  // of the inertia, by elements of few points or by lumping
-    MassMoments target; // that the body shall have
+    bool differs = false; // the target from the matrix
+    double lost = 0.0;    // of the inertia, by elements of few points or by lumping
+    MassMoments target;   // that the body shall have
 };
 } // namespace
 
@@ -111,10 +113,9 @@ static MassMoments expected_moments(const Mesh& mesh, const MeshMass& elements, 
     return moments;
 }
 
-// The rigid motions and the nodal masses of the body get the mass of volume x density where the program has lost some of it, and
-// where the matrix has lumps, whose second moments are those of points. `rows`: the modes at the rows of the matrices.
-static MatrixMass take_mass(const Model& model, const MeshMass& own, const ReductionOptions& options, Body& body,
-                            MatrixXd& rows)
+// The body is to have the mass of volume x density where the program has lost some of it, and where the matrix has
+// lumps, whose second moments are those of points.
+static MatrixMass mass_of(const Model& model, const MeshMass& own)
 {
     MatrixMass mass;
     mass.matrix = mass.target = matrix_moments(model);
@@ -124,15 +125,52 @@ static MatrixMass take_mass(const Model& model, const MeshMass& own, const Reduc
         mass.elements = model.layers ? mesh_mass(model.moved_mesh()) : own;
         mass.expected = expected_moments(model.moved_mesh(), mass.elements, mass.rule);
         mass.lost = inertia_error(mass.rule == MassRule::of_types ? mass.expected : mass.matrix, mass.elements.moments);
-        if (mass.rule == MassRule::lumped || mass.lost >= kMassTolerance)
-        {
+        mass.differs = mass.rule == MassRule::lumped || mass.lost >= kMassTolerance;
+        if (mass.differs)
             mass.target = mass.elements.moments;
-            set_rigid_mass(body, mass.target, &rows);
-        }
     }
+    return mass;
+}
+
+// Gives it to the rigid motions and the nodes. `rows`: the modes at the rows of the matrices.
+static void take_mass(const Model& model, const MatrixMass& mass, const MeshMass& own, const ReductionOptions& options,
+                      Body& body, MatrixXd& rows)
+{
+    if (mass.differs)
+        set_rigid_mass(body, mass.target, &rows);
     body.nodes = nodal_masses(body.mesh, model.mesh_has_mass ? own : matrix_mass(model), options.mass, mass.target);
     add_rotations(body);
-    return mass;
+}
+
+static void take_loads(const FullLoads& loads, const MatrixXd& motion, Body& body)
+{
+    if (loads.labels.empty())
+        return;
+    const MatrixXd values = loads.modal(motion, body.reference_motion);
+    for (size_t i = 0; i < loads.labels.size(); ++i)
+        body.loads.push_back({loads.labels[i], values.col(Index(i))});
+}
+
+// `attached`: by load, whether it has an attachment mode; empty: none was asked for.
+static void report_loads(Report& report, const Units& units, const FullLoads& loads, const std::vector<char>& attached)
+{
+    for (const std::string& note : loads.notes)
+        report.note(note);
+    for (size_t i = 0; i < loads.labels.size(); ++i)
+    {
+        const auto total = loads.resultants.col(Index(i));
+        report.figure("load " + loads.labels[i],
+                      format("force %.6g %.6g %.6g %s, moment %.6g %.6g %.6g %s %s about the origin%s", total[0],
+                             total[1], total[2], units.force.c_str(), total[3], total[4], total[5], units.force.c_str(),
+                             units.length.c_str(),
+                             attached.empty() ? ""
+                             : attached[i]    ? ", an attachment mode"
+                                              : ", no mode needed"));
+    }
+    if (loads.inertial)
+        report.note("a multibody solver applies gravity and inertia forces itself, by the invariants: load cases of "
+                    "gravity and "
+                    "rotation are for statics alone, or they count twice");
 }
 
 // Where joints will load a free body: interfaces that it could have had.
@@ -160,14 +198,18 @@ static void reduce_matrices(const Model& model, const MeshMass& own, const Reduc
     const bool free = interfaces.empty();
     const ModeChoice choice = mode_choice(options);
     const std::vector<Interface> loaded = free ? left_out_interfaces(model, options) : std::vector<Interface>();
-    Reduction reduction = free ? reduce_free(model, choice, progress, pulls_at(model, loaded))
-                               : reduce_craig_bampton(model, interfaces, choice, progress);
+    const MatrixMass mass = mass_of(model, own);
+    const FullLoads loads = full_loads(model, body.interfaces, options.loads, mass.target);
+    const MatrixXd attached = options.attachment ? loads.forces : MatrixXd();
+    Reduction reduction = free ? reduce_free(model, choice, progress, pulls_at(model, loaded), attached)
+                               : reduce_craig_bampton(model, interfaces, choice, progress, attached);
     progress.begin("shapes and nodal masses");
     take_shapes(model, node_motion(model, reduction), body);
     body.stiffness = std::move(reduction.stiffness);
     body.mass = std::move(reduction.mass);
     body.reference_motion = unit_reference_motion(interfaces.size(), reduction.boundary_count, body.motion.cols());
-    const MatrixMass mass = take_mass(model, own, options, body, reduction.motion);
+    take_mass(model, mass, own, options, body, reduction.motion);
+    take_loads(loads, reduction.motion, body);
     std::optional<InvariantMass> invariants; // none: lumped ones are wanted
     if (!options.lumped_invariants)
         invariants = take_invariants(model, reduction.motion, mass.target, body);
@@ -175,8 +217,9 @@ static void reduce_matrices(const Model& model, const MeshMass& own, const Reduc
     report.title(title_of(model, free ? "Free-free modes" : "Craig-Bampton reduction", "matrices"));
     report_mesh(report, body, model.notes);
     report.figure("modes",
-                  free ? format("6 rigid, %d flexible", reduction.mode_count)
-                       : format("%d constraint, %d fixed-interface", reduction.boundary_count, reduction.mode_count));
+                  (free ? format("6 rigid, %d flexible", reduction.mode_count)
+                        : format("%d constraint, %d fixed-interface", reduction.boundary_count, reduction.mode_count)) +
+                      (reduction.attachment_count > 0 ? format(", %d attachment", reduction.attachment_count) : ""));
     if (model.mesh_has_mass)
     {
         report_mass(report, body.units, mass.elements, mass.matrix, mass.expected, mass.rule);
@@ -196,9 +239,11 @@ static void reduce_matrices(const Model& model, const MeshMass& own, const Reduc
         report_verification(report, verify(model, interfaces, body.stiffness, body.mass, progress), body.units);
     if (!free)
         report.figure("fixed-interface frequencies",
-                      frequencies(body.stiffness.diagonal().tail(reduction.mode_count), 0, body.units));
+                      frequencies(body.stiffness.diagonal().segment(reduction.boundary_count, reduction.mode_count), 0,
+                                  body.units));
     if (choice.below || reduction.mode_count > 0)
         report.figure("modes complete up to", format("%.6g Hz", hertz(reduction.complete_to, body.units)));
+    report_loads(report, body.units, loads, reduction.attached);
 }
 
 static void report_given_modes(const ModalBasis& basis, const Body& body, double before, Report& report)
@@ -228,6 +273,7 @@ static void take_modes(Model& model, const MeshMass& own, const ReductionOptions
     check_interfaces(model, body.interfaces);
     progress.begin("shapes and nodal masses");
     const bool mass_is_in_the_mesh = model.modes->mass_is_in_the_mesh;
+    const FullLoads loads = full_loads(model, body.interfaces, options.loads, {});
     ModalBasis basis = basis_of(model.moved_mesh(), std::move(*model.modes));
     const MeshMass elements = model.layers ? mesh_mass(model.moved_mesh()) : own;
     const double lost = inertia_error(solver_moments(model.moved_mesh()), elements.moments);
@@ -236,6 +282,7 @@ static void take_modes(Model& model, const MeshMass& own, const ReductionOptions
     double before = basis.rigid_before;
     if (!free)
         before = repair_rigid_motions(body.interfaces, basis.stiffness, basis.mass);
+    MatrixXd layers = model.layers && !loads.labels.empty() ? basis.motion : MatrixXd(); // what loads act on
     take_shapes(model, {std::move(basis.motion), {}}, body);
     body.stiffness = std::move(basis.stiffness);
     body.mass = std::move(basis.mass);
@@ -243,8 +290,9 @@ static void take_modes(Model& model, const MeshMass& own, const ReductionOptions
     body.stress =
         model.layers && basis.stress.size() > 0 ? model.layers->mean(basis.stress, 6) : std::move(basis.stress);
     if (!free || basis.rigid_count > 0)
-        set_rigid_mass(body, elements.moments, nullptr);
+        set_rigid_mass(body, elements.moments, &layers);
     add_rotations(body);
+    take_loads(loads, model.layers ? layers : body.motion, body);
 
     const int modes = int(body.mass.rows()) - basis.boundary_count - basis.rigid_count;
     report.title(title_of(model, free ? "Modes" : "Craig-Bampton basis", "results"));
@@ -258,6 +306,7 @@ static void take_modes(Model& model, const MeshMass& own, const ReductionOptions
     report_invariants(report, body, std::nullopt);
     report_mode_masses(report, basis, mass_is_in_the_mesh, has_shells(body.mesh));
     report_given_modes(basis, body, before, report);
+    report_loads(report, body.units, loads, {});
 }
 
 // Which supports a body has lost.
@@ -317,6 +366,9 @@ ReducedBody reduce(Source& source, const ReductionOptions& options, Progress& pr
     source.read_solution(model, body->interfaces, progress);
     body->mesh = model.mesh;
     ReducedBody reduced{body, {}};
+    if (model.modes && options.attachment)
+        throw std::runtime_error(
+            "attachment modes need the matrices of the model: computed modes are all that there is");
     if (model.matrices && options.release_supports)
         note_released(model, release_supports(model));
     if (model.matrices)

@@ -7,6 +7,7 @@
 #include <map>
 #include <utility>
 
+#include "fem/attachment.h"
 #include "fem/completeness.h"
 
 namespace zel_fem
@@ -149,8 +150,29 @@ double repair_rigid_motions(const std::vector<Interface>& interfaces, MatrixXd& 
     return before;
 }
 
+static void attach(const Pencil& pencil, const Cholesky& factor, const MatrixXd& loads, Eigenmodes& modes,
+                   Reduction& reduction, Progress& progress)
+{
+    reduction.mode_count = int(modes.values.size());
+    if (loads.cols() == 0)
+        return;
+    progress.begin("attachment modes");
+    reduction.attached = add_attachment_modes(pencil, factor, loads, modes, progress);
+    reduction.attachment_count = int(modes.values.size()) - reduction.mode_count;
+}
+
+// Forces at interior rows.
+static MatrixXd interior_part(const Split& split, const MatrixXd& forces)
+{
+    MatrixXd interior(split.interior_count, forces.cols());
+    for (size_t i = 0; i < split.position.size() && forces.cols() > 0; ++i)
+        if (split.position[i] >= 0)
+            interior.row(split.position[i]) = forces.row(Index(i));
+    return interior;
+}
+
 Reduction reduce_craig_bampton(const Model& model, const std::vector<Interface>& interfaces, const ModeChoice& choice,
-                               Progress& progress)
+                               Progress& progress, const MatrixXd& loads)
 {
     const Index boundary = 6 * Index(interfaces.size());
     const Split split = split_rows(model, interfaces);
@@ -165,12 +187,12 @@ Reduction reduce_craig_bampton(const Model& model, const std::vector<Interface>&
     progress.begin("fixed-interface modes");
     const MatrixXd no_rigid(split.interior_count, 0);
     const Pencil pencil{k.interior, m.interior, no_rigid, 0.0};
-    const Eigenmodes fixed = lowest_modes(pencil, factor, choice, progress);
+    Eigenmodes fixed = lowest_modes(pencil, factor, choice, progress);
+    Reduction reduction;
+    attach(pencil, factor, interior_part(split, loads), fixed, reduction, progress);
     progress.begin("generalized matrices");
     const Index inner = fixed.values.size(), modes = boundary + inner;
     const MatrixXd inertia = times(m.interior, constraint) + m.coupling;
-    Reduction reduction;
-    reduction.mode_count = int(inner);
     reduction.boundary_count = int(boundary);
     reduction.factor_bytes = factor.factor_bytes();
     reduction.complete_to = fixed.complete_to;
@@ -242,7 +264,8 @@ static double rigid_eigenvalue(const Pencil& pencil, const Cholesky& shifted)
                          symmetric(x.transpose() * times(pencil.mass, x)));
 }
 
-Reduction reduce_free(const Model& model, const ModeChoice& choice, Progress& progress, const MatrixXd& pulls)
+Reduction reduce_free(const Model& model, const ModeChoice& choice, Progress& progress, const MatrixXd& pulls,
+                      const MatrixXd& loads)
 {
     const SparseMatrix &k = model.matrices->stiffness, &m = model.matrices->mass;
     MatrixXd rigid = rigid_motions(model, middle_of(model.moved_mesh()));
@@ -258,10 +281,10 @@ Reduction reduce_free(const Model& model, const ModeChoice& choice, Progress& pr
     const Cholesky factor(SparseMatrix(k - shift * m));
     progress.begin("free-free modes");
     const Pencil pencil{k, m, rigid, shift};
-    const Eigenmodes flexible = lowest_modes(pencil, factor, choice, progress);
-    const Index count = flexible.values.size();
+    Eigenmodes flexible = lowest_modes(pencil, factor, choice, progress);
     Reduction reduction;
-    reduction.mode_count = int(count);
+    attach(pencil, factor, loads, flexible, reduction, progress);
+    const Index count = flexible.values.size();
     reduction.factor_bytes = factor.factor_bytes();
     reduction.complete_to = flexible.complete_to;
     reduction.motion.resize(rigid.rows(), 6 + count);

@@ -18,20 +18,23 @@ struct Reduction
     Eigen::MatrixXd motion;           // of the rows of the matrices, one column a mode
     int boundary_count = 0;           // the first modes: six constraint modes an interface
     int mode_count = 0;               // fixed-interface modes behind them, or flexible ones behind six rigid ones
+    int attachment_count = 0;         // the last ones
+    std::vector<char> attached;       // by load: whether it has an attachment mode
     double rigid_before = 0.0;        // largest of the six smallest |eigenvalue| before the repair
     double complete_to = 0.0;         // the modes have every eigenvalue below: fixed-interface ones, or flexible ones
     std::vector<double> completeness; // of a free body, by interface: share of the modes in its static flexibility
     double factor_bytes = 0.0;
 };
 
-// Fixed-interface modes and constraint modes (Craig and Bampton, AIAA J. 6, 1968). The interfaces are those of the moved mesh.
+// Constraint modes and fixed-interface modes (Craig and Bampton, AIAA J. 6, 1968), and attachment modes for `loads`,
+// one column each at the rows of the matrices, of which there may be none. The interfaces are those of the moved mesh.
 Reduction reduce_craig_bampton(const Model& model, const std::vector<Interface>& interfaces, const ModeChoice& choice,
-                               Progress& progress);
+                               Progress& progress, const Eigen::MatrixXd& loads = {});
 
-// Six rigid-body modes, exact and M-orthonormal, and the flexible modes behind them. `pulls`: forces at the rows, three columns an
+// Six rigid-body modes, exact and M-orthonormal, and the flexible modes behind them, and attachment modes for `loads`. `pulls`: forces at the rows, three columns an
 // interface whose completeness is wanted.
 Reduction reduce_free(const Model& model, const ModeChoice& choice, Progress& progress,
-                      const Eigen::MatrixXd& pulls = {});
+                      const Eigen::MatrixXd& pulls = {}, const Eigen::MatrixXd& loads = {});
 
 // Takes out of the boundary stiffness what resists the rigid motions of the reference nodes. Returns the largest of the six
 // smallest |eigenvalue| before.

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "fem/source.h"
@@ -50,6 +51,7 @@ struct Input
      * components, of each point in the order of the points.
      */
     std::vector<std::array<int64_t, 2>> dofs;
+    std::vector<std::pair<std::string, std::vector<double>>> loads; ///< load cases: a label, and a force for each row
 };
 
 /**

@@ -34,6 +34,7 @@ private:
     void add_cells(Model& model, std::vector<char>& used) const;
     void add_block(const Cells& cells, const CellType& type, Mesh& mesh, std::vector<char>& used) const;
     std::vector<Row> rows() const;
+    void add_loads(Model& model) const;
 
     Input input_;
 };
@@ -172,11 +173,28 @@ std::vector<Row> ArraySource::rows() const
     return rows;
 }
 
+void ArraySource::add_loads(Model& model) const
+{
+    for (const auto& [label, forces] : input_.loads)
+    {
+        if (int64_t(forces.size()) != input_.stiffness.order)
+            refuse("load " + label + " has " + std::to_string(forces.size()) + " rows, the matrices have " +
+                   std::to_string(input_.stiffness.order));
+        if (!std::all_of(forces.begin(), forces.end(), [](double force) { return std::isfinite(force); }))
+            refuse("load " + label + " has a force that is no finite number");
+        LoadCase load;
+        load.label = label;
+        load.rows = Eigen::VectorXd::Map(forces.data(), Eigen::Index(forces.size()));
+        model.load_cases.push_back(std::move(load));
+    }
+}
+
 void ArraySource::read_solution(Model& model, const std::vector<Interface>&, Progress& progress)
 {
     progress.begin("take the matrices");
     model.matrices = {rows(), upper_triangle(input_.stiffness, "the stiffness matrix"),
                       upper_triangle(input_.mass, "the mass matrix")};
+    add_loads(model);
     input_ = {};
 }
 

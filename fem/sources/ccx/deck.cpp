@@ -59,10 +59,15 @@ private:
     void coupling(const Card& card);
     void kinematic(const Card& card);
     void distributing(const Card& card);
-    void step(const Card& card) { deck_.steps.push_back({place(card), false, false, false, {}}); }
+    void step(const Card& card);
     void frequency(const Card& card);
     void static_step(const Card& card);
     void boundary(const Card& card);
+    void concentrated(const Card& card);
+    void distributed(const Card& card);
+    void distribute(const std::string& label, const std::vector<std::string_view>& fields,
+                    const std::vector<int>& elements, const Place& at);
+    void leave_out(const Card& card) { loads_.leave_out(card.keyword, place(card), card.shown); }
     void refuse(const Card& card);
 
     Place place(const Card& card) const { return cards_.place(card); }
@@ -92,6 +97,7 @@ private:
     std::map<std::string, Material> materials_;
     std::string material_; // the one that property cards speak of
     std::vector<Section> sections_;
+    LoadHistory loads_;
     std::unique_ptr<Tie> coupling_;              // waits for its *KINEMATIC
     std::vector<std::pair<Place, int>> unknown_; // nodes that were named before they were defined, if they are at all
 };
@@ -117,6 +123,11 @@ const DeckReader::Row DeckReader::kRows[] = {
     {"FREQUENCY", &DeckReader::frequency},
     {"STATIC", &DeckReader::static_step},
     {"BOUNDARY", &DeckReader::boundary},
+    {"CLOAD", &DeckReader::concentrated},
+    {"DLOAD", &DeckReader::distributed},
+    {"DSLOAD", &DeckReader::leave_out},
+    {"TEMPERATURE", &DeckReader::leave_out},
+    {"MODELCHANGE", &DeckReader::leave_out},
     {"NODALTHICKNESS", &DeckReader::refuse},
     {"NORMAL", &DeckReader::refuse},
     {"EQUATION", &DeckReader::refuse},
@@ -273,6 +284,7 @@ void DeckReader::surface(const Card& card)
 {
     const bool of_nodes = card.has("TYPE") && capitals(card.parameters.at("TYPE")) == "NODE";
     std::set<int> nodes;
+    std::vector<ElementFace> faces;
     for (const DataLine& line : card.lines)
     {
         const Place at = place(line);
@@ -286,15 +298,20 @@ void DeckReader::surface(const Card& card)
         }
         append_members(fields[0], at, "element set", deck_.element_sets, element_index_, members);
         const std::string label = fields.size() > 1 ? capitals(std::string(fields[1])) : "";
-        const int number = label.size() == 2 && label[0] == 'S' ? label[1] - '0' : label == "SPOS" || label == "SNEG";
+        const int number = label.size() == 2 && label[0] == 'S' ? label[1] - '0'
+                           : label == "SPOS"                    ? 2
+                                                                : int(label == "SNEG");
         for (int id : members)
         {
             const Face face = element_face(element_with(id), number); // ids still, as long as nodes are unresolved
             if (face.empty())
                 throw InputError(at, "element " + std::to_string(id) + " has no face " + in_quotes(label));
             nodes.insert(face.begin(), face.end());
+            faces.push_back({element_index_.at(id), number});
         }
     }
+    if (!of_nodes)
+        deck_.surfaces[capitals(required(card, "NAME"))] = std::move(faces);
     surfaces_[capitals(required(card, "NAME"))].assign(nodes.begin(), nodes.end());
 }
 
@@ -360,7 +377,7 @@ void DeckReader::check_tie(const Tie& tie) const
 
 void DeckReader::rigid_body(const Card& card)
 {
-    Tie tie{place(card), {}, parse_int(required(card, "REFNODE"), place(card)), 0};
+    Tie tie{place(card), {}, parse_int(required(card, "REFNODE"), place(card)), false, 0};
     if (card.has("ROTNODE"))
         tie.rotation_id = parse_int(card.parameters.at("ROTNODE"), place(card));
     std::set<int> ids;
@@ -384,7 +401,7 @@ void DeckReader::rigid_body(const Card& card)
 
 void DeckReader::coupling(const Card& card)
 {
-    Tie tie{place(card), {}, parse_int(required(card, "REFNODE"), place(card)), 0};
+    Tie tie{place(card), {}, parse_int(required(card, "REFNODE"), place(card)), true, 0};
     const std::string& name = required(card, "SURFACE");
     const auto found = surfaces_.find(capitals(name));
     if (found == surfaces_.end())
@@ -434,6 +451,13 @@ void DeckReader::static_step(const Card& card)
     if (deck_.steps.empty())
         fail(card, "*STATIC outside a step");
     deck_.steps.back().static_step = true;
+    loads_.be_static();
+}
+
+void DeckReader::step(const Card& card)
+{
+    deck_.steps.push_back({place(card), false, false, false, {}});
+    loads_.begin_step(card, place(card));
 }
 
 // Only what steps prescribe is of interest; an unconstrained matrix shows by itself that the model has no supports.
@@ -441,6 +465,7 @@ void DeckReader::boundary(const Card& card)
 {
     if (deck_.steps.empty())
         return;
+    loads_.begin_card(card, place(card));
     for (const DataLine& line : card.lines)
     {
         const Place at = place(line);
@@ -454,8 +479,89 @@ void DeckReader::boundary(const Card& card)
             throw InputError(at, "a boundary condition names the components 1 to 6");
         for (int id : members)
             for (int component = first; component <= last; ++component)
+            {
                 deck_.steps.back().boundary.push_back({double(id), double(component), value});
+                loads_.prescribe(id, component, value);
+            }
     }
+}
+
+// A number of a data line; those that are left out are zero.
+static double number_at(const std::vector<std::string_view>& fields, size_t i, const Place& at)
+{
+    return i < fields.size() && !fields[i].empty() ? parse_real(fields[i], at) : 0.0;
+}
+
+void DeckReader::concentrated(const Card& card)
+{
+    if (deck_.steps.empty())
+        fail(card, card.shown + " outside a step");
+    if (!loads_.begin_card(card, place(card)))
+        return;
+    for (const DataLine& line : card.lines)
+    {
+        const Place at = place(line);
+        const auto fields = split(line.text);
+        std::vector<int> members;
+        append_members(fields[0], at, "node set", deck_.node_sets, deck_.node_index, members);
+        const int component = fields.size() > 1 ? parse_int(fields[1], at) : 0;
+        if (component < 1 || component > 6)
+            throw InputError(at, "a concentrated load names one of the components 1 to 6");
+        for (int id : members)
+            loads_.add({LoadKey::nodal, id, component, {}, {}}, number_at(fields, 2, at), {}, at);
+    }
+}
+
+void DeckReader::distributed(const Card& card)
+{
+    if (deck_.steps.empty())
+        fail(card, card.shown + " outside a step");
+    if (!loads_.begin_card(card, place(card)))
+        return;
+    for (const DataLine& line : card.lines)
+    {
+        const Place at = place(line);
+        const auto fields = split(line.text);
+        std::vector<int> members;
+        append_members(fields[0], at, "element set", deck_.element_sets, element_index_, members);
+        for (int& member : members)
+            member = element_index_.at(member);
+        distribute(fields.size() > 1 ? capitals(std::string(fields[1])) : "", fields, members, at);
+    }
+}
+
+void DeckReader::distribute(const std::string& label, const std::vector<std::string_view>& fields,
+                            const std::vector<int>& elements, const Place& at)
+{
+    const double value = number_at(fields, 2, at);
+    if (label == "P" || (label.size() == 2 && label[0] == 'P' && label[1] >= '1' && label[1] <= '6'))
+        for (int element : elements)
+        {
+            const Element& pressed = deck_.mesh.elements[size_t(element)]; // of a shell whatever number is the bottom
+            const int number = label == "P" || is_shell(pressed.type->shape) ? 1 : label[1] - '0';
+            if ((label == "P" && !is_shell(pressed.type->shape)) || element_face(pressed, number).empty())
+                loads_.leave_out("DLOAD", at,
+                                 "the load " + in_quotes(label) + " on element " + std::to_string(pressed.id) +
+                                     ", which has no such face,");
+            else
+                loads_.add({LoadKey::pressure, element, number, {}, {}}, value, {}, at);
+        }
+    else if (label == "GRAV" || label == "CENTRIF")
+    {
+        const bool turns = label == "CENTRIF";
+        LoadKey key{turns ? LoadKey::centrifugal : LoadKey::gravity, 0, 0, capitals(std::string(fields[0])), {}};
+        Eigen::Map<Eigen::Vector3d> point(key.axis.data()), direction(key.axis.data() + 3);
+        for (size_t i = 0; i < 3; ++i)
+            key.axis[3 + i] = number_at(fields, (turns ? 6 : 3) + i, at);
+        for (size_t i = 0; turns && i < 3; ++i)
+            point[Eigen::Index(i)] = number_at(fields, 3 + i, at);
+        if (!(direction.norm() > 0.0))
+            throw InputError(at, label + " without a direction");
+        direction.normalize();
+        loads_.add(key, value, elements, at);
+    }
+    else
+        loads_.leave_out("DLOAD", at, "the load " + in_quotes(label));
 }
 
 void DeckReader::refuse(const Card& card)
@@ -537,6 +643,7 @@ void DeckReader::resolve()
     resolve_unknown();
     resolve_nodes();
     apply_sections();
+    deck_.static_loads = loads_.finish(deck_.notes);
 }
 
 int Deck::find_node(int id) const

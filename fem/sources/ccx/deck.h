@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "fem/elements.h"
+#include "fem/sources/ccx/load_history.h"
 
 namespace zel_fem::ccx
 {
@@ -18,6 +19,7 @@ struct Tie
     Place place;
     std::vector<int> node_ids; // ascending
     int reference_id = 0;
+    bool turns = false;  // moments act on components 4 to 6 of the reference node
     int rotation_id = 0; // node whose components 1 to 3 are the rotations; 0: one that the solver makes
 };
 
@@ -36,8 +38,10 @@ struct Deck
     Mesh mesh; // nodes in the order of their ids
     std::unordered_map<int, int> node_index;
     std::map<std::string, std::vector<int>> node_sets, element_sets; // ids, ascending; names in capitals
+    std::map<std::string, std::vector<ElementFace>> surfaces;        // names in capitals
     std::vector<Tie> ties;                                           // in the deck's order
     std::vector<Step> steps;
+    std::vector<StepLoads> static_loads;
     std::string heading;
     std::vector<std::string> notes; // what was passed over, as the solver does
 

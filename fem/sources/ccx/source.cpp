@@ -4,6 +4,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "checks/report.h"
 #include "fem/sources/ccx/ccx.h"
 #include "fem/sources/ccx/element_types.h"
 #include "fem/sources/ccx/results.h"
@@ -12,6 +13,8 @@
 
 namespace zel_fem::ccx
 {
+
+using zel_checks::format;
 
 namespace
 {
@@ -63,6 +66,63 @@ static std::vector<std::string> files_of(const std::string& job, const Deck& dec
     return files;
 }
 
+// Nodes with moments of their own: of shells, and reference nodes of couplings. By index.
+static std::vector<char> turning_nodes(const Deck& deck)
+{
+    std::vector<char> turning(deck.mesh.nodes.size());
+    for (const Element& element : deck.mesh.elements)
+        for (int i = 0; is_shell(element.type->shape) && i < node_count(element.type->shape); ++i)
+            turning[size_t(element.nodes[size_t(i)])] = 1;
+    for (const Tie& tie : deck.ties)
+        turning[size_t(deck.find_node(tie.reference_id))] |= char(tie.turns);
+    return turning;
+}
+
+// Forces on the node that carries the rotations of a tie are moments. The solver passes over those of nodes that do not
+// turn, and so does this, with a note.
+static void add_nodal(const Deck& deck, const StepLoads& step, const LoadKey& key, double value,
+                      const std::vector<char>& turning, LoadCase& load, std::vector<std::string>& notes)
+{
+    LoadCase::Nodal own{deck.find_node(key.target), key.part - 1, value};
+    bool acts = own.component < 3 || turning[size_t(own.node)];
+    for (const Tie& tie : deck.ties)
+        if (tie.rotation_id == key.target)
+        {
+            acts = key.part <= 3;
+            own = {deck.find_node(tie.reference_id), key.part + 2, value};
+        }
+    if (acts)
+        load.nodal.push_back(own);
+    else
+        notes.push_back(InputError(step.place, format("node %d does not turn: its load of component %d is passed over, "
+                                                      "as the solver does",
+                                                      key.target, key.part))
+                            .what());
+}
+
+static LoadCase load_case_of(const Deck& deck, const StepLoads& step, const std::vector<char>& turning,
+                             std::vector<std::string>& notes)
+{
+    LoadCase load;
+    load.label = step.label;
+    for (const auto& [key, active] : step.loads)
+    {
+        const Eigen::Vector3d point(key.axis[0], key.axis[1], key.axis[2]);
+        const Eigen::Vector3d direction(key.axis[3], key.axis[4], key.axis[5]);
+        // away from the axis, as far as it is
+        const Eigen::Matrix3d off = active.value * (Eigen::Matrix3d::Identity() - direction * direction.transpose());
+        if (key.kind == LoadKey::nodal)
+            add_nodal(deck, step, key, active.value, turning, load, notes);
+        else if (key.kind == LoadKey::pressure)
+            load.pressures.push_back({{key.target, key.part}, active.value});
+        else if (key.kind == LoadKey::gravity)
+            load.inertial.push_back({active.elements, active.value * direction, Eigen::Matrix3d::Zero()});
+        else
+            load.inertial.push_back({active.elements, -off * point, off});
+    }
+    return load;
+}
+
 Model CcxSource::read_model(Progress& progress)
 {
     progress.begin("read the deck");
@@ -77,6 +137,10 @@ Model CcxSource::read_model(Progress& progress)
     model.mesh = deck_.mesh;
     for (const auto& [name, ids] : deck_.node_sets)
         model.node_sets[name] = indexes_of(deck_, ids);
+    model.surfaces = deck_.surfaces;
+    const std::vector<char> turning = turning_nodes(deck_);
+    for (const StepLoads& step : deck_.static_loads)
+        model.load_cases.push_back(load_case_of(deck_, step, turning, model.notes));
     for (const Tie& tie : deck_.ties)
         model.ties.push_back({tie.place, deck_.find_node(tie.reference_id), indexes_of(deck_, tie.node_ids)});
     return model;

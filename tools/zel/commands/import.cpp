@@ -66,7 +66,7 @@ private:
 struct ImportOptions
 {
     ReductionOptions reduction;
-    std::vector<std::string> interfaces;
+    std::vector<std::string> interfaces, loads;
     std::string units, write_options = "full_invar";
     zel_command::DampingOptions damping;
     bool verbose = false;
@@ -81,6 +81,8 @@ static int write_and_report(Source& source, ImportOptions options)
     const std::optional<Damping> damping = options.damping.parsed();
     for (const std::string& text : options.interfaces)
         options.reduction.interfaces.push_back(parse_interface(text));
+    for (const std::string& text : options.loads)
+        options.reduction.loads.push_back(parse_load(text));
     ReducedBody body = reduce(source, options.reduction, progress);
     if (const auto damped = write_body(body, options.reduction.output, options.write_options, progress, damping))
         body.report.figure("damping", text_of(*damped),
@@ -150,6 +152,7 @@ struct SourceWords
     std::string units_of;   // what has the units
     std::string ties;       // the interfaces without --interface
     std::string nodal_mass; // the name of the option
+    std::string loads;      // that the source has itself
 };
 
 static void add_shared_options(CLI::App& command, ImportOptions& options, const SourceWords& words)
@@ -177,6 +180,15 @@ static void add_shared_options(CLI::App& command, ImportOptions& options, const 
         "--verify", options.reduction.verify,
         "Tell up to which frequency the free-free modes of the body agree with the full model's within 1 %: takes a "
         "factor and modes of the full model");
+    command
+        .add_option("--load", options.loads,
+                    "NAME=NODES:fx,fy,fz[,mx,my,mz], NAME=gravity:gx,gy,gz or NAME=SURFACE:pressure: a modal load "
+                    "case; nodes as "
+                    "--interface names them; may be repeated" +
+                        words.loads)
+        ->option_text("LOAD ...");
+    command.add_flag("--attachment", options.reduction.attachment,
+                     "An attachment mode for each load whose static deformation the other modes do not have");
     add_choice<MassMethod>(
         command, words.nodal_mass, options.reduction.mass,
         {{"matched", MassMethod::matched}, {"hrz", MassMethod::scaled}, {"rowsum", MassMethod::row_sum}},
@@ -198,7 +210,8 @@ static void add_ccx(CLI::App& import, int& status)
     CLI::App* ccx = import.add_subcommand("ccx", "A body from a CalculiX deck and what the solver left beside it");
     ccx->add_option("JOB", job->deck, "The deck, JOB or JOB.inp, plain or compressed by gzip")->required();
     add_shared_options(*ccx, *options,
-                       {"the deck", "every *RIGID BODY and kinematic *COUPLING of the deck", "--mass,--nodal-mass"});
+                       {"the deck", "every *RIGID BODY and kinematic *COUPLING of the deck", "--mass,--nodal-mass",
+                        "; beside those of the deck's static steps"});
     ccx->add_flag("--free", options->reduction.free, "Free-free modes, whatever ties the deck has");
     add_choice<ccx::Route>(
         *ccx, "--route", job->route,
@@ -235,7 +248,7 @@ static void add_matrices(CLI::App& import, int& status)
             "What each row moves: \"node.component\" or \"node component\" a line, or a mapping vector; without "
             "it three translations (or six components) of each node, ascending by number")
         ->option_text("FILE");
-    add_shared_options(*command, *options, {"mesh and matrices", "free-free modes", "--nodal-mass"});
+    add_shared_options(*command, *options, {"mesh and matrices", "free-free modes", "--nodal-mass", ""});
     command->add_flag("--free", options->reduction.free, "Free-free modes, whatever --interface says");
     command->callback([files, options, &status] {
         status = import_body(files->stiffness, *matrices::make_source(*files), *options);

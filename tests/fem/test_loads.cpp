@@ -1,0 +1,324 @@
+// Loads as modal load cases: statics against the full model and against what CalculiX has computed, resultants against
+// arithmetic, and what becomes of them in a file.
+#include <cmath>
+#include <filesystem>
+
+#include "fem/body.h"
+#include "fem/interfaces.h"
+#include "fem/loads.h"
+#include "fem/reduction.h"
+#include "fem/rigid.h"
+#include "fem/sources/ccx/element_types.h"
+#include "fixtures.h"
+
+using namespace zel_fem;
+using Eigen::Index;
+using Eigen::MatrixXd;
+using Eigen::Vector3d;
+using Eigen::VectorXd;
+
+static const std::string kSmall = ZEL_SOURCE "/tests/data/ccx/";
+static Progress silent;
+
+// A job of the short beam with more steps, and the matrices that belong to it.
+static std::string job_with(const TemporaryFolder& folder, const std::string& steps)
+{
+    for (const char* suffix : {".sti.gz", ".mas.gz", ".dof.gz"})
+        std::filesystem::copy_file(kSmall + "small" + suffix, folder.path(std::string("job") + suffix),
+                                   std::filesystem::copy_options::overwrite_existing);
+    write_file(folder, "job.inp", "*INCLUDE, INPUT=" + kSmall + "small.inp\n" + steps);
+    return folder.path("job");
+}
+
+static ReductionOptions options_with(const std::vector<std::string>& loads, int modes)
+{
+    ReductionOptions options;
+    options.units = parse_units("mm,t,s,N");
+    options.modes = modes;
+    for (const std::string& text : loads)
+        options.loads.push_back(parse_load(text));
+    return options;
+}
+
+static ReducedBody reduced(const std::string& job, const ReductionOptions& options)
+{
+    return reduce(*ccx::make_source({job, ccx::Route::matrices}), options, silent);
+}
+
+static Model model_of(const std::string& job)
+{
+    const auto source = ccx::make_source({kSmall + job, ccx::Route::matrices});
+    Model model = source->read_model(silent);
+    source->read_solution(model, {}, silent);
+    return model;
+}
+
+static std::string told(const ReducedBody& body)
+{
+    std::string text;
+    for (const zel_checks::Row& row : body.report.rows())
+        text += row.name + " " + row.text + "\n";
+    return text;
+}
+
+// The displacements of the nodes under load `which` with the first `held` coordinates at rest.
+static VectorXd answer(const Body& body, Index held, size_t which)
+{
+    const Index rest = body.stiffness.rows() - held;
+    return body.motion.rightCols(rest) *
+           body.stiffness.bottomRightCorner(rest, rest).ldlt().solve(body.loads[which].values.tail(rest));
+}
+
+// ---- Against the solver --------------------------------------------------------------------------------------------------
+
+// Loads of one step add up; those of the next replace them one by one, until OP=NEW. Frequency steps neither begin nor
+// end any.
+TEST(Loads, OfStaticStepsDeformTheBodyAsTheSolverSays)
+{
+    TemporaryFolder folder;
+    const std::string job = job_with(
+        folder, "*STEP, NAME=pull\n*STATIC\n*BOUNDARY\nROOT,1,3\n*CLOAD\n33,1,10\n34,2,5\n*CLOAD\n33,1,2.5\n"
+                "*DLOAD\n3,P4,2\nBEAM,GRAV,9810,0,0,-2\n*END STEP\n"
+                "*STEP\n*FREQUENCY\n3\n*END STEP\n"
+                "*STEP\n*STATIC\n*CLOAD\n34,2,1\n*DLOAD\n3,P4,1\n2,P6,3\nLUMP,GRAV,9810,0,-1,0\nBEAM,GRAV,500,0,0,-1\n"
+                "*STEP\n*STATIC\n*CLOAD,OP=NEW\n*DLOAD,OP=NEW\nBEAM,CENTRIF,1e6,5,6,7,1,2,3\n"
+                "LUMP,CENTRIF,1e6,5,6,7,1,2,3\n");
+    ReductionOptions options = options_with({}, 4);
+    options.interfaces = {parse_interface("ROOT")};
+    options.attachment = true;
+    const ReducedBody body = reduced(job, options);
+    ASSERT_EQ(body.body->loads.size(), 3u);
+    EXPECT_EQ(body.body->loads[0].label, "Step 2: pull");
+    EXPECT_EQ(body.body->loads[2].label, "Step 5");
+    EXPECT_NE(told(body).find("a multibody solver applies gravity and inertia forces itself"), std::string::npos);
+    constexpr double kExpected[3][3][3] = {// ccx 2.20: step, node 13, 33 and 44, component
+                                           {{-6.241481e-05, -1.374425e-05, 9.580305e-06},
+                                            {-0.0003578129, 0.000404797, 0.0002130563},
+                                            {-0.0006560573, 0.0004455865, 0.0002598788}},
+                                           {{9.014e-05, 3.223516e-05, -1.373564e-05},
+                                            {0.0001578832, 0.0002027296, 0.0003068542},
+                                            {-4.91441e-05, 0.0002183028, 0.0002964772}},
+                                           {{0.001761491, -0.0003037862, -0.002085755},
+                                            {-0.006699742, -0.01279218, -0.05505073},
+                                            {0.004875681, -0.01250121, -0.05615165}}};
+    for (size_t step = 0; step < 3; ++step)
+    {
+        const VectorXd u = answer(*body.body, 6, step);
+        for (size_t n = 0; n < 3; ++n)
+            for (Index c = 0; c < 3; ++c)
+                EXPECT_NEAR(u[3 * Index(std::array{12, 32, 43}[n]) + c], kExpected[step][n][size_t(c)], // node less 1
+                            1e-5 * u.cwiseAbs().maxCoeff())
+                    << step << n << c;
+    }
+}
+
+TEST(Loads, OfStepsThatCannotBeTakenAreTold)
+{
+    TemporaryFolder folder;
+    const std::string force = "*STEP\n*STATIC\n*CLOAD\n33,1,10\n";
+    const std::array<std::string, 3> cases[] = {
+        // steps, what the report tells, labels
+        {force + "*CLOAD, AMPLITUDE=A\n34,1,1\n", "*CLOAD with AMPLITUDE is left out", "Step 2 (in part)"},
+        {force + "*DLOAD\n3,P4NU,1\n", "the load \"P4NU\" is left out", "Step 2 (in part)"},
+        {force + "*TEMPERATURE\nALL,100\n", "*TEMPERATURE is left out", "Step 2 (in part)"},
+        {force + "*BOUNDARY\n1,1,1,0.5\n", "what the step moves by *BOUNDARY is left out", "Step 2 (in part)"},
+        {force + "*CLOAD\n34,5,1\n", "node 34 does not turn", "Step 2"},
+        {force + "*DLOAD\nBEAM,CENTRIF,1,0,0,0,0,0,1\nBEAM,CENTRIF,1,0,0,0,0,1,0\n", "a second axis",
+         "Step 2 (in part)"},
+        {"*NODE\n99\n" + force + "*CLOAD\n99,1,1\n", "Step 2 is no load case: node 99 has no freedom", ""},
+        {force + "*STEP, PERTURBATION\n*STATIC\n*STEP\n*STATIC\n", "", "Step 2"},
+    };
+    for (const auto& [steps, expected, label] : cases)
+    {
+        const ReducedBody body = reduced(job_with(folder, steps), options_with({}, 2));
+        EXPECT_NE(told(body).find(expected), std::string::npos) << expected << " not in " << told(body);
+        ASSERT_EQ(body.body->loads.size(), label.empty() ? 0u : 1u) << steps;
+        EXPECT_EQ(label.empty() ? "" : body.body->loads[0].label, label);
+    }
+}
+
+// ---- Against the full model ----------------------------------------------------------------------------------------------
+
+// One column a load, with the rows of node 45 at rest where there are any; without, in equilibrium with the inertia of
+// the body.
+static MatrixXd full_answer(const Model& model, MatrixXd forces)
+{
+    MatrixXd k(MatrixXd(model.matrices->stiffness).selfadjointView<Eigen::Upper>());
+    const MatrixXd m(MatrixXd(model.matrices->mass).selfadjointView<Eigen::Upper>());
+    const MatrixXd r = rigid_motions(model, Vector3d::Zero()), rm = m * r;
+    if (model.ties.empty())
+    {
+        forces -= rm * (r.transpose() * rm).ldlt().solve(r.transpose() * forces);
+        k += rm * rm.transpose() * (k.diagonal().maxCoeff() / rm.squaredNorm()); // holds the body without a strain
+        return k.ldlt().solve(forces);
+    }
+    for (size_t i = 0; i < model.matrices->rows.size(); ++i)
+        if (const Index row = Index(i); model.mesh.nodes[size_t(model.matrices->rows[i].node)].id == 45)
+        {
+            k.row(row).setZero(), k.col(row).setZero(), forces.row(row).setZero();
+            k(row, row) = 1.0;
+        }
+    return k.ldlt().solve(forces);
+}
+
+// What is at an interface needs no attachment mode, and all else does: held at the root, and free.
+TEST(Loads, HaveTheFullModelsStaticAnswers)
+{
+    const std::vector<std::string> texts = {"TIP=ids=46:1,2,-3,40,50,60", "MIDDLE=ids=13,14,15:3,-2,1",
+                                            "HEAVY=gravity:0,3,-9810", "SUN=ids=6,7,14,23,24,28,29,30:2",
+                                            "AGAIN=ids=13,14,15:6,-4,2"};
+    for (const char* job : {"small_tied", "small"})
+        for (const bool attachment : {true, false})
+        {
+            const bool free = job == std::string("small");
+            ReductionOptions options = options_with(texts, 3);
+            if (free)
+                options.loads.erase(options.loads.begin());
+            options.attachment = attachment;
+            const Model model = model_of(job);
+            const FullLoads full = full_loads(model, {}, options.loads, matrix_moments(model));
+            Reduction moved;
+            moved.motion = full_answer(model, full.forces);
+            const MatrixXd expected = node_motion(model, moved).displacement;
+            const ReducedBody body = reduced(kSmall + job, options);
+            for (size_t load = 0; load < options.loads.size(); ++load)
+            {
+                VectorXd u = answer(*body.body, 6, load);
+                const MatrixXd all = body.body->motion;
+                if (free) // rigid motions are of no account
+                    u += all.leftCols(6) * all.leftCols(6).colPivHouseholderQr().solve(expected.col(Index(load)) - u);
+                const double error = (u - expected.col(Index(load))).norm() / expected.col(Index(load)).norm();
+                const bool exact = attachment || (!free && load == 0);
+                const VectorXd& values = body.body->loads[load].values;
+                const bool falls = free && options.loads[load].label == "HEAVY"; // without a strain
+                const double strain = values.tail(values.size() - 6).norm() / values.norm();
+                EXPECT_EQ((falls ? strain : error) < 1e-8, exact || falls) << job << load << " " << error;
+            }
+            EXPECT_EQ(body.body->mass.rows() - (free ? 6 : 12) - 3, !attachment ? 0 : free ? 2 : 3);
+        }
+}
+
+// ---- Resultants ----------------------------------------------------------------------------------------------------------
+
+TEST(Loads, HaveTheResultantsThatWereAskedFor)
+{
+    const ReductionOptions options = options_with({"T=TIP:1,2,3,40,50,60", "G=gravity:1,2,3", "P=all:7"}, 4);
+    const Model model = model_of("small");
+    const MassMoments mass = matrix_moments(model);
+    const FullLoads full = full_loads(model, {}, options.loads, mass);
+    Eigen::Matrix<double, 6, 3> expected;
+    const Vector3d force(1, 2, 3), weight = mass.mass * force;
+    expected << force, weight, Vector3d::Zero(), Vector3d(60, 0, 0).cross(force) + Vector3d(40, 50, 60),
+        mass.center().cross(weight), Vector3d::Zero();
+    EXPECT_LT((full.resultants - expected).norm(), 1e-9 * expected.norm());
+    // a uniform traction on a serendipity face: corners -1/12, mid-sides 1/3
+    const FullLoads pull = full_loads(model, {}, options_with({"X=TIP:12,0,0"}, 0).loads, mass);
+    EXPECT_NEAR(pull.forces.maxCoeff(), 4.0, 1e-12);
+    EXPECT_NEAR(pull.forces.minCoeff(), -1.0, 1e-12);
+    // both routes and both kinds of basis have the weight, as its work on a motion of one metre says
+    for (const char* job : {"tests/data/ccx/small", "examples/ccx/tied_beam", "examples/ccx/free_beam"})
+    {
+        const ReducedBody body = reduce(*ccx::make_source({std::string(ZEL_SOURCE "/") + job}),
+                                        options_with({"G=gravity:1,2,3"}, 4), silent);
+        const MatrixXd rigid = fit_rigid_motions(body.body->mesh, Vector3d::Zero(), body.body->motion).coefficients;
+        const Vector3d work = rigid.leftCols<3>().transpose() * body.body->loads[0].values;
+        EXPECT_LT((work - moments_of(body.body->mesh, body.body->nodes).mass * force).norm(), 1e-6 * work.norm())
+            << job;
+    }
+}
+
+// Edges bulge and faces are warped: the integrals are exact all the same.
+TEST(Loads, OfPressureOnAClosedSurfaceHaveNoResultant)
+{
+    for (const char* name : {"C3D4", "C3D10", "C3D6", "C3D15", "C3D8", "C3D20"})
+    {
+        Mesh mesh;
+        Element element{.id = 1, .type = ccx::find_element_type(name)};
+        const auto& at = node_positions(element.type->shape);
+        for (Index i = 0; i < at.cols(); ++i)
+        {
+            mesh.nodes.push_back({int(i) + 1, at.col(i) + 0.1 * Vector3d(at(1, i) * at(2, i), at(0, i) * at(0, i),
+                                                                         at(0, i) * at(1, i))});
+            element.nodes[size_t(i)] = int(i);
+        }
+        mesh.elements = {element};
+        Vector3d force = Vector3d::Zero(), moment = force;
+        double area = 0.0;
+        for (const Face& face : skin(mesh))
+        {
+            const FaceIntegrals integrals = face_integrals(mesh, face);
+            area += integrals.area.sum();
+            for (size_t i = 0; i < face.size(); ++i)
+            {
+                force += integrals.normal.col(Index(i));
+                moment += mesh.nodes[size_t(face[i])].at.cross(Vector3d(integrals.normal.col(Index(i))));
+            }
+        }
+        EXPECT_GT(area, 1.0);
+        EXPECT_LT(force.norm() + moment.norm(), 1e-12 * area) << name;
+    }
+}
+
+TEST(Loads, ThatNothingCanCarryAreRefused)
+{
+    TemporaryFolder folder;
+    const std::pair<const char*, const char*> faults[] = {
+        {"TIP:1,2,3", "a load reads NAME=SET:fx,fy,fz"},
+        {"A=TIP:1,2", "three or six components"},
+        {"A=gravity:9.81", "three components"},
+        {"A=TIP:1,x,3", "\"x\" is not a number"},
+        {"A=ids=13:0,0,0,1,0,0", "no rotation of its own"},
+        {"A=ids=33,34,38:0,0,0,0,1,0", "lie on one line"},
+        {"A=ids=13,14:5", "holds no whole face"},
+        {"A=NOWHERE:1,2,3", "NOWHERE"},
+    };
+    for (const auto& fault : faults)
+    {
+        const std::string said = complaint(folder, [&] { reduced(kSmall + "small", options_with({fault.first}, 2)); });
+        EXPECT_NE(said.find(fault.second), std::string::npos) << fault.first << ": " << said;
+    }
+}
+
+// ---- In a file -----------------------------------------------------------------------------------------------------------
+
+// f^T K^-1 f of the flexible modes: the work of a load, whatever basis and units it is written in.
+static double work_of(const MatrixXd& stiffness, const MatrixXd& mass, const VectorXd& load)
+{
+    const Eigen::GeneralizedSelfAdjointEigenSolver<MatrixXd> modes(stiffness, mass);
+    const VectorXd amplitudes = modes.eigenvectors().transpose() * load;
+    const Index flexible = load.size() - 6;
+    return amplitudes.tail(flexible).cwiseAbs2().dot(modes.eigenvalues().tail(flexible).cwiseInverse());
+}
+
+static double work_in(const std::string& path)
+{
+    ZELDATA* db = ZEL_CreateFromZEL(path.c_str());
+    int count = 0;
+    double* load = ZEL_GetModalLoad(db, 0, &count);
+    char label[256];
+    EXPECT_EQ(ZEL_GetModalLoadCaseLabel(db, 0, label), 1);
+    EXPECT_STREQ(label, "pull");
+    MatrixXd stiffness(count, count), mass = stiffness;
+    EXPECT_EQ(ZEL_GenStiffFull(db, stiffness.data(), count) + ZEL_GenMassFull(db, mass.data(), count), 2);
+    const VectorXd values = Eigen::Map<VectorXd>(load, count);
+    std::free(load);
+    ZEL_UnLink(db);
+    return work_of(stiffness, mass, values);
+}
+
+TEST(Loads, KeepTheirWorkInEveryBasisAndUnit)
+{
+    TemporaryFolder folder;
+    ReductionOptions options = options_with({"pull=ids=13,14,15:3,-2,1"}, 3);
+    options.attachment = true;
+    options.interfaces = {parse_interface("ROOT"), parse_interface("TIP")};
+    const ReducedBody tied = reduced(kSmall + "small", options);
+    const double work = work_of(tied.body->stiffness, tied.body->mass, tied.body->loads[0].values);
+    const std::string path = folder.path("body.zel");
+    const std::pair<const char*, double> ways[] = {{"no_ortho", 1.0}, {"full_invar", 1.0}, {"MKS", 1e-3}}; // N mm, J
+    for (const auto& [how, joules] : ways)
+    {
+        write_body(tied, path, how, silent);
+        EXPECT_NEAR(work_in(path), joules * work, 1e-8 * joules * work) << how;
+    }
+}
