@@ -31,8 +31,8 @@ struct Reduction
 Reduction reduce_craig_bampton(const Model& model, const std::vector<Interface>& interfaces, const ModeChoice& choice,
                                Progress& progress, const Eigen::MatrixXd& loads = {});
 
-// Six rigid-body modes, exact and M-orthonormal, and the flexible modes behind them, and attachment modes for `loads`. `pulls`: forces at the rows, three columns an
-// interface whose completeness is wanted.
+// Six rigid-body modes, exact and M-orthonormal, the flexible modes behind them, and attachment modes for `loads`.
+// `pulls`: forces at the rows, three columns an interface whose completeness is wanted.
 Reduction reduce_free(const Model& model, const ModeChoice& choice, Progress& progress,
                       const Eigen::MatrixXd& pulls = {}, const Eigen::MatrixXd& loads = {});
 

@@ -28,6 +28,9 @@ using Matrix = std::tuple<int64_t, Taken<int64_t>, Taken<int64_t>, Taken<double>
 using Cells = std::vector<std::tuple<std::string, int, Taken<int64_t>>>;
 using NodeSets = std::vector<std::pair<std::string, Taken<int64_t>>>;
 using Interfaces = std::vector<std::tuple<std::string, std::vector<int>, std::optional<std::array<double, 3>>>>;
+// Label, kind, set, ids and values; and labels with forces at all rows.
+using Loads = std::vector<std::tuple<std::string, int, std::string, std::vector<int>, std::array<double, 6>>>;
+using LoadVectors = std::vector<std::pair<std::string, Taken<double>>>;
 
 namespace
 {
@@ -58,12 +61,16 @@ static zel_fem::arrays::Matrix matrix_of(const Matrix& matrix)
 }
 
 static zel_fem::ReductionOptions options_of(const std::array<std::string, 4>& units, const Interfaces& interfaces,
-                                            int mass_method, bool lumped_invariants, bool release_supports, bool verify)
+                                            const Loads& loads, bool attachment, int mass_method,
+                                            bool lumped_invariants, bool release_supports, bool verify)
 {
     zel_fem::ReductionOptions options;
     options.units = {units[0], units[1], units[2], units[3]};
     for (const auto& [name, ids, at] : interfaces)
         options.interfaces.push_back({{name, ids}, at});
+    for (const auto& [label, kind, name, ids, values] : loads)
+        options.loads.push_back({label, zel_fem::LoadKind(kind), {name, ids}, values});
+    options.attachment = attachment;
     options.free = interfaces.empty();
     options.mass = zel_fem::MassMethod(mass_method);
     options.lumped_invariants = lumped_invariants;
@@ -75,9 +82,9 @@ static zel_fem::ReductionOptions options_of(const std::array<std::string, 4>& un
 // `dofs`: point and component of each row, or nothing
 static std::pair<Database*, std::vector<ReportRow>>
 reduce(const Matrix& stiffness, const Matrix& mass, Taken<double> points, const Cells& cells, const NodeSets& sets,
-       Taken<int64_t> dofs, const std::array<std::string, 4>& units, const Interfaces& interfaces,
-       const std::string& modes, int mass_method, bool lumped_invariants, bool release_supports, bool verify,
-       const std::string& title, nb::handle progress)
+       Taken<int64_t> dofs, const std::array<std::string, 4>& units, const Interfaces& interfaces, const Loads& loads,
+       const LoadVectors& load_vectors, bool attachment, const std::string& modes, int mass_method,
+       bool lumped_invariants, bool release_supports, bool verify, const std::string& title, nb::handle progress)
 {
     zel_fem::arrays::Input input;
     input.title = title;
@@ -91,8 +98,10 @@ reduce(const Matrix& stiffness, const Matrix& mass, Taken<double> points, const 
     input.mass = matrix_of(mass);
     for (size_t i = 0; i + 2 <= dofs.size(); i += 2)
         input.dofs.push_back({dofs.data()[i], dofs.data()[i + 1]});
+    for (const auto& [label, forces] : load_vectors)
+        input.loads.push_back({label, copy_of(forces)});
     zel_fem::ReductionOptions options =
-        options_of(units, interfaces, mass_method, lumped_invariants, release_supports, verify);
+        options_of(units, interfaces, loads, attachment, mass_method, lumped_invariants, release_supports, verify);
     Messages messages;
     zel_python::Progress watch(progress);
     const auto outcome = [&] {
@@ -117,9 +126,10 @@ void add_reducing(nb::module_& module)
 {
     using nb::arg;
     module.def("reduce", &reduce, arg("stiffness"), arg("mass"), arg("points"), arg("cells"), arg("sets"), arg("dofs"),
-               arg("units"), arg("interfaces"), arg("modes"), arg("mass_method"), arg("lumped_invariants"),
-               arg("release_supports"), arg("verify"), arg("title"), arg("progress").none(),
-               nb::rv_policy::take_ownership, "The body of a model and the report of its reduction");
+               arg("units"), arg("interfaces"), arg("loads"), arg("load_vectors"), arg("attachment"), arg("modes"),
+               arg("mass_method"), arg("lumped_invariants"), arg("release_supports"), arg("verify"), arg("title"),
+               arg("progress").none(), nb::rv_policy::take_ownership,
+               "The body of a model and the report of its reduction");
 }
 
 } // namespace zel_python

@@ -117,3 +117,36 @@ def test_invariants_are_those_of_the_matrix_or_of_the_nodes() -> None:
     assert np.abs(body.invariants[3][:, 6:]).max() < 1e-12 < np.abs(lumped.invariants[3][:, 6:]).max()
     with pytest.raises(ValueError, match='invariants: expected "consistent" or "lumped"'):
         zel.reduce(stiffness, mass, mesh, units=UNITS, invariants="exact")
+
+
+def test_loads_of_all_kinds_have_exact_static_answers_with_attachment_modes() -> None:
+    stiffness, mass, mesh, _ = block()
+    left, right = (np.flatnonzero(mesh[0][:, 0] == at) + 1 for at in (0.0, 33.0))
+    k, m = stiffness.toarray(), mass.toarray()
+    wind = np.zeros(len(k))
+    wind[3 * 17 + 1] = 5.0
+    loads: dict[str, zel.reduction.Load] = {
+        "wind": wind, "pull": (right, (1, 2, 3, 40, 50, 60)), "weight": ("gravity", (0, 0, -9810.0)), "press": (right, 2.0)
+    }
+    made = {
+        kind: zel.reduce(k, m, mesh, interfaces=[left], modes=3, units=UNITS, loads=loads, attachment=kind)
+        for kind in (True, False)
+    }
+    inner = np.setdiff1d(np.arange(len(k)), (3 * (left - 1)[:, None] + np.arange(3)).ravel())
+    answer = np.linalg.solve(k[np.ix_(inner, inner)], wind[inner]) @ wind[inner]  # the work of the load
+    for kind, body in made.items():
+        assert body.loads.labels == ["pull", "weight", "press", "wind"]  # those at rows come last
+        assert len(body.modes) == 6 + 3 + 4 * kind
+        rest = body.loads.values[3][6:]
+        work = rest @ np.linalg.solve(body.stiffness_matrix[6:, 6:], rest)
+        assert (abs(work / answer - 1) < 1e-8) == kind
+    weight = body.loads.values[1][:6]
+    np.testing.assert_allclose(weight[:3], [0, 0, -9810 * 33 * 13 * 9 * bracket.DENSITY], atol=1e-9)
+    np.testing.assert_allclose(body.loads.values[2][0], -2.0 * 13 * 9)  # inward, on the right end
+    wrong: list[tuple[zel.reduction.Load, str]] = [
+        (wind[:9], "load x: expected an array of shape (108,)"), (("gravity", 9.81), "expected three numbers"),
+        ((right[:2], 1.0), "holds no whole face"),
+    ]
+    for load, message in wrong:
+        with pytest.raises((ValueError, zel.ZelError), match=re.escape(message)):
+            zel.reduce(k, m, mesh, units=UNITS, loads={"x": load})

@@ -3,7 +3,7 @@
 from __future__ import annotations
 
 import warnings
-from collections.abc import Sequence
+from collections.abc import Mapping, Sequence
 from typing import Any, TypeAlias
 
 import numpy as np
@@ -19,6 +19,9 @@ from .units import Units
 Interface: TypeAlias = str | npt.ArrayLike | tuple[str | npt.ArrayLike, npt.ArrayLike]
 """A set of nodes by name, or node ids; or a pair of one of these and the point where the body is joined."""
 
+Load: TypeAlias = npt.ArrayLike | tuple[str | npt.ArrayLike, npt.ArrayLike]
+"""Forces at all rows of K; or a pair: nodes, as a set's name or ids, and a force, a force with a moment, or a pressure."""
+
 _METHODS = ("matched", "scaled", "row_sum")
 
 
@@ -31,6 +34,8 @@ def reduce(
     *,
     units: str | Sequence[str],
     dofs: npt.ArrayLike | None = None,
+    loads: Mapping[str, Load] | None = None,
+    attachment: bool = False,
     mass: str = "matched",
     invariants: str = "consistent",
     supports: str = "refuse",
@@ -49,6 +54,10 @@ def reduce(
     units       of the model, as "mm,t,s,N"; they must belong together
     dofs        (rows, 2): node index and component, 0 to 5, that each row moves. Without it, the rows are three translations
                 a node in the order of the points, or six components where there are so many
+    loads       load cases by label: forces at the rows of K, or a pair. ("TIP", (fx, fy, fz)) or six numbers with a moment act
+                on the set, or on ids of nodes: at the node of the interface that has just these, else about their centre,
+                by the faces' areas. ("gravity", (gx, gy, gz)) acts on all mass, ("BORE", pressure) on faces within the set
+    attachment  a mode more for each load whose static answer the others do not have, which is exact with it
     mass        how masses at the nodes stand for the mass matrix: "matched" (mass, centre and inertia agree), "scaled" or
                 "row_sum"
     invariants  "consistent": the inertia invariants are those of M, as exact as the frequencies; or "lumped": those of the masses
@@ -71,6 +80,12 @@ def reduce(
     model = mesh_of(mesh)
     stiffness, weights = columns_of("K", K), columns_of("M", M)
     rows = np.empty((0, 2), np.int64) if dofs is None else convert.indexes("dofs", dofs, stiffness.size, 2)
+    choices, vectors = [], []
+    for label, load in (loads or {}).items():
+        if isinstance(load, tuple) and len(load) == 2 and (isinstance(load[0], str) or np.ndim(load[0]) == 1):
+            choices.append(_load(label, load[0], load[1]))
+        else:
+            vectors.append((label, convert.floats(f"load {label}", load, stiffness.size)))  # type: ignore[arg-type]
     database, report = _zel.reduce(
         stiffness,
         weights,
@@ -80,6 +95,9 @@ def reduce(
         rows,
         list(Units.parse(units)),
         [_choice(number, interface) for number, interface in enumerate(interfaces, 1)],
+        choices,
+        vectors,
+        attachment,
         str(modes),
         _METHODS.index(mass),
         invariants == "lumped",
@@ -106,3 +124,21 @@ def _choice(number: int, interface: Interface) -> tuple[str, list[int], tuple[fl
     if not len(ids):
         raise ValueError(f"interface {number}: expected ids of nodes, got none")
     return f"interface {number}", ids.tolist(), point
+
+
+def _load(
+    label: str, where: str | npt.ArrayLike, values: npt.ArrayLike
+) -> tuple[str, int, str, list[int], tuple[float, ...]]:
+    numbers = np.atleast_1d(np.asarray(values, float))
+    gravity = isinstance(where, str) and where == "gravity"
+    if numbers.ndim != 1 or len(numbers) not in ((3,) if gravity else (1, 3, 6)) or not np.isfinite(numbers).all():
+        wanted = "three numbers" if gravity else "one, three or six numbers"
+        raise ValueError(f"load {label}: expected {wanted}, got {values!r}")
+    kind = 1 if gravity else 2 if len(numbers) == 1 else 0  # as LoadKind in fem/fem.h
+    padded = tuple(float(x) for x in np.pad(numbers, (0, 6 - len(numbers))))
+    if isinstance(where, str):
+        return label, kind, where, [], padded
+    ids = convert.integers(f"load {label}", where, None)
+    if not len(ids):
+        raise ValueError(f"load {label}: expected ids of nodes, got none")
+    return label, kind, f"load {label}", ids.tolist(), padded
