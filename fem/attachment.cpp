@@ -40,13 +40,20 @@ struct Known
 };
 } // namespace
 
-static VectorXd response(const Pencil& pencil, const Cholesky& factor, const Known& known, const VectorXd& force)
+static VectorXd response(const Pencil& pencil, const LinearSolver& factor, const Known& known, const VectorXd& force)
 {
     const auto preconditioned = [&](const VectorXd& g) {
         VectorXd z = factor.solve(g);
         known.take_out(z);
         return z;
     };
+    if (pencil.constraints) // the answer itself, whose constraint forces are no residual
+    {
+        VectorXd answer = factor.solve(force);
+        answer += factor.solve(force - times(pencil.stiffness, answer));
+        known.take_out(answer);
+        return answer;
+    }
     VectorXd x = VectorXd::Zero(force.size()), g = force, z = preconditioned(g), p = z;
     const double first = g.dot(z);
     double now = first;
@@ -81,7 +88,7 @@ static bool orthonormalise(const SparseMatrix& stiffness, const MatrixXd& others
     return true;
 }
 
-std::vector<char> add_attachment_modes(const Pencil& pencil, const Cholesky& factor, const MatrixXd& forces,
+std::vector<char> add_attachment_modes(const Pencil& pencil, const LinearSolver& factor, const MatrixXd& forces,
                                        Eigenmodes& modes, Progress& progress)
 {
     if (modes.values.size() == 0)

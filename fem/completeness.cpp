@@ -96,7 +96,8 @@ std::optional<std::array<double, 6>> fixed_effective_masses(const std::vector<In
     const MatrixXd moved = constraint.colPivHouseholderQr().solve(rigid);
     if ((constraint * moved - rigid).norm() > kRigid * rigid.norm())
         return std::nullopt;
-    const MatrixXd excited = moved.transpose() * mass.block(0, boundary, boundary, reduction.mode_count);
+    const MatrixXd excited =
+        moved.transpose() * mass.block(0, boundary + reduction.rigid_count, boundary, reduction.mode_count);
     const Vector3d inertia = moments.inertia(moments.center()).diagonal();
     std::array<double, 6> shares;
     for (Index c = 0; c < 6; ++c)

@@ -180,6 +180,18 @@ struct ReductionOptions
  */
 void choose_modes(const std::string& text, ReductionOptions& options);
 
+/** A node set of a model, or the nodes of a tie. */
+struct NodeSet
+{
+    std::string name;                             ///< of a tie: how interfaces come to have its nodes
+    size_t nodes = 0;                             ///< how many
+    std::array<double, 3> center{}, from{}, to{}; ///< their mean, and two corners of the box around them
+    std::optional<int> reference;                 ///< number of the node that the nodes of a tie follow
+};
+
+/** The sets of the model by name, then its ties: what interfaces can be made of. Reads no matrices and no modes. */
+std::vector<NodeSet> list_sets(Source& source, Progress& progress);
+
 struct Body;
 
 /** A flexible body, ready for a database. */

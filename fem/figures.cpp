@@ -53,8 +53,18 @@ void report_mesh(Report& report, const Body& body, const std::vector<std::string
     if (notes.size() > kNotesShown)
         report.note(format("and %zu more like these", notes.size() - kNotesShown));
     for (const Interface& i : body.interfaces)
-        report.figure("interface node", format("%d, tied to %zu nodes, at %.6g %.6g %.6g", i.reference_id,
-                                               i.tied.size(), i.at[0], i.at[1], i.at[2]));
+    {
+        std::string how = format("tied to %zu nodes", i.tied.size());
+        if (i.kind == InterfaceKind::average)
+            how = format("the mean of %zu nodes%s", i.tied.size(),
+                         i.faces > 0 ? format(" by %zu faces", i.faces).c_str() : ", all alike");
+        std::string freedoms;
+        for (int c : i.components())
+            freedoms += "xyzrst"[c];
+        report.figure("interface node",
+                      format("%d, %s, at %.6g %.6g %.6g%s", i.reference_id, how.c_str(), i.at[0], i.at[1], i.at[2],
+                             freedoms.size() < 6 ? (", joined by " + freedoms).c_str() : ""));
+    }
 }
 
 static Vector3d principal_inertias(const MassMoments& moments)

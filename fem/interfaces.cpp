@@ -11,8 +11,8 @@ namespace zel_fem
 
 using Eigen::Vector3d;
 
-constexpr double kSpanTolerance = 1e-10; // of the tied nodes' rigid motions, squared
-constexpr int kRotations = 56;           // bits of moved_components
+constexpr double kUndetermined = 1e-6; // share of a freedom in a motion that no node feels
+constexpr int kTranslations = 7;       // bits of moved_components
 
 // ---- What a user names -------------------------------------------------------------------------------------------------
 
@@ -30,23 +30,54 @@ static InterfaceChoice named_in(const Model& model, const InterfaceChoice& choic
     return choice;
 }
 
+// ---- Weights of an average ----------------------------------------------------------------------------------------------
+
+// By the faces that lie within the set as a whole; all alike where there are none.
+static void weigh(const Mesh& mesh, Interface& interface)
+{
+    std::vector<double> area(mesh.nodes.size());
+    std::vector<char> tied(mesh.nodes.size());
+    double sum = 0.0;
+    for (int node : interface.tied)
+        tied[size_t(node)] = 1;
+    for (const Face& face : skin(mesh))
+    {
+        if (face.size() < 3 || !std::all_of(face.begin(), face.end(), [&](int node) { return tied[size_t(node)]; }))
+            continue;
+        const Eigen::VectorXd own = face_integrals(mesh, face).area;
+        if (own.size() == 0)
+            continue;
+        for (size_t i = 0; i < face.size(); ++i)
+            area[size_t(face[i])] += own[Eigen::Index(i)];
+        sum += own.sum();
+        interface.faces += own.sum() > 0.0 ? 1 : 0;
+    }
+    for (int node : interface.tied)
+        interface.weights.push_back(sum > 0.0 ? area[size_t(node)] / sum : 1.0 / double(interface.tied.size()));
+}
+
+// ---- Interfaces --------------------------------------------------------------------------------------------------------
+
 // Joined at the mean of its nodes unless a point is given.
 static Interface interface_from(const Model& model, const InterfaceChoice& written, int reference_id)
 {
     const InterfaceChoice choice = named_in(model, written);
-    if (choice.kind != InterfaceKind::rigid || choice.freedoms != InterfaceChoice{}.freedoms)
-        throw std::runtime_error("the interface " + choice.nodes.name + " is not rigid with six freedoms");
     Interface interface {
-        reference_id, -1, Vector3d::Zero(), chosen_nodes(model, choice.nodes)
+        reference_id, -1, Vector3d::Zero(), chosen_nodes(model, choice.nodes), choice.kind, choice.freedoms
     };
+    if (interface.components().empty())
+        throw InputError({}, "the interface " + choice.nodes.name + " has no freedoms");
+    if (choice.kind == InterfaceKind::average)
+        weigh(model.mesh, interface);
     for (const Tie& tie : model.ties)
         for (int node : interface.tied)
             if (std::binary_search(tie.nodes.begin(), tie.nodes.end(), node))
                 throw InputError(tie.place, "the nodes of " + choice.nodes.name + " follow node " +
                                                 std::to_string(model.mesh.nodes[size_t(tie.reference)].id) +
                                                 " already: leave out --interface, which takes the ties of the deck");
-    for (int node : interface.tied)
-        interface.at += model.mesh.nodes[size_t(node)].at / double(interface.tied.size());
+    for (size_t i = 0; i < interface.tied.size(); ++i)
+        interface.at += model.mesh.nodes[size_t(interface.tied[i])].at *
+                        (interface.weights.empty() ? 1.0 / double(interface.tied.size()) : interface.weights[i]);
     if (choice.at)
         interface.at = Vector3d((*choice.at)[0], (*choice.at)[1], (*choice.at)[2]);
     return interface;
@@ -82,42 +113,113 @@ std::vector<Interface> expanded(const Layers& layers, std::vector<Interface> int
 {
     for (Interface& interface : interfaces)
     {
-        std::vector<int> all;
-        for (int node : interface.tied)
-            for (int layer : layers.nodes_of(node))
-                all.push_back(layer);
+        std::vector<std::pair<int, double>> all;
+        for (size_t i = 0; i < interface.tied.size(); ++i)
+        {
+            const std::vector<int> own = layers.nodes_of(interface.tied[i]);
+            const double weight = interface.weights.empty() ? 0.0 : interface.weights[i];
+            for (int layer : own)
+                all.emplace_back(layer, own.size() == 1                               ? weight
+                                        : layer == own.front() || layer == own.back() ? 0.5 * weight
+                                                                                      : 0.0);
+        }
         std::sort(all.begin(), all.end());
-        interface.tied = std::move(all);
+        interface.tied.clear();
+        interface.weights.clear();
+        for (const auto& [layer, weight] : all)
+        {
+            interface.tied.push_back(layer);
+            if (interface.kind == InterfaceKind::average)
+                interface.weights.push_back(weight);
+        }
     }
     return interfaces;
 }
 
+std::vector<int> Interface::components() const
+{
+    std::vector<int> chosen;
+    for (int c = 0; c < 6; ++c)
+        if (freedoms[size_t(c)])
+            chosen.push_back(c);
+    return chosen;
+}
+
 // ---- Checks ------------------------------------------------------------------------------------------------------------
 
-// Nodes on one line, or a single one, would leave the reference node a rotation that nothing resists, unless they turn
-// themselves.
+Eigen::Matrix<double, 6, 1> Span::scale() const
+{
+    Eigen::Matrix<double, 6, 1> factors;
+    factors << 1, 1, 1, Vector3d::Constant(1 / size);
+    return factors;
+}
+
+Span span_of(const Mesh& mesh, const Interface& interface, const std::vector<int>& moved)
+{
+    Span span;
+    for (int node : interface.tied)
+        span.size = std::max(span.size, (mesh.nodes[size_t(node)].at - interface.at).norm());
+    if (!(span.size > 0.0))
+        span.size = 1.0;
+    for (size_t i = 0; i < interface.tied.size(); ++i)
+    {
+        const auto node = size_t(interface.tied[i]);
+        const Eigen::Matrix<double, 3, 6> motion =
+            rigid_motion(mesh.nodes[node].at, interface.at) * span.scale().asDiagonal();
+        span.sum += (interface.weights.empty() ? 1.0 : interface.weights[i]) * motion.transpose() * motion;
+        for (int c = 3; c < 6 && interface.kind == InterfaceKind::rigid; ++c)
+            span.sum(c, c) += moved[node] >> c & 1;
+    }
+    return span;
+}
+
+Directions felt_directions(const Span& span, const std::vector<int>& components)
+{
+    Directions felt{Eigen::MatrixXd(6, 0), Eigen::MatrixXd(6, 0)};
+    if (components.empty())
+        return felt;
+    const Eigen::MatrixXd part = span.sum(components, components);
+    const Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd> pairs(part);
+    const Eigen::Index lost = (pairs.eigenvalues().array() < Span::zero(span.sum.trace())).count();
+    const Eigen::MatrixXd vectors = pairs.eigenvectors().rightCols(part.cols() - lost);
+    felt.motions = felt.dual = Eigen::MatrixXd::Zero(6, vectors.cols());
+    for (size_t i = 0; i < components.size(); ++i)
+    {
+        const int c = components[i];
+        felt.motions.row(c) = vectors.row(Eigen::Index(i)) * span.scale()[c];
+        felt.dual.row(c) = vectors.row(Eigen::Index(i)) / span.scale()[c];
+    }
+    return felt;
+}
+
+// Nodes on one line, or a single one, leave the reference node a rotation that nothing resists, unless they turn themselves.
 static void check_span(const Mesh& mesh, const Interface& interface, const std::vector<int>& moved,
                        const std::string& name)
 {
-    double size = 0.0;
-    for (int node : interface.tied)
-        size = std::max(size, (mesh.nodes[size_t(node)].at - interface.at).norm());
-    Eigen::Matrix<double, 6, 6> span = Eigen::Matrix<double, 6, 6>::Zero();
-    for (int node : interface.tied)
-    {
-        if ((moved[size_t(node)] & kRotations) == kRotations)
-            return;
-        Eigen::Matrix<double, 3, 6> motion = rigid_motion(mesh.nodes[size_t(node)].at, interface.at);
-        motion.rightCols<3>() /= size > 0.0 ? size : 1.0;
-        span += motion.transpose() * motion;
-    }
-    if (interface.tied.size() == 1)
+    const Eigen::SelfAdjointEigenSolver<Eigen::Matrix<double, 6, 6>> motions(span_of(mesh, interface, moved).sum);
+    bool lost = false;
+    for (Eigen::Index k = 0; k < 6; ++k)
+        for (int c : interface.components())
+            lost = lost || (motions.eigenvalues()[k] < Span::zero(motions.eigenvalues()[5]) &&
+                            std::abs(motions.eigenvectors()(c, k)) > kUndetermined);
+    if (lost && interface.tied.size() == 1)
         throw std::runtime_error(
             name + ": its only node " + std::to_string(mesh.nodes[size_t(interface.tied[0])].id) +
-            " has no rotation of its own, and an interface has all six motions: tie several nodes");
-    const Eigen::SelfAdjointEigenSolver<Eigen::Matrix<double, 6, 6>> solver(span);
-    if (solver.eigenvalues()[0] < kSpanTolerance * solver.eigenvalues()[5])
-        throw std::runtime_error(name + ": its tied nodes lie on one line, which leaves a rotation free");
+            " has no rotation of its own, and an interface has all six motions: tie several nodes, or join its "
+            "translations alone (:xyz, at the node)");
+    if (lost)
+        throw std::runtime_error(name +
+                                 ": its tied nodes lie on one line, which leaves a rotation free: leave that one "
+                                 "out of its freedoms, and put the reference node on the line");
+}
+
+static void check_mean(const Mesh& mesh, const Interface& interface, const std::vector<int>& moved,
+                       const std::string& name)
+{
+    for (int node : interface.tied)
+        if ((moved[size_t(node)] & kTranslations) != kTranslations)
+            throw std::runtime_error(name + ": node " + std::to_string(mesh.nodes[size_t(node)].id) +
+                                     " does not move in all directions, and no mean can be taken of it");
 }
 
 void check_interfaces(const Model& model, const std::vector<Interface>& interfaces)
@@ -144,6 +246,8 @@ void check_interfaces(const Model& model, const std::vector<Interface>& interfac
             if (std::exchange(owner[size_t(node)], interface.reference_id) != 0)
                 throw std::runtime_error(which + " belongs to another interface as well");
         }
+        if (interface.kind == InterfaceKind::average && model.matrices)
+            check_mean(mesh, interface, moved, name);
         check_span(mesh, interface, moved, name);
     }
 }

@@ -19,11 +19,32 @@ bool has_set(const Model& model, const std::string& name);
 // nodes that the mesh does not have get the ids behind its last. Empty for free modes. Throws where a set does not exist.
 std::vector<Interface> choose_interfaces(const Model& model, const ReductionOptions& options);
 
-// The same interfaces, tied to all layers of layered nodes.
+// The same interfaces, tied to all layers of layered nodes. In an average the bottom and the top layer share the weight.
 std::vector<Interface> expanded(const Layers& layers, std::vector<Interface> interfaces);
 
-// std::runtime_error for nodes that no element has, that two interfaces share, or that leave a rotation of the reference node
-// free. Interfaces are those of the moved mesh.
+// The sum of w G^T G over the nodes, G their rigid motions about the reference node: what holds it, or what makes it their mean.
+// Rotations are multiplied with `size`, the distance of the farthest node, so that all entries are alike. `moved`: as in
+// moved_components(); rotations of nodes hold a rigid interface, too.
+struct Span
+{
+    Eigen::Matrix<double, 6, 6> sum = Eigen::Matrix<double, 6, 6>::Zero();
+    double size = 0.0;
+    Eigen::Matrix<double, 6, 1> scale() const; // 1, 1, 1 and three times 1 / size
+    // Eigenvalues of a part of the sum that count as zero: motions that no node feels.
+    static double zero(double largest) { return 1e-10 * largest; }
+};
+Span span_of(const Mesh& mesh, const Interface& interface, const std::vector<int>& moved);
+
+// Independent motions of a reference node in some of its components, one column each, as far as its nodes feel them. The dual
+// columns tell from a motion q its part of each: dual^T q.
+struct Directions
+{
+    Eigen::MatrixXd motions, dual; // six rows
+};
+Directions felt_directions(const Span& span, const std::vector<int>& components);
+
+// std::runtime_error for nodes that no element has, that two interfaces share, that do not move in all directions although a mean is
+// taken of them, or that leave a chosen freedom of the reference node undetermined. Interfaces are those of the moved mesh.
 void check_interfaces(const Model& model, const std::vector<Interface>& interfaces);
 
 } // namespace zel_fem

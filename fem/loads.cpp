@@ -247,6 +247,16 @@ static int interface_of(const Model& model, const std::vector<Interface>& interf
     return -1;
 }
 
+// A single node may join by its translations alone.
+static void check_turns(const Model& model, const Interface& interface, const Vector3d& moment)
+{
+    if (interface.tied.size() > 1 || model.layers || !model.matrices || moment.isZero(0.0))
+        return;
+    if (!(moved_components(model)[size_t(interface.tied[0])] >> 3))
+        throw InputError({}, name_of(model.mesh, interface.tied[0]) +
+                                 " has no rotation of its own, which a moment would turn");
+}
+
 static void add_choice(const Model& model, const std::vector<Interface>& interfaces, const LoadChoice& choice,
                        const MassMoments& target, AtNodes& load)
 {
@@ -259,7 +269,10 @@ static void add_choice(const Model& model, const std::vector<Interface>& interfa
     else if (choice.kind == LoadKind::gravity)
         add_inertial(model.moved_mesh(), {all_elements(model.mesh), force, Matrix3d::Zero()}, load.moved);
     else if (const int j = interface_of(model, interfaces, choice.nodes); j >= 0)
+    {
+        check_turns(model, interfaces[size_t(j)], moment);
         load.references.segment<6>(6 * j) << force, moment;
+    }
     else
         add_resultant(model.mesh, chosen_nodes(model, choice.nodes), force, moment, choice.label, load);
 }

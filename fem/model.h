@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "fem/elements.h"
+#include "fem/fem.h"
 #include "fem/given_modes.h"
 #include "fem/layers.h"
 #include "fem/nodal_mass.h"
@@ -90,13 +91,20 @@ struct Model
     const Mesh& moved_mesh() const { return layers ? layers->mesh : mesh; }
 };
 
-// Nodes that follow one reference node, through which the body is joined to others.
+// Nodes that follow one reference node, or their mean that the reference node follows: the body is joined to others through it.
 struct Interface
 {
     int reference_id = 0;
     int reference = -1; // index of the reference node; -1: the mesh does not have it
     Eigen::Vector3d at = Eigen::Vector3d::Zero();
     std::vector<int> tied; // indexes of nodes, ascending
+    InterfaceKind kind = InterfaceKind::rigid;
+    std::array<bool, 6> freedoms = {true, true, true,
+                                    true, true, true}; // of the reference node: they have constraint modes
+    std::vector<double> weights = {};                  // of the nodes in an average; their sum is 1
+    size_t faces = 0;                                  // that the weights come from; 0: all nodes weigh the same
+
+    std::vector<int> components() const; // the freedoms, ascending from 0
 };
 
 // Six motions of a rigid body at a point: translations x, y, z and rotations about the axes through `center`; the rows

@@ -157,18 +157,17 @@ InterfaceChoice parse_interface(const std::string& text)
 {
     InterfaceChoice choice;
     std::array<bool, 3> given{};
-    size_t end = text.size();
-    for (size_t sign = text.find_last_of("@:"); sign != std::string::npos;
-         sign = text.substr(0, end).find_last_of("@:"))
+    std::string_view rest = text;
+    for (size_t sign = rest.find_last_of("@:"); sign != std::string::npos; sign = rest.find_last_of("@:"))
     {
-        const int suffix = suffix_of(std::string_view(text).substr(sign, end - sign), choice);
-        if (suffix < 0)
+        InterfaceChoice with = choice;
+        const int suffix = suffix_of(rest.substr(sign), with);
+        if (suffix < 0 || std::exchange(given[size_t(suffix)], true)) // a part of the name
             break;
-        if (std::exchange(given[size_t(suffix)], true))
-            throw InputError({text, 0}, "a point, a kind and freedoms can be given once each");
-        end = sign;
+        choice = with;
+        rest = rest.substr(0, sign);
     }
-    choice.nodes = parse_nodes(text.substr(0, end));
+    choice.nodes = parse_nodes(std::string(rest));
     choice.written = text;
     return choice;
 }
@@ -359,6 +358,42 @@ std::vector<int> chosen_nodes(const Model& model, const NodeChoice& choice)
     if (!choice.file.empty())
         return nodes_with_ids(model, ids_in(choice.file), choice.name);
     return set_named(model, choice.name);
+}
+
+// ---- Lists -------------------------------------------------------------------------------------------------------------
+
+static NodeSet listed(const Mesh& mesh, const std::string& name, const std::vector<int>& nodes)
+{
+    NodeSet set{name, nodes.size(), {}, {}, {}, {}};
+    Eigen::AlignedBox3d around;
+    Vector3d sum = Vector3d::Zero();
+    for (int node : nodes)
+    {
+        around.extend(mesh.nodes[size_t(node)].at);
+        sum += mesh.nodes[size_t(node)].at;
+    }
+    for (size_t axis = 0; axis < 3 && !nodes.empty(); ++axis)
+    {
+        set.center[axis] = sum[Eigen::Index(axis)] / double(nodes.size());
+        set.from[axis] = around.min()[Eigen::Index(axis)];
+        set.to[axis] = around.max()[Eigen::Index(axis)];
+    }
+    return set;
+}
+
+std::vector<NodeSet> list_sets(Source& source, Progress& progress)
+{
+    const Model model = source.read_model(progress);
+    std::vector<NodeSet> sets;
+    for (const auto& [name, nodes] : model.node_sets)
+        sets.push_back(listed(model.mesh, name, nodes));
+    for (const Tie& tie : model.ties)
+    {
+        const int id = model.mesh.nodes[size_t(tie.reference)].id;
+        sets.push_back(listed(model.mesh, "tie", tie.nodes));
+        sets.back().reference = id;
+    }
+    return sets;
 }
 
 } // namespace zel_fem

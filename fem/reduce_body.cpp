@@ -49,7 +49,7 @@ static void add_rotations(Body& body)
         body.rotation = node_rotations(body.mesh, body.motion);
 }
 
-// Unit motions of each reference node in its own six constraint modes.
+// Unit motions of each reference node in its own six constraint modes, as computed modes have them.
 static MatrixXd unit_reference_motion(size_t interfaces, Index boundary, Index modes)
 {
     MatrixXd motion = MatrixXd::Zero(6 * Index(interfaces), modes);
@@ -188,6 +188,15 @@ static ModeChoice mode_choice(const ReductionOptions& options)
     return {eigenvalue(options.range->lowest_hz, options.units), eigenvalue(options.range->highest_hz, options.units)};
 }
 
+static std::string modes_of(const Reduction& reduction, bool free)
+{
+    std::string text = free ? "6 rigid, " : format("%d constraint, ", reduction.boundary_count);
+    if (reduction.rigid_count > 0)
+        text += format("%d rigid, ", reduction.rigid_count);
+    text += format(free ? "%d flexible" : "%d fixed-interface", reduction.mode_count);
+    return text + (reduction.attachment_count > 0 ? format(", %d attachment", reduction.attachment_count) : "");
+}
+
 // `own` is the mass of the body's mesh, as in the other route.
 static void reduce_matrices(const Model& model, const MeshMass& own, const ReductionOptions& options, Body& body,
                             Report& report, Progress& progress)
@@ -202,12 +211,12 @@ static void reduce_matrices(const Model& model, const MeshMass& own, const Reduc
     const FullLoads loads = full_loads(model, body.interfaces, options.loads, mass.target);
     const MatrixXd attached = options.attachment ? loads.forces : MatrixXd();
     Reduction reduction = free ? reduce_free(model, choice, progress, pulls_at(model, loaded), attached)
-                               : reduce_craig_bampton(model, interfaces, choice, progress, attached);
+                               : reduce_craig_bampton(model, interfaces, choice, progress, attached, loads.references);
     progress.begin("shapes and nodal masses");
     take_shapes(model, node_motion(model, reduction), body);
     body.stiffness = std::move(reduction.stiffness);
     body.mass = std::move(reduction.mass);
-    body.reference_motion = unit_reference_motion(interfaces.size(), reduction.boundary_count, body.motion.cols());
+    body.reference_motion = std::move(reduction.reference_motion);
     take_mass(model, mass, own, options, body, reduction.motion);
     take_loads(loads, reduction.motion, body);
     std::optional<InvariantMass> invariants; // none: lumped ones are wanted
@@ -216,10 +225,7 @@ static void reduce_matrices(const Model& model, const MeshMass& own, const Reduc
 
     report.title(title_of(model, free ? "Free-free modes" : "Craig-Bampton reduction", "matrices"));
     report_mesh(report, body, model.notes);
-    report.figure("modes",
-                  (free ? format("6 rigid, %d flexible", reduction.mode_count)
-                        : format("%d constraint, %d fixed-interface", reduction.boundary_count, reduction.mode_count)) +
-                      (reduction.attachment_count > 0 ? format(", %d attachment", reduction.attachment_count) : ""));
+    report.figure("modes", modes_of(reduction, free));
     if (model.mesh_has_mass)
     {
         report_mass(report, body.units, mass.elements, mass.matrix, mass.expected, mass.rule);
@@ -239,8 +245,9 @@ static void reduce_matrices(const Model& model, const MeshMass& own, const Reduc
         report_verification(report, verify(model, interfaces, body.stiffness, body.mass, progress), body.units);
     if (!free)
         report.figure("fixed-interface frequencies",
-                      frequencies(body.stiffness.diagonal().segment(reduction.boundary_count, reduction.mode_count), 0,
-                                  body.units));
+                      frequencies(body.stiffness.diagonal().segment(reduction.boundary_count + reduction.rigid_count,
+                                                                    reduction.mode_count),
+                                  0, body.units));
     if (choice.below || reduction.mode_count > 0)
         report.figure("modes complete up to", format("%.6g Hz", hertz(reduction.complete_to, body.units)));
     report_loads(report, body.units, loads, reduction.attached);
@@ -351,6 +358,12 @@ ReducedBody reduce(Source& source, const ReductionOptions& options, Progress& pr
                            std::isfinite(options.range->highest_hz)))
         throw std::runtime_error("modes are asked for in a range of frequencies without an end or a beginning");
     Model model = source.read_model(progress);
+    for (const InterfaceChoice& choice : options.interfaces)
+        if (!choice.nodes.file.empty())
+            model.inputs.push_back(choice.nodes.file);
+    for (const LoadChoice& choice : options.loads)
+        if (!choice.nodes.file.empty())
+            model.inputs.push_back(choice.nodes.file);
     if (!options.output.empty())
     {
         keep_inputs(options.output, model);

@@ -1,5 +1,5 @@
-// Interior freedoms are eliminated with one sparse Cholesky factor, which serves the constraint modes as a block of right
-// sides and the fixed-interface modes as the operator of their solver.
+// One sparse Cholesky factor of what the interfaces hold serves the constraint modes as a block of right sides and the fixed-interface
+// modes as the operator of their solver.
 #include "fem/reduction.h"
 
 #include <algorithm>
@@ -9,6 +9,7 @@
 
 #include "fem/attachment.h"
 #include "fem/completeness.h"
+#include "fem/interior.h"
 
 namespace zel_fem
 {
@@ -17,7 +18,8 @@ using Eigen::Index;
 using Eigen::MatrixXd;
 using Eigen::Vector3d;
 using Eigen::VectorXd;
-using Vector6 = Eigen::Matrix<double, 6, 1>;
+
+constexpr double kIndependent = 1e-9; // of the rigid motions of a boundary
 
 VectorXd generalized_eigenvalues(const MatrixXd& stiffness, const MatrixXd& mass)
 {
@@ -25,96 +27,6 @@ VectorXd generalized_eigenvalues(const MatrixXd& stiffness, const MatrixXd& mass
     if (solver.info() != Eigen::Success)
         throw std::runtime_error("the generalized mass matrix is not positive definite");
     return solver.eigenvalues();
-}
-
-// ---- Rows -------------------------------------------------------------------------------------------------------------
-
-// A row that the reference node of an interface moves: its six motions times the coefficients.
-struct Follower
-{
-    int interface;
-    Vector6 coefficients;
-};
-
-// Interior rows are unknowns, in their order; all others follow a reference node.
-struct Split
-{
-    Index interior_count = 0;
-    std::vector<Index> position; // interior number, or -1 - index into followers
-    std::vector<Follower> followers;
-};
-
-static Split split_rows(const Model& model, const std::vector<Interface>& interfaces)
-{
-    const std::vector<Node>& nodes = model.moved_mesh().nodes;
-    std::vector<int> owner(nodes.size(), -1);
-    for (size_t j = 0; j < interfaces.size(); ++j)
-    {
-        for (int node : interfaces[j].tied)
-            owner[size_t(node)] = int(j);
-        if (interfaces[j].reference >= 0)
-            owner[size_t(interfaces[j].reference)] = int(j);
-    }
-    Split split;
-    for (const auto& [node, component] : model.matrices->rows)
-    {
-        const int j = node >= 0 ? owner[size_t(node)] : -1;
-        if (j < 0)
-        {
-            split.position.push_back(split.interior_count++);
-            continue;
-        }
-        const Interface& interface = interfaces[size_t(j)];
-        Follower follower{j, Vector6::Unit(component)};
-        if (component < 3 && node != interface.reference)
-            follower.coefficients = rigid_motion(nodes[size_t(node)].at, interface.at).row(component);
-        split.position.push_back(-1 - Index(split.followers.size()));
-        split.followers.push_back(follower);
-    }
-    return split;
-}
-
-struct Partition
-{
-    SparseMatrix interior; // upper triangle
-    MatrixXd coupling;     // interior x boundary
-    MatrixXd boundary;
-};
-
-static Partition partition(const SparseMatrix& upper, const Split& split, Index boundary_count)
-{
-    Partition parts{SparseMatrix(split.interior_count, split.interior_count),
-                    MatrixXd::Zero(split.interior_count, boundary_count),
-                    MatrixXd::Zero(boundary_count, boundary_count)};
-    parts.interior.reserve(upper.nonZeros());
-    auto couple = [&](Index interior, Index position, double value) {
-        const Follower& f = split.followers[size_t(-1 - position)];
-        parts.coupling.row(interior).segment<6>(6 * f.interface) += value * f.coefficients.transpose();
-    };
-    for (Index column = 0; column < upper.cols(); ++column)
-    {
-        const Index c = split.position[size_t(column)];
-        if (c >= 0)
-            parts.interior.startVec(c);
-        for (SparseMatrix::InnerIterator entry(upper, column); entry; ++entry)
-        {
-            const Index r = split.position[size_t(entry.row())];
-            if (r >= 0 && c >= 0)
-                parts.interior.insertBack(r, c) = entry.value();
-            else if (r >= 0 || c >= 0)
-                couple(std::max(r, c), std::min(r, c), entry.value());
-            else
-            {
-                const Follower &a = split.followers[size_t(-1 - r)], &b = split.followers[size_t(-1 - c)];
-                const Eigen::Matrix<double, 6, 6> block = entry.value() * a.coefficients * b.coefficients.transpose();
-                parts.boundary.block<6, 6>(6 * a.interface, 6 * b.interface) += block;
-                if (entry.row() != column)
-                    parts.boundary.block<6, 6>(6 * b.interface, 6 * a.interface) += block.transpose();
-            }
-        }
-    }
-    parts.interior.finalize();
-    return parts;
 }
 
 // ---- Reductions --------------------------------------------------------------------------------------------------------
@@ -131,18 +43,31 @@ static double largest_rigid(const MatrixXd& stiffness, const MatrixXd& mass)
     return values[std::min<Index>(6, values.size()) - 1];
 }
 
+// Orthonormal columns that span the rigid motions of the boundary. There may be fewer than six, as of a single ball joint.
+static MatrixXd rigid_boundary(const std::vector<Interface>& interfaces, Index count)
+{
+    MatrixXd rigid = MatrixXd::Zero(count, 6);
+    Index row = 0;
+    for (const Interface& interface : interfaces)
+    {
+        const Eigen::Matrix<double, 6, 6> motion = rigid_reference(interface.at, interfaces[0].at);
+        for (int c : interface.components())
+            rigid.row(row++) = motion.row(c);
+    }
+    Eigen::ColPivHouseholderQR<MatrixXd> independent(rigid);
+    independent.setThreshold(kIndependent);
+    if (independent.rank() < 6)
+        return MatrixXd(independent.householderQ() * MatrixXd::Identity(count, independent.rank()));
+    return rigid.householderQr().householderQ() * MatrixXd::Identity(count, 6);
+}
+
 double repair_rigid_motions(const std::vector<Interface>& interfaces, MatrixXd& stiffness, const MatrixXd& mass)
 {
-    const Index count = 6 * Index(interfaces.size());
-    const Vector3d center = interfaces[0].at;
-    MatrixXd rigid = MatrixXd::Zero(count, 6);
-    for (size_t j = 0; j < interfaces.size(); ++j)
-    {
-        rigid.block<3, 6>(6 * Index(j), 0) = rigid_motion(interfaces[j].at, center);
-        rigid.block<3, 3>(6 * Index(j) + 3, 3).setIdentity();
-    }
+    Index count = 0;
+    for (const Interface& interface : interfaces)
+        count += Index(interface.components().size());
     // P = I - Rb (Rb^T Rb)^-1 Rb^T, through an orthonormal basis of Rb
-    const MatrixXd basis = rigid.householderQr().householderQ() * MatrixXd::Identity(count, 6);
+    const MatrixXd basis = rigid_boundary(interfaces, count);
     const MatrixXd projector = MatrixXd::Identity(count, count) - basis * basis.transpose();
     const double before = largest_rigid(stiffness, mass);
     auto boundary = stiffness.topLeftCorner(count, count);
@@ -150,73 +75,70 @@ double repair_rigid_motions(const std::vector<Interface>& interfaces, MatrixXd& 
     return before;
 }
 
-static void attach(const Pencil& pencil, const Cholesky& factor, const MatrixXd& loads, Eigenmodes& modes,
+static void attach(const Pencil& pencil, const LinearSolver& solver, const MatrixXd& loads, Eigenmodes& modes,
                    Reduction& reduction, Progress& progress)
 {
     reduction.mode_count = int(modes.values.size());
     if (loads.cols() == 0)
         return;
     progress.begin("attachment modes");
-    reduction.attached = add_attachment_modes(pencil, factor, loads, modes, progress);
+    reduction.attached = add_attachment_modes(pencil, solver, loads, modes, progress);
     reduction.attachment_count = int(modes.values.size()) - reduction.mode_count;
 }
 
-// Forces at interior rows.
-static MatrixXd interior_part(const Split& split, const MatrixXd& forces)
+// Generalized matrices of constraint modes and, behind them, modes that are orthogonal to them in the stiffness and M-orthonormal
+// to each other. What K makes of a constraint mode inside are the forces of its constraints.
+static void take_matrices(const Interior& interior, const MatrixXd& constraint, const MatrixXd& fixed,
+                          const VectorXd& values, Reduction& reduction)
 {
-    MatrixXd interior(split.interior_count, forces.cols());
-    for (size_t i = 0; i < split.position.size() && forces.cols() > 0; ++i)
-        if (split.position[i] >= 0)
-            interior.row(split.position[i]) = forces.row(Index(i));
-    return interior;
-}
-
-Reduction reduce_craig_bampton(const Model& model, const std::vector<Interface>& interfaces, const ModeChoice& choice,
-                               Progress& progress, const MatrixXd& loads)
-{
-    const Index boundary = 6 * Index(interfaces.size());
-    const Split split = split_rows(model, interfaces);
-    if (split.interior_count == 0)
-        throw std::runtime_error("all nodes of the body are tied to its interfaces");
-    const Partition k = partition(model.matrices->stiffness, split, boundary);
-    const Partition m = partition(model.matrices->mass, split, boundary);
-    progress.begin("factor the stiffness matrix");
-    const Cholesky factor(k.interior);
-    progress.begin("constraint modes");
-    const MatrixXd constraint = factor.solve(-k.coupling); // of the interior, under unit motions of the reference nodes
-    progress.begin("fixed-interface modes");
-    const MatrixXd no_rigid(split.interior_count, 0);
-    const Pencil pencil{k.interior, m.interior, no_rigid, 0.0};
-    Eigenmodes fixed = lowest_modes(pencil, factor, choice, progress);
-    Reduction reduction;
-    attach(pencil, factor, interior_part(split, loads), fixed, reduction, progress);
-    progress.begin("generalized matrices");
-    const Index inner = fixed.values.size(), modes = boundary + inner;
-    const MatrixXd inertia = times(m.interior, constraint) + m.coupling;
-    reduction.boundary_count = int(boundary);
-    reduction.factor_bytes = factor.factor_bytes();
-    reduction.complete_to = fixed.complete_to;
+    const Interior::Part &k = interior.stiffness, &m = interior.mass;
+    const Index boundary = constraint.cols(), modes = boundary + fixed.cols();
+    const MatrixXd inertia = times(m.inside, constraint) + m.coupling;
+    MatrixXd stiffness = k.boundary + k.coupling.transpose() * constraint;
+    if (interior.constraints.cols() > 0 || interior.rigid.cols() > 0)
+        stiffness += constraint.transpose() * (times(k.inside, constraint) + k.coupling);
     reduction.stiffness = MatrixXd::Zero(modes, modes);
-    reduction.stiffness.topLeftCorner(boundary, boundary) = symmetric(k.boundary + k.coupling.transpose() * constraint);
-    reduction.stiffness.bottomRightCorner(inner, inner) = fixed.values.asDiagonal();
+    reduction.stiffness.topLeftCorner(boundary, boundary) = symmetric(stiffness);
+    reduction.stiffness.diagonal().tail(values.size()) = values;
     reduction.mass = MatrixXd::Identity(modes, modes);
     reduction.mass.topLeftCorner(boundary, boundary) =
         symmetric(m.boundary + constraint.transpose() * inertia + m.coupling.transpose() * constraint);
-    reduction.mass.topRightCorner(boundary, inner) = inertia.transpose() * fixed.shapes;
-    reduction.mass.bottomLeftCorner(inner, boundary) = reduction.mass.topRightCorner(boundary, inner).transpose();
-    reduction.rigid_before = repair_rigid_motions(interfaces, reduction.stiffness, reduction.mass);
+    reduction.mass.topRightCorner(boundary, fixed.cols()) = inertia.transpose() * fixed;
+    reduction.mass.bottomLeftCorner(fixed.cols(), boundary) =
+        reduction.mass.topRightCorner(boundary, fixed.cols()).transpose();
+}
 
-    reduction.motion = MatrixXd::Zero(Index(split.position.size()), modes);
-    for (size_t i = 0; i < split.position.size(); ++i)
-    {
-        const Index at = split.position[i];
-        auto row = reduction.motion.row(Index(i));
-        if (at >= 0)
-            row << constraint.row(at), fixed.shapes.row(at);
-        else
-            row.segment<6>(6 * split.followers[size_t(-1 - at)].interface) =
-                split.followers[size_t(-1 - at)].coefficients;
-    }
+Reduction reduce_craig_bampton(const Model& model, const std::vector<Interface>& interfaces, const ModeChoice& choice,
+                               Progress& progress, const MatrixXd& loads, const MatrixXd& reference_loads)
+{
+    const Interior interior(model, interfaces);
+    progress.begin("factor the stiffness matrix");
+    const HeldSolver solver(interior);
+    progress.begin("constraint modes");
+    const MatrixXd constraint = solver.solve(-interior.stiffness.coupling, interior.given);
+    progress.begin("fixed-interface modes");
+    const bool held = interior.constraints.cols() > 0 || interior.rigid.cols() > 0;
+    const Pencil pencil{interior.stiffness.inside,
+                        interior.mass.inside,
+                        interior.rigid,
+                        0.0,
+                        held ? &interior.constraints : nullptr,
+                        interior.dense};
+    Eigenmodes flexible = lowest_modes(pencil, solver, choice, progress);
+    Reduction reduction;
+    attach(pencil, solver, interior.forces(loads, reference_loads), flexible, reduction, progress);
+    progress.begin("generalized matrices");
+    const Index boundary = interior.boundary_count(), rigid = interior.rigid.cols(), count = flexible.values.size();
+    MatrixXd x(constraint.rows(), boundary + rigid + count);
+    x << constraint, interior.rigid, flexible.shapes;
+    reduction.boundary_count = int(boundary);
+    reduction.rigid_count = int(rigid);
+    reduction.factor_bytes = solver.factor_bytes();
+    reduction.complete_to = flexible.complete_to;
+    take_matrices(interior, constraint, x.rightCols(rigid + count), flexible.values, reduction);
+    reduction.rigid_before = repair_rigid_motions(interfaces, reduction.stiffness, reduction.mass);
+    reduction.reference_motion = interior.reference_motion(x, MatrixXd::Identity(boundary, x.cols()));
+    reduction.motion = interior.motion(x, reduction.reference_motion);
     return reduction;
 }
 

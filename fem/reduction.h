@@ -16,7 +16,9 @@ struct Reduction
 {
     Eigen::MatrixXd stiffness, mass;  // generalized, symmetric
     Eigen::MatrixXd motion;           // of the rows of the matrices, one column a mode
-    int boundary_count = 0;           // the first modes: six constraint modes an interface
+    Eigen::MatrixXd reference_motion; // six rows an interface: what its reference node does; none of a free body
+    int boundary_count = 0;           // the first modes: one constraint mode a freedom of an interface
+    int rigid_count = 0;              // the next, of zero frequency: rigid motions that the interfaces leave free
     int mode_count = 0;               // fixed-interface modes behind them, or flexible ones behind six rigid ones
     int attachment_count = 0;         // the last ones
     std::vector<char> attached;       // by load: whether it has an attachment mode
@@ -26,18 +28,22 @@ struct Reduction
     double factor_bytes = 0.0;
 };
 
-// Constraint modes and fixed-interface modes (Craig and Bampton, AIAA J. 6, 1968), and attachment modes for `loads`,
-// one column each at the rows of the matrices, of which there may be none. The interfaces are those of the moved mesh.
+// Constraint modes and fixed-interface modes (Craig and Bampton, AIAA J. 6, 1968), rigid ones first. Nodes of a rigid interface
+// follow their reference node; the freedoms of it that do not join are unknowns like those inside. The reference node of an average
+// follows its nodes, q = B u: constraint modes are static under B u = 1 for one freedom, 0 for the others, and B u = 0 in all fixed
+// ones. Behind them are attachment modes for `loads`, one column each at the rows of the matrices, of which there may be none, and
+// at the reference nodes, six rows an interface. The interfaces are those of the moved mesh.
 Reduction reduce_craig_bampton(const Model& model, const std::vector<Interface>& interfaces, const ModeChoice& choice,
-                               Progress& progress, const Eigen::MatrixXd& loads = {});
+                               Progress& progress, const Eigen::MatrixXd& loads = {},
+                               const Eigen::MatrixXd& reference_loads = {});
 
 // Six rigid-body modes, exact and M-orthonormal, the flexible modes behind them, and attachment modes for `loads`.
 // `pulls`: forces at the rows, three columns an interface whose completeness is wanted.
 Reduction reduce_free(const Model& model, const ModeChoice& choice, Progress& progress,
                       const Eigen::MatrixXd& pulls = {}, const Eigen::MatrixXd& loads = {});
 
-// Takes out of the boundary stiffness what resists the rigid motions of the reference nodes. Returns the largest of the six
-// smallest |eigenvalue| before.
+// Takes out of the boundary stiffness what resists the rigid motions of the reference nodes in their freedoms. Returns the largest
+// of the six smallest |eigenvalue| before.
 double repair_rigid_motions(const std::vector<Interface>& interfaces, Eigen::MatrixXd& stiffness,
                             const Eigen::MatrixXd& mass);
 

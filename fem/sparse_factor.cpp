@@ -65,7 +65,7 @@ private:
 class Mumps
 {
 public:
-    Mumps(const SparseMatrix& upper, int symmetry);
+    Mumps(const SparseMatrix& upper, int symmetry, Index dense);
     ~Mumps() { run(kEnd); }
     Mumps(const Mumps&) = delete;
     Mumps& operator=(const Mumps&) = delete;
@@ -144,15 +144,16 @@ double Cholesky::half_of_memory()
                              std::to_string(detail) + ")");
 }
 
-// The place of each row in the order of elimination, from 1, by nested dissection. Nothing for a graph too large for METIS.
-static std::vector<int> elimination_order(const SparseMatrix& upper)
+// The place of each row in the order of elimination, from 1, by nested dissection; the last rows come last as they are. Nothing
+// for a graph too large for METIS.
+static std::vector<int> elimination_order(const SparseMatrix& upper, Index dense)
 {
-    const Index order = upper.cols();
+    const Index order = upper.cols() - dense;
     if (2 * upper.nonZeros() > std::numeric_limits<idx_t>::max())
         return {};
     std::vector<idx_t> starts(size_t(order) + 1, 0), neighbours, order_of(static_cast<size_t>(order)), place(order_of);
-    const auto each_edge = [&upper](const auto& act) {
-        for (Index column = 0; column < upper.cols(); ++column)
+    const auto each_edge = [&upper, order](const auto& act) {
+        for (Index column = 0; column < order; ++column)
             for (SparseMatrix::InnerIterator entry(upper, column); entry; ++entry)
                 if (entry.row() != column)
                 {
@@ -172,10 +173,12 @@ static std::vector<int> elimination_order(const SparseMatrix& upper)
     std::vector<int> places(place.begin(), place.end());
     for (int& at : places)
         ++at;
+    places.resize(size_t(upper.cols()));
+    std::iota(places.begin() + order, places.end(), int(order) + 1);
     return places;
 }
 
-Mumps::Mumps(const SparseMatrix& upper, int symmetry) : places_(elimination_order(upper))
+Mumps::Mumps(const SparseMatrix& upper, int symmetry, Index dense) : places_(elimination_order(upper, dense))
 {
     rows_.reserve(size_t(upper.nonZeros()));
     columns_.reserve(size_t(upper.nonZeros()));
@@ -254,7 +257,8 @@ static bool solves(const Cholesky& factor, const SparseMatrix& upper)
     return (upper.selfadjointView<Eigen::Upper>() * answer - side).norm() < kSolved * side.norm();
 }
 
-Cholesky::Cholesky(const SparseMatrix& upper, double most_bytes) : state_(new State{{upper, kPositive}})
+Cholesky::Cholesky(const SparseMatrix& upper, double most_bytes, Index dense)
+    : state_(new State{{upper, kPositive, dense}})
 {
     constexpr double kMegabyte = 1e6;
     Mumps& mumps = state_->mumps;
@@ -287,9 +291,9 @@ MatrixXd Cholesky::solve(const MatrixXd& right) const
 
 // ---- Inertia -----------------------------------------------------------------------------------------------------------
 
-std::optional<Index> count_negative(const SparseMatrix& upper)
+std::optional<Index> count_negative(const SparseMatrix& upper, Index dense)
 {
-    Mumps mumps(upper, kIndefinite);
+    Mumps mumps(upper, kIndefinite, dense);
     mumps.control(13) = 1; // all pivots are counted
     mumps.control(24) = 1; // those without a sign are told
     mumps.real_control(3) = kNoSign;
@@ -301,6 +305,32 @@ std::optional<Index> count_negative(const SparseMatrix& upper)
     if (state == kSingular || mumps.result(28) > 0)
         return {};
     return mumps.result(12);
+}
+
+// ---- Borders -----------------------------------------------------------------------------------------------------------
+
+SparseMatrix bordered(const SparseMatrix& upper, const MatrixXd& columns, const MatrixXd& corner)
+{
+    const Index order = upper.cols(), added = columns.cols();
+    SparseMatrix whole(order + added, order + added);
+    whole.reserve(upper.nonZeros() + (columns.array() != 0.0).count() + added * added);
+    for (Index column = 0; column < order; ++column)
+    {
+        whole.startVec(column);
+        for (SparseMatrix::InnerIterator entry(upper, column); entry; ++entry)
+            whole.insertBack(entry.row(), column) = entry.value();
+    }
+    for (Index c = 0; c < added; ++c)
+    {
+        whole.startVec(order + c);
+        for (Index r = 0; r < order; ++r)
+            if (columns(r, c) != 0.0)
+                whole.insertBack(r, order + c) = columns(r, c);
+        for (Index r = 0; r <= c; ++r)
+            whole.insertBack(order + r, order + c) = corner(r, c);
+    }
+    whole.finalize();
+    return whole;
 }
 
 } // namespace zel_fem

@@ -13,18 +13,27 @@ namespace zel_fem
 
 using SparseMatrix = Eigen::SparseMatrix<double, Eigen::ColMajor, int64_t>;
 
-// Sparse Cholesky factor of a symmetric positive definite matrix. One that would take more than `most_bytes` goes to a
-// folder for temporary files, which is gone with the factor and when a signal ends the command.
-class Cholesky
+// What solves with a symmetric matrix, many right sides at once.
+class LinearSolver
 {
 public:
-    // std::runtime_error when the matrix is not positive definite
-    explicit Cholesky(const SparseMatrix& upper, double most_bytes = half_of_memory());
-    ~Cholesky();
+    virtual ~LinearSolver() = default;
+    virtual Eigen::MatrixXd solve(const Eigen::MatrixXd& right) const = 0;
+};
+
+// Sparse Cholesky factor of a symmetric positive definite matrix. One that would take more than `most_bytes` goes to a
+// folder for temporary files, which is gone with the factor and when a signal ends the command.
+class Cholesky : public LinearSolver
+{
+public:
+    // std::runtime_error when the matrix is not positive definite. The last `dense` rows, with entries all over the matrix, are
+    // eliminated last: there they fill nothing but themselves.
+    explicit Cholesky(const SparseMatrix& upper, double most_bytes = half_of_memory(), Eigen::Index dense = 0);
+    ~Cholesky() override;
     Cholesky(const Cholesky&) = delete;
     Cholesky& operator=(const Cholesky&) = delete;
     // Bound by memory, not by arithmetic, up to some ten columns: solve for many at once.
-    Eigen::MatrixXd solve(const Eigen::MatrixXd& right) const;
+    Eigen::MatrixXd solve(const Eigen::MatrixXd& right) const override;
     double factor_bytes() const;
 
     static double half_of_memory();
@@ -35,7 +44,11 @@ private:
 };
 
 // How many eigenvalues of a symmetric matrix are negative. Nothing when some are too near zero for their signs to be known.
-std::optional<Eigen::Index> count_negative(const SparseMatrix& upper);
+// `dense` as above.
+std::optional<Eigen::Index> count_negative(const SparseMatrix& upper, Eigen::Index dense = 0);
+
+// A symmetric matrix with more rows and columns behind: `columns` above the diagonal, of `corner` the upper triangle.
+SparseMatrix bordered(const SparseMatrix& upper, const Eigen::MatrixXd& columns, const Eigen::MatrixXd& corner);
 
 } // namespace zel_fem
 

@@ -84,13 +84,24 @@ static MatrixXd combination(const Eigen::Ref<const MatrixXd>& columns, const Mat
 
 // ---- Modes -------------------------------------------------------------------------------------------------------------
 
+static Index constraints_of(const Pencil& pencil)
+{
+    return pencil.constraints ? pencil.constraints->cols() : 0;
+}
+
+// Of the modes that are not left out.
+static Index freedoms_of(const Pencil& pencil)
+{
+    return pencil.mass.rows() - pencil.rigid.cols() - constraints_of(pencil);
+}
+
 namespace
 {
 // The operator (K - shift M)^-1 M of shift and invert, beside some M-orthonormal modes.
 struct Inverse
 {
     const Pencil& pencil;
-    const Cholesky& shifted;
+    const LinearSolver& shifted;
     const MatrixXd mass_rigid = times(pencil.mass, pencil.rigid);
     MatrixXd of_mass_times(const MatrixXd& x) const
     {
@@ -146,8 +157,7 @@ private:
 } // namespace
 
 Lanczos::Lanczos(const Inverse& inverse, Index count, Progress& progress)
-    : inverse_(inverse), progress_(progress), rigid_(inverse.pencil.rigid.cols()),
-      free_(inverse.pencil.mass.rows() - rigid_),
+    : inverse_(inverse), progress_(progress), rigid_(inverse.pencil.rigid.cols()), free_(freedoms_of(inverse.pencil)),
       start_(std::min(free_, std::clamp<Index>(count / 5, kSmallestBlock, kLargestBlock))),
       basis_(inverse.pencil.rigid), mass_basis_(inverse.mass_rigid)
 {
@@ -307,12 +317,23 @@ static void fix_signs(MatrixXd& shapes)
     }
 }
 
-// By dense algebra: with W = L L^T the inverse of K - shift M, the operator is similar to L^T M L. Few freedoms have few
-// distinct eigenvalues.
+// L of W = L L^T, the inverse of K - shift M; with constraints W has their rank less.
+static MatrixXd root_of_inverse(const Inverse& inverse)
+{
+    const Index order = inverse.pencil.mass.rows();
+    const MatrixXd w = inverse.shifted.solve(MatrixXd::Identity(order, order));
+    if (!inverse.pencil.constraints)
+        return w.llt().matrixL();
+    const Eigen::SelfAdjointEigenSolver<MatrixXd> pairs(0.5 * (w + w.transpose()));
+    const Index rank = freedoms_of(inverse.pencil);
+    return pairs.eigenvectors().rightCols(rank) * pairs.eigenvalues().tail(rank).cwiseMax(0.0).cwiseSqrt().asDiagonal();
+}
+
+// By dense algebra: the operator is similar to L^T M L. Few freedoms have few distinct eigenvalues.
 static Eigenmodes modes_of_few(const Inverse& inverse, Index count)
 {
-    const Index order = inverse.pencil.mass.rows(), rigid = inverse.pencil.rigid.cols();
-    const MatrixXd l = inverse.shifted.solve(MatrixXd::Identity(order, order)).llt().matrixL();
+    const MatrixXd l = root_of_inverse(inverse);
+    const Index order = l.cols(), rigid = inverse.pencil.constraints ? 0 : inverse.pencil.rigid.cols();
     MatrixXd projected = MatrixXd::Identity(order, order); // off the modes to leave out
     if (rigid > 0)
     {
@@ -345,6 +366,22 @@ static Index converge_to_gap(Lanczos& lanczos, Index count)
     }
 }
 
+// Eigenvalues of the pencil below sigma. K - sigma M with the border C has as many negative ones more as C has columns (N. I. M.
+// Gould, Math. Program. 32, 1985).
+static std::optional<Index> count_below(const Pencil& pencil, double sigma)
+{
+    const SparseMatrix shifted = pencil.stiffness - sigma * pencil.mass;
+    const Index added = constraints_of(pencil);
+    if (added == 0)
+        return count_negative(shifted, pencil.dense);
+    const double size = shifted.diagonal().cwiseAbs().mean();
+    const VectorXd largest = pencil.constraints->cwiseAbs().colwise().maxCoeff();
+    const MatrixXd border = *pencil.constraints * (size * largest.cwiseInverse()).asDiagonal();
+    const std::optional<Index> negative =
+        count_negative(bordered(shifted, border, MatrixXd::Zero(added, added)), pencil.dense + added);
+    return negative ? std::optional<Index>(*negative - added) : std::nullopt;
+}
+
 // Finds at least `count` modes, and all that lie below an eigenvalue between theirs and the next.
 static Eigenmodes proved_modes(const Inverse& inverse, Index count, Progress& progress)
 {
@@ -359,7 +396,7 @@ static Eigenmodes proved_modes(const Inverse& inverse, Index count, Progress& pr
         for (double share : {0.5, 0.25, 0.75})
         {
             const double sigma = last + share * width;
-            const std::optional<Index> below = count_negative(SparseMatrix(pencil.stiffness - sigma * pencil.mass));
+            const std::optional<Index> below = count_below(pencil, sigma);
             const Index expected = below ? *below - pencil.rigid.cols() : 0;
             if (expected < modes) // the shift is nearly an eigenvalue, or rounding moves them
                 continue;
@@ -370,12 +407,12 @@ static Eigenmodes proved_modes(const Inverse& inverse, Index count, Progress& pr
     throw std::runtime_error(kNotProved);
 }
 
-static Eigenmodes counted_modes(const Pencil& pencil, const Cholesky& shifted, int count, Progress& progress)
+static Eigenmodes counted_modes(const Pencil& pencil, const LinearSolver& shifted, int count, Progress& progress)
 {
     const Index order = pencil.stiffness.rows();
     if (count < 1)
         return {VectorXd(0), MatrixXd(order, 0)};
-    if (count >= order - pencil.rigid.cols())
+    if (count >= freedoms_of(pencil))
         throw std::runtime_error("the model has only " + std::to_string(order) + " freedoms: ask for fewer modes");
     const Inverse inverse{pencil, shifted};
     const Eigenmodes found =
@@ -394,14 +431,14 @@ static Eigenmodes counted_modes(const Pencil& pencil, const Cholesky& shifted, i
 
 // The inertia of K - sigma M tells how many modes there are below sigma, which lies at the limit or just above: it gives way to
 // eigenvalues, and keeps off those of rigid motions, which rounding makes other than zero.
-static Eigenmodes modes_below(const Pencil& pencil, const Cholesky& shifted, double limit, Progress& progress)
+static Eigenmodes modes_below(const Pencil& pencil, const LinearSolver& shifted, double limit, Progress& progress)
 {
     constexpr Index kMost = 100000;
     constexpr double kRigid = 1e-4; // of the shift, which is as large as the lowest flexible eigenvalue
     for (double beyond : {0.0, 1e-8, 1e-7, 1e-6})
     {
         const double sigma = std::max(limit, -kRigid * pencil.shift) * (1.0 + beyond);
-        const std::optional<Index> negative = count_negative(SparseMatrix(pencil.stiffness - sigma * pencil.mass));
+        const std::optional<Index> negative = count_below(pencil, sigma);
         const Index below = negative ? *negative - pencil.rigid.cols() : -1;
         if (below > kMost)
             throw std::runtime_error(std::to_string(below) + " modes lie in the range of frequencies: ask for fewer");
@@ -416,7 +453,7 @@ static Eigenmodes modes_below(const Pencil& pencil, const Cholesky& shifted, dou
     throw std::runtime_error(kNotProved);
 }
 
-Eigenmodes lowest_modes(const Pencil& pencil, const Cholesky& shifted, const ModeChoice& choice, Progress& progress)
+Eigenmodes lowest_modes(const Pencil& pencil, const LinearSolver& shifted, const ModeChoice& choice, Progress& progress)
 {
     if (!choice.below)
         return counted_modes(pencil, shifted, choice.count, progress);

@@ -22,12 +22,14 @@ struct Eigenmodes
 };
 
 // K x = lambda M x, both matrices as upper triangles. Columns of `rigid` are M-orthonormal modes to leave out, whose
-// eigenvalues are zero; there may be none. K - shift M is positive definite.
+// eigenvalues are zero; there may be none. K - shift M is positive definite where the constraints C^T x = 0 hold and off `rigid`.
 struct Pencil
 {
     const SparseMatrix &stiffness, &mass;
     const Eigen::MatrixXd& rigid;
     double shift;
+    const Eigen::MatrixXd* constraints = nullptr; // independent columns C, or none, which `rigid` obeys; null: not held
+    Eigen::Index dense = 0;                       // last rows of K and M that have entries all over
 };
 
 // Which of the modes above the shift: so many, or all with eigenvalues in a range.
@@ -40,8 +42,10 @@ struct ModeChoice
     std::optional<double> below; // none: by count
 };
 
-// The chosen modes; `shifted` is the factor of K - shift M. std::runtime_error unless it is certain that none is missing.
-Eigenmodes lowest_modes(const Pencil& pencil, const Cholesky& shifted, const ModeChoice& choice, Progress& progress);
+// The chosen modes; `shifted` solves with K - shift M. Of a held pencil it answers with what obeys the constraints and is M-orthogonal to
+// `rigid`. std::runtime_error unless it is certain that none is missing.
+Eigenmodes lowest_modes(const Pencil& pencil, const LinearSolver& shifted, const ModeChoice& choice,
+                        Progress& progress);
 
 } // namespace zel_fem
 

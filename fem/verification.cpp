@@ -4,6 +4,9 @@
 
 #include <algorithm>
 
+#include "fem/interfaces.h"
+#include "fem/interior.h"
+
 namespace zel_fem
 {
 
@@ -15,31 +18,55 @@ constexpr Index kRigid = 6;
 
 namespace
 {
-// What rows do under the unknowns of the model with its interfaces: rows that follow none come first, in their order, and
-// then six motions of each reference node.
+// What rows do under the unknowns of the model with its interfaces: rows that follow no reference node come first, in their order, and
+// then the motions of each reference node of a rigid interface. Means of nodes hold nothing.
 struct Unknowns
 {
     SparseMatrix rows; // rows of the matrices x unknowns
     MatrixXd rigid;    // six rigid motions, of the unknowns
 };
+
+struct Reference
+{
+    const Interface& interface;
+    Directions directions;
+    Index first; // of its unknowns
+};
 } // namespace
 
-static Unknowns unknowns_of(const Model& model, const std::vector<Interface>& interfaces)
+// By node: the rigid interface that moves it, or -1.
+static std::vector<int> owners_of(const Model& model, const std::vector<Interface>& interfaces)
 {
-    const std::vector<Node>& nodes = model.moved_mesh().nodes;
-    std::vector<int> owner(nodes.size(), -1);
+    std::vector<int> owner(model.moved_mesh().nodes.size(), -1);
     for (size_t j = 0; j < interfaces.size(); ++j)
     {
+        if (interfaces[j].kind != InterfaceKind::rigid)
+            continue;
         for (int node : interfaces[j].tied)
             owner[size_t(node)] = int(j);
         if (interfaces[j].reference >= 0)
             owner[size_t(interfaces[j].reference)] = int(j);
     }
+    return owner;
+}
+
+static Unknowns unknowns_of(const Model& model, const std::vector<Interface>& interfaces)
+{
+    const Mesh& mesh = model.moved_mesh();
+    const std::vector<int> owner = owners_of(model, interfaces), moved = moved_components(model);
     const auto owner_of = [&](const Row& row) { return row.node >= 0 ? owner[size_t(row.node)] : -1; };
     const std::vector<Row>& rows = model.matrices->rows;
-    const Index own = std::count_if(rows.begin(), rows.end(), [&](const Row&row) { return owner_of(row) < 0; }),
-                count = own + kRigid * Index(interfaces.size());
-    const Eigen::Vector3d middle = middle_of(model.moved_mesh());
+    Index count = std::count_if(rows.begin(), rows.end(), [&](const Row& row) { return owner_of(row) < 0; });
+    std::vector<Reference> references;
+    for (const Interface& interface : interfaces)
+    {
+        Directions all{MatrixXd(6, 0), MatrixXd(6, 0)};
+        if (interface.kind == InterfaceKind::rigid)
+            all = felt_directions(span_of(mesh, interface, moved), {0, 1, 2, 3, 4, 5});
+        references.push_back({interface, all, count});
+        count += all.motions.cols();
+    }
+    const Eigen::Vector3d middle = middle_of(mesh);
     const MatrixXd motions = rigid_motions(model, middle);
     Unknowns unknowns{SparseMatrix(Index(rows.size()), count), MatrixXd::Zero(count, kRigid)};
     std::vector<Eigen::Triplet<double, int64_t>> entries;
@@ -53,20 +80,19 @@ static Unknowns unknowns_of(const Model& model, const std::vector<Interface>& in
             entries.emplace_back(int64_t(i), next++, 1.0);
             continue;
         }
-        const Interface& interface = interfaces[size_t(j)];
+        const auto& [interface, directions, first] = references[size_t(j)];
         Eigen::Matrix<double, 1, 6> follows = Eigen::Matrix<double, 1, 6>::Unit(rows[i].component);
         if (rows[i].component < 3 && rows[i].node != interface.reference)
-            follows = rigid_motion(nodes[size_t(rows[i].node)].at, interface.at).row(rows[i].component);
-        for (Index c = 0; c < kRigid; ++c)
-            if (follows[c] != 0.0)
-                entries.emplace_back(int64_t(i), own + kRigid * j + c, follows[c]);
+            follows = rigid_motion(mesh.nodes[size_t(rows[i].node)].at, interface.at).row(rows[i].component);
+        const Eigen::RowVectorXd moves = follows * directions.motions;
+        for (Index c = 0; c < moves.size(); ++c)
+            if (moves[c] != 0.0)
+                entries.emplace_back(int64_t(i), first + c, moves[c]);
     }
     unknowns.rows.setFromTriplets(entries.begin(), entries.end());
-    for (size_t j = 0; j < interfaces.size(); ++j)
-    {
-        unknowns.rigid.block<3, 6>(own + kRigid * Index(j), 0) = rigid_motion(interfaces[j].at, middle);
-        unknowns.rigid.block<3, 3>(own + kRigid * Index(j) + 3, 3).setIdentity();
-    }
+    for (const auto& [interface, directions, first] : references)
+        unknowns.rigid.middleRows(first, directions.dual.cols()) =
+            directions.dual.transpose() * rigid_reference(interface.at, middle);
     return unknowns;
 }
 

@@ -66,8 +66,15 @@ static zel_fem::ReductionOptions options_of(const std::array<std::string, 4>& un
 {
     zel_fem::ReductionOptions options;
     options.units = {units[0], units[1], units[2], units[3]};
-    for (const auto& [name, ids, at] : interfaces)
-        options.interfaces.push_back({{name, ids}, at});
+    for (const auto& [text, ids, at] : interfaces)
+    {
+        zel_fem::InterfaceChoice choice = ids.empty() ? zel_fem::parse_interface(text) : zel_fem::InterfaceChoice{};
+        if (!ids.empty())
+            choice.nodes = {text, ids};
+        if (at)
+            choice.at = at;
+        options.interfaces.push_back(choice);
+    }
     for (const auto& [label, kind, name, ids, values] : loads)
         options.loads.push_back({label, zel_fem::LoadKind(kind), {name, ids}, values});
     options.attachment = attachment;
@@ -100,14 +107,14 @@ reduce(const Matrix& stiffness, const Matrix& mass, Taken<double> points, const 
         input.dofs.push_back({dofs.data()[i], dofs.data()[i + 1]});
     for (const auto& [label, forces] : load_vectors)
         input.loads.push_back({label, copy_of(forces)});
-    zel_fem::ReductionOptions options =
-        options_of(units, interfaces, loads, attachment, mass_method, lumped_invariants, release_supports, verify);
     Messages messages;
     zel_python::Progress watch(progress);
     const auto outcome = [&] {
         const nb::gil_scoped_release released;
         return outcome_of([&] {
             Watching watching(watch);
+            zel_fem::ReductionOptions options = options_of(units, interfaces, loads, attachment, mass_method,
+                                                           lumped_invariants, release_supports, verify);
             zel_fem::choose_modes(modes, options);
             const auto source = zel_fem::arrays::make_source(std::move(input));
             const zel_fem::ReducedBody body = zel_fem::reduce(*source, options, watching);

@@ -150,3 +150,14 @@ def test_loads_of_all_kinds_have_exact_static_answers_with_attachment_modes() ->
     for load, message in wrong:
         with pytest.raises((ValueError, zel.ZelError), match=re.escape(message)):
             zel.reduce(k, m, mesh, units=UNITS, loads={"x": load})
+
+
+def test_interfaces_in_the_grammar_of_the_command() -> None:
+    stiffness, mass, (points, cells), _ = block()
+    texts = ["plane=0,0,0/1,0,0@0,6.5,6.5:average", "plane=33,0,0/1,0,0:xyz"]
+    body = zel.reduce(stiffness, mass, (points, cells), interfaces=texts, modes=4, units=UNITS)
+    assert len(body.modes) == 6 + 3 + 4
+    at = body.nodes.coordinates[body.nodes.index_of(int(body.interface_nodes[0]))]
+    np.testing.assert_array_equal(at, [0.0, 6.5, 6.5])
+    with pytest.raises((ValueError, zel.ZelError), match="no node of the surface lies in box=90,0,0/91,1,1; the model reaches from"):
+        zel.reduce(stiffness, mass, (points, cells), interfaces=["box=90,0,0/91,1,1"], units=UNITS)

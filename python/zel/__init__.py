@@ -18,7 +18,7 @@ from .errors import ZelError, ZelWarning
 from .invariants import Invariants
 from .modes import Mode, Modes
 from .records import Block, Entries, Faces, GlobalMass, Header, Largest, Loads, MassProperties, Nodes
-from .reduction import reduce
+from .reduction import NodeSet, node_sets, reduce
 from .report import Report, Row, RowKind
 from .units import UNITS, Units
 
@@ -54,6 +54,7 @@ __all__ = [
     "Mode",
     "ModeGroup",
     "Modes",
+    "NodeSet",
     "Nodes",
     "Report",
     "Row",
@@ -65,6 +66,7 @@ __all__ = [
     "ZelWarning",
     "__version__",
     "compare",
+    "node_sets",
     "open",
     "reduce",
 ]

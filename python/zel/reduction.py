@@ -4,7 +4,7 @@ from __future__ import annotations
 
 import warnings
 from collections.abc import Mapping, Sequence
-from typing import Any, TypeAlias
+from typing import Any, NamedTuple, TypeAlias
 
 import numpy as np
 import numpy.typing as npt
@@ -13,11 +13,13 @@ from . import _zel, convert
 from .body import Body, Progress
 from .errors import ZelWarning
 from .mesh import columns_of, mesh_of
+from .records import Floats
 from .report import Report
 from .units import Units
 
 Interface: TypeAlias = str | npt.ArrayLike | tuple[str | npt.ArrayLike, npt.ArrayLike]
-"""A set of nodes by name, or node ids; or a pair of one of these and the point where the body is joined."""
+"""A set of nodes by name, or whatever `zel import --interface` takes; or node ids; or a pair of one of these and the point where
+the body is joined."""
 
 Load: TypeAlias = npt.ArrayLike | tuple[str | npt.ArrayLike, npt.ArrayLike]
 """Forces at all rows of K; or a pair: nodes, as a set's name or ids, and a force, a force with a moment, or a pressure."""
@@ -48,7 +50,9 @@ def reduce(
     K, M        scipy sparse matrices of any format, whole or one triangle: stiffness and mass of the free model
     mesh        a meshio.Mesh, or (points, [("hexahedron", cells), ...]) with meshio's names; node ids are point index + 1
     interfaces  Craig-Bampton reduction: names of sets, node ids, or pairs (ids, point). Each gets a node of its own, which
-                its nodes follow; without a point it lies in their middle. None: free-free modes
+                its nodes follow; without a point it lies in their middle. None: free-free modes. Texts are those of
+                `zel import --interface`: "BORE@0,0,0:average" follows the mean of its nodes, "BORE:xyz" is a ball joint,
+                "cylinder=0,0,0/0,0,1/12.5" takes the nodes of a bore (all along the axis, or with "/length" behind it)
     modes       how many fixed-interface modes, or flexible modes of a free body; or "0-2000Hz" for all in a range of frequencies, up
                 to twice the highest frequency of interest by rule of thumb
     units       of the model, as "mm,t,s,N"; they must belong together
@@ -111,6 +115,24 @@ def reduce(
         failed = ", ".join(row.name for row in body.report.failures) if body.report is not None else ""
         warnings.warn(ZelWarning(f"the body is not to be trusted, see its report: {failed}"), stacklevel=2)
     return body
+
+
+class NodeSet(NamedTuple):
+    """A node set of a mesh, as `zel import --list` prints them."""
+
+    name: str
+    nodes: int
+    center: Floats
+    """the mean of its nodes"""
+    extent: Floats
+    """(2, 3): two corners of the box around them"""
+
+
+def node_sets(mesh: Any) -> list[NodeSet]:
+    """The sets of a mesh by name, to choose interfaces from: how many nodes each has, and where they are."""
+    model = mesh_of(mesh)
+    sets = [(name, model.points[nodes]) for name, nodes in sorted(model.sets, key=lambda row: row[0])]
+    return [NodeSet(name, len(at), at.mean(axis=0), np.array([at.min(axis=0), at.max(axis=0)])) for name, at in sets]
 
 
 def _choice(number: int, interface: Interface) -> tuple[str, list[int], tuple[float, float, float] | None]:

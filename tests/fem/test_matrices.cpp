@@ -390,7 +390,7 @@ TEST(MatrixFiles, StandRoundedNodesAndNoOthers)
     EXPECT_EQ(
         complaint(folder, [&] { reduce(*make_source(input), single, silent); }),
         "interface with reference node 45: its only node 33 has no rotation of its own, and an interface has all six "
-        "motions: tie several nodes");
+        "motions: tie several nodes, or join its translations alone (:xyz, at the node)");
 }
 
 // ---- Traps and damage ----------------------------------------------------------------------------------------------------

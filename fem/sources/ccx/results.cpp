@@ -155,7 +155,8 @@ static std::vector<int> freedom_nodes(const Deck& deck, const std::vector<Interf
         if (tie == deck.ties.end())
             throw InputError({deck.mesh.files[0], 0},
                              "computed modes have the interfaces of the deck's *RIGID BODY and "
-                             "*COUPLING alone: leave out --interface, or import matrices");
+                             "*COUPLING alone, rigid and with all six freedoms: leave out --interface, or import "
+                             "matrices, which serve every kind");
         if (tie->rotation_id == 0)
             throw InputError(tie->place, "a unit rotation needs a node of its own: name one with ROT NODE=");
         nodes.insert(nodes.end(), 3, tie->reference_id);

@@ -40,7 +40,7 @@ private:
 Model MatrixSource::read_model(Progress& progress)
 {
     for (const std::string* path : {&input_.stiffness, &input_.mass})
-        if (!input_exists(*path))
+        if (!path->empty() && !input_exists(*path)) // without names the mesh alone is wanted
             throw InputError({*path, 0}, "no such file");
     meshes::MeshFile file = meshes::read_mesh_file(input_.mesh, progress);
     Model model;

@@ -2,6 +2,7 @@
 #include <CLI/CLI.hpp>
 #include <malloc.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <limits>
@@ -67,10 +68,32 @@ struct ImportOptions
 {
     ReductionOptions reduction;
     std::vector<std::string> interfaces, loads;
+    std::vector<const CLI::Option*> required; // unless sets are listed
     std::string units, write_options = "full_invar";
     zel_command::DampingOptions damping;
-    bool verbose = false;
+    bool verbose = false, list = false;
 };
+
+// How many nodes each set has, and where: a table on standard output.
+static int list_sets(Source& source)
+{
+    Progress silent;
+    const std::vector<NodeSet> sets = zel_fem::list_sets(source, silent);
+    const auto point = [](const std::array<double, 3>& at) {
+        return zel_checks::format("%.6g,%.6g,%.6g", at[0], at[1], at[2]);
+    };
+    size_t width = sizeof("SET");
+    for (const NodeSet& set : sets)
+        width = std::max(width, set.name.size());
+    std::printf("%-*s %8s  %-26s  %s\n", int(width), "SET", "NODES", "CENTRE", "EXTENT");
+    for (const NodeSet& set : sets)
+        std::printf("%-*s %8zu  %-26s  %s to %s%s\n", int(width), set.name.c_str(), set.nodes,
+                    point(set.center).c_str(), point(set.from).c_str(), point(set.to).c_str(),
+                    set.reference ? zel_checks::format(", follow node %d", *set.reference).c_str() : "");
+    if (sets.empty())
+        std::printf("(none: --interface takes ids=, cylinder=, plane=, box= and file= as well)\n");
+    return kFine;
+}
 
 static int write_and_report(Source& source, ImportOptions options)
 {
@@ -102,7 +125,7 @@ static int import_body(const std::string& what, Source& source, const ImportOpti
     mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());
     try
     {
-        return write_and_report(source, options);
+        return options.list ? list_sets(source) : write_and_report(source, options);
     }
     catch (const InputError& error)
     {
@@ -155,20 +178,44 @@ struct SourceWords
     std::string loads;      // that the source has itself
 };
 
+// Required unless --list is given, which may stand behind it: looked at when all is parsed.
+static void add_required(CLI::App& command, ImportOptions& options, const std::string& name, std::string& value,
+                         const std::string& help)
+{
+    CLI::Option* option =
+        command.add_option(name, value, help)->option_text(name.starts_with("-u") ? "TEXT REQUIRED" : "FILE REQUIRED");
+    options.required.push_back(option);
+}
+
+static void check_required(const ImportOptions& options)
+{
+    for (const CLI::Option* option : options.required)
+        if (option->count() == 0 && !options.list)
+            throw CLI::RequiredError(option->get_name());
+}
+
+constexpr const char* kInterfaceHelp = "Nodes that join the body to others through one reference node; may be "
+                                       "repeated. NODES: SET of the mesh, ids=1,2,3, "
+                                       "cylinder=x,y,z/dx,dy,dz/r[/length], plane=x,y,z/nx,ny,nz[/tolerance], "
+                                       "box=x,y,z/x,y,z or file=PATH with numbers of nodes; "
+                                       "regions hold nodes of the surface, a cylinder those within it from x,y,z on, "
+                                       "or all along its axis. @x,y,z: the reference "
+                                       "node, else the mean of the nodes. KIND rigid: the nodes follow it; average: it "
+                                       "follows their mean, weighted by area. DOFS: "
+                                       "some of xyzrst (translations, rotations), as xyz for a ball joint. Lengths are "
+                                       "in units of the model. A set whose name "
+                                       "is all of it comes first. Without it ";
+
 static void add_shared_options(CLI::App& command, ImportOptions& options, const SourceWords& words)
 {
     if (const char* given = std::getenv("VXR_ZELWRITE_OPTIONS"))
         options.write_options = given;
-    command.add_option("-o,--output", options.reduction.output, "The file to write")->required();
-    command
-        .add_option("-u,--units", options.units,
-                    "Units of " + words.units_of + ": length, mass, time and force, as in mm,t,s,N")
-        ->required();
-    command.add_option(
-        "-i,--interface", options.interfaces,
-        "SET, SET@x,y,z or ids=1,2,3@x,y,z: nodes that follow one reference node, at their centre unless "
-        "given; may be repeated; without it " +
-            words.ties);
+    add_required(command, options, "-o,--output", options.reduction.output, "The file to write");
+    add_required(command, options, "-u,--units", options.units,
+                 "Units of " + words.units_of + ": length, mass, time and force, as in mm,t,s,N");
+    command.add_flag("--list", options.list, "Print the node sets and ties, with number, centre and extent, and end");
+    command.add_option("-i,--interface", options.interfaces, kInterfaceHelp + words.ties)
+        ->option_text("NODES[@x,y,z][:KIND][:DOFS] ...");
     command
         .add_option_function<std::string>(
             "-n,--modes", [&options](const std::string& text) { choose_modes(text, options.reduction); },
@@ -220,7 +267,10 @@ static void add_ccx(CLI::App& import, int& status)
     ccx->add_option("--step", job->step, "The step whose modes are read from results, where several have modes")
         ->check(CLI::Range(1, 1000000))
         ->option_text("STEP");
-    ccx->callback([job, options, &status] { status = import_body(job->deck, *ccx::make_source(*job), *options); });
+    ccx->callback([job, options, &status] {
+        check_required(*options);
+        status = import_body(job->deck, *ccx::make_source(*job), *options);
+    });
 }
 
 static void add_matrices(CLI::App& import, int& status)
@@ -229,16 +279,10 @@ static void add_matrices(CLI::App& import, int& status)
     auto options = std::make_shared<ImportOptions>();
     CLI::App* command =
         import.add_subcommand("matrices", "A body from a stiffness and a mass matrix of any program, and a mesh");
-    command
-        ->add_option(
-            "-k,--stiffness", files->stiffness,
-            "The stiffness matrix: Matrix Market, lines \"row column value\" or \"node, dof, node, dof, value\", "
-            "or DMIG punch; plain or compressed by gzip")
-        ->required()
-        ->option_text("FILE REQUIRED");
-    command->add_option("-m,--mass", files->mass, "The mass matrix, likewise")
-        ->required()
-        ->option_text("FILE REQUIRED");
+    add_required(*command, *options, "-k,--stiffness", files->stiffness,
+                 "The stiffness matrix: Matrix Market, lines \"row column value\" or \"node, dof, node, dof, value\", "
+                 "or DMIG punch; plain or compressed by gzip");
+    add_required(*command, *options, "-m,--mass", files->mass, "The mass matrix, likewise");
     command->add_option("--mesh", files->mesh, "The mesh, in one of the formats of meshes; NODES,ELEMENTS: two tables")
         ->required()
         ->option_text("FILE REQUIRED");
@@ -251,7 +295,8 @@ static void add_matrices(CLI::App& import, int& status)
     add_shared_options(*command, *options, {"mesh and matrices", "free-free modes", "--nodal-mass", ""});
     command->add_flag("--free", options->reduction.free, "Free-free modes, whatever --interface says");
     command->callback([files, options, &status] {
-        status = import_body(files->stiffness, *matrices::make_source(*files), *options);
+        check_required(*options);
+        status = import_body(options->list ? files->mesh : files->stiffness, *matrices::make_source(*files), *options);
     });
 }
 

@@ -1,0 +1,315 @@
+// How bodies are joined: which nodes, and what their reference nodes do, against dense algebra and a solver's own answer.
+#include <cstring>
+#include <fstream>
+
+#include "fem/interfaces.h"
+#include "fem/sources/ccx/dat.h"
+#include "models.h"
+
+using namespace zel_fem;
+using Eigen::Index;
+using Eigen::MatrixXd;
+using Eigen::Vector3d;
+using Eigen::VectorXd;
+
+static const std::string kRod = kExamples + "rod";
+
+static std::string complaint(const std::function<void()>& act)
+{
+    try
+    {
+        act();
+    }
+    catch (const std::exception& error)
+    {
+        return error.what();
+    }
+    return "";
+}
+
+// ---- Which nodes -------------------------------------------------------------------------------------------------------
+
+// The beam has 44 nodes: 0 <= x <= 60, |y| <= 10, |z| <= 5. Its edges x = 20, y = -10 and the like are on the surface.
+TEST(Interfaces, AreChosenInOneGrammar)
+{
+    Model model = read_model(kSmall + "small");
+    const TemporaryFolder folder;
+    std::ofstream(folder.path("nodes")) << "# a face\n33,34 35\n** its other nodes\n36 38\t41,43,\n44 33\n";
+    const std::vector<int> tip = model.node_sets.at("TIP");
+    model.node_sets["TIP:xyz"] = model.node_sets["a@1,2,3"] = {5, 7};
+    const std::pair<std::string, std::vector<int>> cases[] = {
+        {"tip", tip},
+        {"ids=44,33,34,35,36,38,41,43,33", tip},
+        {"file=" + folder.path("nodes"), tip},
+        {"plane=60,7,7/-2,0,0", tip},
+        {"plane=62,0,0/1,0,0/2.5", tip},
+        {"box=70,-20,5.0001/59.9999,20,-5", tip},
+        {"cylinder=60,0,0/3,0,0/12", model.node_sets.at("ALL")},
+        {"cylinder=60,0,0/3,0,0/12/4", tip},
+        {"cylinder=0,0,0/0,0,-1/9/5", {11}},
+        {"TIP:xyz", {5, 7}},
+        {"TIP:xyz:average@0,1,2", {5, 7}},
+        {"a@1,2,3@4,5,6", {5, 7}},
+    };
+    for (const auto& [text, nodes] : cases)
+    {
+        const Interface interface = choose_interfaces(model, in_millimetres(0, {text}))[0];
+        EXPECT_EQ(interface.tied, nodes) << text;
+        EXPECT_EQ(interface.components().size(), 6U) << text;
+    }
+    const Interface whole = choose_interfaces(model, in_millimetres(0, {"TIP:tx:average@4,5,6"}))[0];
+    EXPECT_EQ(whole.components(), (std::vector<int>{0, 5}));
+    EXPECT_EQ(whole.kind, InterfaceKind::average);
+    EXPECT_EQ(whole.at, Vector3d(4, 5, 6));
+    const std::pair<std::string, std::string> faults[] = {
+        {"TOP", "no node set named TOP; it has ALL, ROOT, TIP"},
+        {"TIP:xx", "named TIP:xx (and \":xx\" is neither"},
+        {"TIP:xyz:xyz:rigid", "named TIP:xyz"},
+        {"TIP@1,2", "\"1,2\" is not three numbers"},
+        {"box=0,0,0/1,1", "box=0,0,0/1,1: \"1,1\" is not three numbers"},
+        {"plane=0,0,0/0,0,0", "\"0,0,0\" has no direction"},
+        {"cylinder=0,0,0/1,0,0", "expected cylinder=x,y,z/dx,dy,dz/radius"},
+        {"cylinder=0,0,0/1,0,0/-1", "\"-1\" is negative"},
+        {"plane=90,0,0/1,0,0", "lies in plane=90,0,0/1,0,0; the model reaches from 0,-10,-5 to 60,10,5"},
+        {"ids=1,99", "ids=1,99 names node 99, which the mesh does not have: its 44 nodes are 1 to 44"},
+        {"file=" + folder.path("none"), "no such file"},
+        {"ids=1:xyz:rs", "\"1:xyz\" is not a whole number"},
+    };
+    model.node_sets.erase("TIP:xyz");
+    for (const auto& fault : faults)
+    {
+        const std::string message = complaint([&] { choose_interfaces(model, in_millimetres(0, {fault.first})); });
+        EXPECT_NE(message.find(fault.second), std::string::npos) << fault.first << ": " << message;
+    }
+}
+
+TEST(Interfaces, AreChosenFromTheListOfSets)
+{
+    const std::vector<NodeSet> sets = list_sets(*ccx::make_source({.deck = kSmall + "small_tied"}), silent);
+    std::string names;
+    for (const NodeSet& set : sets)
+        names += set.name + (set.reference ? ">" + std::to_string(*set.reference) : "") + " ";
+    const auto tip = std::find_if(sets.begin(), sets.end(), [](const NodeSet& set) { return set.name == "TIP"; });
+    ASSERT_NE(tip, sets.end()) << names;
+    EXPECT_EQ(tip->nodes, 8U);
+    EXPECT_EQ(tip->center, (std::array<double, 3>{60, 0, 0}));
+    EXPECT_EQ(tip->from, (std::array<double, 3>{60, -10, -5}));
+    EXPECT_EQ(tip->to, (std::array<double, 3>{60, 10, 5}));
+    EXPECT_EQ(std::count(names.begin(), names.end(), '>'), 2) << names; // the ties
+}
+
+// ---- What reference nodes do -------------------------------------------------------------------------------------------
+
+namespace
+{
+// The full model with all interfaces, unknowns (u, q): A (u, q) = 0.
+struct Full
+{
+    MatrixXd k, m, a, joined; // joined (u, q): the freedoms that join
+    Index rows;
+
+    Full(const Model& model, const std::vector<Interface>& interfaces);
+    // Orthonormal displacements without motion of what joins.
+    MatrixXd held() const;
+    MatrixXd boundary_stiffness() const;
+    // Static displacements under forces at (u, q) with what joins held.
+    VectorXd answer(const VectorXd& forces) const;
+};
+} // namespace
+
+static void add_row(MatrixXd& rows, const VectorXd& row)
+{
+    rows.conservativeResize(rows.rows() + 1, row.size());
+    rows.bottomRows<1>() = row.transpose();
+}
+
+Full::Full(const Model& model, const std::vector<Interface>& interfaces)
+    : k(dense(model.matrices->stiffness)), m(dense(model.matrices->mass)), rows(k.rows())
+{
+    const Index order = rows + 6 * Index(interfaces.size());
+    for (size_t j = 0; j < interfaces.size(); ++j)
+    {
+        MatrixXd mean = MatrixXd::Zero(6, order);
+        const Index q = rows + 6 * Index(j);
+        for (Index i = 0; i < rows; ++i)
+        {
+            const auto [node, component] = model.matrices->rows[size_t(i)];
+            const auto& tied = interfaces[j].tied;
+            const auto at = std::find(tied.begin(), tied.end(), node);
+            if (at == tied.end())
+                continue;
+            const Eigen::RowVectorXd g =
+                rigid_motion(model.moved_mesh().nodes[size_t(node)].at, interfaces[j].at).row(component);
+            VectorXd row = VectorXd::Unit(order, i);
+            row.segment<6>(q) = -g.transpose();
+            if (interfaces[j].kind == InterfaceKind::rigid)
+                add_row(a, row);
+            else
+                mean += interfaces[j].weights[size_t(at - tied.begin())] * g.transpose() * row.transpose();
+        }
+        if (interfaces[j].kind == InterfaceKind::average)
+            for (int c = 0; c < 6; ++c)
+                add_row(a, mean.row(c));
+        for (int c : interfaces[j].components())
+            add_row(joined, VectorXd::Unit(order, q + c));
+    }
+}
+
+static MatrixXd null_space(const MatrixXd& rows)
+{
+    const Eigen::ColPivHouseholderQR<MatrixXd> qr(rows.transpose());
+    return MatrixXd(qr.householderQ()).rightCols(rows.cols() - qr.rank());
+}
+
+MatrixXd Full::held() const
+{
+    MatrixXd all(a.rows() + joined.rows(), a.cols());
+    all << a, joined;
+    const Eigen::ColPivHouseholderQR<MatrixXd> span(null_space(all).topRows(rows)); // without q that moves no node
+    return MatrixXd(span.householderQ()).leftCols(span.rank());
+}
+
+MatrixXd Full::boundary_stiffness() const
+{
+    MatrixXd all(a.rows() + joined.rows(), a.cols()), sides = MatrixXd::Zero(all.rows(), joined.rows());
+    all << a, joined;
+    sides.bottomRows(joined.rows()).setIdentity();
+    MatrixXd u = all.completeOrthogonalDecomposition().solve(sides).topRows(rows);
+    const MatrixXd z = held(), inside = z.transpose() * k * z;
+    u -= z * inside.completeOrthogonalDecomposition().solve(z.transpose() * k * u);
+    return u.transpose() * k * u;
+}
+
+VectorXd Full::answer(const VectorXd& forces) const
+{
+    MatrixXd all(a.rows() + joined.rows(), a.cols());
+    all << a, joined;
+    const MatrixXd z = null_space(all);
+    const MatrixXd inside = z.topRows(rows).transpose() * k * z.topRows(rows);
+    return z.topRows(rows) * inside.completeOrthogonalDecomposition().solve(z.transpose() * forces);
+}
+
+// Static answers at the interfaces, fixed-interface modes and all shapes, beside an independent dense solution.
+TEST(Interfaces, AnswerAsTheFullModelDoes)
+{
+    constexpr int kModes = 5;
+    const struct
+    {
+        const char* job;
+        std::vector<std::string> interfaces;
+        int constraint, rigid;
+    } cases[] = {
+        {"small", {"ROOT@0,0,0", "TIP@70,4,20:average"}, 12, 0},
+        {"small", {"ROOT:average", "TIP:average"}, 12, 0},
+        {"small", {"TIP@60,0,0:xyz"}, 3, 3}, // one ball joint
+        {"small", {"ROOT:xyz", "TIP:xyz:average"}, 6, 1},
+        {"small", {"ROOT:xyr", "TIP:average:zst"}, 6, 0},
+        {"small", {"ROOT", "ids=33:xyz", "ids=36:xyz:average"}, 12, 0},
+        {"small", {"ids=1,12,4:average:xyzrt", "TIP:rigid"}, 11, 0}, // on a line along y
+        {"strip", {"ROOT:average"}, 6, 0},
+        {"strip", {"ROOT:xyz"}, 3, 3},
+    };
+    for (const auto& [job, texts, constraint, rigid] : cases)
+    {
+        SCOPED_TRACE(std::string(job) + " " + texts[0]);
+        const Model model = read_model(kSmall + job);
+        std::vector<Interface> interfaces = choose_interfaces(model, in_millimetres(0, texts));
+        if (model.layers)
+            interfaces = expanded(*model.layers, interfaces);
+        check_interfaces(model, interfaces);
+        const MatrixXd load = VectorXd::Unit(Index(model.matrices->rows.size()), 40),
+                       moments = MatrixXd::Ones(6 * Index(interfaces.size()), 1);
+        const Reduction body = reduce_craig_bampton(model, interfaces, kModes, silent, load, moments);
+        ASSERT_EQ(body.boundary_count, constraint);
+        ASSERT_EQ(body.rigid_count, rigid);
+        const Full full(model, interfaces);
+        const MatrixXd expected = full.boundary_stiffness(), own = body.stiffness.topLeftCorner(constraint, constraint),
+                       z = full.held();
+        const MatrixXd moved = body.motion.leftCols(constraint).cwiseAbs();
+        const double rounding =
+            1e-12 * (moved.transpose() * full.k.cwiseAbs() * moved).maxCoeff(); // where all of it is zero
+        EXPECT_LT((own - expected).cwiseAbs().maxCoeff(), 1e-8 * expected.cwiseAbs().maxCoeff() + rounding);
+        const double shift = body.stiffness(constraint + kModes, constraint + kModes); // as the mass matrix is singular
+        const MatrixXd mass = z.transpose() * full.m * z;
+        const VectorXd inverse = generalized_eigenvalues(mass, z.transpose() * full.k * z + shift * mass);
+        for (Index i = 0; i < rigid + kModes; ++i)
+            EXPECT_NEAR(body.stiffness(constraint + i, constraint + i), 1 / inverse[inverse.size() - 1 - i] - shift,
+                        1e-8 * shift);
+        MatrixXd shapes(full.a.cols(), body.motion.cols());
+        shapes << body.motion, body.reference_motion;
+        const double size = shapes.cwiseAbs().maxCoeff();
+        EXPECT_LT((full.a * shapes).cwiseAbs().maxCoeff(), 1e-8 * size * full.a.cwiseAbs().maxCoeff());
+        EXPECT_TRUE((full.joined * shapes).isIdentity(1e-12)) << full.joined * shapes;
+        VectorXd forces(shapes.rows());
+        forces << load, moments;
+        const Index fixed = kModes + body.attachment_count;
+        const VectorXd answer = full.answer(forces),
+                       amplitudes = body.stiffness.diagonal().tail(fixed).cwiseInverse().cwiseProduct(
+                           shapes.rightCols(fixed).transpose() * forces);
+        EXPECT_TRUE(rigid > 0 || // a motion without end
+                    (body.motion.rightCols(fixed) * amplitudes - answer).norm() < 1e-8 * answer.norm())
+            << (body.motion.rightCols(fixed) * amplitudes - answer).norm() / answer.norm();
+        EXPECT_LT((body.motion.transpose() * full.m * body.motion - body.mass).norm(), 1e-8 * body.mass.norm());
+        EXPECT_LT((body.motion.transpose() * full.k * body.motion - body.stiffness).norm(),
+                  1e-8 * body.stiffness.norm());
+    }
+}
+
+// The solver has spread the load over the wall of the bore as its *DISTRIBUTING does, with the other bore held.
+TEST(Interfaces, BoreThatIsFreeToDeformAnswersAsTheSolverSays)
+{
+    double work[2], frequency[2];
+    for (const bool average : {true, false})
+    {
+        const std::string kind = average ? "average" : "rigid";
+        const ReducedBody body = reduce(*ccx::make_source({.deck = kRod}),
+                                        in_millimetres(20, {"LARGE@0,0,0:" + kind, "SMALL@150,0,0:" + kind}), silent);
+        EXPECT_TRUE(body.report.all_hold());
+        frequency[average] = eigenvalues_of(body)[6];
+    }
+    EXPECT_NEAR(std::sqrt(frequency[true]) / (2 * std::numbers::pi), 1236.78, 0.5); // as without interfaces
+    EXPECT_GT(frequency[false], 1.01 * frequency[true]);
+    VectorXd load(6);
+    load << 300, 500, 1000, 4000, -3000, 2000;
+    for (const bool average : {false, true})
+    {
+        const std::string small = std::string("SMALL@150,0,0:") + (average ? "average" : "rigid");
+        const ReducedBody reduced =
+            reduce(*ccx::make_source({.deck = kRod}), in_millimetres(0, {"LARGE@0,0,0", small}), silent);
+        const Body& body = *reduced.body;
+        const VectorXd q = body.stiffness.bottomRightCorner(6, 6).ldlt().solve(load);
+        work[average] = load.dot(q);
+        if (!average)
+            continue;
+        double largest = 0.0, worst = 0.0;
+        const auto steps = ccx::read_printed_steps(kSmall + "rod_loaded.dat");
+        for (const auto& [id, printed] : steps[0].displacements)
+        {
+            const auto at = std::find_if(body.mesh.nodes.begin(), body.mesh.nodes.end(),
+                                         [id = id](const Node& node) { return node.id == id; });
+            const Vector3d u = body.motion.rightCols(6).middleRows<3>(3 * Index(at - body.mesh.nodes.begin())) * q;
+            largest = std::max(largest, u.norm());
+            worst = std::max(worst, (u - Vector3d(printed.v[0], printed.v[1], printed.v[2])).norm());
+        }
+        EXPECT_GT(largest, 0.5);
+        EXPECT_LT(worst, 2e-6 * largest); // seven digits are printed
+    }
+    EXPECT_GT(work[true], 1.001 * work[false]);
+}
+
+TEST(Interfaces, SayWhatIsLeftUndetermined)
+{
+    const std::pair<std::vector<std::string>, const char*> cases[] = {
+        {{"ids=1,12,4:average"}, "lie on one line, which leaves a rotation free"},
+        {{"ids=1,12,4@5,0,0:average:xyzrt"}, "lie on one line"}, // the reference node swings round the line
+        {{"ids=33:average"}, "its only node 33 has no rotation of its own"},
+        {{"ids=33@0,0,0:xyz"}, "its only node 33 has no rotation of its own"},
+        {{"ROOT:average", "ids=1:xyz"}, "node 1 belongs to another interface as well"},
+    };
+    for (const auto& [texts, told] : cases)
+        EXPECT_NE(complaint([&, &texts = texts] {
+                      reduce(*ccx::make_source({.deck = kSmall + "small"}), in_millimetres(1, texts), silent);
+                  }).find(told),
+                  std::string::npos)
+            << texts[0];
+}
