@@ -203,8 +203,9 @@ struct ReducedBody
 
 /**
  * Craig-Bampton reduction with interfaces (Craig and Bampton, AIAA J. 6, 1968): a constraint mode for each freedom, rigid
- * motions that no interface feels, fixed-interface modes, then attachment modes. Free-free modes without: six rigid ones, the flexible ones, then attachment modes. Of
- * computed modes the same two bases are made. No mode below the highest is missing, or the reduction is refused.
+ * motions that no interface feels, fixed-interface modes, then attachment modes. Free-free modes without: six rigid
+ * ones, the flexible ones, then attachment modes. Of computed modes the same two bases are made. No mode below the
+ * highest is missing, or the reduction is refused.
  * options.units must belong together: the unit of force is mass x length / time^2. Throws as told above: among others
  * for a model that is held by supports, for matrices that belong to another mesh, for sets that do not exist, loads
  * that nothing can carry, for units that do not belong together, for an output that cannot be written or that the
