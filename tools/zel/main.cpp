@@ -37,8 +37,9 @@ static int run(int argc, char** argv)
     app.require_subcommand(1);
     app.footer("Exit status: 0 fine, 1 differences or failed checks, 2 wrong usage or an unusable file.");
     int status = kFine;
-    for (const auto add : {add_info_command, add_contents_command, add_compare_command, add_check_command,
-                           add_convert_command, add_export_command, add_import_command, add_modes_command, add_view_command})
+    for (const auto add :
+         {add_info_command, add_contents_command, add_compare_command, add_check_command, add_convert_command,
+          add_export_command, add_import_command, add_modes_command, add_view_command})
         add(app, status);
     try
     {
