@@ -37,6 +37,8 @@ MatrixXd orthonormal(const MatrixXd& vectors)
     Eigen::ColPivHouseholderQR<MatrixXd> qr(vectors.rows(), vectors.cols());
     qr.setThreshold(kDependent);
     qr.compute(vectors * scales_of(vectors).asDiagonal());
+    if (qr.rank() == 0)
+        return MatrixXd(vectors.rows(), 0);
     return qr.householderQ() * MatrixXd::Identity(vectors.rows(), qr.rank());
 }
 

@@ -102,9 +102,10 @@ std::optional<std::array<double, 6>> fixed_effective_masses(const std::vector<In
     std::array<double, 6> shares;
     for (Index c = 0; c < 6; ++c)
     {
-        const double whole = c < 3 ? moments.mass : inertia[c - 3];
+        const double whole = c < 3 ? moments.mass : inertia[c - 3],
+                     moving = excited.cols() > 0 ? excited.row(c).squaredNorm() : 0.0;
         shares[size_t(c)] = whole > kNoInertia * (c < 3 ? 0.0 : inertia.maxCoeff())
-                                ? excited.row(c).squaredNorm() / whole
+                                ? moving / whole
                                 : std::numeric_limits<double>::quiet_NaN();
     }
     return shares;

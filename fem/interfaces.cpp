@@ -183,7 +183,7 @@ Directions felt_directions(const Span& span, const std::vector<int>& components)
     const Eigen::Index lost = (pairs.eigenvalues().array() < Span::zero(span.sum.trace())).count();
     const Eigen::MatrixXd vectors = pairs.eigenvectors().rightCols(part.cols() - lost);
     felt.motions = felt.dual = Eigen::MatrixXd::Zero(6, vectors.cols());
-    for (size_t i = 0; i < components.size(); ++i)
+    for (size_t i = 0; i < components.size() && vectors.cols() > 0; ++i)
     {
         const int c = components[i];
         felt.motions.row(c) = vectors.row(Eigen::Index(i)) * span.scale()[c];

@@ -119,6 +119,8 @@ void Interior::add_reference(const Model& model, const std::vector<int>& moved, 
         if (!interfaces_[j].freedoms[size_t(c)])
             others.push_back(c);
     const Directions felt = felt_directions(span_of(model.moved_mesh(), interfaces_[j], moved), others);
+    if (felt.motions.cols() == 0)
+        return;
     MatrixXd motions = MatrixXd::Zero(6 * Index(interfaces_.size()), felt.motions.cols()), dual = motions;
     motions.middleRows<6>(6 * Index(j)) = felt.motions;
     dual.middleRows<6>(6 * Index(j)) = felt.dual;

@@ -390,6 +390,8 @@ static MatrixXd resultants_of(const Model& model, const std::vector<Interface>& 
 {
     const Vector3d origin = Vector3d::Zero();
     MatrixXd resultants = MatrixXd::Zero(6, all.forces.cols());
+    if (all.labels.empty())
+        return resultants;
     if (model.matrices)
         resultants = rigid_motions(model, origin).transpose() * all.forces;
     const std::vector<Node>& nodes = model.moved_mesh().nodes;
