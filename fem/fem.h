@@ -63,23 +63,25 @@ enum class InterfaceKind
 /** Round an axis, up to the radius. Lengths of regions are in units of the model. */
 struct Cylinder
 {
-    std::array<double, 3> at,
-        axis; ///< a point of the axis, where the cylinder begins if it has a length; its direction
-    double radius = 0.0;
+    std::array<double, 3> at;     ///< a point of the axis, where the cylinder begins if it has a length
+    std::array<double, 3> axis;   ///< its direction, of any length
+    double radius = 0.0;          ///< from the axis
     std::optional<double> length; ///< along the axis from `at`; none: endless both ways
 };
 
 /** Within a tolerance of a plane, on both sides. */
 struct Plane
 {
-    std::array<double, 3> at, normal;
+    std::array<double, 3> at;        ///< a point of the plane
+    std::array<double, 3> normal;    ///< its direction, of any length
     std::optional<double> tolerance; ///< none: that of all regions
 };
 
 /** Between two corners, sides parallel to the axes. */
 struct Box
 {
-    std::array<double, 3> from, to;
+    std::array<double, 3> from; ///< one corner
+    std::array<double, 3> to;   ///< the opposite one
 };
 
 /**
@@ -90,7 +92,7 @@ struct NodeChoice
 {
     std::string name = {};     ///< of a set, case aside where that is unambiguous; else what messages call the choice
     std::vector<int> ids = {}; ///< the nodes themselves
-    std::variant<std::monostate, Cylinder, Plane, Box> region = {};
+    std::variant<std::monostate, Cylinder, Plane, Box> region = {}; ///< where they are
     std::string file = {}; ///< numbers between blanks, commas or lines; lines that begin with # or ** are comments
 };
 
@@ -103,9 +105,9 @@ NodeChoice parse_nodes(const std::string& text);
 /** Nodes and the reference node through which they join the body to others. */
 struct InterfaceChoice
 {
-    NodeChoice nodes = {};
+    NodeChoice nodes = {};                        ///< that follow the reference node, or that it follows
     std::optional<std::array<double, 3>> at = {}; ///< the reference node; none: the mean of the nodes
-    InterfaceKind kind = InterfaceKind::rigid;
+    InterfaceKind kind = InterfaceKind::rigid;    ///< who follows whom
     std::array<bool, 6> freedoms = {true, true, true, true, true, true}; ///< xyzrst that join; others stay inside
     std::string written = {}; ///< as parse_interface() got it: a set of that whole name comes first
 };
@@ -132,8 +134,8 @@ enum class LoadKind
  */
 struct LoadChoice
 {
-    std::string label;
-    LoadKind kind = LoadKind::resultant;
+    std::string label;                   ///< of the load case
+    LoadKind kind = LoadKind::resultant; ///< what its values mean
     NodeChoice nodes;               ///< of a pressure also the name of a surface of the model, which comes before sets
     std::array<double, 6> values{}; ///< force and moment; acceleration; or pressure, in the model's units
 };
@@ -183,10 +185,12 @@ void choose_modes(const std::string& text, ReductionOptions& options);
 /** A node set of a model, or the nodes of a tie. */
 struct NodeSet
 {
-    std::string name;                             ///< of a tie: how interfaces come to have its nodes
-    size_t nodes = 0;                             ///< how many
-    std::array<double, 3> center{}, from{}, to{}; ///< their mean, and two corners of the box around them
-    std::optional<int> reference;                 ///< number of the node that the nodes of a tie follow
+    std::string name;               ///< of a tie: how interfaces come to have its nodes
+    size_t nodes = 0;               ///< how many
+    std::array<double, 3> center{}; ///< their mean
+    std::array<double, 3> from{};   ///< the lowest corner of the box around them
+    std::array<double, 3> to{};     ///< the highest one
+    std::optional<int> reference;   ///< number of the node that the nodes of a tie follow
 };
 
 /** The sets of the model by name, then its ties: what interfaces can be made of. Reads no matrices and no modes. */
