@@ -17,11 +17,13 @@
  *   - Values are in the database's own units (ZEL_SetUnits); rotations are in radians.
  *   - Messages: the function that finds a fault reports it through ZEL_Error and returns its failure value; the database
  *     keeps what it had. Nothing is thrown. Numbers in messages follow the host program's LC_NUMERIC locale.
- *   - Threads: one database serves one thread at a time; different databases may be used by different threads at the
- *     same time. ZEL_CreateFromZEL gives two callers of one path the same database: a thread that wants its own reads
- *     the file by ZEL_Create(0, 0) and ZEL_ReadZEL. ZEL_Terminate, the Fortran entry points and the time monitor are for one thread. A
- *     call may use helper threads, which end before it returns; all signals are blocked there, so that no handler of the
- *     host program runs on one. Handlers of messages and progress are called by the thread that called the library.
+ *   - Threads: different databases may be used by different threads at the same time, also to make, open and free them. One
+ *     database serves one thread at a time; only functions that take it as const ZELDATA* may be called by several, while
+ *     no other function works on it. ZEL_CreateFromZEL gives two callers of one path the same database: a thread that
+ *     wants its own reads the file by ZEL_Create(0, 0) and ZEL_ReadZEL. ZEL_Terminate, the Fortran entry points and the
+ *     time monitor are for one thread. A call may use helper threads, which end before it returns; all signals are
+ *     blocked there, so that no handler of the host program runs on one. Handlers of messages and progress are called by
+ *     the thread that called the library.
  *
  * Functions marked "silent" print nothing when they fail.
  */

@@ -6,6 +6,7 @@
 #include "zel.h"
 
 #include <algorithm>
+#include <atomic>
 #include <climits>
 #include <cstdlib>
 
@@ -23,24 +24,37 @@ void zel::forget_mode_lookups(ZELDATA* db)
     cache_of(db).checked = cache_of(db).repeated = 0;
 }
 
+// Several threads may look up at once: what they remember is the same, and told apart in order.
+static int seen(int& value)
+{
+    return std::atomic_ref(value).load(std::memory_order_acquire);
+}
+
+static void remember(int& value, int fresh)
+{
+    std::atomic_ref(value).store(fresh, std::memory_order_release);
+}
+
 // Whether a mode number occurs twice; looks only at the modes that were added since the last call. One that is greater
 // than all before it is new.
 static bool has_repeated_mode(const ZELDATA* db)
 {
     ModeNumberCache& cache = cache_of(db);
-    if (cache.checked > db->mode_count)
-        cache.checked = cache.repeated = 0;
-    if (cache.checked == db->mode_count)
-        return cache.repeated != 0;
     const int* const ids = db->mode_ids;
-    int highest = cache.checked > 0 ? *std::max_element(ids, ids + cache.checked) : INT_MIN;
-    for (int& mode = cache.checked; mode < db->mode_count; ++mode)
+    const int checked = seen(cache.checked) <= db->mode_count ? seen(cache.checked) : 0;
+    bool repeated = checked > 0 && seen(cache.repeated);
+    if (checked == db->mode_count)
+        return repeated;
+    int highest = checked > 0 ? *std::max_element(ids, ids + checked) : INT_MIN;
+    for (int mode = checked; mode < db->mode_count; ++mode)
     {
         if (mode > 0 && ids[mode] <= highest && std::find(ids, ids + mode, ids[mode]) != ids + mode)
-            cache.repeated = 1;
+            repeated = true;
         highest = std::max(highest, ids[mode]);
     }
-    return cache.repeated != 0;
+    remember(cache.repeated, repeated);
+    remember(cache.checked, db->mode_count);
+    return repeated;
 }
 
 int ZEL_ModeIndex(const ZELDATA* db, int mode_number)
@@ -48,13 +62,23 @@ int ZEL_ModeIndex(const ZELDATA* db, int mode_number)
     if (!db || !db->mode_ids)
         return -1;
     int& last = cache_of(db).last;
+    const int before = seen(last);
+    int index = -1;
     if (!has_repeated_mode(db))
-        for (int guess : {last, last + 1})
+        for (int guess : {before, before + 1})
             if (guess < db->mode_count && db->mode_ids[guess] == mode_number)
-                return last = guess;
-    const int* end = db->mode_ids + db->mode_count;
-    const int* found = std::find(static_cast<const int*>(db->mode_ids), end, mode_number);
-    return found == end ? -1 : last = int(found - db->mode_ids);
+                index = guess;
+    if (index < 0)
+    {
+        const int* end = db->mode_ids + db->mode_count;
+        const int* found = std::find(static_cast<const int*>(db->mode_ids), end, mode_number);
+        if (found == end)
+            return -1;
+        index = int(found - db->mode_ids);
+    }
+    if (index != before)
+        remember(last, index);
+    return index;
 }
 
 int ZEL_ModeNumber(const ZELDATA* db, int mode_index)
