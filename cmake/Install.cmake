@@ -36,6 +36,7 @@ endif()
 foreach(component ${components})
   install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${debian_of_${component}} RENAME copyright
     COMPONENT ${component})
+  install(FILES ${ZEL_SBOM} DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${debian_of_${component}} COMPONENT ${component})
   string(TOUPPER ${component} upper)
   set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${debian_of_${component}})
   set(CPACK_DEBIAN_${upper}_FILE_NAME DEB-DEFAULT)

@@ -287,8 +287,13 @@ TEST_F(Modes, OfTwoDatabasesUnderOnePathStayApart)
     ASSERT_EQ(symlink(old.c_str(), path.c_str()), 0);
     const Environment variable("VXR_TMP_MOD", path.c_str());
     ZELDATA *first = ZEL_Create(1000, 1), *second = ZEL_Create(1, 1);
+    const mode_t mask = umask(0);
     ASSERT_EQ(ZEL_SetMode(first, 1, 1, 0, 1, 1, 1, 1, 1, 1), 1);
+    umask(mask);
     EXPECT_EQ(first->mode_file.name, path);
+    struct stat file = {};
+    ASSERT_EQ(fstat(fileno(first->mode_file.file), &file), 0);
+    EXPECT_EQ(file.st_mode & 0777, 0600u); // shapes are nobody else's
     ASSERT_EQ(ZEL_SetMode(second, 1, 1, 0, 2, 2, 2, 2, 2, 2), 1);
     const pid_t other = fork();
     if (other == 0)

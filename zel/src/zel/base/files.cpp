@@ -76,7 +76,7 @@ NamedFile create_temporary_file(const char* path)
         return {nullptr, nullptr};
     int descriptor = -1;
     for (int tries = 0; tries < 100 && descriptor < 0 && clear_name(path); ++tries) // others may want the name, too
-        descriptor = open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        descriptor = open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
     return {unnamed_stream(descriptor, path), name};
 }
 
