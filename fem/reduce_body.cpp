@@ -151,6 +151,14 @@ static void take_loads(const FullLoads& loads, const MatrixXd& motion, Body& bod
         body.loads.push_back({loads.labels[i], values.col(Index(i))});
 }
 
+// Components of nothing but rounding become zero.
+static Eigen::Vector3d without_rounding(const Eigen::Vector3d& vector)
+{
+    constexpr double kRounding = 1e-12;
+    const double size = vector.cwiseAbs().maxCoeff();
+    return vector.unaryExpr([size](double value) { return std::abs(value) <= kRounding * size ? 0.0 : value; });
+}
+
 // `attached`: by load, whether it has an attachment mode; empty: none was asked for.
 static void report_loads(Report& report, const Units& units, const FullLoads& loads, const std::vector<char>& attached)
 {
@@ -158,19 +166,19 @@ static void report_loads(Report& report, const Units& units, const FullLoads& lo
         report.note(note);
     for (size_t i = 0; i < loads.labels.size(); ++i)
     {
-        const auto total = loads.resultants.col(Index(i));
+        const Eigen::Vector3d force = without_rounding(loads.resultants.col(Index(i)).head<3>()),
+                              moment = without_rounding(loads.resultants.col(Index(i)).tail<3>());
         report.figure("load " + loads.labels[i],
-                      format("force %.6g %.6g %.6g %s, moment %.6g %.6g %.6g %s %s about the origin%s", total[0],
-                             total[1], total[2], units.force.c_str(), total[3], total[4], total[5], units.force.c_str(),
-                             units.length.c_str(),
+                      format("force %.6g %.6g %.6g %s, moment %.6g %.6g %.6g %s %s about the origin%s", force[0],
+                             force[1], force[2], units.force.c_str(), moment[0], moment[1], moment[2],
+                             units.force.c_str(), units.length.c_str(),
                              attached.empty() ? ""
                              : attached[i]    ? ", an attachment mode"
                                               : ", no mode needed"));
     }
     if (loads.inertial)
         report.note("a multibody solver applies gravity and inertia forces itself, by the invariants: load cases of "
-                    "gravity and "
-                    "rotation are for statics alone, or they count twice");
+                    "gravity and rotation are for statics alone, or they count twice");
 }
 
 // Where joints will load a free body: interfaces that it could have had.
