@@ -7,7 +7,7 @@ import json
 import re
 import sys
 
-OF_THE_SYSTEM = {"c", "m", "gcc_s", "ld-linux-x86-64", "ld-linux-aarch64"}
+OF_THE_SYSTEM = {"c", "m", "gcc_s", "ld-linux-x86", "ld-linux-aarch64"}
 
 with open(sys.argv[1], encoding="utf-8") as file:
     bill = json.load(file)

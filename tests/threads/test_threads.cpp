@@ -59,7 +59,9 @@ std::vector<double> reads_of(const ZELDATA* db)
 {
     std::vector<double> found;
     const auto take = [&](auto... values) { (found.push_back(double(values)), ...); };
-    const auto take_array = [&](auto* array, int count) {
+    const auto take_array = [&](auto query) {
+        int count = 0;
+        auto* const array = query(&count);
         found.insert(found.end(), array, array + (array ? count : 0));
         std::free(array);
     };
@@ -77,23 +79,26 @@ std::vector<double> reads_of(const ZELDATA* db)
         take(ZEL_ModeExist(db, kind), ZEL_ModeNodeCount(db, kind), ZEL_ModeNodeID(db, kind, 7));
     for (int node = 0; node < ZEL_NodeCount(db); node += 50)
     {
-        take(ZEL_NodeID(db, node), ZEL_NodalMass(db, node), ZEL_NodeCoordinates(db, node, vector), vector[0],
-             ZEL_NodalMassAndGeometry(db, node, &mass, vector), mass, ZEL_NodalInertia(db, node, tensor));
+        take(ZEL_NodeID(db, node), ZEL_NodalMass(db, node), ZEL_NodeCoordinates(db, node, vector));
+        take(vector[0]);
+        take(ZEL_NodalMassAndGeometry(db, node, &mass, vector), ZEL_NodalInertia(db, node, tensor));
+        take(mass);
     }
     for (int mode = 0; mode < ZEL_ModeCount(db); ++mode)
         take(ZEL_ModeNumber(db, mode), ZEL_ModeIndex(db, mode + 1), ZEL_ModeIndex(db, 5 * mode % 11));
     for (int block = 0; block < ZEL_BLOCKS; ++block)
         take(ZEL_Exists(db, block));
     std::vector<double> list(3 * size_t(ZEL_NodeCount(db))), matrix(size_t(ZEL_ModeCount(db) * ZEL_ModeCount(db)));
-    take(ZEL_NodeCoordinateList(db, list.data(), &count), count, list.back(), ZEL_Transformation(db, matrix.data()),
-         matrix.back());
+    take(ZEL_NodeCoordinateList(db, list.data(), &count), ZEL_Transformation(db, matrix.data()));
+    take(count, list.back(), matrix.back());
     ZEL_FaceListSize(db, &faces, &count);
     std::vector<int> face_list(static_cast<size_t>(count));
-    take(ZEL_ElementFaces(db, face_list.data()), faces, face_list.back());
-    take_array(ZEL_InterfaceNodes(db, &count), count);
-    take_array(ZEL_InterfaceNodeIDs(db, &count), count);
-    take_array(ZEL_GetModalPreload(db, &count), count);
-    take_array(ZEL_GetModalLoad(db, 0, &count), count);
+    take(ZEL_ElementFaces(db, face_list.data()), faces);
+    take(face_list.back());
+    take_array([&](int* n) { return ZEL_InterfaceNodes(db, n); });
+    take_array([&](int* n) { return ZEL_InterfaceNodeIDs(db, n); });
+    take_array([&](int* n) { return ZEL_GetModalPreload(db, n); });
+    take_array([&](int* n) { return ZEL_GetModalLoad(db, 0, n); });
     return found;
 }
 
