@@ -4,22 +4,15 @@
 #include "stream/stream.h"
 #include "zel.h"
 
-using namespace zel;
-
-int ZEL_Exists(const ZELDATA* db, int block_index)
+namespace zel
 {
-    if (block_index < 0 || block_index >= ZEL_BLOCKS || !CheckZEL(db))
-        return 0;
-    const int number = block_index + 1;
-    return flag_position(number) < 0 || has_flag(db->content_flags, number) ? 1 : 0;
-}
 
-void zel::block_changed(ZELDATA* db, int number)
+void block_changed(ZELDATA* db, int number)
 {
     caches(db).stale_block[number] = 1;
 }
 
-bool zel::is_stale_block(const ZELDATA* db, int number)
+bool is_stale_block(const ZELDATA* db, int number)
 {
     return caches(db).stale_block[number] != 0;
 }
@@ -29,6 +22,18 @@ static bool valid_in_file(const ZELDATA* db, int block_index)
 {
     return block_index >= 0 && block_index < ZEL_BLOCKS && CheckZEL(db) && block_in_file(db, block_index + 1) &&
            !is_stale_block(db, block_index + 1);
+}
+
+} // namespace zel
+
+using namespace zel;
+
+int ZEL_Exists(const ZELDATA* db, int block_index)
+{
+    if (block_index < 0 || block_index >= ZEL_BLOCKS || !CheckZEL(db))
+        return 0;
+    const int number = block_index + 1;
+    return flag_position(number) < 0 || has_flag(db->content_flags, number) ? 1 : 0;
 }
 
 int ZEL_goto_block(ZELDATA* db, int block_index)

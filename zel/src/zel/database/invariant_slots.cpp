@@ -6,7 +6,8 @@
 #include <algorithm>
 #include <utility>
 
-using namespace zel;
+namespace zel
+{
 
 static constexpr char kModule[] = "zelinvar";
 
@@ -17,9 +18,6 @@ template <typename T> static void discard_rows(T**& rows, int count)
         std::free(static_cast<void*>(rows[i]));
     discard(rows);
 }
-
-namespace zel
-{
 
 Pieces invariant_pieces(int number, int modes)
 {

@@ -10,8 +10,6 @@
 #include <algorithm>
 #include <cstring>
 
-using namespace zel;
-
 namespace zel
 {
 
@@ -53,8 +51,6 @@ void start_empty(ZELDATA* db)
     free_loads(db);
     free_matrices(db);
 }
-
-} // namespace zel
 
 static void close_zel_file(ZELSTREAM& stream)
 {
@@ -101,6 +97,10 @@ static void free_database(ZELDATA* db)
         current_database = nullptr;
     std::free(db);
 }
+
+} // namespace zel
+
+using namespace zel;
 
 ZELDATA* ZEL_Create(int max_mode_nodes, int max_modes)
 {

@@ -6,7 +6,8 @@
 #include <cstring>
 #include <mutex>
 
-using namespace zel;
+namespace zel
+{
 
 // The live databases in order of creation, chained through next, and what is told from them about others: the files that
 // they read. One thread at a time looks at it or changes it.
@@ -30,9 +31,6 @@ static ZELDATA* take(ZELDATA** link)
         *link = taken->next;
     return taken;
 }
-
-namespace zel
-{
 
 void add_live(ZELDATA* db)
 {
@@ -78,6 +76,8 @@ ZELDATA* database_of_file(const char* path)
 }
 
 } // namespace zel
+
+using namespace zel;
 
 int CheckZEL(const ZELDATA* db)
 {

@@ -8,7 +8,8 @@
 #include <algorithm>
 #include <cmath>
 
-using namespace zel;
+namespace zel
+{
 
 static constexpr char kModule[] = "zelset";
 
@@ -18,9 +19,6 @@ static ProjectedForces& forces_of(const ZELDATA* db)
 {
     return caches(db).forces;
 }
-
-namespace zel
-{
 
 int preload_forces(const ZELDATA* db)
 {
@@ -63,8 +61,6 @@ void free_loads(ZELDATA* db)
     db->load_case_count = db->load_capacity = db->principal_axes_done = 0;
 }
 
-} // namespace zel
-
 // ---- Setting -----------------------------------------------------------------------------------------------------------
 
 // Puts a vector in a larger one, zero at its end.
@@ -76,7 +72,7 @@ static void move_load(double*& vector, double* larger, int count)
     vector = larger;
 }
 
-int zel::reserve_load_components(ZELDATA* db, int room)
+int reserve_load_components(ZELDATA* db, int room)
 {
     if (room <= db->load_capacity)
         return 1;
@@ -147,6 +143,12 @@ static int reserve_load_cases(ZELDATA* db, int load_case)
     db->load_case_count = load_case + 1;
     return 1;
 }
+
+} // namespace zel
+
+// ---- Exported -------------------------------------------------------------------------------------------------------
+
+using namespace zel;
 
 int ZEL_SetModalLoad(ZELDATA* db, int load_case, int mode_number, double value)
 {

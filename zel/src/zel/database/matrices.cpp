@@ -4,7 +4,8 @@
 
 #include <cmath>
 
-using namespace zel;
+namespace zel
+{
 
 static constexpr char kModule[] = "zelset";
 
@@ -46,6 +47,12 @@ static int set_entry(ZELDATA* db, int block, int row_mode, int column_mode, doub
     raise_flag(db, block);
     return 1;
 }
+
+} // namespace zel
+
+// ---- Exported -------------------------------------------------------------------------------------------------------
+
+using namespace zel;
 
 int ZEL_SetGeneralizedMass(ZELDATA* db, int row_mode, int column_mode, double value)
 {

@@ -8,7 +8,8 @@
 
 #include <algorithm>
 
-using namespace zel;
+namespace zel
+{
 
 static constexpr char kModule[] = "zeldata";
 
@@ -41,12 +42,12 @@ struct EntryList
 
 } // namespace
 
-double zel::assumed_mass(const ZELDATA* db)
+double assumed_mass(const ZELDATA* db)
 {
     return caches(db).assumed_mass;
 }
 
-void zel::set_assumed_mass(ZELDATA* db, double mass)
+void set_assumed_mass(ZELDATA* db, double mass)
 {
     caches(db).assumed_mass = mass;
 }
@@ -161,9 +162,6 @@ static int copy_selected(const EntryList& list, double* matrix, int leading, con
     return 1;
 }
 
-namespace zel
-{
-
 int store_implied_stiffness(ZELDATA* db)
 {
     return store_implied(list_of(db, ZEL_BLOCK_STIFFNESS), db->stiffness);
@@ -175,6 +173,8 @@ int store_implied_mass(ZELDATA* db)
 }
 
 } // namespace zel
+
+using namespace zel;
 
 int ZEL_NumberOfGenStiff(const ZELDATA* db)
 {

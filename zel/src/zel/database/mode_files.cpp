@@ -16,7 +16,8 @@
 #include <algorithm>
 #include <cerrno>
 
-using namespace zel;
+namespace zel
+{
 
 static constexpr char kModule[] = "zelset";
 
@@ -180,9 +181,6 @@ static Failed report(ModeReplacement::Result result, int kind, const char* path)
     default: return no_memory(kModule);
     }
 }
-
-namespace zel
-{
 
 std::atomic<int64_t> mode_reads = 0;
 

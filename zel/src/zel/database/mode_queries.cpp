@@ -6,14 +6,10 @@
 
 #include <cmath>
 
-using namespace zel;
+namespace zel
+{
 
 static constexpr char kModule[] = "zeldata";
-
-int ZEL_ModeExist(const ZELDATA* db, int kind)
-{
-    return valid_kind(kind) && CheckZEL(db) && has_flag(db->content_flags, kKinds[kind].block) ? 1 : 0;
-}
 
 // The diagonal entry of `mode`, looked for up to the first entry off the diagonal; the last of several holds.
 static double leading_diagonal(const ZELMATRIX& matrix, int mode, double missing)
@@ -35,26 +31,6 @@ static ZELEIGEN eigenvalue_of_diagonals(const ZELDATA* db, int mode)
     const double consistency = ZEL_UCF(db) == 0.0 ? 1.0 : ZEL_UCF(db);
     const double radians = std::copysign(std::sqrt(consistency * std::fabs(eigenvalue)), eigenvalue);
     return {{double(ZEL_ModeNumber(db, mode)), eigenvalue, radians * kPerTurn, radians, m, k}};
-}
-
-int ZEL_Eigenvalue(ZELDATA* db, int mode_number, double* eigenvalue, double* hertz, double* radians, double* gen_mass,
-                   double* gen_stiffness)
-{
-    const int mode = ZEL_ModeIndex(db, mode_number);
-    if (mode < 0)
-        return 0;
-    ZELEIGEN record = {};
-    if (!db->eigenvalues)
-        record = eigenvalue_of_diagonals(db, mode);
-    else if (mode <= db->eigenvalue_count) // one zero record stands behind the last
-        record = db->eigenvalues[mode];
-    else
-        return 0;
-    double* const outputs[] = {eigenvalue, hertz, radians, gen_mass, gen_stiffness};
-    for (int field = 0; field < 5; ++field)
-        if (outputs[field])
-            *outputs[field] = record.value[field + 1];
-    return 1;
 }
 
 // The statistic as the file recorded it; false when it did not. After a write of some of the modes the records are those
@@ -97,6 +73,35 @@ static int largest_magnitude(ZELDATA* db, int mode_number, Statistic statistic, 
     if (magnitude)
         *magnitude = largest.value;
     return found ? 1 : 0;
+}
+
+} // namespace zel
+
+using namespace zel;
+
+int ZEL_ModeExist(const ZELDATA* db, int kind)
+{
+    return valid_kind(kind) && CheckZEL(db) && has_flag(db->content_flags, kKinds[kind].block) ? 1 : 0;
+}
+
+int ZEL_Eigenvalue(ZELDATA* db, int mode_number, double* eigenvalue, double* hertz, double* radians, double* gen_mass,
+                   double* gen_stiffness)
+{
+    const int mode = ZEL_ModeIndex(db, mode_number);
+    if (mode < 0)
+        return 0;
+    ZELEIGEN record = {};
+    if (!db->eigenvalues)
+        record = eigenvalue_of_diagonals(db, mode);
+    else if (mode <= db->eigenvalue_count) // one zero record stands behind the last
+        record = db->eigenvalues[mode];
+    else
+        return 0;
+    double* const outputs[] = {eigenvalue, hertz, radians, gen_mass, gen_stiffness};
+    for (int field = 0; field < 5; ++field)
+        if (outputs[field])
+            *outputs[field] = record.value[field + 1];
+    return 1;
 }
 
 int ZEL_GetMaxModeDisplacement(ZELDATA* db, int mode_number, int* node_id, double* magnitude)

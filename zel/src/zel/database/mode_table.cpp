@@ -10,7 +10,8 @@
 #include <climits>
 #include <cstdlib>
 
-using namespace zel;
+namespace zel
+{
 
 static constexpr char kModule[] = "zelset";
 
@@ -19,7 +20,7 @@ static ModeNumberCache& cache_of(const ZELDATA* db)
     return caches(db).mode_numbers;
 }
 
-void zel::forget_mode_lookups(ZELDATA* db)
+void forget_mode_lookups(ZELDATA* db)
 {
     cache_of(db).checked = cache_of(db).repeated = 0;
 }
@@ -55,49 +56,6 @@ static bool has_repeated_mode(const ZELDATA* db)
     remember(cache.repeated, repeated);
     remember(cache.checked, db->mode_count);
     return repeated;
-}
-
-int ZEL_ModeIndex(const ZELDATA* db, int mode_number)
-{
-    if (!db || !db->mode_ids)
-        return -1;
-    int& last = cache_of(db).last;
-    const int before = seen(last);
-    int index = -1;
-    if (!has_repeated_mode(db))
-        for (int guess : {before, before + 1})
-            if (guess < db->mode_count && db->mode_ids[guess] == mode_number)
-                index = guess;
-    if (index < 0)
-    {
-        const int* end = db->mode_ids + db->mode_count;
-        const int* found = std::find(static_cast<const int*>(db->mode_ids), end, mode_number);
-        if (found == end)
-            return -1;
-        index = int(found - db->mode_ids);
-    }
-    if (index != before)
-        remember(last, index);
-    return index;
-}
-
-int ZEL_ModeNumber(const ZELDATA* db, int mode_index)
-{
-    return db && db->mode_ids && mode_index >= 0 && mode_index < db->mode_count ? db->mode_ids[mode_index] : 0;
-}
-
-int By_Id(const void* a, const void* b)
-{
-    const int first = *static_cast<const int*>(a), second = *static_cast<const int*>(b);
-    return first < second ? -1 : int(first > second);
-}
-
-int SelectedModeIndex(int mode_number, const int* sorted_numbers, int count)
-{
-    if (!sorted_numbers || count < 1)
-        return -1;
-    const void* found = std::bsearch(&mode_number, sorted_numbers, size_t(count), sizeof(int), By_Id);
-    return found ? int(static_cast<const int*>(found) - sorted_numbers) : -1;
 }
 
 // ---- New modes -------------------------------------------------------------------------------------------------------------
@@ -150,9 +108,6 @@ static void mode_added(ZELDATA* db)
     mass_or_modes_changed(db);
 }
 
-namespace zel
-{
-
 ModeToSet::ModeToSet(ZELDATA* db, int mode_number) : db_(db), index_(ZEL_ModeIndex(db, mode_number))
 {
     made_table_ = !db->mode_ids;
@@ -177,6 +132,53 @@ void ModeToSet::keep()
 }
 
 } // namespace zel
+
+// ---- Exported -------------------------------------------------------------------------------------------------------
+
+using namespace zel;
+
+int ZEL_ModeIndex(const ZELDATA* db, int mode_number)
+{
+    if (!db || !db->mode_ids)
+        return -1;
+    int& last = cache_of(db).last;
+    const int before = seen(last);
+    int index = -1;
+    if (!has_repeated_mode(db))
+        for (int guess : {before, before + 1})
+            if (guess < db->mode_count && db->mode_ids[guess] == mode_number)
+                index = guess;
+    if (index < 0)
+    {
+        const int* end = db->mode_ids + db->mode_count;
+        const int* found = std::find(static_cast<const int*>(db->mode_ids), end, mode_number);
+        if (found == end)
+            return -1;
+        index = int(found - db->mode_ids);
+    }
+    if (index != before)
+        remember(last, index);
+    return index;
+}
+
+int ZEL_ModeNumber(const ZELDATA* db, int mode_index)
+{
+    return db && db->mode_ids && mode_index >= 0 && mode_index < db->mode_count ? db->mode_ids[mode_index] : 0;
+}
+
+int By_Id(const void* a, const void* b)
+{
+    const int first = *static_cast<const int*>(a), second = *static_cast<const int*>(b);
+    return first < second ? -1 : int(first > second);
+}
+
+int SelectedModeIndex(int mode_number, const int* sorted_numbers, int count)
+{
+    if (!sorted_numbers || count < 1)
+        return -1;
+    const void* found = std::bsearch(&mode_number, sorted_numbers, size_t(count), sizeof(int), By_Id);
+    return found ? int(static_cast<const int*>(found) - sorted_numbers) : -1;
+}
 
 int ZEL_AddMode(ZELDATA* db, int mode_number)
 {

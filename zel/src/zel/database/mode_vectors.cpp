@@ -9,7 +9,8 @@
 #include <algorithm>
 #include <cmath>
 
-using namespace zel;
+namespace zel
+{
 
 static constexpr char kModule[] = "zelset";
 
@@ -154,23 +155,6 @@ static int set_values(ZELDATA* db, const Values& set)
     raise_flag(db, kKinds[set.kind].block);
     mass_or_modes_changed(db);
     return 1;
-}
-
-int ZEL_SetModeVec(ZELDATA* db, int mode_number, int node_id, int kind, const double values[6])
-{
-    return set_values(db, {mode_number, node_id, kind, 0, kComponents, values});
-}
-
-int ZEL_SetModeEntry(ZELDATA* db, int mode_number, int node_id, int kind, int dof, double value)
-{
-    return set_values(db, {mode_number, node_id, kind, dof, 1, &value});
-}
-
-int ZEL_SetMode(ZELDATA* db, int mode_number, int node_id, int kind, double v1, double v2, double v3, double v4,
-                double v5, double v6)
-{
-    const double values[kComponents] = {v1, v2, v3, v4, v5, v6};
-    return ZEL_SetModeVec(db, mode_number, node_id, kind, values);
 }
 
 // ---- Setting many nodes at once ----------------------------------------------------------------------------------------
@@ -322,21 +306,6 @@ static int set_mode_array(ZELDATA* db, const Array& set)
     return 1;
 }
 
-int ZEL_SetModeArray(ZELDATA* db, int mode_number, int kind, int node_count, const int* node_ids, const double* values,
-                     int64_t stride)
-{
-    if (!db)
-        return no_database();
-    if (!valid_kind(kind) || node_count < 0 || (node_count > 0 && !values))
-        return 0;
-    if (!node_ids && node_count > db->node_count)
-        return fail("Values are given for %d nodes, and there are %d.", node_count, db->node_count);
-    const Array set = {mode_number, kind, node_count, node_ids, values, stride};
-    if (!all_finite(db, set))
-        return 0;
-    return is_pre_tensor(mode_number, kind) ? set_pre_tensors(db, set) : set_mode_array(db, set);
-}
-
 // ---- Reading whole vectors ---------------------------------------------------------------------------------------------
 
 namespace
@@ -374,32 +343,6 @@ static bool has_precision(const NamedVector& vector, int double_precision)
     return vector.pre_tensor || mode_stream(vector.db, vector.kind).double_precision == double_precision;
 }
 
-int ZEL_Read_Mode_Single(ZELDATA* db, int mode_number, int kind, float* out)
-{
-    constexpr int kNodesAtOnce = 512;
-    const NamedVector vector = find_vector(db, mode_number, kind);
-    if (!out || vector.nodes < 1 || !has_precision(vector, 0))
-        return 0;
-    for (int first = 0; first < vector.nodes; first += kNodesAtOnce)
-    {
-        double values[kNodesAtOnce * kComponents];
-        const int count = std::min(vector.nodes - first, kNodesAtOnce);
-        if (!read_slice(vector, first, count, values))
-            return 0;
-        for (int i = 0; i < count * kComponents; ++i) // narrowed once, after the change of units
-            *out++ = float(values[i]);
-    }
-    return 1;
-}
-
-int ZEL_Read_Mode_Double(ZELDATA* db, int mode_number, int kind, double* out)
-{
-    const NamedVector vector = find_vector(db, mode_number, kind);
-    if (!out || vector.nodes < 1 || !has_precision(vector, 1))
-        return 0;
-    return read_slice(vector, 0, vector.nodes, out);
-}
-
 // ---- The vector in memory ----------------------------------------------------------------------------------------------
 
 // The vector in mode_buffer, which is read unless it is the one that was asked for last. Setting a mode anew does not
@@ -435,6 +378,97 @@ static int first_component(int part)
     return part == 0 ? 0 : part == 1 ? 3 : -1;
 }
 
+// ---- Some nodes in some modes ------------------------------------------------------------------------------------------
+
+// Reads the values of nodes at `count` positions, in runs of those that stand one behind the other.
+static int read_positions(const NamedVector& vector, const int* positions, int count, double* out)
+{
+    for (int first = 0, end = 0; first < count; first = end)
+    {
+        end = end_of_run(positions, first, count);
+        if (!read_slice(vector, positions[first], end - first, out + kComponents * int64_t(first)))
+            return 0;
+    }
+    return 1;
+}
+
+// The positions of nodes in the list of a kind; null ids: the first ones. False when one is not in there.
+static bool find_positions(const ZELDATA* db, int kind, int count, const int* node_ids, int* positions)
+{
+    for (int i = 0; i < count; ++i)
+    {
+        const int node = node_ids ? find_node(db, node_ids[i]) : -1;
+        positions[i] = !node_ids ? i : node < 0 ? -1 : mode_node_position(db, kind, node);
+        if (positions[i] < 0 || positions[i] >= db->mode_node_count[kind])
+            return false;
+    }
+    return true;
+}
+
+} // namespace zel
+
+// ---- Exported -------------------------------------------------------------------------------------------------------
+
+using namespace zel;
+
+int ZEL_SetModeVec(ZELDATA* db, int mode_number, int node_id, int kind, const double values[6])
+{
+    return set_values(db, {mode_number, node_id, kind, 0, kComponents, values});
+}
+
+int ZEL_SetModeEntry(ZELDATA* db, int mode_number, int node_id, int kind, int dof, double value)
+{
+    return set_values(db, {mode_number, node_id, kind, dof, 1, &value});
+}
+
+int ZEL_SetMode(ZELDATA* db, int mode_number, int node_id, int kind, double v1, double v2, double v3, double v4,
+                double v5, double v6)
+{
+    const double values[kComponents] = {v1, v2, v3, v4, v5, v6};
+    return ZEL_SetModeVec(db, mode_number, node_id, kind, values);
+}
+
+int ZEL_SetModeArray(ZELDATA* db, int mode_number, int kind, int node_count, const int* node_ids, const double* values,
+                     int64_t stride)
+{
+    if (!db)
+        return no_database();
+    if (!valid_kind(kind) || node_count < 0 || (node_count > 0 && !values))
+        return 0;
+    if (!node_ids && node_count > db->node_count)
+        return fail("Values are given for %d nodes, and there are %d.", node_count, db->node_count);
+    const Array set = {mode_number, kind, node_count, node_ids, values, stride};
+    if (!all_finite(db, set))
+        return 0;
+    return is_pre_tensor(mode_number, kind) ? set_pre_tensors(db, set) : set_mode_array(db, set);
+}
+
+int ZEL_Read_Mode_Single(ZELDATA* db, int mode_number, int kind, float* out)
+{
+    constexpr int kNodesAtOnce = 512;
+    const NamedVector vector = find_vector(db, mode_number, kind);
+    if (!out || vector.nodes < 1 || !has_precision(vector, 0))
+        return 0;
+    for (int first = 0; first < vector.nodes; first += kNodesAtOnce)
+    {
+        double values[kNodesAtOnce * kComponents];
+        const int count = std::min(vector.nodes - first, kNodesAtOnce);
+        if (!read_slice(vector, first, count, values))
+            return 0;
+        for (int i = 0; i < count * kComponents; ++i) // narrowed once, after the change of units
+            *out++ = float(values[i]);
+    }
+    return 1;
+}
+
+int ZEL_Read_Mode_Double(ZELDATA* db, int mode_number, int kind, double* out)
+{
+    const NamedVector vector = find_vector(db, mode_number, kind);
+    if (!out || vector.nodes < 1 || !has_precision(vector, 1))
+        return 0;
+    return read_slice(vector, 0, vector.nodes, out);
+}
+
 int ZEL_Mode(ZELDATA* db, int mode_number, int kind, double* out, int part)
 {
     const int component = first_component(part);
@@ -461,33 +495,6 @@ int ZEL_ModeByNode(ZELDATA* db, int mode_number, int kind, int node_id, double o
         return 0;
     std::copy_n(vector + kComponents * int64_t(position) + component, 3, out);
     return 1;
-}
-
-// ---- Some nodes in some modes ------------------------------------------------------------------------------------------
-
-// Reads the values of nodes at `count` positions, in runs of those that stand one behind the other.
-static int read_positions(const NamedVector& vector, const int* positions, int count, double* out)
-{
-    for (int first = 0, end = 0; first < count; first = end)
-    {
-        end = end_of_run(positions, first, count);
-        if (!read_slice(vector, positions[first], end - first, out + kComponents * int64_t(first)))
-            return 0;
-    }
-    return 1;
-}
-
-// The positions of nodes in the list of a kind; null ids: the first ones. False when one is not in there.
-static bool find_positions(const ZELDATA* db, int kind, int count, const int* node_ids, int* positions)
-{
-    for (int i = 0; i < count; ++i)
-    {
-        const int node = node_ids ? find_node(db, node_ids[i]) : -1;
-        positions[i] = !node_ids ? i : node < 0 ? -1 : mode_node_position(db, kind, node);
-        if (positions[i] < 0 || positions[i] >= db->mode_node_count[kind])
-            return false;
-    }
-    return true;
 }
 
 int ZEL_ModesOfNodes(ZELDATA* db, int kind, int node_count, const int* node_ids, int mode_count,

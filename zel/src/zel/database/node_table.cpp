@@ -15,7 +15,8 @@
 #include <algorithm>
 #include <initializer_list>
 
-using namespace zel;
+namespace zel
+{
 
 static constexpr char kModule[] = "zeltools";
 
@@ -69,9 +70,6 @@ static void hash_new_nodes(const ZELDATA* db, NodeCache& cache)
             slot = {node_id, cache.hashed + 1};
     }
 }
-
-namespace zel
-{
 
 int find_node(const ZELDATA* db, int node_id)
 {
@@ -411,7 +409,9 @@ static int swap_shapes(ZELDATA* db, int a, int b)
 
 } // namespace zel
 
-// ---- Exported ------------------------------------------------------------------------------------------------------------
+// ---- Exported -------------------------------------------------------------------------------------------------------
+
+using namespace zel;
 
 int ZEL_LookupOrAddNode(ZELDATA* db, int node_id)
 {

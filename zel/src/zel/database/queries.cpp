@@ -6,7 +6,8 @@
 #include <algorithm>
 #include <cmath>
 
-using namespace zel;
+namespace zel
+{
 
 static constexpr char kModule[] = "zeldata";
 
@@ -45,7 +46,19 @@ template <typename T> static T* copy_out(const T* array, int held, int length, i
     return copy.release();
 }
 
-// ---- Counts and header ------------------------------------------------------------------------------------------------
+// ---- Preload, loads and statistics ------------------------------------------------------------------------------------
+
+static const ZELLOADCASE* load_case_at(const ZELDATA* db, int load_case)
+{
+    const bool known = db && db->load_cases && load_case >= 0 && load_case < db->load_case_count;
+    return known ? &db->load_cases[load_case] : nullptr;
+}
+
+} // namespace zel
+
+// ---- Exported -------------------------------------------------------------------------------------------------------
+
+using namespace zel;
 
 int ZEL_Version(const ZELDATA* db)
 {
@@ -96,8 +109,6 @@ int ZEL_ModeNodeID(const ZELDATA* db, int kind, int position)
     const bool known = position >= 0 && position < ZEL_ModeNodeCount(db, kind) && db->mode_nodes[kind];
     return known ? db->mode_nodes[kind][position]->id : 0;
 }
-
-// ---- Nodes ------------------------------------------------------------------------------------------------------------
 
 int ZEL_NodeID(const ZELDATA* db, int node_index)
 {
@@ -168,8 +179,6 @@ double ZEL_BodySize(const ZELDATA* db)
     return std::hypot(high[0] - low[0], high[1] - low[1], high[2] - low[2]);
 }
 
-// ---- Faces and interface nodes ----------------------------------------------------------------------------------------
-
 void ZEL_FaceListSize(const ZELDATA* db, int* faces, int* length)
 {
     set_if_wanted(faces, db ? db->face_count : 0);
@@ -200,8 +209,6 @@ int* ZEL_InterfaceNodeIDs(const ZELDATA* db, int* count)
     return list;
 }
 
-// ---- Preload, loads and statistics ------------------------------------------------------------------------------------
-
 double* ZEL_GetModalPreload(const ZELDATA* db, int* count)
 {
     return copy_out(db ? db->modal_preload : nullptr, db ? db->load_capacity : 0, ZEL_ModeCount(db), count);
@@ -215,12 +222,6 @@ int ZEL_ModalPreloadExist(const ZELDATA* db)
 int ZEL_GetModalLoadCaseCount(const ZELDATA* db)
 {
     return db ? db->load_case_count : 0;
-}
-
-static const ZELLOADCASE* load_case_at(const ZELDATA* db, int load_case)
-{
-    const bool known = db && db->load_cases && load_case >= 0 && load_case < db->load_case_count;
-    return known ? &db->load_cases[load_case] : nullptr;
 }
 
 int ZEL_ModalLoadProcessed(const ZELDATA* db, int load_case)

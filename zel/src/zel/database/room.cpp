@@ -6,7 +6,8 @@
 
 #include <algorithm>
 
-using namespace zel;
+namespace zel
+{
 
 static constexpr char kModule[] = "zelset";
 
@@ -29,6 +30,10 @@ static bool reserve_mode_numbers(ZELDATA* db, int modes)
         db->mode_ids = numbers;
     return numbers;
 }
+
+} // namespace zel
+
+using namespace zel;
 
 int ZEL_MakeRoom(ZELDATA* db, int max_mode_nodes, int max_modes)
 {

@@ -12,7 +12,8 @@
 #include <algorithm>
 #include <cmath>
 
-using namespace zel;
+namespace zel
+{
 
 namespace
 {
@@ -199,6 +200,12 @@ static void note_unit_masses(ZELDATA* db)
             entry.row == entry.column && std::fabs(1.0 - entry.value) > kUnitTolerance)
             db->non_unit_mass = 1;
 }
+
+} // namespace zel
+
+// ---- Exported -------------------------------------------------------------------------------------------------------
+
+using namespace zel;
 
 int ZEL_ScaleDatabase(ZELDATA* db)
 {

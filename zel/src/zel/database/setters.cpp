@@ -11,7 +11,8 @@
 #include <ctime>
 #include <initializer_list>
 
-using namespace zel;
+namespace zel
+{
 
 static constexpr char kModule[] = "zelset";
 
@@ -56,34 +57,6 @@ static void set_date(ZELDATA* db)
     store_text(db->date, int(sizeof db->date) - 1, text);
 }
 
-int ZEL_SetHeader(ZELDATA* db, char* title, char* input_file_name, char* input_file_type, char* comment1,
-                  char* comment2, char* comment3)
-{
-    if (!db)
-        return no_database();
-    const HeaderText rows[] = {{"Title", "title", "Title", db->title, 127},
-                               {"Input file name", "input file name", "Name ", db->input_file_name, 127},
-                               {"Input file type spec", "input file type", "Type ", db->input_file_type, 15},
-                               {"Comment 1", "Comment 1", "Comment 1", db->comment1, 79},
-                               {"Comment 2", "Comment 2", "Comment 2", db->comment2, 79},
-                               {"Comment 3", "Comment 3", "Comment 3", db->comment3, 79}};
-    char* const texts[] = {title, input_file_name, input_file_type, comment1, comment2, comment3};
-    char copies[6][128] = {}; // the texts may be the record's own
-    size_t lengths[6];
-    for (int i = 0; i < 6; ++i)
-    {
-        lengths[i] = texts[i] ? std::strlen(texts[i]) : 0;
-        for (size_t at = 0; at < lengths[i]; ++at)
-            if (texts[i][at] == '\n') // without one nothing is written: the text may be a constant
-                texts[i][at] = ' ';
-        std::memcpy(copies[i], texts[i] ? texts[i] : "", std::min(lengths[i], sizeof copies[i] - 1));
-    }
-    set_date(db);
-    for (int i = 0; i < 6; ++i)
-        set_header_text(rows[i], copies[i], lengths[i]);
-    return 1;
-}
-
 // ---- Nodes -------------------------------------------------------------------------------------------------------------
 
 // Whether all values are finite; otherwise reports the first that is not.
@@ -93,24 +66,6 @@ static bool all_finite(const char* quantity, int node_id, std::initializer_list<
         if (!std::isfinite(value))
             return fail("The %s of node %d is not finite: %g.", quantity, node_id, value);
     return true;
-}
-
-int ZEL_SetNodeCoordinates(ZELDATA* db, int node_id, double x, double y, double z)
-{
-    if (!db)
-        return no_database();
-    if (!all_finite("position", node_id, {x, y, z}))
-        return 0;
-    const int node = ZEL_LookupOrAddNode(db, node_id);
-    if (node < 0)
-        return 0;
-    db->nodes[node].x = x;
-    db->nodes[node].y = y;
-    db->nodes[node].z = z;
-    raise_flag(db, ZEL_BLOCK_NODES);
-    nodes_changed(db);
-    mass_or_modes_changed(db);
-    return 1;
 }
 
 // Sets a nodal mass to `before` + `mass`, where before is 0 or, to add, what the node has.
@@ -131,16 +86,6 @@ static int set_mass(ZELDATA* db, int node_id, double mass, bool add)
     return 1;
 }
 
-int ZEL_SetNodalMass(ZELDATA* db, int node_id, double mass)
-{
-    return set_mass(db, node_id, mass, false);
-}
-
-int ZEL_AddNodalMass(ZELDATA* db, int node_id, double mass)
-{
-    return set_mass(db, node_id, mass, true);
-}
-
 // The six inertia components of a node, which is added, and given zero components, as needed. Null, with a message, when
 // memory is short.
 static double* inertia_of(ZELDATA* db, int node_id)
@@ -154,43 +99,6 @@ static double* inertia_of(ZELDATA* db, int node_id)
     if (!db->nodes[node].inertia)
         db->nodes[node].inertia = fresh.release();
     return db->nodes[node].inertia;
-}
-
-int ZEL_SetNodalInertia(ZELDATA* db, int node_id, double xx, double yy, double zz, double xy, double xz, double yz)
-{
-    if (!db)
-        return no_database();
-    if (!all_finite("inertia", node_id, {xx, yy, zz, xy, xz, yz}))
-        return 0;
-    double* inertia = inertia_of(db, node_id);
-    if (!inertia)
-        return 0;
-    for (double value : {xx, yy, zz, xy, xz, yz})
-        *inertia++ = value;
-    raise_flag(db, ZEL_BLOCK_INERTIAS);
-    mass_or_modes_changed(db);
-    return 1;
-}
-
-int ZEL_SetNodalInertiaEntry(ZELDATA* db, int node_id, int row, int column, double value)
-{
-    if (!db)
-        return no_database();
-    constexpr int kComponent[3][3] = {{0, 3, 4}, {3, 1, 5}, {4, 5, 2}};
-    const int first = row > 3 && column > 3 ? 4 : 1; // rows and columns may count as rotations of a node, 4 to 6
-    row -= first;
-    column -= first;
-    if (row < 0 || row > 2 || column < 0 || column > 2)
-        return fail("Row and column of the inertia of node %d must be 1 to 3, or both 4 to 6.", node_id);
-    if (!all_finite("inertia", node_id, {value}))
-        return 0;
-    double* inertia = inertia_of(db, node_id);
-    if (!inertia)
-        return 0;
-    inertia[kComponent[row][column]] = value;
-    raise_flag(db, ZEL_BLOCK_INERTIAS);
-    mass_or_modes_changed(db);
-    return 1;
 }
 
 // ---- Many nodes at once ------------------------------------------------------------------------------------------------
@@ -236,25 +144,6 @@ template <typename Store> static int set_nodes(ZELDATA* db, const char* quantity
     return 1;
 }
 
-int ZEL_SetNodes(ZELDATA* db, int count, const int* node_ids, const double* coordinates)
-{
-    const auto store = [](ZELNODE& node, const double* xyz) {
-        node.x = xyz[0];
-        node.y = xyz[1];
-        node.z = xyz[2];
-    };
-    if (!set_nodes(db, "position", ZEL_BLOCK_NODES, count, node_ids, coordinates, 3, store))
-        return 0;
-    nodes_changed(db);
-    return 1;
-}
-
-int ZEL_SetNodalMasses(ZELDATA* db, int count, const int* node_ids, const double* masses)
-{
-    return set_nodes(db, "mass", ZEL_BLOCK_MASSES, count, node_ids, masses, 1,
-                     [](ZELNODE& node, const double* mass) { node.mass = *mass; });
-}
-
 namespace
 {
 // New inertias for the nodes of a list that have none yet: one each time that such a node is named.
@@ -280,6 +169,146 @@ struct FreshInertias
 };
 } // namespace
 
+// ---- Faces and interface nodes -----------------------------------------------------------------------------------------
+
+static constexpr int kListGrowth = 100;
+
+// The faces of a list as they are stored, with ids in the places of node indexes, to `out`. Returns the integers that they
+// take; 0, with a message, for one that is no face.
+static int64_t pack_faces(int count, const int* vertex_counts, const int* node_ids, int* out)
+{
+    const int* const start = out;
+    for (int i = 0; i < count; node_ids += vertex_counts[i++])
+    {
+        int kept = 0;
+        for (int k = 0; k < vertex_counts[i]; ++k)
+            kept = keep_vertex(out + 1, kept, node_ids[k], k == vertex_counts[i] - 1);
+        if (kept < 2)
+            return fail("Face %d of %d needs at least two different nodes.", i + 1, count), 0;
+        *out = kept;
+        out += kept + 1;
+    }
+    return out - start;
+}
+
+} // namespace zel
+
+// ---- Exported -------------------------------------------------------------------------------------------------------
+
+using namespace zel;
+
+int ZEL_SetHeader(ZELDATA* db, char* title, char* input_file_name, char* input_file_type, char* comment1,
+                  char* comment2, char* comment3)
+{
+    if (!db)
+        return no_database();
+    const HeaderText rows[] = {{"Title", "title", "Title", db->title, 127},
+                               {"Input file name", "input file name", "Name ", db->input_file_name, 127},
+                               {"Input file type spec", "input file type", "Type ", db->input_file_type, 15},
+                               {"Comment 1", "Comment 1", "Comment 1", db->comment1, 79},
+                               {"Comment 2", "Comment 2", "Comment 2", db->comment2, 79},
+                               {"Comment 3", "Comment 3", "Comment 3", db->comment3, 79}};
+    char* const texts[] = {title, input_file_name, input_file_type, comment1, comment2, comment3};
+    char copies[6][128] = {}; // the texts may be the record's own
+    size_t lengths[6];
+    for (int i = 0; i < 6; ++i)
+    {
+        lengths[i] = texts[i] ? std::strlen(texts[i]) : 0;
+        for (size_t at = 0; at < lengths[i]; ++at)
+            if (texts[i][at] == '\n') // without one nothing is written: the text may be a constant
+                texts[i][at] = ' ';
+        std::memcpy(copies[i], texts[i] ? texts[i] : "", std::min(lengths[i], sizeof copies[i] - 1));
+    }
+    set_date(db);
+    for (int i = 0; i < 6; ++i)
+        set_header_text(rows[i], copies[i], lengths[i]);
+    return 1;
+}
+
+int ZEL_SetNodeCoordinates(ZELDATA* db, int node_id, double x, double y, double z)
+{
+    if (!db)
+        return no_database();
+    if (!all_finite("position", node_id, {x, y, z}))
+        return 0;
+    const int node = ZEL_LookupOrAddNode(db, node_id);
+    if (node < 0)
+        return 0;
+    db->nodes[node].x = x;
+    db->nodes[node].y = y;
+    db->nodes[node].z = z;
+    raise_flag(db, ZEL_BLOCK_NODES);
+    nodes_changed(db);
+    mass_or_modes_changed(db);
+    return 1;
+}
+
+int ZEL_SetNodalMass(ZELDATA* db, int node_id, double mass)
+{
+    return set_mass(db, node_id, mass, false);
+}
+
+int ZEL_AddNodalMass(ZELDATA* db, int node_id, double mass)
+{
+    return set_mass(db, node_id, mass, true);
+}
+
+int ZEL_SetNodalInertia(ZELDATA* db, int node_id, double xx, double yy, double zz, double xy, double xz, double yz)
+{
+    if (!db)
+        return no_database();
+    if (!all_finite("inertia", node_id, {xx, yy, zz, xy, xz, yz}))
+        return 0;
+    double* inertia = inertia_of(db, node_id);
+    if (!inertia)
+        return 0;
+    for (double value : {xx, yy, zz, xy, xz, yz})
+        *inertia++ = value;
+    raise_flag(db, ZEL_BLOCK_INERTIAS);
+    mass_or_modes_changed(db);
+    return 1;
+}
+
+int ZEL_SetNodalInertiaEntry(ZELDATA* db, int node_id, int row, int column, double value)
+{
+    if (!db)
+        return no_database();
+    constexpr int kComponent[3][3] = {{0, 3, 4}, {3, 1, 5}, {4, 5, 2}};
+    const int first = row > 3 && column > 3 ? 4 : 1; // rows and columns may count as rotations of a node, 4 to 6
+    row -= first;
+    column -= first;
+    if (row < 0 || row > 2 || column < 0 || column > 2)
+        return fail("Row and column of the inertia of node %d must be 1 to 3, or both 4 to 6.", node_id);
+    if (!all_finite("inertia", node_id, {value}))
+        return 0;
+    double* inertia = inertia_of(db, node_id);
+    if (!inertia)
+        return 0;
+    inertia[kComponent[row][column]] = value;
+    raise_flag(db, ZEL_BLOCK_INERTIAS);
+    mass_or_modes_changed(db);
+    return 1;
+}
+
+int ZEL_SetNodes(ZELDATA* db, int count, const int* node_ids, const double* coordinates)
+{
+    const auto store = [](ZELNODE& node, const double* xyz) {
+        node.x = xyz[0];
+        node.y = xyz[1];
+        node.z = xyz[2];
+    };
+    if (!set_nodes(db, "position", ZEL_BLOCK_NODES, count, node_ids, coordinates, 3, store))
+        return 0;
+    nodes_changed(db);
+    return 1;
+}
+
+int ZEL_SetNodalMasses(ZELDATA* db, int count, const int* node_ids, const double* masses)
+{
+    return set_nodes(db, "mass", ZEL_BLOCK_MASSES, count, node_ids, masses, 1,
+                     [](ZELNODE& node, const double* mass) { node.mass = *mass; });
+}
+
 int ZEL_SetNodalInertias(ZELDATA* db, int count, const int* node_ids, const double* inertias)
 {
     FreshInertias fresh(db, db && node_ids ? std::max(count, 0) : 0, node_ids);
@@ -294,10 +323,6 @@ int ZEL_SetNodalInertias(ZELDATA* db, int count, const int* node_ids, const doub
                          ++i;
                      });
 }
-
-// ---- Faces and interface nodes -----------------------------------------------------------------------------------------
-
-static constexpr int kListGrowth = 100;
 
 int ZEL_SetFaceList(ZELDATA* db, int vertex_count, const int* node_ids)
 {
@@ -328,24 +353,6 @@ int ZEL_SetFaceList(ZELDATA* db, int vertex_count, const int* node_ids)
     raise_flag(db, ZEL_BLOCK_FACES);
     faces_changed(db);
     return 1;
-}
-
-// The faces of a list as they are stored, with ids in the places of node indexes, to `out`. Returns the integers that they
-// take; 0, with a message, for one that is no face.
-static int64_t pack_faces(int count, const int* vertex_counts, const int* node_ids, int* out)
-{
-    const int* const start = out;
-    for (int i = 0; i < count; node_ids += vertex_counts[i++])
-    {
-        int kept = 0;
-        for (int k = 0; k < vertex_counts[i]; ++k)
-            kept = keep_vertex(out + 1, kept, node_ids[k], k == vertex_counts[i] - 1);
-        if (kept < 2)
-            return fail("Face %d of %d needs at least two different nodes.", i + 1, count), 0;
-        *out = kept;
-        out += kept + 1;
-    }
-    return out - start;
 }
 
 int ZEL_SetFaces(ZELDATA* db, int count, const int* vertex_counts, const int* node_ids)

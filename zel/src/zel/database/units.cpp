@@ -7,8 +7,6 @@
 #include <cmath>
 #include <cstring>
 
-using namespace zel;
-
 const ZELUNIT ZEL_MassUnits[] = {
     {"MEGAGRAM", 1000.0},
     {"KILOGRAM", 1.0},
@@ -50,6 +48,9 @@ const ZELUNIT ZEL_TimeUnits[] = {
     {"SECOND", 1.0},  {"MILLISECOND", 0.001}, {"MICROSECOND", 1e-06}, {"NANOSECOND", 1e-09},
     {"DAY", 86400.0}, {"HOUR", 3600.0},       {"MINUTE", 60.0},       {"", 0.0},
 };
+
+namespace zel
+{
 
 namespace
 {
@@ -124,6 +125,26 @@ static bool same_folded(const char* a, const char* b)
     }
     return folded(*a) == folded(*b);
 }
+
+// ---- Setting units --------------------------------------------------------------------------------------------------
+
+// One dimension in a change of units: its label and scale in the record, its table and the new label.
+namespace
+{
+struct Dimension
+{
+    char* label;
+    double* scale;
+    const ZELUNIT* table;
+    const char* wanted;
+    char canonical[kLongestLabel + 2]; // room for a label of full width, which is then unknown
+    double ratio;
+};
+} // namespace
+
+} // namespace zel
+
+using namespace zel;
 
 int ZEL_ConvertUnitsLabel(char* label)
 {
@@ -215,22 +236,6 @@ double* ZEL_Convert_Units(double* values, int count, double factor)
         values[i] *= factor;
     return values;
 }
-
-// ---- Setting units --------------------------------------------------------------------------------------------------
-
-// One dimension in a change of units: its label and scale in the record, its table and the new label.
-namespace
-{
-struct Dimension
-{
-    char* label;
-    double* scale;
-    const ZELUNIT* table;
-    const char* wanted;
-    char canonical[kLongestLabel + 2]; // room for a label of full width, which is then unknown
-    double ratio;
-};
-} // namespace
 
 int ZEL_SetUnits(ZELDATA* db, const char* mass, const char* length, const char* time, const char* force)
 {

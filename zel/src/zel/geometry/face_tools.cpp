@@ -10,7 +10,8 @@
 #include <algorithm>
 #include <cctype>
 
-using namespace zel;
+namespace zel
+{
 
 static constexpr char kModule[] = "zeltools";
 
@@ -18,9 +19,6 @@ static int32_t largest_node(const int32_t* face)
 {
     return *std::max_element(face + 1, face + 1 + vertex_count(*face));
 }
-
-namespace zel
-{
 
 Ring ring_of(const int32_t* face)
 {
@@ -77,8 +75,6 @@ void install_faces(ZELDATA* db, int32_t* list, int32_t faces, int32_t words, int
     faces_changed(db);
 }
 
-} // namespace zel
-
 // ---- Geometry nodes -----------------------------------------------------------------------------------------------
 
 // Fills the cache with the nodes of faces and interface nodes, ascending; it stays empty when there are none.
@@ -109,23 +105,6 @@ static int find_geometry_nodes(ZELDATA* db)
     replace(db->geometry_nodes, nodes);
     db->geometry_node_count = count;
     return 1;
-}
-
-int* ZEL_GeometryNodes(ZELDATA* db, int* count)
-{
-    if (count)
-        *count = 0;
-    if (!db)
-        return no_database();
-    if ((!db->geometry_nodes && !find_geometry_nodes(db)) || db->geometry_node_count == 0)
-        return nullptr;
-    Scratch<int32_t> copy(db->geometry_node_count);
-    if (!copy.data)
-        return no_memory(kModule);
-    std::copy_n(db->geometry_nodes, db->geometry_node_count, copy.data);
-    if (count)
-        *count = db->geometry_node_count;
-    return copy.release();
 }
 
 // ---- Common faces -------------------------------------------------------------------------------------------------
@@ -187,39 +166,6 @@ static int32_t strip_buckets(const FaceWords& faces, FaceBuckets& buckets, Ring*
         std::sort(stripped, stripped + kept,
                   [list](int32_t a, int32_t b) { return compare(ring_of(list + a), ring_of(list + b)) < 0; });
     return kept;
-}
-
-void ZEL_StripCommonFaces(ZELDATA* db)
-{
-    if (!db)
-        return void(no_database());
-    if (db->face_count <= 0)
-        return;
-    const FaceWords faces = faces_of(db);
-    FaceBuckets buckets(faces);
-    if (!buckets.allocated())
-        return void(no_memory(kModule));
-    fill_buckets(faces, buckets);
-    Scratch<Ring> rings(buckets.largest);
-    if (!rings.data)
-        return void(no_memory(kModule));
-    const int32_t kept = strip_buckets(faces, buckets, rings.data);
-
-    int32_t words = 0;
-    for (int32_t i = 0; i < kept; ++i)
-        words += 1 + vertex_count(db->face_list[buckets.faces[i]]);
-    Scratch<int32_t> list(words);
-    if (!list.data)
-        return void(no_memory(kModule));
-    int32_t* out = list.data;
-    for (int32_t i = 0; i < kept; ++i)
-    {
-        const Ring ring = ring_of(db->face_list + buckets.faces[i]);
-        *out++ = *ring.face;
-        for (int32_t position = 0; position < ring.size(); ++position)
-            *out++ = ring.node(position);
-    }
-    install_faces(db, list.release(), kept, words, words);
 }
 
 // ---- Sketch -------------------------------------------------------------------------------------------------------
@@ -304,6 +250,62 @@ static int read_sketch_face(ZELDATA* db, FILE* file, int32_t face, WordList& lis
             return no_memory(kModule);
     }
     return 1;
+}
+
+} // namespace zel
+
+// ---- Exported -------------------------------------------------------------------------------------------------------
+
+using namespace zel;
+
+int* ZEL_GeometryNodes(ZELDATA* db, int* count)
+{
+    if (count)
+        *count = 0;
+    if (!db)
+        return no_database();
+    if ((!db->geometry_nodes && !find_geometry_nodes(db)) || db->geometry_node_count == 0)
+        return nullptr;
+    Scratch<int32_t> copy(db->geometry_node_count);
+    if (!copy.data)
+        return no_memory(kModule);
+    std::copy_n(db->geometry_nodes, db->geometry_node_count, copy.data);
+    if (count)
+        *count = db->geometry_node_count;
+    return copy.release();
+}
+
+void ZEL_StripCommonFaces(ZELDATA* db)
+{
+    if (!db)
+        return void(no_database());
+    if (db->face_count <= 0)
+        return;
+    const FaceWords faces = faces_of(db);
+    FaceBuckets buckets(faces);
+    if (!buckets.allocated())
+        return void(no_memory(kModule));
+    fill_buckets(faces, buckets);
+    Scratch<Ring> rings(buckets.largest);
+    if (!rings.data)
+        return void(no_memory(kModule));
+    const int32_t kept = strip_buckets(faces, buckets, rings.data);
+
+    int32_t words = 0;
+    for (int32_t i = 0; i < kept; ++i)
+        words += 1 + vertex_count(db->face_list[buckets.faces[i]]);
+    Scratch<int32_t> list(words);
+    if (!list.data)
+        return void(no_memory(kModule));
+    int32_t* out = list.data;
+    for (int32_t i = 0; i < kept; ++i)
+    {
+        const Ring ring = ring_of(db->face_list + buckets.faces[i]);
+        *out++ = *ring.face;
+        for (int32_t position = 0; position < ring.size(); ++position)
+            *out++ = ring.node(position);
+    }
+    install_faces(db, list.release(), kept, words, words);
 }
 
 void ZEL_SketchGrid(ZELDATA* db, const char* sketch_file)

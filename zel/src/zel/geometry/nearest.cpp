@@ -15,7 +15,8 @@
 #include <cmath>
 #include <limits>
 
-using namespace zel;
+namespace zel
+{
 
 static constexpr char kModule[] = "zeltools";
 
@@ -52,9 +53,6 @@ struct Candidates
     int node(int position) const { return subset ? subset[position] : position; }
 };
 } // namespace
-
-namespace zel
-{
 struct Point
 {
     double xyz[3];
@@ -76,7 +74,6 @@ struct NearestNodes
     Point* points; // owned
     int queries;   // answered so far, up to kQueriesPerBuild
 };
-} // namespace zel
 
 static void discard_tree(NearestNodes*& tree)
 {
@@ -464,40 +461,6 @@ static int* nodes_of(const Candidates& from, Candidate* kept, int count)
     return nodes;
 }
 
-int ZEL_ClosestNode(ZELDATA* db, const double point[3], int use_subset)
-{
-    if (!db)
-        no_database();
-    if (!db || !point || db->node_count == 0)
-        return -1;
-    const Candidates from = candidates_of(db, use_subset != 0);
-    Candidate best;
-    Nearest nearest{&best, 1};
-    search(db, from, point, nearest);
-    return nearest.count > 0 ? from.node(best.position) : -1;
-}
-
-int* ZEL_ClosestNodes(ZELDATA* db, const double point[3], int k, int use_subset, int* count)
-{
-    int ignored;
-    int& found = count ? *count : ignored;
-    found = 0;
-    if (!db)
-        return no_database();
-    if (!point || k < 1 || db->node_count == 0)
-        return nullptr;
-    const Candidates from = candidates_of(db, use_subset != 0);
-    k = std::min(k, from.count);
-    Scratch<Candidate> kept(k);
-    if (!kept.data)
-        return no_memory(kModule);
-    Nearest nearest{kept.data, k};
-    search(db, from, point, nearest);
-    int* nodes = nodes_of(from, kept.data, nearest.count);
-    found = nodes ? nearest.count : 0;
-    return nodes;
-}
-
 namespace
 {
 // A node of a neighbourhood.
@@ -545,6 +508,46 @@ static int select_neighbors(const Candidates& from, const Within& within, const 
     }
     std::sort(out, out + count);
     return count;
+}
+
+} // namespace zel
+
+// ---- Exported -------------------------------------------------------------------------------------------------------
+
+using namespace zel;
+
+int ZEL_ClosestNode(ZELDATA* db, const double point[3], int use_subset)
+{
+    if (!db)
+        no_database();
+    if (!db || !point || db->node_count == 0)
+        return -1;
+    const Candidates from = candidates_of(db, use_subset != 0);
+    Candidate best;
+    Nearest nearest{&best, 1};
+    search(db, from, point, nearest);
+    return nearest.count > 0 ? from.node(best.position) : -1;
+}
+
+int* ZEL_ClosestNodes(ZELDATA* db, const double point[3], int k, int use_subset, int* count)
+{
+    int ignored;
+    int& found = count ? *count : ignored;
+    found = 0;
+    if (!db)
+        return no_database();
+    if (!point || k < 1 || db->node_count == 0)
+        return nullptr;
+    const Candidates from = candidates_of(db, use_subset != 0);
+    k = std::min(k, from.count);
+    Scratch<Candidate> kept(k);
+    if (!kept.data)
+        return no_memory(kModule);
+    Nearest nearest{kept.data, k};
+    search(db, from, point, nearest);
+    int* nodes = nodes_of(from, kept.data, nearest.count);
+    found = nodes ? nearest.count : 0;
+    return nodes;
 }
 
 int* ZEL_ClosestNodesInNeighborhood(ZELDATA* db, const double point[3], double radius, int* count, double** distances)

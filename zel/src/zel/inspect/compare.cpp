@@ -5,7 +5,8 @@
 
 #include <cstdio>
 
-using namespace zel;
+namespace zel
+{
 
 // ---- Where findings go -------------------------------------------------------------------------------------------------
 
@@ -166,6 +167,12 @@ static int prepare(Comparison& c)
             return fail("The units of a database cannot be changed to SI units.");
     return 1;
 }
+
+} // namespace zel
+
+// ---- Exported -------------------------------------------------------------------------------------------------------
+
+using namespace zel;
 
 int ZEL_Compare(ZELDATA* base, ZELDATA* new_, int verbosity, double tolerance)
 {

@@ -2,7 +2,8 @@
 #include "compare.h"
 #include "geometry/geometry.h"
 
-using namespace zel;
+namespace zel
+{
 
 namespace
 {
@@ -94,7 +95,7 @@ static bool same_lists(const Comparison& c)
     return true;
 }
 
-int zel::compare_faces(Comparison& c, const Block& row)
+int compare_faces(Comparison& c, const Block& row)
 {
     Finding faces = {"faces", row.number};
     if (!both_have(c, faces))
@@ -126,3 +127,5 @@ int zel::compare_faces(Comparison& c, const Block& row)
         tell(c, ZEL_COMPARISON_FAIL, faces, "->Fail FaceList\n");
     return same ? 0 : -1;
 }
+
+} // namespace zel

@@ -6,7 +6,8 @@
 #include "compare.h"
 #include "database/database.h"
 
-using namespace zel;
+namespace zel
+{
 
 // ---- Vectors -----------------------------------------------------------------------------------------------------------
 
@@ -198,7 +199,7 @@ static Finding not_compared(const Comparison& c, const char* what, const Block& 
     return {what, row.number, NAN, {ZEL_ModeNumber(c.fresh, mode)}};
 }
 
-int zel::compare_mode_shapes(Comparison& c, const Block& row)
+int compare_mode_shapes(Comparison& c, const Block& row)
 {
     constexpr int kRotations = 3;
     static constexpr struct
@@ -272,7 +273,7 @@ static void compare_node_counts(const Comparison& c, const Block& row, const Str
              fresh);
 }
 
-int zel::compare_stress_or_strain(Comparison& c, const Block& row)
+int compare_stress_or_strain(Comparison& c, const Block& row)
 {
     const int kind = kind_of_block(row.number).kind;
     const StressTexts& texts = texts_of(kind);
@@ -301,7 +302,7 @@ int zel::compare_stress_or_strain(Comparison& c, const Block& row)
 
 // ---- Pre-stress and pre-strain -----------------------------------------------------------------------------------------
 
-int zel::compare_pre_tensors(Comparison& c, const Block& row)
+int compare_pre_tensors(Comparison& c, const Block& row)
 {
     const int kind = kind_of_block(row.number).kind;
     const StressTexts& texts = texts_of(kind);
@@ -331,3 +332,5 @@ int zel::compare_pre_tensors(Comparison& c, const Block& row)
         difference.largest > 0.0 ? difference.place : Place{ZEL_NONE, ZEL_ModeNodeID(c.fresh, kind, 0), 0};
     return check(c, finding, "Pre-%s Max at Node: #%d Comp: #%d", texts.name, place.node, place.component + 1);
 }
+
+} // namespace zel

@@ -7,7 +7,8 @@
 
 #include <algorithm>
 
-using namespace zel;
+namespace zel
+{
 
 static constexpr char kModule[] = "zeltoc";
 
@@ -574,6 +575,12 @@ static constexpr struct
 };
 
 static_assert(rows_are_complete(kReports, [](const Block&) { return true; }), "each block has a report");
+
+} // namespace zel
+
+// ---- Exported -------------------------------------------------------------------------------------------------------
+
+using namespace zel;
 
 void ZEL_Contents(ZELDATA* db, int block, FILE* stream)
 {

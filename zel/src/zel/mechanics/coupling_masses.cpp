@@ -6,7 +6,8 @@
 
 #include <algorithm>
 
-using namespace zel;
+namespace zel
+{
 
 static constexpr char kModule[] = "zelwrite";
 static constexpr int64_t kBlockBytes = 16 << 20; // of the vectors of a block of nodes, both groups together
@@ -89,6 +90,10 @@ static int sum_coupling(ZELDATA* db, int count1, int count2, double* coupling)
             std::fill_n(coupling + int64_t(mode) * count1, count1, 0.0);
     return 1;
 }
+
+} // namespace zel
+
+using namespace zel;
 
 int ZEL_AnsysAddGenMass(ZELDATA* db, int count1, int count2)
 {

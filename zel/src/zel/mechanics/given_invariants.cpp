@@ -6,7 +6,8 @@
 #include <algorithm>
 #include <cmath>
 
-using namespace zel;
+namespace zel
+{
 
 // Stores the values of an invariant in the order of its block.
 static int set_invariant(ZELDATA* db, int number, const double* values)
@@ -66,6 +67,10 @@ static bool is_transposed(const double* values, int64_t modes)
         }
     return true;
 }
+
+} // namespace zel
+
+using namespace zel;
 
 int ZEL_SetInvar1(ZELDATA* db, double value)
 {

@@ -6,35 +6,8 @@
 #include <algorithm>
 #include <cmath>
 
-using namespace zel;
-
-int ZEL_CalculateGlobalMassFromNodeMass(ZELDATA* db)
+namespace zel
 {
-    if (!db)
-        return no_database();
-    RigidInvariants rigid = {};
-    if (!rigid_invariants(db, rigid))
-        return 0;
-    const bool has_mass = rigid.mass != 0.0 && !std::isnan(rigid.mass);
-    db->total_mass = rigid.mass;
-    for (int axis = 0; axis < 3; ++axis)
-        db->center_of_mass[axis] = has_mass ? rigid.moment[axis] / rigid.mass : 0.0;
-    for (int i = 0; i < 9; ++i) // products of inertia have the opposite sign of the tensor's components
-        db->inertia_tensor[i] = i % 4 == 0 ? rigid.tensor[i] : -rigid.tensor[i];
-    return 1;
-}
-
-int ZEL_TotalMassInertia(ZELDATA* db, double* mass, double inertia[9], double center[3])
-{
-    const bool computed = db && ZEL_CalculateGlobalMassFromNodeMass(db);
-    if (mass)
-        *mass = computed ? db->total_mass : 0.0;
-    for (int entry = 0; inertia && entry < 9; ++entry)
-        inertia[entry] = computed ? db->inertia_tensor[entry] : 0.0;
-    for (int axis = 0; center && axis < 3; ++axis)
-        center[axis] = computed ? db->center_of_mass[axis] : 0.0;
-    return computed ? 1 : 0;
-}
 
 // Whether `value` differs from `reference`, relative to what is large and absolute to what is small.
 static bool differs(double reference, double value)
@@ -70,6 +43,38 @@ static void check_global_mass(ZELDATA* db, double mass, const double center[3], 
         ZEL_Warning("Global center of mass is inconsistent with INVAR2 setting or nodal data.");
     if (any_differs(inertia, known.tensor, 9))
         ZEL_Warning("Global mass inertia is inconsistent with INVAR7 setting or nodal data.");
+}
+
+} // namespace zel
+
+using namespace zel;
+
+int ZEL_CalculateGlobalMassFromNodeMass(ZELDATA* db)
+{
+    if (!db)
+        return no_database();
+    RigidInvariants rigid = {};
+    if (!rigid_invariants(db, rigid))
+        return 0;
+    const bool has_mass = rigid.mass != 0.0 && !std::isnan(rigid.mass);
+    db->total_mass = rigid.mass;
+    for (int axis = 0; axis < 3; ++axis)
+        db->center_of_mass[axis] = has_mass ? rigid.moment[axis] / rigid.mass : 0.0;
+    for (int i = 0; i < 9; ++i) // products of inertia have the opposite sign of the tensor's components
+        db->inertia_tensor[i] = i % 4 == 0 ? rigid.tensor[i] : -rigid.tensor[i];
+    return 1;
+}
+
+int ZEL_TotalMassInertia(ZELDATA* db, double* mass, double inertia[9], double center[3])
+{
+    const bool computed = db && ZEL_CalculateGlobalMassFromNodeMass(db);
+    if (mass)
+        *mass = computed ? db->total_mass : 0.0;
+    for (int entry = 0; inertia && entry < 9; ++entry)
+        inertia[entry] = computed ? db->inertia_tensor[entry] : 0.0;
+    for (int axis = 0; center && axis < 3; ++axis)
+        center[axis] = computed ? db->center_of_mass[axis] : 0.0;
+    return computed ? 1 : 0;
 }
 
 int ZEL_SetGlobalMass(ZELDATA* db, double mass, const double center[3], const double inertia[9])

@@ -9,7 +9,8 @@
 
 #include <algorithm>
 
-using namespace zel;
+namespace zel
+{
 
 static constexpr char kModule[] = "zelinvar";
 
@@ -29,9 +30,6 @@ static bool is_known(const ZELDATA* db, int number)
     return db->zel_file.file && has_flag(db->file_flags, block) && !is_stale_block(db, block);
 }
 
-namespace zel
-{
-
 bool mass_data_suffices(const ZELDATA* db, InvariantSet set)
 {
     if (set == InvariantSet::rigid)
@@ -47,7 +45,7 @@ bool mass_data_suffices(const ZELDATA* db, InvariantSet set)
 int fill_invariants(ZELDATA* db, InvariantSet set)
 {
     const bool has_modes = db->mode_count > 0;
-    if (has_modes && set == InvariantSet::all && !sum_modal_invariants(db, {3, 4, 5, 8, 9}))
+    if (has_modes && set == InvariantSet::all && !sum_modal_invariants(db, ModalSums::both))
         return 0;
     for (const InvariantRow& row : kInvariants)
         if (in_set(set, row) && (has_modes || !row.modal) && !fill_invariant(db, row.number))

@@ -16,7 +16,8 @@
 #include <algorithm>
 #include <cmath>
 
-using namespace zel;
+namespace zel
+{
 
 static constexpr char kModule[] = "zelinvar";
 
@@ -78,9 +79,6 @@ static int covered_nodes(const ZELDATA* db)
     const int in_table = std::min(db->mode_node_count[ZEL_MODE_SHAPE], db->node_count);
     return db->mode_positions[ZEL_MODE_SHAPE] ? std::min(in_table, db->mode_record_nodes[ZEL_MODE_SHAPE]) : in_table;
 }
-
-namespace zel
-{
 
 bool shapes_cover_masses(const ZELDATA* db)
 {
@@ -273,13 +271,13 @@ static void clear_sums(ZELDATA* db, const Wanted& wanted)
         std::fill_n(wanted.moments, int64_t(12) * wanted.modes, 0.0);
     if (wanted.turning)
         std::fill_n(wanted.turning, int64_t(3) * wanted.modes, 0.0);
-    for (int number : {5, 9})
+    for (const InvariantRow& row : kInvariants)
     {
-        if (!(number == 5 ? wanted.cross : wanted.products))
+        if (!row.by_pair || !(row.number == 5 ? wanted.cross : wanted.products))
             continue;
-        const int length = invariant_pieces(number, wanted.modes).length;
-        for (int64_t piece = 0; piece < invariant_pieces_with_values(db, number); ++piece)
-            std::fill_n(invariant_piece(db, number, piece), length, 0.0);
+        const int length = invariant_pieces(row.number, wanted.modes).length;
+        for (int64_t piece = 0; piece < invariant_pieces_with_values(db, row.number); ++piece)
+            std::fill_n(invariant_piece(db, row.number, piece), length, 0.0);
     }
 }
 
@@ -404,7 +402,12 @@ static void mirror_pairs(ZELDATA* db, const Wanted& wanted)
         }
 }
 
-int sum_modal_invariants(ZELDATA* db, std::initializer_list<int> numbers)
+static bool in_group(ModalSums group, const InvariantRow& row)
+{
+    return row.modal && (group == ModalSums::both || row.by_pair == (group == ModalSums::by_pair));
+}
+
+int sum_modal_invariants(ZELDATA* db, ModalSums group)
 {
     const bool sums = has_sums(db);
     bool opened[10] = {};
@@ -414,13 +417,13 @@ int sum_modal_invariants(ZELDATA* db, std::initializer_list<int> numbers)
                 drop_invariant(db, number);
         return 0;
     };
-    for (int number : numbers)
+    for (const InvariantRow& row : kInvariants)
     {
-        if (invariant_filled(db, number) || ZEL_goto_block(db, invariant_row(number).block - 1))
+        if (!in_group(group, row) || invariant_filled(db, row.number) || ZEL_goto_block(db, row.block - 1))
             continue;
-        if (!open_invariant(db, number, kComputed, sums ? INT32_MAX : 0))
+        if (!open_invariant(db, row.number, kComputed, sums ? INT32_MAX : 0))
             return give_up();
-        opened[number] = true;
+        opened[row.number] = true;
     }
     const int modes = db->mode_count;
     const bool by_mode = opened[3] || opened[4] || opened[8];

@@ -7,7 +7,8 @@
 
 #include <algorithm>
 
-using namespace zel;
+namespace zel
+{
 
 static constexpr char kModule[] = "zelinvar";
 
@@ -148,9 +149,6 @@ static int rigid_values(ZELDATA* db, int number, double* values)
     return 1;
 }
 
-namespace zel
-{
-
 int rigid_invariants(ZELDATA* db, RigidInvariants& out)
 {
     return rigid_values(db, 1, &out.mass) && rigid_values(db, 2, out.moment) && rigid_values(db, 7, out.tensor);
@@ -165,17 +163,13 @@ int fill_invariant(ZELDATA* db, int number)
     const InvariantRow& row = invariant_row(number);
     if (ZEL_goto_block(db, row.block - 1))
         return read_invariant(db, row);
-    if (row.by_pair) // what costs one costs the other too
-        return sum_modal_invariants(db, {5, 9});
     if (row.modal)
-        return sum_modal_invariants(db, {3, 4, 8});
+        return sum_modal_invariants(db, row.by_pair ? ModalSums::by_pair : ModalSums::by_mode);
     if (!open_invariant(db, number, kComputed))
         return 0;
     sum_rigid(db, number, invariant_piece(db, number, 0));
     return 1;
 }
-
-} // namespace zel
 
 // A copy for the caller of `count` pieces of an invariant, from piece `first` on.
 static double* copy_of(ZELDATA* db, int number, int64_t first, int64_t count)
@@ -195,6 +189,12 @@ static bool is_mode(const ZELDATA* db, int mode)
 {
     return CheckZEL(db) && mode >= 0 && mode < db->mode_count;
 }
+
+} // namespace zel
+
+// ---- Exported -------------------------------------------------------------------------------------------------------
+
+using namespace zel;
 
 double ZEL_Invar1(ZELDATA* db)
 {

@@ -6,7 +6,8 @@
 #include <cstring>
 #include <utility>
 
-using namespace zel;
+namespace zel
+{
 
 static constexpr char kModule[] = "zeltools";
 
@@ -23,6 +24,10 @@ static int pivot_row(const double* const* a, int n, int column)
         }
     return pivot;
 }
+
+} // namespace zel
+
+using namespace zel;
 
 int ZEL_LUPDecomposition(double** a, int n, int* perm)
 {

@@ -5,7 +5,6 @@
 #include "database/database.h"
 
 #include <cstdint>
-#include <initializer_list>
 
 namespace zel
 {
@@ -27,9 +26,18 @@ int rigid_invariants(ZELDATA* db, RigidInvariants& out); // 0 when the file cann
 // one that the mode shapes cover. Where not, invariants 3, 4, 5, 8 and 9 are zero: part of a sum would be worse.
 bool shapes_cover_masses(const ZELDATA* db);
 
-// Fills those of the modal invariants among `numbers` that have neither values nor a block in the file, all in one pass
-// over the mode shapes. 0, with a message and none of them filled, when memory is short.
-int sum_modal_invariants(ZELDATA* db, std::initializer_list<int> numbers);
+// Which modal invariants one pass makes: those with values for a mode, or for a pair of modes, as what costs one of a
+// group costs the others too.
+enum class ModalSums
+{
+    by_mode,
+    by_pair,
+    both
+};
+
+// Fills those modal invariants of a group that have neither values nor a block in the file, all in one pass over the mode
+// shapes. 0, with a message and none of them filled, when memory is short.
+int sum_modal_invariants(ZELDATA* db, ModalSums group);
 
 // Sums over the masses m at (x, y, z) for the first `modes` mode shapes phi: of m phi, m x phi, m y phi and m z phi, each
 // [3 * modes] with component a of mode i at [3 * i + a], one behind the other. Zero where shapes_cover_masses does not

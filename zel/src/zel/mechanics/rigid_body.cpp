@@ -7,11 +7,11 @@
 #include <algorithm>
 #include <cmath>
 
-static constexpr char kModule[] = "zeltools";
-static constexpr int kRigid = 6;
-
 namespace zel
 {
+
+static constexpr char kModule[] = "zeltools";
+static constexpr int kRigid = 6;
 
 // ---- Rigid-body modes -----------------------------------------------------------------------------------------------
 
@@ -274,7 +274,7 @@ int project_damping_of_body(ZELDATA* db, bool& singular)
 
 } // namespace zel
 
-// ---- Exported -----------------------------------------------------------------------------------------------------
+// ---- Exported -------------------------------------------------------------------------------------------------------
 
 using namespace zel;
 

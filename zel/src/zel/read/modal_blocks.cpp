@@ -349,12 +349,9 @@ int read_modal_block(Reader& in, const Block& row)
     return row_of(kReaders, row.number).read(in, row);
 }
 
-} // namespace zel
-
 // ---- Exported -------------------------------------------------------------------------------------------------------
 
 // Later readings: a body whose modes have changed since has no use for the file's matrices.
-using namespace zel;
 
 static int read_matrix_again(ZELDATA* db, int number)
 {
@@ -365,6 +362,12 @@ static int read_matrix_again(ZELDATA* db, int number)
     const KeepPosition here(db->zel_file.file);
     return ZEL_goto_block(db, number - 1) ? read_matrix(db, block_row(number)) : 0;
 }
+
+} // namespace zel
+
+// ---- Exported -------------------------------------------------------------------------------------------------------
+
+using namespace zel;
 
 int ZEL_ReadGeneralizedStiffness(ZELDATA* db)
 {

@@ -8,7 +8,8 @@
 #include <algorithm>
 #include <initializer_list>
 
-using namespace zel;
+namespace zel
+{
 
 // ---- Encoding, summary and directory --------------------------------------------------------------------------------
 
@@ -147,7 +148,11 @@ static void note_projected_forces(ZELDATA* db)
         set_load_forces(db, i, db->load_cases[i].processed ? forces : 0);
 }
 
-// ---- Exported ------------------------------------------------------------------------------------------------------
+} // namespace zel
+
+// ---- Exported -------------------------------------------------------------------------------------------------------
+
+using namespace zel;
 
 int ZEL_ReadZEL(ZELDATA* db, FILE* file, const char* name)
 {

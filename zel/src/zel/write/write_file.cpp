@@ -13,8 +13,6 @@
 #include <algorithm>
 #include <cerrno>
 
-using namespace zel;
-
 namespace zel
 {
 
@@ -27,8 +25,6 @@ Writer::~Writer()
         discard(nodes.positions);
     }
 }
-
-} // namespace zel
 
 // ---- Geometry ------------------------------------------------------------------------------------------------------------------
 
@@ -514,6 +510,12 @@ static bool is_own_file(const ZELDATA* db, const char* name)
     const ZELSTREAM& file = db->zel_file;
     return (file.name && std::strcmp(file.name, name) == 0) || (file.file && names_open_file(name, file.file));
 }
+
+} // namespace zel
+
+// ---- Exported -------------------------------------------------------------------------------------------------------
+
+using namespace zel;
 
 int ZEL_WriteWithOptions(ZELDATA* db, const char* name, const char* options)
 {

@@ -9,7 +9,8 @@
 #include <charconv>
 #include <numbers>
 
-using namespace zel;
+namespace zel
+{
 
 static constexpr char kPreserve[] = "preserve_str";
 
@@ -227,6 +228,12 @@ static int trim(ZELDATA* db, const Request& request)
         keep[db->interface_nodes[i]] = 1;
     return db->face_count == 0 || coarsen_faces(db, request, keep.data);
 }
+
+} // namespace zel
+
+// ---- Exported -------------------------------------------------------------------------------------------------------
+
+using namespace zel;
 
 int ZEL_TrimGeometry(ZELDATA* db, const char* text)
 {
