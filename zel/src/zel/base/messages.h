@@ -16,6 +16,21 @@ struct Failed
 // Reports through ZEL_Error.
 [[gnu::format(printf, 1, 2)]] Failed fail(const char* format, ...);
 
+// What messages call the parts of the library. Logs and scripts of users have these words.
+namespace module_word
+{
+inline constexpr char coarsening[] = "zelcoarse";
+inline constexpr char comparison[] = "zelcompare";
+inline constexpr char contents[] = "zeltoc";
+inline constexpr char fortran[] = "zel_fortran";
+inline constexpr char invariants[] = "zelinvar";
+inline constexpr char queries[] = "zeldata";
+inline constexpr char reading[] = "zelread";
+inline constexpr char setting[] = "zelset";
+inline constexpr char tools[] = "zeltools";
+inline constexpr char writing[] = "zelwrite";
+} // namespace module_word
+
 // The allocation message, naming the module and the line of its caller.
 Failed no_memory(const char* module, int line = __builtin_LINE());
 

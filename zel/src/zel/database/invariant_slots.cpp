@@ -9,8 +9,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zelinvar";
-
 // Frees an array of `count` owned arrays.
 template <typename T> static void discard_rows(T**& rows, int count)
 {
@@ -171,7 +169,7 @@ int open_invariant(ZELDATA* db, int number, char origin, int table_modes)
         return 1;
     }
     drop_invariant(db, number);
-    return no_memory(kModule);
+    return no_memory(module_word::invariants);
 }
 
 void mass_or_modes_changed(ZELDATA* db)

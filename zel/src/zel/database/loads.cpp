@@ -11,8 +11,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zelset";
-
 // ---- Forces of projected vectors ---------------------------------------------------------------------------------------
 
 static ProjectedForces& forces_of(const ZELDATA* db)
@@ -85,7 +83,7 @@ int reserve_load_components(ZELDATA* db, int room)
     {
         for (int i = 0; larger.data && i <= db->load_case_count; ++i)
             std::free(larger[i]);
-        return no_memory(kModule);
+        return no_memory(module_word::setting);
     }
     for (int i = 0; i < db->load_case_count; ++i)
         move_load(db->load_cases[i].values, larger[i], db->load_capacity);
@@ -108,7 +106,9 @@ static int check_load_case(const ZELDATA* db, int load_case)
         return fail("The load case index %d is illegal.\nThe load case index must be non-negative.", load_case);
     const double vector = double(most_modes(db)) * double(sizeof(double));
     const double bytes = (double(load_case) - db->load_case_count) * (double(sizeof(ZELLOADCASE)) + vector);
-    return bytes <= double(sysconf(_SC_PHYS_PAGES)) * double(sysconf(_SC_PAGESIZE)) ? 1 : int(no_memory(kModule));
+    return bytes <= double(sysconf(_SC_PHYS_PAGES)) * double(sysconf(_SC_PAGESIZE))
+               ? 1
+               : int(no_memory(module_word::setting));
 }
 
 // Adds load cases, all zero, up to `load_case`. On 0 there are as many as before.
@@ -119,11 +119,11 @@ static int reserve_load_cases(ZELDATA* db, int load_case)
     int*& known = forces_of(db).of_case;
     int* forces = reallocate(known, int64_t(load_case) + 1);
     if (!forces)
-        return no_memory(kModule);
+        return no_memory(module_word::setting);
     known = forces;
     ZELLOADCASE* cases = reallocate(db->load_cases, int64_t(load_case) + 1);
     if (!cases)
-        return no_memory(kModule);
+        return no_memory(module_word::setting);
     db->load_cases = cases;
     for (int added = db->load_case_count; added <= load_case; ++added)
     {
@@ -136,7 +136,7 @@ static int reserve_load_cases(ZELDATA* db, int load_case)
                 std::free(cases[added].values);
             if (db->load_case_count == 0)
                 discard(db->load_cases);
-            return no_memory(kModule);
+            return no_memory(module_word::setting);
         }
         std::snprintf(cases[added].label, sizeof cases[added].label, "Load Case %d", added + 1);
     }
@@ -201,7 +201,7 @@ int ZEL_SetModalPreload(ZELDATA* db, int mode_number, double value)
     {
         db->modal_preload = allocate<double>(db->load_capacity);
         if (!db->modal_preload)
-            return no_memory(kModule);
+            return no_memory(module_word::setting);
         db->principal_axes_done = 0;
     }
     mode.keep();

@@ -7,8 +7,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zelset";
-
 // ---- Generalized matrices ----------------------------------------------------------------------------------------------
 
 // Appends an entry; entries are never merged. A mode that cannot be added has index -1, which is stored.
@@ -18,7 +16,7 @@ static int add_entry(ZELDATA* db, ZELMATRIX& matrix, const char* name, int row_m
         return fail("The generalized %s of modes %d and %d is not finite: %g.", name, row_mode, column_mode, value);
     ModeToSet row(db, row_mode), column(db, column_mode);
     if (!append_entry(matrix, row.index(), column.index(), value))
-        return no_memory(kModule);
+        return no_memory(module_word::setting);
     row.keep();
     column.keep();
     return 1;

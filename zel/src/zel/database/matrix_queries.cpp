@@ -11,8 +11,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zeldata";
-
 static bool has_entries(const ZELMATRIX& matrix)
 {
     return matrix.entries && matrix.count > 0;
@@ -69,7 +67,7 @@ static int store_implied(const EntryList& list, ZELMATRIX& matrix)
         if (append_entry(fresh, entry.row, entry.column, entry.value))
             continue;
         discard(fresh.entries);
-        return no_memory(kModule);
+        return no_memory(module_word::queries);
     }
     install_matrix(matrix, fresh);
     return 1;
@@ -140,7 +138,7 @@ static int copy_selected(const EntryList& list, double* matrix, int leading, con
     const int modes = list.db->mode_count;
     Selection selection(modes, size);
     if (!selection.allocated())
-        return no_memory(kModule);
+        return no_memory(module_word::queries);
     for (int mode = 0; mode < std::min(leading, modes); ++mode)
         selection.show(mode, mode);
     for (int i = 0; i < n; ++i)

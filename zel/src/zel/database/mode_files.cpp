@@ -19,8 +19,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zelset";
-
 namespace
 {
 constexpr int64_t kNodeBytes = kComponents * int64_t(sizeof(double));
@@ -178,7 +176,7 @@ static Failed report(ModeReplacement::Result result, int kind, const char* path)
     case ModeReplacement::kNoSpace:
         return fail("Insufficient disk space for temporary %s file%s%s.\n%s %s%s %s.", subject, text.gap, path,
                     kElsewhere, folder, kOrPath, text.variable);
-    default: return no_memory(kModule);
+    default: return no_memory(module_word::setting);
     }
 }
 

@@ -9,8 +9,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zeldata";
-
 // The diagonal entry of `mode`, looked for up to the first entry off the diagonal; the last of several holds.
 static double leading_diagonal(const ZELMATRIX& matrix, int mode, double missing)
 {
@@ -51,7 +49,7 @@ static bool scanned_statistic(ZELDATA* db, int mode, Statistic statistic, ZELSTA
         return false;
     Scratch<double> vector(int64_t(kComponents) * nodes);
     if (!vector.data)
-        return no_memory(kModule);
+        return no_memory(module_word::queries);
     if (!read_mode_slice(db, kind, mode, 0, nodes, vector.data))
         return false;
     StatisticScan scan(statistic);

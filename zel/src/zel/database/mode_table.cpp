@@ -13,8 +13,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zelset";
-
 static ModeNumberCache& cache_of(const ZELDATA* db)
 {
     return caches(db).mode_numbers;
@@ -74,7 +72,7 @@ static int append_mode(ZELDATA* db, int mode_number)
         db->mode_ids = allocate<int>(db->max_modes);
     if (!db->mode_ids)
     {
-        no_memory(kModule);
+        no_memory(module_word::setting);
         return -1;
     }
     db->mode_ids[db->mode_count] = mode_number;

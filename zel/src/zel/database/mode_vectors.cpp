@@ -12,8 +12,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zelset";
-
 // ---- Pre-stress and pre-strain -----------------------------------------------------------------------------------------
 
 static bool is_pre_tensor(int mode_number, int kind)
@@ -86,10 +84,10 @@ static int set_pre_tensor(ZELDATA* db, const Values& set)
     const int node = find_node(db, set.node_id);
     const int position = position_to_be(db, set.kind, node);
     if (node < 0 && !reserve_nodes(db, int64_t(db->node_count) + 1)) // before there are records: these count as values
-        return no_memory(kModule);
+        return no_memory(module_word::setting);
     if (!grow(records, db->*kind.pre_tensor_capacity, int64_t(position) + 1, kPreTensorGrowth))
         return fail("Failed to allocate memory for %s at line %d in file %s.\n", kind.pre_tensor_title, __LINE__,
-                    kModule);
+                    module_word::setting);
     if (!list_node(db, set.kind, node, set.node_id))
         return 0;
     std::copy_n(set.values, set.count, records[position].v + set.dof);
@@ -214,7 +212,7 @@ static int find(Positions& positions, const ZELDATA* db, const Array& set)
     const int missing = positions.of.data ? fill(positions, db, set) : 0;
     Scratch<int> ids(missing);
     if (!positions.of.data || !ids.data)
-        return no_memory(kModule);
+        return no_memory(module_word::setting);
     int* end = ids.data;
     for (int i = 0; i < set.count && missing > 0; ++i)
         if (positions.of[i] < 0)
@@ -232,7 +230,7 @@ static int list_missing(ZELDATA* db, const Array& set, Positions& positions)
     if (positions.missing == 0)
         return 1;
     if (!reserve_nodes(db, db->node_count + positions.unknown))
-        return no_memory(kModule);
+        return no_memory(module_word::setting);
     for (int i = 0; i < set.count; ++i)
         if (positions.of[i] < 0 && !list_node(db, set.kind, set.node(db, i), set.node_id(db, i)))
             return 0;
@@ -248,10 +246,10 @@ static int set_pre_tensors(ZELDATA* db, const Array& set)
         return 0;
     const int64_t nodes = db->mode_node_count[set.kind] + positions.missing;
     if (!reserve_nodes(db, db->node_count + positions.unknown)) // before there are records: these count as values
-        return no_memory(kModule);
+        return no_memory(module_word::setting);
     if (!grow(db->*kind.pre_tensors, db->*kind.pre_tensor_capacity, nodes, kPreTensorGrowth))
         return fail("Failed to allocate memory for %s at line %d in file %s.\n", kind.pre_tensor_title, __LINE__,
-                    kModule);
+                    module_word::setting);
     if (!list_missing(db, set, positions))
         return 0;
     for (int i = 0; i < set.count; ++i)
@@ -358,7 +356,7 @@ static const double* load_vector(ZELDATA* db, int mode_number, int kind)
         cached = -1;
         Scratch<double> buffer(kComponents * int64_t(vector.nodes));
         if (!buffer.data)
-            return no_memory(kModule);
+            return no_memory(module_word::setting);
         replace(db->mode_buffer[kind], buffer);
         db->mode_buffer_nodes[kind] = vector.nodes;
     }
@@ -505,7 +503,7 @@ int ZEL_ModesOfNodes(ZELDATA* db, int kind, int node_count, const int* node_ids,
     Scratch<int> positions(node_count);
     Scratch<NamedVector> vectors(mode_count);
     if (!positions.data || !vectors.data)
-        return no_memory(kModule);
+        return no_memory(module_word::setting);
     if (!find_positions(db, kind, node_count, node_ids, positions.data))
         return 0;
     for (int i = 0; i < mode_count; ++i)

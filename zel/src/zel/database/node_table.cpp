@@ -18,8 +18,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zeltools";
-
 static NodeCache& cache_of(const ZELDATA* db)
 {
     return caches(db).nodes;
@@ -208,7 +206,7 @@ int append_node(ZELDATA* db, int node_id)
 {
     if (!reserve_nodes(db, int64_t(db->node_count) + 1))
     {
-        no_memory(kModule);
+        no_memory(module_word::tools);
         return -1;
     }
     NodeCache& cache = cache_of(db);

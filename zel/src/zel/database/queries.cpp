@@ -9,8 +9,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zeldata";
-
 // The node at an index, null when there is none.
 static const ZELNODE* node_at(const ZELDATA* db, int node)
 {
@@ -40,7 +38,7 @@ template <typename T> static T* copy_out(const T* array, int held, int length, i
         return nullptr;
     Scratch<T> copy(length);
     if (!copy.data)
-        return no_memory(kModule);
+        return no_memory(module_word::queries);
     std::copy_n(array, std::min(held, length), copy.data);
     set_if_wanted(count, length);
     return copy.release();

@@ -9,8 +9,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zelset";
-
 // Whether the vectors of a kind lie in the file that the database was read from.
 static bool has_vectors_in_file(const ZELDATA* db)
 {
@@ -52,7 +50,7 @@ int ZEL_MakeRoom(ZELDATA* db, int max_mode_nodes, int max_modes)
     if (has_loads && !reserve_load_components(db, modes))
         return 0;
     if (!reserve_mode_numbers(db, modes))
-        return no_memory(kModule);
+        return no_memory(module_word::setting);
     db->max_mode_nodes = nodes;
     db->max_modes = modes;
     return 1;

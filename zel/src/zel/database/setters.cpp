@@ -14,8 +14,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zelset";
-
 // ---- Header ------------------------------------------------------------------------------------------------------------
 
 namespace
@@ -92,7 +90,7 @@ static double* inertia_of(ZELDATA* db, int node_id)
 {
     Scratch<double> fresh(6);
     if (!fresh.data)
-        return no_memory(kModule);
+        return no_memory(module_word::setting);
     const int node = ZEL_LookupOrAddNode(db, node_id);
     if (node < 0)
         return nullptr;
@@ -117,7 +115,7 @@ static int reserve_unknown(ZELDATA* db, int64_t count, const int* node_ids)
 {
     const auto is_new = [db](int node_id) { return find_node(db, node_id) < 0; };
     const int64_t fresh = std::count_if(node_ids, node_ids + count, is_new);
-    return reserve_nodes(db, db->node_count + fresh) ? 1 : int(no_memory(kModule));
+    return reserve_nodes(db, db->node_count + fresh) ? 1 : int(no_memory(module_word::setting));
 }
 
 // What the setters of many nodes have in common: store(node, values) for each node, once nothing can fail any more.
@@ -313,7 +311,7 @@ int ZEL_SetNodalInertias(ZELDATA* db, int count, const int* node_ids, const doub
 {
     FreshInertias fresh(db, db && node_ids ? std::max(count, 0) : 0, node_ids);
     if (!fresh.complete)
-        return no_memory(kModule);
+        return no_memory(module_word::setting);
     int i = 0;
     return set_nodes(db, "inertia", ZEL_BLOCK_INERTIAS, count, node_ids, inertias, 6,
                      [&](ZELNODE& node, const double* inertia) {
@@ -330,7 +328,7 @@ int ZEL_SetFaceList(ZELDATA* db, int vertex_count, const int* node_ids)
         return no_database();
     const int64_t room = int64_t(db->face_list_length) + (vertex_count > 0 && node_ids ? vertex_count : 0) + 2;
     if (!grow(db->face_list, db->face_capacity, room, kListGrowth))
-        return no_memory(kModule);
+        return no_memory(module_word::setting);
     if (vertex_count < 1 || !node_ids)
         return fail("A face has no vertices.");
     if (!reserve_unknown(db, vertex_count, node_ids))
@@ -368,7 +366,7 @@ int ZEL_SetFaces(ZELDATA* db, int count, const int* vertex_counts, const int* no
         if (vertex_counts[i] < 2 || vertex_counts[i] > ZEL_FACE_VERTICES)
             return fail("Face %d of %d needs at least two different nodes.", i + 1, count);
     if (!grow(db->face_list, db->face_capacity, db->face_list_length + ids + count + 1, kListGrowth))
-        return no_memory(kModule);
+        return no_memory(module_word::setting);
     int* const faces = db->face_list + db->face_list_length; // recorded only when their length is added
     const int64_t length = pack_faces(count, vertex_counts, node_ids, faces);
     if (length == 0 || !reserve_unknown(db, ids, node_ids))
@@ -389,7 +387,7 @@ int ZEL_SetFace(ZELDATA* db, int vertex_count, ...)
         return no_database();
     Scratch<int> node_ids(vertex_count > 0 ? vertex_count : 0);
     if (!node_ids.data)
-        return no_memory(kModule);
+        return no_memory(module_word::setting);
     va_list ids;
     va_start(ids, vertex_count);
     for (int i = 0; i < vertex_count; ++i)
@@ -408,7 +406,7 @@ int ZEL_SetInterfaceNode(ZELDATA* db, int node_id)
     if (is_interface_node(db, node))
         return 1;
     if (!grow(db->interface_nodes, db->interface_capacity, int64_t(db->interface_count) + 1, kListGrowth))
-        return no_memory(kModule);
+        return no_memory(module_word::setting);
     db->interface_nodes[db->interface_count++] = node;
     raise_flag(db, ZEL_BLOCK_INTERFACE);
     nodes_changed(db);

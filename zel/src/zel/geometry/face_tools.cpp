@@ -13,8 +13,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zeltools";
-
 static int32_t largest_node(const int32_t* face)
 {
     return *std::max_element(face + 1, face + 1 + vertex_count(*face));
@@ -82,7 +80,7 @@ static int find_geometry_nodes(ZELDATA* db)
 {
     Scratch<char> used(db->node_count);
     if (!used.data)
-        return no_memory(kModule);
+        return no_memory(module_word::tools);
     int32_t count = 0;
     const auto use = [&](int32_t node) {
         if (node < 0 || node >= db->node_count || used[node])
@@ -97,7 +95,7 @@ static int find_geometry_nodes(ZELDATA* db)
         return 1;
     Scratch<int32_t> nodes(count);
     if (!nodes.data)
-        return no_memory(kModule);
+        return no_memory(module_word::tools);
     int32_t found = 0;
     for (int32_t node = 0; node < db->node_count; ++node)
         if (used[node])
@@ -238,7 +236,7 @@ static int read_sketch_face(ZELDATA* db, FILE* file, int32_t face, WordList& lis
     if (!read_integer(file, count) || count < 1 || count > ZEL_FACE_VERTICES)
         return ZEL_Warning("Incorrect definition of face %d.  Aborting.", face), 0;
     if (!list.append(count))
-        return no_memory(kModule);
+        return no_memory(module_word::tools);
     for (int32_t i = 0; i < count; ++i)
     {
         if (!read_integer(file, node_id))
@@ -247,7 +245,7 @@ static int read_sketch_face(ZELDATA* db, FILE* file, int32_t face, WordList& lis
         if (node < 0)
             return ZEL_Warning("Incorrect definition of face %d.  No node %d. Aborting.", face, node_id), 0;
         if (!list.append(node))
-            return no_memory(kModule);
+            return no_memory(module_word::tools);
     }
     return 1;
 }
@@ -268,7 +266,7 @@ int* ZEL_GeometryNodes(ZELDATA* db, int* count)
         return nullptr;
     Scratch<int32_t> copy(db->geometry_node_count);
     if (!copy.data)
-        return no_memory(kModule);
+        return no_memory(module_word::tools);
     std::copy_n(db->geometry_nodes, db->geometry_node_count, copy.data);
     if (count)
         *count = db->geometry_node_count;
@@ -284,11 +282,11 @@ void ZEL_StripCommonFaces(ZELDATA* db)
     const FaceWords faces = faces_of(db);
     FaceBuckets buckets(faces);
     if (!buckets.allocated())
-        return void(no_memory(kModule));
+        return void(no_memory(module_word::tools));
     fill_buckets(faces, buckets);
     Scratch<Ring> rings(buckets.largest);
     if (!rings.data)
-        return void(no_memory(kModule));
+        return void(no_memory(module_word::tools));
     const int32_t kept = strip_buckets(faces, buckets, rings.data);
 
     int32_t words = 0;
@@ -296,7 +294,7 @@ void ZEL_StripCommonFaces(ZELDATA* db)
         words += 1 + vertex_count(db->face_list[buckets.faces[i]]);
     Scratch<int32_t> list(words);
     if (!list.data)
-        return void(no_memory(kModule));
+        return void(no_memory(module_word::tools));
     int32_t* out = list.data;
     for (int32_t i = 0; i < kept; ++i)
     {

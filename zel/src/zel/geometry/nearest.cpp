@@ -18,8 +18,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zeltools";
-
 namespace
 {
 constexpr int kLeaf = 64;         // points that are not divided further: larger leaves make the tree cheaper to build
@@ -454,7 +452,7 @@ static int* nodes_of(const Candidates& from, Candidate* kept, int count)
         return nullptr;
     int* nodes = allocate<int>(count);
     if (!nodes)
-        return no_memory(kModule);
+        return no_memory(module_word::tools);
     std::sort(kept, kept + count);
     for (int i = 0; i < count; ++i)
         nodes[i] = from.node(kept[i].position);
@@ -542,7 +540,7 @@ int* ZEL_ClosestNodes(ZELDATA* db, const double point[3], int k, int use_subset,
     k = std::min(k, from.count);
     Scratch<Candidate> kept(k);
     if (!kept.data)
-        return no_memory(kModule);
+        return no_memory(module_word::tools);
     Nearest nearest{kept.data, k};
     search(db, from, point, nearest);
     int* nodes = nodes_of(from, kept.data, nearest.count);
@@ -571,7 +569,7 @@ int* ZEL_ClosestNodesInNeighborhood(ZELDATA* db, const double point[3], double r
     Scratch<int> nodes(selected);
     Scratch<double> lengths(selected);
     if (!complete || !nodes.data || !lengths.data)
-        return no_memory(kModule);
+        return no_memory(module_word::tools);
     if (selected == 0)
         return nullptr;
     for (int i = 0; i < selected; ++i)

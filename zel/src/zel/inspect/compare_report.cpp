@@ -7,7 +7,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zelcompare";
 static constexpr int kLongestLine = 400;
 
 static void take(const Comparison& c, int verdict, const Finding& finding, double limit, const char* line)
@@ -110,7 +109,7 @@ void expect_equal(const Comparison& c, const Finding& finding, int fresh, int ba
 
 int no_room(Comparison& c, int line)
 {
-    no_memory(kModule, line);
+    no_memory(module_word::comparison, line);
     c.incomplete = true;
     return -1;
 }

@@ -10,8 +10,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zeltoc";
-
 namespace
 {
 
@@ -258,7 +256,7 @@ static void print_modes(const Report& report)
     Scratch<double> vector(6 * int64_t(nodes));
     if (!vector.data)
     {
-        no_memory(kModule);
+        no_memory(module_word::contents);
         return;
     }
     for (int mode = 0; mode < modes; ++mode)

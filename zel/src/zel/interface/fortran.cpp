@@ -9,8 +9,6 @@
 
 using namespace zel;
 
-static constexpr char kModule[] = "zel_fortran";
-
 // Defines an entry point without texts: both names take the same arguments.
 #define ZEL_FORTRAN_ENTRY(UPPER, lower, ...)                                                                           \
     extern "C" ZEL_API void lower(__VA_ARGS__) __attribute__((alias(#UPPER)));                                         \
@@ -60,7 +58,7 @@ static bool copied(std::initializer_list<const Text*> texts)
 {
     for (const Text* text : texts)
         if (!text->get())
-            return no_memory(kModule);
+            return no_memory(module_word::fortran);
     return true;
 }
 
@@ -391,12 +389,12 @@ ZEL_FORTRAN_ENTRY(ZEL_GET_TRANSFORM_TO_SELMOD, zel_get_transform_to_selmod_, dou
         if (!t)
             return int(fail("NULL argument T passed into ZEL_GET_TRANSFORM_TO_SELMOD\n"));
         if (modes < 1)
-            return int(fail("Invalid mode count found at line %d in file %s.\n", __LINE__, kModule));
+            return int(fail("Invalid mode count found at line %d in file %s.\n", __LINE__, module_word::fortran));
         if (selected < 1)
             return 1;
         Scratch<double> full(modes * modes);
         if (!full.data)
-            return int(no_memory(kModule));
+            return int(no_memory(module_word::fortran));
         if (!ZEL_Transformation(db, full.data))
             return 0;
         int known = 1;

@@ -9,7 +9,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zelwrite";
 static constexpr int64_t kBlockBytes = 16 << 20; // of the vectors of a block of nodes, both groups together
 static constexpr int kFewestNodes = 64;
 
@@ -68,7 +67,7 @@ static int sum_coupling(ZELDATA* db, int count1, int count2, double* coupling)
     ModeBlock one(0, count1, nodes_in_block), two(count1, count2, nodes_in_block);
     Scratch<char> unreadable(count2);
     if (!one.values.data || !two.values.data || !unreadable.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     const LongOperation operation;
     Progress progress(covered);
     for (int first = 0; first < covered; first += nodes_in_block)
@@ -105,7 +104,7 @@ int ZEL_AnsysAddGenMass(ZELDATA* db, int count1, int count2)
         return 1;
     Scratch<double> coupling(int64_t(count1) * count2);
     if (!coupling.data || db->node_count == 0)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     if (!sum_coupling(db, count1, count2, coupling.data))
         return 0;
     if (!store_implied_mass(db)) // entries beside which the modes' own masses are no longer implied

@@ -12,8 +12,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zelinvar";
-
 // ---- Sets -----------------------------------------------------------------------------------------------------------
 
 static bool in_set(InvariantSet set, const InvariantRow& row)
@@ -107,7 +105,7 @@ static int transform(const ZELDATA* from, ZELDATA* to, const InvariantRow& row, 
     Scratch<double> old_plane(int64_t(before) * columns), half(int64_t(before) * after),
         new_plane(int64_t(after) * (row.by_pair ? after : 1));
     if (!old_plane.data || !half.data || !new_plane.data)
-        return no_memory(kModule);
+        return no_memory(module_word::invariants);
     for (int plane = 0; plane < row.planes(); ++plane)
     {
         walk_plane(from, row, plane, old_plane.data, [](const double& entry, double& place) { place = entry; });
@@ -131,7 +129,7 @@ int change_invariant_basis(ZELDATA* db, const double* basis, int modes)
         return 0;
     SpareInvariants fresh(modes);
     if (!fresh.db())
-        return no_memory(kModule);
+        return no_memory(module_word::invariants);
     for (const InvariantRow& row : kInvariants)
     {
         const int number = row.number;

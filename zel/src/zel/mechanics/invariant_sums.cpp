@@ -19,8 +19,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zelinvar";
-
 namespace
 {
 constexpr int64_t kMiB = int64_t(1) << 20;
@@ -325,7 +323,7 @@ static int sum_over_nodes(ZELDATA* db, const Wanted& wanted)
     NodeBlock block(nodes_in_block(db, columns), columns);
     Scratch<char> unreadable(wanted.modes);
     if (!block.complete() || !unreadable.data)
-        return no_memory(kModule);
+        return no_memory(module_word::invariants);
     const LongOperation operation;
     while (!pass_over_nodes(db, wanted, block, unreadable))
     {
@@ -430,7 +428,7 @@ int sum_modal_invariants(ZELDATA* db, ModalSums group)
     Scratch<double> moments(by_mode ? int64_t(12) * modes : 0), turning(by_mode ? int64_t(3) * modes : 0);
     if (!moments.data || !turning.data)
     {
-        no_memory(kModule);
+        no_memory(module_word::invariants);
         return give_up();
     }
     const Wanted wanted = {modes, by_mode ? moments.data : nullptr, opened[4] ? turning.data : nullptr,

@@ -10,8 +10,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zelinvar";
-
 // ---- Reading --------------------------------------------------------------------------------------------------------
 
 // Where a piece of a block that was written for `file_modes` modes belongs; null when it is of a mode that is not there.
@@ -39,7 +37,7 @@ static int read_pieces(ZELDATA* db, const InvariantRow& row, int file_modes)
     const double factor = ratios_so_far(db).of(block_row(row.block).unit);
     Scratch<double> values(pieces.length);
     if (!values.data)
-        return no_memory(kModule);
+        return no_memory(module_word::invariants);
     for (int64_t piece = 0; piece < pieces.count; ++piece)
     {
         if (!get_reals(db->zel_file, values.data, pieces.length))
@@ -61,7 +59,7 @@ static int read_invariant(ZELDATA* db, const InvariantRow& row)
                       !get_int(db->zel_file, file_modes)))
         return 0; // block_bytes has seen that the count can be read
     if (file_modes != db->mode_count)
-        ZEL_Error("nm!=ModeCount at line %d in file %s", __LINE__, kModule);
+        ZEL_Error("nm!=ModeCount at line %d in file %s", __LINE__, module_word::invariants);
     if (!open_invariant(db, row.number, kRead, file_modes))
         return 0;
     if (read_pieces(db, row, file_modes))
@@ -179,7 +177,7 @@ static double* copy_of(ZELDATA* db, int number, int64_t first, int64_t count)
     const int64_t length = invariant_pieces(number, db->invar_modes).length;
     Scratch<double> copy(count * length);
     if (!copy.data)
-        return no_memory(kModule);
+        return no_memory(module_word::invariants);
     for (int64_t piece = 0; piece < count; ++piece)
         copy_invariant_piece(db, number, first + piece, copy.data + piece * length);
     return copy.release();
@@ -227,7 +225,7 @@ double* ZEL_Invar6(ZELDATA* db)
         return nullptr;
     Scratch<double> matrix(int64_t(db->mode_count) * db->mode_count);
     if (!matrix.data)
-        return no_memory(kModule);
+        return no_memory(module_word::invariants);
     return ZEL_GenMassFull(db, matrix.data, db->mode_count) ? matrix.release() : nullptr;
 }
 

@@ -9,8 +9,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zeltools";
-
 // Row of the largest magnitude in a column, at or below the diagonal; the lowest such row, -1 when all are zero.
 static int pivot_row(const double* const* a, int n, int column)
 {
@@ -57,7 +55,7 @@ int ZEL_LUPSolve(double** lu, int n, const int* perm, double* b)
 {
     Scratch<double> y(n > 0 ? n : -1); // no equations are refused like no memory
     if (!y.data)
-        return no_memory(kModule);
+        return no_memory(module_word::tools);
     if (!lu || !perm || !b)
         return 0;
     for (int row = 0; row < n; ++row)
@@ -81,7 +79,7 @@ int ZEL_LUPInvert(double** lu, int n, const int* perm)
 {
     Scratch<double> inverse(n > 0 ? int64_t(n) * n : -1), column(n);
     if (!inverse.data || !column.data)
-        return no_memory(kModule);
+        return no_memory(module_word::tools);
     for (int j = 0; j < n; ++j)
     {
         for (int row = 0; row < n; ++row)

@@ -10,7 +10,6 @@
 namespace zel
 {
 
-static constexpr char kModule[] = "zeltools";
 static constexpr int kRigid = 6;
 
 // ---- Rigid-body modes -----------------------------------------------------------------------------------------------
@@ -59,7 +58,7 @@ static int resultants_of_modes(ZELDATA* db, int rigid_modes, bool from_nodes, do
 {
     Scratch<double> moments(int64_t(12) * rigid_modes);
     if (!moments.data)
-        return no_memory(kModule);
+        return no_memory(module_word::tools);
     if (from_nodes ? !mass_moments(db, rigid_modes, moments.data) : !fill_invariant(db, 3) || !fill_invariant(db, 4))
         return 0;
     for (int mode = 0; mode < rigid_modes; ++mode)
@@ -124,7 +123,7 @@ int project_loads_of_body(ZELDATA* db)
     const bool from_nodes = !std::getenv("VXR_MFORCE_NO_FEA_MASS") && shapes_cover_masses(db);
     Scratch<double> resultants(int64_t(kRigid) * rigid_modes);
     if (!resultants.data)
-        return no_memory(kModule);
+        return no_memory(module_word::tools);
     const bool waiting = loads_wait_for_projection(db);
     if (waiting && rigid_modes > 0 && !resultants_of_modes(db, rigid_modes, from_nodes, resultants.data))
         return 0;
@@ -261,12 +260,12 @@ int project_damping_of_body(ZELDATA* db, bool& singular)
         return 0;
     Scratch<double> full(int64_t(modes) * modes);
     if (!full.data)
-        return no_memory(kModule);
+        return no_memory(module_word::tools);
     ZEL_GenDampFull(db, full.data, modes);
     project_damping(full.data, modes, p);
     ZELMATRIX fresh;
     if (!list_nonzeros(full.data, modes, fresh))
-        return no_memory(kModule);
+        return no_memory(module_word::tools);
     install_matrix(db->damping, fresh);
     db->damping_projected = 1;
     return 1;

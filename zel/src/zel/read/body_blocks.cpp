@@ -154,7 +154,7 @@ static int read_inertias(Reader& in, const Block& row)
         return unreadable(row);
     Scratch<int> entries_set(db->node_count);
     if (!entries_set.data)
-        return no_memory(kModule);
+        return no_memory(module_word::reading);
     for (int i = 0; i < count; ++i)
     {
         if (!reads_on(in, row, i, count))

@@ -35,7 +35,7 @@ static int read_version(ZELDATA* db)
     if (!seek_to(in, 0) || !get_int(in, code) || !known_code(code, {10, 20, 30, 40, 50}, false))
     {
         if (!open_xdr_reader(in))
-            return no_memory(kModule);
+            return no_memory(module_word::reading);
         if (!seek_to(in, 0) || !get_int(in, code) || !known_code(code, {31, 41, 51}, true))
             return fail("Not a valid ZEL format.");
     }
@@ -118,7 +118,7 @@ static int find_mode_count(ZELDATA* db)
     }
     Scratch<int> numbers(modes);
     if (!numbers.data)
-        return no_memory(kModule);
+        return no_memory(module_word::reading);
     for (int mode = 0; mode < modes; ++mode)
         numbers[mode] = mode + 1;
     replace(db->mode_ids, numbers);
@@ -163,7 +163,7 @@ int ZEL_ReadZEL(ZELDATA* db, FILE* file, const char* name)
     const LongOperation operation;
     start_empty(db);
     if (!adopt_file(db, file, name))
-        return no_memory(kModule);
+        return no_memory(module_word::reading);
     if (!read_version(db))
         return 0;
     if (FileSeek_Win32(file, 0, 2) != 0 || (db->file_size = FileTell_Win32(file)) < 0)

@@ -11,8 +11,6 @@
 namespace zel
 {
 
-constexpr char kModule[] = "zelread"; // of this folder, in messages
-
 // One file being read. Its directory is complete and the mode count known before the first block is read.
 struct Reader
 {

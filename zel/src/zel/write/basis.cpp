@@ -138,7 +138,7 @@ static int transform_damping(ZELDATA* db, const Basis& basis, ZELMATRIX& fresh)
     if (done)
         return 1;
     discard(fresh.entries);
-    return no_memory(kModule);
+    return no_memory(module_word::writing);
 }
 
 // ---- Mode vectors -----------------------------------------------------------------------------------------------------
@@ -168,7 +168,7 @@ static int open_orthogonal(ZELDATA* db, int kind, const Basis& basis, ModeReplac
                     "setting the %s environment variable.",
                     file.name(), temporary_folder_variable());
     case ModeReplacement::kNoSpace: return disk_full(file);
-    default: return no_memory(kModule);
+    default: return no_memory(module_word::writing);
     }
 }
 
@@ -179,7 +179,7 @@ static int copy_modes(ZELDATA* db, int kind, const Basis& basis, const ScaledPer
     const int per_slice = int(std::min<int64_t>(nodes, kBlockBytes / kNodeBytes));
     Scratch<double> slice(kComponents * int64_t(per_slice));
     if (!slice.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     Progress progress(basis.new_count);
     for (int i = 0; i < basis.new_count; ++i)
     {
@@ -251,7 +251,7 @@ static int multiply_modes(ZELDATA* db, int kind, const Basis& basis, ModeReplace
     const int per_block = int(std::min<int64_t>(nodes, std::max<int64_t>(fitting, 64)));
     Scratch<double> fresh(kComponents * int64_t(per_block) * m);
     if (!old.reserve(per_block) || !fresh.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     Progress progress((nodes + per_block - 1) / per_block, true);
     for (int first = 0; first < nodes; first += per_block)
     {
@@ -275,7 +275,7 @@ static int rewrite_modes(ZELDATA* db, int kind, const Basis& basis, ModeReplacem
 {
     const ScaledPermutation permutation(basis);
     if (!permutation.allocated())
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     if (!open_orthogonal(db, kind, basis, file))
         return 0;
     return permutation.holds ? copy_modes(db, kind, basis, permutation, file) : multiply_modes(db, kind, basis, file);
@@ -337,7 +337,7 @@ int change_basis(ZELDATA* db, const Basis& basis, BasisChange& change)
     if (!projected_vectors.data || !loads.data ||
         !diagonal_of_records(change.eigenvalues.data, m, kStiffnessField, fresh.stiffness) ||
         !diagonal_of_records(change.eigenvalues.data, m, kMassField, fresh.mass))
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     projected(basis, projected_vectors.data);
     const Basis of_projected = {projected_vectors.data, n, m};
     ModeReplacement files[ZEL_MODE_KINDS];

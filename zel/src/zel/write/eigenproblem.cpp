@@ -49,7 +49,7 @@ template <typename Visit> static int visit_entries(ZELDATA* db, int count, Spars
 {
     EntryLists lists(count);
     if (!lists.allocated())
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     if (count > 0)
         query(db, lists.rows.data, lists.columns.data, lists.values.data);
     const auto inside = [db](int mode) { return mode >= 0 && mode < db->mode_count; };
@@ -86,7 +86,7 @@ int load_eigenproblem(ZELDATA* db, const char* marks, Eigenproblem& problem)
     const int n = problem.n;
     Scratch<int> position(problem.modes);
     if (!position.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     for (int mode = 0, at = 0; mode < problem.modes; ++mode)
         if (position[mode] = marks[mode] ? at : -1; marks[mode])
             problem.kept[at++] = mode;
@@ -172,7 +172,7 @@ static int null_space_of_mass(Eigenproblem& problem, NullSpace& null)
     const int n = problem.n, work_size = 34 * n;
     Scratch<double> values(n), work(work_size);
     if (!values.data || !work.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     std::copy_n(problem.mass.data, int64_t(n) * n, null.vectors.data);
     if (!blas::syev(n, null.vectors.data, values.data, work.data, work_size))
         return 1;
@@ -193,7 +193,7 @@ static int divide_by_stiffness(const Eigenproblem& problem, NullSpace& null)
     const int n = problem.n, size = null.size, work_size = 34 * size;
     Scratch<double> half(int64_t(n) * size), inner(int64_t(size) * size), values(size), work(work_size);
     if (!half.data || !inner.data || !values.data || !work.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     double* vectors = null.vectors.data;
     blas::gemm('N', 'N', n, size, n, 1.0, problem.stiffness.data, n, vectors, n, 0.0, half.data, n);
     blas::gemm('T', 'N', size, size, n, 1.0, vectors, n, half.data, n, 0.0, inner.data, size);
@@ -220,7 +220,7 @@ static int choose_dependent_modes(const Eigenproblem& problem, NullSpace& null, 
     const int64_t n = problem.n;
     Scratch<double> parts(n), quotients(n), row(null.common);
     if (!parts.data || !quotients.data || !row.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     for (int64_t i = 0; i < n; ++i)
     {
         const double mass = std::fabs(problem.mass[i * n + i]);
@@ -294,7 +294,7 @@ int leave_out_dependent_modes(const ZELDATA* db, Eigenproblem& problem)
     NullSpace null(n);
     Scratch<char> out(n);
     if (!null.vectors.data || !out.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     if (!null_space_of_mass(problem, null) || !goes_on() || (null.size > 0 && !divide_by_stiffness(problem, null)))
         return 0;
     problem.infinite = null.size - null.common;
@@ -463,7 +463,7 @@ int solve_eigenproblem(Eigenproblem& problem, int* order)
     Scratch<double> a(entries), b(entries), unsorted(n);
     Scratch<char> infinite(n);
     if (!found.allocated() || !a.data || !b.data || !unsorted.data || !infinite.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     ZEL_Info("\nSolving Generalized Eigenvalue Problem to orthogonalize mode shapes.");
     std::copy_n(problem.stiffness.data, entries, a.data);
     std::copy_n(problem.mass.data, entries, b.data);
@@ -524,7 +524,7 @@ int orthonormalise(Eigenproblem& problem)
     ZEL_Info("\n  Appling Gram-Schmidt to eigenvectors \n ");
     Scratch<double> weighted(n), products(n);
     if (!weighted.data || !products.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     Progress progress(n);
     for (int j = 0; j < n; ++j)
     {
@@ -569,7 +569,7 @@ int check_eigenvectors(const Eigenproblem& problem, int count)
         return 1;
     Scratch<double> half(n * m), stiffness(m * m), mass(m * m);
     if (!half.data || !stiffness.data || !mass.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     congruent(problem, problem.stiffness.data, count, half.data, stiffness.data);
     if (!goes_on())
         return 0;

@@ -54,7 +54,7 @@ static int write_generalized(Writer& out, const Block& row)
     Scratch<int> rows(stored), columns(stored);
     Scratch<double> values(stored);
     if (!rows.data || !columns.data || !values.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     matrix.entries(out.db, rows.data, columns.data, values.data);
     int kept = 0;
     for (int i = 0; i < stored; ++i)
@@ -283,7 +283,7 @@ static int write_mode_vectors(Writer& out, const Block& row)
         ZEL_Info("\nWriting Mode Shapes");
     VectorSource source(out, kind);
     if (!source.allocated())
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     if (!put_int(out.file, out.count) || !put_int(out.file, nodes.count) || !put_ints(out.file, nodes.ids, nodes.count))
         return 0;
     for (int mode = 0; mode < out.count; ++mode)
@@ -320,7 +320,7 @@ static int list_own_nodes(Writer& out, int kind)
     const ZELDATA* db = out.db;
     Scratch<int> ids(db->mode_node_count[kind]);
     if (!ids.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     for (int position = 0; position < db->mode_node_count[kind]; ++position)
         ids[position] = db->mode_nodes[kind][position]->id;
     out.mode_nodes[kind] = {db->mode_node_count[kind], ids.release(), nullptr};
@@ -334,7 +334,7 @@ static int list_shape_nodes(Writer& out, int kind)
     const int count = db->mode_node_count[ZEL_MODE_SHAPE];
     Scratch<int> ids(count), positions(count);
     if (!ids.data || !positions.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     int covered = 0;
     for (int node = 0; node < count; ++node)
     {
@@ -354,7 +354,7 @@ static int mark_stressed_nodes(Writer& out, int kind, char* stressed)
     const ZELDATA* db = out.db;
     VectorSource source(out, kind);
     if (!source.allocated())
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     const int count = source.nodes();
     const PreTensors tensors = pre_tensors_of(db, kind);
     for (int position = 0; position < count; ++position)
@@ -381,7 +381,7 @@ static int list_stressed_nodes(Writer& out, int kind)
     Scratch<char> stressed(nodes.count);
     Scratch<int> positions(nodes.count);
     if (!stressed.data || !positions.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     if (!mark_stressed_nodes(out, kind, stressed.data))
         return 0;
     int kept = 0;
@@ -451,7 +451,7 @@ static int put_exported(Writer& out, const InvariantRow& row, int count)
     const int64_t first = out.first, modes = db->mode_count;
     Scratch<double> values(invariant_pieces(row.number, db->mode_count).length);
     if (!values.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     const bool over_modes = shape.length_power > 0;
     const double* const from = values.data + (over_modes ? first : 0);
     const int length = over_modes ? count : shape.length;

@@ -18,7 +18,7 @@ static int reorder_selected(ZELDATA* db, const int* order, int n)
         return 1;
     Scratch<ZELIDPAIR> before(n);
     if (!before.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     std::copy_n(db->selected_modes, n, before.data);
     for (int i = 0; i < n; ++i)
         db->selected_modes[i] = before[order[i]];
@@ -33,7 +33,7 @@ static int quadratic_forms(const Eigenproblem& problem, const double* matrix, in
         return 1;
     Scratch<double> product(int64_t(n) * count);
     if (!product.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     blas::gemm('N', 'N', n, count, n, 1.0, matrix, n, problem.vectors.data, n, 0.0, product.data, n);
     for (int64_t i = 0; i < count; ++i)
         forms[i] = blas::dot(n, problem.vectors.data + i * n, product.data + i * n);
@@ -45,7 +45,7 @@ static int make_records(const Eigenproblem& problem, double consistency, int cou
 {
     Scratch<double> stiffness(count);
     if (!stiffness.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     if (!quadratic_forms(problem, problem.stiffness.data, count, stiffness.data))
         return 0;
     for (int i = 0; i < count; ++i)
@@ -64,7 +64,7 @@ static int normalise_masses(Eigenproblem& problem, int count)
     const int n = problem.n;
     Scratch<double> norms(count);
     if (!norms.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     if (!quadratic_forms(problem, problem.mass.data, count, norms.data))
         return 0;
     for (int64_t i = 0; i < count; ++i)
@@ -111,7 +111,7 @@ static int compose_transformation(const ZELDATA* db, const double* components, i
 {
     Scratch<double> product(int64_t(modes) * count);
     if (!product.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     if (db->transformation && db->transformation_order == modes)
     {
         blas::gemm('N', 'N', modes, count, modes, 1.0, db->transformation, modes, components, modes, 0.0, product.data,
@@ -130,7 +130,7 @@ static int install_modes(ZELDATA* db, Eigenproblem& problem)
     BasisChange change = {Scratch<ZELEIGEN>(int64_t(count) + 1), Scratch<double>(int64_t(count) * count)};
     Scratch<double> components(int64_t(modes) * count);
     if (!change.eigenvalues.data || !change.transformation.data || !components.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     if (!make_records(problem, consistency_of(db), count, change.eigenvalues.data))
         return 0;
     const bool only_cut = !has_flag(db->content_flags, ZEL_BLOCK_MODES) && count != modes;
@@ -159,7 +159,7 @@ static int complete_order(const Eigenproblem& problem, int* order)
 {
     Scratch<char> in_order(problem.modes);
     if (!in_order.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     int count = problem.n;
     for (int i = 0; i < count; ++i)
         in_order[order[i] = problem.kept[order[i]]] = 1;
@@ -187,13 +187,13 @@ int orthogonalise_modes(ZELDATA* db)
     Scratch<int> order(modes);
     Scratch<char> with_entries(modes);
     if (!order.data || !with_entries.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     const int room = mark_modes_with_entries(db, with_entries.data);
     if (room < 0)
         return 0;
     Eigenproblem problem(modes, room);
     if (!problem.allocated())
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     problem.settled = db->eigenvalues && db->eigenvalue_count >= modes;
     warn_of_empty_modes(with_entries.data, modes);
     if (!load_eigenproblem(db, with_entries.data, problem) || !leave_out_dependent_modes(db, problem) ||
@@ -210,7 +210,7 @@ static int records_of_diagonals(ZELDATA* db)
     const int n = db->mode_count;
     Scratch<ZELEIGEN> records(int64_t(n) + 1);
     if (!records.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     for (int i = 0; i < n; ++i)
     {
         double* v = records[i].value;

@@ -34,7 +34,7 @@ static int plan_kind(const ZELDATA* db, int kind, const char* has_geometry, Kind
     const int count = db->mode_node_count[kind];
     Scratch<int> positions(count);
     if (!positions.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     for (int position = 0; position < count; ++position)
         if (has_geometry[db->mode_nodes[kind][position] - db->nodes])
             positions[plan.kept++] = position;
@@ -57,7 +57,7 @@ static int open_shortened(ZELDATA* db, int kind, KindPlan& plan)
         return fail("Insufficient disk space for file %s.  Specify different temporary\nfile directory by setting the "
                     "%s environment variable",
                     plan.vectors.name(), temporary_folder_variable());
-    case ModeReplacement::kNoMemory: return no_memory(kModule);
+    case ModeReplacement::kNoMemory: return no_memory(module_word::writing);
     case ModeReplacement::kReady: break;
     }
     ZEL_Info("Shortened mode file: %s", plan.vectors.name());
@@ -69,7 +69,7 @@ static int shorten_vectors(ZELDATA* db, int kind, KindPlan& plan)
     const int count = db->mode_node_count[kind];
     Scratch<double> vector(int64_t(kComponents) * count);
     if (!vector.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     if (!open_shortened(db, kind, plan))
         return 0;
     Progress progress(db->mode_count);
@@ -172,7 +172,7 @@ int find_shapes_inside(ZELDATA* db, bool& inside)
 {
     Scratch<char> has_geometry(db->node_count);
     if (!has_geometry.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     const int shapes = db->mode_node_count[ZEL_MODE_SHAPE];
     inside = mark_geometry_nodes(db, has_geometry.data) && std::memchr(has_geometry.data, 0, size_t(shapes));
     return 1;
@@ -185,7 +185,7 @@ int reduce_to_geometry_nodes(ZELDATA* db)
     Scratch<int> new_index(db->node_count);
     Scratch<ZELNODE> sorted(db->node_count);
     if (!has_geometry.data || !new_index.data || !sorted.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     if (!mark_geometry_nodes(db, has_geometry.data))
         return 1;
     for (int kind = 0; kind < ZEL_MODE_KINDS; ++kind)

@@ -52,7 +52,7 @@ static int shifted_damping(ZELDATA* db, const double center[3], ZELMATRIX& fresh
     const int64_t n = db->mode_count;
     Scratch<double> full(n * n);
     if (!full.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     ZEL_GenDampFull(db, full.data, db->mode_count);
     for (int64_t row = 0; row < n; ++row)
         shift_moments(full.data + row * n, 6, center);
@@ -65,7 +65,7 @@ static int shifted_damping(ZELDATA* db, const double center[3], ZELMATRIX& fresh
         for (int64_t row = 0; row < 6; ++row)
             full[row * n + column] = six[row];
     }
-    return list_nonzeros(full.data, db->mode_count, fresh) ? 1 : int(no_memory(kModule));
+    return list_nonzeros(full.data, db->mode_count, fresh) ? 1 : int(no_memory(module_word::writing));
 }
 
 static void shift_loads(ZELDATA* db, const double center[3])
@@ -140,7 +140,7 @@ static int open_stream(Writer& out)
     out.compatible = check_conflicts(out.options);
     out.file.double_precision = !code_is_single(out.options.version);
     if (code_is_xdr(out.options.version) && !open_xdr_writer(out.file))
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     return 1;
 }
 
@@ -357,7 +357,7 @@ static int settle_loads_and_statistics(Writer& out)
     out.set(ZEL_BLOCK_STATISTICS, out.count > 0);
     Scratch<ZELSTATISTICS> statistics(out.count);
     if (!statistics.data)
-        return no_memory(kModule);
+        return no_memory(module_word::writing);
     replace(db->modal_statistics, statistics);
     db->modal_statistics_count = out.count;
     if (out.count == 0)

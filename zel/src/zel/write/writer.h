@@ -7,8 +7,6 @@
 namespace zel
 {
 
-constexpr char kModule[] = "zelwrite"; // of this folder, in messages
-
 // Replaces the modes by a set that is orthogonal with respect to generalized stiffness and mass, and everything that is
 // expressed in modes with them: eigenvalue records, generalized matrices, damping, loads, preload, invariants and the mode
 // vectors of all kinds. The new modes are mass-normalised and in ascending order of eigenvalue; modes from the first

@@ -274,7 +274,7 @@ int clip_merged_faces(Surface& surface, const int32_t* merged)
     Scratch<int32_t> words(room <= INT32_MAX ? room : -1);
     Scratch<char> states(room <= INT32_MAX ? room : -1);
     if (!clipper.allocated() || !words.data || !states.data)
-        return no_memory(kModule);
+        return no_memory(module_word::coarsening);
     FaceWriter out = {words.data, states.data};
     int32_t index = 0;
     for_each_face(surface.faces(), [&](const int32_t* face) {

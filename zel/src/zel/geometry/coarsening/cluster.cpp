@@ -156,7 +156,7 @@ static int join_cells(const Surface& surface, const FaceWords& faces, const Voxe
 {
     Scratch<Cell> cells(surface.node_count);
     if (!cells.data)
-        return no_memory(kModule);
+        return no_memory(module_word::coarsening);
     for (int32_t node = 0; node < surface.node_count; ++node)
         cells[node] = grid.cell(surface.points[node]);
     for_each_face(faces, [&](const int32_t* face) {
@@ -228,7 +228,7 @@ static int add_walls(const Surface& surface, const FaceWords& faces, const char*
 {
     Scratch<uint64_t> balance(surface.node_count);
     if (!balance.data)
-        return no_memory(kModule);
+        return no_memory(module_word::coarsening);
     for_each_edge(faces, twins, [&](const int32_t*, int32_t, int32_t from, int32_t to) {
         balance[from] += scrambled(to);
         balance[to] -= scrambled(from);
@@ -241,7 +241,7 @@ static int add_walls(const Surface& surface, const FaceWords& faces, const char*
                   [&](const int32_t*, int32_t, int32_t from, int32_t to) { count += may_be_rim(from, to); });
     Scratch<Edge> edges(count);
     if (!edges.data)
-        return no_memory(kModule);
+        return no_memory(module_word::coarsening);
     count = 0;
     for_each_edge(faces, twins, [&](const int32_t* face, int32_t corner, int32_t from, int32_t to) {
         if (may_be_rim(from, to))
@@ -437,7 +437,7 @@ int cluster_nodes(const Surface& surface, const FaceWords& faces, const char* tw
     Forest forest(surface.node_count);
     Scratch<Normals> normals(surface.node_count);
     if (!forest.allocated() || !normals.data)
-        return no_memory(kModule);
+        return no_memory(module_word::coarsening);
     add_normals(surface.points, faces, twins, normals.data, forest.facing.data);
     if (!add_walls(surface, faces, twins, normals.data, forest.facing.data))
         return 0;
@@ -445,7 +445,7 @@ int cluster_nodes(const Surface& surface, const FaceWords& faces, const char* tw
     Scratch<Place> places(2 * kept_count);
     Scratch<Facing> facing(kept_count > 0 ? surface.node_count : 0); // of each node, not of its cluster
     if (!places.data || !facing.data)
-        return no_memory(kModule);
+        return no_memory(module_word::coarsening);
     if (kept_count > 0)
         std::copy_n(forest.facing.data, surface.node_count, facing.data);
     if (!join_cells(surface, faces, grid, forest))
@@ -457,7 +457,7 @@ int cluster_nodes(const Surface& surface, const FaceWords& faces, const char* tw
         cluster[node] = forest.parent[node] == node ? cluster_count++ : cluster[forest.root(node)];
     Scratch<Cluster> clusters(cluster_count);
     if (!clusters.data)
-        return no_memory(kModule);
+        return no_memory(module_word::coarsening);
     choose_best(surface, normals.data, cluster, clusters.data);
     const Place* const last = list_places(surface, facing.data, cluster, clusters.data, places.data);
     for (int32_t node = 0; node < surface.node_count; ++node)

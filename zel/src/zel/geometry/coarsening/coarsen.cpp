@@ -174,7 +174,7 @@ static int coarsen(Surface& surface, const FaceWords& faces, const Request& requ
     Scratch<int32_t> target(surface.node_count);
     Scratch<char> twins(faces.length);
     if (!target.data || !twins.data)
-        return no_memory(kModule);
+        return no_memory(module_word::coarsening);
     constexpr int kSteps = 6;
     Progress progress(kSteps);
     if (!find_opposite_faces(faces, twins.data) || !progress.step() ||
@@ -183,7 +183,7 @@ static int coarsen(Surface& surface, const FaceWords& faces, const Request& requ
         return 0;
     Scratch<int32_t> merged(surface.face_count);
     if (!merged.data)
-        return no_memory(kModule);
+        return no_memory(module_word::coarsening);
     return merge_planar_faces(surface, std::max(request.angle, kLeastAngle) * kDegree, merged) && progress.step() &&
            (request.kept || drop_straight_vertices(surface)) && progress.step() &&
            clip_merged_faces(surface, merged.data);
@@ -194,13 +194,13 @@ static int coarsen_faces(ZELDATA* db, const Request& request, const char* keep)
 {
     Scratch<int32_t> number(db->node_count);
     if (!number.data)
-        return no_memory(kModule);
+        return no_memory(module_word::coarsening);
     const int32_t count = mark_face_nodes(faces_of(db), number.data);
     if (count < 0)
-        return no_memory(kModule);
+        return no_memory(module_word::coarsening);
     FaceNodes nodes(count);
     if (!nodes.allocated())
-        return no_memory(kModule);
+        return no_memory(module_word::coarsening);
     fill_nodes(db, number.data, keep, nodes);
 
     // For the time of the work, the face list itself bears the numbers of the surface: a copy would double the memory.
@@ -221,7 +221,7 @@ static int trim(ZELDATA* db, const Request& request)
 {
     Scratch<char> keep(db->node_count);
     if (!keep.data)
-        return no_memory(kModule);
+        return no_memory(module_word::coarsening);
     if (request.kept)
         mark_asked(db, request.kept, keep.data);
     for (int32_t i = 0; i < db->interface_count; ++i)

@@ -11,8 +11,7 @@
 namespace zel
 {
 
-constexpr char kModule[] = "zelcoarse"; // of this folder, in messages
-constexpr int kOften = 1024;            // faces between two looks at whether the work goes on
+constexpr int kOften = 1024; // faces between two looks at whether the work goes on
 
 struct Vector
 {

@@ -81,7 +81,7 @@ int drop_straight_vertices(Surface& surface)
     Rings rings(surface.length);
     Scratch<NodeUse> uses(surface.node_count);
     if (!rings.allocated() || !uses.data)
-        return no_memory(kModule);
+        return no_memory(module_word::coarsening);
     fill_rings(surface, rings, uses.data);
     for (int32_t node = 0; node < surface.node_count; ++node)
         if (can_drop(surface, rings, node, uses[node]))

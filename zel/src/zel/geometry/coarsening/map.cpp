@@ -48,11 +48,11 @@ template <typename Action> static int for_each_pile(const FaceWords& faces, Acti
 {
     FaceBuckets buckets(faces);
     if (!buckets.allocated())
-        return no_memory(kModule);
+        return no_memory(module_word::coarsening);
     fill_buckets(faces, buckets);
     Scratch<Ring> rings(buckets.largest);
     if (!rings.data)
-        return no_memory(kModule);
+        return no_memory(module_word::coarsening);
     for (int32_t node = 0; node < faces.node_count; ++node)
     {
         const int32_t count = buckets.size(node);
@@ -89,7 +89,7 @@ static int may_have_piles(const FaceWords& faces)
         room *= 2;
     Scratch<uint32_t> sums(room); // their high halves, 0 where there is none
     if (!sums.data)
-        return no_memory(kModule), -1;
+        return no_memory(module_word::coarsening), -1;
     bool any = false;
     for_each_face(faces, [&](const int32_t* face) {
         uint64_t whole = 0;
@@ -124,7 +124,7 @@ static int spare_whole_parts(const FaceWords& faces, char* states)
     Scratch<int32_t> parent(faces.node_count);
     Scratch<char> has_more(faces.node_count);
     if (!parent.data || !has_more.data)
-        return no_memory(kModule);
+        return no_memory(module_word::coarsening);
     for (int32_t node = 0; node < faces.node_count; ++node)
         parent[node] = node;
     const auto root = [&](int32_t node) {
@@ -212,7 +212,7 @@ static int move_faces(const FaceWords& faces, const char* twins, const int32_t* 
     for_each_face(faces, [&](const int32_t* face) { longest = std::max(longest, vertex_count(*face)); });
     Scratch<int32_t> loop(longest), place(surface.node_count);
     if (!loop.data || !place.data)
-        return no_memory(kModule);
+        return no_memory(module_word::coarsening);
     std::fill_n(place.data, surface.node_count, -1);
     FaceWriter out = {surface.words, states};
     bool fits = true;
@@ -229,7 +229,7 @@ static int move_faces(const FaceWords& faces, const char* twins, const int32_t* 
             put_loops(face, target, state, loop.data, place.data, out);
     });
     if (!fits)
-        return no_memory(kModule);
+        return no_memory(module_word::coarsening);
     surface.length = out.length;
     surface.face_count = out.face_count;
     return 1;
@@ -243,7 +243,7 @@ static int32_t hold_neighbours(const FaceWords& faces, const Surface& moved, boo
         return 0;
     Scratch<char> is_used(moved.node_count);
     if (!is_used.data)
-        return no_memory(kModule), -1;
+        return no_memory(module_word::coarsening), -1;
     for_each_face(moved.faces(), [&](const int32_t* face) {
         for (int32_t i = 1; i <= vertex_count(*face); ++i)
             is_used[face[i]] = 1;
@@ -263,7 +263,7 @@ int map_faces(Surface& surface, const FaceWords& faces, const char* twins, int32
     constexpr int kPatience = 4;
     Scratch<char> states(most_words(faces.length));
     if (!states.data)
-        return no_memory(kModule);
+        return no_memory(module_word::coarsening);
     int32_t capacity = 0, held = 1;
     for (int attempt = 0; held != 0; ++attempt)
     {

@@ -167,7 +167,7 @@ static int find_twins(Merger& merger)
     Scratch<int32_t> start(int64_t(nodes) + 2);
     Scratch<EdgeUse> uses(merger.surface.length);
     if (!start.data || !uses.data)
-        return no_memory(kModule);
+        return no_memory(module_word::coarsening);
     const auto for_each_edge = [&](auto action) { // action(lower node, higher node, corner)
         for_each_face(merger.surface.faces(), [&](const int32_t* face) {
             const int32_t count = vertex_count(*face);
@@ -339,7 +339,7 @@ static int write_polygons(const Merger& merger, Surface& surface, const Polygon*
         }
     Scratch<int32_t> words(room);
     if (!words.data)
-        return no_memory(kModule);
+        return no_memory(module_word::coarsening);
     int32_t* out = words.data;
     for (int32_t face = 0; face < surface.face_count; ++face)
     {
@@ -363,7 +363,7 @@ int merge_planar_faces(Surface& surface, double angle, Scratch<int32_t>& merged)
     Merger merger(surface);
     Scratch<Polygon> polygons(surface.face_count); // at their first faces
     if (!merger.allocated() || !polygons.data)
-        return no_memory(kModule);
+        return no_memory(module_word::coarsening);
     find_planes(merger);
     link_corners(merger);
     if (!find_twins(merger))
