@@ -2,6 +2,7 @@
 #include "checks/parts.h"
 
 #include <algorithm>
+#include <cmath>
 #include <numeric>
 
 namespace zel_checks
@@ -52,6 +53,30 @@ static std::vector<size_t> nodes_of_the_mesh(const ZELDATA* db, const std::vecto
     return nodes;
 }
 
+// By pair: whether its nodes, as two sides of a tie, have the same translations in all modes.
+static std::vector<bool> move_together(ZELDATA* db, const std::vector<std::array<size_t, 2>>& pairs)
+{
+    constexpr double kAlike = 1e-6; // of the largest displacement of the mode
+    const size_t moving = size_t(ZEL_ModeNodeCount(db, ZEL_MODE_SHAPE));
+    std::vector<bool> together(pairs.size(), ZEL_ModeCount(db) > 0);
+    std::vector<double> u(3 * moving);
+    for (int mode = 0; mode < ZEL_ModeCount(db) && !pairs.empty(); ++mode)
+    {
+        const bool there = ZEL_Mode(db, ZEL_ModeNumber(db, mode), ZEL_MODE_SHAPE, u.data(), 0) != 0;
+        double largest = 0.0;
+        for (const double value : u)
+            largest = std::max(largest, std::abs(value));
+        for (size_t p = 0; p < pairs.size(); ++p)
+        {
+            const auto [a, b] = pairs[p];
+            together[p] = together[p] && there && a < moving && b < moving;
+            for (size_t c = 0; c < 3 && together[p]; ++c)
+                together[p] = std::abs(u[3 * a + c] - u[3 * b + c]) <= kAlike * largest;
+        }
+    }
+    return together;
+}
+
 static void check_points(ZELDATA* db, const std::vector<int>& interface_nodes, Report& report)
 {
     const std::vector<double> xyz = coordinates_of(db);
@@ -60,11 +85,18 @@ static void check_points(ZELDATA* db, const std::vector<int>& interface_nodes, R
     };
     std::vector<size_t> order = nodes_of_the_mesh(db, interface_nodes);
     std::sort(order.begin(), order.end(), [&](size_t a, size_t b) { return point(a) < point(b); });
-    int coincident = 0, at_origin = 0;
-    for (size_t i = 0; i < order.size(); ++i)
+    std::vector<std::array<size_t, 2>> pairs; // of one place
+    for (size_t i = 1; i < order.size(); ++i)
+        if (point(order[i]) == point(order[i - 1]))
+            pairs.push_back({order[i - 1], order[i]});
+    const std::vector<bool> together = move_together(db, pairs);
+    int coincident = 0, at_origin = int(std::count_if(order.begin(), order.end(), [&](size_t node) {
+                            return point(node) == std::array<double, 3>{};
+                        }));
+    for (size_t p = 0; p < pairs.size(); ++p)
     {
-        coincident += i > 0 && point(order[i]) == point(order[i - 1]);
-        at_origin += point(order[i]) == std::array<double, 3>{};
+        coincident += !together[p];
+        at_origin -= together[p] && point(pairs[p][0]) == std::array<double, 3>{};
     }
     report.check(
         "nodes at distinct points", format("%d coincide with another, %d at the origin", coincident, at_origin),

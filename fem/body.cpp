@@ -254,6 +254,8 @@ static void set_matrices(ZELDATA* db, const Body& body)
                 require(ZEL_SetGeneralizedStiffness(db, r, c, body.stiffness(row, column)), "a stiffness");
             if (row == column || body.mass(row, column) != 0.0)
                 require(ZEL_SetGeneralizedMass(db, r, c, body.mass(row, column)), "a generalized mass");
+            if (body.damping.size() > 0 && body.damping(row, column) != 0.0)
+                require(ZEL_SetGeneralizedDamping(db, r, c, body.damping(row, column)), "a generalized damping");
         }
 }
 
@@ -336,6 +338,8 @@ std::optional<DampedModes> write_body(const ReducedBody& body, const std::string
                                       Progress& progress, const std::optional<Damping>& damping)
 {
     progress.begin("write the file");
+    if (damping && body.body->damping.size() > 0)
+        throw std::runtime_error("the model has dashpots, which are its damping: other damping would take their place");
     const Database db(fill_database(body));
     const UnfinishedOutput unfinished(output);
     const ExpectedMessagesAside aside(*body.body);

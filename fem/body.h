@@ -31,6 +31,7 @@ struct Body
     std::vector<Interface> interfaces; // with indexes into the mesh
     NodalMasses nodes;                 // as the mesh's nodes
     Eigen::MatrixXd stiffness, mass;   // generalized, symmetric, one row a mode
+    Eigen::MatrixXd damping;           // likewise, of dashpots; empty: there are none
     Eigen::MatrixXd motion;            // 3 rows a node of the mesh, one column a mode
     Eigen::MatrixXd reference_motion;  // 6 rows an interface, one column a mode
     Eigen::MatrixXd stress;            // 6 rows a node (x, y, z, xy, xz, yz), one column a mode; may be empty

@@ -354,6 +354,8 @@ ElementMass element_mass(const Mesh& mesh, const Element& element, Rule rule)
         result.moments.add(element.point_mass, mesh.nodes[size_t(element.nodes[0])].at);
         return result;
     }
+    if (row_of(shape).family->dimension == 1)
+        return result;
     Matrix3Xd at(3, count);
     for (int i = 0; i < count; ++i)
         at.col(i) = mesh.nodes[size_t(element.nodes[size_t(i)])].at;

@@ -222,10 +222,31 @@ static void check_mean(const Mesh& mesh, const Interface& interface, const std::
                                      " does not move in all directions, and no mean can be taken of it");
 }
 
+// A node without a row of its own moves rigidly with an interface if all rows that it depends on do.
+static void check_dependents(const Model& model, const Interface& interface,
+                             const std::map<int, std::vector<size_t>>& masters, const std::vector<int>& owner)
+{
+    for (int node : interface.tied)
+    {
+        const auto found = masters.find(node);
+        for (size_t i = 0; found != masters.end() && i < found->second.size(); ++i)
+        {
+            const int master = model.matrices->rows[found->second[i]].node;
+            if (master != interface.reference && owner[size_t(master)] != interface.reference_id)
+                throw InputError(model.dependents.from.at(node),
+                                 "node " + std::to_string(model.moved_mesh().nodes[size_t(node)].id) +
+                                     " of the interface with reference node " + std::to_string(interface.reference_id) +
+                                     " depends on node " + std::to_string(model.moved_mesh().nodes[size_t(master)].id) +
+                                     ", which is none of its nodes: leave the former out of the interface");
+        }
+    }
+}
+
 void check_interfaces(const Model& model, const std::vector<Interface>& interfaces)
 {
     const Mesh& mesh = model.matrices ? model.moved_mesh() : model.mesh;
     const std::vector<int> moved = model.matrices ? moved_components(model) : std::vector<int>(mesh.nodes.size());
+    const std::map<int, std::vector<size_t>> masters = masters_of(model.dependents);
     std::vector<int> owner(mesh.nodes.size());
     std::vector<char> structural(mesh.nodes.size());
     for (const Element& element : mesh.elements)
@@ -248,6 +269,7 @@ void check_interfaces(const Model& model, const std::vector<Interface>& interfac
         }
         if (interface.kind == InterfaceKind::average && model.matrices)
             check_mean(mesh, interface, moved, name);
+        check_dependents(model, interface, masters, owner);
         check_span(mesh, interface, moved, name);
     }
 }

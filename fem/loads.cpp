@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <utility>
 
 #include "fem/interfaces.h"
 #include "fem/sparse_modes.h"
@@ -319,21 +320,27 @@ static void take_layers(const Layers& layers, const Mesh& mesh, AtNodes& load)
     }
 }
 
-// Nodes without rows follow the reference node of their tie.
-static void pass_to_references(const Model& model, const std::vector<int>& moved, Matrix3Xd& force, Matrix3Xd& moment)
+// Displacements without rows pass their forces to the rows they depend on. A moment on a node of a tie goes to its reference node.
+static VectorXd pass_to_masters(const Model& model, Matrix3Xd& force, Matrix3Xd& moment)
 {
-    const std::vector<Node>& nodes = model.moved_mesh().nodes;
+    VectorXd values = VectorXd::Zero(Index(model.matrices->rows.size()));
+    const std::vector<int> moved = moved_components(model);
     for (const Tie& tie : model.ties)
         for (int node : tie.nodes)
             if (moved[size_t(node)] == 0)
             {
-                const Vector3d own = force.col(node);
-                const Vector3d arm = nodes[size_t(node)].at - nodes[size_t(tie.reference)].at;
-                force.col(tie.reference) += own;
-                moment.col(tie.reference) += arm.cross(own) + Vector3d(moment.col(node));
-                force.col(node).setZero();
+                moment.col(tie.reference) += Vector3d(moment.col(node));
                 moment.col(node).setZero();
             }
+    if (model.dependents.from.empty())
+        return values;
+    Matrix3Xd own = Matrix3Xd::Zero(3, force.cols());
+    for (const auto& [node, place] : model.dependents.from)
+        for (int c = 0; c < 3; ++c)
+            if (!(moved[size_t(node)] >> c & 1))
+                std::swap(own(c, node), force(c, node));
+    values = model.dependents.motion.transpose() * own.reshaped();
+    return values;
 }
 
 static void check_taken(const Model& model, const Matrix3Xd& force, const Matrix3Xd& moment)
@@ -347,12 +354,11 @@ static void check_taken(const Model& model, const Matrix3Xd& force, const Matrix
 
 static VectorXd at_rows(const Model& model, Matrix3Xd force, Matrix3Xd moment)
 {
-    pass_to_references(model, moved_components(model), force, moment);
+    VectorXd values = pass_to_masters(model, force, moment);
     const std::vector<Row>& rows = model.matrices->rows;
-    VectorXd values = VectorXd::Zero(Index(rows.size()));
     for (size_t i = 0; i < rows.size(); ++i)
         if (const auto [node, component] = rows[i]; node >= 0)
-            std::swap(values[Index(i)], (component < 3 ? force : moment)(component % 3, node));
+            values[Index(i)] += std::exchange((component < 3 ? force : moment)(component % 3, node), 0.0);
     check_taken(model, force, moment);
     return values;
 }

@@ -17,8 +17,10 @@ using Matrix6 = Eigen::Matrix<double, 6, 6>;
 constexpr double kRigidTolerance = 1e-6;   // of K R, relative to the sums of |K| |R|; stored values have 14 digits
 constexpr double kRoundedTolerance = 1e-3; // the same for rotations about nodes with few digits
 constexpr double kRoundedEnergy = 1e-3;    // of K R: its work, relative to what all forces would do with one sign
-constexpr double kMassTolerance = 1e-5;    // of R^T M R, relative to its diagonal
-constexpr int kTranslations = 7, kAllComponents = 63; // bits of moved_components
+constexpr double kFollowTolerance =
+    1e-5; // of rigid motions of nodes without rows; rotations relative to the size of the model
+constexpr double kMassTolerance = 1e-5; // of R^T M R, relative to its diagonal
+constexpr int kTranslations = 7;        // bits of moved_components
 
 Eigen::Matrix<double, 3, 6> rigid_motion(const Vector3d& at, const Vector3d& center)
 {
@@ -73,15 +75,23 @@ std::vector<char> references_of_ties(const Model& model)
     return references;
 }
 
-// Every node of an element has its three translations, unless it follows a reference node that has all six freedoms.
+std::map<int, std::vector<size_t>> masters_of(const Dependents& dependents)
+{
+    std::map<int, std::vector<size_t>> masters;
+    for (Index row = 0; row < dependents.motion.cols(); ++row)
+        for (SparseMatrix::InnerIterator entry(dependents.motion, row); entry; ++entry)
+            masters[int(entry.row() / 3)].push_back(size_t(row));
+    return masters;
+}
+
+// Every node of an element has its three translations, as rows or as combinations of them.
 static void check_rows(const Model& model)
 {
     const Mesh& mesh = model.moved_mesh();
     std::vector<int> moved = moved_components(model);
-    for (const Tie& tie : model.ties)
-        if (moved[size_t(tie.reference)] == kAllComponents)
-            for (int node : tie.nodes)
-                moved[size_t(node)] |= moved[size_t(node)] == 0 ? kTranslations : 0;
+    for (Index row = 0; row < model.dependents.motion.cols(); ++row)
+        for (SparseMatrix::InnerIterator entry(model.dependents.motion, row); entry; ++entry)
+            moved[size_t(entry.row() / 3)] |= 1 << (entry.row() % 3);
     for (const Element& element : mesh.elements)
         for (int i = 0; i < node_count(element.type->shape); ++i)
         {
@@ -92,6 +102,34 @@ static void check_rows(const Model& model)
                                      " has no freedoms in the matrices: the model must be free of supports and "
                                      "constraints, and the matrices must belong to this mesh");
         }
+}
+
+// A constraint that does not let its nodes move rigidly, or was read amiss, shows here: frequencies alone would not tell.
+static void check_dependents(const Model& model, const MatrixXd& rigid, const Vector3d& center)
+{
+    if (model.dependents.from.empty())
+        return;
+    const Mesh& mesh = model.moved_mesh();
+    const std::vector<int> moved = moved_components(model);
+    const MatrixXd motion = model.dependents.motion * rigid;
+    double size = 0.0;
+    for (const Node& node : mesh.nodes)
+        size = std::max(size, (node.at - center).norm());
+    for (const auto& [node, place] : model.dependents.from)
+    {
+        const Eigen::Matrix<double, 3, 6> wanted = rigid_motion(mesh.nodes[size_t(node)].at, center);
+        for (int c = 0; c < 3; ++c)
+        {
+            const auto rest = motion.row(3 * Index(node) + c) - wanted.row(c);
+            const double worst =
+                std::max(rest.head<3>().cwiseAbs().maxCoeff(), rest.tail<3>().cwiseAbs().maxCoeff() / size);
+            if (!(moved[size_t(node)] >> c & 1) && !(worst <= kFollowTolerance))
+                throw InputError(
+                    place, "node " + std::to_string(mesh.nodes[size_t(node)].id) +
+                               " does not follow rigid motions of the body: the constraint holds it, or joins what "
+                               "lies apart");
+        }
+    }
 }
 
 namespace
@@ -240,6 +278,7 @@ void check_equations(const Model& model)
     const Vector3d center = middle_of(model.moved_mesh());
     const MatrixXd rigid = rigid_motions(model, center);
     check_rows(model);
+    check_dependents(model, rigid, center);
     check_stiffness(model, rigid);
     check_mass(mass_of(model, rigid), center);
 }

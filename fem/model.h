@@ -31,6 +31,22 @@ struct Matrices
     SparseMatrix stiffness, mass; // upper triangles
 };
 
+// Displacements without rows, which the program has eliminated by constraints: combinations of what the rows move.
+struct Dependents
+{
+    SparseMatrix
+        motion; // three rows a node of Model::moved_mesh(), a column a row of the matrices; empty: there are none
+    std::map<int, Place> from; // the nodes that have such displacements, each with a constraint that says so
+};
+
+// A damper between two nodes of Model::mesh along the line through them.
+struct Dashpot
+{
+    Place place;
+    int first, second;
+    double constant; // force per velocity
+};
+
 // Nodes that follow a reference node rigidly in the model itself. Where they have no rows, the program has eliminated them. Ties
 // are the interfaces of the body unless others are chosen.
 struct Tie
@@ -81,10 +97,12 @@ struct Model
     std::vector<LoadCase> load_cases; // that the model has itself
     bool mesh_has_mass = true;        // false: elements only draw the body, and all mass is in the matrices
     bool mass_rule_is_known = true;   // false: the elements do not say how the program integrates, or lumps, their mass
-    std::optional<Layers> layers;     // where the matrices or modes move other nodes than the body has
+    std::vector<Dashpot> dashpots;
+    std::optional<Layers> layers; // where the matrices or modes move other nodes than the body has
 
     // One of the two:
     std::optional<Matrices> matrices;
+    Dependents dependents; // of the matrices
     std::optional<GivenModes> modes;
 
     // What the rows of matrices and modes move.
@@ -124,12 +142,15 @@ std::vector<int> moved_components(const Model& model);
 std::vector<char> references_of_ties(const Model& model);
 
 // Whether matrices and mesh are those of one free body: every node of an element moves, K R = 0 and R^T M R is the mass matrix of
-// a rigid body, for its six rigid motions R. Throws InputError or std::runtime_error where they are not.
+// a rigid body, for its six rigid motions R, which move nodes without rows rigidly as well. Throws InputError or std::runtime_error where they are not.
 void check_equations(const Model& model);
 
 // Takes springs between single rows and the ground, penalties among them, out of the stiffness, where K R shows them. Returns the
 // rows that had one, ascending. Supports whose rows were eliminated show as well, but cannot be undone.
 std::vector<size_t> release_supports(Model& model);
+
+// By node of moved_mesh(): the rows that displacements without rows depend on.
+std::map<int, std::vector<size_t>> masters_of(const Dependents& dependents);
 
 // Mass moments as the mass matrix has them.
 MassMoments matrix_moments(const Model& model);

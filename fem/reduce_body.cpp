@@ -151,6 +151,25 @@ static void take_loads(const FullLoads& loads, const MatrixXd& motion, Body& bod
         body.loads.push_back({loads.labels[i], values.col(Index(i))});
 }
 
+// A dashpot does c v^2 of work with the speed v at which its nodes part: c d d^T, d by mode.
+static void take_dashpots(const Model& model, Body& body, Report& report)
+{
+    if (model.dashpots.empty())
+        return;
+    body.damping = MatrixXd::Zero(body.mass.rows(), body.mass.cols());
+    for (const auto& [place, first, second, constant] : model.dashpots)
+    {
+        const Eigen::Vector3d line = model.mesh.nodes[size_t(second)].at - model.mesh.nodes[size_t(first)].at;
+        if (!(line.norm() > 0.0))
+            throw InputError(place, "a dashpot between two nodes of one place has no direction");
+        const Eigen::RowVectorXd parting =
+            line.normalized().transpose() *
+            (body.motion.middleRows<3>(3 * Index(second)) - body.motion.middleRows<3>(3 * Index(first)));
+        body.damping += constant * parting.transpose() * parting;
+    }
+    report.figure("dashpots", format("%zu, as generalized damping", model.dashpots.size()));
+}
+
 // Components of nothing but rounding become zero.
 static Eigen::Vector3d without_rounding(const Eigen::Vector3d& vector)
 {
@@ -396,6 +415,7 @@ ReducedBody reduce(Source& source, const ReductionOptions& options, Progress& pr
         reduce_matrices(model, own, options, *body, reduced.report, progress);
     else
         take_modes(model, own, options, *body, reduced.report, progress);
+    take_dashpots(model, *body, reduced.report);
     return reduced;
 }
 

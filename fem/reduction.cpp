@@ -3,8 +3,6 @@
 #include "fem/reduction.h"
 
 #include <algorithm>
-#include <array>
-#include <map>
 #include <utility>
 
 #include "fem/attachment.h"
@@ -221,31 +219,10 @@ Reduction reduce_free(const Model& model, const ModeChoice& choice, Progress& pr
 
 // ---- Back to the nodes -------------------------------------------------------------------------------------------------
 
-// Nodes that the program has eliminated follow the reference node of their tie; `turning` has its three rows of rotations.
-static void move_followers(const Model& model, const Tie& tie, const std::array<Index, 3>& turning,
-                           const std::vector<char>& moved, const MatrixXd& rows, MatrixXd& displacement)
-{
-    const auto& nodes = model.moved_mesh().nodes;
-    MatrixXd rotation = MatrixXd::Zero(3, rows.cols());
-    for (int axis = 0; axis < 3; ++axis)
-        if (turning[size_t(axis)] >= 0)
-            rotation.row(axis) = rows.row(turning[size_t(axis)]);
-    for (int node : tie.nodes)
-    {
-        if (moved[size_t(node)])
-            continue;
-        const Eigen::Matrix<double, 3, 6> rigid = rigid_motion(nodes[size_t(node)].at, nodes[size_t(tie.reference)].at);
-        displacement.middleRows<3>(3 * Index(node)) =
-            displacement.middleRows<3>(3 * Index(tie.reference)) + rigid.rightCols<3>() * rotation;
-    }
-}
-
 NodeMotion node_motion(const Model& model, const Reduction& reduction)
 {
     const Index nodes = Index(model.moved_mesh().nodes.size()), modes = reduction.motion.cols();
     const std::vector<char> reference = references_of_ties(model);
-    std::vector<char> moved(static_cast<size_t>(nodes));
-    std::map<int, std::array<Index, 3>> turning; // of reference nodes
     NodeMotion motion{MatrixXd::Zero(3 * nodes, modes), {}};
     for (size_t i = 0; i < model.matrices->rows.size(); ++i)
     {
@@ -254,19 +231,14 @@ NodeMotion node_motion(const Model& model, const Reduction& reduction)
             continue;
         const bool turns = component >= 3;
         if (turns && reference[size_t(node)])
-        {
-            turning.try_emplace(node, std::array<Index, 3>{-1, -1, -1}).first->second[size_t(component - 3)] = Index(i);
             continue;
-        }
         if (turns && motion.rotation.size() == 0)
             motion.rotation = MatrixXd::Zero(3 * nodes, modes);
         (turns ? motion.rotation : motion.displacement).row(3 * Index(node) + component % 3) =
             reduction.motion.row(Index(i));
-        moved[size_t(node)] = 1;
     }
-    for (const Tie& tie : model.ties)
-        if (const auto found = turning.find(tie.reference); found != turning.end() && moved[size_t(tie.reference)])
-            move_followers(model, tie, found->second, moved, reduction.motion, motion.displacement);
+    if (model.dependents.motion.size() > 0)
+        motion.displacement += model.dependents.motion * reduction.motion;
     return motion;
 }
 

@@ -153,6 +153,50 @@ def hard_jobs(scratch, heading, section):
           "*SHELL SECTION, ELSET=PLATE, MATERIAL=STEEL\n2.\n" + MATRICES, scratch, ["dof", "sti", "mas"], TESTS)
 
 
+def shifted(mesh, number, at, name):
+    """A mesh of bricks() with all numbers higher by `number`, moved by `at`, its elements in a set of another name."""
+    lines, in_nodes = [], True
+    for line in mesh.splitlines():
+        in_nodes = line.startswith("*NODE") or in_nodes and not line.startswith("*")
+        fields = line.replace("ELSET=BAR", "ELSET=" + name).split(", ")
+        if not line.startswith("*"):
+            fields[:1 if in_nodes else None] = [str(int(f) + number) for f in fields[:1 if in_nodes else None]]
+            fields[1:] = [f"{float(f) + a:.10g}" for f, a in zip(fields[1:], at)] if in_nodes else fields[1:]
+        lines.append(", ".join(fields) + "\n")
+    return "".join(lines)
+
+
+def joined_jobs(scratch, heading, section):
+    """Slender bars in two pieces, joined by springs, by equations between nodes with axes of their own, and by a tie of faces
+    that do not match; each solved for its matrices and for its modes."""
+    left = bricks((6, 1, 1), (60., 7., 5.), "C3D8I")
+    model = left + STEEL + section.format("BAR") + section.format("FAR")
+    apart = shifted(left, 100, (70., 0., 0.), "FAR")
+    springs = [(7, 101), (14, 108), (21, 115), (28, 122), (7, 108), (14, 101), (21, 101), (28, 108), (7, 115), (21, 122)]
+    sprung = ("*ELEMENT, TYPE=SPRINGA, ELSET=AXIAL\n" + "".join(f"{1000 + i}, {a}, {b}\n" for i, (a, b) in enumerate(springs)) +
+              "*SPRING, ELSET=AXIAL\n\n20000.\n*ELEMENT, TYPE=SPRING2, ELSET=ALONG\n2000, 14, 108\n*SPRING, ELSET=ALONG\n1, 1\n500.\n"
+              "*ELEMENT, TYPE=MASS, ELSET=LUMP\n3000, 3\n*MASS, ELSET=LUMP\n2.e-6\n"
+              "*ELEMENT, TYPE=DASHPOTA, ELSET=DAMPER\n4000, 28, 101\n*DASHPOT, ELSET=DAMPER\n\n0.25\n")
+    fine = shifted(bricks((6, 2, 1), (60., 7., 5.), "C3D8I"), 100, (60., 0., 0.), "FAR")
+    pairs = [(101, (7,)), (108, (7, 14)), (115, (14,)), (122, (21,)), (129, (21, 28)), (136, (28,))]
+    terms = [f"{1 + len(to)}\n{node}, {c}, 1., " + ", ".join(f"{m}, {c}, {-1. / len(to)}" for m in to) + "\n"
+             for node, to in pairs for c in (1, 2, 3)]
+    axes = ("*NSET, NSET=JOINT\n7, 14, 21, 28, 101, 108, 115, 122, 129, 136\n"
+            "*TRANSFORM, NSET=JOINT, TYPE=R\n0.8, 0.6, 0.1, -0.6, 0.8, 0.\n"
+            "*NSET, NSET=OUTER\n1, 8\n*TRANSFORM, NSET=OUTER, TYPE=C\n0., 3., 20., 1., 3., 20.\n")
+    coarse, _ = beam((2, 1, 1), (60., 7., 5.))
+    coarse = "".join(line + "\n" for line in coarse.split("*NSET")[0].replace("ELSET=BEAM", "ELSET=BAR").splitlines())
+    other = shifted(bricks((3, 2, 3), (60., 7., 5.), "C3D8"), 100, (60., -3.5, -2.5), "FAR")
+    tie = "*SURFACE, NAME=COARSE\n2, S4\n*SURFACE, NAME=FINE\n" + "".join(f"{101 + 3 * i}, S6\n" for i in range(6))
+    for name, deck in (("sprung", apart + model + sprung),
+                       ("hanging", fine + model + axes + "*EQUATION\n" + "".join(terms)),
+                       ("tied_faces", coarse + other + STEEL + section.format("BAR") + section.format("FAR") + tie +
+                        "*TIE, NAME=JOINT\nFINE, COARSE\n")):
+        solve(name, heading.format(name) + deck + MATRICES, scratch, ["dof", "sti", "mas"], TESTS)
+        solve(name + "_modes", heading.format(name) + deck + "*STEP\n*FREQUENCY\n12\n*NODE FILE\nU\n*END STEP\n", scratch,
+              ["frd", "dat"], TESTS)
+
+
 def plate(cells, size):
     """Nodes and S8R elements of a rectangle in the plane z = 0."""
     corners = [(0, 0), (2, 0), (2, 2), (0, 2), (1, 0), (2, 1), (1, 2), (0, 1)]
@@ -170,6 +214,7 @@ def main():
     with tempfile.TemporaryDirectory() as scratch:
         small_jobs(scratch, heading, section)
         hard_jobs(scratch, heading, section)
+        joined_jobs(scratch, heading, section)
         mesh, count = beam((20, 2, 2), (1000., 40., 20.))
         model = mesh + STEEL + section.format("BEAM")
         title = heading.format("Steel beam 1000 x 40 x 20 mm of C3D20 bricks")

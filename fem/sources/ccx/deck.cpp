@@ -69,11 +69,26 @@ private:
                     const std::vector<int>& elements, const Place& at);
     void leave_out(const Card& card) { loads_.leave_out(card.keyword, place(card), card.shown); }
     void refuse(const Card& card);
+    void equation(const Card& card);
+    void transform(const Card& card);
+    void surface_tie(const Card& card);
+    void spring(const Card& card);
+    void dashpot(const Card& card);
+    void mpc(const Card& card)
+    {
+        leave_to_results(card, card.shown +
+                                   " is not linear, and the solver stores matrices of it that are no numbers or that "
+                                   "nothing proves");
+    }
 
     Place place(const Card& card) const { return cards_.place(card); }
     Place place(const DataLine& line) const { return cards_.place(line); }
     void note(const Place& at, const std::string& what) { deck_.notes.push_back(InputError(at, what).what()); }
     [[noreturn]] void fail(const Card& card, const std::string& what) const { cards_.fail(card, what); }
+    void leave_to_results(const Card& card, const std::string& why)
+    {
+        deck_.results_only.emplace_back(place(card), why + ": take the modes of *NODE FILE, U (route results)");
+    }
     const std::string& required(const Card& card, const std::string& name) const { return cards_.required(card, name); }
     void add_set(const Card& card, const char* parameter, std::map<std::string, std::vector<int>>& sets,
                  const std::unordered_map<int, int>& defined);
@@ -93,14 +108,20 @@ private:
     CardReader cards_;
     Deck deck_;
     std::unordered_map<int, int> element_index_;
-    std::map<std::string, std::vector<int>> surfaces_; // node ids
     std::map<std::string, Material> materials_;
     std::string material_; // the one that property cards speak of
     std::vector<Section> sections_;
     LoadHistory loads_;
+    std::set<int> constrained_;                  // ids of nodes in equations
     std::unique_ptr<Tie> coupling_;              // waits for its *KINEMATIC
     std::vector<std::pair<Place, int>> unknown_; // nodes that were named before they were defined, if they are at all
 };
+
+// A number of a data line; those that are left out are zero.
+static double number_at(const std::vector<std::string_view>& fields, size_t i, const Place& at)
+{
+    return i < fields.size() && !fields[i].empty() ? parse_real(fields[i], at) : 0.0;
+}
 
 const DeckReader::Row DeckReader::kRows[] = {
     {"HEADING", &DeckReader::heading},
@@ -114,6 +135,8 @@ const DeckReader::Row DeckReader::kRows[] = {
     {"SOLIDSECTION", &DeckReader::section},
     {"SHELLSECTION", &DeckReader::section},
     {"MASS", &DeckReader::mass},
+    {"SPRING", &DeckReader::spring},
+    {"DASHPOT", &DeckReader::dashpot},
     {"RIGIDBODY", &DeckReader::rigid_body},
     {"COUPLING", &DeckReader::coupling},
     {"KINEMATIC", &DeckReader::kinematic},
@@ -130,10 +153,10 @@ const DeckReader::Row DeckReader::kRows[] = {
     {"MODELCHANGE", &DeckReader::leave_out},
     {"NODALTHICKNESS", &DeckReader::refuse},
     {"NORMAL", &DeckReader::refuse},
-    {"EQUATION", &DeckReader::refuse},
-    {"MPC", &DeckReader::refuse},
-    {"TRANSFORM", &DeckReader::refuse},
-    {"TIE", &DeckReader::refuse},
+    {"EQUATION", &DeckReader::equation},
+    {"MPC", &DeckReader::mpc},
+    {"TRANSFORM", &DeckReader::transform},
+    {"TIE", &DeckReader::surface_tie},
     {"CYCLICSYMMETRYMODEL", &DeckReader::refuse},
     {"PRE-TENSIONSECTION", &DeckReader::refuse},
     {"SUBMODEL", &DeckReader::refuse},
@@ -190,6 +213,10 @@ void DeckReader::element(const Card& card)
 {
     const std::string name = capitals(required(card, "TYPE"));
     const ElementType* type = find_element_type(name);
+    if (name == "SPRING1" || name == "DASHPOT1")
+        fail(card, "an element of type " + name +
+                       " holds a node to the ground, and a body moves freely: leave supports to the "
+                       "multibody model");
     if (!type)
         fail(card, "elements of type " + name + " cannot be imported");
     const int count = node_count(type->shape);
@@ -312,7 +339,7 @@ void DeckReader::surface(const Card& card)
     }
     if (!of_nodes)
         deck_.surfaces[capitals(required(card, "NAME"))] = std::move(faces);
-    surfaces_[capitals(required(card, "NAME"))].assign(nodes.begin(), nodes.end());
+    deck_.surface_nodes[capitals(required(card, "NAME"))].assign(nodes.begin(), nodes.end());
 }
 
 void DeckReader::density(const Card& card)
@@ -366,6 +393,86 @@ void DeckReader::mass(const Card& card)
     }
 }
 
+// What springs do is in the stiffness; where it depends on the motion, only as it is at rest.
+void DeckReader::spring(const Card& card)
+{
+    if (card.has("NONLINEAR"))
+        leave_to_results(card, card.shown + " with NONLINEAR is not proved");
+}
+
+// The direction that DASHPOTA has of its elements is a line without any numbers.
+void DeckReader::dashpot(const Card& card)
+{
+    std::vector<std::pair<Place, double>> constants;
+    for (const DataLine& line : card.lines)
+        if (const auto fields = split(line.text);
+            std::any_of(fields.begin(), fields.end(), [](auto f) { return !f.empty(); }))
+            constants.emplace_back(place(line), number_at(fields, 0, place(line)));
+    if (constants.empty())
+        fail(card, card.shown + " without a constant");
+    if (constants.size() > 1)
+        throw InputError(constants[1].first,
+                         "a dashpot whose constant depends on frequency or temperature cannot be imported");
+    const auto& [at, constant] = constants[0];
+    if (constant < 0.0)
+        throw InputError(at, "the constant of a dashpot is negative");
+    for (int id : set_named(place(card), required(card, "ELSET"), "element set", deck_.element_sets))
+        if (element_with(id).type->name == "DASHPOTA")
+            deck_.dashpots.push_back({at, element_index_.at(id), constant});
+        else
+            fail(card, "element " + std::to_string(id) + " is not of type DASHPOTA");
+}
+
+// Nodes may have got axes before; the equation is turned into those of the model. Components 4 to 6 are rotations of shells and
+// beams.
+void DeckReader::equation(const Card& card)
+{
+    for (Equation& own : read_equations(cards_, card))
+    {
+        Equation turned{own.place, {}};
+        for (const auto& [id, component, coefficient] : own.terms)
+        {
+            constrained_.insert(id);
+            if (component < 0 || component > 2)
+                return leave_to_results(card, card.shown + " between other than the components 1 to 3");
+            const auto found = deck_.transforms.find(id);
+            if (found == deck_.transforms.end())
+            {
+                turned.terms.push_back({id, component, coefficient});
+                continue;
+            }
+            const auto node = deck_.node_index.find(id);
+            if (node == deck_.node_index.end())
+                throw InputError(own.place, "node " + std::to_string(id) + " is not defined");
+            const Eigen::Vector3d axis = found->second.axes(deck_.mesh.nodes[size_t(node->second)].at).col(component);
+            for (int c = 0; c < 3; ++c)
+                turned.terms.push_back({id, c, coefficient * axis[c]});
+        }
+        deck_.equations.push_back(std::move(turned));
+    }
+}
+
+// A cyclic tie does nothing until a card says of how many sectors the model is one.
+void DeckReader::surface_tie(const Card& card)
+{
+    for (const char* kind : {"MULTISTAGE", "FLUIDCYCLIC", "FLUIDPERIODIC"})
+        if (card.has(kind))
+            return leave_to_results(card, card.shown + " with " + kind + " is not proved in matrices");
+    if (!card.has("CYCLICSYMMETRY"))
+        deck_.surface_ties.push_back(read_surface_tie(cards_, card));
+}
+
+void DeckReader::transform(const Card& card)
+{
+    const Transform transform = read_transform(cards_, card);
+    for (int id : set_named(place(card), required(card, "NSET"), "node set", deck_.node_sets))
+    {
+        if (constrained_.count(id))
+            fail(card, card.shown + " comes behind an *EQUATION of node " + std::to_string(id) + ": put it in front");
+        deck_.transforms[id] = transform;
+    }
+}
+
 void DeckReader::check_tie(const Tie& tie) const
 {
     for (int id : {tie.reference_id, tie.rotation_id})
@@ -403,8 +510,8 @@ void DeckReader::coupling(const Card& card)
 {
     Tie tie{place(card), {}, parse_int(required(card, "REFNODE"), place(card)), true, 0};
     const std::string& name = required(card, "SURFACE");
-    const auto found = surfaces_.find(capitals(name));
-    if (found == surfaces_.end())
+    const auto found = deck_.surface_nodes.find(capitals(name));
+    if (found == deck_.surface_nodes.end())
         fail(card, "there is no surface named " + name);
     tie.node_ids = found->second;
     check_tie(tie);
@@ -425,15 +532,18 @@ void DeckReader::kinematic(const Card& card)
         for (int component = 1; component <= 3; ++component)
             follows[component - 1] |= component >= first && component <= last;
     }
-    if (!follows[0] || !follows[1] || !follows[2])
-        fail(card, "*KINEMATIC must tie the components 1 to 3");
-    deck_.ties.push_back(*coupling_);
+    if (follows[0] && follows[1] && follows[2])
+        deck_.ties.push_back(*coupling_);
+    else
+        leave_to_results(card, "*KINEMATIC must tie the components 1 to 3");
     coupling_.reset();
 }
 
 void DeckReader::distributing(const Card& card)
 {
-    fail(card, "*DISTRIBUTING leaves its reference node without freedoms of its own; use *KINEMATIC or *RIGID BODY");
+    coupling_.reset();
+    leave_to_results(card, card.shown +
+                               " leaves its reference node without freedoms of its own; use *KINEMATIC or *RIGID BODY");
 }
 
 void DeckReader::frequency(const Card& card)
@@ -484,12 +594,6 @@ void DeckReader::boundary(const Card& card)
                 loads_.prescribe(id, component, value);
             }
     }
-}
-
-// A number of a data line; those that are left out are zero.
-static double number_at(const std::vector<std::string_view>& fields, size_t i, const Place& at)
-{
-    return i < fields.size() && !fields[i].empty() ? parse_real(fields[i], at) : 0.0;
 }
 
 void DeckReader::concentrated(const Card& card)
@@ -603,6 +707,12 @@ void DeckReader::resolve_nodes()
         }
 }
 
+// Points are masses, and lines springs and dashpots.
+static bool has_material(Shape shape)
+{
+    return shape != Shape::point && shape != Shape::line2;
+}
+
 void DeckReader::apply_sections()
 {
     std::vector<char> assigned(deck_.mesh.elements.size());
@@ -617,7 +727,7 @@ void DeckReader::apply_sections()
         {
             const int index = element_index_.at(id);
             Element& element = deck_.mesh.elements[size_t(index)];
-            if (is_shell(element.type->shape) != section.shell)
+            if (is_shell(element.type->shape) != section.shell || !has_material(element.type->shape))
                 throw InputError(section.place,
                                  "element " + std::to_string(id) + " is of type " + std::string(element.type->name));
             element.density = material->second.density;
@@ -628,7 +738,7 @@ void DeckReader::apply_sections()
     for (size_t i = 0; i < assigned.size(); ++i)
     {
         const Element& element = deck_.mesh.elements[i];
-        if (!assigned[i] && element.type->shape != Shape::point)
+        if (!assigned[i] && has_material(element.type->shape))
             throw InputError(deck_.mesh.place(element), "element " + std::to_string(element.id) + " has no section");
     }
 }
@@ -643,6 +753,9 @@ void DeckReader::resolve()
     resolve_unknown();
     resolve_nodes();
     apply_sections();
+    for (const Tie& tie : deck_.ties)
+        if (deck_.transforms.count(tie.reference_id) || deck_.transforms.count(tie.rotation_id))
+            throw InputError(tie.place, "the reference node has axes of its own by *TRANSFORM");
     deck_.static_loads = loads_.finish(deck_.notes);
 }
 

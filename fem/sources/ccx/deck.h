@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "fem/elements.h"
+#include "fem/sources/ccx/constraints.h"
 #include "fem/sources/ccx/load_history.h"
 
 namespace zel_fem::ccx
@@ -33,13 +34,26 @@ struct Step
     std::vector<std::array<double, 3>> boundary; // node id, component, value of *BOUNDARY lines with a value
 };
 
+struct Dashpot
+{
+    Place place;
+    int element; // index
+    double constant;
+};
+
 struct Deck
 {
     Mesh mesh; // nodes in the order of their ids
     std::unordered_map<int, int> node_index;
     std::map<std::string, std::vector<int>> node_sets, element_sets; // ids, ascending; names in capitals
     std::map<std::string, std::vector<ElementFace>> surfaces;        // names in capitals
+    std::map<std::string, std::vector<int>> surface_nodes;           // ids, ascending
     std::vector<Tie> ties;                                           // in the deck's order
+    std::vector<Equation> equations;                                 // in the axes of the model
+    std::vector<SurfaceTie> surface_ties;
+    std::map<int, Transform> transforms; // by node id
+    std::vector<Dashpot> dashpots;
+    std::vector<InputError> results_only; // why matrices of the deck cannot be taken
     std::vector<Step> steps;
     std::vector<StepLoads> static_loads;
     std::string heading;

@@ -84,6 +84,10 @@ static void add_nodal(const Deck& deck, const StepLoads& step, const LoadKey& ke
                       const std::vector<char>& turning, LoadCase& load, std::vector<std::string>& notes)
 {
     LoadCase::Nodal own{deck.find_node(key.target), key.part - 1, value};
+    const int first = key.part <= 3 ? 0 : 3;
+    Eigen::Vector3d along = value * Eigen::Vector3d::Unit(own.component - first);
+    if (const auto turned = deck.transforms.find(key.target); turned != deck.transforms.end())
+        along = turned->second.axes(deck.mesh.nodes[size_t(own.node)].at) * along;
     bool acts = own.component < 3 || turning[size_t(own.node)];
     for (const Tie& tie : deck.ties)
         if (tie.rotation_id == key.target)
@@ -91,9 +95,10 @@ static void add_nodal(const Deck& deck, const StepLoads& step, const LoadKey& ke
             acts = key.part <= 3;
             own = {deck.find_node(tie.reference_id), key.part + 2, value};
         }
-    if (acts)
-        load.nodal.push_back(own);
-    else
+    for (int c = 0; acts && c < 3; ++c)
+        if (along[c] != 0.0)
+            load.nodal.push_back({own.node, own.component - own.component % 3 + c, along[c]});
+    if (!acts)
         notes.push_back(InputError(step.place, format("node %d does not turn: its load of component %d is passed over, "
                                                       "as the solver does",
                                                       key.target, key.part))
@@ -141,6 +146,11 @@ Model CcxSource::read_model(Progress& progress)
     const std::vector<char> turning = turning_nodes(deck_);
     for (const StepLoads& step : deck_.static_loads)
         model.load_cases.push_back(load_case_of(deck_, step, turning, model.notes));
+    for (const auto& [place, element, constant] : deck_.dashpots)
+    {
+        const auto& nodes = deck_.mesh.elements[size_t(element)].nodes;
+        model.dashpots.push_back({place, nodes[0], nodes[1], constant});
+    }
     for (const Tie& tie : deck_.ties)
         model.ties.push_back({tie.place, deck_.find_node(tie.reference_id), indexes_of(deck_, tie.node_ids)});
     return model;
@@ -167,13 +177,37 @@ void CcxSource::read_solution(Model& model, const std::vector<Interface>& interf
         read_results_into(model, interfaces, progress);
 }
 
+// What is between layers is not what the deck says of the node of the shell.
+static void check_constraints(const Deck& deck, const Layers& layers)
+{
+    const auto check = [&](const Place& place, int id) {
+        if (const int node = deck.find_node(id); node >= 0 && layers.layers_of_node[size_t(node)] >= 0)
+            throw InputError(
+                place, format("node %d belongs to a shell, whose constraints are not proved: take the modes of *NODE "
+                              "FILE, OUTPUT=2D (route results)",
+                              id));
+    };
+    for (const Equation& equation : deck.equations)
+        for (const Equation::Term& term : equation.terms)
+            check(equation.place, term.node_id);
+    for (const SurfaceTie& tie : deck.surface_ties)
+        for (const std::string& name : {tie.slave, tie.master})
+            if (const auto nodes = deck.surface_nodes.find(name); nodes != deck.surface_nodes.end())
+                for (int id : nodes->second)
+                    check(tie.place, id);
+}
+
 void CcxSource::read_matrices_into(Model& model, Progress& progress) const
 {
+    if (!deck_.results_only.empty())
+        throw deck_.results_only.front();
     Expansion expansion = expand_shells(deck_);
+    check_constraints(deck_, expansion.layers);
     progress.begin("read the matrices");
     StoredMatrices stored = read_matrices(job_, progress);
     expansion.name_layers(stored.freedoms);
     std::vector<zel_fem::Row> rows = rows_of(expansion.deck, stored);
+    model.dependents = dependents_of(expansion.deck, rows);
     model.matrices = {std::move(rows), std::move(stored.stiffness), std::move(stored.mass)};
     if (!expansion.layers.nodes.empty())
         model.layers = std::move(expansion.layers);

@@ -1,0 +1,171 @@
+// Pieces that springs, equations and ties join: bodies of matrices move all nodes as the solver's own modes do, or are refused.
+#include <numbers>
+
+#include "fem/sources/ccx/frd.h"
+#include "models.h"
+
+using namespace zel_fem;
+using Eigen::Index;
+using Eigen::MatrixXd;
+using Eigen::Vector3d;
+using Eigen::VectorXd;
+
+constexpr int kModes = 6; // flexible ones that are compared
+
+// The modes as JOB_modes.dat and .frd print them, with six or seven digits: without the rigid ones, in the mesh's order of nodes.
+struct Solved
+{
+    std::vector<double> hertz;
+    MatrixXd motion;
+
+    Solved(const std::string& job, const Mesh& mesh)
+    {
+        LineReader dat(job + "_modes.dat");
+        for (std::string_view line; hertz.size() < 6 + kModes && dat.next(line);)
+        {
+            double number = 0, value = 0, radians = 0, cycles = 0;
+            if (std::sscanf(std::string(line).c_str(), "%lf %lf %lf %lf", &number, &value, &radians, &cycles) == 4)
+                hertz.push_back(cycles);
+        }
+        hertz.erase(hertz.begin(), hertz.begin() + 6);
+        const ccx::FrdFile frd = ccx::read_frd(job + "_modes.frd");
+        motion = MatrixXd::Constant(3 * Index(mesh.nodes.size()), kModes, NAN);
+        for (size_t i = 0; i < mesh.nodes.size(); ++i)
+        {
+            const auto at =
+                std::find(frd.node_ids.begin(), frd.node_ids.end(), mesh.nodes[i].id) - frd.node_ids.begin();
+            for (int k = 0; k < kModes; ++k)
+                motion.col(k).segment<3>(3 * Index(i)) = frd.solutions[size_t(6 + k)].displacement.segment<3>(3 * at);
+        }
+    }
+};
+
+static ReducedBody free_body(const std::string& job, ReductionOptions options = in_millimetres(kModes))
+{
+    const auto source = ccx::make_source({.deck = kSmall + job, .route = ccx::Route::matrices});
+    return reduce(*source, options, silent);
+}
+
+class Joined : public testing::TestWithParam<const char*>
+{};
+
+TEST_P(Joined, BodiesMoveAllNodesAsTheSolverDoes)
+{
+    const ReducedBody reduced = free_body(GetParam());
+    const Body& body = *reduced.body;
+    EXPECT_TRUE(reduced.report.all_hold()) << told(reduced);
+    const Solved solved(kSmall + GetParam(), body.mesh);
+    for (int k = 0; k < kModes; ++k)
+    {
+        const double hertz = std::sqrt(body.stiffness(6 + k, 6 + k)) / (2 * std::numbers::pi);
+        EXPECT_NEAR(hertz, solved.hertz[size_t(k)], 1e-6 * hertz);
+        const VectorXd own = body.motion.col(6 + k), theirs = solved.motion.col(k);
+        const VectorXd rest = own - theirs * (theirs.dot(own) / theirs.squaredNorm());
+        EXPECT_LE(rest.cwiseAbs().maxCoeff(), 1e-5 * own.cwiseAbs().maxCoeff()) << "mode " << 7 + k;
+    }
+    // and by results, which need to know nothing of what joins the pieces
+    const auto source = ccx::make_source({.deck = kSmall + GetParam() + "_modes", .route = ccx::Route::results});
+    const ReducedBody given = reduce(*source, in_millimetres(kModes), silent);
+    EXPECT_LE((eigenvalues_of(given).segment(6, kModes).array() / eigenvalues_of(reduced).tail(kModes).array() - 1)
+                  .abs()
+                  .maxCoeff(),
+              1e-5);
+}
+
+INSTANTIATE_TEST_SUITE_P(, Joined, testing::Values("sprung", "hanging", "tied_faces"));
+
+// A force on a node without rows does the work of its own displacement, and a dashpot that of the speed between its nodes.
+TEST(JoinedBodies, HaveLoadsAndDampingByTheMotionOfTheirNodes)
+{
+    ReductionOptions options = in_millimetres(kModes);
+    for (const char* load : {"HELD=ids=108:1,2,3", "FACE=ids=101,108,115:0,0,5"})
+        options.loads.push_back(parse_load(load));
+    const ReducedBody hanging = free_body("hanging", options);
+    const Mesh& mesh = hanging.body->mesh;
+    const auto at = [&](int id) {
+        return 3 * (std::find_if(mesh.nodes.begin(), mesh.nodes.end(), [&](auto& n) { return n.id == id; }) -
+                    mesh.nodes.begin());
+    };
+    const VectorXd work = hanging.body->motion.middleRows<3>(at(108)).transpose() * Vector3d(1, 2, 3);
+    EXPECT_LE((hanging.body->loads[0].values - work).norm(), 1e-12 * work.norm());
+    EXPECT_GT(work.norm(), 0.0);
+
+    const ReducedBody sprung = free_body("sprung");
+    const Solved solved(kSmall + "sprung", sprung.body->mesh);
+    const Index row = std::find_if(sprung.body->mesh.nodes.begin(), sprung.body->mesh.nodes.end(),
+                                   [](auto& n) { return n.id == 101; }) -
+                      sprung.body->mesh.nodes.begin();
+    const Vector3d line = Vector3d(10, -7, -5).normalized(); // from node 28, the 28th, to node 101
+    const MatrixXd parting =
+        line.transpose() * (solved.motion.middleRows<3>(3 * row) - solved.motion.middleRows<3>(81));
+    const MatrixXd expected = 0.25 * parting.transpose() * parting; // printed modes have unit generalized mass
+    const MatrixXd damping = sprung.body->damping.bottomRightCorner(kModes, kModes);
+    EXPECT_LE((damping.cwiseAbs() - expected.cwiseAbs()).cwiseAbs().maxCoeff(), 1e-4 * expected.maxCoeff());
+    EXPECT_LE((damping.diagonal() - expected.diagonal()).cwiseAbs().maxCoeff(), 1e-4 * expected.maxCoeff());
+    TemporaryFolder folder;
+    const std::string path = folder.path("sprung.zel");
+    EXPECT_THROW(write_body(sprung, path, "full_invar", silent, parse_damping("0.02")), std::runtime_error);
+    write_body(sprung, path, "full_invar", silent);
+    ZELDATA* db = ZEL_CreateFromZEL(path.c_str());
+    std::vector<double> c(size_t(6 + kModes) * (6 + kModes));
+    ASSERT_TRUE(ZEL_ReadGeneralizedDamping(db));
+    ASSERT_EQ(ZEL_NumberOfGenDamp(db), int(c.size()));
+    std::vector<int> rows(c.size()), columns(c.size());
+    ASSERT_TRUE(ZEL_GenDampSparse(db, rows.data(), columns.data(), c.data()));
+    for (size_t i = 0; i < c.size(); ++i)
+    {
+        const bool of_flexible = rows[i] == columns[i] && rows[i] > 5;
+        const double expected_one = of_flexible ? damping(rows[i] - 6, rows[i] - 6) : c[i];
+        EXPECT_NEAR(c[i], expected_one, 1e-6 * damping.maxCoeff());
+    }
+}
+
+TEST(JoinedBodies, AreRefusedWhereAConstraintIsNotProved)
+{
+    TemporaryFolder folder;
+    const auto copy = [&](const std::string& job, const std::string& old, const std::string& put) {
+        std::string deck;
+        LineReader reader(kSmall + job + ".inp");
+        for (std::string_view line; reader.next(line);)
+            deck.append(line).append("\n");
+        const size_t found = deck.find(old);
+        EXPECT_NE(found, std::string::npos) << old;
+        deck.replace(found, old.size(), put);
+        for (const char* suffix : {".sti.gz", ".mas.gz", ".dof.gz"})
+            std::filesystem::copy_file(kSmall + job + suffix, folder.path(job + suffix),
+                                       std::filesystem::copy_options::overwrite_existing);
+        return write_file(folder, job + ".inp", deck);
+    };
+    const auto refusal = [&](const std::string& job, const std::string& old, const std::string& put,
+                             const std::vector<std::string>& interfaces = {}) {
+        const std::string path = copy(job, old, put);
+        return complaint(folder, [&] {
+            const auto source = ccx::make_source({.deck = path, .route = ccx::Route::matrices});
+            reduce(*source, in_millimetres(3, interfaces), silent);
+        });
+    };
+    const std::string half = "101, 1, 1., 7, 1, -1.0",
+                      sorry = " does not follow rigid motions of the body: the constraint";
+    const std::tuple<std::string, std::string, std::string, std::string> faults[] = {
+        {"hanging", half, "101, 1, 1., 7, 1, -1.1", "node 101" + sorry},
+        {"hanging", half, "101, 1, 1., 6, 1, -1.0", "node 101" + sorry}, // keeps frequencies, mass and translations
+        {"hanging", half, "101, 1, 0., 7, 1, -1.0", "the equations leave displacements undetermined"},
+        {"hanging", half, "1, 1, 1., 7, 1, -1.0", "the equations leave displacements undetermined"},
+        {"hanging", "*EQUATION\n", "*EQUATION\n2\n1, 1, 1., 2, 1, -1.\n", "the constraint is not in the matrices"},
+        {"hanging", "*EQUATION\n", "*EQUATION\n2\n1, 4, 1., 2, 4, -1.\n",
+         "*EQUATION between other than the components"},
+        {"hanging", "*STEP", "*TRANSFORM, NSET=JOINT, TYPE=R\n1,0,0,0,1,0\n*STEP",
+         "*TRANSFORM comes behind an *EQUATION"},
+        {"hanging", "*STEP", "*MPC\nPLANE, 1, 2, 3, 4\n*STEP", "*MPC is not linear"},
+        {"sprung", "*SPRING, ELSET=AXIAL", "*SPRING, NONLINEAR, ELSET=AXIAL", "*SPRING with NONLINEAR"},
+        {"tied_faces", "*TIE, NAME=JOINT\n", "*TIE, NAME=JOINT, MULTISTAGE\n", "*TIE with MULTISTAGE"},
+        {"tied_faces", "FINE, COARSE", "FINE, ROUGH", "there is no surface of faces ROUGH"},
+        {"tied_faces", "2, S4", "1, S4", "node 101 has no freedoms in the matrices"}, // far from the nodes
+    };
+    for (const auto& [job, old, put, expected] : faults)
+        EXPECT_NE(refusal(job, old, put).find(expected), std::string::npos) << put << "\n" << refusal(job, old, put);
+    const std::string nothing = "*HEADING";
+    EXPECT_NE(refusal("hanging", nothing, nothing, {"ids=101,102,103,110"}).find("node 101 of the interface"),
+              std::string::npos);
+    EXPECT_EQ(refusal("hanging", nothing, nothing, {"ids=7,14,21,28,101,108,115,122,129,136"}), "");
+}
