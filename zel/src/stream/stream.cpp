@@ -212,20 +212,23 @@ private:
 };
 } // namespace
 
-// Moves a whole run. A long one goes in two halves, each by a thread of its own: while one waits for the file or for
-// memory the other converts. A stream without a descriptor, such as one over memory, has one place only.
-template <typename Move>
-static int move_run(FILE* file, int64_t count, int64_t item_bytes, int64_t block_bytes, const Move& move)
+// Moves a run by one thread.
+template <typename At, typename Move>
+static int move_alone(At place, int64_t count, int64_t item_bytes, int64_t block_bytes, const Move& move)
 {
-    const int64_t per_block = block_bytes / item_bytes;
-    OwnPlace own_place{file};
     if (alignas(64) unsigned char small[kSmallBytes]; count * item_bytes <= kSmallBytes)
-        return move(own_place, small, 0, count);
+        return move(place, small, 0, count);
     Blocks blocks;
-    int64_t start = -1;
-    if (count * item_bytes < kSharedBytes || fileno(file) < 0 || std::fflush(file) != 0 || (start = ftello(file)) < 0)
-        return move_blocks(own_place, blocks[0], 0, count, per_block, move);
-    const int64_t half = count / 2;
+    return move_blocks(place, blocks[0], 0, count, block_bytes / item_bytes, move);
+}
+
+// Moves a run from a position on in two halves, each by a thread of its own: while one waits for the file or for memory the
+// other converts.
+template <typename Move> static int move_shared(FILE* file, int64_t start, int64_t count, int64_t item_bytes,
+                                                int64_t block_bytes, const Move& move)
+{
+    const int64_t half = count / 2, per_block = block_bytes / item_bytes;
+    Blocks blocks;
     bool moved = false;
     const auto move_half = [&] { moved = move_blocks(Place(file, start), blocks[0], 0, half, per_block, move); };
     std::thread helper;
@@ -242,7 +245,25 @@ static int move_run(FILE* file, int64_t count, int64_t item_bytes, int64_t block
     const bool rest = move_blocks(middle, blocks[1], half, count - half, per_block, move);
     if (helper.joinable())
         helper.join();
-    return moved && rest && fseeko(file, start + count * item_bytes, SEEK_SET) == 0;
+    return moved && rest;
+}
+
+constexpr int64_t kOwnPosition = -1; // of the stream, which moves on
+
+// Moves a whole run, by two threads where it is long. A stream without a descriptor, such as one over memory, has one place
+// only.
+template <typename Move> static int move_run(FILE* file, int64_t position, int64_t count, int64_t item_bytes,
+                                             int64_t block_bytes, const Move& move)
+{
+    const bool is_long = count * item_bytes >= kSharedBytes;
+    if (position != kOwnPosition)
+        return is_long ? move_shared(file, position, count, item_bytes, block_bytes, move)
+                       : move_alone(Place(file, position), count, item_bytes, block_bytes, move);
+    int64_t start = -1;
+    if (!is_long || fileno(file) < 0 || std::fflush(file) != 0 || (start = ftello(file)) < 0)
+        return move_alone(OwnPlace{file}, count, item_bytes, block_bytes, move);
+    return move_shared(file, start, count, item_bytes, block_bytes, move) &&
+           fseeko(file, start + count * item_bytes, SEEK_SET) == 0;
 }
 
 // Writes `count` values as items of type Item, block by block.
@@ -251,7 +272,7 @@ template <typename Item, typename Value> static int put_run(ZELSTREAM& out, cons
     if (!out.xdr && std::is_same_v<Item, Value>)
         return std::fwrite(values, sizeof(Item), size_t(count), out.file) == size_t(count);
     const auto fill = out.xdr ? fill_block<Item, true, Value> : fill_block<Item, false, Value>;
-    return move_run(out.file, count, sizeof(Item), kBlockBytes,
+    return move_run(out.file, kOwnPosition, count, sizeof(Item), kBlockBytes,
                     [=](auto& place, unsigned char* block, int64_t first, int64_t items) {
                         fill(block, values + first, items);
                         return place.write(block, items * int64_t(sizeof(Item)));
@@ -259,12 +280,15 @@ template <typename Item, typename Value> static int put_run(ZELSTREAM& out, cons
 }
 
 // Reads `count` items whose width is that of Value straight into place, swapping each block while it is in the cache.
-template <typename Word, typename Value> static int get_run_in_place(ZELSTREAM& in, Value* values, int64_t count)
+template <typename Word, typename Value>
+static int get_run_in_place(ZELSTREAM& in, Value* values, int64_t count, int64_t position = kOwnPosition)
 {
     static_assert(sizeof(Word) == sizeof(Value));
+    if (!in.xdr && position != kOwnPosition)
+        return Place(in.file, position).read(reinterpret_cast<unsigned char*>(values), count * int64_t(sizeof(Value)));
     if (!in.xdr)
         return std::fread(values, sizeof(Value), size_t(count), in.file) == size_t(count);
-    return move_run(in.file, count, sizeof(Value), kReadBlockBytes,
+    return move_run(in.file, position, count, sizeof(Value), kReadBlockBytes,
                     [=](auto& place, unsigned char*, int64_t first, int64_t items) {
                         unsigned char* const bytes = reinterpret_cast<unsigned char*>(values + first);
                         if (!place.read(bytes, items * int64_t(sizeof(Word))))
@@ -275,10 +299,10 @@ template <typename Word, typename Value> static int get_run_in_place(ZELSTREAM& 
 }
 
 // Reads `count` floats and widens them.
-static int get_widened(ZELSTREAM& in, double* values, int64_t count)
+static int get_widened(ZELSTREAM& in, double* values, int64_t count, int64_t position = kOwnPosition)
 {
     const auto widen = in.xdr ? widen_block<true> : widen_block<false>;
-    return move_run(in.file, count, sizeof(float), kReadBlockBytes,
+    return move_run(in.file, position, count, sizeof(float), kReadBlockBytes,
                     [=](auto& place, unsigned char* block, int64_t first, int64_t items) {
                         if (!place.read(block, items * int64_t(sizeof(float))))
                             return false;
@@ -368,27 +392,10 @@ int get_reals_at(ZELSTREAM& in, int64_t position, double* values, int64_t count)
 {
     if (fileno(in.file) < 0)
         return seek_to(in, position) && get_reals(in, values, count);
-    Place place(in.file, position);
-    if (in.double_precision)
-    {
-        unsigned char* const bytes = reinterpret_cast<unsigned char*>(values);
-        if (!place.read(bytes, count * int64_t(sizeof(double))))
-            return 0;
-        if (in.xdr)
-            swap_words<uint64_t>(bytes, count);
+    if (count <= 0)
         return 1;
-    }
-    const auto widen = in.xdr ? widen_block<true> : widen_block<false>;
-    unsigned char few[kSmallBytes];
-    for (constexpr int64_t kAtOnce = kSmallBytes / int64_t(sizeof(float)); count > 0;
-         values += kAtOnce, count -= kAtOnce)
-    {
-        const int64_t part = std::min(count, kAtOnce);
-        if (!place.read(few, part * int64_t(sizeof(float))))
-            return 0;
-        widen(values, few, part);
-    }
-    return 1;
+    return in.double_precision ? get_run_in_place<uint64_t>(in, values, count, position)
+                               : get_widened(in, values, count, position);
 }
 
 int get_floats(ZELSTREAM& in, float* values, int64_t count)
@@ -400,52 +407,21 @@ int get_floats(ZELSTREAM& in, float* values, int64_t count)
 
 ItemReader::ItemReader(ZELSTREAM& in, int64_t bytes) : in_(in), unread_(bytes) {}
 
-// The next `width` bytes, zeros after a failure.
-const unsigned char* ItemReader::take(int width)
+// Brings on more of the stretch; false when it ends before `width` bytes.
+bool ItemReader::refill(int width)
 {
-    static constexpr unsigned char kZeros[8] = {};
-    if (end_ - next_ < width)
-    {
-        std::memmove(room_, room_ + next_, size_t(end_ - next_));
-        end_ -= next_;
-        next_ = 0;
-        const int64_t wanted = unread_ < kRoom - end_ ? unread_ : kRoom - end_;
-        const size_t read = wanted > 0 && !failed_ ? std::fread(room_ + end_, 1, size_t(wanted), in_.file) : 0;
-        end_ += int(read);
-        unread_ -= int64_t(read);
-        if (end_ < width)
-        {
-            failed_ = true;
-            end_ = 0;
-            return kZeros;
-        }
-    }
-    const unsigned char* bytes = room_ + next_;
-    next_ += width;
-    return bytes;
-}
-
-template <typename Item> Item ItemReader::item()
-{
-    using Word = std::conditional_t<sizeof(Item) == 8, uint64_t, uint32_t>;
-    Word word;
-    std::memcpy(&word, take(sizeof word), sizeof word);
-    return std::bit_cast<Item>(in_.xdr ? swapped(word) : word);
-}
-
-int32_t ItemReader::integer()
-{
-    return item<int32_t>();
-}
-
-double ItemReader::real()
-{
-    return in_.double_precision ? item<double>() : double(item<float>());
-}
-
-char ItemReader::character()
-{
-    return in_.xdr ? char(item<int32_t>() & 0xFF) : char(*take(1));
+    std::memmove(room_, room_ + next_, size_t(end_ - next_));
+    end_ -= next_;
+    next_ = 0;
+    const int64_t wanted = unread_ < kRoom - end_ ? unread_ : kRoom - end_;
+    const size_t read = wanted > 0 && !failed_ ? std::fread(room_ + end_, 1, size_t(wanted), in_.file) : 0;
+    end_ += int(read);
+    unread_ -= int64_t(read);
+    if (end_ >= width)
+        return true;
+    failed_ = true;
+    end_ = 0;
+    return false;
 }
 
 // Room for the next `width` bytes.

@@ -9,7 +9,12 @@
 
 #include <sys/types.h>
 
+#include <algorithm>
+#include <array>
+#include <bit>
 #include <cerrno>
+#include <cstring>
+#include <utility>
 
 namespace zel
 {
@@ -32,8 +37,8 @@ int get_ints(ZELSTREAM& in, int32_t* values, int64_t count);
 int get_reals(ZELSTREAM& in, double* values, int64_t count);
 int get_text(ZELSTREAM& in, char* text, int count); // exactly `count` characters, not terminated
 
-// As get_reals from a position of the file, past the stream's buffer: for a few reals here and there. The current position
-// may stay as it is.
+// As get_reals from a position of the file, past the stream's buffer: no seek empties and fills it. The current position may
+// stay as it is.
 int get_reals_at(ZELSTREAM& in, int64_t position, double* values, int64_t count);
 
 // As get_reals, into floats without a detour; only for a single-precision stream (0 otherwise).
@@ -64,15 +69,30 @@ public:
     ItemReader(ZELSTREAM& in, int64_t bytes); // the stretch starts at the current position
     ItemReader(const ItemReader&) = delete;
     ItemReader& operator=(const ItemReader&) = delete;
-    int32_t integer();
-    double real();
-    char character();
+    int32_t integer() { return item<int32_t>(); }
+    double real() { return in_.double_precision ? item<double>() : double(item<float>()); }
+    char character() { return in_.xdr ? char(item<int32_t>() & 0xFF) : char(*take(1)); }
     bool failed() const { return failed_; }
 
 private:
     static constexpr int kRoom = 32 * 1024;
-    const unsigned char* take(int width);
-    template <typename Item> Item item();
+    static constexpr unsigned char kZeros[8] = {};
+    bool refill(int width);
+    // The next `width` bytes, zeros after a failure.
+    const unsigned char* take(int width)
+    {
+        if (end_ - next_ < width && !refill(width))
+            return kZeros;
+        return room_ + std::exchange(next_, next_ + width);
+    }
+    template <typename Item> Item item()
+    {
+        std::array<unsigned char, sizeof(Item)> bytes;
+        std::memcpy(bytes.data(), take(sizeof(Item)), sizeof(Item));
+        if (in_.xdr)
+            std::reverse(bytes.begin(), bytes.end());
+        return std::bit_cast<Item>(bytes);
+    }
     ZELSTREAM& in_;
     int64_t unread_; // bytes of the stretch that are still in the file
     int next_ = 0, end_ = 0;

@@ -22,7 +22,6 @@ namespace zel
 namespace
 {
 constexpr int64_t kNodeBytes = kComponents * int64_t(sizeof(double));
-constexpr int64_t kFewValues = 512; // of a ZEL file, that are read without filling the stream's buffer
 
 struct FileTexts
 {
@@ -123,9 +122,11 @@ static void discard_records(RecordFile& records)
     records = {};
 }
 
+// A long run costs less through the file than through page faults of the map.
 static int write_values(FILE* file, double* map, int64_t at, const double* values, int64_t count)
 {
-    if (map)
+    constexpr int64_t kLongRun = 8192;
+    if (map && count < kLongRun)
     {
         std::memcpy(map + at / int64_t(sizeof(double)), values, size_t(count) * sizeof(double));
         return 1;
@@ -224,8 +225,7 @@ static bool read_stored(ZELDATA* db, int kind, int mode, int first, int count, d
     }
     if (stream.temporary)
         return move_all(pread, fileno(stream.file), reinterpret_cast<char*>(out), values * int64_t(sizeof(double)), at);
-    return values <= kFewValues ? get_reals_at(stream, at, out, values)
-                                : seek_to(stream, at) && get_reals(stream, out, values);
+    return get_reals_at(stream, at, out, values);
 }
 
 // ---- Room --------------------------------------------------------------------------------------------------------------

@@ -181,17 +181,38 @@ struct Positions
 };
 } // namespace
 
+// Without a branch for each value: several sums that are not numbers where some value is not finite.
+static bool run_is_finite(const double* values, int64_t count)
+{
+    constexpr int kSums = 2 * kComponents; // values are six a node
+    double sums[kSums] = {};
+    for (; count >= kSums; values += kSums, count -= kSums)
+        for (int k = 0; k < kSums; ++k)
+            sums[k] += values[k] * 0.0;
+    for (int k = 0; k < count; ++k)
+        sums[k] += values[k] * 0.0;
+    return std::none_of(sums, sums + kSums, [](double sum) { return std::isnan(sum); });
+}
+
 static bool all_finite(const ZELDATA* db, const Array& set)
 {
+    if (set.stride == kComponents && run_is_finite(set.values, kComponents * int64_t(set.count)))
+        return true;
     for (int i = 0; i < set.count; ++i)
-    {
-        double sum = 0.0; // not a number where some value is not finite
-        for (int k = 0; k < kComponents; ++k)
-            sum += set.at(i)[k] * 0.0;
-        if (std::isnan(sum))
+        if (!run_is_finite(set.at(i), kComponents))
             return all_finite({set.mode_number, set.node_id(db, i), set.kind, 0, kComponents, set.at(i)});
-    }
     return true;
+}
+
+// Whether the nodes are the first of the list of their kind, in its order: then their values are one run.
+static bool leads_the_list(const ZELDATA* db, const Array& set)
+{
+    if (set.kind != ZEL_MODE_SHAPE || set.count > db->mode_node_count[set.kind])
+        return false;
+    int i = 0;
+    while (i < set.count && set.node_id(db, i) == db->nodes[i].id)
+        ++i;
+    return i == set.count;
 }
 
 static int fill(Positions& positions, const ZELDATA* db, const Array& set)
@@ -286,14 +307,20 @@ static int set_mode_array(ZELDATA* db, const Array& set)
     if (mode.index() < 0)
         return 0;
     ModeFileToSet file(db, set.kind);
-    Positions positions(set.count);
-    if (!file.open() || !find(positions, db, set))
+    if (!file.open())
+        return 0;
+    const bool one_run = leads_the_list(db, set);
+    Positions positions(one_run ? 0 : set.count);
+    if (!one_run && !find(positions, db, set))
         return 0;
     if (positions.missing > db->mode_record_nodes[set.kind] - db->mode_node_count[set.kind])
         return fail("Insufficient room for %ld nodes in the records of mode %d.\n"
                     "Specify larger number of nodes in ZEL_Create.",
                     long(positions.missing), set.mode_number);
-    if (!list_missing(db, set, positions) || !write_array(db, mode.index(), set, positions.of.data))
+    if (!list_missing(db, set, positions))
+        return 0;
+    if (one_run ? !write_mode_run(db, set.kind, mode.index(), 0, set.count, set.values, set.stride)
+                : !write_array(db, mode.index(), set, positions.of.data))
         return 0;
     if (db->cached_mode[set.kind] == mode.index())
         db->cached_mode[set.kind] = -1;

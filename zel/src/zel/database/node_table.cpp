@@ -73,7 +73,7 @@ int find_node(const ZELDATA* db, int node_id)
 {
     NodeCache& cache = cache_of(db);
     const int guess = cache.last;
-    for (int node : {guess + 1, guess})
+    for (int node : {guess + 1, guess, 0}) // lists that follow the table begin with its first node again
         if (node < db->node_count && db->nodes[node].id == node_id)
             return cache.last = node;
     if (db->node_count == 0 || node_id > cache.highest_id)

@@ -519,6 +519,8 @@ using namespace zel;
 
 int ZEL_WriteWithOptions(ZELDATA* db, const char* name, const char* options)
 {
+    constexpr int64_t kBufferBytes =
+        1 << 20; // the page cache keeps in large pieces what comes so, and reads it back twice as fast
     if (!CheckZEL(db) || !name)
         return 0;
     if (is_own_file(db, name))
@@ -527,12 +529,16 @@ int ZEL_WriteWithOptions(ZELDATA* db, const char* name, const char* options)
                     db->zel_file.name, name);
     const LongOperation operation;
     const HoldFileSizeSignal hold;
+    Scratch<char> buffer(
+        kBufferBytes); // lives longer than the output; without it the stream has a small one of its own
     OutputFile output(name, !held_open(name)); // a file that another database reads is replaced, never overwritten
     if (!output.file())
     {
         fail("Unable to open %s for write. Please check write permissions.", name);
         return explain(output.error());
     }
+    if (buffer.data)
+        std::setvbuf(output.file(), buffer.data, _IOFBF, size_t(kBufferBytes));
     Writer out(db, output.file());
     out.options = read_write_options(options ? options : "");
     if (!run_pipeline(out))
