@@ -67,35 +67,10 @@ static uint64_t swapped(uint64_t word)
     return __builtin_bswap64(word);
 }
 
-#if defined(__x86_64__)
-#define ZEL_ALWAYS_INLINE __attribute__((always_inline))
-
-template <typename Loop> [[gnu::target("avx2")]] static void run_with_avx2(const Loop& loop)
-{
-    loop();
-}
-
-// Runs a loop over a block in the widest registers that the processor has; the values are the same in all of them.
-template <typename Loop> static void run_wide(const Loop& loop)
-{
-    static const bool has_avx2 = __builtin_cpu_supports("avx2");
-    if (has_avx2)
-        run_with_avx2(loop);
-    else
-        loop();
-}
-#else
-#define ZEL_ALWAYS_INLINE
-template <typename Loop> static void run_wide(const Loop& loop)
-{
-    loop();
-}
-#endif
-
 // Reverses the bytes of `count` words in place; `bytes` has no alignment.
 template <typename Word> static void swap_words(unsigned char* bytes, int64_t count)
 {
-    run_wide([=]() ZEL_ALWAYS_INLINE {
+    zel::run_wide([=]() ZEL_ALWAYS_INLINE {
         unsigned char* const at = bytes; // locals: a store through a character pointer might change what is captured
         const int64_t words = count;
         for (int64_t i = 0; i < words; ++i)
@@ -114,7 +89,7 @@ template <typename Item> using WordOf = std::conditional_t<sizeof(Item) == 8, ui
 template <typename Item, bool swap, typename Value>
 static void fill_block(unsigned char* block, const Value* values, int64_t count)
 {
-    run_wide([=]() ZEL_ALWAYS_INLINE {
+    zel::run_wide([=]() ZEL_ALWAYS_INLINE {
         unsigned char* const to = block;
         const Value* const from = values;
         const int64_t items = count;
@@ -130,7 +105,7 @@ static void fill_block(unsigned char* block, const Value* values, int64_t count)
 // Takes `count` floats from a block.
 template <bool swap> static void widen_block(double* values, const unsigned char* block, int64_t count)
 {
-    run_wide([=]() ZEL_ALWAYS_INLINE {
+    zel::run_wide([=]() ZEL_ALWAYS_INLINE {
         for (int64_t i = 0; i < count; ++i)
         {
             uint32_t word;

@@ -8,5 +8,6 @@
 #include "messages.h"
 #include "output.h"
 #include "progress.h"
+#include "wide.h"
 
 #endif

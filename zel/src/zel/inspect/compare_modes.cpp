@@ -41,6 +41,43 @@ struct VectorDifference
             squares[i / 3] += base_values[i] * base_values[i];
         }
     }
+    // The same for nodes that follow each other in both vectors, two at a time.
+    void add_run(const double* fresh_values, const double* base_values, int nodes)
+    {
+        constexpr int kLanes = 2 * kComponents;
+        struct Lanes
+        {
+            double same[kLanes], opposite[kLanes], base[kLanes], sum[kLanes], product[kLanes], square[kLanes];
+        } lanes = {};
+        run_wide([=, &lanes]() ZEL_ALWAYS_INLINE {
+            Lanes own = {};
+            for (int64_t first = 0; first + kLanes <= kComponents * int64_t(nodes); first += kLanes)
+                for (int i = 0; i < kLanes; ++i)
+                {
+                    const double x = fresh_values[first + i], y = base_values[first + i];
+                    const double minus = std::fabs(x - y), plus = std::fabs(x + y), magnitude = std::fabs(y);
+                    own.same[i] = minus > own.same[i] ? minus : own.same[i];
+                    own.opposite[i] = plus > own.opposite[i] ? plus : own.opposite[i];
+                    own.base[i] = magnitude > own.base[i] ? magnitude : own.base[i];
+                    own.sum[i] += minus + plus;
+                    own.product[i] += x * y;
+                    own.square[i] += y * y;
+                }
+            lanes = own;
+        });
+        const bool all_finite = std::all_of(lanes.sum, lanes.sum + kLanes, [](double sum) { return sum <= DBL_MAX; });
+        for (int i = 0; i < kLanes && all_finite; ++i)
+        {
+            const int component = i % kComponents;
+            same[component] = std::max(same[component], lanes.same[i]);
+            opposite[component] = std::max(opposite[component], lanes.opposite[i]);
+            base[component] = std::max(base[component], lanes.base[i]);
+            product[component / 3] += lanes.product[i];
+            squares[component / 3] += lanes.square[i];
+        }
+        for (int node = all_finite ? nodes / 2 * 2 : 0; node < nodes; ++node)
+            add(fresh_values + kComponents * int64_t(node), base_values + kComponents * int64_t(node));
+    }
     // Whether the new vector points against the base. Translations that are this part of what the rotations give over the
     // length of the body, or less, are rounding noise, and so is the sign of their product.
     bool is_turned(double length) const
@@ -134,7 +171,9 @@ private:
             !read_mode_slice(c_.base, kind_, mode, base_first, base_count, base_.data))
             return 0;
         const VectorDifference before = difference;
-        for (int i = 0; i < count; ++i)
+        if (in_order_)
+            difference.add_run(fresh_.data, base_.data, count);
+        for (int i = 0; i < count && !in_order_; ++i)
             if (base_position_[first + i] >= 0)
                 difference.add(fresh_at(i), base_at(first + i, base_first));
         if (c_.with_places)
