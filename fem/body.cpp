@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "fem/interrupt.h"
+#include "fem/stress.h"
 #include "zel.h"
 
 namespace zel_fem
@@ -24,6 +25,7 @@ using Eigen::Vector3d;
 
 constexpr int kSpokes = 12; // faces from a reference node to nodes that follow it
 constexpr int kRigidModes = 6;
+constexpr Index kModesAtOnce = 8;
 
 std::vector<char> used_nodes(const Mesh& mesh)
 {
@@ -82,7 +84,8 @@ private:
             return number - std::count_if(body_.interfaces.begin(), body_.interfaces.end(),
                                           [](const Interface& i) { return i.at.isZero(0.0); }) <
                    2;
-        return std::sscanf(text, "The modal stresses for mode %d have only zero", &number) == 1 &&
+        return (std::sscanf(text, "The modal stresses for mode %d have only zero", &number) == 1 ||
+                std::sscanf(text, "The modal strains for mode %d have only zero", &number) == 1) &&
                body_.interfaces.empty() && number <= kRigidModes && body_.stiffness(number - 1, number - 1) == 0.0;
     }
 
@@ -243,6 +246,32 @@ static void set_modes(ZELDATA* db, const Body& body, const std::vector<BodyNode>
                         "a modal stress");
 }
 
+static void set_tensors(ZELDATA* db, const std::vector<BodyNode>& nodes, const std::vector<char>& known, Index mode,
+                        int kind, const Eigen::Ref<const Eigen::VectorXd>& values)
+{
+    for (const BodyNode& n : nodes)
+        if (n.node >= 0 && known[size_t(n.node)])
+            require(ZEL_SetModeVec(db, int(mode) + 1, n.id, kind, values.data() + 6 * n.node),
+                    kind == ZEL_MODAL_STRESS ? "a modal stress" : "a modal strain");
+}
+
+static void set_computed_stress(ZELDATA* db, const Body& body, const std::vector<BodyNode>& nodes)
+{
+    const ModalStress modal(body);
+    for (Index first = 0; first < body.motion.cols(); first += kModesAtOnce)
+    {
+        const Index count = std::min(kModesAtOnce, body.motion.cols() - first);
+        const StressField field = modal.of(first, count);
+        for (Index k = 0; k < count; ++k)
+        {
+            if (body.recovery->stress)
+                set_tensors(db, nodes, modal.known(), first + k, ZEL_MODAL_STRESS, field.stress.col(k));
+            if (body.recovery->strain)
+                set_tensors(db, nodes, modal.known(), first + k, ZEL_MODAL_STRAIN, field.strain.col(k));
+        }
+    }
+}
+
 // Exact zeros off the diagonals are left out: the database takes a missing entry for zero.
 static void set_matrices(ZELDATA* db, const Body& body)
 {
@@ -327,6 +356,8 @@ ZELDATA* fill_database(const ReducedBody& reduced)
     set_nodes(db.get(), body, nodes);
     set_faces(db.get(), body);
     set_modes(db.get(), body, nodes);
+    if (body.recovery)
+        set_computed_stress(db.get(), body, nodes);
     set_matrices(db.get(), body);
     set_invariants(db.get(), body);
     set_loads(db.get(), body);

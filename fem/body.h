@@ -4,6 +4,7 @@
 
 #include <Eigen/Dense>
 #include <array>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,15 @@ struct ModalLoad
     Eigen::VectorXd values; // by mode
 };
 
+// What stress and strain of the modes are computed from when they are stored, so that no more than a few are in memory.
+struct StressRecovery
+{
+    bool stress = false, strain = false;  // which of them the body gets
+    std::vector<Elasticity> elasticities; // that its elements name
+    std::optional<Layers> layers; // of shells, and what the nodes of their mesh do: 3 rows a node, one column a mode
+    Eigen::MatrixXd layer_motion;
+};
+
 struct Body
 {
     std::string title, file, program; // of the header
@@ -35,7 +45,8 @@ struct Body
     Eigen::MatrixXd motion;            // 3 rows a node of the mesh, one column a mode
     Eigen::MatrixXd reference_motion;  // 6 rows an interface, one column a mode
     Eigen::MatrixXd stress;            // 6 rows a node (x, y, z, xy, xz, yz), one column a mode; may be empty
-    Eigen::MatrixXd rotation;          // 3 rows a node; may be empty: solids have no rotations
+    std::optional<StressRecovery> recovery;
+    Eigen::MatrixXd rotation; // 3 rows a node; may be empty: solids have no rotations
     std::vector<ModalLoad> loads;
     InertiaInvariants invariants; // of the modes as they are; all empty: the masses at the nodes tell them
 };

@@ -186,13 +186,6 @@ static double square(double x)
     return x * x;
 }
 
-struct QuadraturePoint
-{
-    double weight;
-    VectorXd value;
-    MatrixXd gradient;
-};
-
 using Rule1D = std::vector<std::array<double, 2>>; // abscissae and weights on [-1, 1]
 
 // Gauss-Legendre, exact to degree 2 n - 1.
@@ -223,7 +216,7 @@ static QuadraturePoint quadrature_point(Shape shape, const Vector3d& unit, doubl
         local = {half[0] * (1 - half[1]), half[1], unit[2]};
         weight *= (1 - half[1]) / 4;
     }
-    QuadraturePoint point{weight, {}, {}};
+    QuadraturePoint point{weight, local, {}, {}};
     shape_functions(shape, local, point.value, point.gradient);
     return point;
 }
@@ -258,7 +251,7 @@ static std::vector<QuadraturePoint> simplex_rule(const ElementType& type)
             Vector3d local(low, low, solid ? low : across);
             if (k > 0)
                 local[k - 1] = high;
-            QuadraturePoint point{size * weight, {}, {}};
+            QuadraturePoint point{size * weight, local, {}, {}};
             shape_functions(type.shape, local, point.value, point.gradient);
             points.push_back(std::move(point));
         }
@@ -266,7 +259,7 @@ static std::vector<QuadraturePoint> simplex_rule(const ElementType& type)
 }
 
 // Rules are made on first use and stay, whatever thread asks for them.
-static const std::vector<QuadraturePoint>& quadrature(const ElementType& type, Rule rule)
+const std::vector<QuadraturePoint>& quadrature(const ElementType& type, Rule rule)
 {
     static std::mutex mutex;
     static std::map<std::tuple<Shape, int, int>, std::vector<QuadraturePoint>> rules;

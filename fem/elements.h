@@ -30,6 +30,15 @@ enum class Shape
 };
 constexpr int kMostNodes = 20; // of one element
 
+// How a program has the stress of an element at its nodes.
+enum class StressRule
+{
+    unknown, // or not proved
+    none,    // it has no stress: masses
+    points,  // that of its integration points, by the fit of its lower shape functions to them
+    mean     // one for all of it, of the mean strain over its volume
+};
+
 // A type of a program: each source has its own table of them.
 struct ElementType
 {
@@ -37,6 +46,7 @@ struct ElementType
     Shape shape;
     // Where the program integrates the mass: points of a triangle or tetrahedron, and Gauss points a direction otherwise.
     int simplex_points, gauss_points;
+    StressRule stress = StressRule::unknown;
 };
 
 enum class Rule
@@ -62,7 +72,8 @@ struct Element
     double density = 0.0;
     double thickness = 0.0; // of a shell
     double point_mass = 0.0;
-    int file = 0; // index into Mesh::files
+    int elasticity = -1; // index into Model::elasticities; -1: not told
+    int file = 0;        // index into Mesh::files
     int line = 0;
 };
 
@@ -98,6 +109,18 @@ struct ElementMass
     double volume = 0.0;
     std::vector<Eigen::Matrix3d> across; // node by node: second moments across the thickness of a shell; else empty
 };
+
+// Values of the shape functions at a point, and their derivatives, one column a direction.
+struct QuadraturePoint
+{
+    double weight;
+    Eigen::Vector3d local;
+    Eigen::VectorXd value;
+    Eigen::MatrixXd gradient;
+};
+
+// The points of a rule, in local coordinates of the type's shape. They stay.
+const std::vector<QuadraturePoint>& quadrature(const ElementType& type, Rule rule);
 
 // InputError for a Jacobian that is not positive.
 ElementMass element_mass(const Mesh& mesh, const Element& element, Rule rule = Rule::exact);

@@ -167,6 +167,13 @@ struct ReductionOptions
     bool release_supports = false;
     bool verify =
         false; ///< free-free modes of the full model as well, to tell up to where those of the body agree; of matrices
+    /**
+     * Stress or strain of the modes at the nodes, as the program computes it. Of matrices of CalculiX; elements whose stress
+     * is not known have none, nor have their nodes, and the report tells why. A model where no node has any is refused.
+     * Without it computed modes have the stress that their results have.
+     */
+    bool stress = false;
+    bool strain = false;           ///< likewise, with engineering shears
     std::vector<LoadChoice> loads; ///< modal load cases, before those of the model's own static steps
     /**
      * Each load whose static response the basis does not have gets an attachment mode, with which it is exact: with the

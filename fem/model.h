@@ -47,6 +47,14 @@ struct Dashpot
     double constant; // force per velocity
 };
 
+// Linear elasticity in the global axes: stress is `stiffness` times strain with engineering shears, both x, y, z, xy, xz, yz.
+struct Elasticity
+{
+    std::string name; // of the material
+    Eigen::Matrix<double, 6, 6> stiffness = Eigen::Matrix<double, 6, 6>::Zero();
+    std::string unknown = {}; // why stress cannot be had of it; empty: it can
+};
+
 // Nodes that follow a reference node rigidly in the model itself. Where they have no rows, the program has eliminated them. Ties
 // are the interfaces of the body unless others are chosen.
 struct Tie
@@ -98,7 +106,8 @@ struct Model
     bool mesh_has_mass = true;        // false: elements only draw the body, and all mass is in the matrices
     bool mass_rule_is_known = true;   // false: the elements do not say how the program integrates, or lumps, their mass
     std::vector<Dashpot> dashpots;
-    std::optional<Layers> layers; // where the matrices or modes move other nodes than the body has
+    std::vector<Elasticity> elasticities; // of elements; empty: the source tells none
+    std::optional<Layers> layers;         // where the matrices or modes move other nodes than the body has
 
     // One of the two:
     std::optional<Matrices> matrices;

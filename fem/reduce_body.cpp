@@ -12,6 +12,7 @@
 #include "fem/loads.h"
 #include "fem/reduction.h"
 #include "fem/rigid.h"
+#include "fem/stress.h"
 #include "fem/text.h"
 
 namespace zel_fem
@@ -57,9 +58,44 @@ static MatrixXd unit_reference_motion(size_t interfaces, Index boundary, Index m
     return motion;
 }
 
+// Refuses, before anything takes long, what no node can have.
+static void prepare_stress(const Model& model, const ReductionOptions& options, Body& body)
+{
+    if (!options.stress && !options.strain)
+        return;
+    if (model.elasticities.empty())
+        throw std::runtime_error(
+            "there is no modal stress or strain without the elastic constants of the elements, which a "
+            "deck of CalculiX has");
+    body.recovery = {options.stress, options.strain, model.elasticities, model.layers, {}};
+    const ModalStress modal(body);
+    if (std::count(modal.known().begin(), modal.known().end(), char(1)) > 0)
+        return;
+    std::string reasons;
+    for (const std::string& reason : modal.reasons())
+        reasons += "\n" + reason;
+    throw std::runtime_error("no node can have modal stress or strain" + reasons);
+}
+
+static void report_stress(Report& report, const Body& body)
+{
+    if (!body.recovery)
+        return;
+    const ModalStress modal(body);
+    const char* what = body.recovery->stress && body.recovery->strain ? "modal stress and strain"
+                       : body.recovery->stress                        ? "modal stress"
+                                                                      : "modal strain";
+    report.figure(what, format("at %td nodes%s", std::count(modal.known().begin(), modal.known().end(), char(1)),
+                               has_shells(body.mesh) ? ", in shells the mean of both surfaces: no bending" : ""));
+    for (const std::string& reason : modal.reasons())
+        report.note(reason);
+}
+
 // What shapes of the moved nodes are for the nodes of the body.
 static void take_shapes(const Model& model, NodeMotion motion, Body& body)
 {
+    if (model.layers && body.recovery)
+        body.recovery->layer_motion = motion.displacement;
     if (model.layers)
         body.rotation = model.layers->rotation(motion.displacement);
     else
@@ -231,6 +267,7 @@ static void reduce_matrices(const Model& model, const MeshMass& own, const Reduc
     const std::vector<Interface> interfaces = model.layers ? expanded(*model.layers, body.interfaces) : body.interfaces;
     check_interfaces(model, interfaces);
     check_equations(model);
+    prepare_stress(model, options, body);
     const bool free = interfaces.empty();
     const ModeChoice choice = mode_choice(options);
     const std::vector<Interface> loaded = free ? left_out_interfaces(model, options) : std::vector<Interface>();
@@ -263,6 +300,7 @@ static void reduce_matrices(const Model& model, const MeshMass& own, const Reduc
         report_matrix_mass(report, body.units, mass.matrix, is_diagonal(model.matrices->mass));
     report_nodal_masses(report, body, mass.target, options.mass);
     report_invariants(report, body, invariants);
+    report_stress(report, body);
     report_modes(report, body, reduction.rigid_before);
     if (free)
         report_completeness(report, loaded, reduction.completeness);
@@ -304,6 +342,10 @@ static void take_modes(Model& model, const MeshMass& own, const ReductionOptions
         throw std::runtime_error(
             "the results have modes that are computed: a range of frequencies chooses among those of "
             "matrices");
+    if (options.strain)
+        throw std::runtime_error("the strain of modes is computed from matrices alone: results bring their stress");
+    if (options.stress && model.modes->stress.size() == 0)
+        throw std::runtime_error("the results have no stress: *EL FILE must name S");
     check_interfaces(model, body.interfaces);
     progress.begin("shapes and nodal masses");
     const bool mass_is_in_the_mesh = model.modes->mass_is_in_the_mesh;

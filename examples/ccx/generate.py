@@ -6,6 +6,7 @@ Needs ccx (calculix-ccx) and gmsh. Lengths are in mm, masses in t, times in s, f
 import gzip
 import math
 import os
+import random
 import subprocess
 import sys
 import tempfile
@@ -208,6 +209,46 @@ def plate(cells, size):
             "".join(f"{k + 1}, " + ", ".join(map(str, ids)) + "\n" for k, ids in enumerate(elements)))
 
 
+def patches(scratch, heading):
+    """Pairs of crooked elements of each type, of two materials, whose nodes are all moved at random: stress of known displacement."""
+    corner = [(0, 0, 0), (2, 0, 0), (2, 2, 0), (0, 2, 0), (0, 0, 2), (2, 0, 2), (2, 2, 2), (0, 2, 2)]
+    bricks, edges = [list(range(8))], [(a, b) for a, b in zip([0, 1, 2, 3, 4, 5, 6, 7] + [0, 1, 2, 3],
+                                                            [1, 2, 3, 0, 5, 6, 7, 4] + [4, 5, 6, 7])]
+    wedges, sides = [[0, 1, 2, 4, 5, 6], [0, 2, 3, 4, 6, 7]], [(0, 1), (1, 2), (2, 0), (3, 4), (4, 5), (5, 3), (0, 3), (1, 4), (2, 5)]
+    tets, ribs = [[1, 2, 0, 5], [2, 3, 0, 7]], [(0, 1), (1, 2), (2, 0), (0, 3), (1, 3), (2, 3)]
+    types = {"C3D4": (tets, []), "C3D6": (wedges, []), "C3D8": (bricks, []), "C3D8R": (bricks, []), "C3D10": (tets, ribs),
+             "C3D15": (wedges, sides), "C3D20": (bricks, edges), "C3D20R": (bricks, edges)}
+    rng, numbers, nodes, moves, elements, sets = random.Random(7), {}, "", "", "", ([], [])
+
+    def node(at):
+        nonlocal nodes, moves
+        if at not in numbers:
+            numbers[at] = len(numbers) + 1
+            nodes += f"{numbers[at]}, " + ", ".join(f"{c + rng.uniform(-0.15, 0.15):.5f}" for c in at) + "\n"
+            moves += "".join(f"{numbers[at]}, {c}, {c}, {rng.uniform(-1, 1) * 1e-3:.6f}\n" for c in (1, 2, 3))
+        return numbers[at]
+
+    for row, (kind, (pieces, middles)) in enumerate(types.items()):
+        elements += f"*ELEMENT, TYPE={kind}\n"
+        for half in (0, 1):
+            for piece in pieces:
+                at = [(corner[k][0] + 2 * half, corner[k][1], corner[k][2] + 4 * row) for k in piece]
+                at += [tuple((p + q) // 2 for p, q in zip(at[a], at[b])) for a, b in middles]
+                sets[half].append(sum(map(len, sets)) + 1)
+                elements += id_lines([sets[half][-1]] + [node(a) for a in at], 16)
+    free = len(numbers) + 1
+    nodes += f"{free}, 9.\n{free + 1}, 9., 1.\n{free + 2}, 9., 0., 1.\n{free + 3}, 10.\n"
+    elements += f"*ELEMENT, TYPE=C3D4\n999, {free}, {free + 1}, {free + 2}, {free + 3}\n"
+    deck = "*NODE\n" + nodes + elements.replace(",\n*", "\n*") + "*ELSET, ELSET=STEELS\n999,\n" + id_lines(sets[0])
+    deck += "*ELSET, ELSET=WOODS\n" + id_lines(sets[1]) + STEEL + "*ORIENTATION, NAME=GRAIN\n1., 2., .5, -1., 1., .3\n3, 25.\n"
+    deck += ("*MATERIAL, NAME=WOOD\n*ELASTIC, TYPE=ENGINEERING CONSTANTS\n100000., 50000., 30000., .25, .2, .3, 20000., 15000.,\n"
+             "12000.\n*DENSITY\n7.e-10\n*SOLID SECTION, ELSET=STEELS, MATERIAL=STEEL\n"
+             "*SOLID SECTION, ELSET=WOODS, MATERIAL=WOOD, ORIENTATION=GRAIN\n")
+    held = "".join(f"{free + k}, 1, 3\n" for k in range(3))
+    solve("patches", heading.format("Two elements of each type") + deck + "*STEP\n*STATIC\n*BOUNDARY\n" + held + moves +
+          f"*CLOAD\n{free + 3}, 1, 1.\n*NODE FILE\nU\n*EL FILE\nS\n*END STEP\n", scratch, ["frd"], TESTS)
+
+
 def main():
     heading = "*HEADING\n{}\n"
     section = "*SOLID SECTION, ELSET={}, MATERIAL=STEEL\n"
@@ -215,6 +256,7 @@ def main():
         small_jobs(scratch, heading, section)
         hard_jobs(scratch, heading, section)
         joined_jobs(scratch, heading, section)
+        patches(scratch, heading)
         mesh, count = beam((20, 2, 2), (1000., 40., 20.))
         model = mesh + STEEL + section.format("BEAM")
         title = heading.format("Steel beam 1000 x 40 x 20 mm of C3D20 bricks")

@@ -10,6 +10,7 @@
 
 #include "fem/sources/cards.h"
 #include "fem/sources/ccx/element_types.h"
+#include "fem/sources/ccx/materials.h"
 
 namespace zel_fem::ccx
 {
@@ -17,7 +18,7 @@ namespace zel_fem::ccx
 struct Section
 {
     Place place;
-    std::string element_set, material;
+    std::string element_set, material, orientation;
     double thickness;
     bool shell;
 };
@@ -53,6 +54,8 @@ private:
     void surface(const Card& card);
     void material(const Card& card) { materials_[material_ = capitals(required(card, "NAME"))]; }
     void density(const Card& card);
+    void elastic(const Card& card) { elasticities_.elastic(material_, card); }
+    void orientation(const Card& card) { elasticities_.orientation(card); }
     void section(const Card& card);
     void mass(const Card& card);
     void rigid_body(const Card& card);
@@ -110,9 +113,11 @@ private:
     std::unordered_map<int, int> element_index_;
     std::map<std::string, Material> materials_;
     std::string material_; // the one that property cards speak of
+    Materials elasticities_;
     std::vector<Section> sections_;
     LoadHistory loads_;
     std::set<int> constrained_;                  // ids of nodes in equations
+    bool preloaded_ = false;                     // a step is a perturbation of an earlier one
     std::unique_ptr<Tie> coupling_;              // waits for its *KINEMATIC
     std::vector<std::pair<Place, int>> unknown_; // nodes that were named before they were defined, if they are at all
 };
@@ -132,6 +137,8 @@ const DeckReader::Row DeckReader::kRows[] = {
     {"SURFACE", &DeckReader::surface},
     {"MATERIAL", &DeckReader::material},
     {"DENSITY", &DeckReader::density},
+    {"ELASTIC", &DeckReader::elastic},
+    {"ORIENTATION", &DeckReader::orientation},
     {"SOLIDSECTION", &DeckReader::section},
     {"SHELLSECTION", &DeckReader::section},
     {"MASS", &DeckReader::mass},
@@ -176,6 +183,8 @@ void DeckReader::handle(const Card& card)
 {
     if (coupling_ && card.keyword != "KINEMATIC" && card.keyword != "DISTRIBUTING")
         throw InputError(coupling_->place, "*COUPLING without *KINEMATIC");
+    if (is_nonlinear(card.keyword))
+        elasticities_.nonlinear(material_, card);
     for (const Row& row : kRows)
         if (card.keyword == row.keyword)
             return (this->*row.handler)(card);
@@ -355,7 +364,7 @@ void DeckReader::density(const Card& card)
 
 void DeckReader::section(const Card& card)
 {
-    Section section{place(card), required(card, "ELSET"), "", 0.0, card.keyword == "SHELLSECTION"};
+    Section section{place(card), required(card, "ELSET"), "", "", 0.0, card.keyword == "SHELLSECTION"};
     if (card.has("COMPOSITE"))
         fail(card, "composite shells cannot be imported");
     if (card.has("NODALTHICKNESS"))
@@ -363,6 +372,8 @@ void DeckReader::section(const Card& card)
     if (card.has("OFFSET") && parse_real(card.parameters.at("OFFSET"), section.place) != 0.0)
         fail(card, "shells with OFFSET cannot be imported: put the nodes into the middle of the shell");
     section.material = required(card, "MATERIAL");
+    if (card.has("ORIENTATION"))
+        section.orientation = capitals(card.parameters.at("ORIENTATION"));
     if (section.shell)
     {
         if (card.lines.empty())
@@ -566,6 +577,7 @@ void DeckReader::static_step(const Card& card)
 
 void DeckReader::step(const Card& card)
 {
+    preloaded_ |= card.has("PERTURBATION") && !deck_.steps.empty();
     deck_.steps.push_back({place(card), false, false, false, {}});
     loads_.begin_step(card, place(card));
 }
@@ -732,6 +744,7 @@ void DeckReader::apply_sections()
                                  "element " + std::to_string(id) + " is of type " + std::string(element.type->name));
             element.density = material->second.density;
             element.thickness = section.thickness;
+            element.elasticity = elasticities_.use({material->first, section.orientation, section.shell});
             assigned[size_t(index)] = 1;
         }
     }
@@ -757,6 +770,9 @@ void DeckReader::resolve()
         if (deck_.transforms.count(tie.reference_id) || deck_.transforms.count(tie.rotation_id))
             throw InputError(tie.place, "the reference node has axes of its own by *TRANSFORM");
     deck_.static_loads = loads_.finish(deck_.notes);
+    if (preloaded_)
+        elasticities_.refuse("the modes are those of a loaded state (PERTURBATION)");
+    deck_.elasticities = elasticities_.list();
 }
 
 int Deck::find_node(int id) const

@@ -7,7 +7,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "fem/elements.h"
+#include "fem/model.h"
 #include "fem/sources/ccx/constraints.h"
 #include "fem/sources/ccx/load_history.h"
 
@@ -56,6 +56,7 @@ struct Deck
     std::vector<InputError> results_only; // why matrices of the deck cannot be taken
     std::vector<Step> steps;
     std::vector<StepLoads> static_loads;
+    std::vector<Elasticity> elasticities; // that elements have
     std::string heading;
     std::vector<std::string> notes; // what was passed over, as the solver does
 

@@ -34,7 +34,9 @@ static const char* solid_of(const ElementType& type)
 {
     if (corner_count(type.shape) == 3)
         return has_mid_sides(type.shape) ? "C3D15" : "C3D6";
-    return has_mid_sides(type.shape) ? "C3D20" : type.name == "S4" ? "C3D8I" : "C3D8R";
+    if (has_mid_sides(type.shape))
+        return type.name == "S8R" ? "C3D20R" : "C3D20";
+    return type.name == "S4" ? "C3D8I" : "C3D8R";
 }
 
 // Unit normal of a shell at its node `k`.

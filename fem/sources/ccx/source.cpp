@@ -143,6 +143,7 @@ Model CcxSource::read_model(Progress& progress)
     for (const auto& [name, ids] : deck_.node_sets)
         model.node_sets[name] = indexes_of(deck_, ids);
     model.surfaces = deck_.surfaces;
+    model.elasticities = deck_.elasticities;
     const std::vector<char> turning = turning_nodes(deck_);
     for (const StepLoads& step : deck_.static_loads)
         model.load_cases.push_back(load_case_of(deck_, step, turning, model.notes));

@@ -236,6 +236,10 @@ static void add_shared_options(CLI::App& command, ImportOptions& options, const 
         ->option_text("LOAD ...");
     command.add_flag("--attachment", options.reduction.attachment,
                      "An attachment mode for each load whose static deformation the other modes do not have");
+    command.add_flag("--stress", options.reduction.stress,
+                     "Modal stress at the nodes, as the solver has it: computed from the deck of matrices, and of "
+                     "results those that they have, which come without it as well");
+    command.add_flag("--strain", options.reduction.strain, "Modal strain likewise, of matrices alone");
     add_choice<MassMethod>(
         command, words.nodal_mass, options.reduction.mass,
         {{"matched", MassMethod::matched}, {"hrz", MassMethod::scaled}, {"rowsum", MassMethod::row_sum}},
