@@ -39,7 +39,7 @@ static int run(int argc, char** argv)
     int status = kFine;
     for (const auto add :
          {add_info_command, add_contents_command, add_compare_command, add_check_command, add_convert_command,
-          add_export_command, add_import_command, add_modes_command, add_view_command})
+          add_export_command, add_import_command, add_modes_command, add_stress_command, add_view_command})
         add(app, status);
     try
     {

@@ -19,6 +19,7 @@ void add_convert_command(CLI::App& app, int& status);
 void add_export_command(CLI::App& app, int& status);
 void add_import_command(CLI::App& app, int& status);
 void add_modes_command(CLI::App& app, int& status);
+void add_stress_command(CLI::App& app, int& status);
 void add_view_command(CLI::App& app, int& status);
 
 namespace zel_command

@@ -8,6 +8,7 @@
 #include "tools/zel/console.h"
 
 #include <array>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -37,6 +38,20 @@ void export_pvd(ZELDATA* db, const std::string& path, const Shown& shown, Progre
 void export_json(ZELDATA* db, const std::string& path, const Shown& shown, ProgressBar& bar);
 // Prints a report on standard output.
 void export_mbdyn(ZELDATA* db, const std::string& path, const Shown& shown, ProgressBar& bar);
+
+// Takes the stress of states one after the other, and writes it whole in the end.
+class StressOutput
+{
+public:
+    virtual ~StressOutput() = default;
+    // Six components (x, y, z, xy, xz, yz) a node of zel_checks::nodes_with_stress().
+    virtual void add(double time, const std::vector<double>& stress) = 0;
+    virtual void commit() = 0;
+};
+
+// For .vtu, which has one state, .pvd with a .vtu beside it for each, or .json. `solution`: what the states are.
+std::unique_ptr<StressOutput> stress_output(ZELDATA* db, const std::string& path, size_t states,
+                                            const std::string& solution);
 
 // ---- What they share --------------------------------------------------------------------------------------------------
 

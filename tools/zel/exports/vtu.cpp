@@ -1,50 +1,33 @@
 // .vtu and .pvd: nodes, faces and modes for ParaView.
-#include "exports.h"
+#include "vtu_file.h"
 
 #include <array>
 #include <cmath>
-#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <limits>
 #include <list>
-#include <sstream>
 
 namespace zel_command
 {
 
-using zel_checks::Mode, zel_checks::coordinates_of, zel_checks::faces_of, zel_checks::interface_nodes_of;
+using zel_checks::Mode, zel_checks::interface_nodes_of;
 
 namespace
 {
-// A VTK XML file of unstructured cells: the arrays are declared in the head and follow, each behind its size in bytes, as
-// raw data at the end (www.vtk.org, VTK file formats).
-class VtuFile
+// The modes of a body.
+class ModesVtu : public VtuFile
 {
 public:
-    VtuFile(Output& out, ZELDATA* db) : out_(out), db_(db)
-    {
-        xyz_ = coordinates_of(db);
-        for (const std::vector<int>& face : faces_of(db))
-        {
-            connectivity_.insert(connectivity_.end(), face.begin(), face.end());
-            offsets_.push_back(int64_t(connectivity_.size()));
-            constexpr uint8_t kVertex = 1, kLine = 3, kPolygon = 7;
-            types_.push_back(face.size() == 1 ? kVertex : face.size() == 2 ? kLine : kPolygon);
-        }
-    }
+    using VtuFile::VtuFile;
 
     // Arrays of all modes, fetched one mode at a time. They are named by their mode where there may be several.
     void write(const Shown& shown, const ModeFields& fields, bool named, Steps& steps)
     {
-        const size_t nodes = xyz_.size() / 3, modes = shown.modes.size();
-        head_ << "<?xml version=\"1.0\"?>\n<VTKFile type=\"UnstructuredGrid\" version=\"1.0\" "
-                 "byte_order=\"LittleEndian\" "
-                 "header_type=\"UInt64\">\n<UnstructuredGrid>\n<FieldData>\n";
+        const size_t nodes = node_count(), modes = shown.modes.size();
         for (const char* name : {"mode", "frequency_hz", "scale"})
             declare("Float64", name, 1, modes * sizeof(double), " NumberOfTuples=\"" + std::to_string(modes) + "\"");
-        head_ << "</FieldData>\n<Piece NumberOfPoints=\"" << nodes << "\" NumberOfCells=\"" << types_.size()
-              << "\">\n<PointData>\n";
+        begin_nodes();
         declare("Float64", "nodal mass", 1, nodes * sizeof(double));
         declare("UInt8", "interface", 1, nodes);
         for (const Mode& mode : shown.modes)
@@ -52,32 +35,16 @@ public:
                 declare("Float64", named ? name_of(mode, field) : field.name, field.components(),
                         nodes * size_t(field.components()) * sizeof(double),
                         field.components() == 6 ? kTensorComponents : "");
-        head_ << "</PointData>\n<Points>\n";
-        declare("Float64", "Points", 3, xyz_.size() * sizeof(double));
-        head_ << "</Points>\n<Cells>\n";
-        declare("Int64", "connectivity", 1, connectivity_.size() * sizeof(int64_t));
-        declare("Int64", "offsets", 1, offsets_.size() * sizeof(int64_t));
-        declare("UInt8", "types", 1, types_.size());
-        head_ << "</Cells>\n</Piece>\n</UnstructuredGrid>\n<AppendedData encoding=\"raw\">\n_";
-        out_.write(head_.str());
+        write_head();
         const std::vector<double> scales = append_field_data(shown, fields);
         append_node_data();
         for (size_t i = 0; i < modes; steps.advance(), ++i)
             for (const Field& field : fields.fields())
                 append(fields.values(shown.modes[i], field, scales[i]));
-        append(xyz_);
-        append(connectivity_);
-        append(offsets_);
-        append(types_);
-        out_.write("\n</AppendedData>\n</VTKFile>\n");
-        out_.finish();
+        write_geometry();
     }
 
 private:
-    static constexpr const char* kTensorComponents =
-        " ComponentName0=\"XX\" ComponentName1=\"YY\" ComponentName2=\"ZZ\" ComponentName3=\"XY\" "
-        "ComponentName4=\"YZ\" ComponentName5=\"XZ\"";
-
     // The displacement goes by the mode alone: it is what most want to see.
     static std::string name_of(const Mode& mode, const Field& field)
     {
@@ -97,7 +64,7 @@ private:
         const std::vector<double> shape = fields.stored(mode, {"", ZEL_MODE_SHAPE, 0});
         for (size_t i = 0; i + 2 < shape.size(); i += 3)
             largest = std::max(largest, std::hypot(shape[i], shape[i + 1], shape[i + 2]));
-        const double scale = largest > 0.0 ? kShare * ZEL_BodySize(db_) / largest : 1.0;
+        const double scale = largest > 0.0 ? kShare * ZEL_BodySize(db()) / largest : 1.0;
         return scale > 0.0 && std::isfinite(scale) ? scale : 1.0;
     }
     // Gives the scales of the modes.
@@ -118,35 +85,14 @@ private:
     void append_node_data()
     {
         std::vector<double> masses;
-        std::vector<uint8_t> is_interface(xyz_.size() / 3);
+        std::vector<uint8_t> is_interface(node_count());
         for (int node = 0; node < int(is_interface.size()); ++node)
-            masses.push_back(ZEL_NodalMass(db_, node));
-        for (const int node : interface_nodes_of(db_))
+            masses.push_back(ZEL_NodalMass(db(), node));
+        for (const int node : interface_nodes_of(db()))
             is_interface[size_t(node)] = 1;
         append(masses);
         append(is_interface);
     }
-    void declare(const char* type, const std::string& name, int components, size_t bytes,
-                 const std::string& attributes = "")
-    {
-        head_ << "<DataArray type=\"" << type << "\" Name=\"" << name << "\" NumberOfComponents=\"" << components
-              << "\"" << attributes << " format=\"appended\" offset=\"" << next_offset_ << "\"/>\n";
-        next_offset_ += sizeof(uint64_t) + bytes;
-    }
-    template <typename T> void append(const std::vector<T>& values)
-    {
-        const uint64_t bytes = values.size() * sizeof(T);
-        out_.write(&bytes, sizeof bytes);
-        out_.write(values.data(), bytes);
-    }
-
-    Output& out_;
-    ZELDATA* db_;
-    std::ostringstream head_;
-    std::vector<double> xyz_;
-    std::vector<int64_t> connectivity_, offsets_;
-    std::vector<uint8_t> types_;
-    uint64_t next_offset_ = 0;
 };
 } // namespace
 
@@ -155,7 +101,7 @@ void export_vtu(ZELDATA* db, const std::string& path, const Shown& shown, Progre
     const ModeFields fields(db, shown.modes);
     Steps steps(bar, shown.modes.size());
     Output out(path, db);
-    VtuFile(out, db).write(shown, fields, true, steps);
+    ModesVtu(out, db).write(shown, fields, true, steps);
     out.commit();
 }
 
@@ -188,7 +134,7 @@ void export_pvd(ZELDATA* db, const std::string& path, const Shown& shown, Progre
     std::list<Output> files;
     const auto add = [&](const std::string& name, const Shown& part, double time) {
         const std::string file = stem.string() + name + ".vtu";
-        VtuFile(files.emplace_back(file, db), db).write(part, fields, false, steps);
+        ModesVtu(files.emplace_back(file, db), db).write(part, fields, false, steps);
         std::array<char, 64> text;
         std::snprintf(text.data(), text.size(), "%.10g", time);
         list += "<DataSet timestep=\"" + std::string(text.data()) + "\" file=\"" + fs::path(file).filename().string() +
