@@ -1,8 +1,10 @@
-// Facts and checks of a body, which the command prints: here as records.
+// Facts, checks and stress of a body, which the command prints: here as records.
+#include "arrays.h"
 #include "module.h"
 #include "reports.h"
 
 #include "checks/checks.h"
+#include "checks/stress.h"
 
 #include <nanobind/stl/array.h>
 #include <nanobind/stl/optional.h>
@@ -10,6 +12,7 @@
 #include <nanobind/stl/tuple.h>
 #include <nanobind/stl/vector.h>
 
+#include <algorithm>
 #include <array>
 #include <tuple>
 
@@ -66,9 +69,49 @@ static FactsRow facts(Database& database)
     return row;
 }
 
+// Motions without stiffness, motions that answer, amplitudes of the modes.
+static std::tuple<int, int, std::vector<double>> static_answer(Database& database, const std::string& load,
+                                                               const std::vector<int>& held)
+{
+    const auto outcome = long_call(
+        database, [&](ZELDATA* db) { return outcome_of([&] { return zel_checks::static_answer(db, load, held); }); });
+    const zel_checks::StaticAnswer& answer = result_of(outcome);
+    return {answer.rigid, answer.flexible, answer.amplitudes};
+}
+
+// (states, nodes, 6) and (states, nodes): the tensors and their von Mises stress. `amplitudes`: (states, modes).
+static std::tuple<Given<double>, Given<double>> combined_stress(Database& database, const Taken<double>& amplitudes,
+                                                                nb::handle progress)
+{
+    const std::vector<double> values(amplitudes.data(), amplitudes.data() + amplitudes.size());
+    const size_t states = amplitudes.shape(0);
+    Array<double> tensors, mises;
+    Progress watch(progress);
+    const auto outcome = long_call(database, [&](ZELDATA* db) {
+        return outcome_of([&] {
+            const std::vector<double> stress =
+                zel_checks::combined_stress(db, values, [&watch](const char*, double share) {
+                    return watch.go_on(share > 0.0 ? share : 0.0, 1.0);
+                });
+            const size_t nodes = zel_checks::nodes_with_stress(db).size();
+            tensors = Array<double>({states, nodes, 6});
+            mises = Array<double>({states, nodes});
+            std::copy(stress.begin(), stress.end(), tensors.data());
+            for (size_t i = 0; i < states * nodes; ++i)
+                mises[i] = zel_checks::von_mises(stress.data() + 6 * i);
+            return true;
+        });
+    });
+    watch.rethrow();
+    result_of(outcome);
+    return {tensors.give(), mises.give()};
+}
+
 void add_checking(nb::class_<Database>& database)
 {
     database.def("check", &check, nb::arg("progress").none()).def("facts", &facts);
+    database.def("static_answer", &static_answer, nb::arg("load"), nb::arg("held"))
+        .def("combined_stress", &combined_stress, nb::arg("amplitudes"), nb::arg("progress").none());
 }
 
 } // namespace zel_python

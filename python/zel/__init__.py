@@ -17,7 +17,7 @@ from .compare import (
 from .errors import ZelError, ZelWarning
 from .invariants import Invariants
 from .modes import Mode, Modes
-from .records import Block, Entries, Faces, GlobalMass, Header, Largest, Loads, MassProperties, Nodes
+from .records import Block, Entries, Faces, GlobalMass, Header, Largest, Loads, MassProperties, Nodes, Stress
 from .reduction import NodeSet, node_sets, reduce
 from .report import Report, Row, RowKind
 from .units import UNITS, Units
@@ -59,6 +59,7 @@ __all__ = [
     "Report",
     "Row",
     "RowKind",
+    "Stress",
     "Units",
     "Verdict",
     "WorstNode",

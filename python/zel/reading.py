@@ -5,7 +5,7 @@ Arrays that come out are read-only and keep their memory: they stay as they are 
 
 from __future__ import annotations
 
-from collections.abc import Callable
+from collections.abc import Callable, Iterable
 from types import TracebackType
 from typing import Any, TypeVar, cast
 
@@ -16,7 +16,7 @@ from . import _zel, convert
 from .errors import ZelError
 from .invariants import Invariants
 from .modes import KINDS, SHAPE, STRAIN, STRESS, Modes, frozen
-from .records import Block, Entries, Faces, Facts, Floats, GlobalMass, Header, Integers, Loads, MassProperties, Nodes
+from .records import Block, Entries, Faces, Facts, Floats, GlobalMass, Header, Integers, Loads, MassProperties, Nodes, Stress
 from .units import Units
 
 _Value = TypeVar("_Value")
@@ -249,6 +249,41 @@ class Readable:
     def pre_strain(self) -> Floats | None:
         """(n, 6) at the `strain_nodes`: the strain before any mode moves; None without one."""
         return self._vector(0, STRAIN) if self._database.block(Block.PRE_STRAIN)[0] else None
+
+    def stress(
+        self,
+        load: str | None = None,
+        fix: int | Iterable[int] = (),
+        amplitudes: npt.ArrayLike | None = None,
+        progress: Callable[[float, float], object] | None = None,
+    ) -> Stress:
+        """Stress at the `stress_nodes` under a load, or for amplitudes of the modes as a solver has found them.
+
+        load        label of a modal load case. A free body bears it in balance with the inertia of its rigid motion (inertia relief)
+        fix         interface nodes that neither move nor turn instead
+        amplitudes  (modes,) or (states, modes), in the order of the body
+        progress    told how far it is
+
+        As good as the modes are: with the constraint modes of what is held and an attachment mode of the load a static answer is
+        exact. A pre-stress is not in it. Modes are read one at a time.
+        """
+        held = [fix] if isinstance(fix, int) else list(fix)
+        if (load is None) == (amplitudes is None) or (held and load is None):
+            raise ValueError("stress takes a load, with interface nodes to fix if wanted, or amplitudes")
+        if load is not None:
+            rigid, _, found = self._database.static_answer(load, held)
+            states: Floats = np.array(found)
+            solution = f"held at {', '.join(map(str, held))}" if held else "inertia relief" if rigid else "held as its modes are"
+        else:
+            states = np.asarray(amplitudes, dtype=np.float64)
+            solution = "amplitudes as given"
+        modes = len(self.modes)
+        if states.ndim not in (1, 2) or states.shape[-1] != modes:
+            raise ValueError(f"amplitudes: expected {modes} of modes in the last axis, got an array of shape {states.shape}")
+        tensors, mises = self._database.combined_stress(np.ascontiguousarray(states.reshape(-1, modes)), progress)
+        if states.ndim == 1:
+            tensors, mises = tensors[0], mises[0]
+        return Stress(self.stress_nodes, tensors, mises, frozen(states), solution)
 
     @property
     def transformation(self) -> Floats | None:

@@ -84,6 +84,20 @@ class Loads(NamedTuple):
     """(cases,): whether the first six values are a force and a moment on the principal axes, no longer of modes."""
 
 
+class Stress(NamedTuple):
+    """Stress as the modes of a body combine to it, in one state or in several: then with one more axis in front."""
+
+    node_ids: Integers
+    tensors: Floats
+    """(nodes, 6): xx, yy, zz, xy, xz, yz"""
+    von_mises: Floats
+    """(nodes,)"""
+    amplitudes: Floats
+    """(modes,) in the order of the body"""
+    solution: str
+    """Whether a load met a free body, in balance with its inertia, or one that is held; or that amplitudes were given."""
+
+
 class Largest(NamedTuple):
     """Where something is largest, and how large."""
 
