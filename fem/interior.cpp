@@ -317,7 +317,7 @@ static SparseMatrix grounded(SparseMatrix stiffness, const std::vector<Index>& r
 HeldSolver::HeldSolver(const Interior& interior)
     : ground_(rows_to_hold(interior.loose)),
       factor_(ground_.empty() ? interior.stiffness.inside : grounded(interior.stiffness.inside, ground_),
-              Cholesky::half_of_memory(), interior.dense)
+              Cholesky::kUsualMemory, interior.dense)
 {
     const SparseMatrix& k = interior.stiffness.inside;
     const Index springs = Index(ground_.size());

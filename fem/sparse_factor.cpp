@@ -11,9 +11,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <limits>
 #include <mutex>
 #include <numeric>
@@ -82,6 +84,18 @@ public:
     int& control(int number) { return all_.icntl[number - 1]; }
     double& real_control(int number) { return all_.cntl[number - 1]; }
     int result(int number) const { return all_.infog[number - 1]; }
+    // A number of entries of a factor, in bytes.
+    double bytes_of(int number) const
+    {
+        constexpr double kMillions = 1e6;
+        const double entries = result(number); // negative: in millions
+        return (entries < 0.0 ? -kMillions * entries : entries) * double(sizeof(double));
+    }
+    FactorNeeds needs() const
+    {
+        constexpr double kMegabyte = 1e6;
+        return {kMegabyte * result(16), kMegabyte * result(26), bytes_of(3)};
+    }
 
     void analyse();
     int factor();
@@ -125,9 +139,47 @@ void Mumps::leave_memory()
     control(22) = 1;
 }
 
-double Cholesky::half_of_memory()
+// What the kernel can give without swapping; without its word, what is unused.
+static double free_memory()
 {
-    return 0.5 * double(sysconf(_SC_PHYS_PAGES)) * double(sysconf(_SC_PAGESIZE));
+    std::ifstream table("/proc/meminfo");
+    std::string name;
+    double kibibytes = 0.0;
+    while (table >> name >> kibibytes)
+    {
+        if (name == "MemAvailable:")
+            return 1024.0 * kibibytes;
+        table.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
+    }
+    return double(sysconf(_SC_AVPHYS_PAGES)) * double(sysconf(_SC_PAGESIZE));
+}
+
+FactorRoom FactorRoom::now()
+{
+    std::error_code none;
+    const fs::space_info disk = fs::space(temporary_folder(), none);
+    return {free_memory(), none ? 0.0 : double(disk.available)};
+}
+
+static std::string gibibytes(double bytes)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%.1f GiB", bytes / double(1 << 30));
+    return text;
+}
+
+bool goes_to_file(const FactorNeeds& needs, const FactorRoom& room, double most_bytes)
+{
+    constexpr double kReserve = 1.1; // estimates are not exact
+    const bool file_fits = kReserve * needs.file <= room.file && needs.memory_beside <= room.memory;
+    if (needs.memory <= most_bytes)
+        return false;
+    if (!file_fits && needs.memory > room.memory)
+        throw std::runtime_error("the factor of the stiffness matrix takes " + gibibytes(needs.memory) +
+                                 " of memory, or " + gibibytes(needs.memory_beside) + " and " +
+                                 gibibytes(kReserve * needs.file) + " in " + temporary_folder() + "; free are " +
+                                 gibibytes(room.memory) + " and " + gibibytes(room.file));
+    return file_fits;
 }
 
 // ---- MUMPS -------------------------------------------------------------------------------------------------------------
@@ -260,10 +312,9 @@ static bool solves(const Cholesky& factor, const SparseMatrix& upper)
 Cholesky::Cholesky(const SparseMatrix& upper, double most_bytes, Index dense)
     : state_(new State{{upper, kPositive, dense}})
 {
-    constexpr double kMegabyte = 1e6;
     Mumps& mumps = state_->mumps;
     mumps.analyse();
-    if (mumps.result(16) * kMegabyte > most_bytes)
+    if (goes_to_file(mumps.needs(), FactorRoom::now(), most_bytes))
         mumps.leave_memory();
     const int state = mumps.factor();
     if (state < 0 && state != kSingular)
@@ -276,9 +327,7 @@ Cholesky::~Cholesky() = default;
 
 double Cholesky::factor_bytes() const
 {
-    constexpr double kMillions = 1e6;
-    const double entries = state_->mumps.result(9); // negative: in millions
-    return (entries < 0.0 ? -kMillions * entries : entries) * double(sizeof(double));
+    return state_->mumps.bytes_of(9);
 }
 
 MatrixXd Cholesky::solve(const MatrixXd& right) const

@@ -21,14 +21,31 @@ public:
     virtual Eigen::MatrixXd solve(const Eigen::MatrixXd& right) const = 0;
 };
 
-// Sparse Cholesky factor of a symmetric positive definite matrix. One that would take more than `most_bytes` goes to a
-// folder for temporary files, which is gone with the factor and when a signal ends the command.
+// What a factor takes, in bytes, as the analysis of its matrix says; and what is free.
+struct FactorNeeds
+{
+    double memory;        // to hold it in memory
+    double memory_beside; // to make it where it goes to a file
+    double file;
+};
+struct FactorRoom
+{
+    double memory, file;
+    static FactorRoom now(); // of the machine and the folder for temporary files
+};
+
+// Whether a factor goes to a file: where it would take more than `most_bytes` of memory and there is room for the file.
+// std::runtime_error, with all figures, when neither memory nor file can hold it.
+bool goes_to_file(const FactorNeeds& needs, const FactorRoom& room, double most_bytes);
+
+// Sparse Cholesky factor of a symmetric positive definite matrix. A large one goes to a folder for temporary files, which is
+// gone with the factor and when a signal ends the command: reading it back costs a tenth more time for blocks of right sides.
 class Cholesky : public LinearSolver
 {
 public:
-    // std::runtime_error when the matrix is not positive definite. The last `dense` rows, with entries all over the matrix, are
+    // std::runtime_error when the matrix is not positive definite or the machine cannot hold the factor. The last `dense` rows, with entries all over the matrix, are
     // eliminated last: there they fill nothing but themselves.
-    explicit Cholesky(const SparseMatrix& upper, double most_bytes = half_of_memory(), Eigen::Index dense = 0);
+    explicit Cholesky(const SparseMatrix& upper, double most_bytes = kUsualMemory, Eigen::Index dense = 0);
     ~Cholesky() override;
     Cholesky(const Cholesky&) = delete;
     Cholesky& operator=(const Cholesky&) = delete;
@@ -36,7 +53,7 @@ public:
     Eigen::MatrixXd solve(const Eigen::MatrixXd& right) const override;
     double factor_bytes() const;
 
-    static double half_of_memory();
+    static constexpr double kUsualMemory = 256e6; // of a factor that stays in memory
 
 private:
     struct State;

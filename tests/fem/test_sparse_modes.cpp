@@ -224,5 +224,26 @@ TEST_F(Factor, OutOfCoreIsTheSameAndLeavesNothing)
     EXPECT_EXIT(interrupted(), ::testing::KilledBySignal(SIGTERM), "");
     EXPECT_TRUE(folder.files().empty());
     const Environment nowhere("TMP", folder.path("none").c_str());
-    EXPECT_NE(refusal(stiffness, 0.0).find("cannot put the factor of the stiffness matrix into"), std::string::npos);
+    EXPECT_EQ(refusal(stiffness, 0.0), "") << "it stays in memory where there is no folder";
+}
+
+TEST_F(Factor, GoesWhereThereIsRoom)
+{
+    constexpr double g = 1 << 30;
+    const zel_fem::FactorNeeds needs = {10 * g, 2 * g, 8 * g};
+    EXPECT_FALSE(goes_to_file(needs, {4 * g, 90 * g}, 10 * g));
+    EXPECT_TRUE(goes_to_file(needs, {20 * g, 9 * g}, g));
+    EXPECT_FALSE(goes_to_file(needs, {20 * g, 8 * g}, g)) << "estimates are not exact";
+    for (const auto& room : {zel_fem::FactorRoom{9 * g, 8 * g}, {1.5 * g, 90 * g}})
+        try
+        {
+            goes_to_file(needs, room, g);
+            ADD_FAILURE() << "taken, though it has no place";
+        }
+        catch (const std::runtime_error& error)
+        {
+            EXPECT_NE(std::string(error.what()).find("takes 10.0 GiB of memory, or 2.0 GiB and 8.8 GiB in"),
+                      std::string::npos)
+                << error.what();
+        }
 }
