@@ -62,7 +62,7 @@ static States states_of(ZELDATA* db, const Options& options)
 // A part of the states at a time, as much as memory has room for. Gives the largest stress of all.
 static Peak combine(ZELDATA* db, const States& states, StressOutput* out, ProgressBar& bar)
 {
-    const auto& [times, amplitudes] = states.amplitudes;
+    const std::vector<double>&times = states.amplitudes.times, &amplitudes = states.amplitudes.values;
     const std::vector<int> nodes = zel_checks::nodes_with_stress(db);
     const size_t modes = amplitudes.size() / times.size(), size = 6 * nodes.size(),
                  most = zel_checks::states_at_once(db);
