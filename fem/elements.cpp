@@ -335,6 +335,32 @@ static void add_thickness(const QuadraturePoint& point, const Matrix3Xd& at, dou
         result.across[size_t(i)] += square(point.value[i]) / point.value.squaredNorm() * across;
 }
 
+// Lines of a rectangular section, by Gauss points.
+static void add_line(const Element& element, const Matrix3Xd& at, ElementMass& result)
+{
+    VectorXd value;
+    MatrixXd gradient;
+    result.across.assign(size_t(at.cols()), Matrix3d::Zero());
+    for (const auto& [place, weight] : kGauss[kExactPoints])
+    {
+        shape_functions(element.type->shape, {place, 0.0, 0.0}, value, gradient);
+        const Vector3d tangent = at * gradient.col(0), along = tangent.normalized();
+        const Vector3d first = (element.axis - along * along.dot(element.axis)).normalized(),
+                       second = along.cross(first);
+        const double volume = weight * tangent.norm() * element.thickness * element.width,
+                     mass = element.density * volume;
+        const Matrix3d across = mass / 12 *
+                                (square(element.thickness) * first * first.transpose() +
+                                 square(element.width) * second * second.transpose());
+        result.volume += volume;
+        result.moments.add(mass, at * value);
+        result.moments.second += across;
+        result.consistent.noalias() += mass * value * value.transpose();
+        for (Index i = 0; i < at.cols(); ++i)
+            result.across[size_t(i)] += square(value[i]) / value.squaredNorm() * across;
+    }
+}
+
 ElementMass element_mass(const Mesh& mesh, const Element& element, Rule rule)
 {
     const Shape shape = element.type->shape;
@@ -347,11 +373,15 @@ ElementMass element_mass(const Mesh& mesh, const Element& element, Rule rule)
         result.moments.add(element.point_mass, mesh.nodes[size_t(element.nodes[0])].at);
         return result;
     }
-    if (row_of(shape).family->dimension == 1)
-        return result;
     Matrix3Xd at(3, count);
     for (int i = 0; i < count; ++i)
         at.col(i) = mesh.nodes[size_t(element.nodes[size_t(i)])].at;
+    if (row_of(shape).family->dimension == 1)
+    {
+        if (element.width > 0.0)
+            add_line(element, at, result);
+        return result;
+    }
     if (has_exchanged_nodes(shape, at))
         throw InputError(mesh.place(element), "element " + std::to_string(element.id) +
                                                   ": its last two mid-side nodes are exchanged (the order of gmsh)");

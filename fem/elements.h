@@ -24,7 +24,7 @@ enum class Shape
     tri6,
     quad4,
     quad8,
-    line2, // lines are drawn and have no mass
+    line2, // lines have mass where they have a width
     line3,
     point
 };
@@ -70,7 +70,9 @@ struct Element
     const ElementType* type = nullptr;
     std::array<int, kMostNodes> nodes{}; // indexes into Mesh::nodes, in the order of the program
     double density = 0.0;
-    double thickness = 0.0; // of a shell
+    double thickness = 0.0;                         // of a shell, and of a beam along its axis
+    double width = 0.0;                             // of a beam, across its axis
+    Eigen::Vector3d axis = Eigen::Vector3d::Zero(); // of a beam: about across it
     double point_mass = 0.0;
     int elasticity = -1; // index into Model::elasticities; -1: not told
     int file = 0;        // index into Mesh::files
@@ -107,7 +109,8 @@ struct ElementMass
     Eigen::MatrixXd consistent; // node by node; the same in the three directions
     MassMoments moments;        // with those across the thickness of a shell
     double volume = 0.0;
-    std::vector<Eigen::Matrix3d> across; // node by node: second moments across the thickness of a shell; else empty
+    std::vector<Eigen::Matrix3d>
+        across; // node by node: second moments across the thickness of a shell or the section of a beam; else empty
 };
 
 // Values of the shape functions at a point, and their derivatives, one column a direction.

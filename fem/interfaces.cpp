@@ -118,10 +118,12 @@ std::vector<Interface> expanded(const Layers& layers, std::vector<Interface> int
         {
             const std::vector<int> own = layers.nodes_of(interface.tied[i]);
             const double weight = interface.weights.empty() ? 0.0 : interface.weights[i];
+            const int layered = layers.layers_of_node[size_t(interface.tied[i])];
+            const std::vector<int>& outer = layered < 0 ? own : layers.nodes[size_t(layered)].outer;
             for (int layer : own)
-                all.emplace_back(layer, own.size() == 1                               ? weight
-                                        : layer == own.front() || layer == own.back() ? 0.5 * weight
-                                                                                      : 0.0);
+                all.emplace_back(layer, std::find(outer.begin(), outer.end(), layer) == outer.end()
+                                            ? 0.0
+                                            : weight / double(outer.size()));
         }
         std::sort(all.begin(), all.end());
         interface.tied.clear();

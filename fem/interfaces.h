@@ -19,7 +19,7 @@ bool has_set(const Model& model, const std::string& name);
 // nodes that the mesh does not have get the ids behind its last. Empty for free modes. Throws where a set does not exist.
 std::vector<Interface> choose_interfaces(const Model& model, const ReductionOptions& options);
 
-// The same interfaces, tied to all layers of layered nodes. In an average the bottom and the top layer share the weight.
+// The same interfaces, tied to all layers of layered nodes. In an average the outer ones share the weight.
 std::vector<Interface> expanded(const Layers& layers, std::vector<Interface> interfaces);
 
 // The sum of w G^T G over the nodes, G their rigid motions about the reference node: what holds it, or what makes it their mean.

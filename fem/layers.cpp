@@ -1,5 +1,7 @@
 #include "fem/layers.h"
 
+#include <utility>
+
 namespace zel_fem
 {
 
@@ -7,21 +9,39 @@ using Eigen::Index;
 using Eigen::MatrixXd;
 using Eigen::Vector3d;
 
+// The least squares of u_i - w x r_i, where the r_i add up to nothing: T w = sum of r x u, T = sum of r.r E - r r^T. Two nodes do not
+// tell of the rotation about their line, and get none.
+LayeredNode::LayeredNode(int own, std::vector<int> every, std::vector<int> telling, const Mesh& mesh)
+    : node(own), all(std::move(every)), outer(std::move(telling)), arms(3, Index(outer.size()))
+{
+    Eigen::Matrix3d span = Eigen::Matrix3d::Zero();
+    for (size_t i = 0; i < outer.size(); ++i)
+    {
+        const Vector3d r = mesh.nodes[size_t(outer[i])].at - mesh.nodes[size_t(own)].at;
+        arms.col(Index(i)) = r;
+        span += r.squaredNorm() * Eigen::Matrix3d::Identity() - r * r.transpose();
+    }
+    Eigen::CompleteOrthogonalDecomposition<Eigen::Matrix3d> decomposition;
+    decomposition.setThreshold(1e-8);
+    turn = decomposition.compute(span).pseudoInverse();
+}
+
 std::vector<int> Layers::nodes_of(int node) const
 {
     const int layered = layers_of_node[size_t(node)];
-    if (layered < 0)
-        return {node};
-    const auto& [own, bottom, middle, top, normal, thickness] = nodes[size_t(layered)];
-    return middle < 0 ? std::vector<int>{bottom, top} : std::vector<int>{bottom, middle, top};
+    return layered < 0 ? std::vector<int>{node} : nodes[size_t(layered)].all;
 }
 
 MatrixXd Layers::mean(const MatrixXd& values, Index width) const
 {
     MatrixXd mean = values.topRows(width * Index(layers_of_node.size()));
     for (const LayeredNode& n : nodes)
-        mean.middleRows(width * n.node, width) =
-            0.5 * (values.middleRows(width * n.bottom, width) + values.middleRows(width * n.top, width));
+    {
+        auto own = mean.middleRows(width * n.node, width);
+        own.setZero();
+        for (const int outer : n.outer)
+            own += values.middleRows(width * outer, width) / double(n.outer.size());
+    }
     return mean;
 }
 
@@ -29,12 +49,13 @@ MatrixXd Layers::rotation(const MatrixXd& motion) const
 {
     MatrixXd rotation = MatrixXd::Zero(3 * Index(layers_of_node.size()), motion.cols());
     for (const LayeredNode& n : nodes)
-    {
-        const MatrixXd across =
-            (motion.middleRows<3>(3 * Index(n.top)) - motion.middleRows<3>(3 * Index(n.bottom))) / n.thickness;
         for (Index k = 0; k < motion.cols(); ++k)
-            rotation.col(k).segment<3>(3 * Index(n.node)) = n.normal.cross(Vector3d(across.col(k)));
-    }
+        {
+            Vector3d sum = Vector3d::Zero();
+            for (size_t i = 0; i < n.outer.size(); ++i)
+                sum += Vector3d(n.arms.col(Index(i))).cross(Vector3d(motion.col(k).segment<3>(3 * Index(n.outer[i]))));
+            rotation.col(k).segment<3>(3 * Index(n.node)) = n.turn * sum;
+        }
     return rotation;
 }
 

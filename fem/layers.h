@@ -1,4 +1,4 @@
-// Meshes whose program moves other nodes than the body shall have: shells computed as solids of one layer.
+// Meshes whose program moves other nodes than the body shall have: shells computed as solids of one layer, and beams as solids.
 #ifndef FEM_LAYERS_H
 #define FEM_LAYERS_H
 
@@ -10,13 +10,17 @@
 namespace zel_fem
 {
 
-// A node of the body in the middle of nodes that move, with indexes into the mesh of these.
+// A node of the body amid nodes that move, with indexes into the mesh of these.
 struct LayeredNode
 {
-    int node;                // of the body's mesh, and of the other
-    int bottom, middle, top; // middle: -1 where no node moves there
-    Eigen::Vector3d normal;  // unit, from bottom to top
-    double thickness;        // from bottom to top
+    int node;             // of the body's mesh, and of the other
+    std::vector<int> all; // in the order of the program
+    std::vector<int>
+        outer; // those that tell its motion: bottom and top of a shell, the corners of a beam. It is their mean
+    Eigen::Matrix3Xd arms; // from it to these, one column each
+    Eigen::Matrix3d turn;  // the rotation that fits displacements u of these best is turn times the sum of arm x u
+
+    LayeredNode(int own, std::vector<int> every, std::vector<int> telling, const Mesh& mesh);
 };
 
 struct Layers
@@ -27,9 +31,9 @@ struct Layers
 
     // The nodes that stand for one of the body's mesh: its layers, from bottom to top, or itself.
     std::vector<int> nodes_of(int node) const;
-    // Values of the body's nodes from those of the layers, `width` rows a node: the mean of bottom and top.
+    // Values of the body's nodes from those of the layers, `width` rows a node: the mean of the outer ones.
     Eigen::MatrixXd mean(const Eigen::MatrixXd& values, Eigen::Index width) const;
-    // Rotations: n x (top - bottom) / thickness, none about the normal; zero at nodes that move themselves. Three rows a node.
+    // Rotations, of shells none about the normal; zero at nodes that move themselves. Three rows a node.
     Eigen::MatrixXd rotation(const Eigen::MatrixXd& motion) const;
 };
 

@@ -304,17 +304,22 @@ static void take_references(const std::vector<Interface>& interfaces, AtNodes& l
         }
 }
 
-// The mean of bottom and top moves with the node of a shell, and their difference turns it, but not about its normal.
+// The outer nodes share a force, and make a moment by forces about their mean; none about the normal of a shell.
 static void take_layers(const Layers& layers, const Mesh& mesh, AtNodes& load)
 {
     for (const LayeredNode& n : layers.nodes)
     {
         const Vector3d force = load.force.col(n.node), moment = load.moment.col(n.node);
-        if (std::abs(moment.dot(n.normal)) > kSpan * moment.norm())
+        const Vector3d turn = n.turn * moment;
+        Vector3d carried = Vector3d::Zero();
+        for (size_t i = 0; i < n.outer.size(); ++i)
+        {
+            const Vector3d arm = n.arms.col(Index(i)), couple = turn.cross(arm);
+            load.moved.col(n.outer[i]) += force / double(n.outer.size()) + couple;
+            carried += arm.cross(couple);
+        }
+        if ((carried - moment).norm() > kSpan * moment.norm())
             throw InputError({}, name_of(mesh, n.node) + " of a shell carries no moment about the normal");
-        const Vector3d couple = moment.cross(n.normal) / n.thickness;
-        load.moved.col(n.bottom) += 0.5 * force - couple;
-        load.moved.col(n.top) += 0.5 * force + couple;
         load.force.col(n.node).setZero();
         load.moment.col(n.node).setZero();
     }

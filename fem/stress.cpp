@@ -187,7 +187,8 @@ ModalStress::ModalStress(const Body& body)
     if (!body.recovery->layers)
         return;
     for (const LayeredNode& n : body.recovery->layers->nodes)
-        known_[size_t(n.node)] = char(nodal_.known()[size_t(n.bottom)] && nodal_.known()[size_t(n.top)]);
+        known_[size_t(n.node)] = // of two layers alone: that of beams and where shells meet at an angle is not proved
+            char(n.outer.size() == 2 && nodal_.known()[size_t(n.outer[0])] && nodal_.known()[size_t(n.outer[1])]);
     known_.resize(body.mesh.nodes.size());
 }
 

@@ -9,6 +9,7 @@
 #include <set>
 
 #include "fem/sources/cards.h"
+#include "fem/sources/ccx/beams.h"
 #include "fem/sources/ccx/element_types.h"
 #include "fem/sources/ccx/materials.h"
 
@@ -19,8 +20,8 @@ struct Section
 {
     Place place;
     std::string element_set, material, orientation;
-    double thickness;
-    bool shell;
+    double thickness = 0.0, width = 0.0;
+    Eigen::Vector3d axis = Eigen::Vector3d::Zero();
 };
 
 struct Material
@@ -57,6 +58,7 @@ private:
     void elastic(const Card& card) { elasticities_.elastic(material_, card); }
     void orientation(const Card& card) { elasticities_.orientation(card); }
     void section(const Card& card);
+    void beam_section(const Card& card, Section& section) const;
     void mass(const Card& card);
     void rigid_body(const Card& card);
     void coupling(const Card& card);
@@ -141,6 +143,8 @@ const DeckReader::Row DeckReader::kRows[] = {
     {"ORIENTATION", &DeckReader::orientation},
     {"SOLIDSECTION", &DeckReader::section},
     {"SHELLSECTION", &DeckReader::section},
+    {"BEAMSECTION", &DeckReader::section},
+    {"BEAMGENERALSECTION", &DeckReader::refuse},
     {"MASS", &DeckReader::mass},
     {"SPRING", &DeckReader::spring},
     {"DASHPOT", &DeckReader::dashpot},
@@ -244,6 +248,8 @@ void DeckReader::element(const Card& card)
         element.id = numbers[0];
         element.type = type;
         std::copy_n(numbers.begin() + 1, count, element.nodes.begin());
+        if (type->shape == Shape::line3) // in decks the middle comes second
+            std::swap(element.nodes[1], element.nodes[2]);
         element.file = card.file;
         element.line = int(start.line);
         if (!element_index_.try_emplace(element.id, int(deck_.mesh.elements.size())).second)
@@ -362,9 +368,34 @@ void DeckReader::density(const Card& card)
     materials_[material_] = {value, true};
 }
 
+// A rectangle: two sides, and on the next line the direction of the first.
+void DeckReader::beam_section(const Card& card, Section& section) const
+{
+    if (capitals(required(card, "SECTION")) != "RECT")
+        fail(card,
+             "beams with a section other than RECT cannot be imported: the solver's integration of them is not proved");
+    for (const char* offset : {"OFFSET1", "OFFSET2"})
+        if (card.has(offset) && parse_real(card.parameters.at(offset), section.place) != 0.0)
+            fail(card, "beams with an offset cannot be imported: put the nodes into the middle of the section");
+    if (card.lines.empty())
+        fail(card, card.shown + " without thicknesses");
+    const Place at = place(card.lines[0]);
+    const auto sides = split(card.lines[0].text);
+    section.thickness = number_at(sides, 0, at);
+    section.width = number_at(sides, 1, at);
+    if (!(section.thickness > 0.0 && section.width > 0.0))
+        throw InputError(at, "the thicknesses of a beam are not positive");
+    section.axis = -Eigen::Vector3d::UnitZ();
+    if (card.lines.size() > 1)
+        for (size_t i = 0; i < 3; ++i)
+            section.axis[Eigen::Index(i)] = number_at(split(card.lines[1].text), i, place(card.lines[1]));
+    if (!(section.axis.norm() > 0.0))
+        throw InputError(at, "the direction of the section is zero");
+}
+
 void DeckReader::section(const Card& card)
 {
-    Section section{place(card), required(card, "ELSET"), "", "", 0.0, card.keyword == "SHELLSECTION"};
+    Section section{place(card), required(card, "ELSET"), "", ""};
     if (card.has("COMPOSITE"))
         fail(card, "composite shells cannot be imported");
     if (card.has("NODALTHICKNESS"))
@@ -374,7 +405,9 @@ void DeckReader::section(const Card& card)
     section.material = required(card, "MATERIAL");
     if (card.has("ORIENTATION"))
         section.orientation = capitals(card.parameters.at("ORIENTATION"));
-    if (section.shell)
+    if (card.keyword == "BEAMSECTION")
+        beam_section(card, section);
+    if (card.keyword == "SHELLSECTION")
     {
         if (card.lines.empty())
             fail(card, card.shown + " without a thickness");
@@ -655,7 +688,7 @@ void DeckReader::distribute(const std::string& label, const std::vector<std::str
         {
             const Element& pressed = deck_.mesh.elements[size_t(element)]; // of a shell whatever number is the bottom
             const int number = label == "P" || is_shell(pressed.type->shape) ? 1 : label[1] - '0';
-            if ((label == "P" && !is_shell(pressed.type->shape)) || element_face(pressed, number).empty())
+            if ((label == "P" && !is_shell(pressed.type->shape)) || element_face(pressed, number).size() < 3)
                 loads_.leave_out("DLOAD", at,
                                  "the load " + in_quotes(label) + " on element " + std::to_string(pressed.id) +
                                      ", which has no such face,");
@@ -719,10 +752,16 @@ void DeckReader::resolve_nodes()
         }
 }
 
-// Points are masses, and lines springs and dashpots.
-static bool has_material(Shape shape)
+// Points are masses, and lines that are no beams springs and dashpots.
+static bool has_material(const ElementType& type)
 {
-    return shape != Shape::point && shape != Shape::line2;
+    return is_beam(type) || (type.shape != Shape::point && type.shape != Shape::line2);
+}
+
+static bool fits(const Section& section, const ElementType& type)
+{
+    return has_material(type) && is_beam(type) == (section.width > 0.0) &&
+           is_shell(type.shape) == (section.thickness > 0.0 && section.width == 0.0);
 }
 
 void DeckReader::apply_sections()
@@ -739,19 +778,21 @@ void DeckReader::apply_sections()
         {
             const int index = element_index_.at(id);
             Element& element = deck_.mesh.elements[size_t(index)];
-            if (is_shell(element.type->shape) != section.shell || !has_material(element.type->shape))
+            if (!fits(section, *element.type))
                 throw InputError(section.place,
                                  "element " + std::to_string(id) + " is of type " + std::string(element.type->name));
             element.density = material->second.density;
             element.thickness = section.thickness;
-            element.elasticity = elasticities_.use({material->first, section.orientation, section.shell});
+            element.elasticity = elasticities_.use({material->first, section.orientation, section.thickness > 0.0});
+            element.width = section.width;
+            element.axis = section.axis;
             assigned[size_t(index)] = 1;
         }
     }
     for (size_t i = 0; i < assigned.size(); ++i)
     {
         const Element& element = deck_.mesh.elements[i];
-        if (!assigned[i] && has_material(element.type->shape))
+        if (!assigned[i] && has_material(*element.type))
             throw InputError(deck_.mesh.place(element), "element " + std::to_string(element.id) + " has no section");
     }
 }

@@ -5,7 +5,7 @@
 namespace zel_fem::ccx
 {
 
-// The solver integrates shells as the solids of one layer that it makes of them. Where stress is told, it agrees with the solver's.
+// The solver integrates shells and beams as the solids that it makes of them. Where stress is told, it agrees with the solver's.
 constexpr ElementType kTypes[] = {
     {"C3D4", Shape::tet4, 1, 0, StressRule::points},
     {"C3D6", Shape::wedge6, 1, 2}, // the solver gives its nodes each other's stress
@@ -29,6 +29,9 @@ constexpr ElementType kTypes[] = {
     {"SPRINGA", Shape::line2, 0, 0},
     {"SPRING2", Shape::line2, 0, 0},
     {"DASHPOTA", Shape::line2, 0, 0},
+    {"B31", Shape::line2, 0, 0},
+    {"B32", Shape::line3, 0, 0},
+    {"B32R", Shape::line3, 0, 0},
 };
 
 const ElementType* find_element_type(std::string_view name)

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <map>
+#include <optional>
 #include <string>
 
+#include "fem/sources/ccx/beams.h"
 #include "fem/sources/ccx/element_types.h"
 
 namespace zel_fem::ccx
@@ -14,10 +16,14 @@ using Eigen::MatrixXd;
 using Eigen::Vector3d;
 using Eigen::VectorXd;
 
-bool has_shells(const Mesh& mesh)
+bool is_expanded(const Element& element)
 {
-    return std::any_of(mesh.elements.begin(), mesh.elements.end(),
-                       [](const Element& element) { return is_shell(element.type->shape); });
+    return is_shell(element.type->shape) || is_beam(*element.type);
+}
+
+bool has_expanded(const Mesh& mesh)
+{
+    return std::any_of(mesh.elements.begin(), mesh.elements.end(), is_expanded);
 }
 
 static int corner_count(Shape shape)
@@ -54,12 +60,13 @@ static Vector3d normal_at(const Mesh& mesh, const Element& element, int k)
 
 namespace
 {
-// What the elements at a node of shells say of it.
+// What the elements at a node of shells or beams say of it.
 struct Meeting
 {
     std::vector<Vector3d> normals;
     double thickness = 0.0;
     bool corner = false;
+    std::optional<CrossSection> section; // of beams
 };
 } // namespace
 
@@ -71,6 +78,18 @@ struct Meeting
 static void join(const Mesh& mesh, const Element& element, int k, Meeting& meeting)
 {
     const int node = element.nodes[size_t(k)];
+    if (is_beam(*element.type))
+    {
+        const CrossSection own = section_at(mesh, element, k);
+        if (!meeting.normals.empty() || (meeting.section && !(*meeting.section == own)))
+            refuse(
+                mesh, element, node,
+                "joins beams at an angle or of different sections, or a shell: matrices of such a knot are not proved");
+        meeting.section = own;
+        return;
+    }
+    if (meeting.section)
+        refuse(mesh, element, node, "joins a shell and a beam: matrices of such a knot are not proved");
     if (!meeting.normals.empty() && meeting.thickness != element.thickness)
         refuse(mesh, element, node, "joins shells of different thickness: import modes from *NODE FILE, OUTPUT=2D");
     meeting.thickness = element.thickness;
@@ -83,19 +102,26 @@ static Element solid_from(const Element& shell, const std::vector<LayeredNode>& 
                           const std::vector<int>& shell_of)
 {
     const int corners = corner_count(shell.type->shape), count = node_count(shell.type->shape);
+    const auto layers = [&](int k) -> const std::vector<int>& {
+        return shells[size_t(shell_of[size_t(shell.nodes[size_t(k)])])].all;
+    };
+    if (is_beam(*shell.type))
+    {
+        std::vector<std::vector<int>> sections;
+        for (int k = 0; k < count; ++k)
+            sections.push_back(layers(k));
+        return beam_solid(shell, sections);
+    }
     Element solid = shell;
     solid.type = find_element_type(solid_of(*shell.type));
     solid.thickness = 0.0;
     int next = 0;
-    const auto append = [&](int from, int to, int LayeredNode::*layer) {
-        for (int k = from; k < to; ++k)
-            solid.nodes[size_t(next++)] = shells[size_t(shell_of[size_t(shell.nodes[size_t(k)])])].*layer;
-    };
-    append(0, corners, &LayeredNode::bottom);
-    append(0, corners, &LayeredNode::top);
-    append(corners, count, &LayeredNode::bottom);
-    append(corners, count, &LayeredNode::top);
-    append(0, count > corners ? corners : 0, &LayeredNode::middle);
+    for (const auto& [from, to] : {std::pair(0, corners), std::pair(corners, count)})
+        for (const bool top : {false, true})
+            for (int k = from; k < to; ++k)
+                solid.nodes[size_t(next++)] = top ? layers(k).back() : layers(k).front();
+    for (int k = 0; count > corners && k < corners; ++k)
+        solid.nodes[size_t(next++)] = layers(k)[1];
     return solid;
 }
 
@@ -107,7 +133,7 @@ Expansion expand_shells(const Deck& deck)
     std::vector<int>& shell_of = expansion.layers.layers_of_node;
     std::vector<Meeting> meetings(mesh.nodes.size());
     for (const Element& element : mesh.elements)
-        for (int k = 0; is_shell(element.type->shape) && k < node_count(element.type->shape); ++k)
+        for (int k = 0; is_expanded(element) && k < node_count(element.type->shape); ++k)
             join(mesh, element, k, meetings[size_t(element.nodes[size_t(k)])]);
     Mesh& solids = expansion.deck.mesh;
     int next_id = 0;
@@ -119,25 +145,39 @@ Expansion expand_shells(const Deck& deck)
     for (int node = 0; node < int(mesh.nodes.size()); ++node)
     {
         const Meeting& meeting = meetings[size_t(node)];
-        if (meeting.normals.empty())
+        if (meeting.normals.empty() && !meeting.section)
             continue;
-        Vector3d sum = Vector3d::Zero();
-        for (const Vector3d& normal : meeting.normals)
-            sum += normal;
-        const Vector3d at = mesh.nodes[size_t(node)].at, normal = sum.normalized(),
-                       half = 0.5 * meeting.thickness * normal;
-        const int bottom = add_node(node, at - half), middle = meeting.corner ? add_node(node, at) : -1;
+        std::vector<Vector3d> places;
+        if (meeting.section)
+            places = meeting.section->places();
+        else
+        {
+            Vector3d sum = Vector3d::Zero();
+            for (const Vector3d& normal : meeting.normals)
+                sum += normal;
+            const Vector3d half = 0.5 * meeting.thickness * sum.normalized();
+            places = meeting.corner ? std::vector<Vector3d>{-half, Vector3d::Zero(), half}
+                                    : std::vector<Vector3d>{-half, half};
+        }
+        std::vector<int> all;
+        for (const Vector3d& place : places)
+            all.push_back(add_node(node, mesh.nodes[size_t(node)].at + place));
+        std::vector<int> outer = {all.front(), all.back()};
+        if (meeting.section)
+            outer.assign(all.begin(), all.begin() + 4);
         shell_of[size_t(node)] = int(shells.size());
-        shells.push_back({node, bottom, middle, add_node(node, at + half), normal, meeting.thickness});
+        shells.emplace_back(node, std::move(all), std::move(outer), solids);
     }
     for (Element& element : solids.elements)
-        if (is_shell(element.type->shape))
+        if (is_expanded(element))
             element = solid_from(element, shells, shell_of);
         else
             for (int k = 0; k < node_count(element.type->shape); ++k)
                 if (shell_of[size_t(element.nodes[size_t(k)])] >= 0)
                     refuse(mesh, element, element.nodes[size_t(k)],
-                           "belongs to a shell as well: import modes from *NODE FILE, OUTPUT=2D");
+                           meetings[size_t(element.nodes[size_t(k)])].section
+                               ? "belongs to a beam as well: matrices of such a knot are not proved"
+                               : "belongs to a shell as well: import modes from *NODE FILE, OUTPUT=2D");
     expansion.layers.mesh = solids;
     return expansion;
 }
@@ -185,8 +225,9 @@ void Expansion::name_layers(std::vector<Freedom>& freedoms) const
     for (const LayeredNode& shell : layers.nodes)
         for (int component = 1; component <= 3; ++component)
             if (seen[{shell.node, component}] != layers.nodes_of(shell.node).size())
-                refuse(deck.mesh, element_with(deck.mesh, shell.bottom), shell.node,
-                       "has other freedoms in the matrices than a smooth shell without supports and ties");
+                refuse(deck.mesh, element_with(deck.mesh, shell.all[0]), shell.node,
+                       "has other freedoms in the matrices than a smooth shell or straight beam without supports and "
+                       "ties");
 }
 
 } // namespace zel_fem::ccx

@@ -1,4 +1,5 @@
-// Shells as the solver computes them: solids of one layer, whose nodes lie below, in and above each node of the shell.
+// Shells as the solver computes them: solids of one layer, whose nodes lie below, in and above each node of the shell. So too beams,
+// whose nodes lie across theirs.
 #ifndef FEM_SHELLS_H
 #define FEM_SHELLS_H
 
@@ -25,7 +26,9 @@ struct Expansion
     void name_layers(std::vector<int>& node_ids) const;
 };
 
-bool has_shells(const Mesh& mesh);
+// Whether the solver computes shells or beams of the mesh as solids.
+bool is_expanded(const Element& element);
+bool has_expanded(const Mesh& mesh);
 
 // The solver averages the normals of the elements that meet at a node. InputError where shells of
 // different thickness, or other elements, meet.

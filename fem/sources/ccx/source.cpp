@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "checks/report.h"
+#include "fem/sources/ccx/beams.h"
 #include "fem/sources/ccx/ccx.h"
 #include "fem/sources/ccx/element_types.h"
 #include "fem/sources/ccx/results.h"
@@ -71,7 +72,7 @@ static std::vector<char> turning_nodes(const Deck& deck)
 {
     std::vector<char> turning(deck.mesh.nodes.size());
     for (const Element& element : deck.mesh.elements)
-        for (int i = 0; is_shell(element.type->shape) && i < node_count(element.type->shape); ++i)
+        for (int i = 0; is_expanded(element) && i < node_count(element.type->shape); ++i)
             turning[size_t(element.nodes[size_t(i)])] = 1;
     for (const Tie& tie : deck.ties)
         turning[size_t(deck.find_node(tie.reference_id))] |= char(tie.turns);
@@ -184,9 +185,10 @@ static void check_constraints(const Deck& deck, const Layers& layers)
     const auto check = [&](const Place& place, int id) {
         if (const int node = deck.find_node(id); node >= 0 && layers.layers_of_node[size_t(node)] >= 0)
             throw InputError(
-                place, format("node %d belongs to a shell, whose constraints are not proved: take the modes of *NODE "
-                              "FILE, OUTPUT=2D (route results)",
-                              id));
+                place,
+                format("node %d belongs to a shell or beam, whose constraints are not proved: take the modes of *NODE "
+                       "FILE, OUTPUT=2D (route results)",
+                       id));
     };
     for (const Equation& equation : deck.equations)
         for (const Equation::Term& term : equation.terms)
@@ -217,7 +219,7 @@ void CcxSource::read_matrices_into(Model& model, Progress& progress) const
 // Whether the results are those of the nodes that the solver made for shells (OUTPUT=3D).
 static bool has_layers(const Deck& deck, const FrdFile& frd)
 {
-    return has_shells(deck.mesh) &&
+    return has_expanded(deck.mesh) &&
            std::any_of(frd.node_ids.begin(), frd.node_ids.end(), [&deck](int id) { return deck.find_node(id) < 0; });
 }
 
@@ -227,6 +229,11 @@ void CcxSource::read_results_into(Model& model, const std::vector<Interface>& in
     FrdFile frd = read_frd(job_ + ".frd");
     if (!has_layers(deck_, frd))
     {
+        for (const Element& element : deck_.mesh.elements)
+            if (is_beam(*element.type))
+                throw InputError(deck_.mesh.place(element),
+                                 "results of beams are taken with *NODE FILE, OUTPUT=3D alone: without it "
+                                 "nothing is known of their torsion");
         model.modes = modes_from_results(deck_, interfaces, frd, job_, step_);
         return;
     }
