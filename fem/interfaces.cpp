@@ -119,7 +119,7 @@ std::vector<Interface> expanded(const Layers& layers, std::vector<Interface> int
             const std::vector<int> own = layers.nodes_of(interface.tied[i]);
             const double weight = interface.weights.empty() ? 0.0 : interface.weights[i];
             const int layered = layers.layers_of_node[size_t(interface.tied[i])];
-            const std::vector<int>& outer = layered < 0 ? own : layers.nodes[size_t(layered)].outer;
+            const std::vector<int>& outer = own.size() == 1 ? own : layers.nodes[size_t(layered)].outer;
             for (int layer : own)
                 all.emplace_back(layer, std::find(outer.begin(), outer.end(), layer) == outer.end()
                                             ? 0.0
@@ -234,7 +234,7 @@ static void check_dependents(const Model& model, const Interface& interface,
         for (size_t i = 0; found != masters.end() && i < found->second.size(); ++i)
         {
             const int master = model.matrices->rows[found->second[i]].node;
-            if (master != interface.reference && owner[size_t(master)] != interface.reference_id)
+            if (master >= 0 && master != interface.reference && owner[size_t(master)] != interface.reference_id)
                 throw InputError(model.dependents.from.at(node),
                                  "node " + std::to_string(model.moved_mesh().nodes[size_t(node)].id) +
                                      " of the interface with reference node " + std::to_string(interface.reference_id) +
@@ -254,6 +254,8 @@ void check_interfaces(const Model& model, const std::vector<Interface>& interfac
     for (const Element& element : mesh.elements)
         for (int i = 0; element.type->shape != Shape::point && i < node_count(element.type->shape); ++i)
             structural[size_t(element.nodes[size_t(i)])] = 1;
+    for (size_t i = 0; model.layers && i < model.layers->nodes.size(); ++i)
+        structural[size_t(model.layers->nodes[i].node)] = model.layers->nodes[i].is_knot;
     for (size_t node = 0; node < moved.size() && !model.mesh_has_mass; ++node)
         structural[node] = structural[node] || moved[node] != 0; // elements only draw: what moves belongs to the body
     for (const Interface& interface : interfaces)

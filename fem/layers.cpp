@@ -29,7 +29,7 @@ LayeredNode::LayeredNode(int own, std::vector<int> every, std::vector<int> telli
 std::vector<int> Layers::nodes_of(int node) const
 {
     const int layered = layers_of_node[size_t(node)];
-    return layered < 0 ? std::vector<int>{node} : nodes[size_t(layered)].all;
+    return layered < 0 || nodes[size_t(layered)].is_knot ? std::vector<int>{node} : nodes[size_t(layered)].all;
 }
 
 MatrixXd Layers::mean(const MatrixXd& values, Index width) const

@@ -18,6 +18,7 @@ struct LayeredNode
     std::vector<int>
         outer; // those that tell its motion: bottom and top of a shell, the corners of a beam. It is their mean
     Eigen::Matrix3Xd arms; // from it to these, one column each
+    bool is_knot = false;  // it moves itself, with rotations, and the others with it
     Eigen::Matrix3d turn;  // the rotation that fits displacements u of these best is turn times the sum of arm x u
 
     LayeredNode(int own, std::vector<int> every, std::vector<int> telling, const Mesh& mesh);
@@ -29,7 +30,7 @@ struct Layers
     std::vector<LayeredNode> nodes;  // ascending
     std::vector<int> layers_of_node; // by node of the body's mesh: index into nodes, -1: it moves itself
 
-    // The nodes that stand for one of the body's mesh: its layers, from bottom to top, or itself.
+    // The nodes that stand for one of the body's mesh: its layers, from bottom to top, or itself, as knots do.
     std::vector<int> nodes_of(int node) const;
     // Values of the body's nodes from those of the layers, `width` rows a node: the mean of the outer ones.
     Eigen::MatrixXd mean(const Eigen::MatrixXd& values, Eigen::Index width) const;

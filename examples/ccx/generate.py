@@ -198,6 +198,32 @@ def joined_jobs(scratch, heading, section):
               ["frd", "dat"], TESTS)
 
 
+def expanded_jobs(scratch, heading):
+    """Beams along a skew line, a frame of beams that branches, and a sheet of two thicknesses that is folded at a right angle."""
+    def deck(kind, nodes, elements, section):
+        return ("*NODE\n" + "".join(f"{i}, " + ", ".join(f"{x:.10g}" for x in at) + "\n" for i, at in nodes.items()) +
+                f"*ELEMENT, TYPE={kind}, ELSET=ALL\n" +
+                "".join(f"{e + 1}, " + ", ".join(map(str, ids)) + "\n" for e, ids in enumerate(elements)) + STEEL + section)
+
+    rect = "*BEAM SECTION, ELSET=ALL, MATERIAL=STEEL, SECTION=RECT\n4., 2.5\n0.3, 0.1, 1.\n"
+    skew = {2 * i + 3: (9.6 * i + 1, 4.32 * i, 5.76 * i) for i in range(7)}
+    frame = {9: (0, 0, 0), 2: (20, 0, 0), 7: (40, 0, 0), 4: (40, 20, 0), 5: (40, 40, 0), 6: (40, 20, 20), 3: (40, 40, 20),
+             8: (40, 40, 40), 1: (60, 0, 0), 10: (80, 0, 0)}
+    sheet, numbers = [], {}
+    for i, j in ((i, j) for i in range(2) for j in range(2)):
+        for part in (lambda u, v: (u, v, 0.), lambda u, v: (10., v, u)):
+            ring = [(0, 0), (2, 0), (2, 2), (0, 2), (1, 0), (2, 1), (1, 2), (0, 1)]
+            sheet.append([numbers.setdefault(part(5. * i + 2.5 * a, 7. * j + 3.5 * b), len(numbers) + 1) for a, b in ring])
+    fold = ("*ELSET, ELSET=UP\n2, 4, 6, 8\n*SHELL SECTION, ELSET=ALL, MATERIAL=STEEL\n1.\n"
+            "*SHELL SECTION, ELSET=UP, MATERIAL=STEEL\n1.4\n")
+    for name, text in (("skew_beam", deck("B31", skew, [(i, i + 2) for i in range(3, 15, 2)], rect)),
+                       ("frame", deck("B32R", frame, [(9, 2, 7), (7, 4, 5), (5, 3, 8), (7, 1, 10)], rect)),
+                       ("fold", deck("S8R", {n: at for at, n in numbers.items()}, sheet, fold))):
+        solve(name, heading.format(name) + text + MATRICES, scratch, ["dof", "sti", "mas"], TESTS)
+        solve(name + "_modes", heading.format(name) + text + "*STEP\n*FREQUENCY\n12\n*NODE FILE, OUTPUT=3D\nU\n*END STEP\n",
+              scratch, ["frd", "dat"], TESTS)
+
+
 def plate(cells, size):
     """Nodes and S8R elements of a rectangle in the plane z = 0."""
     corners = [(0, 0), (2, 0), (2, 2), (0, 2), (1, 0), (2, 1), (1, 2), (0, 1)]
@@ -257,6 +283,7 @@ def main():
         hard_jobs(scratch, heading, section)
         joined_jobs(scratch, heading, section)
         patches(scratch, heading)
+        expanded_jobs(scratch, heading)
         mesh, count = beam((20, 2, 2), (1000., 40., 20.))
         model = mesh + STEEL + section.format("BEAM")
         title = heading.format("Steel beam 1000 x 40 x 20 mm of C3D20 bricks")

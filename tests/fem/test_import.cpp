@@ -219,7 +219,7 @@ TEST(Decks, ThatCannotBeImportedNameFileAndLine)
         {"*NODE\n-4, 0\n", "job.inp:2: node number -4 is not positive"},
         {"*NODE\n1,0,0,0\n", "job.inp: the deck has no elements"},
         {"*ELEMENT\n", "job.inp:1: *ELEMENT without TYPE="},
-        {"*ELEMENT,TYPE=B32\n", "job.inp:1: elements of type B32 cannot be imported"},
+        {"*ELEMENT,TYPE=B31R\n", "job.inp:1: elements of type B31R cannot be imported"},
         {"*ELEMENT,TYPE=C3D4\n1,1,2\n", "job.inp:2: an element of type C3D4 has 4 nodes, not 2"},
         {kTet + "9,1,2,3,4\n", "job.inp:8: element 9 is defined twice"},
         {kTet + "8,1,2,3,77\n" + kSteel, "job.inp:8: element 8: node 77 is not defined"},
@@ -813,7 +813,7 @@ TEST_F(Import, RefusesShellsThatMeetOtherwise)
         "s.inp:14: matrices of tied shells cannot be imported: leave the tie out of the deck and name its nodes with "
         "--interface");
     EXPECT_EQ(refusal(one + section),
-              "s.inp:11: node 1 has other freedoms in the matrices than a smooth shell without supports and ties");
+              "s.inp:11: node 1 has other freedoms in the matrices than shells or beams without supports and ties");
 }
 
 TEST_F(Import, GivesTheSameBytesTwice)

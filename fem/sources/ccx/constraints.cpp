@@ -8,6 +8,7 @@
 
 #include "fem/model.h"
 #include "fem/sources/ccx/deck.h"
+#include "fem/sources/ccx/shells.h"
 #include "fem/sources/ccx/surface_ties.h"
 
 namespace zel_fem::ccx
@@ -103,14 +104,15 @@ namespace
 {
 using Combination = std::map<int64_t, double>; // of rows
 
-// A displacement: six a node.
+// Three displacements, three rotations and the stretch of a node.
 using Freedom = int64_t;
+constexpr int kFreedoms = 7, kStretch = 6;
 
 class Elimination
 {
 public:
-    Elimination(const Deck& deck, const std::vector<zel_fem::Row>& rows);
-    bool has_row(int node, int component) const { return row_of_[size_t(6 * node + component)] >= 0; }
+    Elimination(const Deck& deck, const std::vector<Knot>& knots, const std::vector<zel_fem::Row>& rows);
+    bool has_row(int node, int component) const { return row_of_[size_t(kFreedoms * node + component)] >= 0; }
     void add(const Equation& equation);
     Dependents solve();
 
@@ -139,12 +141,14 @@ private:
 };
 } // namespace
 
-Elimination::Elimination(const Deck& deck, const std::vector<zel_fem::Row>& rows)
-    : deck_(deck), row_of_(6 * deck.mesh.nodes.size(), -1), row_count_(int64_t(rows.size()))
+Elimination::Elimination(const Deck& deck, const std::vector<Knot>& knots, const std::vector<zel_fem::Row>& rows)
+    : deck_(deck), row_of_(kFreedoms * deck.mesh.nodes.size(), -1), row_count_(int64_t(rows.size()))
 {
     for (size_t i = 0; i < rows.size(); ++i)
         if (rows[i].node >= 0)
-            row_of_[size_t(6 * rows[i].node + rows[i].component)] = int64_t(i);
+            row_of_[size_t(kFreedoms * rows[i].node + rows[i].component)] = int64_t(i);
+    for (const Knot& knot : knots)
+        row_of_[size_t(kFreedoms * knot.node + kStretch)] = knot.stretch_row;
 }
 
 void Elimination::add(const Equation& equation)
@@ -155,7 +159,7 @@ void Elimination::add(const Equation& equation)
         const int node = deck_.find_node(id);
         if (node < 0)
             throw InputError(equation.place, "node " + std::to_string(id) + " is not defined");
-        pending.terms[6 * Freedom(node) + component] += coefficient;
+        pending.terms[kFreedoms * Freedom(node) + component] += coefficient;
     }
     std::erase_if(pending.terms, [](const auto& term) { return term.second == 0.0; });
     for (const auto& [freedom, coefficient] : pending.terms)
@@ -180,8 +184,8 @@ void Elimination::store(Freedom freedom, Combination value, const Place& place, 
 {
     std::erase_if(value, [](const auto& term) { return term.second == 0.0; });
     solved_[freedom] = std::move(value);
-    if (freedom % 6 < 3)
-        from_.try_emplace(int(freedom / 6), place);
+    if (freedom % kFreedoms < 3)
+        from_.try_emplace(int(freedom / kFreedoms), place);
     for (const size_t user : used_by_[freedom])
         if (--equations_[user].unknown == 1)
             ready.push_back(user);
@@ -298,8 +302,8 @@ Dependents Elimination::solve()
     std::vector<Eigen::Triplet<double, int64_t>> entries;
     for (const auto& [freedom, value] : solved_)
         for (const auto& [row, factor] : value)
-            if (freedom % 6 < 3)
-                entries.emplace_back(3 * (freedom / 6) + freedom % 6, row, factor);
+            if (freedom % kFreedoms < 3)
+                entries.emplace_back(3 * (freedom / kFreedoms) + freedom % kFreedoms, row, factor);
     Dependents dependents{SparseMatrix(3 * int64_t(deck_.mesh.nodes.size()), row_count_), std::move(from_)};
     dependents.motion.setFromTriplets(entries.begin(), entries.end());
     return dependents;
@@ -307,22 +311,27 @@ Dependents Elimination::solve()
 
 // ---- Constraints of the deck -------------------------------------------------------------------------------------------------
 
-// Component c of u = u_reference + w x r, r from the reference node.
-static Equation follow(const Deck& deck, const Tie& tie, int id, int c)
+// Component c of u = u_reference + w x r + s r, r from the reference node.
+static Equation follow(const Deck& deck, const Place& place, int reference_id, int id, int c, bool stretches)
 {
     const auto& nodes = deck.mesh.nodes;
-    const Vector3d r = nodes[size_t(deck.find_node(id))].at - nodes[size_t(deck.find_node(tie.reference_id))].at;
+    const Vector3d r = nodes[size_t(deck.find_node(id))].at - nodes[size_t(deck.find_node(reference_id))].at;
     const int next = (c + 1) % 3, last = (c + 2) % 3;
-    return {tie.place,
+    return {place,
             {{id, c, 1.0},
-             {tie.reference_id, c, -1.0},
-             {tie.reference_id, 3 + next, -r[last]},
-             {tie.reference_id, 3 + last, r[next]}}};
+             {reference_id, c, -1.0},
+             {reference_id, 3 + next, -r[last]},
+             {reference_id, 3 + last, r[next]},
+             {reference_id, kStretch, stretches ? -r[c] : 0.0}}};
 }
 
-Dependents dependents_of(const Deck& deck, const std::vector<zel_fem::Row>& rows)
+Dependents dependents_of(const Deck& deck, const std::vector<Knot>& knots, const std::vector<zel_fem::Row>& rows)
 {
-    Elimination elimination(deck, rows);
+    Elimination elimination(deck, knots, rows);
+    for (const Knot& knot : knots)
+        for (const int id : knot.layer_ids)
+            for (int c = 0; c < 3; ++c)
+                elimination.add(follow(deck, knot.place, deck.mesh.nodes[size_t(knot.node)].id, id, c, true));
     for (const Equation& equation : deck.equations)
         elimination.add(equation);
     for (const Tie& tie : deck.ties)
@@ -331,7 +340,7 @@ Dependents dependents_of(const Deck& deck, const std::vector<zel_fem::Row>& rows
             const int node = deck.find_node(id);
             for (int c = 0; c < 3; ++c)
                 if (!elimination.has_row(node, c))
-                    elimination.add(follow(deck, tie, id, c));
+                    elimination.add(follow(deck, tie.place, tie.reference_id, id, c, false));
         }
     for (const SurfaceTie& tie : deck.surface_ties)
         for (const Equation& equation : equations_of(deck, tie))

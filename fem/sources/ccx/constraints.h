@@ -20,6 +20,7 @@ namespace zel_fem::ccx
 {
 
 struct Deck;
+struct Knot;
 
 // The sum of the terms is zero.
 struct Equation
@@ -59,9 +60,9 @@ Transform read_transform(const CardReader& cards, const Card& card);
 
 SurfaceTie read_surface_tie(const CardReader& cards, const Card& card);
 
-// What the deck's ties and equations say of displacements that are none of the rows; nodes are those of the deck's mesh. InputError
+// What knots and the deck's ties and equations say of displacements that are none of the rows; nodes are those of the deck's mesh. InputError
 // where they do not tell, and for equations that the rows do not know.
-Dependents dependents_of(const Deck& deck, const std::vector<zel_fem::Row>& rows);
+Dependents dependents_of(const Deck& deck, const std::vector<Knot>& knots, const std::vector<zel_fem::Row>& rows);
 
 } // namespace zel_fem::ccx
 

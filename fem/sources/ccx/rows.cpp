@@ -37,7 +37,8 @@ static std::vector<int> find_rotation_nodes(const Deck& deck, const StoredMatric
         ids.push_back(tie.rotation_id);
     }
     for (const Freedom& freedom : matrices.freedoms)
-        if (deck.find_node(freedom.node_id) < 0 && made_at.try_emplace(freedom.node_id, Index(made.size())).second)
+        if (freedom.node_id != 0 && deck.find_node(freedom.node_id) < 0 &&
+            made_at.try_emplace(freedom.node_id, Index(made.size())).second)
             made.push_back(freedom.node_id);
     MatrixXd strength = MatrixXd::Zero(Index(ids.size()), Index(made.size()));
     for (Index column = 0; column < matrices.stiffness.cols(); ++column)

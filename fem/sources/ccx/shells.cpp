@@ -16,6 +16,8 @@ using Eigen::MatrixXd;
 using Eigen::Vector3d;
 using Eigen::VectorXd;
 
+constexpr double kSmooth = 0.9962; // cosine of five degrees: shells at less are one to the solver
+
 bool is_expanded(const Element& element)
 {
     return is_shell(element.type->shape) || is_beam(*element.type);
@@ -60,50 +62,81 @@ static Vector3d normal_at(const Mesh& mesh, const Element& element, int k)
 
 namespace
 {
-// What the elements at a node of shells or beams say of it.
-struct Meeting
+// Elements at a node that share the nodes of one section, as they meet smoothly there.
+struct Group
 {
+    std::vector<int> elements;           // indexes
+    std::optional<CrossSection> section; // of beams; else of shells:
     std::vector<Vector3d> normals;
     double thickness = 0.0;
     bool corner = false;
-    std::optional<CrossSection> section; // of beams
+    std::vector<int> all; // the nodes, in the solver's order
+
+    std::vector<Vector3d> places() const;
 };
+// Several of them make a knot.
+using Meeting = std::vector<Group>;
 } // namespace
+
+// From the node of the shell or beam.
+std::vector<Vector3d> Group::places() const
+{
+    if (section)
+        return section->places();
+    Vector3d sum = Vector3d::Zero();
+    for (const Vector3d& normal : normals)
+        sum += normal;
+    const Vector3d half = 0.5 * thickness * sum.normalized();
+    return corner ? std::vector<Vector3d>{-half, Vector3d::Zero(), half} : std::vector<Vector3d>{-half, half};
+}
 
 [[noreturn]] static void refuse(const Mesh& mesh, const Element& element, int node, const std::string& why)
 {
     throw InputError(mesh.place(element), "node " + std::to_string(mesh.nodes[size_t(node)].id) + " " + why);
 }
 
-static void join(const Mesh& mesh, const Element& element, int k, Meeting& meeting)
+static void join(const Mesh& mesh, int index, int k, Meeting& meeting)
 {
-    const int node = element.nodes[size_t(k)];
+    const Element& element = mesh.elements[size_t(index)];
+    Group own;
     if (is_beam(*element.type))
-    {
-        const CrossSection own = section_at(mesh, element, k);
-        if (!meeting.normals.empty() || (meeting.section && !(*meeting.section == own)))
-            refuse(
-                mesh, element, node,
-                "joins beams at an angle or of different sections, or a shell: matrices of such a knot are not proved");
-        meeting.section = own;
-        return;
-    }
-    if (meeting.section)
-        refuse(mesh, element, node, "joins a shell and a beam: matrices of such a knot are not proved");
-    if (!meeting.normals.empty() && meeting.thickness != element.thickness)
-        refuse(mesh, element, node, "joins shells of different thickness: import modes from *NODE FILE, OUTPUT=2D");
-    meeting.thickness = element.thickness;
-    meeting.corner = k < corner_count(element.type->shape) && has_mid_sides(element.type->shape);
-    meeting.normals.push_back(normal_at(mesh, element, k));
+        own.section = section_at(mesh, element, k);
+    else
+        own.normals.push_back(normal_at(mesh, element, k));
+    own.thickness = element.thickness;
+    own.corner = k < corner_count(element.type->shape) && has_mid_sides(element.type->shape);
+    const auto same = std::find_if(meeting.begin(), meeting.end(), [&](const Group& other) {
+        if (own.section || other.section)
+            return own.section && other.section && *own.section == *other.section;
+        return own.normals[0].dot(other.normals[0]) > kSmooth;
+    });
+    for (const Group& other : meeting)
+        if (!own.section && !other.section && own.thickness != other.thickness &&
+            own.normals[0].dot(other.normals[0]) > kSmooth)
+            refuse(mesh, element, element.nodes[size_t(k)],
+                   "joins shells of different thickness: import modes from *NODE FILE, OUTPUT=2D");
+    const bool fresh = same == meeting.end();
+    if (fresh)
+        meeting.push_back(own);
+    else
+        same->normals.insert(same->normals.end(), own.normals.begin(), own.normals.end());
+    Group& joined = fresh ? meeting.back() : *same;
+    joined.corner = own.corner;
+    joined.elements.push_back(index);
 }
 
 // The solid's nodes in its own order: bottom and top corners, bottom and top mid-side nodes, those between bottom and top.
-static Element solid_from(const Element& shell, const std::vector<LayeredNode>& shells,
-                          const std::vector<int>& shell_of)
+static Element solid_from(const Element& shell, int index, const std::vector<Meeting>& meetings)
 {
     const int corners = corner_count(shell.type->shape), count = node_count(shell.type->shape);
     const auto layers = [&](int k) -> const std::vector<int>& {
-        return shells[size_t(shell_of[size_t(shell.nodes[size_t(k)])])].all;
+        const Meeting& meeting = meetings[size_t(shell.nodes[size_t(k)])];
+        return std::find_if(meeting.begin(), meeting.end(),
+                            [&](const Group& group) {
+                                return std::find(group.elements.begin(), group.elements.end(), index) !=
+                                       group.elements.end();
+                            })
+            ->all;
     };
     if (is_beam(*shell.type))
     {
@@ -125,59 +158,62 @@ static Element solid_from(const Element& shell, const std::vector<LayeredNode>& 
     return solid;
 }
 
+static std::vector<Meeting> meetings_of(const Mesh& mesh)
+{
+    std::vector<Meeting> meetings(mesh.nodes.size());
+    for (size_t i = 0; i < mesh.elements.size(); ++i)
+    {
+        const Element& element = mesh.elements[i];
+        for (int k = 0; is_expanded(element) && k < node_count(element.type->shape); ++k)
+            join(mesh, int(i), k, meetings[size_t(element.nodes[size_t(k)])]);
+    }
+    for (const Element& element : mesh.elements)
+        for (int k = 0; !is_expanded(element) && k < node_count(element.type->shape); ++k)
+            if (const Meeting& meeting = meetings[size_t(element.nodes[size_t(k)])]; !meeting.empty())
+                refuse(mesh, element, element.nodes[size_t(k)],
+                       meeting[0].section ? "belongs to a beam as well: matrices of such a knot are not proved"
+                                          : "belongs to a shell as well: import modes from *NODE FILE, OUTPUT=2D");
+    return meetings;
+}
+
 Expansion expand_shells(const Deck& deck)
 {
     const Mesh& mesh = deck.mesh;
-    Expansion expansion{deck, {{}, {}, std::vector<int>(mesh.nodes.size(), -1)}};
-    std::vector<LayeredNode>& shells = expansion.layers.nodes;
-    std::vector<int>& shell_of = expansion.layers.layers_of_node;
-    std::vector<Meeting> meetings(mesh.nodes.size());
-    for (const Element& element : mesh.elements)
-        for (int k = 0; is_expanded(element) && k < node_count(element.type->shape); ++k)
-            join(mesh, element, k, meetings[size_t(element.nodes[size_t(k)])]);
+    Expansion expansion{deck, {{}, {}, std::vector<int>(mesh.nodes.size(), -1)}, {}};
+    std::vector<Meeting> meetings = meetings_of(mesh);
     Mesh& solids = expansion.deck.mesh;
     int next_id = 0;
-    const auto add_node = [&](int node, const Vector3d& at) {
-        expansion.deck.node_index[--next_id] = int(solids.nodes.size());
-        solids.nodes.push_back({mesh.nodes[size_t(node)].id, at});
-        return int(solids.nodes.size()) - 1;
-    };
     for (int node = 0; node < int(mesh.nodes.size()); ++node)
     {
-        const Meeting& meeting = meetings[size_t(node)];
-        if (meeting.normals.empty() && !meeting.section)
+        Meeting& meeting = meetings[size_t(node)];
+        if (meeting.empty())
             continue;
-        std::vector<Vector3d> places;
-        if (meeting.section)
-            places = meeting.section->places();
-        else
+        std::vector<int> all, outer;
+        Knot knot{mesh.place(mesh.elements[size_t(meeting[0].elements[0])]), node, {}};
+        for (Group& group : meeting)
         {
-            Vector3d sum = Vector3d::Zero();
-            for (const Vector3d& normal : meeting.normals)
-                sum += normal;
-            const Vector3d half = 0.5 * meeting.thickness * sum.normalized();
-            places = meeting.corner ? std::vector<Vector3d>{-half, Vector3d::Zero(), half}
-                                    : std::vector<Vector3d>{-half, half};
+            for (const Vector3d& place : group.places())
+            {
+                expansion.deck.node_index[--next_id] = int(solids.nodes.size());
+                group.all.push_back(int(solids.nodes.size()));
+                solids.nodes.push_back({mesh.nodes[size_t(node)].id, mesh.nodes[size_t(node)].at + place});
+                knot.layer_ids.push_back(next_id);
+            }
+            all.insert(all.end(), group.all.begin(), group.all.end());
+            if (group.section)
+                outer.insert(outer.end(), group.all.begin(), group.all.begin() + 4);
+            else
+                outer.insert(outer.end(), {group.all.front(), group.all.back()});
         }
-        std::vector<int> all;
-        for (const Vector3d& place : places)
-            all.push_back(add_node(node, mesh.nodes[size_t(node)].at + place));
-        std::vector<int> outer = {all.front(), all.back()};
-        if (meeting.section)
-            outer.assign(all.begin(), all.begin() + 4);
-        shell_of[size_t(node)] = int(shells.size());
-        shells.emplace_back(node, std::move(all), std::move(outer), solids);
+        expansion.layers.layers_of_node[size_t(node)] = int(expansion.layers.nodes.size());
+        expansion.layers.nodes.emplace_back(node, std::move(all), std::move(outer), solids);
+        expansion.layers.nodes.back().is_knot = meeting.size() > 1;
+        if (meeting.size() > 1)
+            expansion.knots.push_back(std::move(knot));
     }
-    for (Element& element : solids.elements)
-        if (is_expanded(element))
-            element = solid_from(element, shells, shell_of);
-        else
-            for (int k = 0; k < node_count(element.type->shape); ++k)
-                if (shell_of[size_t(element.nodes[size_t(k)])] >= 0)
-                    refuse(mesh, element, element.nodes[size_t(k)],
-                           meetings[size_t(element.nodes[size_t(k)])].section
-                               ? "belongs to a beam as well: matrices of such a knot are not proved"
-                               : "belongs to a shell as well: import modes from *NODE FILE, OUTPUT=2D");
+    for (size_t i = 0; i < solids.elements.size(); ++i)
+        if (Element& element = solids.elements[i]; is_expanded(element))
+            element = solid_from(element, int(i), meetings);
     expansion.layers.mesh = solids;
     return expansion;
 }
@@ -206,9 +242,42 @@ void Expansion::name_layers(std::vector<int>& node_ids) const
             id = --last;
 }
 
-void Expansion::name_layers(std::vector<Freedom>& freedoms) const
+// Knots have a node of their own for three rotations, and one behind it for the stretch, in the order of their own numbers. No other
+// nodes of the solver's making have a single freedom.
+void Expansion::name_knots(std::vector<Freedom>& freedoms)
+{
+    size_t knot = 0;
+    for (size_t i = 0; i + 3 < freedoms.size(); ++i)
+    {
+        const int id = freedoms[i].node_id;
+        if (deck.find_node(id) >= 0 || id <= 0)
+            continue;
+        bool belongs = freedoms[i + 3].node_id == id + 1 && freedoms[i + 3].component == 1 &&
+                       (i + 4 == freedoms.size() || freedoms[i + 4].node_id != id + 1);
+        for (size_t c = 0; c < 3; ++c)
+            belongs = belongs && freedoms[i + c].node_id == id && freedoms[i + c].component == int(c) + 1;
+        if (!belongs)
+            continue;
+        if (knot < knots.size())
+        {
+            for (size_t c = 0; c < 3; ++c)
+                freedoms[i + c] = {deck.mesh.nodes[size_t(knots[knot].node)].id, int(c) + 4};
+            freedoms[i + 3].node_id = 0;
+            knots[knot].stretch_row = int64_t(i) + 3;
+        }
+        ++knot;
+    }
+    if (knot != knots.size())
+        throw InputError({deck.mesh.files[0], 0}, "shells and beams meet at an angle in " +
+                                                      std::to_string(knots.size()) + " nodes, and the matrices have " +
+                                                      std::to_string(knot) +
+                                                      " knots: supports, or angles of about five degrees, make others");
+}
+
+void Expansion::name_layers(std::vector<Freedom>& freedoms)
 {
     check_ties(deck, layers.layers_of_node);
+    name_knots(freedoms);
     std::vector<int> id_of(deck.mesh.nodes.size());
     for (const auto& [id, node] : deck.node_index)
         id_of[size_t(node)] = id;
@@ -226,8 +295,7 @@ void Expansion::name_layers(std::vector<Freedom>& freedoms) const
         for (int component = 1; component <= 3; ++component)
             if (seen[{shell.node, component}] != layers.nodes_of(shell.node).size())
                 refuse(deck.mesh, element_with(deck.mesh, shell.all[0]), shell.node,
-                       "has other freedoms in the matrices than a smooth shell or straight beam without supports and "
-                       "ties");
+                       "has other freedoms in the matrices than shells or beams without supports and ties");
 }
 
 } // namespace zel_fem::ccx

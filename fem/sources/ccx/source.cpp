@@ -210,7 +210,7 @@ void CcxSource::read_matrices_into(Model& model, Progress& progress) const
     StoredMatrices stored = read_matrices(job_, progress);
     expansion.name_layers(stored.freedoms);
     std::vector<zel_fem::Row> rows = rows_of(expansion.deck, stored);
-    model.dependents = dependents_of(expansion.deck, rows);
+    model.dependents = dependents_of(expansion.deck, expansion.knots, rows);
     model.matrices = {std::move(rows), std::move(stored.stiffness), std::move(stored.mass)};
     if (!expansion.layers.nodes.empty())
         model.layers = std::move(expansion.layers);
