@@ -65,7 +65,7 @@ Element beam_solid(const Element& beam, const std::vector<std::vector<int>>& sec
             solid.nodes[next++] = from[i];
     };
     for (const size_t first : {size_t(0), kCorners})
-        for (const size_t end : {0, 1})
+        for (const size_t end : {size_t(0), size_t(1)})
             if (quadratic || first == 0)
                 append(sections[end], first);
     if (quadratic)
