@@ -37,6 +37,7 @@ static std::optional<double> number_from(const std::string& text)
 static std::optional<Tolerance> tolerance_from(const std::string& text)
 {
     std::istringstream words(text);
+    words.exceptions(std::ios::badbit); // instead of going on without what memory did not suffice for
     std::string kind, value, word, floor, more;
     words >> kind >> value >> word >> floor >> more;
     const auto* row =
@@ -51,6 +52,7 @@ Tolerances tolerances_from(const std::string& text)
 {
     Tolerances tolerances;
     std::istringstream lines(text);
+    lines.exceptions(std::ios::badbit); // instead of going on without what memory did not suffice for
     int number = 0;
     for (std::string line; std::getline(lines, line);)
     {

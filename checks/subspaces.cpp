@@ -6,6 +6,9 @@
 #include <cmath>
 #include <stdexcept>
 
+extern "C" void dgesdd_(const char* vectors, const int* rows, const int* columns, double* a, const int* lda,
+                        double* values, double* u, const int* ldu, double* vt, const int* ldvt, double* work,
+                        const int* room, int* whole, int* failed);
 extern "C" void dgeqrf_(const int* rows, const int* columns, double* a, const int* lda, double* factors, double* work,
                         const int* work_size, int* failed);
 
@@ -42,6 +45,27 @@ MatrixXd orthonormal(const MatrixXd& vectors)
     return qr.householderQ() * MatrixXd::Identity(vectors.rows(), qr.rank());
 }
 
+// By LAPACK: Eigen's decompositions (3.4) free memory twice where memory runs out.
+static VectorXd singular_values(MatrixXd matrix)
+{
+    const int rows = int(matrix.rows()), columns = int(matrix.cols()), least = std::min(rows, columns), one = 1;
+    VectorXd values(least);
+    std::vector<int> whole(8 * size_t(least));
+    double wanted = 0.0, none = 0.0;
+    int room = -1, failed = 0;
+    const auto decompose = [&](double* work) {
+        dgesdd_("N", &rows, &columns, matrix.data(), &rows, values.data(), &none, &one, &none, &one, work, &room,
+                whole.data(), &failed);
+    };
+    decompose(&wanted);
+    room = int(wanted);
+    std::vector<double> work(static_cast<size_t>(room));
+    decompose(work.data());
+    if (failed)
+        throw std::runtime_error("the singular values of the modes cannot be computed");
+    return values;
+}
+
 std::vector<double> principal_angles(const MatrixXd& a, const MatrixXd& b)
 {
     if (a.cols() > b.cols())
@@ -50,8 +74,8 @@ std::vector<double> principal_angles(const MatrixXd& a, const MatrixXd& b)
     if (angles.empty())
         return angles;
     const MatrixXd products = b.transpose() * a;
-    const VectorXd cosines = Eigen::BDCSVD<MatrixXd>(products).singularValues();
-    const VectorXd sines = Eigen::BDCSVD<MatrixXd>(a - b * products).singularValues();
+    const VectorXd cosines = singular_values(products);
+    const VectorXd sines = singular_values(a - b * products);
     for (Index k = 0; k < a.cols(); ++k) // cosines fall and sines are to rise
     {
         const double cosine = cosines[k], sine = sines[a.cols() - 1 - k];

@@ -22,6 +22,7 @@ static std::vector<std::string> fields_of(const std::string& text)
 {
     std::vector<std::string> fields;
     std::istringstream parts(text);
+    parts.exceptions(std::ios::badbit); // instead of going on without what memory did not suffice for
     for (std::string part; std::getline(parts, part, ',');)
         fields.push_back(part);
     if (text.empty() || text.back() == ',')

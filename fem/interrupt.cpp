@@ -7,8 +7,8 @@
 
 #include <cerrno>
 #include <csignal>
+#include <exception>
 #include <mutex>
-#include <system_error>
 #include <thread>
 
 namespace zel_fem
@@ -91,7 +91,7 @@ void watch_for_interrupts()
     {
         std::thread(wait).detach();
     }
-    catch (const std::system_error&)
+    catch (const std::exception&)
     {
         return;
     }

@@ -33,6 +33,9 @@ public:
     RemovedOnInterrupt(const RemovedOnInterrupt&) = delete;
     RemovedOnInterrupt& operator=(const RemovedOnInterrupt&) = delete;
 
+    /** Removes all that is registered, for a process that ends without unwinding. */
+    static void remove_all();
+
 protected:
     /** Registers what is in the folder `path` under a name that begins with `prefix`. */
     RemovedOnInterrupt(const std::filesystem::path& path, const std::string& prefix);
@@ -44,7 +47,6 @@ private:
         std::string prefix;
     };
     static std::list<Entry>& entries();
-    static void remove_all();
     friend void watch_for_interrupts();
 
     std::list<Entry>::iterator entry_;

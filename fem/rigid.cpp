@@ -47,7 +47,8 @@ static MatrixXd element_rotation(const MatrixXd& slopes, const Eigen::Matrix3Xd&
                                  const MatrixXd& motion)
 {
     const bool shell = is_shell(element.type->shape);
-    const Eigen::JacobiSVD<MatrixXd> tangents(slopes, Eigen::ComputeThinV);
+    const Eigen::Matrix3d triangle = slopes.householderQr().matrixQR().topRows<3>().triangularView<Eigen::Upper>();
+    const Eigen::JacobiSVD<Eigen::Matrix3d> tangents(triangle, Eigen::ComputeFullV);
     const Vector3d normal = Vector3d(tangents.matrixV().col(0)).cross(Vector3d(tangents.matrixV().col(1)));
     MatrixXd rotation = MatrixXd::Zero(3, motion.cols());
     for (Index i = 0; i < at.cols(); ++i)

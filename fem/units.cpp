@@ -38,6 +38,7 @@ Units parse_units(const std::string& text)
     Units units;
     const std::array<std::string*, 4> labels = {&units.mass, &units.length, &units.time, &units.force};
     std::istringstream parts(text + ",");
+    parts.exceptions(std::ios::badbit); // instead of going on without what memory did not suffice for
     for (std::string part; std::getline(parts, part, ',');)
     {
         const std::string label = label_of(without_blanks(part));

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
@@ -33,26 +34,41 @@ static bool is_terminal(int file)
 
 constexpr const char *kGreen = "\033[32m", *kRed = "\033[31m", *kPlain = "\033[0m";
 
-static std::string coloured(FILE* stream, const char* colour, const std::string& text)
+static bool has_colours(FILE* stream)
 {
     const char* refusal = std::getenv("NO_COLOR");
-    const bool plain = !is_terminal(fileno(stream)) || (refusal && *refusal);
-    return plain ? text : std::string(colour).append(text).append(kPlain);
+    return is_terminal(fileno(stream)) && !(refusal && *refusal);
 }
 
 std::string verdict(bool holds)
 {
-    return coloured(stdout, holds ? kGreen : kRed, holds ? "Okay" : "CHECK!");
+    const std::string text = holds ? "Okay" : "CHECK!";
+    return has_colours(stdout) ? (holds ? kGreen : kRed) + text + kPlain : text;
 }
 
-void print_problem(const std::string& what)
+void print_problem(std::string_view what)
 {
-    std::fprintf(stderr, "%s %s\n", coloured(stderr, kRed, "zel:").c_str(), what.c_str());
+    const bool red = has_colours(stderr);
+    std::fprintf(stderr, "%szel:%s %.*s\n", red ? kRed : "", red ? kPlain : "", int(what.size()), what.data());
+}
+
+static std::atomic<bool> told_error, told_shortage;
+
+bool error_was_told()
+{
+    return told_error;
+}
+
+bool memory_was_short()
+{
+    return told_shortage;
 }
 
 // As the library prints a message by itself: line by line, each behind the prefix of its severity.
 static void print_message(void* context, int severity, const char* text)
 {
+    told_error = told_error || severity == ZEL_MESSAGE_ERROR;
+    told_shortage = told_shortage || (severity == ZEL_MESSAGE_ERROR && std::strstr(text, "memory"));
     const Messages shown = *static_cast<const Messages*>(context);
     if (shown == Messages::none || (shown == Messages::problems && severity == ZEL_MESSAGE_INFO))
         return;

@@ -6,6 +6,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace zel_command
 {
@@ -15,7 +16,8 @@ namespace zel_command
 std::string verdict(bool holds);
 
 // "zel: what is wrong" on standard error, in red.
-void print_problem(const std::string& what);
+// Takes no memory: it may be that which is missing.
+void print_problem(std::string_view what);
 
 // What is shown of what the library tells.
 enum class Messages
@@ -40,6 +42,11 @@ private:
     void* context_before_ = nullptr;
     ZELMESSAGEHANDLER handler_before_;
 };
+
+// Whether the library has reported an error to a MessageScope: what it could not do may be missing in what is shown or
+// exported. Whether one of them was for want of memory.
+bool error_was_told();
+bool memory_was_short();
 
 // A line at the bottom of the terminal that standard error goes to: the phase of the work, its bar and the seconds so far.
 // Gone without a trace at the end. What else is printed on the terminal meanwhile appears above it, a moment later.

@@ -19,6 +19,7 @@ std::vector<Mode> chosen_modes(ZELDATA* db, const std::string& text)
         return all;
     std::set<int> numbers;
     std::istringstream parts(text);
+    parts.exceptions(std::ios::badbit); // instead of going on without what memory did not suffice for
     for (std::string part; std::getline(parts, part, ',');)
     {
         int first = 0, last = 0, used = 0;

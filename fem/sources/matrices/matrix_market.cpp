@@ -16,6 +16,7 @@ std::vector<std::string> matrix_market_header(std::string_view line)
     for (char& c : small)
         c = char(c >= 'A' && c <= 'Z' ? c - 'A' + 'a' : c);
     std::istringstream words(small);
+    words.exceptions(std::ios::badbit); // instead of going on without what memory did not suffice for
     std::vector<std::string> header;
     for (std::string word; words >> word;)
         header.push_back(word);

@@ -113,6 +113,7 @@ static zel_checks::Tolerances tolerances_of(const std::string& path)
     if (path.empty())
         return {};
     std::ifstream file(path, std::ios::binary);
+    file.exceptions(std::ios::badbit);
     const std::string text((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
     if (!file.good() && !file.eof())
         throw std::runtime_error(path + ": " + std::strerror(errno));

@@ -12,6 +12,7 @@
 #include <filesystem>
 #include <list>
 #include <memory>
+#include <optional>
 
 using namespace zel_command;
 namespace fs = std::filesystem;
@@ -69,9 +70,9 @@ static void view(Options& options)
 {
     options.page.limit = options.megabytes * 1e6;
     options.page.picture = !options.png.empty();
-    TemporaryFolder folder;
+    std::optional<TemporaryFolder> folder;
     const std::string name = fs::path(options.files.front()).stem().string() + ".html";
-    const std::string path = options.out.empty() ? folder.file(name) : options.out;
+    const std::string path = options.out.empty() ? folder.emplace().file(name) : options.out;
     const std::vector<std::string> notes = write_page_of(options, path);
     if (!options.png.empty())
     {
@@ -84,7 +85,7 @@ static void view(Options& options)
         std::fprintf(stderr, "%s\n", note.c_str());
     if (!options.out.empty())
         return;
-    folder.keep(); // the browser reads it later
+    folder->keep(); // the browser reads it later
     open_in_browser(path);
     std::printf("%s\n", path.c_str());
 }

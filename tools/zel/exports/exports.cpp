@@ -28,12 +28,15 @@ void Output::write(const void* bytes, size_t count)
 
 void Output::finish()
 {
+    if (error_was_told())
+        throw std::runtime_error(path_ + ": is not written, as the body could not be read completely");
     if (!file_.finish())
         fail("cannot be written completely");
 }
 
 void Output::commit()
 {
+    finish();
     if (!file_.commit())
         fail("cannot be written completely");
 }

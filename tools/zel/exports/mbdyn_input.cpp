@@ -28,6 +28,7 @@ static std::string quoted(const std::string& text)
 static std::string body_of_input(ZELDATA* db, const ModalData& data, const std::string& fem)
 {
     std::ostringstream text;
+    text.exceptions(std::ios::badbit); // instead of going on without what memory did not suffice for
     const double slowest = std::sqrt(std::fabs(data.eigenvalues.front())), period = 2.0 * M_PI / slowest;
     const std::string damping = data.damping ? "damping from file" : "no damping", name = quoted(fem);
     const size_t modes = data.mode_numbers.size();
@@ -85,7 +86,11 @@ void keep_what_was_edited(const std::string& path)
     constexpr uintmax_t kMost = 1u << 26; // no export is as long
     std::string text;
     if (fs::file_size(path, error) < kMost)
-        text = (std::ostringstream() << std::ifstream(path, std::ios::binary).rdbuf()).str();
+    {
+        std::ifstream file(path, std::ios::binary);
+        file.exceptions(std::ios::badbit);
+        text.assign(std::istreambuf_iterator<char>(file), {});
+    }
     const size_t rest = std::min(text.find('\n'), text.size() - 1) + 1;
     if (text.empty() || text.substr(0, rest) != first_line_of(text.substr(rest)))
         throw std::runtime_error(path +

@@ -5,6 +5,7 @@ namespace zel_command
 
 VtuFile::VtuFile(Output& out, ZELDATA* db) : out_(out), db_(db), xyz_(zel_checks::coordinates_of(db))
 {
+    head_.exceptions(std::ios::badbit); // instead of a head that memory did not suffice for
     for (const std::vector<int>& face : zel_checks::faces_of(db))
     {
         connectivity_.insert(connectivity_.end(), face.begin(), face.end());

@@ -37,6 +37,7 @@ static std::string program_of(const std::vector<std::string>& names)
     for (const std::string& name : names)
     {
         std::istringstream folders(path ? path : "");
+        folders.exceptions(std::ios::badbit); // instead of going on without what memory did not suffice for
         for (std::string folder; std::getline(folders, folder, ':');)
             if (const std::string program = folder + "/" + name; access(program.c_str(), X_OK) == 0)
                 return program;
@@ -103,6 +104,7 @@ std::string TemporaryFolder::made()
 static std::string content_of(const std::string& path)
 {
     std::ifstream in(path, std::ios::binary);
+    in.exceptions(std::ios::badbit);
     return {std::istreambuf_iterator<char>(in), {}};
 }
 

@@ -51,8 +51,27 @@ bool messages_are_printed()
     return !message_handler.function;
 }
 
+static thread_local Reported reports;
+
+Reported reported()
+{
+    return reports;
+}
+
 Failed fail(const char* format, ...)
 {
+    ++reports.failures;
+    va_list values;
+    va_start(values, format);
+    report(ZEL_MESSAGE_ERROR, format, values);
+    va_end(values);
+    return {};
+}
+
+Failed not_read(const char* format, ...)
+{
+    ++reports.failures;
+    ++reports.losses;
     va_list values;
     va_start(values, format);
     report(ZEL_MESSAGE_ERROR, format, values);
@@ -62,6 +81,7 @@ Failed fail(const char* format, ...)
 
 Failed no_memory(const char* module, int line)
 {
+    ++reports.losses;
     return fail("Failed to allocate memory at line %d in file %s.\n", line, module);
 }
 

@@ -34,6 +34,17 @@ inline constexpr char writing[] = "zelwrite";
 // The allocation message, naming the module and the line of its caller.
 Failed no_memory(const char* module, int line = __builtin_LINE());
 
+// What is in a file and cannot be read.
+[[gnu::format(printf, 1, 2)]] Failed not_read(const char* format, ...);
+
+// How often this thread has failed, and how often because memory was short or a file could not be read: what a step reports
+// although it goes on without.
+struct Reported
+{
+    unsigned failures, losses;
+};
+Reported reported();
+
 // The message for a null database.
 Failed no_database();
 

@@ -40,6 +40,13 @@ static bool put_beside(const char* path, const char* name, char (&out)[PATH_MAX]
     return true;
 }
 
+static void put_folder_of(const char* path, char (&folder)[PATH_MAX])
+{
+    const size_t length = folder_length(path);
+    std::memcpy(folder, length > 0 ? path : ".", length > 0 ? length : 1);
+    folder[length > 0 ? length : 1] = '\0';
+}
+
 // Where the links of `path` end, which need not exist; false, with errno, for a loop.
 static bool follow_links(const char* path, char (&out)[PATH_MAX])
 {
@@ -100,12 +107,8 @@ FILE* OutputFile::open_named(int flags)
 FILE* OutputFile::open_beside()
 {
     const int flags = O_RDWR | O_CLOEXEC;
-    char folder[PATH_MAX] = ".";
-    if (const size_t length = folder_length(target_); length > 0)
-    {
-        std::memcpy(folder, target_, length);
-        folder[length] = '\0';
-    }
+    char folder[PATH_MAX];
+    put_folder_of(target_, folder);
     if (access("/proc/self/fd", X_OK) == 0) // where an unnamed file finds its way to a name
     {
         const int file = ::open(folder, flags | O_TMPFILE, 0666);
@@ -182,6 +185,13 @@ static bool sync(int file)
     return fsync(file) == 0 || errno == EINVAL || errno == ENOSYS;
 }
 
+// Brings the file to the disk before it has the target's place: a machine that loses power keeps the older file or this one.
+bool OutputFile::settle()
+{
+    struct stat older = {};
+    return (stat(target_, &older) != 0 || resemble(fileno(file_), older)) && sync(fileno(file_));
+}
+
 // A name for an unnamed file.
 bool OutputFile::give_name()
 {
@@ -225,16 +235,26 @@ bool OutputFile::finish()
         return failed();
     if (way_ == Way::rename)
     {
-        if (!named_ && !give_name() && !copy_under_name())
-            return failed();
-        struct stat older = {};
-        if (stat(target_, &older) == 0 && !(resemble(fileno(file_), older) && sync(fileno(file_))))
+        // The name comes last: a process that is ended leaves none.
+        if (!settle() || (!named_ && !give_name() && !(copy_under_name() && settle())))
             return failed();
         if (std::fclose(std::exchange(file_, nullptr)) != 0)
             return failed();
     }
     finished_ = true;
     return true;
+}
+
+// The new name to the disk, as far as that can be had: without it the older file would come back.
+static void sync_folder_of(const char* path)
+{
+    char folder[PATH_MAX];
+    put_folder_of(path, folder);
+    const int file = ::open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (file < 0)
+        return;
+    sync(file);
+    close(file);
 }
 
 // Overwrites the older file.
@@ -257,6 +277,7 @@ bool OutputFile::take_place()
     if (std::rename(partial_, target_) == 0)
     {
         named_ = false;
+        sync_folder_of(target_);
         return true;
     }
     // A mount point, or another's file in a folder where everybody may only replace his own.

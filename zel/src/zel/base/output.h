@@ -62,6 +62,7 @@ private:
     void open();
     FILE* open_beside();
     FILE* open_named(int flags);
+    bool settle();
     bool give_name();
     bool copy_under_name();
     bool next_name();

@@ -17,11 +17,14 @@ bool is_stale_block(const ZELDATA* db, int number)
     return caches(db).stale_block[number] != 0;
 }
 
-// Whether the file holds a block that still describes the body.
+bool file_describes(const ZELDATA* db, int number)
+{
+    return block_in_file(db, number) && !is_stale_block(db, number);
+}
+
 static bool valid_in_file(const ZELDATA* db, int block_index)
 {
-    return block_index >= 0 && block_index < ZEL_BLOCKS && CheckZEL(db) && block_in_file(db, block_index + 1) &&
-           !is_stale_block(db, block_index + 1);
+    return block_index >= 0 && block_index < ZEL_BLOCKS && CheckZEL(db) && file_describes(db, block_index + 1);
 }
 
 } // namespace zel

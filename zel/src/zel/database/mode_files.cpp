@@ -338,7 +338,7 @@ int read_mode_slice(ZELDATA* db, int kind, int mode, int first, int count, doubl
         return 0;
     const int held = std::clamp(db->mode_record_nodes[kind] - first, 0, count);
     if (held > 0 && !read_stored(db, kind, mode, first, held, out))
-        return 0;
+        return not_read("The %s of mode %d cannot be read.", kKinds[kind].name, ZEL_ModeNumber(db, mode));
     std::fill_n(out + kComponents * int64_t(held), kComponents * int64_t(count - held), 0.0);
     convert(db, kind, out, kComponents * int64_t(held), 0, false);
     return 1;

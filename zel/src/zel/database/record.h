@@ -171,6 +171,9 @@ void mass_or_modes_changed(ZELDATA* db);
 void block_changed(ZELDATA* db, int number);
 bool is_stale_block(const ZELDATA* db, int number);
 
+// Whether the file of the database holds a block that still describes the body.
+bool file_describes(const ZELDATA* db, int number);
+
 // Faces or interface nodes have changed: drops geometry_nodes.
 void faces_changed(ZELDATA* db);
 

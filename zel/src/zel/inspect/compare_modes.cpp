@@ -137,7 +137,7 @@ public:
         for (int first = 0; first < count_ && progress_.reach(mode); first += slice_)
             if (!add_slice(mode, first, std::min(slice_, count_ - first), difference))
             {
-                ZEL_Error("Mode %d cannot be read.", ZEL_ModeNumber(c_.fresh, mode));
+                fail("Mode %d cannot be read.", ZEL_ModeNumber(c_.fresh, mode));
                 std::fill_n(difference.same, kComponents, HUGE_VAL);
                 std::fill_n(difference.opposite, kComponents, HUGE_VAL);
                 std::fill_n(difference.base, kComponents, 1.0);

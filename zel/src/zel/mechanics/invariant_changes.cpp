@@ -25,7 +25,7 @@ static bool is_known(const ZELDATA* db, int number)
     if (invariant_filled(db, number))
         return db->invar_origin[number] != kComputed || has_flag(db->content_flags, ZEL_BLOCK_MASSES);
     const int block = invariant_row(number).block;
-    return db->zel_file.file && has_flag(db->file_flags, block) && !is_stale_block(db, block);
+    return file_describes(db, block);
 }
 
 bool mass_data_suffices(const ZELDATA* db, InvariantSet set)
@@ -57,7 +57,7 @@ int fill_invariants(ZELDATA* db, InvariantSet set)
 template <typename Wanted> static int read_from_file(ZELDATA* db, Wanted wanted)
 {
     for (const InvariantRow& row : kInvariants)
-        if (wanted(row) && !invariant_filled(db, row.number) && ZEL_goto_block(db, row.block - 1) &&
+        if (wanted(row) && !invariant_filled(db, row.number) && file_describes(db, row.block) &&
             !fill_invariant(db, row.number))
             return 0;
     return 1;

@@ -51,13 +51,14 @@ static int read_pieces(ZELDATA* db, const InvariantRow& row, int file_modes)
     return 1;
 }
 
-// Fills a slot from its block of the file, at whose start the file stands.
+// Fills a slot from its block of the file.
 static int read_invariant(ZELDATA* db, const InvariantRow& row)
 {
     int32_t file_modes = db->mode_count;
-    if (row.modal && (block_bytes(db, block_row(row.block)) == kDamaged || !ZEL_goto_block(db, row.block - 1) ||
-                      !get_int(db->zel_file, file_modes)))
-        return 0; // block_bytes has seen that the count can be read
+    if (row.modal && block_bytes(db, block_row(row.block)) == kDamaged)
+        return 0;
+    if (!ZEL_goto_block(db, row.block - 1) || (row.modal && !get_int(db->zel_file, file_modes)))
+        return not_read("Problem in invar %d block", row.number);
     if (file_modes != db->mode_count)
         ZEL_Error("nm!=ModeCount at line %d in file %s", __LINE__, module_word::invariants);
     if (!open_invariant(db, row.number, kRead, file_modes))
@@ -133,7 +134,7 @@ static int rigid_values(ZELDATA* db, int number, double* values)
 {
     const bool was_filled = invariant_filled(db, number);
     const InvariantRow& row = invariant_row(number);
-    if (!was_filled && !ZEL_goto_block(db, row.block - 1))
+    if (!was_filled && !file_describes(db, row.block))
     {
         sum_rigid(db, number, values);
         return 1;
@@ -159,7 +160,7 @@ int fill_invariant(ZELDATA* db, int number)
     if (invariant_filled(db, number))
         return 1;
     const InvariantRow& row = invariant_row(number);
-    if (ZEL_goto_block(db, row.block - 1))
+    if (file_describes(db, row.block))
         return read_invariant(db, row);
     if (row.modal)
         return sum_modal_invariants(db, row.by_pair ? ModalSums::by_pair : ModalSums::by_mode);

@@ -189,7 +189,10 @@ static int count_empty_modes(const ZELDATA* db)
 {
     Scratch<char> known(db->mode_count);
     if (!known.data)
+    {
+        no_memory(module_word::writing);
         return 0;
+    }
     for (const ZELMATRIX* matrix : {&db->stiffness, &db->mass})
         for (int i = 0; i < matrix->count; ++i)
             for (int mode : {matrix->entries[i].row, matrix->entries[i].column})
@@ -336,8 +339,8 @@ static int settle_body(Writer& out)
         bool singular = false; // then the damping stays as it is, after a message
         if (!project_loads_of_body(db) || (!project_damping_of_body(db, singular) && !singular))
             return 0;
-        if (out.convertible && !out.keeps_inner_nodes)
-            out.convertible = reduce_to_geometry_nodes(db);
+        if (out.convertible && !out.keeps_inner_nodes && !reduce_to_geometry_nodes(db))
+            return 0;
         out.set(ZEL_BLOCK_BODY, true);
         return take_body_properties(db);
     }
@@ -489,7 +492,7 @@ static int run_pipeline(Writer& out)
     if (!settle_modes(out))
         return 0;
     choose_range(out);
-    // Some steps go on where faces or the reduction fail: not with an operation that is ended.
+    // Options for faces that make no sense are passed over: not an operation that is ended.
     if (!settle_invariants(out) || !settle_body(out) || is_ended() || !settle_loads_and_statistics(out))
         return 0;
     if (out.options.no_modal_content && !prune_modal_content(out))
@@ -541,7 +544,8 @@ int ZEL_WriteWithOptions(ZELDATA* db, const char* name, const char* options)
         std::setvbuf(output.file(), buffer.data, _IOFBF, size_t(kBufferBytes));
     Writer out(db, output.file());
     out.options = read_write_options(options ? options : "");
-    if (!run_pipeline(out))
+    const unsigned losses = reported().losses; // of steps that go on without what memory or a file did not give
+    if (!run_pipeline(out) || reported().losses != losses)
         return 0;
     close_xdr(out.file);
     if (output.commit())
