@@ -69,6 +69,21 @@ static void hash_new_nodes(const ZELDATA* db, NodeCache& cache)
     }
 }
 
+// A few ids are found in the index that is sorted anyway, where the hash table would have to be made for them: true, with the
+// node or -1. The first of several nodes with one id comes first in the index.
+static bool search_index(const ZELDATA* db, NodeCache& cache, int node_id, int& node)
+{
+    constexpr int kFew = 1000;
+    if (cache.hashed == db->node_count || cache.sorted_pairs[ZEL_MODE_SHAPE] < db->node_count || cache.searches >= kFew)
+        return false;
+    ++cache.searches;
+    const ZELIDPAIR* const end = db->node_id_index + db->node_count;
+    const ZELIDPAIR* const found = std::lower_bound(static_cast<const ZELIDPAIR*>(db->node_id_index), end, node_id,
+                                                    [](const ZELIDPAIR& pair, int id) { return pair.id < id; });
+    node = found < end && found->id == node_id ? found->index : -1;
+    return true;
+}
+
 int find_node(const ZELDATA* db, int node_id)
 {
     NodeCache& cache = cache_of(db);
@@ -78,8 +93,12 @@ int find_node(const ZELDATA* db, int node_id)
             return cache.last = node;
     if (db->node_count == 0 || node_id > cache.highest_id)
         return -1;
-    hash_new_nodes(db, cache);
-    const int node = slot_of(cache, node_id).index - 1;
+    int node = -1;
+    if (!search_index(db, cache, node_id, node))
+    {
+        hash_new_nodes(db, cache);
+        node = slot_of(cache, node_id).index - 1;
+    }
     if (node >= 0)
         cache.last = node;
     return node;
