@@ -102,7 +102,7 @@ void Table::add_row(const std::vector<std::string_view>& fields)
     {
         const std::optional<double> value = number_of(fields[i]);
         if (!value || !std::isfinite(*value))
-            fail("\"" + std::string(fields[i]) + "\" is no number");
+            fail(zel_checks::format("\"%s\" is no number", std::string(fields[i]).c_str()));
         (i == 0 ? amplitudes_.times.emplace_back() : amplitudes_.values[first + columns_[i - 1]]) = *value;
     }
 }
