@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <ctime>
 
@@ -35,16 +36,23 @@ const char* temporary_folder()
     return path ? path : P_tmpdir;
 }
 
-// Takes the name from a file that was just made.
-static FILE* unnamed_stream(int descriptor, const char* name)
+static FILE* stream_of(int descriptor)
 {
     if (descriptor < 0)
         return nullptr;
-    unlink(name);
     FILE* file = fdopen(descriptor, "w+b");
     if (!file)
         close(descriptor);
     return file;
+}
+
+// A name for messages: "/zel_" and six digits that no other file of the process has.
+static void number_name(char* name)
+{
+    static std::atomic<unsigned> number;
+    char digits[16];
+    std::snprintf(digits, sizeof digits, "%06u", ++number % 1000000);
+    std::memcpy(name + std::strlen(name) - 6, digits, 6);
 }
 
 NamedFile create_temporary_file()
@@ -57,7 +65,13 @@ NamedFile create_temporary_file()
         return {nullptr, nullptr};
     std::memcpy(name, folder, folder_length);
     std::memcpy(name + folder_length, kPattern, sizeof kPattern);
-    return {unnamed_stream(mkostemp(name, O_CLOEXEC), name), name};
+    // A file that never has a name is not left behind by a process that is killed.
+    int descriptor = open(folder, O_RDWR | O_TMPFILE | O_EXCL | O_CLOEXEC, 0600);
+    if (descriptor >= 0)
+        number_name(name + folder_length);
+    else if ((descriptor = mkostemp(name, O_CLOEXEC)) >= 0)
+        unlink(name);
+    return {stream_of(descriptor), name};
 }
 
 // Whether nothing has this name any more.
@@ -77,7 +91,9 @@ NamedFile create_temporary_file(const char* path)
     int descriptor = -1;
     for (int tries = 0; tries < 100 && descriptor < 0 && clear_name(path); ++tries) // others may want the name, too
         descriptor = open(path, O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-    return {unnamed_stream(descriptor, path), name};
+    if (descriptor >= 0)
+        unlink(path);
+    return {stream_of(descriptor), name};
 }
 
 bool names_open_file(const char* name, FILE* file)

@@ -19,15 +19,15 @@ const char* temporary_folder();
 // The variable that a user sets to have another one: TMPDIR while that counts, else TMP.
 const char* temporary_folder_variable();
 
-// A new, empty file, open as "w+b", that nothing leads to any more: it goes when it is closed, however the process ends.
-// `name` is an owned copy of the path that it had, for messages; it is given as well when the file could not be opened:
+// A new, empty file in temporary_folder(), open as "w+b", that nothing leads to: it goes when it is closed, however the
+// process ends. `name` is an owned path, "zel_XXXXXX" in that folder, for messages; it is given as well when the file could not be opened:
 // then `file` is null. Both null: no memory.
 struct NamedFile
 {
     FILE* file;
     char* name;
 };
-NamedFile create_temporary_file(); // "zel_XXXXXX" in temporary_folder()
+NamedFile create_temporary_file();
 
 // The same under a path that the caller chose. A file or link of that name is removed first, never opened: it may be
 // another process's. Anything else there is kept, and so is a file that cannot be removed; then `file` is null.
