@@ -201,20 +201,33 @@ std::string report_of(ZELDATA* db, int block)
     return report;
 }
 
-std::string state_of(ZELDATA* db)
+std::vector<std::string> parts_of(ZELDATA* db)
 {
-    std::string state(db->content_flags, sizeof db->content_flags);
+    std::vector<std::string> parts = {{db->content_flags, sizeof db->content_flags}};
+    for (char origin : db->invar_origin)
+        parts.emplace_back(1, origin);
     for (int block = ZEL_BLOCK_SUMMARY; block <= ZEL_BLOCKS; ++block)
-        state += report_of(db, block);
+        parts.push_back(report_of(db, block));
+    std::string ids[ZEL_MODE_KINDS], numbers;
     for (int kind = 0; kind < ZEL_MODE_KINDS; ++kind)
+    {
         for (int i = 0; i < ZEL_ModeNodeCount(db, kind); ++i)
-            state += std::to_string(ZEL_ModeNodeID(db, kind, i)) + ' ';
+            ids[kind] += std::to_string(ZEL_ModeNodeID(db, kind, i)) + ' ';
+        parts.push_back(ids[kind]);
+    }
     for (int mode = 0; mode < ZEL_ModeCount(db); ++mode)
-        state += std::to_string(ZEL_ModeNumber(db, mode)) + ' ';
+        numbers += std::to_string(ZEL_ModeNumber(db, mode)) + ' ';
+    parts.push_back(numbers);
     for (int value : {db->non_diagonal, db->non_unit_mass, db->principal_axes_done, db->load_case_count,
                       db->interface_count, int(db->modal_preload != nullptr), int(db->invar1 != nullptr),
                       int(db->invar3 != nullptr), int(db->mode_file.file != nullptr),
                       int(db->stress_file.file != nullptr), int(db->strain_file.file != nullptr)})
-        state += std::to_string(value) + ' ';
-    return state + std::string(db->invar_origin, sizeof db->invar_origin);
+        parts.push_back(std::to_string(value) + ' ');
+    return parts;
+}
+
+std::string state_of(ZELDATA* db)
+{
+    const std::vector<std::string> parts = parts_of(db);
+    return std::accumulate(parts.begin(), parts.end(), std::string());
 }

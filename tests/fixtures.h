@@ -165,7 +165,9 @@ std::vector<BlockTexts> block_texts();
 // The contents report of one block.
 std::string report_of(ZELDATA* db, int block);
 
-// Everything that a database tells of itself, and some that it keeps to itself. Differs when anything does.
+// Everything that a database tells of itself, and some that it keeps to itself, part by part or as one text. Differs when
+// anything does.
+std::vector<std::string> parts_of(ZELDATA* db);
 std::string state_of(ZELDATA* db);
 
 // A device that is always full, under this name. Not the system's own, which faulty code that runs with privileges would

@@ -270,6 +270,11 @@ void injection_begin(enum Injection what, int64_t at)
     injection = what;
 }
 
+void injection_pause(int paused)
+{
+    counts = !paused;
+}
+
 int injection_happened(void)
 {
     return happened;

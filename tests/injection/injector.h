@@ -44,6 +44,9 @@ int injection_prepare(void);
 // Counts calls from 0 and treats them as told until the next call of this.
 void injection_begin(enum Injection injection, int64_t at);
 
+// Whether calls of this thread count, until told otherwise.
+void injection_pause(int paused);
+
 // Whether this allocation ("memory") or start of a thread ("thread") fails.
 int injected_failure(const char* kind);
 

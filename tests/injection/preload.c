@@ -5,59 +5,12 @@
 #include "injector.h"
 
 #include <dlfcn.h>
-#include <errno.h>
 #include <fcntl.h>
-#include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <time.h>
 #include <unistd.h>
-
-extern void* __libc_malloc(size_t size);
-extern void* __libc_calloc(size_t count, size_t size);
-extern void* __libc_realloc(void* memory, size_t size);
-extern void* __libc_memalign(size_t alignment, size_t size);
-
-void* malloc(size_t size)
-{
-    return injected_failure("memory") ? NULL : __libc_malloc(size);
-}
-
-void* calloc(size_t count, size_t size)
-{
-    return injected_failure("memory") ? NULL : __libc_calloc(count, size);
-}
-
-void* realloc(void* memory, size_t size)
-{
-    return injected_failure("memory") ? NULL : __libc_realloc(memory, size);
-}
-
-void* aligned_alloc(size_t alignment, size_t size)
-{
-    return injected_failure("memory") ? NULL : __libc_memalign(alignment, size);
-}
-
-void* memalign(size_t alignment, size_t size)
-{
-    return injected_failure("memory") ? NULL : __libc_memalign(alignment, size);
-}
-
-int posix_memalign(void** memory, size_t alignment, size_t size)
-{
-    void* got = injected_failure("memory") ? NULL : __libc_memalign(alignment, size);
-    if (got)
-        *memory = got;
-    return got ? 0 : ENOMEM;
-}
-
-int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*run)(void*), void* argument)
-{
-    int (*create)(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*);
-    *(void**)&create = dlsym(RTLD_NEXT, "pthread_create");
-    return injected_failure("thread") ? EAGAIN : create(thread, attributes, run, argument);
-}
 
 // Time stands still, so that dates and durations are the same in every run.
 int clock_gettime(clockid_t clock, struct timespec* now)

@@ -122,16 +122,17 @@ static void discard_records(RecordFile& records)
     records = {};
 }
 
-// A long run costs less through the file than through page faults of the map.
+// A long run costs less through the file than through page faults of the map, but only the file can fail.
 static int write_values(FILE* file, double* map, int64_t at, const double* values, int64_t count)
 {
     constexpr int64_t kLongRun = 8192;
-    if (map && count < kLongRun)
-    {
-        std::memcpy(map + at / int64_t(sizeof(double)), values, size_t(count) * sizeof(double));
+    const auto* bytes = reinterpret_cast<const char*>(values);
+    if ((!map || count >= kLongRun) && move_all(pwrite, fileno(file), bytes, count * int64_t(sizeof(double)), at))
         return 1;
-    }
-    return move_all(pwrite, fileno(file), reinterpret_cast<const char*>(values), count * int64_t(sizeof(double)), at);
+    if (!map)
+        return 0;
+    std::memcpy(map + at / int64_t(sizeof(double)), values, size_t(count) * sizeof(double));
+    return 1;
 }
 
 // ---- Streams of a database ---------------------------------------------------------------------------------------------
@@ -364,6 +365,32 @@ int write_mode_run(ZELDATA* db, int kind, int mode, int position, int count, con
             return 0;
     }
     return 1;
+}
+
+VectorBefore::VectorBefore(ZELDATA* db, int kind, int mode, int first, int count)
+    : db_(db), kind_(kind), mode_(mode), at_(db->mode_positions[kind][mode] + kNodeBytes * first),
+      count_(count > 1 && maps_of(db).map[kind] ? 0 : kComponents * int64_t(count)), values_(count_)
+{}
+
+int VectorBefore::read()
+{
+    if (!values_.data)
+        return no_memory(module_word::setting);
+    FILE* const file = mode_stream(db_, kind_).file;
+    const double* const map = maps_of(db_).map[kind_];
+    const int64_t bytes = count_ * int64_t(sizeof(double));
+    if (map)
+        std::memcpy(values_.data, map + at_ / int64_t(sizeof(double)), size_t(bytes));
+    else if (!move_all(pread, fileno(file), reinterpret_cast<char*>(values_.data), bytes, at_))
+        return not_read("The %s of mode %d cannot be read.", kKinds[kind_].name, ZEL_ModeNumber(db_, mode_));
+    is_read_ = true;
+    return 1;
+}
+
+VectorBefore::~VectorBefore()
+{
+    if (is_read_)
+        write_values(mode_stream(db_, kind_).file, maps_of(db_).map[kind_], at_, values_.data, count_);
 }
 
 // Whether vectors can be used where they are mapped.

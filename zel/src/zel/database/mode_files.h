@@ -5,6 +5,7 @@
 #ifndef ZEL_DATABASE_MODE_FILES_H
 #define ZEL_DATABASE_MODE_FILES_H
 
+#include "base/base.h"
 #include "zel.h"
 
 #include <atomic>
@@ -42,6 +43,26 @@ int write_mode_values(ZELDATA* db, int kind, int mode, int position, int dof, in
 // Writes the six values, in current units, of each of `count` nodes from `position` on; those of the next node are `stride`
 // doubles away. Otherwise the same.
 int write_mode_run(ZELDATA* db, int kind, int mode, int position, int count, const double* values, int64_t stride);
+
+// The stored values of some nodes in one mode, put back at the end of the scope unless keep() was called. Those of several nodes
+// are not read where the file is mapped, since writing cannot fail there.
+class VectorBefore
+{
+public:
+    VectorBefore(ZELDATA* db, int kind, int mode, int first, int count);
+    ~VectorBefore();
+    VectorBefore(const VectorBefore&) = delete;
+    VectorBefore& operator=(const VectorBefore&) = delete;
+    int read(); // 0, with a message, when memory is short or they cannot be read
+    void keep() { is_read_ = false; }
+
+private:
+    ZELDATA* db_;
+    int kind_, mode_;
+    int64_t at_, count_;
+    Scratch<double> values_;
+    bool is_read_ = false;
+};
 
 // Makes the temporary files that are open large enough for `modes` records, not fewer than there are, of `nodes` nodes. 0,
 // with a message and with all that they hold, when disk or memory is short.

@@ -124,6 +124,11 @@ private:
 };
 } // namespace
 
+static Failed not_written(int kind, int mode_number)
+{
+    return fail("The %s of mode %d cannot be written.", kKinds[kind].name, mode_number);
+}
+
 static int set_values(ZELDATA* db, const Values& set)
 {
     if (!db)
@@ -144,10 +149,14 @@ static int set_values(ZELDATA* db, const Values& set)
         return fail(
             "Insufficient room for node %d in the records of mode %d.\nSpecify larger number of nodes in ZEL_Create.",
             set.node_id, set.mode_number);
-    if (!list_node(db, set.kind, node, set.node_id))
+    VectorBefore before(db, set.kind, mode.index(), position, 1);
+    if (!before.read())
         return 0;
     if (!write_mode_values(db, set.kind, mode.index(), position, set.dof, set.count, set.values))
+        return not_written(set.kind, set.mode_number);
+    if (!list_node(db, set.kind, node, set.node_id))
         return 0;
+    before.keep();
     mode.keep();
     file.keep();
     raise_flag(db, kKinds[set.kind].block);
@@ -317,11 +326,13 @@ static int set_mode_array(ZELDATA* db, const Array& set)
         return fail("Insufficient room for %ld nodes in the records of mode %d.\n"
                     "Specify larger number of nodes in ZEL_Create.",
                     long(positions.missing), set.mode_number);
-    if (!list_missing(db, set, positions))
+    VectorBefore before(db, set.kind, mode.index(), 0, int(db->mode_node_count[set.kind] + positions.missing));
+    if (!before.read() || !list_missing(db, set, positions))
         return 0;
     if (one_run ? !write_mode_run(db, set.kind, mode.index(), 0, set.count, set.values, set.stride)
                 : !write_array(db, mode.index(), set, positions.of.data))
-        return 0;
+        return not_written(set.kind, set.mode_number);
+    before.keep();
     if (db->cached_mode[set.kind] == mode.index())
         db->cached_mode[set.kind] = -1;
     mode.keep();

@@ -408,17 +408,32 @@ void swap_nodes(ZELDATA* db, int a, int b)
     faces_changed(db);
 }
 
-// Six values of two nodes trade places in every mode shape. 0, with a message, when they cannot be read or written.
+// Six values of two nodes trade places in a mode shape. 0, with the shape as it was, when they cannot be read or written.
+static int swap_in_shape(ZELDATA* db, int mode, int a, int b)
+{
+    double of_a[6], of_b[6];
+    VectorBefore at_a(db, ZEL_MODE_SHAPE, mode, a, 1), at_b(db, ZEL_MODE_SHAPE, mode, b, 1);
+    if (!at_a.read() || !at_b.read() || !read_mode_slice(db, ZEL_MODE_SHAPE, mode, a, 1, of_a) ||
+        !read_mode_slice(db, ZEL_MODE_SHAPE, mode, b, 1, of_b) ||
+        !write_mode_values(db, ZEL_MODE_SHAPE, mode, a, 0, 6, of_b) ||
+        !write_mode_values(db, ZEL_MODE_SHAPE, mode, b, 0, 6, of_a))
+        return 0;
+    at_a.keep();
+    at_b.keep();
+    return 1;
+}
+
+// The same in all of them. 0, with a message and with all as they were.
 static int swap_shapes(ZELDATA* db, int a, int b)
 {
-    for (int mode = 0; mode < db->mode_count; ++mode)
+    int mode = 0;
+    while (mode < db->mode_count && swap_in_shape(db, mode, a, b))
+        ++mode;
+    if (mode < db->mode_count)
     {
-        double of_a[6], of_b[6];
-        if (!read_mode_slice(db, ZEL_MODE_SHAPE, mode, a, 1, of_a) ||
-            !read_mode_slice(db, ZEL_MODE_SHAPE, mode, b, 1, of_b) ||
-            !write_mode_values(db, ZEL_MODE_SHAPE, mode, a, 0, 6, of_b) ||
-            !write_mode_values(db, ZEL_MODE_SHAPE, mode, b, 0, 6, of_a))
-            return fail("The mode shapes of nodes %d and %d cannot trade places.", db->nodes[a].id, db->nodes[b].id);
+        while (--mode >= 0)
+            swap_in_shape(db, mode, a, b);
+        return fail("The mode shapes of nodes %d and %d cannot trade places.", db->nodes[a].id, db->nodes[b].id);
     }
     db->cached_mode[ZEL_MODE_SHAPE] = -1;
     return 1;

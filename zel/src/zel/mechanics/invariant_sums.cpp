@@ -51,22 +51,20 @@ struct NodeBlock
     Scratch<double> inertia;   // 9 each
     Scratch<double> slice;     // one mode's values of all nodes of the block
     Scratch<double> shapes;    // X: column 3 i + a has component a of mode i
-    int64_t tile_reals;
-    Scratch<double> tile; // 3 kTileModes squared, column by column
+    Scratch<double> tile;      // 3 kTileModes squared, column by column
 
     // `modes` of which the columns are kept, none when no Gram matrix is wanted
     NodeBlock(int nodes, int modes)
         : capacity(nodes), first(0), count(0), masses(0), positive(0), inertias(0), mass_node(nodes),
           inertia_node(nodes), root(nodes), weights(int64_t(4) * nodes), inertia(int64_t(9) * nodes),
           slice(int64_t(kComponents) * nodes), shapes(int64_t(3) * modes * nodes),
-          tile_reals(int64_t(9) * std::min(modes, kTileModes) * std::min(modes, kTileModes)), tile(tile_reals)
+          tile(int64_t(9) * std::min(modes, kTileModes) * std::min(modes, kTileModes))
     {}
     bool complete() const
     {
         return mass_node.data && inertia_node.data && root.data && weights.data && inertia.data && slice.data &&
                shapes.data && tile.data;
     }
-    void clear_tile() { std::fill_n(tile.data, tile_reals, 0.0); }
     double* shape_columns(int mode) { return shapes.data + int64_t(3) * mode * masses; }
 };
 } // namespace
@@ -279,9 +277,8 @@ static void clear_sums(ZELDATA* db, const Wanted& wanted)
     }
 }
 
-// Sums over all blocks. False when the operation is ended, or a mode turned out not to be readable, which `unreadable` then
-// tells.
-static bool pass_over_nodes(ZELDATA* db, const Wanted& wanted, NodeBlock& block, Scratch<char>& unreadable)
+// Sums over all blocks. False, with a message, when the operation is ended or a mode cannot be read.
+static bool pass_over_nodes(ZELDATA* db, const Wanted& wanted, NodeBlock& block)
 {
     Progress progress(covered_nodes(db));
     for (int first = 0; first < covered_nodes(db); first += block.count)
@@ -291,20 +288,9 @@ static bool pass_over_nodes(ZELDATA* db, const Wanted& wanted, NodeBlock& block,
         choose_nodes(db, block, first, wanted.turning != nullptr);
         if (block.masses + block.inertias == 0)
             continue;
-        bool complete = true;
         for (int mode = 0; mode < wanted.modes; ++mode)
-            if (unreadable[mode])
-            {
-                if (wanted.gram())
-                    std::fill_n(block.shape_columns(mode), int64_t(3) * block.masses, 0.0);
-            }
-            else if (!take_mode(db, wanted, block, mode))
-            {
-                unreadable[mode] = 1;
-                complete = false;
-            }
-        if (!complete)
-            return false;
+            if (!take_mode(db, wanted, block, mode))
+                return false;
         if (block.masses > 0 && wanted.gram())
             add_gram(db, wanted, block);
     }
@@ -313,7 +299,7 @@ static bool pass_over_nodes(ZELDATA* db, const Wanted& wanted, NodeBlock& block,
     return !is_ended();
 }
 
-// A mode that cannot be read counts as zero from the first node on: when one is found out, the pass starts again.
+// 0, with a message, when memory is short or a mode cannot be read, and for an end on request.
 static int sum_over_nodes(ZELDATA* db, const Wanted& wanted)
 {
     clear_sums(db, wanted);
@@ -321,18 +307,10 @@ static int sum_over_nodes(ZELDATA* db, const Wanted& wanted)
         return 1;
     const int columns = wanted.gram() ? wanted.modes : 0;
     NodeBlock block(nodes_in_block(db, columns), columns);
-    Scratch<char> unreadable(wanted.modes);
-    if (!block.complete() || !unreadable.data)
+    if (!block.complete())
         return no_memory(module_word::invariants);
     const LongOperation operation;
-    while (!pass_over_nodes(db, wanted, block, unreadable))
-    {
-        if (is_ended())
-            return 0;
-        clear_sums(db, wanted);
-        block.clear_tile();
-    }
-    return 1;
+    return pass_over_nodes(db, wanted, block);
 }
 
 // ---- Invariants out of the sums -------------------------------------------------------------------------------------
@@ -417,7 +395,7 @@ int sum_modal_invariants(ZELDATA* db, ModalSums group)
     };
     for (const InvariantRow& row : kInvariants)
     {
-        if (!in_group(group, row) || invariant_filled(db, row.number) || ZEL_goto_block(db, row.block - 1))
+        if (!in_group(group, row) || invariant_filled(db, row.number) || file_describes(db, row.block))
             continue;
         if (!open_invariant(db, row.number, kComputed, sums ? INT32_MAX : 0))
             return give_up();

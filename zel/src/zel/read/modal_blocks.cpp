@@ -357,10 +357,10 @@ static int read_matrix_again(ZELDATA* db, int number)
 {
     if (!db)
         return no_database();
-    if (!CheckZEL(db) || !db->zel_file.file)
+    if (!CheckZEL(db) || !db->zel_file.file || !file_describes(db, number))
         return 0;
     const KeepPosition here(db->zel_file.file);
-    return ZEL_goto_block(db, number - 1) ? read_matrix(db, block_row(number)) : 0;
+    return ZEL_goto_block(db, number - 1) ? read_matrix(db, block_row(number)) : unreadable(block_row(number));
 }
 
 } // namespace zel

@@ -29,10 +29,11 @@ struct Writer
     char flags[100] = {};     // content summary of the file
     int first = 0, count = 0; // of the modes that are exported; the file numbers them from 1
     ModeNodes mode_nodes[ZEL_MODE_KINDS] = {};
-    bool keeps_inner_nodes = false;     // modal data at nodes without geometry stays
-    bool convertible = true;            // the units may be changed to SI
-    Progress* progress = nullptr;       // one step for each mode vector that is written
-    int last_block = ZEL_BLOCK_VERSION; // that was begun
+    ZELSTATISTICS* statistics = nullptr; // owned, of the exported modes; the database's when all vectors are written
+    bool keeps_inner_nodes = false;      // modal data at nodes without geometry stays
+    bool convertible = true;             // the units may be changed to SI
+    Progress* progress = nullptr;        // one step for each mode vector that is written
+    int last_block = ZEL_BLOCK_VERSION;  // that was begun
 
     Writer(ZELDATA* database, FILE* open_file) : db(database) { file.file = open_file; }
     ~Writer();

@@ -137,7 +137,7 @@ static int write_statistics(Writer& out, const Block&)
     items.integer(out.count);
     for (int mode = 0; mode < out.count; ++mode)
     {
-        const ZELSTATISTICS& record = out.db->modal_statistics[mode];
+        const ZELSTATISTICS& record = out.statistics[mode];
         for (const ZELSTATPAIR& pair : record.pair)
             items.integer(pair.node_id);
         for (const ZELSTATPAIR& pair : record.pair)
@@ -241,13 +241,13 @@ static bool all_zero(const double* values, int64_t count)
 // Enters the peaks of a mode into its statistics.
 static void record_peaks(Writer& out, int kind, int mode, const Peak peaks[2])
 {
-    if (!out.db->modal_statistics)
+    if (!out.statistics)
         return;
     const VectorKind& row = kVectorKinds[kind];
     for (int i = 0; i < 2 && row.finders[i]; ++i)
         if (peaks[i].position >= 0)
-            out.db->modal_statistics[mode].pair[row.first_statistic + i] = {out.mode_nodes[kind].ids[peaks[i].position],
-                                                                            std::sqrt(peaks[i].square)};
+            out.statistics[mode].pair[row.first_statistic + i] = {out.mode_nodes[kind].ids[peaks[i].position],
+                                                                  std::sqrt(peaks[i].square)};
 }
 
 // Copies the vector of an exported mode to the file.

@@ -157,15 +157,17 @@ static void shorten_list(ZELDATA* db, int kind, KindPlan& plan)
 
 // ---- Reduction -------------------------------------------------------------------------------------------------------------------
 
-// Whether any node carries geometry.
-static bool mark_geometry_nodes(ZELDATA* db, char* has_geometry)
+// Marks the nodes that carry geometry, and tells whether any does. 0, with a message, when memory is short.
+static int mark_geometry_nodes(ZELDATA* db, char* has_geometry, bool& any)
 {
+    const unsigned losses = reported().losses;
     int count = 0;
     int* nodes = ZEL_GeometryNodes(db, &count);
     for (int i = 0; i < count; ++i)
         has_geometry[nodes[i]] = 1;
     std::free(nodes);
-    return count > 0;
+    any = count > 0;
+    return reported().losses == losses;
 }
 
 int find_shapes_inside(ZELDATA* db, bool& inside)
@@ -174,7 +176,9 @@ int find_shapes_inside(ZELDATA* db, bool& inside)
     if (!has_geometry.data)
         return no_memory(module_word::writing);
     const int shapes = db->mode_node_count[ZEL_MODE_SHAPE];
-    inside = mark_geometry_nodes(db, has_geometry.data) && std::memchr(has_geometry.data, 0, size_t(shapes));
+    if (!mark_geometry_nodes(db, has_geometry.data, inside))
+        return 0;
+    inside = inside && std::memchr(has_geometry.data, 0, size_t(shapes));
     return 1;
 }
 
@@ -186,7 +190,10 @@ int reduce_to_geometry_nodes(ZELDATA* db)
     Scratch<ZELNODE> sorted(db->node_count);
     if (!has_geometry.data || !new_index.data || !sorted.data)
         return no_memory(module_word::writing);
-    if (!mark_geometry_nodes(db, has_geometry.data))
+    bool any = false;
+    if (!mark_geometry_nodes(db, has_geometry.data, any))
+        return 0;
+    if (!any)
         return 1;
     for (int kind = 0; kind < ZEL_MODE_KINDS; ++kind)
     {

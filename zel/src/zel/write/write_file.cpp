@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
 namespace zel
 {
@@ -19,6 +20,7 @@ namespace zel
 Writer::~Writer()
 {
     close_xdr(file);
+    discard(statistics);
     for (ModeNodes& nodes : mode_nodes)
     {
         discard(nodes.ids);
@@ -356,22 +358,24 @@ static int settle_body(Writer& out)
 
 static int settle_loads_and_statistics(Writer& out)
 {
-    ZELDATA* db = out.db;
     out.set(ZEL_BLOCK_STATISTICS, out.count > 0);
-    Scratch<ZELSTATISTICS> statistics(out.count);
-    if (!statistics.data)
+    if (out.count > 0 && !(out.statistics = allocate<ZELSTATISTICS>(out.count)))
         return no_memory(module_word::writing);
-    replace(db->modal_statistics, statistics);
-    db->modal_statistics_count = out.count;
-    if (out.count == 0)
-        discard(db->modal_statistics);
     return 1;
 }
 
 static void drop_statistics(Writer& out)
 {
     out.set(ZEL_BLOCK_STATISTICS, false);
+    discard(out.statistics);
+}
+
+// The database has the statistics of the file, or none.
+static void install_statistics(Writer& out)
+{
     drop_held(out.db, block_row(ZEL_BLOCK_STATISTICS));
+    out.db->modal_statistics = std::exchange(out.statistics, nullptr);
+    out.db->modal_statistics_count = out.db->modal_statistics ? out.count : 0;
 }
 
 // Leaves the body without its modes.
@@ -502,7 +506,10 @@ static int run_pipeline(Writer& out)
     if (!settle_mode_nodes(out))
         return 0;
     print_summary(out);
-    return write_content(out);
+    if (!write_content(out))
+        return 0;
+    install_statistics(out);
+    return 1;
 }
 
 // ---- Exported --------------------------------------------------------------------------------------------------------------------
