@@ -44,7 +44,7 @@ static std::unique_ptr<Body> copy_in_units_of(ZELDATA* base, ZELDATA* fresh)
 {
     if (!zel_checks::needs_units_of_base(base, fresh))
         return nullptr;
-    std::string folder = (std::filesystem::temp_directory_path() / "zel_compare_XXXXXX").string();
+    std::string folder = std::string(zel::temporary_folder()) + "/zel_compare_XXXXXX";
     if (!mkdtemp(folder.data()))
         throw std::runtime_error(folder + ": " + std::strerror(errno));
     const RemovedOnInterrupt registered(folder);
