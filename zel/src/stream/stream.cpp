@@ -373,13 +373,6 @@ int get_reals_at(ZELSTREAM& in, int64_t position, double* values, int64_t count)
                                : get_widened(in, values, count, position);
 }
 
-int get_floats(ZELSTREAM& in, float* values, int64_t count)
-{
-    if (in.double_precision)
-        return 0;
-    return count <= 0 || get_run_in_place<uint32_t>(in, values, count);
-}
-
 ItemReader::ItemReader(ZELSTREAM& in, int64_t bytes) : in_(in), unread_(bytes) {}
 
 // Brings on more of the stretch; false when it ends before `width` bytes.

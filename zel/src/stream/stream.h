@@ -41,9 +41,6 @@ int get_text(ZELSTREAM& in, char* text, int count); // exactly `count` character
 // stay as it is.
 int get_reals_at(ZELSTREAM& in, int64_t position, double* values, int64_t count);
 
-// As get_reals, into floats without a detour; only for a single-precision stream (0 otherwise).
-int get_floats(ZELSTREAM& in, float* values, int64_t count);
-
 // Bytes that an item takes in the file.
 inline int real_bytes(const ZELSTREAM& stream)
 {

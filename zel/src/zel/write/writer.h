@@ -14,10 +14,6 @@ namespace zel
 // Returns 1; 0, after a message and with the modes as they were, when memory or disk is short.
 int orthogonalise_modes(ZELDATA* db);
 
-// Sees to it that there are eigenvalue records, made from the diagonals of generalized stiffness and mass where there
-// were none. 0, after a message, when the data is not orthogonal or a mode has no generalized mass.
-int check_eigenvalues(ZELDATA* db);
-
 // Drops the modal data of nodes that carry no geometry; the nodes themselves stay, those of the mode
 // shapes first. Inertia invariants, which are of the whole body, stay too. 1, also when there is nothing to drop; 0, with a
 // message and the database as it was, when memory or disk is short.
