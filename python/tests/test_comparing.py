@@ -20,7 +20,14 @@ def body_of(shapes: np.ndarray, hertz: np.ndarray, first_id: int = 1) -> zel.Bod
     generalized = shapes**2 @ np.repeat(masses, 3)
     body.set_mass_matrix(np.diag(generalized))
     body.set_stiffness_matrix(np.diag(generalized * (2 * np.pi * hertz) ** 2))
+    assert body.modes.masses == pytest.approx(generalized) and body.modes.frequencies == pytest.approx(hertz)
     return body
+
+
+def test_where_nothing_was_compared_nothing_is_equal() -> None:
+    nothing = zel.Comparison([], 0)
+    assert not nothing and repr(nothing) == "nothing was compared"
+    assert zel.Comparison([], 1)
 
 
 @pytest.mark.parametrize("size", [1e-9, 1e-5, 1e-2, 1.0])
