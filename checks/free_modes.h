@@ -5,6 +5,7 @@
 #include <zel.h>
 
 #include <Eigen/Dense>
+#include <Eigen/SparseCore>
 
 #include <vector>
 
@@ -15,8 +16,8 @@ struct FreeModes
 {
     bool coupled;              // by generalized matrices with entries off the diagonals; otherwise each mode is one
     std::vector<double> hertz; // empty: the generalized mass is not positive, so that there are none
-    Eigen::MatrixXd vectors;   // of coupled modes, one a column; generalized masses are 1
-    int rigid;                 // at the front
+    Eigen::SparseMatrix<double> vectors; // of coupled modes, one a column; generalized masses are 1
+    int rigid;                           // at the front
 };
 FreeModes free_modes_of(ZELDATA* db);
 

@@ -64,12 +64,12 @@ namespace
 // The modes that are compared: those of the body, or its free vibrations as combinations of them.
 struct Vibrations
 {
-    std::vector<int> mode_numbers; // of the modes in the file
-    std::vector<int> numbers;      // by which they are told
-    std::vector<double> hertz;     // not a number: none
-    std::vector<bool> rigid;       // by their place in the file
-    MatrixXd combinations;         // of modes in the file, one a column; empty: each is one
-    bool usable = true;            // false: one of the modes that they are made of is zero or no number
+    std::vector<int> mode_numbers;            // of the modes in the file
+    std::vector<int> numbers;                 // by which they are told
+    std::vector<double> hertz;                // not a number: none
+    std::vector<bool> rigid;                  // by their place in the file
+    Eigen::SparseMatrix<double> combinations; // of modes in the file, one a column; empty: each is one
+    bool usable = true;                       // false: one of the modes that they are made of is zero or no number
 
     MatrixXd of(const MatrixXd& columns) const
     {

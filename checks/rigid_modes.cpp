@@ -240,7 +240,7 @@ void check_rigid_modes(ZELDATA* db, Phases& phases, Report& report)
     Eigen::VectorXd masses = Eigen::VectorXd::Ones(modes);
     std::vector<int> numbers;
     if (free.coupled)
-        products = free.vectors.transpose() * *products * free.vectors;
+        products = Eigen::MatrixXd(free.vectors.transpose() * *products) * free.vectors;
     for (const Mode& mode : modes_of(db))
     {
         if (!free.coupled)

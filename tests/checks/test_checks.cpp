@@ -2,6 +2,7 @@
 #include "assembly.h"
 #include "box.h"
 #include "fixtures.h"
+#include "sample_file.h"
 
 #include "checks/checks.h"
 
@@ -219,6 +220,30 @@ TEST_F(Checks, EffectiveMassesOfAllModesAreTheBody)
         EXPECT_LT(table.modes[16].effective_sum[c], 1.0 - 1e-6) << c;
         EXPECT_NEAR(table.modes[17].effective_sum[c], 1.0, 1e-8) << c;
     }
+}
+
+// Two springs of stiffness 1 beside each other, joined by one of 1, among modes of which the file says no more than their count.
+TEST_F(Checks, SeeCoupledModesAmongThousandsThatAreOnlyCounted)
+{
+    constexpr int kModes = 20000;
+    SampleFile file = sample_file({60, false, false});
+    const auto entry = [](FileBuilder& out, int row, int column, double value) {
+        out.integers({row, column}).real(value).integer(0);
+    };
+    FileBuilder stiffness = file.build();
+    stiffness.integers({4, kModes});
+    for (const int mode : {1, 2})
+    {
+        entry(stiffness, mode, mode, 2.0);
+        entry(stiffness, mode, 3 - mode, -1.0);
+    }
+    file.blocks = {{2, file.blocks[2]}, {ZEL_BLOCK_NODES, file.blocks[4]}, {ZEL_BLOCK_STIFFNESS, stiffness.bytes}};
+    write_bytes(path, file.bytes() + std::string(4 * kModes, '\0'));
+    const auto frequencies = zel_checks::facts_of(ZEL_CreateFromZEL(path.c_str())).frequencies;
+    ASSERT_EQ(frequencies.size(), size_t(kModes));
+    EXPECT_TRUE(frequencies[kModes - 3].rigid);
+    EXPECT_NEAR(frequencies[kModes - 2].hertz, 0.5 / M_PI, 1e-15);
+    EXPECT_NEAR(frequencies[kModes - 1].hertz, 0.5 * std::sqrt(3.0) / M_PI, 1e-15);
 }
 
 TEST_F(Checks, TellHowInterfacesTakePartInModes)
