@@ -234,3 +234,20 @@ TEST_F(DamagedFiles, NeverCrashOrTakeMemoryWithoutBound)
     EXPECT_LT(opened, kFiles);
     EXPECT_LT(zel::largest_allocation, 1 << 22); // the files have some 10 kB, a node table starts with 1000 nodes
 }
+
+// Each mode has an entry and none a frequency, so that all of them are looked at for the first that deforms the body.
+TEST_F(DamagedFiles, OpenInTimeThoughAllModesAreRigid)
+{
+    constexpr int kModes = 150'000;
+    SampleFile file = with_blocks(kPlain, {ZEL_BLOCK_NODES});
+    FileBuilder mass = file.build().integers({kModes, kModes});
+    for (int mode = 1; mode <= kModes; ++mode)
+        mass.integers({mode, mode}).real(1.0).integer(0);
+    file.blocks[ZEL_BLOCK_MASS] = mass.bytes;
+    const std::string path = folder.path("rigid.zel");
+    write_bytes(path, file.bytes());
+    EXPECT_TRUE(succeeds_within(int64_t(1) << 30, 4, [&] {
+        ZELDATA* db = ZEL_CreateFromZEL(path.c_str());
+        return ZEL_ModeCount(db) == kModes && ZEL_RigidBodyModeCount(db) == 0;
+    }));
+}

@@ -4,6 +4,7 @@
 #include "statistics.h"
 #include "zel.h"
 
+#include <algorithm>
 #include <cmath>
 
 namespace zel
@@ -19,16 +20,48 @@ static double leading_diagonal(const ZELMATRIX& matrix, int mode, double missing
     return value;
 }
 
-// An eigenvalue record from the diagonals of generalized stiffness and mass, for a body without records.
-static ZELEIGEN eigenvalue_of_diagonals(const ZELDATA* db, int mode)
+// The same of all modes.
+static void leading_diagonals(const ZELMATRIX& matrix, int modes, double missing, double* values)
+{
+    std::fill_n(values, modes, missing);
+    for (int i = 0; i < matrix.count && matrix.entries[i].row == matrix.entries[i].column; ++i)
+        if (matrix.entries[i].row >= 0 && matrix.entries[i].row < modes)
+            values[matrix.entries[i].row] = matrix.entries[i].value;
+}
+
+static double missing_mass(const ZELDATA* db)
+{
+    return db->mass.count > 0 ? 0.0 : assumed_mass(db);
+}
+
+// An eigenvalue record from generalized stiffness and mass.
+static ZELEIGEN eigenvalue_of(const ZELDATA* db, int mode, double k, double m)
 {
     constexpr double kPerTurn = 0.15915494309188485; // 1 / (2 pi)
-    const double k = leading_diagonal(db->stiffness, mode, 0.0);
-    const double m = leading_diagonal(db->mass, mode, db->mass.count > 0 ? 0.0 : assumed_mass(db));
     const double eigenvalue = m == 0.0 ? kInfiniteEigenvalue : k / m;
     const double consistency = ZEL_UCF(db) == 0.0 ? 1.0 : ZEL_UCF(db);
     const double radians = std::copysign(std::sqrt(consistency * std::fabs(eigenvalue)), eigenvalue);
     return {{double(ZEL_ModeNumber(db, mode)), eigenvalue, radians * kPerTurn, radians, m, k}};
+}
+
+// From the diagonals, for a body without records.
+static ZELEIGEN eigenvalue_of_diagonals(const ZELDATA* db, int mode)
+{
+    return eigenvalue_of(db, mode, leading_diagonal(db->stiffness, mode, 0.0),
+                         leading_diagonal(db->mass, mode, missing_mass(db)));
+}
+
+bool list_frequencies(const ZELDATA* db, double* cycles)
+{
+    const int modes = db->mode_count;
+    Scratch<double> mass(modes);
+    if (!mass.data)
+        return false;
+    leading_diagonals(db->stiffness, modes, 0.0, cycles);
+    leading_diagonals(db->mass, modes, missing_mass(db), mass.data);
+    for (int mode = 0; mode < modes; ++mode)
+        cycles[mode] = eigenvalue_of(db, mode, cycles[mode], mass.data[mode]).value[2];
+    return true;
 }
 
 // The statistic as the file recorded it; false when it did not. After a write of some of the modes the records are those

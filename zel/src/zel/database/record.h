@@ -63,6 +63,10 @@ int store_implied_mass(ZELDATA* db);
 double assumed_mass(const ZELDATA* db);
 void set_assumed_mass(ZELDATA* db, double mass);
 
+// Frequencies in cycles per unit of time of all modes of a body without eigenvalue records, by index: what ZEL_Eigenvalue looks for
+// in the whole matrices for each mode. False, silently, when memory is short.
+bool list_frequencies(const ZELDATA* db, double* cycles);
+
 // ---- Loads (database/loads.cpp) ----------------------------------------------------------------------------------------
 
 // How many components of the preload, or of a load case, are forces since it was projected: 3, or 0 when nothing was.

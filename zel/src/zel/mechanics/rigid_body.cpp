@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <optional>
 
 namespace zel
 {
@@ -14,13 +15,36 @@ static constexpr int kRigid = 6;
 
 // ---- Rigid-body modes -----------------------------------------------------------------------------------------------
 
-// Frequency of the mode at an index, 0 when it cannot be told.
-static double frequency(ZELDATA* db, int mode)
+namespace
 {
-    double hertz = 0.0;
-    ZEL_Eigenvalue(db, ZEL_ModeNumber(db, mode), nullptr, &hertz, nullptr, nullptr, nullptr);
-    return hertz;
-}
+// Frequencies of the modes by index, 0 where they cannot be told. Of records, of a few modes and without memory each is looked
+// for by itself; of many without records that would take the square of their number.
+class Frequencies
+{
+public:
+    explicit Frequencies(ZELDATA* db) : db_(db)
+    {
+        constexpr int kMany = 1000;
+        if (db->mode_count > kMany && !db->eigenvalues)
+            cycles_.emplace(db->mode_count);
+        listed_ = cycles_ && cycles_->data && list_frequencies(db, cycles_->data);
+    }
+    double operator[](int mode) const
+    {
+        const int number = ZEL_ModeNumber(db_, mode);
+        double hertz = 0.0;
+        if (listed_)
+            return cycles_->data[ZEL_ModeIndex(db_, number)];
+        ZEL_Eigenvalue(db_, number, nullptr, &hertz, nullptr, nullptr, nullptr);
+        return hertz;
+    }
+
+private:
+    ZELDATA* db_;
+    std::optional<Scratch<double>> cycles_;
+    bool listed_;
+};
+} // namespace
 
 static int count_rigid_modes(ZELDATA* db, double hertz_per_unit)
 {
@@ -28,11 +52,12 @@ static int count_rigid_modes(ZELDATA* db, double hertz_per_unit)
     const int modes = ZEL_ModeCount(db);
     if (modes < 2)
         return 0;
-    const double first = frequency(db, 0) * hertz_per_unit;
+    const Frequencies frequencies(db);
+    const double first = frequencies[0] * hertz_per_unit;
     double previous = first;
     for (int mode = 1; mode < modes; ++mode)
     {
-        const double current = frequency(db, mode) * hertz_per_unit;
+        const double current = frequencies[mode] * hertz_per_unit;
         if (std::fabs(first) < kAlmostZero && current > kClearlyFlexible)
             return mode;
         if (std::fabs(current) > kJump * std::fabs(previous))
