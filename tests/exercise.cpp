@@ -7,6 +7,8 @@
 
 namespace
 {
+constexpr int kMostModes = 1000; // who asks for dense matrices of more has to pay for them
+
 void look_at_nodes(ZELDATA* db)
 {
     const int count = ZEL_NodeCount(db);
@@ -34,7 +36,6 @@ void look_at_nodes(ZELDATA* db)
 void look_at_matrices(ZELDATA* db)
 {
     const int modes = ZEL_ModeCount(db);
-    std::vector<double> matrix((6 + size_t(modes)) * (6 + size_t(modes)));
     std::vector<int> numbers(size_t(modes) + 1);
     for (int mode = 0; mode < modes; ++mode)
         numbers[size_t(mode)] = ZEL_ModeNumber(db, mode);
@@ -46,13 +47,16 @@ void look_at_matrices(ZELDATA* db)
         std::vector<double> values(rows.size());
         sparse(db, rows.data(), columns.data(), values.data());
     }
+    for (auto read : {ZEL_ReadGeneralizedStiffness, ZEL_ReadGeneralizedMass, ZEL_ReadGeneralizedDamping})
+        read(db);
+    std::vector<double> matrix(modes <= kMostModes ? (6 + size_t(modes)) * (6 + size_t(modes)) : 0);
+    if (matrix.empty())
+        return;
     for (auto full : {ZEL_GenStiffFull, ZEL_GenMassFull, ZEL_GenDampFull})
         full(db, matrix.data(), modes);
     for (auto selected : {ZEL_GenStiffSelected, ZEL_GenMassSelected, ZEL_GenDampPrincipalAndSelected})
         selected(db, matrix.data(), numbers.data(), modes);
     ZEL_Transformation(db, matrix.data());
-    for (auto read : {ZEL_ReadGeneralizedStiffness, ZEL_ReadGeneralizedMass, ZEL_ReadGeneralizedDamping})
-        read(db);
 }
 
 void look_at_faces_and_loads(ZELDATA* db)
@@ -117,7 +121,8 @@ void look_at_the_whole_body(ZELDATA* db)
         std::free(ZEL_Invar8(db, i));
         std::free(ZEL_Invar9(db, i, 0));
     }
-    std::free(ZEL_Invar6(db));
+    if (modes <= kMostModes)
+        std::free(ZEL_Invar6(db));
 }
 
 void look_around(ZELDATA* db)

@@ -83,6 +83,10 @@ static void add_bodies(Corpus& corpus, const fs::path& folder)
     for (const auto& file : fs::directory_iterator(ZEL_TEST_DATA "/golden"))
         if (file.path().extension() == ".zel")
             bodies.push_back(content(file.path()).value());
+    SampleFile counted = sample_file({60, false, false}); // modes of which there is nothing but their number
+    counted.blocks = {{2, counted.blocks[2]}, {4, counted.blocks[4]}, {12, counted.blocks[12]}};
+    counted.blocks[12].replace(4, 4, counted.build().integer(2000).bytes);
+    bodies.push_back(counted.bytes() + std::string(8000, '\0'));
     for (size_t i = 0; i < bodies.size(); ++i)
     {
         corpus.add("read", {bodies[i]});

@@ -41,6 +41,13 @@ static Body opened(const MemoryFile& file)
     return Body(ZEL_CreateFromZEL(file.path().c_str()));
 }
 
+// Dense work takes the cube of the modes that entries couple, and comparing modes that of their number, in honest files as well.
+static bool is_quick(const Body& body, int most_modes = INT32_MAX)
+{
+    constexpr int kMostEntries = 200;
+    return body && body->stiffness.count + body->mass.count <= kMostEntries && ZEL_ModeCount(body.get()) <= most_modes;
+}
+
 void run_read(const Files& files)
 {
     static FILE* report = std::fopen("/dev/null", "w");
@@ -51,7 +58,7 @@ void run_check(const Files& files)
 {
     const MemoryFile file(files[0]);
     const Body body = opened(file);
-    if (!body)
+    if (!is_quick(body))
         return;
     attempt([&] { zel_checks::check_body(body.get()); });
     attempt([&] { zel_checks::facts_of(body.get()); });
@@ -74,7 +81,8 @@ void run_compare(const Files& files)
 {
     const MemoryFile first(files[0]), second(files.back());
     const Body base = opened(first), fresh = opened(second);
-    if (!base || !fresh)
+    constexpr int kMostModes = 100;
+    if (!is_quick(base, kMostModes) || !is_quick(fresh, kMostModes))
         return;
     const auto modes = zel_checks::modes_of(base.get()), others = zel_checks::modes_of(fresh.get());
     attempt([&] { zel_checks::compare_modes(base.get(), fresh.get()); });
@@ -99,7 +107,7 @@ void run_write(const Files& files)
     for (size_t at = 0; (at = options.find('@', at)) != std::string::npos;)
         options.replace(at, 1, sketch.path());
     const Body body = opened(file);
-    if (!body)
+    if (!is_quick(body))
         return;
     if (units.size() == 4)
         ZEL_SetUnits(body.get(), units[0].c_str(), units[1].c_str(), units[2].c_str(), units[3].c_str());
