@@ -12,6 +12,7 @@ namespace zel_fem
 
 constexpr size_t kBlockBytes = size_t(1) << 20;
 constexpr size_t kDeepestInclude = 20;
+constexpr size_t kMostFiles = 10000;             // a few small files that include each other twice are millions
 constexpr size_t kLongestLine = size_t(1) << 16; // a longer one is no text of a solver, and would fill the memory
 
 static bool is_file(const std::string& path)
@@ -131,6 +132,8 @@ void NestedFiles::include(const std::string& name)
     });
     if (again || open_.size() > kDeepestInclude)
         throw InputError(at, "files include each other too deeply");
+    if (files_.size() > kMostFiles)
+        throw InputError(at, "more than " + std::to_string(kMostFiles) + " files are included");
 }
 
 } // namespace zel_fem

@@ -255,6 +255,13 @@ TEST(Decks, ThatCannotBeImportedNameFileAndLine)
         const std::string path = write_file(folder, "job.inp", text);
         EXPECT_EQ(complaint(folder, [&] { read_deck(path); }).substr(0, expected.size()), expected) << text;
     }
+    for (int i = 14; i >= 0; --i) // 16384 times the last one
+    {
+        const std::string next = i < 14 ? "*INCLUDE,INPUT=job" + std::to_string(i + 1) + "\n" : "**\n";
+        write_file(folder, "job" + std::to_string(i), next + next);
+    }
+    EXPECT_NE(complaint(folder, [&] { read_deck(folder.path("job0")); }).find("more than 10000 files are included"),
+              std::string::npos);
     for (const char* card : {"*KINEMATIC\n1,2\n", "*DISTRIBUTING\n"}) // results need to know nothing of it
     {
         const std::string path = write_file(
