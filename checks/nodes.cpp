@@ -1,4 +1,5 @@
 // Nodes, faces and interface nodes: do they lie where they should and move with the modes?
+#include "checks/free_modes.h"
 #include "checks/parts.h"
 
 #include <algorithm>
@@ -53,27 +54,39 @@ static std::vector<size_t> nodes_of_the_mesh(const ZELDATA* db, const std::vecto
     return nodes;
 }
 
-// By pair: whether its nodes, as two sides of a tie, have the same translations in all modes.
+// By pair: whether its nodes have the same translations in the rigid-body motions of the body, which then has two nodes in one place:
+// the two sides of a tie or a slit. Of a body that is held, in all modes.
 static std::vector<bool> move_together(ZELDATA* db, const std::vector<std::array<size_t, 2>>& pairs)
 {
-    constexpr double kAlike = 1e-6; // of the largest displacement of the mode
+    constexpr double kAlike = 1e-6; // of the largest displacement of the motion
     const size_t moving = size_t(ZEL_ModeNodeCount(db, ZEL_MODE_SHAPE));
     std::vector<bool> together(pairs.size(), ZEL_ModeCount(db) > 0);
-    std::vector<double> u(3 * moving);
-    for (int mode = 0; mode < ZEL_ModeCount(db) && !pairs.empty(); ++mode)
+    if (pairs.empty())
+        return together;
+    const FreeModes free = free_modes_of(db);
+    const bool combined = free.coupled && free.rigid > 0;
+    const Eigen::Index motions = free.rigid > 0 ? free.rigid : ZEL_ModeCount(db);
+    Eigen::MatrixXd parting = Eigen::MatrixXd::Zero(Eigen::Index(3 * pairs.size()), motions);
+    Eigen::VectorXd largest = Eigen::VectorXd::Zero(motions), u(Eigen::Index(3 * moving));
+    for (int mode = 0; mode < (combined ? ZEL_ModeCount(db) : int(motions)); ++mode)
     {
-        const bool there = ZEL_Mode(db, ZEL_ModeNumber(db, mode), ZEL_MODE_SHAPE, u.data(), 0) != 0;
-        double largest = 0.0;
-        for (const double value : u)
-            largest = std::max(largest, std::abs(value));
-        for (size_t p = 0; p < pairs.size(); ++p)
+        if (!ZEL_Mode(db, ZEL_ModeNumber(db, mode), ZEL_MODE_SHAPE, u.data(), 0))
+            return std::vector<bool>(pairs.size(), false);
+        for (Eigen::Index k = combined ? 0 : mode; k < (combined ? motions : mode + 1); ++k)
         {
-            const auto [a, b] = pairs[p];
-            together[p] = together[p] && there && a < moving && b < moving;
-            for (size_t c = 0; c < 3 && together[p]; ++c)
-                together[p] = std::abs(u[3 * a + c] - u[3 * b + c]) <= kAlike * largest;
+            const double part = combined ? free.vectors.coeff(mode, k) : 1.0;
+            largest[k] += std::abs(part) * u.cwiseAbs().maxCoeff();
+            for (size_t p = 0; p < pairs.size(); ++p)
+                if (const auto [a, b] = pairs[p]; a < moving && b < moving)
+                    parting.col(k).segment<3>(Eigen::Index(3 * p)) +=
+                        part * (u.segment<3>(Eigen::Index(3 * a)) - u.segment<3>(Eigen::Index(3 * b)));
         }
     }
+    for (size_t p = 0; p < pairs.size(); ++p)
+        together[p] = together[p] && pairs[p][0] < moving && pairs[p][1] < moving &&
+                      (parting.middleRows<3>(Eigen::Index(3 * p)).cwiseAbs().colwise().maxCoeff().transpose().array() <=
+                       kAlike * largest.array())
+                          .all();
     return together;
 }
 

@@ -8,6 +8,7 @@
 #include <map>
 #include <mutex>
 #include <tuple>
+#include <utility>
 
 namespace zel_fem
 {
@@ -335,8 +336,9 @@ static void add_thickness(const QuadraturePoint& point, const Matrix3Xd& at, dou
         result.across[size_t(i)] += square(point.value[i]) / point.value.squaredNorm() * across;
 }
 
-// Lines of a rectangular section, by Gauss points.
-static void add_line(const Element& element, const Matrix3Xd& at, ElementMass& result)
+// Lines of a rectangular section, by Gauss points. That of a program's truss, a square, does not turn about it, and has the inertia
+// of as much mass spread along it.
+static void add_line(const Element& element, const Matrix3Xd& at, Rule rule, ElementMass& result)
 {
     VectorXd value;
     MatrixXd gradient;
@@ -349,9 +351,11 @@ static void add_line(const Element& element, const Matrix3Xd& at, ElementMass& r
                        second = along.cross(first);
         const double volume = weight * tangent.norm() * element.thickness * element.width,
                      mass = element.density * volume;
-        const Matrix3d across = mass / 12 *
-                                (square(element.thickness) * first * first.transpose() +
-                                 square(element.width) * second * second.transpose());
+        Matrix3d across = mass / 12 *
+                          (square(element.thickness) * first * first.transpose() +
+                           square(element.width) * second * second.transpose());
+        if (rule == Rule::solver)
+            across = mass / 12 * square(element.thickness) * along * along.transpose();
         result.volume += volume;
         result.moments.add(mass, at * value);
         result.moments.second += across;
@@ -379,7 +383,7 @@ ElementMass element_mass(const Mesh& mesh, const Element& element, Rule rule)
     if (row_of(shape).family->dimension == 1)
     {
         if (element.width > 0.0)
-            add_line(element, at, result);
+            add_line(element, at, rule, result);
         return result;
     }
     if (has_exchanged_nodes(shape, at))
@@ -460,8 +464,17 @@ std::vector<ElementFace> skin_faces(const Mesh& mesh)
 std::vector<Face> skin(const Mesh& mesh)
 {
     std::vector<Face> faces;
-    for (const auto& [element, number] : skin_faces(mesh))
-        faces.push_back(element_face(mesh.elements[size_t(element)], number));
+    for (const auto& [index, number] : skin_faces(mesh))
+    {
+        const Element& element = mesh.elements[size_t(index)];
+        Face face = element_face(element, number);
+        if (element.type->shape == Shape::line3) // two lines: what no face has gets no motion in the body
+        {
+            faces.push_back({face[0], element.nodes[2]});
+            face[0] = element.nodes[2];
+        }
+        faces.push_back(std::move(face));
+    }
     return faces;
 }
 

@@ -255,7 +255,8 @@ void check_interfaces(const Model& model, const std::vector<Interface>& interfac
         for (int i = 0; element.type->shape != Shape::point && i < node_count(element.type->shape); ++i)
             structural[size_t(element.nodes[size_t(i)])] = 1;
     for (size_t i = 0; model.layers && i < model.layers->nodes.size(); ++i)
-        structural[size_t(model.layers->nodes[i].node)] = model.layers->nodes[i].is_knot;
+        structural[size_t(model.layers->nodes[i].node)] =
+            model.layers->nodes[i].is_knot || model.layers->nodes[i].is_hung();
     for (size_t node = 0; node < moved.size() && !model.mesh_has_mass; ++node)
         structural[node] = structural[node] || moved[node] != 0; // elements only draw: what moves belongs to the body
     for (const Interface& interface : interfaces)

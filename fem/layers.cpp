@@ -24,6 +24,7 @@ LayeredNode::LayeredNode(int own, std::vector<int> every, std::vector<int> telli
     Eigen::CompleteOrthogonalDecomposition<Eigen::Matrix3d> decomposition;
     decomposition.setThreshold(1e-8);
     turn = decomposition.compute(span).pseudoInverse();
+    rest = Eigen::Matrix3d::Identity() - turn * span;
 }
 
 std::vector<int> Layers::nodes_of(int node) const
@@ -57,6 +58,13 @@ MatrixXd Layers::rotation(const MatrixXd& motion) const
             rotation.col(k).segment<3>(3 * Index(n.node)) = n.turn * sum;
         }
     return rotation;
+}
+
+MatrixXd Layers::rest(MatrixXd elements) const
+{
+    for (const LayeredNode& n : nodes)
+        elements.middleRows<3>(3 * Index(n.node)) = (n.rest * elements.middleRows<3>(3 * Index(n.node))).eval();
+    return elements;
 }
 
 } // namespace zel_fem

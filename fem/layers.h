@@ -20,6 +20,10 @@ struct LayeredNode
     Eigen::Matrix3Xd arms; // from it to these, one column each
     bool is_knot = false;  // it moves itself, with rotations, and the others with it
     Eigen::Matrix3d turn;  // the rotation that fits displacements u of these best is turn times the sum of arm x u
+    Eigen::Matrix3d rest;  // projects rotations to those that they do not tell
+
+    // Whether it is one of `all`, the last: others than shells and beams have it as well, and it moves by the layers, but not by their mean.
+    bool is_hung() const { return all.back() == node; }
 
     LayeredNode(int own, std::vector<int> every, std::vector<int> telling, const Mesh& mesh);
 };
@@ -36,6 +40,8 @@ struct Layers
     Eigen::MatrixXd mean(const Eigen::MatrixXd& values, Eigen::Index width) const;
     // Rotations, of shells none about the normal; zero at nodes that move themselves. Three rows a node.
     Eigen::MatrixXd rotation(const Eigen::MatrixXd& motion) const;
+    // What these leave out, of the rotations by the elements of the body.
+    Eigen::MatrixXd rest(Eigen::MatrixXd elements) const;
 };
 
 } // namespace zel_fem

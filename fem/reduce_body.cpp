@@ -44,10 +44,14 @@ static std::string title_of(const Model& model, const char* what, const char* fr
 }
 
 // Nodal inertias have no kinetic energy unless their nodes turn.
-static void add_rotations(Body& body)
+static void add_rotations(const Model& model, Body& body)
 {
-    if (body.rotation.size() == 0 && (has_shells(body.mesh) || body.nodes.left > kSmallRest))
+    const auto& elements = body.mesh.elements;
+    const bool lines = std::any_of(elements.begin(), elements.end(), [](auto& element) { return element.width > 0.0; });
+    if (body.rotation.size() == 0 && (has_shells(body.mesh) || lines || body.nodes.left > kSmallRest))
         body.rotation = node_rotations(body.mesh, body.motion);
+    else if (model.layers && body.nodes.left > kSmallRest) // about normals and at solids, too
+        body.rotation += model.layers->rest(node_rotations(body.mesh, body.motion));
 }
 
 // Unit motions of each reference node in its own six constraint modes, as computed modes have them.
@@ -101,6 +105,12 @@ static void take_shapes(const Model& model, NodeMotion motion, Body& body)
     else
         body.rotation = std::move(motion.rotation);
     body.motion = model.layers ? model.layers->mean(motion.displacement, 3) : std::move(motion.displacement);
+}
+
+// `motion`: of all nodes that move.
+static MatrixXd rigid_coefficients(const Model& model, const MassMoments& mass, const MatrixXd& motion)
+{
+    return fit_rigid_motions(model.moved_mesh(), mass.center(), motion).coefficients;
 }
 
 namespace
@@ -168,14 +178,14 @@ static MatrixMass mass_of(const Model& model, const MeshMass& own)
     return mass;
 }
 
-// Gives it to the rigid motions and the nodes. `rows`: the modes at the rows of the matrices.
+// Gives it to the rigid motions and the nodes. `rigid`: these of the modes, if needed; `rows`: the modes at the rows of the matrices.
 static void take_mass(const Model& model, const MatrixMass& mass, const MeshMass& own, const ReductionOptions& options,
-                      Body& body, MatrixXd& rows)
+                      const MatrixXd& rigid, Body& body, MatrixXd& rows)
 {
     if (mass.differs)
-        set_rigid_mass(body, mass.target, &rows);
+        set_rigid_mass(body, mass.target, rigid, &rows);
     body.nodes = nodal_masses(body.mesh, model.mesh_has_mass ? own : matrix_mass(model), options.mass, mass.target);
-    add_rotations(body);
+    add_rotations(model, body);
 }
 
 static void take_loads(const FullLoads& loads, const MatrixXd& motion, Body& body)
@@ -277,11 +287,13 @@ static void reduce_matrices(const Model& model, const MeshMass& own, const Reduc
     Reduction reduction = free ? reduce_free(model, choice, progress, pulls_at(model, loaded), attached)
                                : reduce_craig_bampton(model, interfaces, choice, progress, attached, loads.references);
     progress.begin("shapes and nodal masses");
-    take_shapes(model, node_motion(model, reduction), body);
+    NodeMotion motion = node_motion(model, reduction);
+    const MatrixXd rigid = mass.differs ? rigid_coefficients(model, mass.target, motion.displacement) : MatrixXd();
+    take_shapes(model, std::move(motion), body);
     body.stiffness = std::move(reduction.stiffness);
     body.mass = std::move(reduction.mass);
     body.reference_motion = std::move(reduction.reference_motion);
-    take_mass(model, mass, own, options, body, reduction.motion);
+    take_mass(model, mass, own, options, rigid, body, reduction.motion);
     take_loads(loads, reduction.motion, body);
     std::optional<InvariantMass> invariants; // none: lumped ones are wanted
     if (!options.lumped_invariants)
@@ -358,6 +370,8 @@ static void take_modes(Model& model, const MeshMass& own, const ReductionOptions
     double before = basis.rigid_before;
     if (!free)
         before = repair_rigid_motions(body.interfaces, basis.stiffness, basis.mass);
+    const MatrixXd rigid =
+        !free || basis.rigid_count > 0 ? rigid_coefficients(model, elements.moments, basis.motion) : MatrixXd();
     MatrixXd layers = model.layers && !loads.labels.empty() ? basis.motion : MatrixXd(); // what loads act on
     take_shapes(model, {std::move(basis.motion), {}}, body);
     body.stiffness = std::move(basis.stiffness);
@@ -365,9 +379,9 @@ static void take_modes(Model& model, const MeshMass& own, const ReductionOptions
     body.reference_motion = unit_reference_motion(body.interfaces.size(), basis.boundary_count, body.motion.cols());
     body.stress =
         model.layers && basis.stress.size() > 0 ? model.layers->mean(basis.stress, 6) : std::move(basis.stress);
-    if (!free || basis.rigid_count > 0)
-        set_rigid_mass(body, elements.moments, &layers);
-    add_rotations(body);
+    if (rigid.size() > 0)
+        set_rigid_mass(body, elements.moments, rigid, &layers);
+    add_rotations(model, body);
     take_loads(loads, model.layers ? layers : body.motion, body);
 
     const int modes = int(body.mass.rows()) - basis.boundary_count - basis.rigid_count;

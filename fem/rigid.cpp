@@ -2,6 +2,8 @@
 // nothing else for all that is M-orthogonal to c: so D may be whatever the mass of the rigid body lacks.
 #include "fem/rigid.h"
 
+#include <map>
+
 namespace zel_fem
 {
 
@@ -65,6 +67,35 @@ static MatrixXd element_rotation(const MatrixXd& slopes, const Eigen::Matrix3Xd&
     return rotation;
 }
 
+// Where nothing but trusses and beams meets: the rotation about a node that fits the motion of the other ends best, none about the line
+// of a single one.
+static void add_line_rotations(const Mesh& mesh, const MatrixXd& motion, const std::vector<int>& count, MatrixXd& sum)
+{
+    std::map<int, Eigen::Matrix3d> span; // of r.r E - r r^T; the sum is that of r x u
+    for (const Element& element : mesh.elements)
+        for (int k = 0; element.width > 0.0 && k < node_count(element.type->shape); ++k)
+            for (int i = 0; i < node_count(element.type->shape); ++i)
+            {
+                const int node = element.nodes[size_t(k)], other = element.nodes[size_t(i)];
+                const Vector3d r = mesh.nodes[size_t(other)].at - mesh.nodes[size_t(node)].at;
+                if (count[size_t(node)] > 0)
+                    continue;
+                span.try_emplace(node, Eigen::Matrix3d::Zero()).first->second +=
+                    r.squaredNorm() * Eigen::Matrix3d::Identity() - r * r.transpose();
+                Eigen::Matrix3d cross;
+                cross << 0, -r[2], r[1], r[2], 0, -r[0], -r[1], r[0], 0;
+                sum.middleRows<3>(3 * Index(node)) +=
+                    cross * (motion.middleRows<3>(3 * Index(other)) - motion.middleRows<3>(3 * Index(node)));
+            }
+    for (const auto& [node, all] : span)
+    {
+        Eigen::CompleteOrthogonalDecomposition<Eigen::Matrix3d> solver;
+        solver.setThreshold(kCollapsed);
+        solver.compute(all);
+        sum.middleRows<3>(3 * Index(node)) = solver.solve(sum.middleRows<3>(3 * Index(node))).eval();
+    }
+}
+
 MatrixXd node_rotations(const Mesh& mesh, const MatrixXd& motion)
 {
     MatrixXd sum = MatrixXd::Zero(motion.rows(), motion.cols());
@@ -88,15 +119,14 @@ MatrixXd node_rotations(const Mesh& mesh, const MatrixXd& motion)
     }
     for (size_t i = 0; i < count.size(); ++i)
         sum.middleRows<3>(3 * Index(i)) /= std::max(count[i], 1);
+    add_line_rotations(mesh, motion, count, sum);
     return sum;
 }
 
-void set_rigid_mass(Body& body, const MassMoments& target, MatrixXd* rows)
+void set_rigid_mass(Body& body, const MassMoments& target, const MatrixXd& rigid, MatrixXd* rows)
 {
-    const Vector3d center = target.center();
-    const MatrixXd c = fit_rigid_motions(body.mesh, center, body.motion).coefficients;
-    const Matrix6 own = c.transpose() * body.mass * c, lacking = target.rigid_mass(center) - own;
-    const MatrixXd w = body.mass * c * own.inverse();
+    const Matrix6 own = rigid.transpose() * body.mass * rigid, lacking = target.rigid_mass(target.center()) - own;
+    const MatrixXd w = body.mass * rigid * own.inverse();
     body.mass += w * lacking * w.transpose();
     body.mass = 0.5 * (body.mass + body.mass.transpose()).eval();
     if (body.reference_motion.rows() > 0)

@@ -16,10 +16,11 @@ struct RigidFit
 
 RigidFit fit_rigid_motions(const Mesh& mesh, const Eigen::Vector3d& center, const Eigen::MatrixXd& motion);
 
-// Gives the rigid motions of a body the generalized mass of `target`. What is orthogonal to them stays, and with it all flexible
+// Gives the rigid motions of a body the generalized mass of `target`; `rigid` has them, about its centre, as combinations of the modes
+// of all nodes that move: those of a beam do not tell of its torsion. What is orthogonal to them stays, and with it all flexible
 // eigenvalues. The first six modes of a free body become motions of unit mass, and so they do in `rows`, the modes at the rows of the
 // matrices, unless it is null.
-void set_rigid_mass(Body& body, const MassMoments& target, Eigen::MatrixXd* rows);
+void set_rigid_mass(Body& body, const MassMoments& target, const Eigen::MatrixXd& rigid, Eigen::MatrixXd* rows);
 
 // Rotations of the nodes as their elements turn there, averaged; in a shell the normal stays normal. Three rows a node, zero
 // where no element tells one.

@@ -224,6 +224,14 @@ def expanded_jobs(scratch, heading):
               scratch, ["frd", "dat"], TESTS)
 
 
+def kept_jobs(scratch):
+    """Trusses, shells and beams on solids, a laminate: decks that were written by hand, and are solved again as they stand."""
+    for name in ("stiffened", "hung", "laminate"):
+        for job, kinds in ((name, ["dof", "sti", "mas"]), (name + "_modes", ["frd", "dat"])):
+            with gzip.open(os.path.join(TESTS, job + ".inp.gz"), "rt") as file:
+                solve(job, file.read(), scratch, kinds, TESTS)
+
+
 def plate(cells, size):
     """Nodes and S8R elements of a rectangle in the plane z = 0."""
     corners = [(0, 0), (2, 0), (2, 2), (0, 2), (1, 0), (2, 1), (1, 2), (0, 1)]
@@ -284,6 +292,7 @@ def main():
         joined_jobs(scratch, heading, section)
         patches(scratch, heading)
         expanded_jobs(scratch, heading)
+        kept_jobs(scratch)
         mesh, count = beam((20, 2, 2), (1000., 40., 20.))
         model = mesh + STEEL + section.format("BEAM")
         title = heading.format("Steel beam 1000 x 40 x 20 mm of C3D20 bricks")

@@ -762,7 +762,7 @@ TEST(RigidMotions, GetTheirMassWithoutTheFlexibleModes)
     body.stiffness = MatrixXd::Zero(8, 8);
     body.stiffness.bottomRightCorner<2, 2>() << 3, 1, 1, 2;
     const VectorXd before = generalized_eigenvalues(body.stiffness, body.mass);
-    set_rigid_mass(body, target, nullptr);
+    set_rigid_mass(body, target, fit_rigid_motions(body.mesh, target.center(), body.motion).coefficients, nullptr);
     const VectorXd after = generalized_eigenvalues(body.stiffness, body.mass);
     EXPECT_NEAR((after - before).tail<2>().norm(), 0.0, 1e-8 * before[7]);
     EXPECT_NEAR(body.mass(0, 0), target.mass, 1e-9 * target.mass);
@@ -810,11 +810,15 @@ TEST_F(Import, RefusesShellsThatMeetOtherwise)
             expand_shells(read_deck(path)).name_layers(freedoms);
         });
     };
-    EXPECT_EQ(refusal(one + "*ELEMENT, TYPE=S4R, ELSET=B\n2, 2, 5, 6, 3\n" + section +
-                      "*SHELL SECTION, ELSET=B, MATERIAL=M\n0.2\n"),
-              "s.inp:13: node 2 joins shells of different thickness: import modes from *NODE FILE, OUTPUT=2D");
-    EXPECT_EQ(refusal(one + "*ELEMENT, TYPE=MASS, ELSET=B\n2, 3\n" + section + "*MASS, ELSET=B\n1\n"),
-              "s.inp:13: node 3 belongs to a shell as well: import modes from *NODE FILE, OUTPUT=2D");
+    const std::string far =
+        "*ELEMENT, TYPE=S4R, ELSET=B\n2, 2, 5, 6, 3\n" + section + "*SHELL SECTION, ELSET=B, MATERIAL=M\n0.2\n";
+    EXPECT_EQ(refusal("*NODE\n5, 2, 0, 0.01\n6, 2, 1, 0.01\n" + one + far),
+              "s.inp:16: node 2 joins shells of different thickness at a slight angle");
+    EXPECT_EQ(refusal("*NODE\n1, 0, 0, -0.5\n4, 0, 1, -0.5\n5, 2, 0, 0.5\n6, 2, 1, 0.5\n" + one + far),
+              "s.inp:18: node 2 joins shells of different thickness, and their normal lies along none of the axes");
+    EXPECT_EQ(
+        refusal(one + "*ELEMENT, TYPE=T3D2, ELSET=B\n2, 3, 7\n" + section + "*SOLID SECTION, ELSET=B, MATERIAL=M\n1\n"),
+        "s.inp:13: node 3 of a truss belongs to a shell or beam as well: matrices of such a knot are not proved");
     EXPECT_EQ(
         refusal(one + "*NSET, NSET=E\n1, 2, 3\n*RIGID BODY, NSET=E, REF NODE=7\n" + section),
         "s.inp:14: matrices of tied shells cannot be imported: leave the tie out of the deck and name its nodes with "

@@ -329,9 +329,14 @@ Dependents dependents_of(const Deck& deck, const std::vector<Knot>& knots, const
 {
     Elimination elimination(deck, knots, rows);
     for (const Knot& knot : knots)
+    {
+        const int own = deck.mesh.nodes[size_t(knot.node)].id;
+        if (knot.unturned >= 0)
+            elimination.add({knot.place, {{own, 3 + knot.unturned, 1.0}}});
         for (const int id : knot.layer_ids)
             for (int c = 0; c < 3; ++c)
-                elimination.add(follow(deck, knot.place, deck.mesh.nodes[size_t(knot.node)].id, id, c, true));
+                elimination.add(follow(deck, knot.place, own, id, c, true));
+    }
     for (const Equation& equation : deck.equations)
         elimination.add(equation);
     for (const Tie& tie : deck.ties)

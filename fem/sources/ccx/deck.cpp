@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <functional>
 #include <memory>
 #include <set>
 
@@ -12,6 +13,7 @@
 #include "fem/sources/ccx/beams.h"
 #include "fem/sources/ccx/element_types.h"
 #include "fem/sources/ccx/materials.h"
+#include "fem/sources/ccx/trusses.h"
 
 namespace zel_fem::ccx
 {
@@ -22,6 +24,8 @@ struct Section
     std::string element_set, material, orientation;
     double thickness = 0.0, width = 0.0;
     Eigen::Vector3d axis = Eigen::Vector3d::Zero();
+    double area = 0.0;                   // of trusses
+    std::vector<std::string> plies = {}; // materials of a composite shell
 };
 
 struct Material
@@ -59,6 +63,7 @@ private:
     void orientation(const Card& card) { elasticities_.orientation(card); }
     void section(const Card& card);
     void beam_section(const Card& card, Section& section) const;
+    void plies(const Card& card, Section& section) const;
     void mass(const Card& card);
     void rigid_body(const Card& card);
     void coupling(const Card& card);
@@ -68,6 +73,10 @@ private:
     void frequency(const Card& card);
     void static_step(const Card& card);
     void boundary(const Card& card);
+    // Takes the fields of a data line and the members that it names.
+    using LoadTaker = std::function<void(const std::vector<std::string_view>&, std::vector<int>&, const Place&)>;
+    void each_load(const Card& card, const char* what, const std::map<std::string, std::vector<int>>& sets,
+                   const std::unordered_map<int, int>& defined, const LoadTaker& take);
     void concentrated(const Card& card);
     void distributed(const Card& card);
     void distribute(const std::string& label, const std::vector<std::string_view>& fields,
@@ -393,21 +402,39 @@ void DeckReader::beam_section(const Card& card, Section& section) const
         throw InputError(at, "the direction of the section is zero");
 }
 
+// Thickness, points of integration, material and orientation of each.
+void DeckReader::plies(const Card& card, Section& section) const
+{
+    for (const DataLine& line : card.lines)
+    {
+        const auto fields = split(line.text);
+        const double thickness = number_at(fields, 0, place(line));
+        if (!(thickness > 0.0))
+            throw InputError(place(line), "the thickness is not positive");
+        section.thickness += thickness;
+        section.plies.push_back(fields.size() > 2 ? capitals(std::string(fields[2])) : "");
+    }
+    if (section.plies.empty())
+        fail(card, card.shown + " without a thickness");
+    section.material = section.plies[0];
+}
+
 void DeckReader::section(const Card& card)
 {
     Section section{place(card), required(card, "ELSET"), "", ""};
-    if (card.has("COMPOSITE"))
-        fail(card, "composite shells cannot be imported");
     if (card.has("NODALTHICKNESS"))
         fail(card, "shells with NODAL THICKNESS cannot be imported");
     if (card.has("OFFSET") && parse_real(card.parameters.at("OFFSET"), section.place) != 0.0)
         fail(card, "shells with OFFSET cannot be imported: put the nodes into the middle of the shell");
-    section.material = required(card, "MATERIAL");
+    if (card.has("COMPOSITE"))
+        plies(card, section);
+    else
+        section.material = required(card, "MATERIAL");
     if (card.has("ORIENTATION"))
         section.orientation = capitals(card.parameters.at("ORIENTATION"));
     if (card.keyword == "BEAMSECTION")
         beam_section(card, section);
-    if (card.keyword == "SHELLSECTION")
+    if (card.keyword == "SHELLSECTION" && section.plies.empty())
     {
         if (card.lines.empty())
             fail(card, card.shown + " without a thickness");
@@ -416,6 +443,8 @@ void DeckReader::section(const Card& card)
         if (!(section.thickness > 0.0))
             throw InputError(at, "the thickness is not positive");
     }
+    if (card.keyword == "SOLIDSECTION" && !card.lines.empty())
+        section.area = number_at(split(card.lines[0].text), 0, place(card.lines[0]));
     sections_.push_back(section);
 }
 
@@ -641,7 +670,8 @@ void DeckReader::boundary(const Card& card)
     }
 }
 
-void DeckReader::concentrated(const Card& card)
+void DeckReader::each_load(const Card& card, const char* what, const std::map<std::string, std::vector<int>>& sets,
+                           const std::unordered_map<int, int>& defined, const LoadTaker& take)
 {
     if (deck_.steps.empty())
         fail(card, card.shown + " outside a step");
@@ -649,34 +679,31 @@ void DeckReader::concentrated(const Card& card)
         return;
     for (const DataLine& line : card.lines)
     {
-        const Place at = place(line);
         const auto fields = split(line.text);
         std::vector<int> members;
-        append_members(fields[0], at, "node set", deck_.node_sets, deck_.node_index, members);
+        append_members(fields[0], place(line), what, sets, defined, members);
+        take(fields, members, place(line));
+    }
+}
+
+void DeckReader::concentrated(const Card& card)
+{
+    each_load(card, "node set", deck_.node_sets, deck_.node_index, [&](auto& fields, auto& members, auto& at) {
         const int component = fields.size() > 1 ? parse_int(fields[1], at) : 0;
         if (component < 1 || component > 6)
             throw InputError(at, "a concentrated load names one of the components 1 to 6");
         for (int id : members)
             loads_.add({LoadKey::nodal, id, component, {}, {}}, number_at(fields, 2, at), {}, at);
-    }
+    });
 }
 
 void DeckReader::distributed(const Card& card)
 {
-    if (deck_.steps.empty())
-        fail(card, card.shown + " outside a step");
-    if (!loads_.begin_card(card, place(card)))
-        return;
-    for (const DataLine& line : card.lines)
-    {
-        const Place at = place(line);
-        const auto fields = split(line.text);
-        std::vector<int> members;
-        append_members(fields[0], at, "element set", deck_.element_sets, element_index_, members);
+    each_load(card, "element set", deck_.element_sets, element_index_, [&](auto& fields, auto& members, auto& at) {
         for (int& member : members)
             member = element_index_.at(member);
         distribute(fields.size() > 1 ? capitals(std::string(fields[1])) : "", fields, members, at);
-    }
+    });
 }
 
 void DeckReader::distribute(const std::string& label, const std::vector<std::string_view>& fields,
@@ -752,10 +779,10 @@ void DeckReader::resolve_nodes()
         }
 }
 
-// Points are masses, and lines that are no beams springs and dashpots.
+// Points are masses, and other lines springs and dashpots.
 static bool has_material(const ElementType& type)
 {
-    return is_beam(type) || (type.shape != Shape::point && type.shape != Shape::line2);
+    return is_beam(type) || is_truss(type) || (type.shape != Shape::point && type.shape != Shape::line2);
 }
 
 static bool fits(const Section& section, const ElementType& type)
@@ -774,18 +801,29 @@ void DeckReader::apply_sections()
             throw InputError(section.place, "there is no material named " + section.material);
         if (!material->second.has_density)
             throw InputError(section.place, "the material " + section.material + " has no *DENSITY");
+        for (const std::string& ply : section.plies)
+            if (const auto other = materials_.find(ply);
+                other == materials_.end() || other->second.density != material->second.density)
+                throw InputError(section.place, "the plies of a composite shell differ in density: its mass across the "
+                                                "thickness cannot be had of one density");
         for (int id : set_named(section.place, section.element_set, "element set", deck_.element_sets))
         {
             const int index = element_index_.at(id);
             Element& element = deck_.mesh.elements[size_t(index)];
-            if (!fits(section, *element.type))
+            const bool layered = element.type->name == "S8R" || element.type->name == "S6";
+            if (!fits(section, *element.type) || (!section.plies.empty() && !layered))
                 throw InputError(section.place,
                                  "element " + std::to_string(id) + " is of type " + std::string(element.type->name));
             element.density = material->second.density;
             element.thickness = section.thickness;
-            element.elasticity = elasticities_.use({material->first, section.orientation, section.thickness > 0.0});
+            if (section.plies.empty()) // nothing is told of the stress between plies
+                element.elasticity = elasticities_.use({material->first, section.orientation, section.thickness > 0.0});
             element.width = section.width;
             element.axis = section.axis;
+            if (is_truss(*element.type) && !(section.area > 0.0))
+                throw InputError(section.place, "the area of truss " + std::to_string(id) + " is not positive");
+            if (is_truss(*element.type))
+                set_square_section(deck_.mesh, element, section.area);
             assigned[size_t(index)] = 1;
         }
     }

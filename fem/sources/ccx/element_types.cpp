@@ -32,6 +32,8 @@ constexpr ElementType kTypes[] = {
     {"B31", Shape::line2, 0, 0},
     {"B32", Shape::line3, 0, 0},
     {"B32R", Shape::line3, 0, 0},
+    {"T3D2", Shape::line2, 0, 0},
+    {"T3D3", Shape::line3, 0, 0},
 };
 
 const ElementType* find_element_type(std::string_view name)
@@ -42,7 +44,7 @@ const ElementType* find_element_type(std::string_view name)
 
 int incompatible_nodes(const ElementType& type)
 {
-    return type.name == "C3D8I" ? 3 : 0;
+    return type.name == "C3D8I" || type.name == "T3D2" ? 3 : 0;
 }
 
 } // namespace zel_fem::ccx

@@ -7,6 +7,7 @@
 
 #include "fem/sources/ccx/beams.h"
 #include "fem/sources/ccx/element_types.h"
+#include "fem/sources/ccx/trusses.h"
 
 namespace zel_fem::ccx
 {
@@ -17,6 +18,7 @@ using Eigen::Vector3d;
 using Eigen::VectorXd;
 
 constexpr double kSmooth = 0.9962; // cosine of five degrees: shells at less are one to the solver
+constexpr double kParallel = 1e-9; // sine
 
 bool is_expanded(const Element& element)
 {
@@ -108,13 +110,8 @@ static void join(const Mesh& mesh, int index, int k, Meeting& meeting)
     const auto same = std::find_if(meeting.begin(), meeting.end(), [&](const Group& other) {
         if (own.section || other.section)
             return own.section && other.section && *own.section == *other.section;
-        return own.normals[0].dot(other.normals[0]) > kSmooth;
+        return own.thickness == other.thickness && own.normals[0].dot(other.normals[0]) > kSmooth;
     });
-    for (const Group& other : meeting)
-        if (!own.section && !other.section && own.thickness != other.thickness &&
-            own.normals[0].dot(other.normals[0]) > kSmooth)
-            refuse(mesh, element, element.nodes[size_t(k)],
-                   "joins shells of different thickness: import modes from *NODE FILE, OUTPUT=2D");
     const bool fresh = same == meeting.end();
     if (fresh)
         meeting.push_back(own);
@@ -168,12 +165,61 @@ static std::vector<Meeting> meetings_of(const Mesh& mesh)
             join(mesh, int(i), k, meetings[size_t(element.nodes[size_t(k)])]);
     }
     for (const Element& element : mesh.elements)
-        for (int k = 0; !is_expanded(element) && k < node_count(element.type->shape); ++k)
-            if (const Meeting& meeting = meetings[size_t(element.nodes[size_t(k)])]; !meeting.empty())
+        for (int k = 0; is_truss(*element.type) && k < node_count(element.type->shape); ++k)
+            if (!meetings[size_t(element.nodes[size_t(k)])].empty())
                 refuse(mesh, element, element.nodes[size_t(k)],
-                       meeting[0].section ? "belongs to a beam as well: matrices of such a knot are not proved"
-                                          : "belongs to a shell as well: import modes from *NODE FILE, OUTPUT=2D");
+                       "of a truss belongs to a shell or beam as well: matrices of such a knot are not proved");
     return meetings;
+}
+
+// By node: the first element, if any, that is a solid, a mass, a spring or a dashpot.
+static std::vector<const Element*> others_at_nodes(const Mesh& mesh)
+{
+    std::vector<const Element*> others(mesh.nodes.size());
+    for (const Element& element : mesh.elements)
+        for (int k = 0; !is_expanded(element) && k < node_count(element.type->shape); ++k)
+            if (const Element*& other = others[size_t(element.nodes[size_t(k)])]; !other)
+                other = &element;
+    return others;
+}
+
+// A node of a shell or beam that others share is their hinge: the mean of bottom and top, or of the corners of a beam. The solver
+// eliminates the first of these. (Its results show another mean, over the thickness, at the node.)
+static void hang_node(const Place& place, int node_id, const Group& group, const std::vector<int>& layer_ids,
+                      Deck& deck)
+{
+    const std::vector<int> outer = group.section ? std::vector<int>(layer_ids.begin(), layer_ids.begin() + 4)
+                                                 : std::vector<int>{layer_ids.front(), layer_ids.back()};
+    for (int c = 0; c < 3; ++c)
+    {
+        Equation equation{place, {{node_id, c, 1.0}}};
+        for (const int id : outer)
+            equation.terms.push_back({id, c, -1.0 / double(outer.size())});
+        deck.equations.push_back(std::move(equation));
+    }
+}
+
+// The axis along which all normals at a knot of shells lie, about which it has no rotation then; -1 where they span more.
+static int common_axis(const Mesh& mesh, int node, const Meeting& meeting)
+{
+    const Element& element = mesh.elements[size_t(meeting.back().elements[0])];
+    const Vector3d line = meeting[0].section ? Vector3d::Zero() : meeting[0].normals[0];
+    bool alike = true;
+    for (const Group& group : meeting)
+        for (size_t i = 0; i < std::max<size_t>(group.normals.size(), 1); ++i)
+        {
+            const bool parallel = !group.section && !line.isZero() && group.normals[i].cross(line).norm() < kParallel;
+            if (!parallel && !group.section && &group != &meeting[0] && group.normals[i].dot(line) > kSmooth)
+                refuse(mesh, element, node, "joins shells of different thickness at a slight angle");
+            alike = alike && parallel;
+        }
+    for (int c = 0; c < 3 && alike; ++c)
+        if (1.0 - std::abs(line[c]) < kParallel)
+            return c;
+    if (alike)
+        refuse(mesh, element, node,
+               "joins shells of different thickness, and their normal lies along none of the axes");
+    return -1;
 }
 
 Expansion expand_shells(const Deck& deck)
@@ -181,6 +227,7 @@ Expansion expand_shells(const Deck& deck)
     const Mesh& mesh = deck.mesh;
     Expansion expansion{deck, {{}, {}, std::vector<int>(mesh.nodes.size(), -1)}, {}};
     std::vector<Meeting> meetings = meetings_of(mesh);
+    const std::vector<const Element*> others = others_at_nodes(mesh);
     Mesh& solids = expansion.deck.mesh;
     int next_id = 0;
     for (int node = 0; node < int(mesh.nodes.size()); ++node)
@@ -205,11 +252,20 @@ Expansion expand_shells(const Deck& deck)
             else
                 outer.insert(outer.end(), {group.all.front(), group.all.back()});
         }
+        if (meeting.size() == 1 && others[size_t(node)])
+        {
+            hang_node(mesh.place(*others[size_t(node)]), mesh.nodes[size_t(node)].id, meeting[0], knot.layer_ids,
+                      expansion.deck);
+            all.push_back(node);
+        }
         expansion.layers.layers_of_node[size_t(node)] = int(expansion.layers.nodes.size());
         expansion.layers.nodes.emplace_back(node, std::move(all), std::move(outer), solids);
         expansion.layers.nodes.back().is_knot = meeting.size() > 1;
         if (meeting.size() > 1)
+        {
+            knot.unturned = common_axis(mesh, node, meeting);
             expansion.knots.push_back(std::move(knot));
+        }
     }
     for (size_t i = 0; i < solids.elements.size(); ++i)
         if (Element& element = solids.elements[i]; is_expanded(element))
@@ -242,28 +298,37 @@ void Expansion::name_layers(std::vector<int>& node_ids) const
             id = --last;
 }
 
-// Knots have a node of their own for three rotations, and one behind it for the stretch, in the order of their own numbers. No other
+// Knots have a node of their own for their rotations, and one behind it for the stretch, in the order of their own numbers. No other
 // nodes of the solver's making have a single freedom.
 void Expansion::name_knots(std::vector<Freedom>& freedoms)
 {
     size_t knot = 0;
-    for (size_t i = 0; i + 3 < freedoms.size(); ++i)
+    for (size_t i = 0; i < freedoms.size(); ++i)
     {
         const int id = freedoms[i].node_id;
         if (deck.find_node(id) >= 0 || id <= 0)
             continue;
-        bool belongs = freedoms[i + 3].node_id == id + 1 && freedoms[i + 3].component == 1 &&
-                       (i + 4 == freedoms.size() || freedoms[i + 4].node_id != id + 1);
-        for (size_t c = 0; c < 3; ++c)
-            belongs = belongs && freedoms[i + c].node_id == id && freedoms[i + c].component == int(c) + 1;
+        std::vector<int> turns;
+        for (; i < freedoms.size() && freedoms[i].node_id == id; ++i)
+            turns.push_back(freedoms[i].component - 1);
+        const bool belongs = i < freedoms.size() && freedoms[i].node_id == id + 1 && freedoms[i].component == 1 &&
+                             (i + 1 == freedoms.size() || freedoms[i + 1].node_id != id + 1);
+        const size_t first = i - turns.size();
         if (!belongs)
+        {
+            --i;
             continue;
+        }
         if (knot < knots.size())
         {
-            for (size_t c = 0; c < 3; ++c)
-                freedoms[i + c] = {deck.mesh.nodes[size_t(knots[knot].node)].id, int(c) + 4};
-            freedoms[i + 3].node_id = 0;
-            knots[knot].stretch_row = int64_t(i) + 3;
+            std::vector<int> expected = {0, 1, 2};
+            std::erase(expected, knots[knot].unturned);
+            if (turns != expected)
+                refuse(deck.mesh, deck.mesh.elements[0], knots[knot].node, "is a knot of other rotations");
+            for (size_t c = 0; c < turns.size(); ++c)
+                freedoms[first + c] = {deck.mesh.nodes[size_t(knots[knot].node)].id, turns[c] + 4};
+            freedoms[i].node_id = 0;
+            knots[knot].stretch_row = int64_t(i);
         }
         ++knot;
     }
@@ -287,13 +352,18 @@ void Expansion::name_layers(std::vector<Freedom>& freedoms)
         const int node = deck.find_node(freedom.node_id);
         if (node < 0 || layers.layers_of_node[size_t(node)] < 0)
             continue;
-        const std::vector<int> own = layers.nodes_of(node);
+        std::vector<int> own = layers.nodes_of(node);
+        if (own.size() > 1 && own.back() == node) // hung: it has rows, the first of the layers has none
+        {
+            own.pop_back();
+            own[0] = node;
+        }
         const size_t layer = seen[{node, freedom.component}]++;
         freedom.node_id = id_of[size_t(own[std::min(layer, own.size() - 1)])];
     }
     for (const LayeredNode& shell : layers.nodes)
         for (int component = 1; component <= 3; ++component)
-            if (seen[{shell.node, component}] != layers.nodes_of(shell.node).size())
+            if (seen[{shell.node, component}] != layers.nodes_of(shell.node).size() - size_t(shell.is_hung()))
                 refuse(deck.mesh, element_with(deck.mesh, shell.all[0]), shell.node,
                        "has other freedoms in the matrices than shells or beams without supports and ties");
 }

@@ -20,6 +20,7 @@ struct Knot
     int node;                   // index
     std::vector<int> layer_ids; // as in `node_index`
     int64_t stretch_row = -1;   // of the matrices
+    int unturned = -1;          // axis of all its normals, about which it has no rotation; -1: it has three
 };
 
 // The deck with solids for shells; nodes of the layers follow those of the mesh, go by negative ids in `node_index`, and bear
@@ -44,7 +45,8 @@ private:
 bool is_expanded(const Element& element);
 bool has_expanded(const Mesh& mesh);
 
-// The solver averages the normals of shells that meet smoothly at a node. InputError where other elements meet them.
+// The solver averages the normals of shells that meet smoothly at a node, and hangs solids, masses and springs on the nodes of its solids.
+// InputError where trusses meet them.
 Expansion expand_shells(const Deck& deck);
 
 } // namespace zel_fem::ccx

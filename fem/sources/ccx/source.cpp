@@ -11,6 +11,7 @@
 #include "fem/sources/ccx/results.h"
 #include "fem/sources/ccx/rows.h"
 #include "fem/sources/ccx/shells.h"
+#include "fem/sources/ccx/trusses.h"
 
 namespace zel_fem::ccx
 {
@@ -208,6 +209,7 @@ void CcxSource::read_matrices_into(Model& model, Progress& progress) const
     check_constraints(deck_, expansion.layers);
     progress.begin("read the matrices");
     StoredMatrices stored = read_matrices(job_, progress);
+    hang_trusses(deck_, stored);
     expansion.name_layers(stored.freedoms);
     std::vector<zel_fem::Row> rows = rows_of(expansion.deck, stored);
     model.dependents = dependents_of(expansion.deck, expansion.knots, rows);
@@ -238,6 +240,15 @@ void CcxSource::read_results_into(Model& model, const std::vector<Interface>& in
         return;
     }
     Expansion expansion = expand_shells(deck_);
+    const auto made =
+        std::count_if(frd.node_ids.begin(), frd.node_ids.end(), [&](int id) { return deck_.find_node(id) < 0; });
+    const size_t expected = expansion.deck.mesh.nodes.size() - deck_.mesh.nodes.size();
+    if (size_t(made) != expected)
+        throw InputError(
+            {job_ + ".frd", 0},
+            format("has %td nodes of the solver's own making, and the shells and beams of the deck make %zu: plies and "
+                   "trusses need *NODE FILE, OUTPUT=2D",
+                   made, expected));
     expansion.name_layers(frd.node_ids);
     model.modes = modes_from_results(expansion.deck, interfaces, frd, job_, step_);
     model.layers = std::move(expansion.layers);
