@@ -55,6 +55,7 @@ void Interior::split_rows(const Model& model)
         if (j < 0)
         {
             position_.push_back(row_count_++);
+            node_.push_back(node);
             continue;
         }
         const Interface& interface = interfaces_[size_t(j)];
@@ -213,8 +214,7 @@ Interior::Interior(const Model& model, const std::vector<Interface>& interfaces)
     for (size_t j = 0; j < interfaces.size(); ++j)
         if (interfaces[j].kind == InterfaceKind::rigid)
             add_reference(model, moved, j);
-    dense = inner_.cols();
-    constraints = MatrixXd(row_count_ + dense, 0);
+    constraints = MatrixXd(row_count_ + inner_.cols(), 0);
     for (size_t j = 0; j < interfaces.size(); ++j)
     {
         const bool mean = interfaces[j].kind == InterfaceKind::average;
@@ -235,13 +235,14 @@ Interior::Interior(const Model& model, const std::vector<Interface>& interfaces)
     stiffness = partition(model.matrices->stiffness);
     mass = partition(model.matrices->mass);
     find_rigid(model);
+    order = Elimination::by_dissection(stiffness.inside, node_, inner_.cols());
 }
 
 MatrixXd Interior::reference_motion(const MatrixXd& x, const MatrixXd& q) const
 {
     MatrixXd motion = boundary_ * q;
-    if (dense > 0)
-        motion += inner_ * x.bottomRows(dense);
+    if (inner_.cols() > 0)
+        motion += inner_ * x.bottomRows(inner_.cols());
     Index k = 0;
     for (size_t j = 0; j < interfaces_.size(); ++j)
     {
@@ -269,7 +270,7 @@ MatrixXd Interior::motion(const MatrixXd& x, const MatrixXd& reference) const
 
 MatrixXd Interior::forces(const MatrixXd& rows, const MatrixXd& references) const
 {
-    MatrixXd at_unknowns = MatrixXd::Zero(row_count_ + dense, rows.cols());
+    MatrixXd at_unknowns = MatrixXd::Zero(row_count_ + inner_.cols(), rows.cols());
     if (rows.cols() == 0)
         return at_unknowns;
     MatrixXd at_references = MatrixXd::Zero(boundary_.rows(), rows.cols());
@@ -286,7 +287,7 @@ MatrixXd Interior::forces(const MatrixXd& rows, const MatrixXd& references) cons
             const Follower& f = followers_[size_t(-1 - at)];
             at_references.middleRows<6>(6 * f.interface) += f.coefficients * rows.row(Index(i));
         }
-    at_unknowns.bottomRows(dense) += inner_.transpose() * at_references;
+    at_unknowns.bottomRows(inner_.cols()) += inner_.transpose() * at_references;
     return at_unknowns;
 }
 
@@ -317,7 +318,7 @@ static SparseMatrix grounded(SparseMatrix stiffness, const std::vector<Index>& r
 HeldSolver::HeldSolver(const Interior& interior)
     : ground_(rows_to_hold(interior.loose)),
       factor_(ground_.empty() ? interior.stiffness.inside : grounded(interior.stiffness.inside, ground_),
-              Cholesky::kUsualMemory, interior.dense)
+              Cholesky::kUsualMemory, interior.order)
 {
     const SparseMatrix& k = interior.stiffness.inside;
     const Index springs = Index(ground_.size());

@@ -28,7 +28,7 @@ public:
     Eigen::MatrixXd given;       // what they are equal to under unit motions of the boundary, a column each
     Eigen::MatrixXd rigid;       // M-orthonormal rigid motions that no interface feels
     Eigen::MatrixXd loose;       // and all that rigid interfaces alone do not hold
-    Eigen::Index dense = 0;      // the last unknowns: freedoms of reference nodes
+    Elimination order;           // of the unknowns
 
     Eigen::Index boundary_count() const { return boundary_.cols(); }
 
@@ -55,7 +55,8 @@ private:
     void find_rigid(const Model& model);
 
     const std::vector<Interface>& interfaces_;
-    Eigen::Index row_count_ = 0;         // unknowns that are rows
+    Eigen::Index row_count_ = 0;         // unknowns that are rows; the others, freedoms of reference nodes, come last
+    std::vector<int> node_;              // by unknown that is a row
     std::vector<Eigen::Index> position_; // by row of the matrices: unknown, or -1 - index into followers
     std::vector<Follower> followers_;
     Eigen::MatrixXd boundary_; // six rows an interface: motions of rigid ones under unit motions of the boundary

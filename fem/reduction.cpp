@@ -109,8 +109,8 @@ static void take_matrices(const Interior& interior, const MatrixXd& constraint, 
 Reduction reduce_craig_bampton(const Model& model, const std::vector<Interface>& interfaces, const ModeChoice& choice,
                                Progress& progress, const MatrixXd& loads, const MatrixXd& reference_loads)
 {
-    const Interior interior(model, interfaces);
     progress.begin("factor the stiffness matrix");
+    const Interior interior(model, interfaces);
     const HeldSolver solver(interior);
     progress.begin("constraint modes");
     const MatrixXd constraint = solver.solve(-interior.stiffness.coupling, interior.given);
@@ -121,7 +121,7 @@ Reduction reduce_craig_bampton(const Model& model, const std::vector<Interface>&
                         interior.rigid,
                         0.0,
                         held ? &interior.constraints : nullptr,
-                        interior.dense};
+                        interior.order};
     Eigenmodes flexible = lowest_modes(pencil, solver, choice, progress);
     Reduction reduction;
     attach(pencil, solver, interior.forces(loads, reference_loads), flexible, reduction, progress);
@@ -198,9 +198,14 @@ Reduction reduce_free(const Model& model, const ModeChoice& choice, Progress& pr
     if (!(shift < 0.0))
         throw std::runtime_error("the stiffness matrix has no stiffness against bending");
     progress.begin("factor the shifted stiffness matrix");
-    const Cholesky factor(SparseMatrix(k - shift * m));
+    const SparseMatrix shifted = k - shift * m;
+    std::vector<int> nodes;
+    for (const Row& row : model.matrices->rows)
+        nodes.push_back(row.node);
+    const Elimination order = Elimination::by_dissection(shifted, nodes);
+    const Cholesky factor(shifted, Cholesky::kUsualMemory, order);
     progress.begin("free-free modes");
-    const Pencil pencil{k, m, rigid, shift};
+    const Pencil pencil{k, m, rigid, shift, nullptr, order};
     Eigenmodes flexible = lowest_modes(pencil, factor, choice, progress);
     Reduction reduction;
     attach(pencil, factor, loads, flexible, reduction, progress);

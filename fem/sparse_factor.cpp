@@ -10,6 +10,7 @@
 #include <metis.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -18,9 +19,10 @@
 #include <fstream>
 #include <limits>
 #include <mutex>
-#include <numeric>
 #include <stdexcept>
 #include <string>
+#include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace zel_fem
@@ -67,7 +69,7 @@ private:
 class Mumps
 {
 public:
-    Mumps(const SparseMatrix& upper, int symmetry, Index dense);
+    Mumps(const SparseMatrix& upper, int symmetry, const Elimination& order);
     ~Mumps() { run(kEnd); }
     Mumps(const Mumps&) = delete;
     Mumps& operator=(const Mumps&) = delete;
@@ -109,6 +111,100 @@ private:
     std::vector<int> rows_, columns_, places_;
 };
 } // namespace
+
+// ---- Order -------------------------------------------------------------------------------------------------------------
+
+namespace
+{
+// Which rows are one vertex, numbered as they come.
+struct Vertices
+{
+    std::vector<int> of_row;
+    std::vector<idx_t> sizes;
+};
+
+// Neighbours of each vertex, in the form of METIS.
+struct Graph
+{
+    std::vector<idx_t> starts, neighbours;
+};
+} // namespace
+
+static Vertices vertices_of(Index rows, const std::vector<int>& groups)
+{
+    Vertices vertices;
+    std::unordered_map<int, int> known;
+    for (Index row = 0; row < rows; ++row)
+    {
+        int vertex = int(vertices.sizes.size());
+        if (!groups.empty() && groups[size_t(row)] >= 0)
+            vertex = known.try_emplace(groups[size_t(row)], vertex).first->second;
+        vertices.of_row.push_back(vertex);
+        vertices.sizes.resize(std::max(vertices.sizes.size(), size_t(vertex) + 1));
+        ++vertices.sizes[size_t(vertex)];
+    }
+    return vertices;
+}
+
+// Nothing for a graph too large for METIS. A pair of vertices is met by several entries, mostly in turn: the last vertex that
+// met each keeps nearly all of them from being stored.
+static std::optional<Graph> graph_of(const SparseMatrix& upper, const Vertices& vertices)
+{
+    const size_t count = vertices.sizes.size();
+    std::vector<std::vector<idx_t>> met(count);
+    std::vector<int> last(count, -1);
+    for (size_t column = 0; column < vertices.of_row.size(); ++column)
+        for (SparseMatrix::InnerIterator entry(upper, Index(column)); entry; ++entry)
+        {
+            const int from = vertices.of_row[column], to = vertices.of_row[size_t(entry.row())];
+            if (from == to || std::exchange(last[size_t(to)], from) == from)
+                continue;
+            met[size_t(from)].push_back(to);
+            met[size_t(to)].push_back(from);
+        }
+    Graph graph{{0}, {}};
+    for (std::vector<idx_t>& own : met)
+    {
+        std::sort(own.begin(), own.end());
+        own.erase(std::unique(own.begin(), own.end()), own.end());
+        if (graph.neighbours.size() + own.size() > size_t(std::numeric_limits<idx_t>::max()))
+            return {};
+        graph.neighbours.insert(graph.neighbours.end(), own.begin(), own.end());
+        graph.starts.push_back(idx_t(graph.neighbours.size()));
+        own = {};
+    }
+    return graph;
+}
+
+Elimination Elimination::by_dissection(const SparseMatrix& upper, const std::vector<int>& groups, Index dense)
+{
+    Vertices vertices = vertices_of(upper.cols() - dense, groups);
+    std::optional<Graph> graph = graph_of(upper, vertices);
+    idx_t count = idx_t(vertices.sizes.size());
+    std::vector<idx_t> order(vertices.sizes.size()), place(order);
+    if (!graph || graph->neighbours.empty() ||
+        METIS_NodeND(&count, graph->starts.data(), graph->neighbours.data(), vertices.sizes.data(), nullptr,
+                     order.data(), place.data()) != METIS_OK)
+        return {};
+    std::vector<int> first(order.size()); // place of the first row of each vertex
+    for (int at = 1; const idx_t vertex : order)
+    {
+        first[size_t(vertex)] = at;
+        at += int(vertices.sizes[size_t(vertex)]);
+    }
+    Elimination elimination;
+    for (const int vertex : vertices.of_row)
+        elimination.places.push_back(first[size_t(vertex)]++);
+    return elimination.followed_by(dense);
+}
+
+Elimination Elimination::followed_by(Index rows) const
+{
+    Elimination longer = *this;
+    for (Index i = 0; i < rows && !places.empty(); ++i)
+        longer.places.push_back(int(longer.places.size()) + 1);
+    return longer;
+}
 
 // ---- Out of core -------------------------------------------------------------------------------------------------------
 
@@ -196,41 +292,8 @@ bool goes_to_file(const FactorNeeds& needs, const FactorRoom& room, double most_
                              std::to_string(detail) + ")");
 }
 
-// The place of each row in the order of elimination, from 1, by nested dissection; the last rows come last as they are. Nothing
-// for a graph too large for METIS.
-static std::vector<int> elimination_order(const SparseMatrix& upper, Index dense)
-{
-    const Index order = upper.cols() - dense;
-    if (2 * upper.nonZeros() > std::numeric_limits<idx_t>::max())
-        return {};
-    std::vector<idx_t> starts(size_t(order) + 1, 0), neighbours, order_of(static_cast<size_t>(order)), place(order_of);
-    const auto each_edge = [&upper, order](const auto& act) {
-        for (Index column = 0; column < order; ++column)
-            for (SparseMatrix::InnerIterator entry(upper, column); entry; ++entry)
-                if (entry.row() != column)
-                {
-                    act(size_t(column), idx_t(entry.row()));
-                    act(size_t(entry.row()), idx_t(column));
-                }
-    };
-    each_edge([&](size_t from, idx_t) { ++starts[from + 1]; });
-    std::partial_sum(starts.begin(), starts.end(), starts.begin());
-    neighbours.resize(size_t(starts.back()));
-    std::vector<idx_t> next = starts;
-    each_edge([&](size_t from, idx_t to) { neighbours[size_t(next[from]++)] = to; });
-    idx_t count = idx_t(order);
-    if (neighbours.empty() || METIS_NodeND(&count, starts.data(), neighbours.data(), nullptr, nullptr, order_of.data(),
-                                           place.data()) != METIS_OK)
-        return {};
-    std::vector<int> places(place.begin(), place.end());
-    for (int& at : places)
-        ++at;
-    places.resize(size_t(upper.cols()));
-    std::iota(places.begin() + order, places.end(), int(order) + 1);
-    return places;
-}
-
-Mumps::Mumps(const SparseMatrix& upper, int symmetry, Index dense) : places_(elimination_order(upper, dense))
+Mumps::Mumps(const SparseMatrix& upper, int symmetry, const Elimination& order)
+    : places_(order.places.empty() ? Elimination::by_dissection(upper).places : order.places)
 {
     rows_.reserve(size_t(upper.nonZeros()));
     columns_.reserve(size_t(upper.nonZeros()));
@@ -309,8 +372,8 @@ static bool solves(const Cholesky& factor, const SparseMatrix& upper)
     return (upper.selfadjointView<Eigen::Upper>() * answer - side).norm() < kSolved * side.norm();
 }
 
-Cholesky::Cholesky(const SparseMatrix& upper, double most_bytes, Index dense)
-    : state_(new State{{upper, kPositive, dense}})
+Cholesky::Cholesky(const SparseMatrix& upper, double most_bytes, const Elimination& order)
+    : state_(new State{{upper, kPositive, order}})
 {
     Mumps& mumps = state_->mumps;
     mumps.analyse();
@@ -340,9 +403,9 @@ MatrixXd Cholesky::solve(const MatrixXd& right) const
 
 // ---- Inertia -----------------------------------------------------------------------------------------------------------
 
-std::optional<Index> count_negative(const SparseMatrix& upper, Index dense)
+std::optional<Index> count_negative(const SparseMatrix& upper, const Elimination& order)
 {
-    Mumps mumps(upper, kIndefinite, dense);
+    Mumps mumps(upper, kIndefinite, order);
     mumps.control(13) = 1; // all pivots are counted
     mumps.control(24) = 1; // those without a sign are told
     mumps.real_control(3) = kNoSign;

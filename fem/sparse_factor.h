@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace zel_fem
 {
@@ -38,14 +39,27 @@ struct FactorRoom
 // std::runtime_error, with all figures, when neither memory nor file can hold it.
 bool goes_to_file(const FactorNeeds& needs, const FactorRoom& room, double most_bytes);
 
+// The order in which unknowns are eliminated; matrices with the same entries share it.
+struct Elimination
+{
+    std::vector<int> places; // by row, from 1; empty: it is found when it is needed
+
+    // By nested dissection. Rows of one group, as those of a node are, stay together: groups are numbers by row, a negative one
+    // means a row alone, and none at all that every row is. The last `dense` rows, with entries all over the matrix,
+    // come last: there they fill nothing but themselves.
+    static Elimination by_dissection(const SparseMatrix& upper, const std::vector<int>& groups = {},
+                                     Eigen::Index dense = 0);
+    // With so many more rows, which come last.
+    Elimination followed_by(Eigen::Index rows) const;
+};
+
 // Sparse Cholesky factor of a symmetric positive definite matrix. A large one goes to a folder for temporary files, which is
 // gone with the factor and when a signal ends the command: reading it back costs a tenth more time for blocks of right sides.
 class Cholesky : public LinearSolver
 {
 public:
-    // std::runtime_error when the matrix is not positive definite or the machine cannot hold the factor. The last `dense` rows, with entries all over the matrix, are
-    // eliminated last: there they fill nothing but themselves.
-    explicit Cholesky(const SparseMatrix& upper, double most_bytes = kUsualMemory, Eigen::Index dense = 0);
+    // std::runtime_error when the matrix is not positive definite or the machine cannot hold the factor.
+    explicit Cholesky(const SparseMatrix& upper, double most_bytes = kUsualMemory, const Elimination& order = {});
     ~Cholesky() override;
     Cholesky(const Cholesky&) = delete;
     Cholesky& operator=(const Cholesky&) = delete;
@@ -61,8 +75,7 @@ private:
 };
 
 // How many eigenvalues of a symmetric matrix are negative. Nothing when some are too near zero for their signs to be known.
-// `dense` as above.
-std::optional<Eigen::Index> count_negative(const SparseMatrix& upper, Eigen::Index dense = 0);
+std::optional<Eigen::Index> count_negative(const SparseMatrix& upper, const Elimination& order = {});
 
 // A symmetric matrix with more rows and columns behind: `columns` above the diagonal, of `corner` the upper triangle.
 SparseMatrix bordered(const SparseMatrix& upper, const Eigen::MatrixXd& columns, const Eigen::MatrixXd& corner);

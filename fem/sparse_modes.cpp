@@ -373,12 +373,12 @@ static std::optional<Index> count_below(const Pencil& pencil, double sigma)
     const SparseMatrix shifted = pencil.stiffness - sigma * pencil.mass;
     const Index added = constraints_of(pencil);
     if (added == 0)
-        return count_negative(shifted, pencil.dense);
+        return count_negative(shifted, pencil.order);
     const double size = shifted.diagonal().cwiseAbs().mean();
     const VectorXd largest = pencil.constraints->cwiseAbs().colwise().maxCoeff();
     const MatrixXd border = *pencil.constraints * (size * largest.cwiseInverse()).asDiagonal();
     const std::optional<Index> negative =
-        count_negative(bordered(shifted, border, MatrixXd::Zero(added, added)), pencil.dense + added);
+        count_negative(bordered(shifted, border, MatrixXd::Zero(added, added)), pencil.order.followed_by(added));
     return negative ? std::optional<Index>(*negative - added) : std::nullopt;
 }
 

@@ -29,7 +29,7 @@ struct Pencil
     const Eigen::MatrixXd& rigid;
     double shift;
     const Eigen::MatrixXd* constraints = nullptr; // independent columns C, or none, which `rigid` obeys; null: not held
-    Eigen::Index dense = 0;                       // last rows of K and M that have entries all over
+    Elimination order = {};                       // of K and of K - sigma M
 };
 
 // Which of the modes above the shift: so many, or all with eigenvalues in a range.
