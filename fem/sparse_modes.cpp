@@ -25,7 +25,7 @@ constexpr double kIndependent = 1e-14; // squared lengths in a block, against th
 constexpr double kNoise = 1e-24;       // squared length of what orthogonalisation leaves, against what it was
 constexpr double kUnit = 0.5;          // squared length that a unit vector keeps when it is orthogonal already
 constexpr double kGap = 1e-6; // between eigenvalues that a count divides, relative to the distance from the shift
-constexpr Index kFewFreedoms = 300, kSmallestBlock = 4, kLargestBlock = 16;
+constexpr Index kFewFreedoms = 300, kSmallestBlock = 8, kLargestBlock = 16;
 constexpr int kIdleSteps = 100; // without another mode
 constexpr int kGapsTried = 3;
 constexpr const char* kNotProved = "it cannot be proved that no mode is missing: ask for some more or fewer";
@@ -230,7 +230,7 @@ void Lanczos::restart(Index kept)
 // Expands the newest block. The basis may hold three times the wanted modes, unless it is whole with fewer.
 void Lanczos::step(Index wanted)
 {
-    if (expanded_ + block_ > std::min(free_, 3 * wanted + 4 * block_))
+    if (expanded_ + block_ > std::min(free_, 3 * wanted + 2 * block_))
         restart(std::min(expanded_, wanted + block_));
     reserve(expanded_ + 2 * block_);
     const Index newest = block_, size = expanded_ + block_;
