@@ -1,11 +1,14 @@
-// Import of a block of about 50 000 nodes in ten-node tetrahedra with two interfaces and 20 modes, from matrices that are
-// assembled and written here as the solver would. The phases come on standard error. The reference is what importing costs at
-// least: the reading of both matrix files line by line with the C library.
-//   build/.../bench/import [cubes along the block]
+// Import of blocks of some 5 000 and 50 000 nodes in ten-node tetrahedra with two interfaces and 20 modes, from matrices that are
+// assembled and written here as the solver would. The phases come on standard error. References are what importing costs at
+// least, in the same run: one factor L L^T of a matrix of its size and shape, in memory where that has room, and the reading of
+// both matrix files line by line with the C library. A third block takes an hour, and 4 GB of matrices in the folder for
+// temporary files.
+//   build/.../bench/import [500000]
 #include "harness.h"
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -14,19 +17,29 @@
 
 #include "fem/elements.h"
 #include "fem/fem.h"
+#include "fem/sparse_factor.h"
 
 using namespace zel_fem;
 using Eigen::MatrixXd;
 using Eigen::Vector3d;
 using Eigen::VectorXd;
 
-constexpr int kCells[2] = {9, 16}; // across the block
-constexpr double kCell = 10.0;     // mm
+constexpr double kCell = 10.0; // mm
 
-static int grid_node(int i, int j, int k)
+namespace
 {
-    return (i * (2 * kCells[0] + 1) + j) * (2 * kCells[1] + 1) + k;
-}
+struct Size
+{
+    const char* nodes;
+    int length, width, height; // in cubes
+
+    int node(int i, int j, int k) const { return (i * (2 * width + 1) + j) * (2 * height + 1) + k; }
+    int face() const { return (2 * width + 1) * (2 * height + 1); }
+    double count() const { return double(face()) * (2 * length + 1); }
+};
+} // namespace
+
+constexpr Size kSizes[] = {{"5 000", 19, 4, 7}, {"50 000", 40, 9, 16}, {"500 000", 86, 19, 34}};
 
 // Corners of the six tetrahedra of a cube, on a grid of half cells: one for each order in which the axes are walked.
 static std::vector<std::array<std::array<int, 3>, 4>> tetrahedra()
@@ -49,24 +62,24 @@ static std::vector<std::array<std::array<int, 3>, 4>> tetrahedra()
     return result;
 }
 
-static Mesh block(int length)
+static Mesh block(const Size& size)
 {
     static constexpr ElementType kTetrahedron = {"C3D10", Shape::tet10, 4, 0};
     Mesh mesh;
     mesh.files = {"block.inp"};
-    for (int i = 0; i <= 2 * length; ++i)
-        for (int j = 0; j <= 2 * kCells[0]; ++j)
-            for (int k = 0; k <= 2 * kCells[1]; ++k)
-                mesh.nodes.push_back({grid_node(i, j, k) + 1, kCell / 2 * Vector3d(i, j, k)});
+    for (int i = 0; i <= 2 * size.length; ++i)
+        for (int j = 0; j <= 2 * size.width; ++j)
+            for (int k = 0; k <= 2 * size.height; ++k)
+                mesh.nodes.push_back({size.node(i, j, k) + 1, kCell / 2 * Vector3d(i, j, k)});
     constexpr int kEdges[6][2] = {{0, 1}, {1, 2}, {2, 0}, {0, 3}, {1, 3}, {2, 3}};
-    for (int i = 0; i < length; ++i)
-        for (int j = 0; j < kCells[0]; ++j)
-            for (int k = 0; k < kCells[1]; ++k)
+    for (int i = 0; i < size.length; ++i)
+        for (int j = 0; j < size.width; ++j)
+            for (int k = 0; k < size.height; ++k)
                 for (const auto& corners : tetrahedra())
                 {
                     Element element{.id = int(mesh.elements.size()) + 1, .type = &kTetrahedron, .density = 7.85e-9};
                     auto node = [&](const auto& a, const auto& b) {
-                        return grid_node(2 * i + (a[0] + b[0]) / 2, 2 * j + (a[1] + b[1]) / 2,
+                        return size.node(2 * i + (a[0] + b[0]) / 2, 2 * j + (a[1] + b[1]) / 2,
                                          2 * k + (a[2] + b[2]) / 2);
                     };
                     for (size_t c = 0; c < 4; ++c)
@@ -111,9 +124,9 @@ struct Couple
 };
 
 // Deck and matrices of the block, in the solver's form.
-static void write_job(const std::string& job, int length)
+static void write_job(const std::string& job, const Size& size)
 {
-    const Mesh mesh = block(length);
+    const Mesh mesh = block(size);
     std::vector<std::map<int, Couple>> columns(mesh.nodes.size()); // by node of the row, not above the column's
     std::vector<MatrixXd> stiffness, mass;                         // the cubes are alike
     for (size_t t = 0; t < 6; ++t)
@@ -160,9 +173,9 @@ static void write_job(const std::string& job, int length)
             deck << ", " << element.nodes[i] + 1;
         deck << "\n";
     }
-    const int face = (2 * kCells[0] + 1) * (2 * kCells[1] + 1), last = int(mesh.nodes.size());
-    deck << "*NSET, NSET=ROOT, GENERATE\n1, " << face << "\n*NSET, NSET=TIP, GENERATE\n"
-         << last - face + 1 << ", " << last
+    const int last = int(mesh.nodes.size());
+    deck << "*NSET, NSET=ROOT, GENERATE\n1, " << size.face() << "\n*NSET, NSET=TIP, GENERATE\n"
+         << last - size.face() + 1 << ", " << last
          << "\n*MATERIAL, NAME=STEEL\n*DENSITY\n7.85e-9\n*SOLID SECTION, ELSET=BLOCK, MATERIAL=STEEL\n";
 }
 
@@ -204,12 +217,65 @@ private:
     std::chrono::steady_clock::time_point began_;
 };
 
-static bool import(const std::string& job, const ReductionOptions& options)
+static bool import(const std::string& job)
 {
+    ReductionOptions options;
+    options.output = job + ".zel";
+    options.interfaces = {parse_interface("ROOT"), parse_interface("TIP")};
+    options.units = parse_units("mm,t,s,N");
     NamedPhases progress;
     const ReducedBody body = reduce(*ccx::make_source({.deck = job}), options, progress);
     write_body(body, options.output, "full_invar", progress);
     return body.report.all_hold();
+}
+
+// Stiffness with some mass added, so that it has a factor.
+static SparseMatrix held_stiffness(const std::string& job)
+{
+    constexpr double kSome = 1e6; // rad^2/s^2
+    Progress silent;
+    const auto source = ccx::make_source({.deck = job, .route = ccx::Route::matrices});
+    Model model = source->read_model(silent);
+    source->read_solution(model, {}, silent);
+    return model.matrices->stiffness + kSome * model.matrices->mass;
+}
+
+// What the body of one size takes, and the references.
+static void add_size(const std::filesystem::path& folder, const Size& size, double& peak)
+{
+    const std::string of = std::string(" ") + size.nodes,
+                      job = (folder / ("block" + std::to_string(size.length))).string();
+    bench::add("import" + of, 1, [job, &size, &peak](benchmark::State& state) {
+        write_job(job, size);
+        bench::forget_peak();
+        for (auto _ : state)
+            if (!import(job))
+                state.SkipWithError("The block is not imported right");
+        peak = bench::status_mib("VmHWM");
+    });
+    bench::add("L L^T" + of, 1, [job, &size](benchmark::State& state) {
+        constexpr double kHeld = 1e5, kPlenty = 1e10; // nodes of which memory holds the factor, bytes
+        const SparseMatrix stiffness = held_stiffness(job);
+        for (auto _ : state)
+            benchmark::DoNotOptimize(Cholesky(stiffness, size.count() < kHeld ? kPlenty : Cholesky::kUsualMemory));
+    });
+    bench::add("fgets and strtod" + of, 1, [job](benchmark::State& state) {
+        for (auto _ : state)
+            benchmark::DoNotOptimize(sum_of_entries(job + ".sti") + sum_of_entries(job + ".mas"));
+    });
+    bench::show("import over fgets and strtod," + of, bench::ratio("import" + of, "fgets and strtod" + of));
+}
+
+// Of time and memory against the number of nodes, from one size to the next.
+static void show_exponents(const Size& small, const Size& large, const double* peaks)
+{
+    const double growth = std::log(large.count() / small.count());
+    const std::string to = std::string(", ") + small.nodes + " to " + large.nodes,
+                      before = std::string("import ") + small.nodes, after = std::string("import ") + large.nodes;
+    bench::show("exponent of time" + to,
+                [=](const bench::SecondsOf& of) { return std::log(of(after) / of(before)) / growth; });
+    bench::show("exponent of memory" + to,
+                [=](const bench::SecondsOf&) { return std::log(peaks[1] / peaks[0]) / growth; });
 }
 
 int main(int argc, char** argv)
@@ -217,27 +283,19 @@ int main(int argc, char** argv)
     bench::start(argc, argv);
     const std::filesystem::path folder = std::filesystem::temp_directory_path() / "zel_bench_import";
     std::filesystem::create_directories(folder);
-    const std::string job = (folder / "block").string();
-    write_job(job, bench::argument(argc, argv, 1, 40));
-
-    ReductionOptions options;
-    options.output = (folder / "block.zel").string();
-    options.interfaces = {parse_interface("ROOT"), parse_interface("TIP")};
-    options.units = parse_units("mm,t,s,N");
-    double peak = bench::kNotMeasured;
-    bench::add("fgets and strtod", 1, [&](benchmark::State& state) {
-        for (auto _ : state)
-            benchmark::DoNotOptimize(sum_of_entries(job + ".sti") + sum_of_entries(job + ".mas"));
-    });
-    bench::add("import", 1, [&](benchmark::State& state) {
-        for (auto _ : state)
-            if (!import(job, options))
-                state.SkipWithError("The block is not imported right");
-        peak = bench::status_mib("VmHWM");
-    });
-    bench::show("import over fgets and strtod", bench::ratio("import", "fgets and strtod"));
-    bench::at_most("import [s]", 60, [](const bench::SecondsOf& of) { return of("import"); });
-    bench::at_most("peak memory [MiB]", 4096, [&] { return peak; });
+    const int sizes = bench::argument(argc, argv, 1, 50000) >= 500000 ? 3 : 2;
+    double peaks[3] = {bench::kNotMeasured, bench::kNotMeasured, bench::kNotMeasured};
+    for (int i = 0; i < sizes; ++i)
+        add_size(folder, kSizes[i], peaks[i]);
+    for (int i = 0; i < sizes - 1; ++i)
+        show_exponents(kSizes[i], kSizes[i + 1], peaks + i);
+    bench::at_most("import 50 000 over L L^T", 3, bench::ratio("import 50 000", "L L^T 50 000"));
+    bench::at_most("peak memory 50 000 [MiB]", 1229, [&] { return peaks[1]; });
+    if (sizes > 2)
+    {
+        bench::at_most("import 500 000 [s]", 3600, [](const bench::SecondsOf& of) { return of("import 500 000"); });
+        bench::at_most("peak memory 500 000 [MiB]", 12288, [&] { return peaks[2]; });
+    }
     const int result = bench::run();
     std::filesystem::remove_all(folder);
     return result;

@@ -16,17 +16,24 @@ message(STATUS "BLAS and LAPACK: ${LAPACK_LIBRARIES} ${BLAS_LIBRARIES}")
 if(ZEL_TOOLS OR ZEL_TESTS OR ZEL_PYTHON)
   find_package(Eigen3 REQUIRED NO_MODULE)
 endif()
-# Of imports: compressed input and a sparse solver. MUMPS, in its form without MPI, comes without a CMake package.
+# Of imports: compressed input and a sparse solver. MUMPS, in its form without MPI unless that is wanted, comes
+# without a CMake package.
 if(ZEL_TOOLS OR ZEL_PYTHON)
   find_package(ZLIB REQUIRED)
   find_path(MUMPS_INCLUDE_DIR dmumps_c.h PATH_SUFFIXES mumps_seq REQUIRED)
-  find_library(MUMPS_LIBRARY dmumps_seq REQUIRED)
+  if(ZEL_MPI)
+    find_package(MPI REQUIRED COMPONENTS C)
+    find_library(MUMPS_MPI_LIBRARY dmumps REQUIRED)
+    set(mumps_library ${MUMPS_MPI_LIBRARY} $<LINK_ONLY:MPI::MPI_C>)
+  else()
+    find_library(MUMPS_LIBRARY dmumps_seq REQUIRED)
+    set(mumps_library ${MUMPS_LIBRARY})
+  endif()
   find_path(METIS_INCLUDE_DIR metis.h REQUIRED)
   find_library(METIS_LIBRARY metis REQUIRED)
-  add_library(MUMPS::dmumps_seq UNKNOWN IMPORTED)
-  set_target_properties(MUMPS::dmumps_seq PROPERTIES
-    IMPORTED_LOCATION ${MUMPS_LIBRARY} INTERFACE_INCLUDE_DIRECTORIES "${MUMPS_INCLUDE_DIR};${METIS_INCLUDE_DIR}"
-    INTERFACE_LINK_LIBRARIES ${METIS_LIBRARY})
+  add_library(MUMPS::dmumps INTERFACE IMPORTED)
+  set_target_properties(MUMPS::dmumps PROPERTIES INTERFACE_INCLUDE_DIRECTORIES "${MUMPS_INCLUDE_DIR};${METIS_INCLUDE_DIR}"
+    INTERFACE_LINK_LIBRARIES "${mumps_library};${METIS_LIBRARY}")
 endif()
 # Of the command: arguments, JSON, and what draws in pages.
 if(ZEL_TOOLS)

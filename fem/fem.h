@@ -30,6 +30,7 @@
 #include "fem/frequency_range.h"
 #include "fem/input_error.h"
 #include "fem/interrupt.h"
+#include "fem/processes.h"
 #include "fem/progress.h"
 #include "fem/source.h"
 #include "fem/sources/arrays/arrays.h"

@@ -315,10 +315,10 @@ static SparseMatrix grounded(SparseMatrix stiffness, const std::vector<Index>& r
 
 // With springs s = p p^T the stiffness is K_g = K + P P^T. Constraint forces w and what the springs feel, r = P^T x, are the other
 // unknowns of K_g x + C w - P r = f, C^T x = given.
-HeldSolver::HeldSolver(const Interior& interior)
+HeldSolver::HeldSolver(const Interior& interior, Progress& progress)
     : ground_(rows_to_hold(interior.loose)),
       factor_(ground_.empty() ? interior.stiffness.inside : grounded(interior.stiffness.inside, ground_),
-              Cholesky::kUsualMemory, interior.order)
+              Cholesky::kUsualMemory, interior.order, &progress)
 {
     const SparseMatrix& k = interior.stiffness.inside;
     const Index springs = Index(ground_.size());

@@ -70,7 +70,7 @@ private:
 class HeldSolver : public LinearSolver
 {
 public:
-    explicit HeldSolver(const Interior& interior);
+    HeldSolver(const Interior& interior, Progress& progress);
     Eigen::MatrixXd solve(const Eigen::MatrixXd& right) const override;
     // The same where the constraints are not zero but `given`.
     Eigen::MatrixXd solve(const Eigen::MatrixXd& right, const Eigen::MatrixXd& given) const;

@@ -111,7 +111,7 @@ Reduction reduce_craig_bampton(const Model& model, const std::vector<Interface>&
 {
     progress.begin("factor the stiffness matrix");
     const Interior interior(model, interfaces);
-    const HeldSolver solver(interior);
+    const HeldSolver solver(interior, progress);
     progress.begin("constraint modes");
     const MatrixXd constraint = solver.solve(-interior.stiffness.coupling, interior.given);
     progress.begin("fixed-interface modes");
@@ -203,7 +203,7 @@ Reduction reduce_free(const Model& model, const ModeChoice& choice, Progress& pr
     for (const Row& row : model.matrices->rows)
         nodes.push_back(row.node);
     const Elimination order = Elimination::by_dissection(shifted, nodes);
-    const Cholesky factor(shifted, Cholesky::kUsualMemory, order);
+    const Cholesky factor(shifted, Cholesky::kUsualMemory, order, &progress);
     progress.begin("free-free modes");
     const Pencil pencil{k, m, rigid, shift, nullptr, order};
     Eigenmodes flexible = lowest_modes(pencil, factor, choice, progress);

@@ -9,6 +9,8 @@
 #include <optional>
 #include <vector>
 
+#include "fem/progress.h"
+
 namespace zel_fem
 {
 
@@ -59,7 +61,9 @@ class Cholesky : public LinearSolver
 {
 public:
     // std::runtime_error when the matrix is not positive definite or the machine cannot hold the factor.
-    explicit Cholesky(const SparseMatrix& upper, double most_bytes = kUsualMemory, const Elimination& order = {});
+    // A factor of more than the usual memory tells first what it will take, as the phase that begins.
+    explicit Cholesky(const SparseMatrix& upper, double most_bytes = kUsualMemory, const Elimination& order = {},
+                      Progress* progress = nullptr);
     ~Cholesky() override;
     Cholesky(const Cholesky&) = delete;
     Cholesky& operator=(const Cholesky&) = delete;

@@ -121,7 +121,8 @@ int main(int argc, char** argv)
     std::signal(SIGXFSZ, SIG_IGN); // a file that grows too large is a failed write like others
     const zel_command::MessageScope messages(zel_command::Messages::all);
     std::atexit(notice_early_end);
-    const int status = run_guarded(argc, argv);
+    const zel_fem::Processes processes(argc, argv);
+    const int status = zel_fem::Processes::is_first() ? run_guarded(argc, argv) : zel_fem::Processes::serve();
     main_has_ended = true;
     return zel_command::output_is_printed() ? status : kUnusable;
 }
