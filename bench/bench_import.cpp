@@ -17,6 +17,7 @@
 
 #include "fem/elements.h"
 #include "fem/fem.h"
+#include "fem/model.h"
 #include "fem/sparse_factor.h"
 
 using namespace zel_fem;
