@@ -86,10 +86,9 @@ static bool solves(const Cholesky& factor, const SparseMatrix& upper)
 
 static std::string phase_of(const FactorNeeds& needs, bool to_file)
 {
-    return "factor the stiffness matrix: " +
-           (to_file ? gibibytes(needs.memory_beside) + " of memory and " + gibibytes(needs.file) + " in " +
-                          temporary_folder()
-                    : gibibytes(needs.memory) + " of memory");
+    return "factor the stiffness matrix: " + (to_file ? gibibytes(needs.memory_beside) + " of memory and " +
+                                                            gibibytes(needs.file) + " in " + temporary_folder()
+                                                      : gibibytes(needs.memory) + " of memory");
 }
 
 Cholesky::Cholesky(const SparseMatrix& upper, double most_bytes, const Elimination& order, Progress* progress)
