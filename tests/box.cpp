@@ -6,7 +6,7 @@
 
 ZELDATA* box()
 {
-    ZELDATA* db = ZEL_Create(8, 7);
+    ZELDATA* db = ZEL_Create(9, 7); // with room for one more
     ZEL_SetUnits(db, "kg", "m", "s", "N");
     const double mass = 24.0, ix = 24.0 * 0.5, iy = 24.0 * 1.25; // sum of m (y^2 + z^2), of m (x^2 + z^2)
     for (int node = 0; node < 8; ++node)

@@ -155,6 +155,33 @@ TEST_F(Checks, FindTheFaultOfABody)
     EXPECT_EQ(seen.size(), sound.rows().size() + 1); // invariants that cannot be read are no check of a sound body
 }
 
+// The two sides of a slit are as one in rigid-body motions and part in others. A wrong coordinate shows in the first.
+TEST_F(Checks, KnowTheSidesOfASlitFromAWrongCoordinate)
+{
+    const double t = 1.0 / std::sqrt(24.0), a = 1.0 / std::sqrt(12.0), b = 1.0 / std::sqrt(30.0);
+    const double corner[7][3] = {{t},
+                                 {0, t},
+                                 {0, 0, t},
+                                 {0, -a / 2, a / 2}, // the eighth node's motion
+                                 {b / 2, 0, -b},
+                                 {-b / 2, b, 0},
+                                 {-t}}; // but for the stretching
+    for (const double elsewhere : {0.0, 1e-3})
+    {
+        const auto add_side = [&](ZELDATA* db) {
+            for (int mode = 1; mode <= 7; ++mode)
+            {
+                const double* u = corner[mode - 1];
+                ZEL_SetMode(db, mode, 9, 0, u[0] + (mode == 5 ? elsewhere : 0.0), u[1], u[2], 0, 0, 0);
+            }
+            ZEL_SetNodeCoordinates(db, 9, 2.0, 1.0, 1.0);
+            ZEL_SetFace(db, 3, 5, 6, 9);
+        };
+        const Report report = check_body(open_box({.checks = {}, .built = add_side}));
+        EXPECT_EQ(number_of(report, "nodes at distinct points", "coincident"), elsewhere == 0.0 ? 0.0 : 1.0);
+    }
+}
+
 TEST_F(Checks, TellHowFarTheyAreAndStopWhenTold)
 {
     ZELDATA* db = open_box();
