@@ -246,9 +246,10 @@ void CcxSource::read_results_into(Model& model, const std::vector<Interface>& in
     if (size_t(made) != expected)
         throw InputError(
             {job_ + ".frd", 0},
-            format("has %td nodes of the solver's own making, and the shells and beams of the deck make %zu: plies and "
-                   "trusses need *NODE FILE, OUTPUT=2D",
-                   made, expected));
+            format(
+                "has %td nodes of the solver's own making, and the shells and beams of the deck make %zu: trusses need "
+                "*NODE FILE, OUTPUT=2D, and composite shells are taken by matrices alone",
+                made, expected));
     expansion.name_layers(frd.node_ids);
     model.modes = modes_from_results(expansion.deck, interfaces, frd, job_, step_);
     model.layers = std::move(expansion.layers);
