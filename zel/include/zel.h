@@ -964,8 +964,8 @@ ZEL_API double* ZEL_Invar2(ZELDATA* db);
  * Null, silently, without modes or for an unknown index. Sums that some node with a mass or an inertia, but without mode
  * shapes, would be missing from are zero. Invariants 5 and 9 of which nothing is known take no memory: their values may be
  * absent from the record's own tables and are to be asked for here. A block of the file that tells of fewer modes than
- * there are is written for these again. Memory beside the result stays below 64 MiB; the stored
- * mode shapes are read once for 3, 4 and 8 together, once for 5 and 9 together.
+ * there are is written for these again. Memory beside the result stays below 64 MiB; the stored mode shapes are read once
+ * for 3, 4 and 8 together, once for 5 and 9 together.
  */
 
 /** Sum of m phi: new array of 3 M, component c of mode k at [c M + k]. */
