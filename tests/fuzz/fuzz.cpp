@@ -1,5 +1,5 @@
 // libFuzzer over all that reads files of strangers (clang, -DZEL_FUZZ=ON):
-//   fuzz_seeds seeds && fuzz --target=read -close_fd_mask=3 -max_len=131072 -max_total_time=600 corpus seeds/read
+//   fuzz_seeds seeds && fuzz --target=read -close_fd_mask=3 -max_len=262144 -max_total_time=600 corpus seeds/read
 // An input may take 5 s of processor time, and memory of 64 MiB and 20 times its length at once.
 #include "fuzz.h"
 

@@ -17,7 +17,7 @@ using fuzz::Files, fuzz::joined;
 
 namespace
 {
-constexpr size_t kLongest = 1 << 17; // longer seeds make a fuzzer slow
+constexpr size_t kLongest = 1 << 18; // longer seeds make a fuzzer slow
 
 class Corpus
 {

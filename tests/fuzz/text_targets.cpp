@@ -3,6 +3,8 @@
 
 #include "checks/body_comparison.h"
 #include "fem/fem.h"
+#include "fem/sources/ccx/dat.h"
+#include "fem/sources/ccx/frd.h"
 #include "fem/sources/matrices/matrix_file.h"
 #include "fem/sources/matrices/row_map.h"
 #include "fem/sources/meshes/mesh_file.h"
@@ -44,8 +46,11 @@ static void reduce_to_body(Source& source, size_t choice)
     options.release_supports = choice % 3 == 0;
     options.stress = options.strain = options.verify = choice % 5 == 0;
     options.lumped_invariants = choice % 7 == 0;
-    options.loads = {parse_load("weight=gravity:0,0,-9810")};
-    options.attachment = choice % 11 == 0;
+    options.loads = {parse_load("weight=gravity:0,0,-9810"), parse_load("pull=ids=5:1,0,0")};
+    options.attachment = choice % 2 == 0;
+    for (const char* interface : {"ids=1,2,3,4@0,0,0", "ids=6,7,8:average", "ids=5,9:xyz"})
+        if (choice /= 2; choice % 2 != 0)
+            options.interfaces.push_back(parse_interface(interface));
     attempt([&] { ZEL_UnLink(fill_database(reduce(source, options, silent))); });
 }
 
@@ -72,6 +77,8 @@ void run_deck(const Files& files)
 void run_results(const Files& files)
 {
     run_job(files, {".inp", ".frd", ".dat"}, ccx::Route::results);
+    attempt([&] { ccx::read_printed_steps(folder() + "/job.dat"); });
+    attempt([&] { ccx::read_frd(folder() + "/job.frd"); });
 }
 
 void run_stored(const Files& files)
