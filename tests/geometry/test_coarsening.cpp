@@ -4,6 +4,7 @@
 #include "geometry/coarsening/coarsening.h"
 
 #include <array>
+#include <limits>
 
 namespace
 {
@@ -294,6 +295,21 @@ TEST_F(Coarsening, LeavesNoFlakes)
             EXPECT_TRUE(is_closed());
             EXPECT_GT(db->face_count, 3);
         }
+}
+
+// Products of the coordinates overflow: faces there have no direction.
+TEST_F(Coarsening, TakesNodesThatLieAsFarOutAsNumbersReach)
+{
+    for (const char* text : {"0", "10, 20", "50, 45"})
+    {
+        anew();
+        add_block(3, 3, 3);
+        for (int node = 0; node < db->node_count; ++node)
+            db->nodes[node].y *= 4.0;
+        db->nodes[0].x = std::numeric_limits<double>::max();
+        EXPECT_TRUE(trim(text)) << text;
+        EXPECT_TRUE(is_closed()) << text;
+    }
 }
 
 TEST_F(Coarsening, KeepsFlagsAndMergesOnlyEqualOnes)

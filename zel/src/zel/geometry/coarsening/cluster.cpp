@@ -7,6 +7,7 @@
 #include "coarsening.h"
 
 #include <bit>
+#include <limits>
 
 namespace zel
 {
@@ -175,6 +176,12 @@ static void add_normal(const float (&one)[4], Facing way, int32_t node, Normals*
     facing[node] = Facing(facing[node] | way);
 }
 
+// Whether a vector of this length has one: nodes may lie so far out that areas are infinite.
+static bool has_direction(double length)
+{
+    return length > 0.0 && length <= std::numeric_limits<double>::max();
+}
+
 // Adds the unit normals of all faces, but one of the two sides of a shell only.
 static void add_normals(const Vector* points, const FaceWords& faces, const char* twins, Normals* normals,
                         Facing* facing)
@@ -182,7 +189,7 @@ static void add_normals(const Vector* points, const FaceWords& faces, const char
     for_each_face(faces, [&](const int32_t* face) {
         const Vector normal = area_normal(points, face);
         const double length = norm(normal);
-        if (!(length > 0.0) || twins[face - faces.words] == kSecondOfTwo)
+        if (!has_direction(length) || twins[face - faces.words] == kSecondOfTwo)
             return;
         const Vector unit = (1.0 / length) * normal;
         const float one[4] = {float(unit.x), float(unit.y), float(unit.z), 1.0f};
@@ -259,7 +266,7 @@ static int add_walls(const Surface& surface, const FaceWords& faces, const char*
         const int32_t from = face[edge.corner], to = from == edge.lower ? edge.higher : edge.lower;
         const Vector wall = cross(surface.points[to] - surface.points[from], area_normal(surface.points, face));
         const double length = norm(wall);
-        if (!(length > 0.0))
+        if (!has_direction(length))
             continue;
         const float one[4] = {float(wall.x / length), float(wall.y / length), float(wall.z / length), 1.0f};
         for (int32_t node : {from, to})
