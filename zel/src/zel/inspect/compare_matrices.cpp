@@ -2,6 +2,7 @@
 #include "compare.h"
 #include "zel.h"
 
+#include <algorithm>
 #include <cassert>
 
 namespace zel
@@ -168,27 +169,61 @@ int compare_matrix(Comparison& c, const Block& row)
     return check(c, measured(texts.values, row.number, difference), "Sparce%s", texts.name);
 }
 
+namespace
+{
+// An entry of the damping of one of two bodies, by its place: there may be many more modes than entries.
+struct PlacedEntry
+{
+    int row, column, order; // order: in the list of its body
+    bool of_base;
+    double value;
+    bool is_at(const PlacedEntry& other) const { return row == other.row && column == other.column; }
+    bool operator<(const PlacedEntry& other) const
+    {
+        return row != other.row         ? row < other.row
+               : column != other.column ? column < other.column
+                                        : order < other.order;
+    }
+};
+} // namespace
+
+// Entries on modes; returns the end.
+static PlacedEntry* take_entries(const ZELDATA* db, bool of_base, PlacedEntry* to)
+{
+    for (int i = 0; i < db->damping.count; ++i)
+    {
+        const auto& [row, column, value] = db->damping.entries[i];
+        if (std::min(row, column) >= 0 && std::max(row, column) < db->mode_count)
+            *to++ = {row, column, i, of_base, value};
+    }
+    return to;
+}
+
 // The report says nothing of the damping.
 int compare_damping(Comparison& c, const Block& row)
 {
-    const int64_t modes = ZEL_ModeCount(c.fresh);
     Finding damping = {"generalized damping", row.number};
     if (!c.in_base[row.number] && !c.in_fresh[row.number])
         return 0;
-    if (c.in_base[row.number] && c.in_fresh[row.number] && modes == ZEL_ModeCount(c.base))
+    if (c.in_base[row.number] && c.in_fresh[row.number] && ZEL_ModeCount(c.fresh) == ZEL_ModeCount(c.base))
     {
-        Scratch<double> fresh(modes * modes), base(modes * modes);
-        if (!fresh.data || !base.data)
+        Scratch<PlacedEntry> entries(int64_t(c.fresh->damping.count) + c.base->damping.count);
+        if (!entries.data)
             return no_room(c);
-        ZEL_GenDampFull(c.fresh, fresh.data, int(modes));
-        ZEL_GenDampFull(c.base, base.data, int(modes));
+        PlacedEntry* const end = take_entries(c.base, true, take_entries(c.fresh, false, entries.data));
+        std::sort(entries.data, end);
         // Rows and columns of the principal axes have no sign to turn.
-        const auto sign = [&](int64_t mode) { return c.fresh->damping_projected && mode < 6 ? 1 : c.sign[mode]; };
+        const auto sign = [&](int mode) { return c.fresh->damping_projected && mode < 6 ? 1 : c.sign[mode]; };
         Difference difference;
-        for (int64_t i = 0; i < modes; ++i)
-            for (int64_t k = 0; k < modes; ++k)
-                difference.add(sign(i) * sign(k) * fresh[i * modes + k], base[i * modes + k],
-                               {ZEL_ModeNumber(c.fresh, int(i)), ZEL_NONE, int(k)});
+        for (const PlacedEntry* entry = entries.data; entry < end;)
+        {
+            const PlacedEntry& first = *entry;
+            double values[2] = {}; // the last one of each body
+            for (; entry < end && entry->is_at(first); ++entry)
+                values[entry->of_base] = entry->value;
+            difference.add(sign(first.row) * sign(first.column) * values[0], values[1],
+                           {ZEL_ModeNumber(c.fresh, first.row), ZEL_NONE, first.column});
+        }
         damping = measured(damping.check, row.number, difference);
     }
     else
