@@ -2,8 +2,6 @@
 
 #include "fixtures.h"
 
-#include <array>
-
 ZELDATA* box()
 {
     ZELDATA* db = ZEL_Create(9, 7); // with room for one more

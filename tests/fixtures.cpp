@@ -5,11 +5,7 @@
 #include <sys/sysmacros.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <filesystem>
-#include <fstream>
 #include <iterator>
-#include <sstream>
 
 TemporaryFolder::TemporaryFolder()
 {
@@ -86,6 +82,12 @@ ZELDATA* FileTest::open(const std::string& bytes)
 ZELDATA* FileTest::open(const SampleFile& file)
 {
     return open(file.bytes());
+}
+
+ZELDATA* FileTest::opened(const SampleFile& file)
+{
+    ZELDATA* db = open(file);
+    return db ? db : throw std::runtime_error("a file that was laid out by hand is refused");
 }
 
 // What `action` writes to a descriptor, through a pipe: a file would end at a limit as well. It holds 64 KiB.

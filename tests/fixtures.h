@@ -11,16 +11,20 @@
 #include <sys/resource.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <functional>
 #include <map>
 #include <numeric>
 #include <optional>
 #include <random>
 #include <set>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -48,6 +52,12 @@ template <typename Action> std::string output_of(Action action)
     action();
     std::fflush(stdout);
     return ::testing::internal::GetCapturedStdout();
+}
+
+// For EXPECT_PRED2, which shows text and part.
+inline bool contains(const std::string& text, const std::string& part)
+{
+    return text.find(part) != std::string::npos;
 }
 
 // Keeps both from being seen.
@@ -124,6 +134,7 @@ class FileTest : public ZelTest
 protected:
     ZELDATA* open(const std::string& bytes); // as a file
     ZELDATA* open(const SampleFile& file);
+    ZELDATA* opened(const SampleFile& file); // ends the test where that fails
     // Writes with these options; keeps what was printed, whatever the limit for files.
     int write(ZELDATA* db, const std::string& path, const char* options);
     ZELDATA* rewrite(ZELDATA* db, const char* options); // writes and reads

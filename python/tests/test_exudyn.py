@@ -1,4 +1,4 @@
-"""Bodies in the solver Exudyn: matrices that it computes itself, full models, momenta, a slider crank on paper."""
+"""Bodies in the solver Exudyn: matrices that it computes itself, full models, a slider crank on paper."""
 
 import platform
 import re
@@ -31,8 +31,6 @@ import exudyn
 import exudyn.itemInterface as items
 import slider_crank
 from exudyn.FEM import FEMinterface, ObjectFFRFreducedOrderInterface
-
-What = exudyn.OutputVariableType
 
 
 class Bar(NamedTuple):
@@ -139,49 +137,6 @@ def test_it_vibrates_as_the_file_says_and_held_as_the_full_model(bar: Bar) -> No
     k, m = (matrix.toarray()[np.ix_(loose, loose)] for matrix in (bar.stiffness, bar.mass))
     hertz = mbs.ComputeODE2Eigenvalues(convert2Frequencies=True)[0]
     np.testing.assert_allclose(hertz, np.sqrt(eigh(k, m, eigvals_only=True)[:8]) / (2 * np.pi), rtol=1e-6)
-
-
-def solve(mbs: Any, end: float, steps: int, sensors: list[int]) -> tuple[np.ndarray, list[np.ndarray]]:
-    mbs.Assemble()
-    settings = exudyn.SimulationSettings()
-    settings.timeIntegration.endTime, settings.timeIntegration.numberOfSteps = end, steps
-    settings.timeIntegration.explicit.useLieGroupIntegration = True
-    settings.solution.file.write = False
-    settings.solution.sensors.writePeriod = end / 100
-    mbs.SolveDynamic(settings, solverType=exudyn.DynamicSolverType.RK67)
-    stored = [mbs.GetSensorStoredData(sensor) for sensor in sensors]
-    return stored[0][:, 0], [values[:, 1:] for values in stored]
-
-
-def test_in_free_flight_momenta_stay_and_the_centre_falls_on_a_parabola(bar: Bar) -> None:
-    turns, per_second, gravity = 10, 10.0, np.array([0.0, 0, -9810])
-    spin = 2 * np.pi * per_second * np.array([0.3, 0.2, 1])
-    made = zel.exudyn.interface(bar.body, node_type="RotationRotationVector")
-    velocity = [300.0, 200.0, 2000.0]
-    mbs, added = system_of(made, initialVelocity=velocity, initialAngularVelocity=spin, gravity=gravity)
-    bent = 4.0 / np.abs(bar.shapes[6:8]).max()  # released from a deflection of some millimetres
-    mbs.SetNodeParameter(added["nGenericODE2"], "initialCoordinates", [bent, -bent, *[0.0] * (made.nModes - 2)])
-    wanted = [(added["nRigidBody"], what) for what in (What.Position, What.RotationMatrix, What.Velocity)]
-    wanted += [(added["nRigidBody"], What.AngularVelocityLocal)]
-    wanted += [(added["nGenericODE2"], what) for what in (What.Coordinates, What.Coordinates_t)]
-    sensors = [slider_crank.sensor_of_node(mbs, node, what) for node, what in wanted]
-    times, states = solve(mbs, turns / per_second, 12_000, sensors)
-
-    weights = bar.mass.toarray()[::3, ::3]  # of the full model: no invariant takes part
-    total, momenta, spins, centers = weights.sum(), [], [], []
-    for place, turn, speed, omega, q, rate in zip(*states, strict=True):
-        local = bar.points + np.einsum("k,knc->nc", q, bar.shapes[6:])
-        moving = np.cross(omega, local) + np.einsum("k,knc->nc", rate, bar.shapes[6:])
-        at = place + local @ turn.reshape(3, 3).T
-        carried = weights @ (speed + moving @ turn.reshape(3, 3).T)
-        centers.append((weights @ at).sum(axis=0) / total)
-        momenta.append(carried.sum(axis=0))
-        spins.append(np.cross(at - centers[-1], carried).sum(axis=0))
-    falling = momenta[0] + total * np.outer(times, gravity)
-    path = centers[0] + np.outer(times, momenta[0]) / total + np.outer(times**2, gravity) / 2
-    np.testing.assert_allclose(np.array(momenta), falling, rtol=0, atol=1e-8 * float(np.linalg.norm(momenta[0])))
-    np.testing.assert_allclose(np.array(spins) - spins[0], 0.0, rtol=0, atol=1e-8 * float(np.linalg.norm(spins[0])))
-    np.testing.assert_allclose(np.array(centers), path, rtol=0, atol=1e-8 * float(np.linalg.norm(path[-1] - path[0])))
 
 
 def test_damping_and_faces_come_along_and_what_stays_behind_is_told(bar: Bar) -> None:

@@ -65,21 +65,6 @@ def test_modes_of_a_range_are_all_there_verified_and_damped_as_asked(tmp_path: P
         body.write(tmp_path / "damped.zel", damping={99: 0.1})
 
 
-def test_interfaces_move_rigidly_and_keep_the_lowest_frequencies() -> None:
-    stiffness, mass, mesh, hertz = block()
-    left = np.flatnonzero(mesh[0][:, 0] == 0.0) + 1
-    body = zel.reduce(stiffness, mass, mesh, interfaces=[(left, (0.0, 6.5, 6.5))], modes=20, units=UNITS)
-    reference = int(body.interface_nodes[0])
-    assert reference == len(mesh[0]) + 1
-    np.testing.assert_array_equal(body.nodes.coordinates[body.nodes.index_of(reference)], [0.0, 6.5, 6.5])
-    for mode in body.modes:  # u = u0 + theta x r, at every node of the interface
-        rows = mode.shape[np.searchsorted(body.shape_nodes, [reference, *left])]
-        arms = mesh[0][left - 1] - [0.0, 6.5, 6.5]
-        np.testing.assert_allclose(rows[1:, :3], rows[0, :3] + np.cross(rows[0, 3:], arms), atol=1e-9)
-    free = body.free_frequencies()[6:]
-    assert (free[:4] >= hertz[:4] * (1 - 1e-9)).all() and free[0] < hertz[0] * 1.2  # stiffer, as the face is rigid
-
-
 def test_supports_are_taken_out_on_request() -> None:
     stiffness, mass, mesh, hertz = block()
     held = stiffness.tolil()

@@ -6,7 +6,6 @@
 
 #include "checks/checks.h"
 
-#include <filesystem>
 #include <limits>
 
 using zel_checks::Report, zel_checks::Row, zel_checks::RowKind, zel_checks::check_body;
@@ -197,56 +196,6 @@ TEST_F(Checks, TellHowFarTheyAreAndStopWhenTold)
     EXPECT_EQ(phases, (Names{"read the modes", "multiply the modes", "nodes and invariants"}));
     EXPECT_EQ(last, 1.0);
     EXPECT_THROW(check_body(db, [](const char*, double share) { return share < 0.5; }), zel_checks::Stopped);
-}
-
-TEST_F(Checks, KnowMassPropertiesAboutAnyPoint)
-{
-    const zel_checks::MassProperties mass = zel_checks::mass_properties(open_box());
-    EXPECT_NEAR(mass.mass, 24.0, 1e-12);
-    // Of eight masses of 3 about a corner: sum of m (y^2 + z^2) and of -m x y over the corners of 2 x 1 x 1.
-    const std::array<double, 9> corner = {24, -12, -12, -12, 60, -6, -12, -6, 60};
-    const auto about = zel_checks::tensor_about(mass, {2.0, 1.0, 1.0});
-    for (size_t i = 0; i < 9; ++i)
-    {
-        EXPECT_NEAR(mass.tensor[i], corner[i], 1e-12) << i;
-        EXPECT_NEAR(about[i], corner[i], 1e-12) << i; // the box is the same from the opposite corner
-    }
-    const auto principal = zel_checks::principal_values(zel_checks::tensor_about(mass, mass.center));
-    EXPECT_NEAR(principal[0], 12.0, 1e-12);
-    EXPECT_NEAR(principal[1], 30.0, 1e-12);
-    EXPECT_NEAR(principal[2], 30.0, 1e-12);
-}
-
-// As many modes as there are freedoms, none of them rigid and no two alike, carry all of the mass and inertia.
-TEST_F(Checks, EffectiveMassesOfAllModesAreTheBody)
-{
-    Assembly body = random_assembly(6, 0, 11u, false);
-    for (size_t freedom = 0; freedom < 18; ++freedom)
-    {
-        body.add_mode();
-        body.modes.back()[freedom / 3][freedom % 3] = 1.0 / std::sqrt(body.points[freedom / 3].mass);
-    }
-    for (int turn = 0; turn < 51; ++turn) // in the planes of two modes, which leaves generalized masses of 1
-    {
-        auto &a = body.modes[size_t(turn % 17)], &b = body.modes[size_t(turn % 17 + 1)];
-        for (size_t p = 0; p < 6; ++p)
-            for (size_t d = 0; d < 3; ++d)
-            {
-                const double u = a[p][d], v = b[p][d];
-                a[p][d] = std::cos(turn + 0.5) * u - std::sin(turn + 0.5) * v;
-                b[p][d] = std::sin(turn + 0.5) * u + std::cos(turn + 0.5) * v;
-            }
-    }
-    ZELDATA* db = database_of(body);
-    for (int mode = 101; mode <= 118; ++mode)
-        ZEL_SetGeneralizedStiffness(db, mode, mode, 1e6 * mode);
-    const zel_checks::ModeTable table = zel_checks::mode_table_of(db);
-    ASSERT_EQ(table.modes.size(), 18u);
-    for (size_t c = 0; c < 6; ++c)
-    {
-        EXPECT_LT(table.modes[16].effective_sum[c], 1.0 - 1e-6) << c;
-        EXPECT_NEAR(table.modes[17].effective_sum[c], 1.0, 1e-8) << c;
-    }
 }
 
 // Two springs of stiffness 1 beside each other, joined by one of 1, among modes of which the file says no more than their count.

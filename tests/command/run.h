@@ -6,7 +6,6 @@
 
 #include <sys/wait.h>
 
-#include <array>
 #include <cstdio>
 
 struct Outcome

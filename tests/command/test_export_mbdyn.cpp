@@ -4,8 +4,6 @@
 #include "command/run.h"
 #include "fixtures.h"
 
-#include <sstream>
-
 namespace
 {
 // Numbers of each group as MBDyn reads them: group 1 behind exactly one comment line, every mode behind exactly one, other lines
@@ -143,10 +141,9 @@ TEST_F(MbdynExport, HasTheBoxByHand)
     for (size_t i = 0; i < rigid.size(); ++i)
         EXPECT_NEAR(file.groups.at(12)[i], rigid[i], 1e-12) << i;
     const std::string input = bytes_of(folder.path("a \"box\".mbd"));
-    EXPECT_NE(input.find("\n    structural: 1, modal, null, eye, null, null;\n"), std::string::npos) << input;
-    EXPECT_NE(input.find("\n    joint: 1, modal, 1, 1, from file, damping from file, \"a \\\"box\\\".fem\", 0;\n"),
-              std::string::npos)
-        << input;
+    EXPECT_PRED2(contains, input, "\n    structural: 1, modal, null, eye, null, null;\n");
+    EXPECT_PRED2(contains, input,
+                 "\n    joint: 1, modal, 1, 1, from file, damping from file, \"a \\\"box\\\".fem\", 0;\n");
 }
 
 // With shapes at all nodes masses and shapes are those of the body, whatever modes and units are chosen.
@@ -156,7 +153,7 @@ TEST_F(MbdynExport, KeepsTheMassesOfABodyWithShapesAtAllNodes)
     const ModalFile file = exported("beam.zel --modes 1-9,12");
     EXPECT_EQ(file.groups.count(13), 0u);
     const std::string input = bytes_of(folder.path("out.mbd"));
-    EXPECT_NE(input.find("joint: 1, modal, 1, 4, from file, no damping, \"out.fem\", 0;"), std::string::npos);
+    EXPECT_PRED2(contains, input, "joint: 1, modal, 1, 4, from file, no damping, \"out.fem\", 0;");
     const int numbers[] = {7, 8, 9, 12};
     ZELDATA* db = opened("beam.zel");
     const size_t nodes = size_t(ZEL_NodeCount(db));
@@ -191,7 +188,7 @@ TEST_F(MbdynExport, FitsMassesWhereShapesAreMissing)
     ASSERT_NE(stated, std::string::npos);
     const double residual = std::stod(file.text.substr(stated + 8));
     EXPECT_LE(residual, 1e-3);
-    EXPECT_NE(outcome.output.find("fitted"), std::string::npos) << outcome.output;
+    EXPECT_PRED2(contains, outcome.output, "fitted");
 
     // About the centre of mass, where the same body has its origin in another file.
     ASSERT_EQ(run(folder, "convert beam.zel centred.zel --options 'no_ortho lbrf2cm'").status, 0);
@@ -266,7 +263,7 @@ TEST_F(MbdynExport, RefusesWhatTheSolverWouldGetWrong)
     {
         const Outcome refused = run(folder, std::string("export ") + arguments);
         EXPECT_EQ(refused.status, 2) << arguments;
-        EXPECT_NE(refused.errors.find(message), std::string::npos) << refused.errors;
+        EXPECT_PRED2(contains, refused.errors, message);
         EXPECT_EQ(refused.output, "");
     }
     EXPECT_EQ(bytes_of(folder.path("out.fem")), "older");
@@ -279,7 +276,7 @@ TEST_F(MbdynExport, RefusesWhatTheSolverWouldGetWrong)
     write_bytes(folder.path("out.mbd"), edited);
     const Outcome kept = run(folder, "export box.zel -o out.fem");
     EXPECT_EQ(kept.status, 2);
-    EXPECT_NE(kept.errors.find("out.mbd: is no file that zel exported, or was changed since"), std::string::npos);
+    EXPECT_PRED2(contains, kept.errors, "out.mbd: is no file that zel exported, or was changed since");
     EXPECT_EQ(bytes_of(folder.path("out.mbd")), edited);
     EXPECT_EQ(bytes_of(folder.path("out.fem")), before);
 }

@@ -7,9 +7,6 @@
 
 #include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
-
 namespace
 {
 // The data of a page, as a script would read it.
@@ -136,7 +133,7 @@ TEST_F(View, KeepsToTheLimitAndTells)
         EXPECT_LE(body["mode_list"].size(), one.most_modes);
         EXPECT_LE(size_t(body["shown_nodes"]), one.most_nodes);
         EXPECT_NE(body["left_out"].dump().find(one.told), std::string::npos) << body["left_out"];
-        EXPECT_NE(outcome.errors.find(one.told), std::string::npos) << outcome.errors;
+        EXPECT_PRED2(contains, outcome.errors, one.told);
     }
     EXPECT_EQ(run(folder, "view strip.zel --limit 0.5 -o small.html").status, 2);
     EXPECT_FALSE(std::filesystem::exists(folder.path("small.html")));
@@ -170,7 +167,7 @@ TEST_F(View, RefusesWhatItCannotShow)
     setenv("PATH", path.c_str(), 1);
     unsetenv("TMPDIR");
     EXPECT_EQ(outcome.status, 2);
-    EXPECT_NE(outcome.errors.find("no Chromium is installed"), std::string::npos) << outcome.errors;
+    EXPECT_PRED2(contains, outcome.errors, "no Chromium is installed");
     for (const auto& file : std::filesystem::directory_iterator(folder.folder()))
         EXPECT_FALSE(file.path().filename().string().starts_with("zel_view")) << file.path();
 }

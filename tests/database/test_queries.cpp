@@ -3,8 +3,6 @@
 #include "exercise.h"
 #include "fixtures.h"
 
-#include <initializer_list>
-
 using Numbers = std::vector<double>;
 
 namespace

@@ -79,7 +79,7 @@ TEST_F(Setters, AddTheNodesThatTheyName)
 
     const double nan = std::nan(""), infinity = std::numeric_limits<double>::infinity();
     const std::string who = errors_of([&] { EXPECT_EQ(ZEL_SetNodalMass(db_, 77, nan), 0); });
-    EXPECT_NE(who.find("mass of node 77 is not finite"), std::string::npos) << who;
+    EXPECT_PRED2(contains, who, "mass of node 77 is not finite");
     errors_of([&] {
         EXPECT_EQ(ZEL_SetNodeCoordinates(db_, 78, 0, -infinity, 0), 0);
         EXPECT_EQ(ZEL_SetNodalInertia(db_, 79, 0, 0, 0, 0, 0, nan), 0);
@@ -249,48 +249,39 @@ TEST_F(Setters, NeedADatabaseAndLeaveItAsItWasWhenAnAllocationFails)
     };
     for (const auto& set : kSetters)
         EXPECT_EQ(errors_of([&] { EXPECT_EQ(set(nullptr), 0); }), "ERROR:  The database has not been initialized.\n");
-    const auto make = [](bool filled) {
-        ZELDATA* db = ZEL_Create(5100, filled ? 6 : 4);
-        for (int id = 1; filled && id <= 1000; ++id) // one more, and the table of nodes must grow
+    const auto make = [] {
+        ZELDATA* db = ZEL_Create(5100, 6);
+        for (int id = 1; id <= 1000; ++id) // one more, and the table of nodes must grow
             ZEL_SetNodalMass(db, id, id);
-        if (filled)
-        {
-            ZEL_SetMode(db, 3, 2, ZEL_MODE_SHAPE, 1, 2, 3, 4, 5, 6);
-            ZEL_SetModalLoadLabel(db, 0, "first");
-            const double moments[3] = {1, 2, 3};
-            ZEL_SetInvar3(db, moments);
-        }
-        else
-        {
-            ZEL_AddMode(db, 3);
-            ZEL_LookupOrAddNode(db, 3);
-        }
+        ZEL_SetMode(db, 3, 2, ZEL_MODE_SHAPE, 1, 2, 3, 4, 5, 6);
+        ZEL_SetModalLoadLabel(db, 0, "first");
+        const double moments[3] = {1, 2, 3};
+        ZEL_SetInvar3(db, moments);
         return db;
     };
     int failures = 0;
-    for (bool filled : {false, true})
-        for (const auto& set : kSetters)
-        {
-            SCOPED_TRACE(&set - kSetters);
-            ZELDATA* db = nullptr;
-            std::string before;
-            int done = 0;
-            const auto prepare = [&] {
-                ZEL_UnLink(db);
-                quietly([&] { db = make(filled); });
-                before = state_of(db);
-            };
-            for_each_failing_allocation(
-                prepare, [&] { done = set(db); },
-                [&](bool failed, const std::string&) {
-                    EXPECT_TRUE(done || failed);
-                    if (done)
-                        return;
-                    ++failures;
-                    EXPECT_TRUE(state_of(db) == before);
-                    quietly([&] { EXPECT_EQ(set(db), 1) << "again"; });
-                });
-        }
+    for (const auto& set : kSetters)
+    {
+        SCOPED_TRACE(&set - kSetters);
+        ZELDATA* db = nullptr;
+        std::string before;
+        int done = 0;
+        const auto prepare = [&] {
+            ZEL_UnLink(db);
+            quietly([&] { db = make(); });
+            before = state_of(db);
+        };
+        for_each_failing_allocation(
+            prepare, [&] { done = set(db); },
+            [&](bool failed, const std::string&) {
+                EXPECT_TRUE(done || failed);
+                if (done)
+                    return;
+                ++failures;
+                EXPECT_TRUE(state_of(db) == before);
+                quietly([&] { EXPECT_EQ(set(db), 1) << "again"; });
+            });
+    }
     EXPECT_GT(failures, 60);
 }
 
@@ -319,8 +310,8 @@ TEST_F(Setters, DropGivenInvariantsByNameWhenAModeIsAdded)
     ZEL_SetInvar3(db_, ones);
     ZEL_SetInvar8(db_, ones);
     const std::string warnings = errors_of([&] { ZEL_AddMode(db_, 2); });
-    EXPECT_NE(warnings.find("Inertia Invariant 3 was given for the modes before mode 2"), std::string::npos);
-    EXPECT_NE(warnings.find("Inertia Invariant 8 "), std::string::npos);
+    EXPECT_PRED2(contains, warnings, "Inertia Invariant 3 was given for the modes before mode 2");
+    EXPECT_PRED2(contains, warnings, "Inertia Invariant 8 ");
     EXPECT_EQ(warnings.find("Inertia Invariant 1 "), std::string::npos);
     EXPECT_TRUE(flag(ZEL_BLOCK_INVAR1) && !flag(ZEL_BLOCK_INVAR3) && !flag(ZEL_BLOCK_INVAR8) && db_->invar1 &&
                 !db_->invar3);
@@ -379,13 +370,13 @@ TEST_F(Setters, StoreInvariantsInTheOrderOfTheirBlocks)
     // Invariant 5 by mode, row and column; antisymmetric in mode and column.
     const double antisymmetric[12] = {0, 1, 0, -2, 0, 3, -1, 0, 2, 0, -3, 0};
     EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_SetInvar5(db_, antisymmetric), 1); }), "");
-    EXPECT_NE(errors_of([&] { EXPECT_EQ(ZEL_SetInvar5(db_, values), 1); }).find("WARNING"), std::string::npos);
+    EXPECT_PRED2(contains, errors_of([&] { EXPECT_EQ(ZEL_SetInvar5(db_, values), 1); }), "WARNING");
     EXPECT_EQ(db_->invar5[1][5], 12.0);
     double symmetric[36] = {};
     symmetric[9 * 1 + 1] = symmetric[9 * 2 + 3] = 4.0; // pair (0, 1) entry xy, pair (1, 0) entry yx
     EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_SetInvar9(db_, symmetric), 1); }), "");
     symmetric[9 * 2 + 3] += 1e-7;
-    EXPECT_NE(errors_of([&] { EXPECT_EQ(ZEL_SetInvar9(db_, symmetric), 1); }).find("WARNING"), std::string::npos);
+    EXPECT_PRED2(contains, errors_of([&] { EXPECT_EQ(ZEL_SetInvar9(db_, symmetric), 1); }), "WARNING");
 
     const double ones[2] = {1.0, 1.0}, almost[2] = {1.0, std::nextafter(1.0, 2.0)};
     EXPECT_EQ(ZEL_SetInvar6(db_, ones), 1);

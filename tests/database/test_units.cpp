@@ -5,8 +5,6 @@
 #include "database/record.h"
 
 #include <cctype>
-#include <fstream>
-#include <sstream>
 
 namespace
 {
@@ -188,16 +186,14 @@ TEST_F(Units, EveryBlockOfAFileIsScaledByItsDimension)
     file.blocks[ZEL_BLOCK_EIGENVALUES] = eigenvalues.bytes;
     for (bool projected : {true, false})
     {
-        ZELDATA* other = open(file);
-        ASSERT_TRUE(other);
+        ZELDATA* other = opened(file);
         other->damping_projected = projected;
         ASSERT_TRUE(ZEL_SetUnits(other, "kg", "m", "ms", "kN"));
         for (int entry = 0; entry < 4; ++entry)
             expect_reals("damping", &other->damping.entries[entry].value, 1, 15, entry,
                          projected ? kT / kL * kF : kEnergy * kT);
     }
-    ZELDATA* db = open(file);
-    ASSERT_TRUE(db);
+    ZELDATA* db = opened(file);
     double vector[18];
     EXPECT_TRUE(ZEL_Mode(db, 7, 0, vector, 0) && ZEL_Mode(db, 7, 1, vector, 0));
     ASSERT_TRUE(ZEL_SetUnits(db, "kg", "m", "ms", "kN"));

@@ -6,52 +6,55 @@
 #include "fem/reduction.h"
 #include "fixtures.h"
 
+using namespace zel_fem;
+using Eigen::Index, Eigen::MatrixXd, Eigen::Vector3d, Eigen::VectorXd;
+
 inline const std::string kExamples = ZEL_SOURCE "/examples/ccx/", kSmall = ZEL_SOURCE "/tests/data/ccx/";
-inline zel_fem::Progress silent;
+inline Progress silent;
 
 // Of a job of CalculiX by its matrices.
-inline zel_fem::Model read_model(const std::string& job)
+inline Model read_model(const std::string& job)
 {
-    const auto source = zel_fem::ccx::make_source({.deck = job, .route = zel_fem::ccx::Route::matrices});
-    zel_fem::Model model = source->read_model(silent);
+    const auto source = ccx::make_source({.deck = job, .route = ccx::Route::matrices});
+    Model model = source->read_model(silent);
     source->read_solution(model, {}, silent);
     check_equations(model);
     return model;
 }
 
-inline Eigen::MatrixXd dense(const zel_fem::SparseMatrix& upper)
+inline MatrixXd dense(const SparseMatrix& upper)
 {
-    return Eigen::MatrixXd(upper).selfadjointView<Eigen::Upper>();
+    return MatrixXd(upper).selfadjointView<Eigen::Upper>();
 }
 
 // Row and column of node and component, whatever the order of the rows.
-inline Eigen::MatrixXd by_node(const zel_fem::Matrices& matrices, const zel_fem::SparseMatrix& upper)
+inline MatrixXd by_node(const Matrices& matrices, const SparseMatrix& upper)
 {
     std::vector<int> place;
-    for (const zel_fem::Row& row : matrices.rows)
+    for (const Row& row : matrices.rows)
         place.push_back(3 * row.node + row.component);
-    Eigen::MatrixXd sorted(upper.rows(), upper.cols());
+    MatrixXd sorted(upper.rows(), upper.cols());
     sorted(place, place) = dense(upper);
     return sorted;
 }
 
-inline zel_fem::ReductionOptions in_millimetres(int modes, const std::vector<std::string>& interfaces = {})
+inline ReductionOptions in_millimetres(int modes, const std::vector<std::string>& interfaces = {})
 {
-    zel_fem::ReductionOptions options;
-    options.units = zel_fem::parse_units("mm,t,s,N");
+    ReductionOptions options;
+    options.units = parse_units("mm,t,s,N");
     options.modes = modes;
     for (const std::string& interface : interfaces)
-        options.interfaces.push_back(zel_fem::parse_interface(interface));
+        options.interfaces.push_back(parse_interface(interface));
     return options;
 }
 
-inline Eigen::VectorXd eigenvalues_of(const zel_fem::ReducedBody& body)
+inline VectorXd eigenvalues_of(const ReducedBody& body)
 {
-    return zel_fem::generalized_eigenvalues(body.body->stiffness, body.body->mass);
+    return generalized_eigenvalues(body.body->stiffness, body.body->mass);
 }
 
 // All rows of the report.
-inline std::string told(const zel_fem::ReducedBody& body)
+inline std::string told(const ReducedBody& body)
 {
     std::string text;
     for (const zel_checks::Row& row : body.report.rows())
@@ -67,12 +70,12 @@ enum class Part
     lower
 };
 
-inline zel_fem::arrays::Matrix compressed(const Eigen::MatrixXd& dense, Part part)
+inline arrays::Matrix compressed(const MatrixXd& dense, Part part)
 {
-    zel_fem::arrays::Matrix matrix{dense.cols(), {0}, {}, {}};
-    for (Eigen::Index column = 0; column < dense.cols(); ++column)
+    arrays::Matrix matrix{dense.cols(), {0}, {}, {}};
+    for (Index column = 0; column < dense.cols(); ++column)
     {
-        for (Eigen::Index row = dense.rows() - 1; row >= 0; --row) // any order will do
+        for (Index row = dense.rows() - 1; row >= 0; --row) // any order will do
             if (dense(row, column) != 0.0 &&
                 (part == Part::whole || (part == Part::upper) == (row < column) || row == column))
             {

@@ -1,45 +1,17 @@
 // Whether a basis is good enough: effective masses against the solver's own, ranges of frequencies, damping of what is written.
-#include <cmath>
-#include <sstream>
 
 #include "checks/checks.h"
-#include "fem/body.h"
 #include "fem/figures.h"
 #include "fem/invariants.h"
-#include "fem/reduction.h"
 #include "fem/sources/text_file.h"
-#include "fixtures.h"
-
-using namespace zel_fem;
-using Eigen::Index;
-using Eigen::MatrixXd;
-using Eigen::Vector3d;
-using Eigen::VectorXd;
-
-static const std::string kSmall = ZEL_SOURCE "/tests/data/ccx/";
-static Progress silent;
-
-static Model small_model(const std::string& name = "small")
-{
-    const auto source = ccx::make_source({.deck = kSmall + name});
-    Model model = source->read_model(silent);
-    source->read_solution(model, {}, silent);
-    return model;
-}
-
-static MatrixXd dense(const SparseMatrix& upper)
-{
-    return MatrixXd(MatrixXd(upper).selfadjointView<Eigen::Upper>());
-}
+#include "models.h"
 
 class Basis : public ZelTest
 {
 protected:
     ReducedBody small(const std::string& modes, bool free = false)
     {
-        ReductionOptions options;
-        options.units = parse_units("mm,t,s,N");
-        options.interfaces = {parse_interface("ROOT"), parse_interface("TIP@60,0,0")};
+        ReductionOptions options = in_millimetres(0, {"ROOT", "TIP@60,0,0"});
         choose_modes(modes, options);
         options.verify = true;
         options.free = free;
@@ -70,7 +42,7 @@ static std::vector<std::array<double, 6>> table_of(const std::string& heading)
 // The short beam on nine springs, whose modes carry shares of every mass and inertia. The solver takes moments about the origin.
 TEST_F(Basis, HasTheEffectiveMassesOfTheSolver)
 {
-    Model model = small_model();
+    Model model = read_model(kSmall + "small");
     const double spring[3] = {900.0, 1300.0, 700.0};
     SparseMatrix held = model.matrices->stiffness;
     for (size_t i = 0; i < model.matrices->rows.size(); ++i)
@@ -115,7 +87,7 @@ TEST_F(Basis, HasTheEffectiveMassesOfTheSolver)
 
 TEST_F(Basis, HasAllModesOfARangeOfFrequencies)
 {
-    const Model model = small_model();
+    const Model model = read_model(kSmall + "small");
     const VectorXd values = generalized_eigenvalues(dense(model.matrices->stiffness), dense(model.matrices->mass));
     const auto count = [&](double lowest, double highest) {
         return (values.tail(values.size() - 6).array() >= lowest && values.tail(values.size() - 6).array() < highest)
@@ -151,7 +123,7 @@ static double number_of(const ReducedBody& body, const std::string& row_name, si
 // Shares of the first modes in the flexibility at each end, and of fixed-interface ones in mass and inertia, by dense algebra.
 TEST_F(Basis, TellsHowCompleteItIs)
 {
-    const Model model = small_model();
+    const Model model = read_model(kSmall + "small");
     const MatrixXd k = dense(model.matrices->stiffness), m = dense(model.matrices->mass);
     const Eigen::GeneralizedSelfAdjointEigenSolver<MatrixXd> all(k, m);
     const std::vector<int>& root = model.node_sets.at("ROOT");
@@ -190,13 +162,13 @@ TEST_F(Basis, TellsHowCompleteItIs)
 // The full model is that of the solver, which has tied the ends itself.
 TEST_F(Basis, IsVerifiedByTheModesOfTheFullModel)
 {
-    const Model tied = small_model("small_tied");
+    const Model tied = read_model(kSmall + "small_tied");
     const VectorXd full = generalized_eigenvalues(dense(tied.matrices->stiffness), dense(tied.matrices->mass));
     for (const char* modes : {"0", "12", "30"})
     {
         const ReducedBody reduced = small(modes);
         const Body& body = *reduced.body;
-        const VectorXd values = generalized_eigenvalues(body.stiffness, body.mass);
+        const VectorXd values = eigenvalues_of(reduced);
         Index agreeing = 0;
         while (agreeing + 6 < values.size() && std::sqrt(values[6 + agreeing] / full[6 + agreeing]) <= 1.01)
             ++agreeing;

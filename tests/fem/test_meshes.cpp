@@ -1,13 +1,9 @@
 // Mesh files of other programs: one model in every dialect, the traps of each, and files that are damaged.
 #include "fem/sources/meshes/mesh_file.h"
-#include "fixtures.h"
 #include "mesh_dialects.h"
+#include "models.h"
 
-using namespace zel_fem;
 using namespace zel_fem::meshes;
-using Eigen::Vector3d;
-
-static Progress silent;
 
 static MeshFile read_text(const std::string& text)
 {
@@ -22,14 +18,6 @@ static std::string complaint_of(const std::string& text)
 }
 
 // ---- One mesh in every dialect --------------------------------------------------------------------------------------
-
-static MassMoments moments_of(const Mesh& mesh)
-{
-    MassMoments sum;
-    for (const Element& element : mesh.elements)
-        sum += element_mass(mesh, element).moments;
-    return sum;
-}
 
 static void expect_same(const MeshFile& got, const MeshFile& want, double tolerance)
 {
@@ -118,7 +106,7 @@ TEST(Decks, NumberTheirInstancesOneAfterTheOther)
     EXPECT_TRUE(has_note(file, "1 elements of type CONN3D2"));
     EXPECT_EQ(file.mesh.elements[1].nodes[0], 6);
     EXPECT_TRUE(file.has_density);
-    EXPECT_NEAR(moments_of(file.mesh).mass, 2 * 2. / 6, 1e-15);
+    EXPECT_NEAR(mesh_mass(file.mesh).moments.mass, 2 * 2. / 6, 1e-15);
 }
 
 // What generators write: faces of physical surfaces as plane elements, sets of nodes and elements of one name, shouted
@@ -145,36 +133,12 @@ TEST(Decks, LeaveDensitiesAsideWhereTheyAreNotAllMass)
     EXPECT_TRUE(read_text(begin).has_density);
     const MeshFile with_mass = read_text(begin + "*Element, type=MASS, elset=P\n2, 4\n*Mass, elset=P\n3.\n");
     EXPECT_TRUE(with_mass.has_density);
-    EXPECT_NEAR(moments_of(with_mass.mesh).mass, 3 + 2. / 6, 1e-14);
+    EXPECT_NEAR(mesh_mass(with_mass.mesh).moments.mass, 3 + 2. / 6, 1e-14);
     for (const char* more :
          {"3., 100.\n", "*Rotary Inertia, elset=E\n1.\n", "*Element, type=B31\n2, 1, 2\n",
           "*Element, type=C3D5\n2, 1, 2, 3, 4, 4\n", "*Element, type=C3D8\n2, 1, 2, 3, 3, 4, 4, 4, 4\n",
           "*Element, type=C3D4\n2, 1, 2, 3, 4\n", "*Nonstructural mass, elset=E\n"})
         EXPECT_FALSE(read_text(begin + more).has_density) << more;
-}
-
-TEST(Decks, AreRefusedWhereTheyAreDamagedOrMoveNodesByOtherRules)
-{
-    const std::string begin = "*Node\n1,0,0,0\n2,1,0,0\n3,0,1,0\n4,0,0,1\n";
-    const std::pair<std::string, const char*> cases[] = {
-        {begin + "*System\n1,1,1\n", "mesh:6: *System cannot be read"},
-        {begin + "*Ngen\n1, 4\n", "mesh:6: *Ngen cannot be read"},
-        {"*Node, system=C\n1,0,0,0\n", "mesh:1: *Node with SYSTEM cannot be read"},
-        {"*Node, input=nodes.txt\n", "mesh:1: *Node with INPUT cannot be read"},
-        {begin + "*Element, type=C3D4\n1,1,2,3\n", "mesh:7: an element of type C3D4 has 4 nodes, not 3"},
-        {begin + "*Element, type=C3D4\n1,1,2,3,5\n", "mesh:7: element 1: node 5 is not defined"},
-        {begin + "*Element, type=C3D4\n1,1,2,3,4\n1,1,2,3,4\n", "mesh:8: element 1 is defined twice"},
-        {begin + "*Nset, nset=a\nb\n", "mesh:7: there is no set named b"},
-        {begin + "*Nset, nset=a, instance=b\n1\n", "mesh:6: there is no instance named B"},
-        {"*Instance, name=i, part=p\n", "mesh:1: there is no part named p"},
-        {tet_part() + "*Instance, name=i, part=t\n0,0,0\n1,1,1,1,1,1,90\n",
-         "mesh:16: the two points of the axis are one"},
-        {tet_part() + "*Instance, name=i, part=t\n0,0\n",
-         "mesh:15: the position of an instance has 3 numbers here, not 2"},
-        {tet_part(), "mesh: the file has no nodes"},
-    };
-    for (const auto& [text, expected] : cases)
-        EXPECT_EQ(complaint_of(text), expected);
 }
 
 // ---- Gmsh -----------------------------------------------------------------------------------------------------------
@@ -202,23 +166,6 @@ TEST(GmshMeshes, MakeSetsOfPhysicalGroups)
     EXPECT_EQ(set_of(file, "6-curve"), std::vector({2, 9}));
     EXPECT_EQ(set_of(file, "6-surface"), std::vector({2, 4, 9}));
     EXPECT_TRUE(has_note(file, "skipped: 1 $NodeData, 1 elements of type pyramid, 1 repeated elements"));
-}
-
-TEST(GmshMeshes, AreRefusedWhereTheyAreDamaged)
-{
-    const std::pair<std::string, const char*> cases[] = {
-        {"$MeshFormat\n4.1 1 8\nabc", "mesh:2: a binary mesh cannot be read: save it as ASCII"},
-        {"$MeshFormat\n4 0 8\n", "mesh:2: version 4 cannot be read: save the mesh in version 2.2 or 4.1"},
-        {gmsh_2("1\n1 4 2 4 1 9 2 3"), "mesh:19: an element of type tetrahedron has 4 nodes, not 3"},
-        {gmsh_2("1\n1 99 2 4 1 9 2 3 8"), "mesh:19: elements of Gmsh's type 99 cannot be read"},
-        {gmsh_2("1\n1 4 2000000000 4"), "mesh:19: a line with 2000000003 numbers is expected here"},
-        {gmsh_2("2\n1 4 2 4 1 9 2 3 4"), "mesh:20: a line with 3 numbers is expected here"},
-        {gmsh_2("0\n1 4 2 4 1 9 2 3 4"), "mesh:19: $EndElements is expected here"},
-        {"$MeshFormat\n4.1 0 8\n$EndMeshFormat\n$Nodes\n1 2000000000 1 2\n3 1 0 2000000000\n1\n2\n",
-         "mesh:8: the file ends within a section"},
-    };
-    for (const auto& [text, expected] : cases)
-        EXPECT_EQ(complaint_of(text), expected);
 }
 
 // ---- Nastran --------------------------------------------------------------------------------------------------------
@@ -256,39 +203,13 @@ TEST(NastranMeshes, TellWhatTheyLeaveAside)
     EXPECT_TRUE(has_note(sets, "set 12: 1 of its nodes are not defined and left out"));
     EXPECT_TRUE(has_note(sets, "skipped: 1 CTRIA6, 1 DMIG, 1 RBE2"));
     EXPECT_TRUE(sets.has_density);
-    EXPECT_NEAR(moments_of(sets.mesh).mass, 0.5 * (3 + 2. / 6), 1e-15);
+    EXPECT_NEAR(mesh_mass(sets.mesh).moments.mass, 0.5 * (3 + 2. / 6), 1e-15);
     for (const char* more :
          {"CONM2,4,4,,3.,.1\n", "CPYRAM,4,7,1,2,3,4,4\n", "CBAR,4,7,1,2\n", "PSHELL,9,3,.1\nCTRIA6,2,9,1,2,3\n",
           "PSHELL,9,3,.1\nCTRIA3,2,9,1,2,3,,.1\n", "PSHELL,9,3,.1\nCTRIA3,2,9,1,2,3,,,\n,,,.1,.1,.2\n",
           "CTETRA,2,7,1,2,3,4,5\nGRID,5,,.5,0.,0.\n", "CTETRA,2,8,1,2,3,4\n", "PSHELL,9,3,.1,,,,,5.\n"})
         EXPECT_FALSE(read_text(bulk_tet(more)).has_density) << more;
     EXPECT_TRUE(read_text(bulk_tet("PSHELL,9,3,.1\nCTRIA3,2,9,1,2,3\n")).has_density);
-}
-
-TEST(NastranMeshes, AreRefusedWhereTheyAreDamagedOrTheirGeometryIsNotKnown)
-{
-    const std::pair<std::string, const char*> cases[] = {
-        {bulk_tet("GRID,5,6,0.,0.,0."), "mesh:9: coordinate system 6 is not defined"},
-        {bulk_tet("GRID,5,6,0.,0.,0.\nCORD1C,6,1,2,3"),
-         "mesh:9: coordinate system 6 is of a CORD1C, which cannot be read"},
-        {bulk_tet("GRID,5,6\nCORD2R,6,6,0.,0.,0.,0.,0.,1.\n,1.,0.,0."),
-         "mesh:10: coordinate system 6 is defined by itself"},
-        {bulk_tet("GRID,5,6\nCORD2R,6,,0.,0.,0.,0.,0.,1.\n,0.,0.,3."),
-         "mesh:10: the three points of coordinate system 6 lie on a line"},
-        {bulk_tet("GRID,5,,0.,0.,0.,6\nCORD2R,6,,0.,0.,0.,0.,1.,0.\n,1.,0.,0."),
-         "mesh:9: GRID 5: displacements in system 6 (CD) cannot be read"},
-        {bulk_tet("GRID,5,,0.,0.,1.,,,,,7"), "mesh:9: a line of free fields has no more than 10"},
-        {bulk_tet("CTETRA,2,7,1,2,3"), "mesh:9: CTETRA: field 7 is blank"},
-        {bulk_tet("CTETRA,2,7,1,2,3,4,,,+A\nPSOLID,8,3"),
-         "mesh:9: CTETRA: the line \"+A\" that continues it does not follow"},
-        {bulk_tet("CTETRA,2,7,1,2,3,4,,,+A\n+B,,,"),
-         "mesh:10: the line \"+B\" does not continue the one before it, which ends with \"+A\""},
-        {bulk_tet("SET1,5,9,THRU,3"), "mesh:9: THRU stands between two numbers that rise"},
-        {bulk_tet("INCLUDE 'none.bdf'"), "mesh:9: the included file none.bdf does not exist"},
-        {"BEGIN SUPER=1\n", "mesh:1: parts of the model in bulk data of their own cannot be read"},
-    };
-    for (const auto& [text, expected] : cases)
-        EXPECT_EQ(complaint_of(text), expected);
 }
 
 // ---- Ansys ----------------------------------------------------------------------------------------------------------
@@ -323,36 +244,12 @@ TEST(AnsysMeshes, TellWhatTheyLeaveAside)
     EXPECT_TRUE(has_note(file, "1 components of elements, 1 elements of type 174"));
     EXPECT_TRUE(has_note(file, "set ends: 1 of its nodes are not defined"));
     EXPECT_TRUE(file.has_density);
-    EXPECT_NEAR(moments_of(file.mesh).mass, 2. / 6, 1e-15);
+    EXPECT_NEAR(mesh_mass(file.mesh).moments.mass, 2. / 6, 1e-15);
     EXPECT_TRUE(read_text(cdb_tet("MP,DENS,3,2.,0\nMPDATA,R5.0,2,DENS,3,1,2.,2.\n")).has_density);
     EXPECT_FALSE(read_text(cdb_tet("MP,DENS,3,2.,.1\n")).has_density);
     EXPECT_FALSE(read_text(cdb_tet("MPDATA,DENS,3,1,1.,2.\n")).has_density);
     EXPECT_FALSE(read_text(cdb_tet("", cdb_element(1, {1, 2, 3, 4, 4, 4, 4, 4}))).has_density); // a pyramid
     EXPECT_FALSE(read_text(cdb_tet("E,1,2,3,4\n")).has_density);
-}
-
-TEST(AnsysMeshes, AreRefusedWhereTheyAreDamagedOrMoveNodes)
-{
-    const std::string block = "NBLOCK,6,SOLID,  9,  2\n(3i8,6e20.13)\n       5       0       0 1.0000000000000E+00";
-    const std::pair<std::string, const char*> cases[] = {
-        {cdb_tet("N,5,1,1,1\n"), "mesh:18: N cannot be read: nodes are read from blocks only"},
-        {cdb_tet("NROTAT,ALL\n"), "mesh:18: NROTAT cannot be read: nodes are read from blocks only"},
-        {cdb_tet(block + "\nN,UNBL,LOC,  -1,\n"), "mesh:21: the block has 1 nodes, not 2"},
-        {cdb_tet(block), "mesh:20: the file ends within a block"},
-        {cdb_tet(block.substr(0, block.size() - 1) + "\n"), "mesh:20: the line ends within a column"},
-        {cdb_tet(block + " 0.0000000000000E+00 0.0000000000000E+00 9.0000000000000E+01\n"),
-         "mesh:20: node 5 is turned: angles of nodes cannot be read"},
-        {cdb_tet("NBLOCK,6\n(3x9)\n"), "mesh:19: the format of a block is not understood"},
-        {cdb_tet("", cdb_element(1, {1, 2, 3})), "mesh:16: element 10 has 3 nodes"},
-        {cdb_tet("", cdb_element(7, {1, 2, 3, 3})), "mesh:16: element type 7 is not defined"},
-        {cdb_tet("", cdb_element(1, {1, 2, 3, 3, 8, 8, 8, 8})), "mesh:16: element 10: node 8 is not defined"},
-        {cdb_tet("", "      3      1\n"), "mesh:16: an element has 11 numbers and 1 to 20 nodes"},
-        {cdb_tet("CMBLOCK,a,NODE,  2\n(8i10)\n         3        -1\n"),
-         "mesh:20: a range of the component a does not rise"},
-        {cdb_tet("CMBLOCK,a,NODE,  2000000000\n(8i10)\n         3\n"), "mesh:20: the file ends within a block"},
-    };
-    for (const auto& [text, expected] : cases)
-        EXPECT_EQ(complaint_of(text), expected);
 }
 
 // ---- Plain tables ---------------------------------------------------------------------------------------------------
@@ -374,9 +271,70 @@ TEST(NodeTables, AreReadWhateverSeparatesTheirColumns)
     }
 }
 
-TEST(NodeTables, AreRefusedWhereTheyAreDamaged)
+// ---- Damage ---------------------------------------------------------------------------------------------------------
+
+TEST(DamagedMeshes, AreRefusedByLine)
 {
-    const std::pair<const char*, const char*> cases[] = {
+    const std::string begin = "*Node\n1,0,0,0\n2,1,0,0\n3,0,1,0\n4,0,0,1\n";
+    const std::string block = "NBLOCK,6,SOLID,  9,  2\n(3i8,6e20.13)\n       5       0       0 1.0000000000000E+00";
+    const std::pair<std::string, const char*> cases[] = {
+        {begin + "*System\n1,1,1\n", "mesh:6: *System cannot be read"},
+        {begin + "*Ngen\n1, 4\n", "mesh:6: *Ngen cannot be read"},
+        {"*Node, system=C\n1,0,0,0\n", "mesh:1: *Node with SYSTEM cannot be read"},
+        {"*Node, input=nodes.txt\n", "mesh:1: *Node with INPUT cannot be read"},
+        {begin + "*Element, type=C3D4\n1,1,2,3\n", "mesh:7: an element of type C3D4 has 4 nodes, not 3"},
+        {begin + "*Element, type=C3D4\n1,1,2,3,5\n", "mesh:7: element 1: node 5 is not defined"},
+        {begin + "*Element, type=C3D4\n1,1,2,3,4\n1,1,2,3,4\n", "mesh:8: element 1 is defined twice"},
+        {begin + "*Nset, nset=a\nb\n", "mesh:7: there is no set named b"},
+        {begin + "*Nset, nset=a, instance=b\n1\n", "mesh:6: there is no instance named B"},
+        {"*Instance, name=i, part=p\n", "mesh:1: there is no part named p"},
+        {tet_part() + "*Instance, name=i, part=t\n0,0,0\n1,1,1,1,1,1,90\n",
+         "mesh:16: the two points of the axis are one"},
+        {tet_part() + "*Instance, name=i, part=t\n0,0\n",
+         "mesh:15: the position of an instance has 3 numbers here, not 2"},
+        {tet_part(), "mesh: the file has no nodes"},
+        {"$MeshFormat\n4.1 1 8\nabc", "mesh:2: a binary mesh cannot be read: save it as ASCII"},
+        {"$MeshFormat\n4 0 8\n", "mesh:2: version 4 cannot be read: save the mesh in version 2.2 or 4.1"},
+        {gmsh_2("1\n1 4 2 4 1 9 2 3"), "mesh:19: an element of type tetrahedron has 4 nodes, not 3"},
+        {gmsh_2("1\n1 99 2 4 1 9 2 3 8"), "mesh:19: elements of Gmsh's type 99 cannot be read"},
+        {gmsh_2("1\n1 4 2000000000 4"), "mesh:19: a line with 2000000003 numbers is expected here"},
+        {gmsh_2("2\n1 4 2 4 1 9 2 3 4"), "mesh:20: a line with 3 numbers is expected here"},
+        {gmsh_2("0\n1 4 2 4 1 9 2 3 4"), "mesh:19: $EndElements is expected here"},
+        {"$MeshFormat\n4.1 0 8\n$EndMeshFormat\n$Nodes\n1 2000000000 1 2\n3 1 0 2000000000\n1\n2\n",
+         "mesh:8: the file ends within a section"},
+        {bulk_tet("GRID,5,6,0.,0.,0."), "mesh:9: coordinate system 6 is not defined"},
+        {bulk_tet("GRID,5,6,0.,0.,0.\nCORD1C,6,1,2,3"),
+         "mesh:9: coordinate system 6 is of a CORD1C, which cannot be read"},
+        {bulk_tet("GRID,5,6\nCORD2R,6,6,0.,0.,0.,0.,0.,1.\n,1.,0.,0."),
+         "mesh:10: coordinate system 6 is defined by itself"},
+        {bulk_tet("GRID,5,6\nCORD2R,6,,0.,0.,0.,0.,0.,1.\n,0.,0.,3."),
+         "mesh:10: the three points of coordinate system 6 lie on a line"},
+        {bulk_tet("GRID,5,,0.,0.,0.,6\nCORD2R,6,,0.,0.,0.,0.,1.,0.\n,1.,0.,0."),
+         "mesh:9: GRID 5: displacements in system 6 (CD) cannot be read"},
+        {bulk_tet("GRID,5,,0.,0.,1.,,,,,7"), "mesh:9: a line of free fields has no more than 10"},
+        {bulk_tet("CTETRA,2,7,1,2,3"), "mesh:9: CTETRA: field 7 is blank"},
+        {bulk_tet("CTETRA,2,7,1,2,3,4,,,+A\nPSOLID,8,3"),
+         "mesh:9: CTETRA: the line \"+A\" that continues it does not follow"},
+        {bulk_tet("CTETRA,2,7,1,2,3,4,,,+A\n+B,,,"),
+         "mesh:10: the line \"+B\" does not continue the one before it, which ends with \"+A\""},
+        {bulk_tet("SET1,5,9,THRU,3"), "mesh:9: THRU stands between two numbers that rise"},
+        {bulk_tet("INCLUDE 'none.bdf'"), "mesh:9: the included file none.bdf does not exist"},
+        {"BEGIN SUPER=1\n", "mesh:1: parts of the model in bulk data of their own cannot be read"},
+        {cdb_tet("N,5,1,1,1\n"), "mesh:18: N cannot be read: nodes are read from blocks only"},
+        {cdb_tet("NROTAT,ALL\n"), "mesh:18: NROTAT cannot be read: nodes are read from blocks only"},
+        {cdb_tet(block + "\nN,UNBL,LOC,  -1,\n"), "mesh:21: the block has 1 nodes, not 2"},
+        {cdb_tet(block), "mesh:20: the file ends within a block"},
+        {cdb_tet(block.substr(0, block.size() - 1) + "\n"), "mesh:20: the line ends within a column"},
+        {cdb_tet(block + " 0.0000000000000E+00 0.0000000000000E+00 9.0000000000000E+01\n"),
+         "mesh:20: node 5 is turned: angles of nodes cannot be read"},
+        {cdb_tet("NBLOCK,6\n(3x9)\n"), "mesh:19: the format of a block is not understood"},
+        {cdb_tet("", cdb_element(1, {1, 2, 3})), "mesh:16: element 10 has 3 nodes"},
+        {cdb_tet("", cdb_element(7, {1, 2, 3, 3})), "mesh:16: element type 7 is not defined"},
+        {cdb_tet("", cdb_element(1, {1, 2, 3, 3, 8, 8, 8, 8})), "mesh:16: element 10: node 8 is not defined"},
+        {cdb_tet("", "      3      1\n"), "mesh:16: an element has 11 numbers and 1 to 20 nodes"},
+        {cdb_tet("CMBLOCK,a,NODE,  2\n(8i10)\n         3        -1\n"),
+         "mesh:20: a range of the component a does not rise"},
+        {cdb_tet("CMBLOCK,a,NODE,  2000000000\n(8i10)\n         3\n"), "mesh:20: the file ends within a block"},
         {"1 0 0 0\n1 0 0 1\n", "mesh:2: node 1 is defined twice"},
         {"-1,0,0,0\n1,0,0,1\n", "mesh:1: a row begins with the number of a node or element, not with \"-1\""},
         {"1 0 0 0\n2 0 0\n", "mesh:2: a row has the number of a node and three coordinates, not 3 columns"},
@@ -388,8 +346,6 @@ TEST(NodeTables, AreRefusedWhereTheyAreDamaged)
     for (const auto& [text, expected] : cases)
         EXPECT_EQ(complaint_of(text), expected);
 }
-
-// ---- Damage ---------------------------------------------------------------------------------------------------------
 
 // Whether a text is a mesh in order or refused by name; anything else is thrown or crashes.
 static bool is_read(const TemporaryFolder& folder, const std::string& text)

@@ -143,27 +143,3 @@ TEST_F(FaceTools, MalformedSketchesLeaveTheFacesAlone)
     EXPECT_EQ(errors_of([&] { ZEL_SketchGrid(db, nullptr); }), "");
     EXPECT_EQ(errors_of([&] { ZEL_SketchGrid(nullptr, path.c_str()); }), "");
 }
-
-TEST_F(FaceTools, KeepTheFacesWhenMemoryIsShort)
-{
-    add_nodes(8);
-    add_hexahedron({0, 1, 2, 3, 4, 5, 6, 7});
-    add_face({0, 1, 2, 3});
-    const std::string path = folder.path("sketch.txt");
-    write_bytes(path, "2 3 5 15 25 3 25 15 5");
-    const std::function<void()> tools[] = {[&] { std::free(ZEL_GeometryNodes(db, nullptr)); },
-                                           [&] { ZEL_SketchGrid(db, path.c_str()); },
-                                           [&] { ZEL_StripCommonFaces(db); }};
-    for (const auto& tool : tools)
-    {
-        const Face before = words();
-        const int failures = for_each_failing_allocation(
-            [] {}, tool,
-            [&](bool failed, const std::string& said) {
-                EXPECT_EQ(said.starts_with("ERROR:  Failed to allocate memory at line "), failed);
-                EXPECT_EQ(said.find(" in file zeltools.\n") != said.npos, failed);
-                EXPECT_TRUE(!failed || words() == before);
-            });
-        EXPECT_GT(failures, 0);
-    }
-}

@@ -5,8 +5,6 @@
 
 #include <unistd.h>
 
-#include <sstream>
-
 using namespace std::string_literals;
 
 namespace
@@ -195,12 +193,15 @@ TEST_F(Comparing, ForgivesTheSignsOfModes)
     ZELDATA *base = body(), *made = body({1, -1, -1, 1, -1, 1, -1});
     const Report report = compare(base, made, 1, 0.0);
     EXPECT_EQ(report.result, 0) << report.text;
-    EXPECT_NE(report.text.find("->Warning: Modal load component 7 differs in sign for case #2\n"), std::string::npos);
+    EXPECT_PRED2(contains, report.text, "->Warning: Modal load component 7 differs in sign for case #2\n");
 
     made->invar5[1][3] = -made->invar5[1][3]; // one entry alone is no sign of a mode
     EXPECT_EQ(compare(base, made, 0, 1e-9).result, -1);
-    made->invar9[6][0][8] += 0.25; // all invariants are one check
+    made->invar9[6][0][8] += 0.25; // all invariants are one check, matrices are two
     EXPECT_EQ(compare(base, made, 0, 1e-9).result, -1);
+    made->stiffness.entries[2].value += 9.0;
+    made->mass.entries[2].value += 9.0;
+    EXPECT_EQ(compare(base, made, 0, 1e-9).result, -3);
 }
 
 TEST_F(Comparing, BodiesInDifferentUnits)
@@ -239,7 +240,6 @@ TEST_F(Comparing, BodiesOfManyNodes)
             output_of([&] { made = large_body(backwards, changed_id); });
             EXPECT_EQ(compare(base, made, 0, 0.2).text,
                       "->Fail EigenVector translational: #1  Delta: 2.500000e-01\n->Fail ModeShape, 1 times\n");
-            ZEL_UnLink(made);
         }
 }
 
@@ -357,7 +357,6 @@ TEST_F(Comparing, OneDifferenceFailsTheCheckThatOwnsIt)
             EXPECT_EQ(above.result, 0);
             EXPECT_EQ(above.text, "");
         }
-        ZEL_UnLink(made);
     }
 }
 
@@ -414,19 +413,13 @@ TEST_F(Comparing, ReportsEveryKindOfLineAtItsVerbosity)
 // Block 6 is compared as it stands, whatever the nodes weigh, and stands afterwards.
 TEST_F(Comparing, TheStoredMassesAndLeavesThem)
 {
-    for (const auto& [base_mass, made_mass] : {std::pair(10.0, 10.5), std::pair(0.0, 0.5), std::pair(0.0, 0.0)})
-    {
-        ZELDATA *base = body(), *made = body();
-        base->total_mass = base_mass;
-        made->total_mass = made_mass;
-        const Report report = compare(base, made, 0, 0.01);
-        const char* const delta = base_mass > 0.0 ? "5.000000e-02" : "inf";
-        EXPECT_EQ(report.text, base_mass == made_mass ? "" : "->Fail TotalMass  Delta: "s + delta + "\n");
-        EXPECT_EQ(report.result, base_mass == made_mass ? 0 : -1);
-        EXPECT_EQ(base->total_mass, base_mass);
-        EXPECT_EQ(made->total_mass, made_mass);
-        EXPECT_EQ(made->center_of_mass[1], 9.7);
-    }
+    ZELDATA *base = body(), *made = body();
+    base->total_mass = 0.0;
+    made->total_mass = 0.5;
+    const Report report = compare(base, made, 0, 0.01);
+    EXPECT_EQ(report.text, "->Fail TotalMass  Delta: inf\n");
+    EXPECT_EQ(report.result, -1);
+    EXPECT_TRUE(base->total_mass == 0.0 && made->total_mass == 0.5 && made->center_of_mass[1] == 9.7);
 }
 
 // What is no number on one side differs, at any tolerance; on both sides it does not.
@@ -444,8 +437,6 @@ TEST_F(Comparing, SeesWhatIsNoNumber)
             EXPECT_LT(compare(none, number, -1, HUGE_VAL).result, 0);
             *p.place(number) = odd;
             EXPECT_EQ(compare(none, number, 0, 0.0).text, "");
-            ZEL_UnLink(number);
-            ZEL_UnLink(none);
         }
     for (double odd : {std::nan(""), HUGE_VAL}) // the last mode's whole vectors
     {
@@ -462,8 +453,6 @@ TEST_F(Comparing, SeesWhatIsNoNumber)
             for (const char* line : {"EigenVector translational", "EigenVector rotational", "Stress Mode"})
                 EXPECT_NE(report.text.find("->Fail "s + line), std::string::npos) << line << report.text;
         EXPECT_EQ(compare(none, none, 0, 0.0).text, "");
-        ZEL_UnLink(number);
-        ZEL_UnLink(none);
     }
 }
 
@@ -486,8 +475,6 @@ TEST_F(Comparing, TurnsModesOfPureRotationByTheirRotations)
         }
         const std::string text = compare(db[0], db[1], 0, 1e-9).text;
         EXPECT_EQ(text.find("EigenVector"), std::string::npos) << draw << text;
-        ZEL_UnLink(db[0]);
-        ZEL_UnLink(db[1]);
     }
 }
 
@@ -518,32 +505,12 @@ TEST_F(Comparing, WarnsOfCountsThatDiffer)
         EXPECT_NE(nothing.find("->Warning: "s + line + "\n"), std::string::npos) << line << "\n" << nothing;
 }
 
-TEST_F(Comparing, NeedsTwoDatabasesAndSurvivesAShortageOfMemory)
+TEST_F(Comparing, NeedsTwoDatabases)
 {
     ZELDATA *base = body(), *made = body(kPlain, true);
     for (const auto& [a, b] : {std::pair<ZELDATA*, ZELDATA*>(nullptr, made), {base, nullptr}})
         EXPECT_EQ(errors_of([&, a = a, b = b] { EXPECT_EQ(ZEL_Compare(a, b, 2, 0.0), -1); }),
                   "ERROR:  The database has not been initialized.\n");
-    int result = 0, failures = 0;
-    const auto act = [&] { result = ZEL_Compare(base, made, 0, 0.0); };
-    for_each_failing_allocation([] {}, act,
-                                [&](bool, const std::string& said) {
-                                    EXPECT_EQ(result < 0, said.find("Failed to allocate memory") != said.npos);
-                                    failures += result < 0;
-                                });
-    EXPECT_GT(failures, 5);
-}
-
-// All invariants are one check, matrices are two.
-TEST_F(Comparing, CountsChecksAsItAlwaysDid)
-{
-    ZELDATA *base = body(), *made = body();
-    for (double* value : {&made->invar3[2], &made->invar5[0][8], &made->invar9[1][2][3]})
-        *value += 1.0;
-    EXPECT_EQ(compare(base, made, -1, 0.1).result, -1);
-    made->stiffness.entries[2].value += 9.0;
-    made->mass.entries[2].value += 9.0;
-    EXPECT_EQ(compare(base, made, -1, 0.1).result, -3);
 }
 
 // The rows are the same for a smaller room, and the differences of a body that is numbered backwards, with other signs.

@@ -22,8 +22,7 @@ using Contents = FileTest;
 
 TEST_F(Contents, OfABodyWithEverythingAreTheKeptTextAndLeaveItAsItIs)
 {
-    ZELDATA* db = open(sample_file({60, true, false}));
-    ASSERT_TRUE(db);
+    ZELDATA* db = opened(sample_file({60, true, false}));
     const ZELDATA before = *db;
     if (std::getenv("ZEL_REWRITE_REPORT"))
     {
@@ -53,15 +52,4 @@ TEST_F(Contents, OfAnEmptyBodySayWhatIsMissing)
         EXPECT_EQ(report_of(db, block), "");
     ZEL_UnLink(db);
     EXPECT_EQ(report_of(db, ZEL_BLOCK_VERSION), "") << "a database that is gone";
-}
-
-TEST_F(Contents, ReportAShortageOfMemory)
-{
-    ZELDATA* db = open(sample_file({60, true, false}));
-    ASSERT_TRUE(db);
-    zel::failing_allocation = 0;
-    errors = errors_of([&] { EXPECT_EQ(body_of_report(db, 8), "Number of Mode Shapes 3\n"); });
-    zel::failing_allocation = -1;
-    EXPECT_TRUE(reported("Failed to allocate memory at line ") && errors.find("in file zeltoc.") != errors.npos)
-        << errors;
 }

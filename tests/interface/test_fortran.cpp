@@ -321,12 +321,6 @@ TEST_F(Fortran, CountsFromOneAndStripsPadding)
     EXPECT_EQ(ierr, 0);
     EXPECT_STREQ(newline, "two\nlines ") << "the program's text stays";
     EXPECT_STREQ(current()->title, "two lines");
-
-    zel::failing_allocation = 0;
-    EXPECT_NE(errors_of([&] { ZEL_SET_UNITS("kg", 2, "m", 1, "s", 1, "N", 1, &ierr); }).find("in file zel_fortran."),
-              std::string::npos);
-    zel::failing_allocation = -1;
-    EXPECT_EQ(ierr, 1);
 }
 
 TEST_F(Fortran, TransformationToSelectedModesKeepsTheRowsOfNewModes)

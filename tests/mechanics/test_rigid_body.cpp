@@ -234,25 +234,6 @@ TEST_F(RigidBody, DampingKeepsItsPower)
     EXPECT_EQ(again, after) << "once is enough";
 }
 
-TEST_F(RigidBody, FailingMemoryLeavesLoadsAndDamping)
-{
-    FreeBody body;
-    const auto make = [&] {
-        ZEL_Terminate();
-        body = free_body(1);
-        for (int mode = 0; mode < 7; ++mode)
-            ZEL_SetModalLoad(body.db, 0, 101 + mode, 1.0 + mode);
-        ZEL_SetGeneralizedDamping(body.db, 101, 102, 2.5);
-    };
-    for_each_failing_allocation(
-        make, [&] { ZEL_RigidModes2KORAL(body.db); },
-        [&](bool, const std::string&) {
-            const std::vector<double> untouched = {1, 2, 3, 4, 5, 6, 7};
-            EXPECT_TRUE(ZEL_ModalLoadProcessed(body.db, 0) || load_of(body.db, 0) == untouched);
-            EXPECT_TRUE(body.db->damping_projected || body.db->damping.count == 1);
-        });
-}
-
 // What is a force in a projected vector stays one whatever the rigid-body modes and the unit of time look like later on.
 TEST_F(RigidBody, ProjectedForcesScaleAsForcesInEveryUnitOfTime)
 {
@@ -297,7 +278,7 @@ TEST_F(RigidBody, LoadsOfABodyWithoutMassStay)
         ZEL_SetModalLoad(db, 0, mode, mode);
     }
     const std::string warnings = errors_of([&] { ZEL_RigidBodyForcesOnPrincipalAxes(db); });
-    EXPECT_NE(warnings.find("No mass data tells"), std::string::npos) << warnings;
+    EXPECT_PRED2(contains, warnings, "No mass data tells");
     EXPECT_FALSE(db->load_cases[0].processed);
     for (int mode = 0; mode < 8; ++mode)
         EXPECT_EQ(db->load_cases[0].values[mode], mode + 1.0);
@@ -324,7 +305,6 @@ TEST_F(RigidBody, DampingOfAStraightBodyIsSingularInEveryDirection)
         EXPECT_EQ(db->damping.count, 7);
         EXPECT_EQ(db->damping.entries[3].value, 0.5);
         errors_of([&] { EXPECT_EQ(ZEL_RigidModes2KORAL(db), 1); });
-        ZEL_UnLink(db);
     }
     EXPECT_EQ(errors_of([] { EXPECT_EQ(ZEL_RigidModes2KORAL(nullptr), 0); }),
               "ERROR:  The database has not been initialized.\n");

@@ -10,7 +10,6 @@
 
 #include <climits>
 #include <iterator>
-#include <sstream>
 
 namespace
 {
@@ -117,33 +116,6 @@ TEST_F(DamagedFiles, NameTheBlockThatContradictsTheBody)
     SampleFile file = with_blocks(format_of_version(10), {ZEL_BLOCK_MODES});
     file.blocks[ZEL_BLOCK_MODES] = file.build().integers({INT_MAX, 0}).bytes;
     EXPECT_EQ(errors_of_opening(file), "ERROR:  Problem in mode shapes block\n");
-}
-
-TEST_F(DamagedFiles, ReportShortMemoryOnceAndLeaveNoDatabase)
-{
-    const std::string path = folder.path("body.zel");
-    for (const FileFormat& format : {kPlain, kXdr})
-        for (int faces_block : {ZEL_BLOCK_FACES, ZEL_BLOCK_TOPOLOGY})
-        {
-            SampleFile file = sample_file(format);
-            file.blocks.erase(faces_block);
-            write_bytes(path, file.bytes());
-            ZELDATA* db = nullptr;
-            int silent = 0;
-            const auto act = [&] { db = ZEL_CreateFromZEL(path.c_str()); };
-            const int failures = for_each_failing_allocation(
-                [] {}, act,
-                [&](bool failed, const std::string& said) {
-                    const bool named = said.starts_with("ERROR:  Out of memory while ") ||
-                                       said.starts_with("ERROR:  Failed to allocate memory at line ") ||
-                                       said.starts_with("ERROR:  Error allocating memory for inertia matrix for node ");
-                    EXPECT_TRUE(failed == !db && (db || named || ++silent <= 2)); // ZEL_Create fails in silence
-                    EXPECT_LE(std::count(said.begin(), said.end(), '\n'), 2);
-                });
-            EXPECT_GT(failures, 30);
-            ASSERT_TRUE(db);
-            ZEL_UnLink(db);
-        }
 }
 
 // Runs an action in a child process that may take so many bytes more, and so many seconds. Whether it returned true.

@@ -52,12 +52,11 @@ TEST_F(OldFiles, AreReadReportedAndRewrittenAsEver)
         for (const std::string& text :
              {std::string("ZEL version: ") + version, std::string(single ? "Single" : "Double"),
               std::string("(XDR encoded): ") + (xdr ? "Yes" : "No")})
-            EXPECT_NE(encoding.find(text), std::string::npos) << encoding;
+            EXPECT_PRED2(contains, encoding, text);
         expect_kept(report_without_encoding(db), old ? "old.txt" : "new.txt");
         const std::string path = folder.path(std::string(file) + ".zel");
         ASSERT_TRUE(write(db, path, "no_ortho")) << errors;
         expect_kept(undated(bytes_of(path)), old ? "old_rewritten" : "new_rewritten");
-        ZEL_UnLink(db);
     }
 }
 

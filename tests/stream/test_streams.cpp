@@ -10,7 +10,6 @@
 #include <unistd.h>
 
 #include <bit>
-#include <filesystem>
 
 using namespace zel;
 

@@ -148,7 +148,7 @@ TEST_F(Writing, LaysOutEveryBlockInEveryFormatInEveryThread)
             EXPECT_TRUE(bytes == expected.bytes()) << row.format.name();
             ZEL_UnLink(db);
         }
-        EXPECT_NE(messages.find("0                  Nodal Coords Yes\n"), std::string::npos) << messages;
+        EXPECT_PRED2(contains, messages, "0                  Nodal Coords Yes\n");
     };
     std::vector<std::thread> threads;
     for (const FormatOptions& row : kFormats)
