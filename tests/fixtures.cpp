@@ -19,6 +19,12 @@ TemporaryFolder::~TemporaryFolder()
     std::filesystem::remove_all(folder_, ignored);
 }
 
+std::string without_folder(const std::string& text)
+{
+    const std::string front = (std::filesystem::temp_directory_path() / "zel_test_").string();
+    return text.starts_with(front) ? text.substr(text.find('/', front.size()) + 1) : text;
+}
+
 std::vector<std::string> TemporaryFolder::files() const
 {
     std::vector<std::string> names;

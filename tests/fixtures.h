@@ -150,6 +150,9 @@ private:
     int files_ = 0;
 };
 
+// A text without the path of a temporary folder in front of it.
+std::string without_folder(const std::string& text);
+
 // A copy of what a query returned, which is freed.
 template <typename T> std::vector<T> taken(T* array, int count)
 {
@@ -189,8 +192,8 @@ std::string bytes_of(const std::string& path);
 void write_bytes(const std::string& path, const std::string& bytes);
 std::string write_file(const TemporaryFolder& folder, const std::string& name, const std::string& bytes); // its path
 
-// What an action says is wrong, less the folder; empty when nothing is.
-template <typename Action> std::string complaint(const TemporaryFolder& folder, Action action)
+// What an action says is wrong, less the temporary folder in front; empty when nothing is.
+template <typename Action> std::string complaint(Action action)
 {
     try
     {
@@ -198,10 +201,13 @@ template <typename Action> std::string complaint(const TemporaryFolder& folder, 
     }
     catch (const std::exception& error)
     {
-        const std::string text = error.what(), prefix = folder.folder() + "/";
-        return text.starts_with(prefix) ? text.substr(prefix.size()) : text;
+        return without_folder(error.what());
     }
     return "";
+}
+template <typename Action> std::string complaint(const TemporaryFolder&, Action action)
+{
+    return complaint(action);
 }
 
 #endif

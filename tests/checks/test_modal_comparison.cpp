@@ -185,11 +185,7 @@ TEST_F(ModalComparisons, MeasureAnglesToTheLastDigits)
 TEST_F(ModalComparisons, FindWhatDiffers)
 {
     const Body body = random_body(7);
-    const struct
-    {
-        const char* verdicts;
-        std::function<void(Body&)> change;
-    } cases[] = {
+    const std::pair<const char*, std::function<void(Body&)>> cases[] = {
         {"different mode 7", [](Body& b) { b.stiffness(6, 6) *= 1.0 + 3e-3; }},
         {"different mode 10", [](Body& b) { b.shapes(6 * 5 + 1, 9) += 0.3; }},
         {"different -11", [](Body& b) { b = b.in_basis(MatrixXd::Identity(11, 10)); }},
@@ -203,11 +199,11 @@ TEST_F(ModalComparisons, FindWhatDiffers)
         {"nothing -1 -2 -3 -4 -5 -6 -7 -8 -9 -10 -11 +1 +2 +3 +4 +5 +6 +7 +8 +9 +10 +11",
          [](Body& b) { b.shapes.setZero(); }},
     };
-    for (const auto& one : cases)
+    for (const auto& [expected, change] : cases)
     {
         Body other = body;
-        one.change(other);
-        EXPECT_EQ(verdicts(compared(body, other)), one.verdicts);
+        change(other);
+        EXPECT_EQ(verdicts(compared(body, other)), expected);
     }
     EXPECT_EQ(verdicts(compared(body, body, {}, 1000)), "nothing"); // no node of both
     Body heavier = body;

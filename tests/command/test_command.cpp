@@ -141,6 +141,11 @@ TEST_F(Command, ChecksImportedBodies)
     ASSERT_EQ(run(folder, "convert good.zel copy.zel").status, 0);
     ASSERT_EQ(run(folder, "convert good.zel small.zel --options full_invar").status,
               0); // leaves inner nodes without modes
+    ASSERT_EQ(run(folder, "convert small.zel old.zel --options 82_comp").status, 0);
+    EXPECT_PRED2(contains, run(folder, "convert -v old.zel small.zel --options full_invar").errors,
+                 "Computing *all* invariants\n"
+                 "WARNING:  There is insufficient mass data to compute a full set of mass invariants.\n"
+                 "WARNING:  Some or all mass invariants will be set to zero.\n");
     EXPECT_EQ(run(folder, "compare good.zel copy.zel").status, 0) << run(folder, "compare -q good.zel copy.zel").output;
     for (const char* options : {"-o coarse.zel", "--invariants lumped -o lumped.zel"}) // 44 nodes for 20 flexible modes
         ASSERT_EQ(
@@ -207,26 +212,22 @@ TEST_F(Command, ComparesByTolerancesOfSingleChecks)
         write_file(folder, "limits", lines);
         return run(folder, "compare box.zel heavier.zel --tolerance 1 --tolerance-file limits").status;
     };
-    const struct
-    {
-        const char* line; // coordinates reach 2, masses 3
-        int status;
-    } kCases[] = {{"node coordinates: absolute 0.0041", 0},
-                  {"node coordinates : absolute 0.0039 # too little", 1},
-                  {"node coordinates: relative 0.0021\n\nnodal masses: both 0.11", 0},
-                  {"node coordinates: relative 0.0019", 1},
-                  {"nodal masses: relative 0.099", 1},
-                  {"nodal masses: relative 0.099 floor 0.31", 0},
-                  {"nodal masses: absolute 0.29 floor 0.29", 1},
-                  {"modal stress: both 1", 1}, // which nobody has
-                  {"node coordinate: both 1", 1},
-                  {"node coordinates: near 1", 2},
-                  {"node coordinates: both -1", 2},
-                  {"node coordinates: both 1 roof 1", 2},
-                  {"nodal masses: both 1\nnodal masses: both 1", 2},
-                  {"both 1", 2}};
-    for (const auto& one : kCases)
-        EXPECT_EQ(status(one.line), one.status) << one.line;
+    const std::pair<const char*, int> kCases[] = {{"node coordinates: absolute 0.0041", 0},
+                                                  {"node coordinates : absolute 0.0039 # too little", 1},
+                                                  {"node coordinates: relative 0.0021\n\nnodal masses: both 0.11", 0},
+                                                  {"node coordinates: relative 0.0019", 1},
+                                                  {"nodal masses: relative 0.099", 1},
+                                                  {"nodal masses: relative 0.099 floor 0.31", 0},
+                                                  {"nodal masses: absolute 0.29 floor 0.29", 1},
+                                                  {"modal stress: both 1", 1}, // which nobody has
+                                                  {"node coordinate: both 1", 1},
+                                                  {"node coordinates: near 1", 2},
+                                                  {"node coordinates: both -1", 2},
+                                                  {"node coordinates: both 1 roof 1", 2},
+                                                  {"nodal masses: both 1\nnodal masses: both 1", 2},
+                                                  {"both 1", 2}};
+    for (const auto& [line, expected] : kCases) // coordinates reach 2, masses 3
+        EXPECT_EQ(status(line), expected) << line;
 
     const Outcome differs = run(folder, "compare box.zel heavier.zel --json --summary now");
     const Json told = Json::parse(differs.output);

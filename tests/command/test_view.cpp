@@ -115,25 +115,21 @@ TEST_F(View, HasTheBoxByHand)
 TEST_F(View, KeepsToTheLimitAndTells)
 {
     write_strip("strip.zel", 2000, 60);
-    const struct
+    const std::tuple<double, size_t, size_t, size_t, const char*> cases[] = {
+        {32.0, 60, 60, 4002, ""},
+        {2.5, 27, 59, 4002, "of 60 modes are shown"},
+        {1.5, 26, 26, 3000, "Faces are coarsened"}};
+    for (const auto& [megabytes, least_modes, most_modes, most_nodes, told] : cases)
     {
-        double megabytes;
-        size_t least_modes, most_modes, most_nodes;
-        const char* told;
-    } cases[] = {{32.0, 60, 60, 4002, ""},
-                 {2.5, 27, 59, 4002, "of 60 modes are shown"},
-                 {1.5, 26, 26, 3000, "Faces are coarsened"}};
-    for (const auto& one : cases)
-    {
-        SCOPED_TRACE(one.megabytes);
-        const PageData data = page("strip.zel --limit " + std::to_string(one.megabytes));
+        SCOPED_TRACE(megabytes);
+        const PageData data = page("strip.zel --limit " + std::to_string(megabytes));
         const auto& body = data.told["bodies"][0];
-        EXPECT_LE(data.text.size(), size_t(one.megabytes * 1e6));
-        EXPECT_GE(body["mode_list"].size(), one.least_modes);
-        EXPECT_LE(body["mode_list"].size(), one.most_modes);
-        EXPECT_LE(size_t(body["shown_nodes"]), one.most_nodes);
-        EXPECT_NE(body["left_out"].dump().find(one.told), std::string::npos) << body["left_out"];
-        EXPECT_PRED2(contains, outcome.errors, one.told);
+        EXPECT_LE(data.text.size(), size_t(megabytes * 1e6));
+        EXPECT_GE(body["mode_list"].size(), least_modes);
+        EXPECT_LE(body["mode_list"].size(), most_modes);
+        EXPECT_LE(size_t(body["shown_nodes"]), most_nodes);
+        EXPECT_NE(body["left_out"].dump().find(told), std::string::npos) << body["left_out"];
+        EXPECT_PRED2(contains, outcome.errors, told);
     }
     EXPECT_EQ(run(folder, "view strip.zel --limit 0.5 -o small.html").status, 2);
     EXPECT_FALSE(std::filesystem::exists(folder.path("small.html")));

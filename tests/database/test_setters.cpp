@@ -107,11 +107,6 @@ TEST_F(Setters, CloseFacesAndDropRepeatedVertices)
               "");
     EXPECT_EQ(face(), kept);
     EXPECT_EQ(db_->face_count, 3);
-    std::vector<int> many(5000);
-    std::iota(many.begin(), many.end(), 0);
-    EXPECT_EQ(ZEL_SetFaceList(db_, 5000, many.data()), 1);
-    EXPECT_EQ(db_->face_list_length, 12 + 5001);
-    EXPECT_GT(db_->face_capacity, db_->face_list_length);
 }
 
 // Two point masses of 2 at x = -1 and x = 3: mass 4, center 1, inertia 20 about y and z through the origin.

@@ -183,8 +183,7 @@ TEST(Arrays, ThatDoNotBelongTogetherAreRefused)
     {
         Input input = beam_of_lines();
         spoil(input);
-        const std::string said =
-            complaint(folder, [&] { reduce(*arrays::make_source(input), in_millimetres(2), silent); });
+        const std::string said = complaint([&] { reduce(*arrays::make_source(input), in_millimetres(2), silent); });
         EXPECT_NE(said.find(expected), std::string::npos) << expected << "\nnot in " << said;
     }
     for (const char* phase : {"take the mesh", "take the matrices", "free-free modes", "shapes and nodal masses"})

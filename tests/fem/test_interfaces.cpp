@@ -57,8 +57,7 @@ TEST(Interfaces, AreChosenInOneGrammar)
     model.node_sets.erase("TIP:xyz");
     for (const auto& fault : faults)
     {
-        const std::string message =
-            complaint(folder, [&] { choose_interfaces(model, in_millimetres(0, {fault.first})); });
+        const std::string message = complaint([&] { choose_interfaces(model, in_millimetres(0, {fault.first})); });
         EXPECT_NE(message.find(fault.second), std::string::npos) << fault.first << ": " << message;
     }
 }
@@ -173,12 +172,7 @@ VectorXd Full::answer(const VectorXd& forces) const
 TEST(Interfaces, AnswerAsTheFullModelDoes)
 {
     constexpr int kModes = 5;
-    const struct
-    {
-        const char* job;
-        std::vector<std::string> interfaces;
-        int constraint, rigid;
-    } cases[] = {
+    const std::tuple<const char*, std::vector<std::string>, int, int> cases[] = {
         {"small", {"ROOT@0,0,0", "TIP@70,4,20:average"}, 12, 0},
         {"small", {"ROOT:average", "TIP:average"}, 12, 0},
         {"small", {"ROOT@0,0,0", "TIP@60,0,0"}, 12, 0},

@@ -14,7 +14,7 @@ static MeshFile read_text(const std::string& text)
 static std::string complaint_of(const std::string& text)
 {
     const TemporaryFolder folder;
-    return complaint(folder, [&] { read_mesh_file(write_file(folder, "mesh", text), silent); });
+    return complaint([&] { read_mesh_file(write_file(folder, "mesh", text), silent); });
 }
 
 // ---- One mesh in every dialect --------------------------------------------------------------------------------------

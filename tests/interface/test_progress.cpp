@@ -178,12 +178,7 @@ TEST_F(ProgressHandlers, EndOtherOperationsAnywhere)
         return ZEL_Compare(db, db, 0, 0.0) == 0;
     };
     const auto nothing = [](ZELDATA*, bool) {};
-    const struct
-    {
-        int least_calls;
-        std::function<bool(ZELDATA*)> run;
-        std::function<void(ZELDATA*, bool ended)> check;
-    } operations[] = {
+    const std::tuple<int, std::function<bool(ZELDATA*)>, std::function<void(ZELDATA*, bool ended)>> operations[] = {
         {10, [&](ZELDATA*) { return ZEL_ReadZEL(ZEL_Create(0, 0), std::fopen(path.c_str(), "rb"), nullptr) == 1; },
          nothing},
         {10, [&](ZELDATA*) { return ZEL_CreateFromZEL(path.c_str()) != nullptr; },
@@ -197,6 +192,6 @@ TEST_F(ProgressHandlers, EndOtherOperationsAnywhere)
         {20, compare, [&](ZELDATA* db, bool) { EXPECT_EQ(library_invariant(db, 3), third); }},
         {20, compare_printing, nothing},
     };
-    for (const auto& operation : operations)
-        EXPECT_GT(end_everywhere(operation.run, operation.check), operation.least_calls) << &operation - operations;
+    for (const auto& [least_calls, run, check] : operations)
+        EXPECT_GT(end_everywhere(run, check), least_calls);
 }

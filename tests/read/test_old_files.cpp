@@ -33,11 +33,7 @@ std::string report_without_encoding(ZELDATA* db)
 
 TEST_F(OldFiles, AreReadReportedAndRewrittenAsEver)
 {
-    const struct
-    {
-        const char *file, *version;
-        bool single, xdr;
-    } kFiles[] = {
+    const std::tuple<const char*, const char*, bool, bool> kFiles[] = {
         {"10", "1.0", false, false},    {"20", "2.0", false, false},       {"30", "3.0", false, false},
         {"31", "3.1", false, true},     {"40", "4.0", false, false},       {"41", "4.1", false, true},
         {"50", "5.0", true, false},     {"51", "5.1", true, true},         {"60", "6.0", false, false},
