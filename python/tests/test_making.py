@@ -99,11 +99,8 @@ def test_invariants_are_sums_over_the_nodes() -> None:
         2: m @ s,
         3: np.einsum("p,kpc->ck", m, phi),
         4: np.einsum("p,kpc->ck", m, np.cross(s, phi)) + np.einsum("pab,kpa->bk", inertia, psi),
-        5: np.array([np.einsum("p,jpc->cj", m, np.cross(one, phi)) for one in phi]),
         6: np.eye(MODES),
         7: tensor_about([0.0, 0.0, 0.0]),
-        8: np.einsum("p,kpa,pb->kab", m, phi, s) - np.einsum("p,kpa,pa->k", m, phi, s)[:, None, None] * e,
-        9: np.einsum("p,jpa,ipb->ijab", m, phi, phi) - np.einsum("p,ipa,jpa->ij", m, phi, phi)[:, :, None, None] * e,
     }
     for number, values in expected.items():
         np.testing.assert_allclose(body.invariants[number], values, rtol=1e-12, atol=1e-12, err_msg=f"{number}")
@@ -239,7 +236,3 @@ def test_a_comparison_names_what_differs(tmp_path: Path) -> None:
     worst = max(report.failures, key=lambda row: row.worst)
     assert (worst.block, worst.mode, worst.node, worst.component) == (zel.Block.MODES, 3, 3, 1)
     assert worst.worst == pytest.approx(0.25 / 1000 / max(1.0, np.abs(given["shapes"][2]).max() / 1000), rel=1e-3)
-    with zel.open(base) as other:
-        other.set_nodes([4711], [[1.0, 2.0, 3.0]])
-        assert any(row.block == zel.Block.NODES for row in zel.compare(base, other).failures)
-        assert other.units.length == "MILLIMETER"

@@ -347,26 +347,3 @@ TEST_F(Modes, OfAFileCannotBeSet)
     EXPECT_EQ(folder.files(), std::vector<std::string>{"body1.zel"});
     EXPECT_EQ(bytes_of(path), file);
 }
-
-TEST_F(Modes, AreReplacedAsAWholeOrNotAtAll)
-{
-    ZELDATA* db = ZEL_Create(2, 2);
-    ZEL_SetMode(db, 1, 1, 0, 1, 2, 3, 4, 5, 6);
-    ASSERT_EQ(ZEL_SetUnits(db, "kg", "m", "s", "N"), 1);
-    ASSERT_EQ(ZEL_SetUnits(db, "kg", "mm", "s", "N"), 1);
-    const double values[6] = {10, 20, 30, 40, 50, 60};
-    for (bool install : {false, true})
-    {
-        zel::ModeReplacement replacement;
-        ASSERT_EQ(replacement.open(db, 0, 1, 3), zel::ModeReplacement::kReady);
-        EXPECT_EQ(replacement.write(0, 2, 2, values), 0); // only three nodes
-        EXPECT_EQ(replacement.write(1, 0, 1, values), 0);
-        ASSERT_EQ(replacement.write(0, 0, 1, values), 1);
-        EXPECT_EQ(folder.open_files(), 2u);
-        if (install)
-            replacement.install();
-    }
-    EXPECT_EQ(folder.open_files(), 1u);
-    EXPECT_EQ(whole_vector(db, 1, 0), (std::vector<double>{10, 20, 30, 40, 50, 60})); // in current units
-    EXPECT_EQ(db->mode_record_nodes[0], 3);
-}

@@ -46,8 +46,7 @@ static std::vector<double> defined(const Body& body, const MatrixXd& mass, int n
     return defined_invariant(points, number);
 }
 
-class Invariants : public ZelTest
-{};
+using Invariants = ZelTest;
 
 TEST_F(Invariants, AreThoseOfTheMassMatrix)
 {

@@ -530,11 +530,6 @@ TEST_F(Comparing, HandsOutAsManyRowsAsThereIsRoomFor)
     EXPECT_EQ(ZEL_CompareBodies(base, made, 1e-9, few, 3), int(all.size()));
     EXPECT_STREQ(few[2].check, all[2].check);
     EXPECT_EQ(few[3].check, nullptr);
-    for (const ZELCOMPARISON& row : all)
-    {
-        EXPECT_TRUE(row.block >= 1 && row.block <= ZEL_BLOCKS && (row.limit == 0.0 || row.limit == 1e-9)) << row.check;
-        EXPECT_EQ(row.verdict == ZEL_COMPARISON_PASS, row.worst <= row.limit) << row.check;
-    }
 }
 
 // What ends the process in ZEL_Compare fails a row, and the rest is compared.
