@@ -317,33 +317,27 @@ static std::vector<Interface> both_ends(const Mesh& mesh, double length)
 }
 
 // The short beam of the test data, as it is and with its ends tied by the solver.
-struct Small
-{
-    Model model = read_model(kSmall + "small"), tied = read_model(kSmall + "small_tied");
-    std::vector<Interface> ends = both_ends(model.mesh, 60.0);
-};
-
 TEST(CraigBampton, DoesNotMindWhoTiesTheNodes)
 {
-    const Small small;
+    const Model model = read_model(kSmall + "small"), tied = read_model(kSmall + "small_tied");
     std::vector<Interface> ties;
-    for (const zel_fem::Tie& tie : small.tied.ties) // *RIGID BODY at the root, *COUPLING at the tip
+    for (const zel_fem::Tie& tie : tied.ties) // *RIGID BODY at the root, *COUPLING at the tip
     {
-        const Node& reference = small.tied.mesh.nodes[size_t(tie.reference)];
+        const Node& reference = tied.mesh.nodes[size_t(tie.reference)];
         ties.push_back({reference.id, tie.reference, reference.at, tie.nodes});
     }
-    const Reduction ours = reduce_craig_bampton(small.model, small.ends, 6, silent),
-                    solvers = reduce_craig_bampton(small.tied, ties, 6, silent);
+    const Reduction ours = reduce_craig_bampton(model, both_ends(model.mesh, 60.0), 6, silent),
+                    solvers = reduce_craig_bampton(tied, ties, 6, silent);
     const VectorXd values = generalized_eigenvalues(ours.stiffness, ours.mass);
     EXPECT_LT(values.head(6).cwiseAbs().maxCoeff(), std::min(1e-9 * values[6], 0.1 * ours.rigid_before));
     EXPECT_LT((ours.stiffness - solvers.stiffness).cwiseAbs().maxCoeff(), 1e-9 * ours.stiffness.maxCoeff());
     EXPECT_LT((ours.mass.cwiseAbs() - solvers.mass.cwiseAbs()).cwiseAbs().maxCoeff(), 1e-9 * ours.mass.maxCoeff());
-    const MatrixXd a = node_motion(small.model, ours).displacement,
-                   b = node_motion(small.tied, solvers).displacement.topRows(a.rows());
+    const MatrixXd a = node_motion(model, ours).displacement,
+                   b = node_motion(tied, solvers).displacement.topRows(a.rows());
     EXPECT_LT((a - b).leftCols(12).cwiseAbs().maxCoeff(), 1e-9 * a.leftCols(12).cwiseAbs().maxCoeff());
-    const MassMoments mass = matrix_moments(small.model), same = matrix_moments(small.tied);
+    const MassMoments mass = matrix_moments(model), same = matrix_moments(tied);
     EXPECT_LT((mass.second - same.second).norm(), 1e-9 * mass.second.norm());
-    EXPECT_LT((mass.second - mesh_mass(small.model.mesh).moments.second).norm(), 1e-9 * mass.second.norm());
+    EXPECT_LT((mass.second - mesh_mass(model.mesh).moments.second).norm(), 1e-9 * mass.second.norm());
 }
 
 TEST(Models, ThatAreHeldOrOfAnotherMeshAreRefused)

@@ -1,4 +1,4 @@
-// Loads as modal load cases: statics against the full model and against what CalculiX has computed, resultants against
+// Loads as modal load cases: statics against what CalculiX has computed, resultants against
 // arithmetic.
 
 #include "fem/interfaces.h"
@@ -103,46 +103,6 @@ TEST(Loads, OfStepsThatCannotBeTakenAreTold)
         EXPECT_NE(told(body).find(expected), std::string::npos) << expected << " not in " << told(body);
         ASSERT_EQ(body.body->loads.size(), label.empty() ? 0u : 1u) << steps;
         EXPECT_EQ(label.empty() ? "" : body.body->loads[0].label, label);
-    }
-}
-
-// ---- Against the full model ----------------------------------------------------------------------------------------------
-
-// One column a load, in equilibrium with the inertia of the body.
-static MatrixXd full_answer(const Model& model, MatrixXd forces)
-{
-    MatrixXd k = dense(model.matrices->stiffness);
-    const MatrixXd r = rigid_motions(model, Vector3d::Zero()), rm = dense(model.matrices->mass) * r;
-    forces -= rm * (r.transpose() * rm).ldlt().solve(r.transpose() * forces);
-    k += rm * rm.transpose() * (k.diagonal().maxCoeff() / rm.squaredNorm()); // holds the body without a strain
-    return k.ldlt().solve(forces);
-}
-
-// With attachment modes, and none without; a load of gravity needs none.
-TEST(Loads, HaveTheFullModelsStaticAnswers)
-{
-    const Model model = read_model(kSmall + "small");
-    for (const bool attachment : {true, false})
-    {
-        ReductionOptions options = options_with({"MIDDLE=ids=13,14,15:3,-2,1", "HEAVY=gravity:0,3,-9810",
-                                                 "SUN=ids=6,7,14,23,24,28,29,30:2", "AGAIN=ids=13,14,15:6,-4,2"},
-                                                3);
-        options.attachment = attachment;
-        Reduction moved;
-        moved.motion = full_answer(model, full_loads(model, {}, options.loads, matrix_moments(model)).forces);
-        const MatrixXd all = node_motion(model, moved).displacement;
-        const ReducedBody body = reduced(kSmall + "small", options);
-        const MatrixXd rigid = body.body->motion.leftCols(6); // of no account
-        for (size_t load = 0; load < options.loads.size(); ++load)
-        {
-            const VectorXd expected = all.col(Index(load)), u = answer(*body.body, 6, load) - expected;
-            const double error = (u - rigid * rigid.colPivHouseholderQr().solve(u)).norm() / expected.norm();
-            const VectorXd& values = body.body->loads[load].values;
-            const bool falls = options.loads[load].label == "HEAVY"; // without a strain
-            const double strain = values.tail(values.size() - 6).norm() / values.norm();
-            EXPECT_EQ((falls ? strain : error) < 1e-8, attachment || falls) << load << " " << error;
-        }
-        EXPECT_EQ(body.body->mass.rows() - 6 - 3, attachment ? 2 : 0);
     }
 }
 

@@ -55,25 +55,23 @@ void set_eigenvalues(ZELDATA* db)
 void set_invariants(ZELDATA* db, const std::vector<int>& signs)
 {
     constexpr int m = kModes;
-    const struct
-    {
-        int (*set)(ZELDATA*, const double*);
-        int from, count, row, column; // so many values a mode, 0: the value is of none
-    } rows[] = {{ZEL_SetInvar2, 1, 3, 0, 0},
-                {ZEL_SetInvar3, 10, 3 * m, 0, 1},
-                {ZEL_SetInvar4, 40, 3 * m, 0, 1},
-                {ZEL_SetInvar5, 100, 3 * m * m, 3 * m, 1},
-                {ZEL_SetInvar7, 20, 9, 0, 0},
-                {ZEL_SetInvar8, 300, 9 * m, 9, 0},
-                {ZEL_SetInvar9, 400, 9 * m * m, 9 * m, 9}};
+    // From which value, how many; behind so many of them the mode of the row changes, and of the column; 0: of no mode.
+    const std::tuple<int (*)(ZELDATA*, const double*), int, int, int, int> rows[] = {
+        {ZEL_SetInvar2, 1, 3, 0, 0},
+        {ZEL_SetInvar3, 10, 3 * m, 0, 1},
+        {ZEL_SetInvar4, 40, 3 * m, 0, 1},
+        {ZEL_SetInvar5, 100, 3 * m * m, 3 * m, 1},
+        {ZEL_SetInvar7, 20, 9, 0, 0},
+        {ZEL_SetInvar8, 300, 9 * m, 9, 0},
+        {ZEL_SetInvar9, 400, 9 * m * m, 9 * m, 9}};
     ZEL_SetInvar1(db, 10.0);
-    for (const auto& row : rows)
+    for (const auto& [set, from, count, row, column] : rows)
     {
         const auto sign = [&](int k, int size) { return size == 0 ? 1 : signs[size_t(k / size % m)]; };
         std::vector<double> values;
-        for (int k = 0; k < row.count; ++k)
-            values.push_back(value(row.from + k) * sign(k, row.row) * sign(k, row.column));
-        row.set(db, values.data());
+        for (int k = 0; k < count; ++k)
+            values.push_back(value(from + k) * sign(k, row) * sign(k, column));
+        set(db, values.data());
     }
 }
 
@@ -563,31 +561,27 @@ TEST_F(Comparing, EndsWithBodiesThatDoNotBelongTogether)
         return [=](ZELDATA*, ZELDATA* made) { ASSERT_GE(zel::append_mode_node(made, kind, node), 0); };
     };
     const std::string transpose = "\n->Try transposing input ZELs. \\(Exit\\)\n\n$";
-    const struct
-    {
-        std::function<void(ZELDATA* base, ZELDATA* made)> change;
-        bool both;
-        std::string text;
-    } rows[] = {{lack(ZEL_BLOCK_NODES), true, "^->Fail no nodal_coords \\(Exit\\)$"},
-                {lack(ZEL_BLOCK_EIGENVALUES), true, "^->Fail no eigenvalues \\(Exit\\)$"},
-                {lack(ZEL_BLOCK_MODES), true, "^->Fail no mode_shapes \\(Exit\\)$"},
-                {[](ZELDATA*, ZELDATA* made) { ZEL_SetNodeCoordinates(made, 75, 0.0, 0.0, 0.0); }, false,
-                 "^->Fail Node 75 does not exist in base file \\(Exit\\)\n\n$"},
-                {[](ZELDATA* base, ZELDATA*) {
-                     std::free(std::exchange(base->nodes[1].inertia, nullptr)); // with the node nobody would
-                     base->node_count = 0, zel::node_table_rewritten(base);
-                 },
-                 false, "^->Fail Node 10 does not exist in base file \\(Exit\\)\n\n$"},
-                {add_vector(1), false, "^->Fail Node 50 does not exist for stress modes in base file." + transpose},
-                {add_vector(2), false, "^->Fail Node 50 does not exist for strain modes in base file." + transpose},
-                {[](ZELDATA*, ZELDATA* made) { zel::append_node(made, 10); }, false,
-                 "^->Fail NodeCount base: 6 < new: 7  \\(Exit\\)\n\n$"},
-                {repeat(1, 1), false, "^->Fail NodeCount for Stress modes in base: 3 < new: 4 " + transpose},
-                {repeat(2, 0), false, "^->Fail NodeCount for Strain modes in base: 2 < new: 3 " + transpose}};
-    for (const auto& row : rows)
+    const std::tuple<std::function<void(ZELDATA*, ZELDATA*)>, bool, std::string> rows[] = {
+        {lack(ZEL_BLOCK_NODES), true, "^->Fail no nodal_coords \\(Exit\\)$"},
+        {lack(ZEL_BLOCK_EIGENVALUES), true, "^->Fail no eigenvalues \\(Exit\\)$"},
+        {lack(ZEL_BLOCK_MODES), true, "^->Fail no mode_shapes \\(Exit\\)$"},
+        {[](ZELDATA*, ZELDATA* made) { ZEL_SetNodeCoordinates(made, 75, 0.0, 0.0, 0.0); }, false,
+         "^->Fail Node 75 does not exist in base file \\(Exit\\)\n\n$"},
+        {[](ZELDATA* base, ZELDATA*) {
+             std::free(std::exchange(base->nodes[1].inertia, nullptr)); // with the node nobody would
+             base->node_count = 0, zel::node_table_rewritten(base);
+         },
+         false, "^->Fail Node 10 does not exist in base file \\(Exit\\)\n\n$"},
+        {add_vector(1), false, "^->Fail Node 50 does not exist for stress modes in base file." + transpose},
+        {add_vector(2), false, "^->Fail Node 50 does not exist for strain modes in base file." + transpose},
+        {[](ZELDATA*, ZELDATA* made) { zel::append_node(made, 10); }, false,
+         "^->Fail NodeCount base: 6 < new: 7  \\(Exit\\)\n\n$"},
+        {repeat(1, 1), false, "^->Fail NodeCount for Stress modes in base: 3 < new: 4 " + transpose},
+        {repeat(2, 0), false, "^->Fail NodeCount for Strain modes in base: 2 < new: 3 " + transpose}};
+    for (const auto& [change, both, text] : rows)
     {
         ZELDATA *base = body(), *made = body();
-        row.change(base, made);
+        change(base, made);
         for (bool turned : {false, true})
         {
             std::fflush(nullptr);
@@ -595,9 +589,9 @@ TEST_F(Comparing, EndsWithBodiesThatDoNotBelongTogether)
                 dup2(STDERR_FILENO, STDOUT_FILENO);
                 ZEL_Compare(turned ? made : base, turned ? base : made, -1, 1e9);
             };
-            if (!turned || row.both)
+            if (!turned || both)
             {
-                EXPECT_EXIT(end(), ::testing::ExitedWithCode(255), row.text);
+                EXPECT_EXIT(end(), ::testing::ExitedWithCode(255), text);
             }
         }
     }

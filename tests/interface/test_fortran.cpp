@@ -206,8 +206,6 @@ TEST_F(Fortran, NeedsACurrentDatabase)
         EXPECT_EQ(ierr, 1);
     };
     refused([&] { ZEL_SET_NODAL_MASS(&one, &value, &ierr); });
-    refused([&] { ZEL_SET_HEADER("a", 1, "b", 1, "c", 1, "d", 1, "e", 1, "f", 1, &ierr); });
-    refused([&] { ZEL_SET_MODE_SHAPE_ENTRY(&one, &one, &one, &value, &ierr); });
     refused([&] { ZEL_SET_INVAR9(vector, &ierr); });
     int count = 7;
     refused([&] { ZEL_GET_MODE_COUNT(&count, &ierr); });

@@ -355,25 +355,20 @@ TEST_F(Reading, RereadsMatricesInCurrentUnits)
     ASSERT_TRUE(db);
     ASSERT_TRUE(ZEL_SetUnits(db, "kg", "m", "s", "N"));
     ASSERT_TRUE(ZEL_SetUnits(db, "kg", "cm", "ms", "kN"));
-    const struct
-    {
-        ZELMATRIX& matrix;
-        int (*read)(ZELDATA*);
-        int block;
-        double factor;
-    } rows[] = {{db->stiffness, ZEL_ReadGeneralizedStiffness, 12, 1e-3 * 1e-1},    // N mm to kN cm
-                {db->mass, ZEL_ReadGeneralizedMass, 13, 1e3 * 1e-2},               // Mg mm2 to kg cm2
-                {db->damping, ZEL_ReadGeneralizedDamping, 15, 1e-3 * 1e3 / 1e-1}}; // N s / mm to kN ms / cm
+    const std::tuple<ZELMATRIX&, int (*)(ZELDATA*), int, double> rows[] = {
+        {db->stiffness, ZEL_ReadGeneralizedStiffness, 12, 1e-3 * 1e-1},    // N mm to kN cm
+        {db->mass, ZEL_ReadGeneralizedMass, 13, 1e3 * 1e-2},               // Mg mm2 to kg cm2
+        {db->damping, ZEL_ReadGeneralizedDamping, 15, 1e-3 * 1e3 / 1e-1}}; // N s / mm to kN ms / cm
     ASSERT_EQ(FileSeek_Win32(db->zel_file.file, 99, 0), 0);
-    for (const auto& row : rows)
+    for (const auto& [matrix, read, block, factor] : rows)
         for (bool again : {false, true})
         {
-            EXPECT_TRUE(!again || row.read(db));
-            ASSERT_EQ(row.matrix.count, 4);
+            EXPECT_TRUE(!again || read(db));
+            ASSERT_EQ(matrix.count, 4);
             for (int i = 0; i < 4; ++i)
             {
-                const double expected = sample::real(row.block, i) * row.factor;
-                EXPECT_NEAR(std::exchange(row.matrix.entries[i].value, -1.0), expected, 1e-14 * expected);
+                const double expected = sample::real(block, i) * factor;
+                EXPECT_NEAR(std::exchange(matrix.entries[i].value, -1.0), expected, 1e-14 * expected);
             }
         }
     EXPECT_EQ(FileTell_Win32(db->zel_file.file), 99);
