@@ -18,32 +18,6 @@ constexpr Shape kShapes[] = {Shape::tet4,  Shape::tet10, Shape::wedge6, Shape::w
                              Shape::hex20, Shape::tri3,  Shape::tri6,   Shape::quad4,   Shape::quad8};
 constexpr const char* kNames[] = {"C3D4", "C3D10", "C3D6", "C3D15", "C3D8", "C3D20", "S3", "S6", "S4", "S8"};
 
-TEST(Elements, InterpolateTheirNodesAndLinearFields)
-{
-    for (Shape shape : kShapes)
-    {
-        const auto& at = node_positions(shape);
-        VectorXd value;
-        MatrixXd gradient, unused;
-        for (Index i = 0; i < at.cols(); ++i)
-        {
-            shape_functions(shape, at.col(i), value, unused);
-            EXPECT_NEAR((value - VectorXd::Unit(at.cols(), i)).norm(), 0.0, 1e-12);
-        }
-        const Vector3d point(0.2, 0.3, is_shell(shape) ? 0.0 : 0.15);
-        shape_functions(shape, point, value, gradient);
-        EXPECT_NEAR(value.sum(), 1.0, 1e-12);
-        EXPECT_NEAR((at * value - point).norm(), 0.0, 1e-12);
-        for (Index axis = 0; axis < gradient.cols(); ++axis)
-        {
-            VectorXd ahead, behind;
-            shape_functions(shape, point + 1e-5 * Vector3d::Unit(axis), ahead, unused);
-            shape_functions(shape, point - 1e-5 * Vector3d::Unit(axis), behind, unused);
-            EXPECT_NEAR(((ahead - behind) / 2e-5 - gradient.col(axis)).norm(), 0.0, 1e-8);
-        }
-    }
-}
-
 // One element of every type under an affine map with determinant 24.
 static Mesh mapped_element(size_t which)
 {

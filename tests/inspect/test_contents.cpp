@@ -14,11 +14,7 @@ static std::string body_of_report(ZELDATA* db, int block)
     return report.substr(at);
 }
 
-namespace
-{
-
 using Contents = FileTest;
-} // namespace
 
 TEST_F(Contents, OfABodyWithEverythingAreTheKeptTextAndLeaveItAsItIs)
 {

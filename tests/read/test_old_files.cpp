@@ -3,33 +3,30 @@
 // ZEL_REWRITE_REPORT=1 in the environment writes the kept results anew.
 #include "fixtures.h"
 
-namespace
-{
 using OldFiles = FileTest;
 
-const std::string kGolden = ZEL_TEST_DATA "/golden/";
+static const std::string kGolden = ZEL_TEST_DATA "/golden/";
 
 // A written file without its date, which stands in XDR behind the version and the title.
-std::string undated(std::string bytes)
+static std::string undated(std::string bytes)
 {
     return bytes.replace(4 * (1 + 128), 4 * 32, "");
 }
 
-void expect_kept(const std::string& found, const std::string& name)
+static void expect_kept(const std::string& found, const std::string& name)
 {
     if (std::getenv("ZEL_REWRITE_REPORT"))
         write_bytes(kGolden + name, found);
     EXPECT_TRUE(found == bytes_of(kGolden + name)) << name << ", where this was found:\n" << found;
 }
 
-std::string report_without_encoding(ZELDATA* db)
+static std::string report_without_encoding(ZELDATA* db)
 {
     std::string report;
     for (int block = ZEL_BLOCK_HEADER; block <= ZEL_BLOCKS; ++block)
         report += report_of(db, block);
     return report;
 }
-} // namespace
 
 TEST_F(OldFiles, AreReadReportedAndRewrittenAsEver)
 {

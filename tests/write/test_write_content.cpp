@@ -7,31 +7,28 @@
 
 #include <numbers>
 
-namespace
-{
-
 using WriteContent = FileTest;
 
 constexpr int kModes = 4, kNodes = 6;
 constexpr int kFirstNumber = 11; // of the modes
 
-double shape(int mode, int id, int component)
+static double shape(int mode, int id, int component)
 {
     return 100.0 * mode + 10.0 * id + component + 1.0;
 }
 
-void set_vector(ZELDATA* db, int mode_number, int id, int kind, double value)
+static void set_vector(ZELDATA* db, int mode_number, int id, int kind, double value)
 {
     quietly([&] { ASSERT_EQ(ZEL_SetMode(db, mode_number, id, kind, value, 0.0, 0.0, 0.0, 0.0, 0.0), 1); });
 }
 
-double stiffness_of(double hertz)
+static double stiffness_of(double hertz)
 {
     return std::pow(2.0 * std::numbers::pi * hertz, 2);
 }
 
 // Six nodes in a row, four modes of unit mass at 10, 20, 30 and 40 Hz, loads; metres, kilograms, seconds, newtons.
-ZELDATA* bar()
+static ZELDATA* bar()
 {
     ZELDATA* db = ZEL_Create(kNodes, kModes + 1);
     output_of([&] {
@@ -59,7 +56,7 @@ ZELDATA* bar()
 // The bar's first mode that a file has, and how many it has; {-1, -1} when a vector is not that of the bar.
 using Range = std::pair<int, int>;
 
-Range range_of(ZELDATA* read)
+static Range range_of(ZELDATA* read)
 {
     std::vector<double> values(6 * kNodes);
     Range range = {0, ZEL_ModeCount(read)};
@@ -377,14 +374,14 @@ TEST_F(WriteContent, InvariantsAreThoseOfTheNodes)
 }
 
 // The same points with other masses: what invariants that are given tell, and sums over the nodes do not.
-Assembly heavier(Assembly body)
+static Assembly heavier(Assembly body)
 {
     for (size_t p = 0; p < body.points.size(); ++p)
         body.points[p].mass *= 1.3 + std::sin(double(p));
     return body;
 }
 
-void give_invariants(ZELDATA* db, const Assembly& body)
+static void give_invariants(ZELDATA* db, const Assembly& body)
 {
     EXPECT_EQ(ZEL_SetInvar1(db, defined_invariant(body, 1)[0]), 1);
     for (int number : {2, 3, 4, 5, 7, 8, 9})
@@ -392,7 +389,7 @@ void give_invariants(ZELDATA* db, const Assembly& body)
 }
 
 // The body with places and shapes as a file has them.
-Assembly moved_as(ZELDATA* read, Assembly body)
+static Assembly moved_as(ZELDATA* read, Assembly body)
 {
     body.modes.clear();
     for (size_t p = 0; p < body.points.size(); ++p)
@@ -474,7 +471,7 @@ TEST_F(WriteContent, MissingMassesAndIllegalSetsAreReported)
 // A body of 60 nodes of which five carry geometry.
 const std::vector<int> kGeometryIds = {9, 17, 40, 41, 58};
 
-ZELDATA* body_with_faces(const Assembly& assembly)
+static ZELDATA* body_with_faces(const Assembly& assembly)
 {
     ZELDATA* db = database_of(assembly);
     const double pre[6] = {1, 2, 3, 4, 5, 6};
@@ -489,7 +486,7 @@ ZELDATA* body_with_faces(const Assembly& assembly)
     return db;
 }
 
-void expect_reduced(ZELDATA* read, const Assembly& body)
+static void expect_reduced(ZELDATA* read, const Assembly& body)
 {
     ASSERT_EQ(ZEL_ModeNodeCount(read, 0), int(kGeometryIds.size()));
     std::vector<double> values(6 * kGeometryIds.size());
@@ -512,7 +509,7 @@ void expect_reduced(ZELDATA* read, const Assembly& body)
     EXPECT_EQ(ZEL_ModeNodeID(read, 2, 0), 2);
 }
 
-void expect_whole(ZELDATA* read, const Assembly& body)
+static void expect_whole(ZELDATA* read, const Assembly& body)
 {
     ASSERT_EQ(ZEL_NodeCount(read), int(body.points.size()));
     for (size_t p = 0; p < body.points.size(); ++p)
@@ -686,5 +683,3 @@ TEST_F(WriteContent, TheSummaryAndTheWarningsTellOfTheBody)
                       "WARNING:  Found 2 massless node(s)\n");
     EXPECT_EQ(output, kept_text("summary.txt"));
 }
-
-} // namespace
