@@ -121,6 +121,7 @@ def system_of(made: Any, **start: Any) -> tuple[Any, dict[str, Any]]:
 
 
 def test_it_vibrates_as_the_file_says_and_held_as_the_full_model(bar: Bar) -> None:
+    assert zel.exudyn.interface(bar.body, node_type="RotationRotationVector").nODE2rot == 3
     made = zel.exudyn.interface(bar.body)
     mbs, added = system_of(made)
     mbs.Assemble()

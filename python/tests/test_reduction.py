@@ -114,7 +114,7 @@ def test_loads_of_all_kinds_have_exact_static_answers_with_attachment_modes() ->
         "wind": wind, "pull": (right, (1, 2, 3, 40, 50, 60)), "weight": ("gravity", (0, 0, -9810.0)), "press": (right, 2.0)
     }
     made = {
-        kind: zel.reduce(k, m, mesh, interfaces=[left], modes=3, units=UNITS, loads=loads, attachment=kind)
+        kind: zel.reduce(k, m, mesh, interfaces=[(left, (0.0, 6.5, 20.0))], modes=3, units=UNITS, loads=loads, attachment=kind)
         for kind in (True, False)
     }
     inner = np.setdiff1d(np.arange(len(k)), (3 * (left - 1)[:, None] + np.arange(3)).ravel())
@@ -122,6 +122,8 @@ def test_loads_of_all_kinds_have_exact_static_answers_with_attachment_modes() ->
     for kind, body in made.items():
         assert body.loads.labels == ["pull", "weight", "press", "wind"]  # those at rows come last
         assert len(body.modes) == 6 + 3 + 4 * kind
+        at = body.nodes.coordinates[body.nodes.index_of(int(body.interface_nodes[0]))]
+        np.testing.assert_array_equal(at, [0.0, 6.5, 20.0])
         rest = body.loads.values[3][6:]
         work = rest @ np.linalg.solve(body.stiffness_matrix[6:, 6:], rest)
         assert (abs(work / answer - 1) < 1e-8) == kind

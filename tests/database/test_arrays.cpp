@@ -227,6 +227,8 @@ TEST_F(Arrays, GrowWithTheBody)
         EXPECT_EQ(ZEL_MakeRoom(grown, 3, 1), 1); // room never shrinks
         EXPECT_EQ(grown->max_modes, kModes);
         const std::string before = state_of(grown);
+        EXPECT_EQ(ZEL_MakeRoom(grown, kNodes + 5, kModes + 3), 1);
+        EXPECT_EQ(state_of(grown), before);
         errors = errors_alone_of([&] { EXPECT_EQ(ZEL_MakeRoom(grown, 2000000000, 2000000000), 0); });
         EXPECT_TRUE(reported("Insufficient disk")) << errors;
         EXPECT_EQ(state_of(grown), before);

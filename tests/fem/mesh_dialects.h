@@ -4,23 +4,15 @@
 #ifndef TEST_MESH_DIALECTS_H
 #define TEST_MESH_DIALECTS_H
 
-#include <algorithm>
-#include <array>
-#include <map>
-#include <string>
-#include <utility>
-#include <vector>
-
+#include "checks/checks.h"
 #include "fem/sources/meshes/mesh_file.h"
+#include "fixtures.h"
 
 namespace dialects
 {
 
-using zel_fem::Element;
-using zel_fem::ElementType;
-using zel_fem::Mesh;
-using zel_fem::Node;
-using zel_fem::Shape;
+using namespace zel_fem;
+using zel_checks::format;
 using zel_fem::meshes::MeshFile;
 using Edges = std::vector<std::pair<int, int>>; // corners from 0
 
@@ -51,7 +43,7 @@ inline const Names& names_of(Shape shape)
 // The pair of corners in whose middle node `i` of a shape lies.
 inline std::pair<int, int> edge_of(Shape shape, int i)
 {
-    const auto& at = zel_fem::node_positions(shape);
+    const auto& at = node_positions(shape);
     for (int a = 0; a < names_of(shape).corners; ++a)
         for (int b = a + 1; b < names_of(shape).corners; ++b)
             if ((at.col(a) + at.col(b) - 2 * at.col(i)).norm() < 1e-12)
@@ -70,7 +62,7 @@ inline MeshFile pair_of(Shape shape)
         return types;
     }();
     MeshFile file{"", "a pair", {}, true, {}, {}};
-    const auto& at = zel_fem::node_positions(shape);
+    const auto& at = node_positions(shape);
     const int nodes = int(at.cols());
     for (int node = 0; node < 2 * nodes; ++node)
     {
@@ -85,7 +77,7 @@ inline MeshFile pair_of(Shape shape)
     {
         Element element{
             .id = 100 - 3 * int(file.mesh.elements.size()), .type = &kTypes[size_t(shape)], .density = kDensity};
-        element.thickness = zel_fem::is_shell(shape) ? kThickness : 0.0;
+        element.thickness = is_shell(shape) ? kThickness : 0.0;
         for (int i = 0; i < nodes; ++i)
             element.nodes[size_t(i)] = last - i;
         file.mesh.elements.push_back(element);
@@ -95,13 +87,6 @@ inline MeshFile pair_of(Shape shape)
 }
 
 // ---- Pieces of writers ----------------------------------------------------------------------------------------------
-
-inline std::string text(const char* format, auto... values)
-{
-    char line[512];
-    std::snprintf(line, sizeof line, format, values...);
-    return line;
-}
 
 // Nodes as an assembly program meets them, not ascending.
 inline std::vector<Node> shuffled(const Mesh& mesh)
@@ -119,7 +104,7 @@ inline std::vector<Node> shuffled(const Mesh& mesh)
 inline std::vector<int> ids_of(const Mesh& mesh, const Element& element, const Edges& edges = {})
 {
     const Shape shape = element.type->shape;
-    const int count = zel_fem::node_count(shape), corners = names_of(shape).corners;
+    const int count = node_count(shape), corners = names_of(shape).corners;
     std::vector<int> ids;
     for (int i = 0; i < count; ++i)
     {
@@ -164,25 +149,25 @@ inline std::string deck_mesh(const MeshFile& file, const std::vector<Node>& node
     const Shape shape = file.mesh.elements[0].type->shape;
     std::string deck = "*Node\n";
     for (const Node& node : nodes)
-        deck += text("%7d, %.17g, %.17g, %.17g\n", node.id, node.at[0], node.at[1], node.at[2]);
-    deck += text("*ELEMENT, type=%s,\n elset = Body\n", names_of(shape).deck);
+        deck += format("%7d, %.17g, %.17g, %.17g\n", node.id, node.at[0], node.at[1], node.at[2]);
+    deck += format("*ELEMENT, type=%s,\n elset = Body\n", names_of(shape).deck);
     for (const Element& element : file.mesh.elements)
-        deck += text("%d, ", element.id) + list(ids_of(file.mesh, element), ", ", 15, ",");
+        deck += format("%d, ", element.id) + list(ids_of(file.mesh, element), ", ", 15, ",");
     return deck;
 }
 
 inline std::string deck_section(const MeshFile& file)
 {
     const Element& element = file.mesh.elements[0];
-    return zel_fem::is_shell(element.type->shape)
-               ? text("*Shell Section, elset=BODY, material=Steel\n%.17g, 5\n", element.thickness)
+    return is_shell(element.type->shape)
+               ? format("*Shell Section, elset=BODY, material=Steel\n%.17g, 5\n", element.thickness)
                : "*Solid Section, elset=BODY, material=Steel\n,\n";
 }
 
 inline std::string deck_material(const MeshFile& file)
 {
-    return text("** the material\n*MATERIAL, NAME=STEEL\n*Density\n%.17g,\n*Elastic\n210000., 0.3\n",
-                file.mesh.elements[0].density);
+    return format("** the material\n*MATERIAL, NAME=STEEL\n*Density\n%.17g,\n*Elastic\n210000., 0.3\n",
+                  file.mesh.elements[0].density);
 }
 
 inline std::string deck_sets(const MeshFile& file, const std::string& options)
@@ -241,10 +226,10 @@ inline const Edges& gmsh_edges(Shape shape)
 
 inline std::string gmsh_names(const MeshFile& file)
 {
-    std::string result = text("$PhysicalNames\n%zu\n", file.node_sets.size());
+    std::string result = format("$PhysicalNames\n%zu\n", file.node_sets.size());
     int group = 1;
     for (const auto& [name, nodes] : file.node_sets)
-        result += text("0 %d \"%s\"\n", group++, name.c_str());
+        result += format("0 %d \"%s\"\n", group++, name.c_str());
     return result + "$EndPhysicalNames\n";
 }
 
@@ -254,31 +239,31 @@ inline std::string gmsh_4(const MeshFile& file)
     const size_t sets = file.node_sets.size(), count = file.mesh.nodes.size();
     const Shape shape = file.mesh.elements[0].type->shape;
     std::string result =
-        "$MeshFormat\n4.1 0 8\n$EndMeshFormat\n" + gmsh_names(file) + text("$Entities\n%zu 0 0 1\n", sets);
+        "$MeshFormat\n4.1 0 8\n$EndMeshFormat\n" + gmsh_names(file) + format("$Entities\n%zu 0 0 1\n", sets);
     for (size_t set = 1; set <= sets; ++set)
-        result += text("%zu 0 0 0 1 %zu \n", set, set);
-    result += text("1 0 0 0 1 1 1 0 0 \n$EndEntities\n$Nodes\n2 %zu 1 1000\n", count);
+        result += format("%zu 0 0 0 1 %zu \n", set, set);
+    result += format("1 0 0 0 1 1 1 0 0 \n$EndEntities\n$Nodes\n2 %zu 1 1000\n", count);
     const std::vector<Node> nodes = shuffled(file.mesh);
     for (const auto& [first, last] : {std::pair<size_t, size_t>{0, 3}, {3, count}})
     {
-        result += text("3 1 %d %zu\n", first == 0 ? 1 : 0, last - first);
+        result += format("3 1 %d %zu\n", first == 0 ? 1 : 0, last - first);
         for (size_t i = first; i < last; ++i)
-            result += text("%d\n", nodes[i].id);
+            result += format("%d\n", nodes[i].id);
         for (size_t i = first; i < last; ++i) // the first block has parameters behind its coordinates
-            result += text("%.16g %.16g %.16g%s\n", nodes[i].at[0], nodes[i].at[1], nodes[i].at[2],
-                           first == 0 ? " 0.5 0.5 0.5" : "");
+            result += format("%.16g %.16g %.16g%s\n", nodes[i].at[0], nodes[i].at[1], nodes[i].at[2],
+                             first == 0 ? " 0.5 0.5 0.5" : "");
     }
-    result += text("$EndNodes\n$Elements\n%zu 0 1 1\n", sets + 1);
+    result += format("$EndNodes\n$Elements\n%zu 0 1 1\n", sets + 1);
     int set = 1, id = 1000;
     for (const auto& [name, members] : file.node_sets)
     {
-        result += text("0 %d 15 %zu\n", set++, members.size());
+        result += format("0 %d 15 %zu\n", set++, members.size());
         for (int node : set_ids(file, name))
-            result += text("%d %d \n", ++id, node);
+            result += format("%d %d \n", ++id, node);
     }
-    result += text("3 1 %d %zu\n", names_of(shape).gmsh, file.mesh.elements.size());
+    result += format("3 1 %d %zu\n", names_of(shape).gmsh, file.mesh.elements.size());
     for (const Element& element : file.mesh.elements)
-        result += text("%d ", element.id) + list(ids_of(file.mesh, element, gmsh_edges(shape)), " ", 100, "");
+        result += format("%d ", element.id) + list(ids_of(file.mesh, element, gmsh_edges(shape)), " ", 100, "");
     return result + "$EndElements\n";
 }
 
@@ -296,7 +281,7 @@ inline std::string nastran_real(double value, Fields form)
 {
     for (int digits = 16;; --digits)
     {
-        std::string result = text("%.*g", digits, value);
+        std::string result = format("%.*g", digits, value);
         const size_t exponent = result.find('e');
         if (exponent != std::string::npos)
             result.erase(exponent, 1);
@@ -318,13 +303,13 @@ inline std::string bulk_card(const std::string& name, const std::vector<std::str
         return result + "\n";
     }
     const size_t a_line = form == Fields::small ? 8 : 4;
-    std::string result = text("%-8s", (name + (form == Fields::large ? "*" : "")).c_str());
+    std::string result = format("%-8s", (name + (form == Fields::large ? "*" : "")).c_str());
     for (size_t i = 0; i < data.size() || i % 8 != 0; ++i)
     {
         if (i > 0 && i % a_line == 0)
             result += form == Fields::small ? "+\n+       " : "*\n*       ";
         const char* field = i < data.size() ? data[i].c_str() : "";
-        result += form == Fields::small ? text("%8s", field) : text("%16s", field);
+        result += form == Fields::small ? format("%8s", field) : format("%16s", field);
     }
     return result + "\n";
 }
@@ -345,7 +330,7 @@ inline std::string nastran(const MeshFile& file, Fields form)
         {Shape::hex20,
          {{0, 1}, {1, 2}, {2, 3}, {3, 0}, {0, 4}, {1, 5}, {2, 6}, {3, 7}, {4, 5}, {5, 6}, {6, 7}, {7, 4}}}};
     const Shape shape = file.mesh.elements[0].type->shape;
-    const bool shell = zel_fem::is_shell(shape);
+    const bool shell = is_shell(shape);
     std::string result =
         "$ made by hand\nID A,B\nSOL 103\nCEND\nTITLE = " + file.title + "\nSET 1 = 1,2,3\nBEGIN BULK\n";
     for (const Node& node : shuffled(file.mesh))
@@ -376,7 +361,7 @@ inline std::string columns(const std::vector<int>& numbers, int width)
 {
     std::string result;
     for (int number : numbers)
-        result += text("%*d", width, number);
+        result += format("%*d", width, number);
     return result;
 }
 
@@ -388,7 +373,7 @@ inline std::string cdb_reals(std::vector<double> values)
     std::string result;
     for (double value : values)
     {
-        std::string number = text("%20.13E", value); // one blank is left for the third digit of the exponent
+        std::string number = format("%20.13E", value); // one blank is left for the third digit of the exponent
         number.insert(number.find('E') + 2, 1, '0');
         result += number;
     }
@@ -424,12 +409,12 @@ inline std::string cdb(const MeshFile& file)
         "/COM,ANSYS RELEASE 19.2  UP20180808\n/PREP7\n/NOPR\n/TITLE," + file.title +
         "\n*IF,_CDRDOFF,EQ,1,THEN     !if solid model was read in\n_CDRDOFF=             !reset flag\n*ELSE\n"
         "*ENDIF\nDOF,DELETE\n";
-    result += text("ETBLOCK,        3,        3\n(2i9,19a9)\n%9d%9d%9d\n%9d%9d\n        3      186\n       -1\n", 1,
-                   names_of(file.mesh.elements[0].type->shape).ansys, 0, 2, 154);
-    result += text("NBLOCK,6,SOLID,%9d,%9zu\n(3i9,6e21.13e3)\n", 1000, file.mesh.nodes.size());
+    result += format("ETBLOCK,        3,        3\n(2i9,19a9)\n%9d%9d%9d\n%9d%9d\n        3      186\n       -1\n", 1,
+                     names_of(file.mesh.elements[0].type->shape).ansys, 0, 2, 154);
+    result += format("NBLOCK,6,SOLID,%9d,%9zu\n(3i9,6e21.13e3)\n", 1000, file.mesh.nodes.size());
     for (const Node& node : shuffled(file.mesh))
         result += columns({node.id, 0, 0}, 9) + cdb_reals({node.at[0], node.at[1], node.at[2]}) + "\n";
-    result += text("N,R5.3,LOC,       -1,\nEBLOCK,19,SOLID,%9d,%9zu\n(19i9)\n", 1000, file.mesh.elements.size() + 1);
+    result += format("N,R5.3,LOC,       -1,\nEBLOCK,19,SOLID,%9d,%9zu\n(19i9)\n", 1000, file.mesh.elements.size() + 1);
     for (const Element& element : file.mesh.elements)
     {
         const bool brick = element.id % 2 == 0 && element.type->shape == Shape::tet10; // SOLID186 with four faces
@@ -442,15 +427,16 @@ inline std::string cdb(const MeshFile& file)
     result += columns({4, 2, 1, 1, 0, 0, 0, 0, 4, 0, 900, 1, 2, 3, 4}, 9) + "\n       -1\n";
     for (const auto& [name, nodes] : file.node_sets)
     {
-        result += text("CMBLOCK,%-8s,NODE,%8zu  ! users node component definition\n(8i10)", name.c_str(), nodes.size());
+        result +=
+            format("CMBLOCK,%-8s,NODE,%8zu  ! users node component definition\n(8i10)", name.c_str(), nodes.size());
         size_t count = 0;
         for (int id : set_ids(file, name))
             result += (count++ % 8 == 0 ? "\n" : "") + columns({id}, 10);
         result += "\n";
     }
-    return result + text("MPTEMP,R5.0, 1, 1,  0.00000000    ,\nMPDATA,R5.0, 1,EX  ,       4, 1,  210000.000    ,\n"
-                         "MPDATA,R5.0, 1,DENS,       4, 1, %.10E,\n/GO\nFINISH\n",
-                         file.mesh.elements[0].density);
+    return result + format("MPTEMP,R5.0, 1, 1,  0.00000000    ,\nMPDATA,R5.0, 1,EX  ,       4, 1,  210000.000    ,\n"
+                           "MPDATA,R5.0, 1,DENS,       4, 1, %.10E,\n/GO\nFINISH\n",
+                           file.mesh.elements[0].density);
 }
 
 // ---- All of them ----------------------------------------------------------------------------------------------------

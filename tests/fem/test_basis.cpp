@@ -1,5 +1,4 @@
 // Whether a basis is good enough: effective masses against the solver's own, ranges of frequencies, damping of what is written.
-
 #include "checks/checks.h"
 #include "fem/figures.h"
 #include "fem/invariants.h"

@@ -1,5 +1,5 @@
-// Import of CalculiX jobs: elements against closed forms, reductions against dense algebra, shells against beam theory, the two routes
-// against each other, and decks and results that are damaged in every way.
+// Import of CalculiX jobs: elements against closed forms, shells against beam theory, the two routes against each other, and decks
+// and results that are damaged in every way.
 #include <numbers>
 
 #include "fem/rigid.h"

@@ -1,5 +1,4 @@
 // How bodies are joined: which nodes, and what their reference nodes do, against dense algebra and a solver's own answer.
-
 #include "fem/interfaces.h"
 #include "fem/sources/ccx/dat.h"
 #include "models.h"

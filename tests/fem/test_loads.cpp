@@ -1,6 +1,4 @@
-// Loads as modal load cases: statics against what CalculiX has computed, resultants against
-// arithmetic.
-
+// Loads as modal load cases: statics against what CalculiX has computed, resultants against arithmetic.
 #include "fem/interfaces.h"
 #include "fem/loads.h"
 #include "fem/rigid.h"
