@@ -30,15 +30,20 @@ TEST_F(Lifetime, TemporaryStreamsHaveNoNameAndGoWithTheirDatabase)
 {
     const TemporaryFolder folder;
     const Environment tmp("TMP", folder.folder().c_str());
-    ZELDATA* db = ZEL_Create(1, 1);
-    const zel::NamedFile made = zel::create_temporary_file();
-    db->strain_file.file = made.file;
-    db->strain_file.name = made.name;
-    db->strain_file.temporary = 1;
-    EXPECT_EQ(std::filesystem::path(made.name).parent_path(), folder.folder());
-    EXPECT_TRUE(folder.files().empty());
-    ZEL_UnLink(db);
-    EXPECT_EQ(folder.open_files(), 0u);
+    for (const bool refused : {false, true}) // by a file system that has none without a name from the start
+    {
+        zel::refuse_unnamed = refused;
+        ZELDATA* db = ZEL_Create(1, 1);
+        const zel::NamedFile made = zel::create_temporary_file();
+        db->strain_file.file = made.file;
+        db->strain_file.name = made.name;
+        db->strain_file.temporary = 1;
+        EXPECT_EQ(std::filesystem::path(made.name).parent_path(), folder.folder());
+        EXPECT_TRUE(folder.files().empty());
+        ZEL_UnLink(db);
+        EXPECT_EQ(folder.open_files(), 0u);
+    }
+    zel::refuse_unnamed = false;
 }
 
 TEST(TemporaryFolders, ComeFromTmpThenTmpdirThenTheSystem)
