@@ -213,6 +213,17 @@ std::string frequencies(const VectorXd& eigenvalues, Index first, const Units& u
     return text.empty() ? "none" : text + " Hz";
 }
 
+// How many eigenvalues lie before the last gap that no elastic body has between its modes; 0: there is none.
+static Index loose_motions(const VectorXd& eigenvalues)
+{
+    constexpr double kGap = 1e6; // a thousand in frequencies
+    Index loose = 0;
+    for (Index k = 1; k < eigenvalues.size(); ++k)
+        if (eigenvalues[k] > kGap * std::abs(eigenvalues[k - 1]))
+            loose = k;
+    return loose;
+}
+
 void report_modes(Report& report, const Body& body, double before)
 {
     VectorXd values = generalized_eigenvalues(body.stiffness, body.mass);
@@ -221,8 +232,15 @@ void report_modes(Report& report, const Body& body, double before)
     report.check("six rigid-body modes", format("largest |eigenvalue| %.2e, %.2e as computed", rigid, before),
                  resolved && (!has_flexible || (values[6] > 0.0 && rigid < kRigidRatio * values[6])),
                  {{"eigenvalue", rigid}, {"eigenvalue_as_computed", before}});
-    if (!resolved)
-        report.note("the stiffness has too few digits for this body: import its modes (*NODE FILE) instead");
+    if (const Index loose = loose_motions(values); !resolved && loose > 6)
+        report.note(
+            format("%td motions, not six, meet hardly any stiffness: the model is a mechanism, or falls apart, and "
+                   "is no body",
+                   loose));
+    else if (!resolved)
+        report.note(
+            "the stiffness has too few digits for this body: import its modes (*NODE FILE) instead; if more than "
+            "six of them are near zero, the model is a mechanism or falls apart");
     report.figure("free frequencies", frequencies(values, 6, body.units));
 }
 

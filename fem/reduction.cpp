@@ -196,7 +196,8 @@ Reduction reduce_free(const Model& model, const ModeChoice& choice, Progress& pr
     rigid = normal.matrixU().solve<Eigen::OnTheRight>(rigid).eval();
     const double shift = -bending_scale(model, rigid);
     if (!(shift < 0.0))
-        throw std::runtime_error("the stiffness matrix has no stiffness against bending");
+        throw std::runtime_error(
+            "the stiffness matrix does not resist bending: the model is a mechanism, or no elastic solid");
     progress.begin("factor the shifted stiffness matrix");
     const SparseMatrix shifted = k - shift * m;
     std::vector<int> nodes;

@@ -218,6 +218,11 @@ TEST(JoinedBodies, AreRefusedWhereAConstraintIsNotProved)
     };
     for (const auto& [job, old, put, expected] : faults)
         EXPECT_NE(refusal(job, old, put).find(expected), std::string::npos) << put << "\n" << refusal(job, old, put);
+    // mechanisms: two bars, which no force keeps from moving across them, and two bricks on a common edge
+    EXPECT_NE(complaint(folder, [&] { free_body("scissors"); }).find("the model is a mechanism"), std::string::npos);
+    const ReducedBody hinge = free_body("hinge");
+    EXPECT_FALSE(hinge.report.all_hold());
+    EXPECT_NE(told(hinge).find("7 motions, not six, meet hardly any stiffness"), std::string::npos) << told(hinge);
     // what nodes with axes of their own carry: radially by 2 at (60, 7) from the axis z
     const Model turned = read_model(
         folder.path(std::filesystem::path(copy("sprung", "*STEP",

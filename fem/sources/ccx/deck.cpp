@@ -392,6 +392,8 @@ void DeckReader::beam_section(const Card& card, Section& section) const
     const auto sides = split(card.lines[0].text);
     section.thickness = number_at(sides, 0, at);
     section.width = number_at(sides, 1, at);
+    if (section.width == 0.0) // a square, as the solver has it
+        section.width = section.thickness;
     if (!(section.thickness > 0.0 && section.width > 0.0))
         throw InputError(at, "the thicknesses of a beam are not positive");
     section.axis = -Eigen::Vector3d::UnitZ();

@@ -333,10 +333,11 @@ void Expansion::name_knots(std::vector<Freedom>& freedoms)
         ++knot;
     }
     if (knot != knots.size())
-        throw InputError({deck.mesh.files[0], 0}, "shells and beams meet at an angle in " +
-                                                      std::to_string(knots.size()) + " nodes, and the matrices have " +
-                                                      std::to_string(knot) +
-                                                      " knots: supports, or angles of about five degrees, make others");
+        throw InputError({deck.mesh.files[0], 0},
+                         "shells and beams meet at an angle in " + std::to_string(knots.size()) +
+                             " nodes, and the matrices have " + std::to_string(knot) +
+                             " knots: supports, angles of about five degrees, and beams of other "
+                             "sections in one line make others");
 }
 
 void Expansion::name_layers(std::vector<Freedom>& freedoms)

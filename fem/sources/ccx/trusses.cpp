@@ -15,8 +15,9 @@ namespace zel_fem::ccx
 using Eigen::Index;
 using Eigen::Vector3d;
 
-constexpr double kStraight = 1e-6; // sine between its halves
-constexpr double kAcross = 1e-10;  // of a direction: what the solver calls zero
+constexpr double kStraight = 1e-6;  // sine between its halves
+constexpr double kAcross = 1e-10;   // of a direction: what the solver calls zero
+constexpr double kRounding = 1e-13; // of sums of stored values, which have 14 digits
 
 namespace
 {
@@ -99,12 +100,25 @@ static void hang(const Hinge& hinge, const std::vector<size_t>& rows, size_t fir
     }
 }
 
-static SparseMatrix congruent(const SparseMatrix& upper, const SparseMatrix& t)
+static SparseMatrix whole_congruent(const SparseMatrix& upper, const SparseMatrix& t)
 {
     const SparseMatrix whole = upper.selfadjointView<Eigen::Upper>();
     const SparseMatrix right = whole * t;
-    const SparseMatrix product = SparseMatrix(t.transpose()) * right;
-    return product.triangularView<Eigen::Upper>();
+    return SparseMatrix(t.transpose()) * right;
+}
+
+// T^T A T without what rounding has left of values that cancel: a mechanism has no stiffness at all in its motions, not a little.
+static SparseMatrix congruent(const SparseMatrix& upper, const SparseMatrix& t)
+{
+    const SparseMatrix product = whole_congruent(upper, t), size = whole_congruent(upper.cwiseAbs(), t.cwiseAbs());
+    Entries entries;
+    for (Index column = 0; column < product.cols(); ++column)
+        for (SparseMatrix::InnerIterator entry(product, column); entry; ++entry)
+            if (entry.row() <= column && std::abs(entry.value()) > kRounding * size.coeff(entry.row(), column))
+                entries.emplace_back(entry.row(), column, entry.value());
+    SparseMatrix kept(product.rows(), product.cols());
+    kept.setFromTriplets(entries.begin(), entries.end());
+    return kept;
 }
 
 void hang_trusses(const Deck& deck, StoredMatrices& stored)
