@@ -2,6 +2,8 @@
 // its interfaces held, its boundary forces are columns of K and the consistent mass of the elements gives M.
 #include "fem/given_modes.h"
 
+#include <algorithm>
+
 #include "fem/nodal_mass.h"
 #include "fem/reduction.h"
 #include "fem/rigid.h"
@@ -67,6 +69,31 @@ static void replace_rigid_modes(const Mesh& mesh, ModalBasis& basis)
     basis.rigid_count = 6;
 }
 
+// Flexible modes have no part of a rigid motion but what the digits of the program's print leave of it.
+static void take_out_rigid_parts(const Mesh& mesh, ModalBasis& basis)
+{
+    const auto rigid = basis.motion.leftCols(6);
+    MatrixXd inertia = MatrixXd::Zero(rigid.rows(), 6);
+    for (const Element& element : mesh.elements)
+    {
+        const MatrixXd own = element_mass(mesh, element, Rule::solver).consistent;
+        for (Index i = 0; i < own.rows(); ++i)
+            for (Index j = 0; j < own.cols(); ++j)
+                inertia.middleRows<3>(3 * Index(element.nodes[size_t(i)])) +=
+                    own(i, j) * rigid.middleRows<3>(3 * Index(element.nodes[size_t(j)]));
+    }
+    auto flexible = basis.motion.rightCols(basis.motion.cols() - 6);
+    const Eigen::Matrix<double, 6, 6> mass = inertia.transpose() * rigid;
+    flexible -= rigid * mass.ldlt().solve(MatrixXd(inertia.transpose() * flexible));
+}
+
+// Lines and the middles of shells have rotations as well, of which the mass of the mesh knows nothing.
+static bool has_all_motions(const Mesh& mesh)
+{
+    return std::none_of(mesh.elements.begin(), mesh.elements.end(),
+                        [](const Element& element) { return is_shell(element.type->shape) || element.width > 0.0; });
+}
+
 ModalBasis basis_of(const Mesh& mesh, GivenModes modes)
 {
     const Index boundary = modes.boundary_forces.cols(), own = modes.eigenvalues.size();
@@ -82,9 +109,13 @@ ModalBasis basis_of(const Mesh& mesh, GivenModes modes)
     basis.stress = std::move(modes.stress);
     basis.mass = projected_mass(mesh, basis.motion);
     basis.mass_error = own > 0 ? difference_from_identity(basis.mass.bottomRightCorner(own, own)) : 0.0;
+    basis.mass_is_proved =
+        modes.mass_is_in_the_mesh && own > 0 && basis.mass_error < kModeMassTolerance && has_all_motions(mesh);
     if (boundary == 0)
     {
         replace_rigid_modes(mesh, basis);
+        if (basis.mass_is_proved && basis.rigid_count > 0)
+            take_out_rigid_parts(mesh, basis);
         basis.mass.setIdentity();
     }
     return basis;

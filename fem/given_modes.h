@@ -9,6 +9,8 @@
 namespace zel_fem
 {
 
+constexpr double kModeMassTolerance = 1e-3; // modes and coordinates have six digits
+
 // As a source gives them. Constraint modes come first: unit translations and rotations of each interface's reference node in
 // turn, all others held. The other modes are held at the interfaces, or those of a body without any.
 struct GivenModes
@@ -28,9 +30,10 @@ struct ModalBasis
     int rigid_count = 0;                             // modes that exact rigid motions have replaced
     bool held = false;                               // the rigid motions do not lie among the modes
     double rigid_before = 0.0;                       // largest |eigenvalue| of the rigid motions as the program has it
-    double mass_error = 0.0;  // largest entry of Phi^T M Phi - I of the program's modes, M by its own quadrature
-    double rigid_error = 0.0; // the same of the rigid motions that were replaced, from the moments of the body alone
-    double asymmetry = 0.0;   // of the boundary forces, relative to the largest of them
+    double mass_error = 0.0;     // largest entry of Phi^T M Phi - I of the program's modes, M by its own quadrature
+    bool mass_is_proved = false; // by the masses of the modes: that of the elements is all mass that the program had
+    double rigid_error = 0.0;    // the same of the rigid motions that were replaced, from the moments of the body alone
+    double asymmetry = 0.0;      // of the boundary forces, relative to the largest of them
 };
 
 ModalBasis basis_of(const Mesh& mesh, GivenModes modes);

@@ -12,6 +12,7 @@
 #include <map>
 #include <optional>
 
+#include "fem/nodal_mass.h"
 #include "fem/sparse_modes.h"
 
 namespace zel_fem
@@ -172,11 +173,8 @@ static void gather(const ScalarMass& scalar, const MatrixXd& rows, Index first, 
         }
 }
 
-// By blocks of points, so that beside the modes only a few megabytes are needed.
-static Products products_of(const ScalarMass& scalar, const MatrixXd& rows)
+static Products no_products(Index modes)
 {
-    const Index modes = rows.cols(), points = Index(scalar.points.size());
-    const Index block = std::clamp<Index>(kBlockBytes / (6 * 8 * std::max<Index>(modes, 1)), 16, 4096);
     Products products;
     for (int a = 0; a < 3; ++a)
     {
@@ -184,6 +182,15 @@ static Products products_of(const ScalarMass& scalar, const MatrixXd& rows)
         for (int b = a; b < 3; ++b)
             products.a[a][b] = MatrixXd::Zero(modes, modes);
     }
+    return products;
+}
+
+// By blocks of points, so that beside the modes only a few megabytes are needed.
+static Products products_of(const ScalarMass& scalar, const MatrixXd& rows)
+{
+    const Index modes = rows.cols(), points = Index(scalar.points.size());
+    const Index block = std::clamp<Index>(kBlockBytes / (6 * 8 * std::max<Index>(modes, 1)), 16, 4096);
+    Products products = no_products(modes);
     for (Index first = 0; first < points; first += block)
     {
         const Index count = std::min(block, points - first);
@@ -200,6 +207,57 @@ static Products products_of(const ScalarMass& scalar, const MatrixXd& rows)
                 products.a[a][b].noalias() += shape[a].transpose() * weighed[b];
     }
     return products;
+}
+
+namespace
+{
+// Nodes of some elements one upon the other, so that products with the masses of each become those of large matrices.
+class Stack
+{
+public:
+    static constexpr size_t kElements = 64;
+    explicit Stack(Index modes) : at_(kRows, 3)
+    {
+        for (int c = 0; c < 3; ++c)
+            shape_[c] = weighed_[c] = MatrixXd(kRows, modes);
+    }
+    void push(const Mesh& mesh, const Element& element, const MatrixXd& motion);
+    // Adds to the products, and to the momenta along the axes, what there is on the stack, and empties it.
+    void take(Products& products, MatrixXd& linear);
+
+private:
+    static constexpr Index kRows = Index(kElements) * kMostNodes;
+    MatrixXd shape_[3], weighed_[3], at_;
+    Index count_ = 0;
+};
+} // namespace
+
+void Stack::push(const Mesh& mesh, const Element& element, const MatrixXd& motion)
+{
+    const MatrixXd own = element_mass(mesh, element, Rule::solver).consistent;
+    for (Index i = 0; i < own.rows(); ++i)
+    {
+        const size_t node = size_t(element.nodes[size_t(i)]);
+        at_.row(count_ + i) = mesh.nodes[node].at;
+        for (int c = 0; c < 3; ++c)
+            shape_[c].row(count_ + i) = motion.row(3 * Index(node) + c);
+    }
+    for (int c = 0; c < 3; ++c)
+        weighed_[c].middleRows(count_, own.rows()) = own * shape_[c].middleRows(count_, own.rows());
+    count_ += own.rows();
+}
+
+void Stack::take(Products& products, MatrixXd& linear)
+{
+    for (int a = 0; a < 3; ++a)
+    {
+        const auto weighed = weighed_[a].topRows(count_);
+        linear.row(a) += weighed.colwise().sum();
+        products.b[a].noalias() += weighed.transpose() * at_.topRows(count_);
+        for (int b = 0; b <= a; ++b)
+            products.a[b][a].noalias() += shape_[b].topRows(count_).transpose() * weighed;
+    }
+    count_ = 0;
 }
 
 // Second moments, the first ones and the mass of a body about a point, as the products of 1, x, y and z.
@@ -242,6 +300,32 @@ struct Momenta
 {
     MatrixXd momenta, rigid; // six rows
 };
+// Of the consistent mass of the elements, as their program integrates it. Angular momentum is in the antisymmetric part of the products
+// with the coordinates.
+static std::pair<Momenta, Products> by_elements(const Mesh& mesh, const MatrixXd& motion, const MassMoments& own,
+                                                const Vector3d& center)
+{
+    Products products = no_products(motion.cols());
+    Momenta found{MatrixXd::Zero(6, motion.cols()), {}};
+    MatrixXd linear = MatrixXd::Zero(3, motion.cols());
+    Stack stack(motion.cols());
+    for (size_t e = 0; e < mesh.elements.size(); ++e)
+    {
+        stack.push(mesh, mesh.elements[e], motion);
+        if ((e + 1) % Stack::kElements == 0 || e + 1 == mesh.elements.size())
+            stack.take(products, linear);
+    }
+    found.momenta.topRows<3>() = linear;
+    for (int c = 0; c < 3; ++c)
+    {
+        const int next = (c + 1) % 3, last = (c + 2) % 3;
+        found.momenta.row(3 + c) = (products.b[last].col(next) - products.b[next].col(last)).transpose() -
+                                   center[next] * linear.row(last) + center[last] * linear.row(next);
+    }
+    found.rigid = own.rigid_mass(center).ldlt().solve(found.momenta);
+    return {std::move(found), std::move(products)};
+}
+
 static Momenta momenta_of(const Model& model, const MatrixXd& rows, const Vector3d& center)
 {
     const MatrixXd rigid = rigid_motions(model, center), inertia = times(model.matrices->mass, rigid);
@@ -303,6 +387,23 @@ static void set_products(const Products& products, InertiaInvariants& invariants
         }
 }
 
+// What the rigid motions have beyond the mass that they were found with.
+static void add_lacking(const MassMoments& own, const MassMoments& target, const Vector3d& center, Momenta& momenta)
+{
+    momenta.momenta += (target.rigid_mass(center) - own.rigid_mass(center)) * momenta.rigid;
+}
+
+void take_invariants_of_elements(const Mesh& mesh, const MatrixXd& motion, const MassMoments& target, Body& body)
+{
+    const MassMoments own = solver_moments(mesh);
+    const Vector3d center = target.center();
+    auto [momenta, products] = by_elements(mesh, motion, own, center);
+    add_lacking(own, target, center, momenta);
+    set_momenta(target, momenta.momenta, center, body.invariants);
+    add_rigid(momenta.rigid, center, affine_moments(target, center) - affine_moments(own, center), products);
+    set_products(products, body.invariants);
+}
+
 InvariantMass take_invariants(const Model& model, const MatrixXd& rows, const MassMoments& target, Body& body)
 {
     const std::vector<Row>& of_rows = model.matrices->rows;
@@ -313,7 +414,7 @@ InvariantMass take_invariants(const Model& model, const MatrixXd& rows, const Ma
     const Vector3d center = middle_of(model.moved_mesh());
     const MassMoments own = matrix_moments(model);
     Momenta momenta = momenta_of(model, rows, center);
-    momenta.momenta += (target.rigid_mass(center) - own.rigid_mass(center)) * momenta.rigid;
+    add_lacking(own, target, center, momenta);
     set_momenta(target, momenta.momenta, center, body.invariants);
     Products products = scalar ? products_of(*scalar, rows) : products_of(nodal_mass_of(body), body.motion);
     if (scalar)

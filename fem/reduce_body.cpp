@@ -372,7 +372,9 @@ static void take_modes(Model& model, const MeshMass& own, const ReductionOptions
         before = repair_rigid_motions(body.interfaces, basis.stiffness, basis.mass);
     const MatrixXd rigid =
         !free || basis.rigid_count > 0 ? rigid_coefficients(model, elements.moments, basis.motion) : MatrixXd();
-    MatrixXd layers = model.layers && !loads.labels.empty() ? basis.motion : MatrixXd(); // what loads act on
+    const bool by_elements = basis.mass_is_proved && !options.lumped_invariants;
+    MatrixXd layers =
+        model.layers && (by_elements || !loads.labels.empty()) ? basis.motion : MatrixXd(); // what loads act on
     take_shapes(model, {std::move(basis.motion), {}}, body);
     body.stiffness = std::move(basis.stiffness);
     body.mass = std::move(basis.mass);
@@ -384,6 +386,13 @@ static void take_modes(Model& model, const MeshMass& own, const ReductionOptions
     add_rotations(model, body);
     take_loads(loads, model.layers ? layers : body.motion, body);
 
+    std::optional<InvariantMass> invariants; // none: those of the masses at the nodes
+    if (by_elements)
+    {
+        take_invariants_of_elements(model.moved_mesh(), model.layers ? layers : body.motion, elements.moments, body);
+        invariants = InvariantMass::elements;
+    }
+
     const int modes = int(body.mass.rows()) - basis.boundary_count - basis.rigid_count;
     report.title(title_of(model, free ? "Modes" : "Craig-Bampton basis", "results"));
     report_mesh(report, body, model.notes);
@@ -393,7 +402,7 @@ static void take_modes(Model& model, const MeshMass& own, const ReductionOptions
     report_mass(report, body.units, elements, elements.moments, elements.moments, MassRule::of_types);
     report_lost_inertia(report, lost);
     report_nodal_masses(report, body, elements.moments, options.mass);
-    report_invariants(report, body, std::nullopt);
+    report_invariants(report, body, invariants);
     report_mode_masses(report, basis, mass_is_in_the_mesh, has_shells(body.mesh));
     report_given_modes(basis, body, before, report);
     report_loads(report, body.units, loads, {});
