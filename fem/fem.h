@@ -158,8 +158,7 @@ struct ReductionOptions
     MassMethod mass = MassMethod::matched; ///< of the nodes
     /**
      * The inertia invariants are those of masses at the nodes, which the library sums when it writes. Without it they come from the
-     * mass matrix, as exact as the frequencies, and stand in the database. Computed modes have those of the elements where all are
-     * solids and the modes have unit masses over them; else they have lumped ones.
+     * mass matrix, as exact as the frequencies, and stand in the database; those of computed modes of solids from the elements.
      */
     bool lumped_invariants = false;
     /**

@@ -372,7 +372,8 @@ static void take_modes(Model& model, const MeshMass& own, const ReductionOptions
         before = repair_rigid_motions(body.interfaces, basis.stiffness, basis.mass);
     const MatrixXd rigid =
         !free || basis.rigid_count > 0 ? rigid_coefficients(model, elements.moments, basis.motion) : MatrixXd();
-    const bool by_elements = basis.mass_is_proved && !options.lumped_invariants;
+    const bool moves = !free || basis.rigid_count > 0; // held bodies have no motions to give lost inertia to
+    const bool by_elements = basis.mass_is_proved && !options.lumped_invariants && (moves || lost < kMassTolerance);
     MatrixXd layers =
         model.layers && (by_elements || !loads.labels.empty()) ? basis.motion : MatrixXd(); // what loads act on
     take_shapes(model, {std::move(basis.motion), {}}, body);

@@ -182,6 +182,78 @@ TEST(JoinedBodies, HaveLoadsAndDampingByTheMotionOfTheirNodes)
     }
 }
 
+// Shells, solids and beams have nodes in common, which the deck loads, or holds in all six freedoms: a static solution by the solver.
+TEST(JoinedBodies, BearLoadsAndInterfacesAtNodesOfShellsAndSolids)
+{
+    const std::pair<const char*, const char*> cases[] = {{"hung_loaded", "ids=2,3,10,21,22,25,26,27"},
+                                                         {"hung_held", "ids=5,6,7,8,14"}};
+    TemporaryFolder folder;
+    for (const auto& [job, held] : cases)
+    {
+        for (const char* suffix : {".sti.gz", ".mas.gz", ".dof.gz"})
+            std::filesystem::copy_file(kSmall + "hung" + suffix, folder.path(std::string(job) + suffix));
+        std::filesystem::copy_file(kSmall + job + ".inp.gz", folder.path(std::string(job) + ".inp.gz"));
+        ReductionOptions options = in_millimetres(2, {held});
+        options.attachment = true;
+        const auto source = ccx::make_source({.deck = folder.path(job), .route = ccx::Route::matrices});
+        const ReducedBody reduced = reduce(*source, options, silent);
+        const Body& body = *reduced.body;
+        EXPECT_TRUE(reduced.report.all_hold()) << told(reduced);
+        const Index free = body.stiffness.rows() - 6;
+        const VectorXd answer =
+            body.motion.rightCols(free) *
+            body.stiffness.bottomRightCorner(free, free).ldlt().solve(body.loads.at(0).values.tail(free));
+        const ccx::FrdFile frd = ccx::read_frd(kSmall + job + ".frd");
+        const VectorXd& expected = frd.solutions.at(0).displacement;
+        const Layers layers = read_model(kSmall + "hung").layers.value();
+        const auto given = [&](int node) { // by its place: the layers have numbers of the solver's own
+            const auto off = (frd.coordinates.colwise() - layers.mesh.nodes[size_t(node)].at).colwise().norm();
+            Index at = 0;
+            EXPECT_LE(off.minCoeff(&at), 1e-4);
+            return Vector3d(expected.segment<3>(3 * at));
+        };
+        for (int node = 0; node < int(layers.layers_of_node.size()); ++node)
+        {
+            const int layered = layers.layers_of_node[size_t(node)];
+            const std::vector<int> outer = layered < 0 ? std::vector{node} : layers.nodes[size_t(layered)].outer;
+            Vector3d mean = Vector3d::Zero();
+            for (int one : outer)
+                mean += given(one) / double(outer.size());
+            EXPECT_LE((answer.segment<3>(3 * Index(node)) - mean).norm(), 1e-5 * expected.cwiseAbs().maxCoeff())
+                << job << " " << body.mesh.nodes[size_t(node)].id;
+        }
+    }
+}
+
+// Beside the zeros that it stores the solver's matrices are those of the deck without dashpots. Forces along them do the work.
+TEST(JoinedBodies, AreDampedAtNodesOfShellsAndSolids)
+{
+    TemporaryFolder folder;
+    std::string deck;
+    LineReader reader(kSmall + "hung.inp");
+    for (std::string_view line; reader.next(line);)
+        deck.append(line).append("\n");
+    deck.insert(deck.find("*STEP"), "*ELEMENT, TYPE=DASHPOTA, ELSET=DAMPERS\n17, 36, 21\n18, 48, 6\n19, 50, 46\n"
+                                    "*DASHPOT, ELSET=DAMPERS\n\n0.25\n");
+    for (const char* suffix : {".sti.gz", ".mas.gz", ".dof.gz"})
+        std::filesystem::copy_file(kSmall + "hung" + suffix, folder.path(std::string("hung") + suffix));
+    ReductionOptions options = in_millimetres(kModes);
+    for (const char* load : {"A=ids=36:8,4,6", "a=ids=21:-8,-4,-6", "B=ids=48:-17,8,-6", "b=ids=6:17,-8,6",
+                             "C=ids=50:-22,-4,3.5", "c=ids=46:22,4,-3.5"}) // along the lines
+        options.loads.push_back(parse_load(load));
+    const auto source = ccx::make_source({.deck = write_file(folder, "hung.inp", deck), .route = ccx::Route::matrices});
+    const ReducedBody reduced = reduce(*source, options, silent);
+    const double squares[] = {116, 389, 512.25}; // of the lengths
+    MatrixXd expected = MatrixXd::Zero(6 + kModes, 6 + kModes);
+    for (size_t i = 0; i < 3; ++i)
+    {
+        const VectorXd work = reduced.body->loads[2 * i].values + reduced.body->loads[2 * i + 1].values;
+        expected += 0.25 * work * work.transpose() / squares[i];
+    }
+    EXPECT_GT(expected.diagonal().tail(kModes).minCoeff(), 0.0);
+    EXPECT_LE((reduced.body->damping - expected).cwiseAbs().maxCoeff(), 1e-12 * expected.maxCoeff());
+}
+
 TEST(JoinedBodies, AreRefusedWhereAConstraintIsNotProved)
 {
     TemporaryFolder folder;
