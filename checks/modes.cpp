@@ -1,6 +1,7 @@
 // Modes, and the motions at which a body vibrates freely.
 #include "checks/free_modes.h"
 #include "checks/parts.h"
+#include "dense/dense.h"
 
 #include <algorithm>
 #include <cmath>
@@ -106,17 +107,17 @@ static std::vector<Motion> motions_of(const Pair& pair, Eigen::MatrixXd& vectors
         return std::binary_search(pair.coupled.begin(), pair.coupled.end(), mode);
     };
     if (!pair.all_stiffness.allFinite() || !(pair.all_mass.minCoeff() > 0.0) || !pair.all_mass.allFinite() ||
-        Eigen::LLT<Eigen::MatrixXd>(pair.mass).info() != Eigen::Success)
+        !zel_dense::cholesky(pair.mass))
         return {};
     for (Eigen::Index mode = 0; mode < pair.all_mass.size(); ++mode)
         if (!is_coupled(mode))
             motions.push_back({pair.all_stiffness[mode] / pair.all_mass[mode], mode, true});
-    const Eigen::GeneralizedSelfAdjointEigenSolver<Eigen::MatrixXd> solver(pair.stiffness, pair.mass);
-    if (solver.info() != Eigen::Success)
+    zel_dense::Eigenpairs pairs = zel_dense::eigenpairs(pair.stiffness, pair.mass);
+    if (!pairs.found)
         return {};
-    vectors = solver.eigenvectors();
+    vectors = std::move(pairs.vectors);
     for (Eigen::Index i = 0; i < vectors.cols(); ++i)
-        motions.push_back({solver.eigenvalues()[i], i, false});
+        motions.push_back({pairs.values[i], i, false});
     std::stable_sort(motions.begin(), motions.end(),
                      [](const Motion& a, const Motion& b) { return a.value < b.value; });
     return motions;

@@ -1,6 +1,7 @@
 #include "checks/stress.h"
 
 #include "checks/parts.h"
+#include "dense/dense.h"
 
 #include <Eigen/Dense>
 
@@ -73,7 +74,7 @@ static Matrix6d rigid_motions_of(ZELDATA* db)
             inertia += r.squaredNorm() * Eigen::Matrix3d::Identity() - r * r.transpose();
             momentum += r.cross(moved.col(i) - translation);
         }
-        const Eigen::Vector3d turn = inertia.ldlt().solve(momentum);
+        const Eigen::Vector3d turn = zel_dense::solve_symmetric(inertia, momentum);
         motions.col(mode) << translation - turn.cross(center), turn;
     }
     return motions;
@@ -95,7 +96,7 @@ static Matrix6d resultants_of(ZELDATA* db, const std::vector<Mode>& modes, const
         inertia += own * (at.squaredNorm() * Eigen::Matrix3d::Identity() - at * at.transpose());
     }
     if (!(mass > 0.0)) // then the library goes by invariants: the momentum as it is
-        return motions.transpose().inverse();
+        return zel_dense::inverse(motions.transpose());
     Matrix6d resultants;
     for (int mode = 0; mode < kRigid; ++mode)
     {
@@ -120,7 +121,7 @@ static void take_back_projection(ZELDATA* db, VectorXd& load)
     Eigen::Vector<double, 6> scale; // moments and forces of one size
     scale << Eigen::Vector3d::Ones(), Eigen::Vector3d::Constant(1.0 / std::max(ZEL_BodySize(db), 1e-300));
     load.head<kRigid>() =
-        (scale.asDiagonal() * resultants).fullPivLu().solve(scale.asDiagonal() * load.head<kRigid>()).eval();
+        zel_dense::Equations(scale.asDiagonal() * resultants).solve(scale.asDiagonal() * load.head<kRigid>());
 }
 
 static VectorXd load_of(ZELDATA* db, const std::string& label)
@@ -177,14 +178,13 @@ static Dynamics coupled(ZELDATA* db)
     MatrixXd stiffness(count, count), mass(count, count);
     if (!ZEL_GenStiffFull(db, stiffness.data(), count) || !ZEL_GenMassFull(db, mass.data(), count))
         throw std::runtime_error("the body has no generalized stiffness and mass");
-    const Eigen::GeneralizedSelfAdjointEigenSolver<MatrixXd> solver(stiffness, mass);
-    if (solver.info() != Eigen::Success)
+    const zel_dense::Eigenpairs pairs = zel_dense::eigenpairs(stiffness, mass);
+    if (!pairs.found)
         throw std::runtime_error("the generalized mass is not positive definite");
-    const VectorXd& values = solver.eigenvalues();
+    const VectorXd& values = pairs.values;
     const double noise = kRounding * values.cwiseAbs().maxCoeff();
     const Index rigid = std::count_if(values.begin(), values.end(), [noise](double v) { return v <= noise; });
-    return {stiffness, mass, solver.eigenvectors().rightCols(count - rigid), rigid < count ? values[rigid] : 0.0,
-            int(rigid)};
+    return {stiffness, mass, pairs.vectors.rightCols(count - rigid), rigid < count ? values[rigid] : 0.0, int(rigid)};
 }
 
 static Dynamics dynamics_of(ZELDATA* db)
@@ -216,11 +216,7 @@ static MatrixXd motions_without(ZELDATA* db, const std::vector<int>& held)
     const double size = ZEL_BodySize(db);
     for (Index row = 0; row < motion.rows(); ++row)
         motion.row(row) *= row % 6 >= 3 && size > 0.0 ? size : 1.0;
-    const Eigen::JacobiSVD<MatrixXd> svd(motion, Eigen::ComputeFullV);
-    const VectorXd& sizes = svd.singularValues();
-    const Index rank =
-        std::count_if(sizes.begin(), sizes.end(), [&sizes](double s) { return s > kStill * sizes.maxCoeff(); });
-    return svd.matrixV().rightCols(count - rank);
+    return zel_dense::null_space(motion, kStill);
 }
 
 static void check_interfaces(const ZELDATA* db, const std::vector<int>& held)
@@ -245,12 +241,12 @@ StaticAnswer static_answer(ZELDATA* db, const std::string& load, const std::vect
     const MatrixXd stiffness = moving.transpose() * dynamics.stiffness * moving;
     if (!held.empty())
     {
-        const Eigen::GeneralizedSelfAdjointEigenSolver<MatrixXd> solver(
-            stiffness, moving.transpose() * dynamics.mass * moving, Eigen::EigenvaluesOnly);
-        if (solver.info() != Eigen::Success || !(solver.eigenvalues()[0] > kNoStiffness * dynamics.lowest))
+        const zel_dense::Eigenpairs held_ones =
+            zel_dense::eigenvalues(stiffness, moving.transpose() * dynamics.mass * moving);
+        if (!held_ones.found || !(held_ones.values[0] > kNoStiffness * dynamics.lowest))
             throw std::runtime_error("the body still moves when held at " + listed(held));
     }
-    const VectorXd amplitudes = moving * stiffness.ldlt().solve(moving.transpose() * force);
+    const VectorXd amplitudes = moving * zel_dense::solve_symmetric(stiffness, moving.transpose() * force);
     if (!amplitudes.allFinite())
         throw std::runtime_error("the answer to \"" + load + "\" is not finite");
     return {held, dynamics.rigid, int(moving.cols()), {amplitudes.begin(), amplitudes.end()}};

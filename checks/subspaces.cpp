@@ -6,6 +6,8 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "dense/dense.h"
+
 extern "C" void dgesdd_(const char* vectors, const int* rows, const int* columns, double* a, const int* lda,
                         double* values, double* u, const int* ldu, double* vt, const int* ldvt, double* work,
                         const int* room, int* whole, int* failed);
@@ -37,12 +39,7 @@ MatrixXd orthonormal(const MatrixXd& vectors)
 {
     if (vectors.size() == 0)
         return MatrixXd(vectors.rows(), 0);
-    Eigen::ColPivHouseholderQR<MatrixXd> qr(vectors.rows(), vectors.cols());
-    qr.setThreshold(kDependent);
-    qr.compute(vectors * scales_of(vectors).asDiagonal());
-    if (qr.rank() == 0)
-        return MatrixXd(vectors.rows(), 0);
-    return qr.householderQ() * MatrixXd::Identity(vectors.rows(), qr.rank());
+    return zel_dense::orthonormal(vectors * scales_of(vectors).asDiagonal(), kDependent);
 }
 
 // By LAPACK: Eigen's decompositions (3.4) free memory twice where memory runs out.
@@ -88,10 +85,7 @@ std::vector<double> principal_angles(const MatrixXd& a, const MatrixXd& b)
 MatrixXd nearest_combination(const MatrixXd& vectors, const MatrixXd& targets)
 {
     const VectorXd scales = scales_of(vectors);
-    Eigen::CompleteOrthogonalDecomposition<MatrixXd> solver(vectors.rows(), vectors.cols());
-    solver.setThreshold(kDependent);
-    solver.compute(vectors * scales.asDiagonal());
-    return scales.asDiagonal() * solver.solve(targets);
+    return scales.asDiagonal() * zel_dense::shortest_least_squares(vectors * scales.asDiagonal(), targets, kDependent);
 }
 
 TallTriangle::TallTriangle(Index columns, Index block_rows, Index all_rows)

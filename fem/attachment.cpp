@@ -10,6 +10,8 @@
 
 #include <algorithm>
 
+#include "dense/dense.h"
+
 namespace zel_fem
 {
 
@@ -114,10 +116,10 @@ std::vector<char> add_attachment_modes(const Pencil& pencil, const LinearSolver&
     if (found.cols() == 0)
         return attached;
     // K-orthonormal ones have flexibilities, the inverse of eigenvalues, for eigenvalues of their mass; largest first
-    const Eigen::SelfAdjointEigenSolver<MatrixXd> solver(found.transpose() * times(pencil.mass, found));
-    const VectorXd flexibility = solver.eigenvalues().reverse();
+    const zel_dense::Eigenpairs pairs = zel_dense::eigenpairs(found.transpose() * times(pencil.mass, found));
+    const VectorXd flexibility = pairs.values.reverse();
     const MatrixXd shapes =
-        found * solver.eigenvectors().rowwise().reverse() * flexibility.cwiseSqrt().cwiseInverse().asDiagonal();
+        found * pairs.vectors.rowwise().reverse() * flexibility.cwiseSqrt().cwiseInverse().asDiagonal();
     const Index own = modes.values.size(), more = found.cols();
     modes.values.conservativeResize(own + more);
     modes.values.tail(more) = flexibility.cwiseInverse();

@@ -4,6 +4,8 @@
 #include <limits>
 #include <stdexcept>
 
+#include "dense/dense.h"
+
 namespace zel_fem
 {
 
@@ -93,7 +95,7 @@ std::optional<std::array<double, 6>> fixed_effective_masses(const std::vector<In
         rigid.middleRows<3>(6 * Index(j) + 3) << Eigen::Matrix3d::Zero(), Eigen::Matrix3d::Identity();
     }
     const MatrixXd constraint = reference_motion.leftCols(boundary);
-    const MatrixXd moved = constraint.colPivHouseholderQr().solve(rigid);
+    const MatrixXd moved = zel_dense::least_squares(constraint, rigid);
     if ((constraint * moved - rigid).norm() > kRigid * rigid.norm())
         return std::nullopt;
     const MatrixXd excited =

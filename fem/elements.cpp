@@ -10,6 +10,8 @@
 #include <tuple>
 #include <utility>
 
+#include "dense/dense.h"
+
 namespace zel_fem
 {
 
@@ -141,7 +143,7 @@ static Functions make_functions(Shape shape)
     for (int i = 0; i < count; ++i)
         for (size_t k = 0; k < f.powers.size(); ++k)
             at_nodes(int(k), i) = monomial(f.powers[k], f.positions.col(i));
-    f.coefficients = at_nodes.inverse();
+    f.coefficients = zel_dense::inverse(at_nodes);
     return f;
 }
 

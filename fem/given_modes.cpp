@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "dense/dense.h"
 #include "fem/nodal_mass.h"
 #include "fem/reduction.h"
 #include "fem/rigid.h"
@@ -55,14 +56,13 @@ static void replace_rigid_modes(const Mesh& mesh, ModalBasis& basis)
     if (fit.residual > kMissingShare || (values.size() > 6 && rigid > kNearRigid * values[6]))
         return;
     basis.rigid_before = rigid;
-    const MatrixXd inverse = fit.coefficients.inverse();
+    const MatrixXd inverse = zel_dense::inverse(fit.coefficients);
     basis.rigid_error =
         difference_from_identity(inverse.transpose() * solver_moments(mesh).rigid_mass(center) * inverse);
     MatrixXd exact(basis.motion.rows(), 6);
     for (size_t i = 0; i < mesh.nodes.size(); ++i)
         exact.middleRows<3>(3 * Index(i)) = rigid_motion(mesh.nodes[i].at, center);
-    const Eigen::LLT<MatrixXd> unit(moments.rigid_mass(center));
-    basis.motion.leftCols(6) = unit.matrixU().solve<Eigen::OnTheRight>(exact);
+    basis.motion.leftCols(6) = of_unit_mass(exact, moments.rigid_mass(center));
     basis.stiffness.diagonal().head(6).setZero();
     if (basis.stress.size() > 0)
         basis.stress.leftCols(6).setZero();
@@ -84,7 +84,7 @@ static void take_out_rigid_parts(const Mesh& mesh, ModalBasis& basis)
     }
     auto flexible = basis.motion.rightCols(basis.motion.cols() - 6);
     const Eigen::Matrix<double, 6, 6> mass = inertia.transpose() * rigid;
-    flexible -= rigid * mass.ldlt().solve(MatrixXd(inertia.transpose() * flexible));
+    flexible -= rigid * zel_dense::solve_symmetric(mass, inertia.transpose() * flexible);
 }
 
 // Lines and the middles of shells have rotations as well, of which the mass of the mesh knows nothing.

@@ -4,6 +4,7 @@
 #include <limits>
 #include <utility>
 
+#include "dense/dense.h"
 #include "fem/text.h"
 
 namespace zel_fem
@@ -181,9 +182,9 @@ Directions felt_directions(const Span& span, const std::vector<int>& components)
     if (components.empty())
         return felt;
     const Eigen::MatrixXd part = span.sum(components, components);
-    const Eigen::SelfAdjointEigenSolver<Eigen::MatrixXd> pairs(part);
-    const Eigen::Index lost = (pairs.eigenvalues().array() < Span::zero(span.sum.trace())).count();
-    const Eigen::MatrixXd vectors = pairs.eigenvectors().rightCols(part.cols() - lost);
+    const zel_dense::Eigenpairs pairs = zel_dense::eigenpairs(part);
+    const Eigen::Index lost = (pairs.values.array() < Span::zero(span.sum.trace())).count();
+    const Eigen::MatrixXd vectors = pairs.vectors.rightCols(part.cols() - lost);
     felt.motions = felt.dual = Eigen::MatrixXd::Zero(6, vectors.cols());
     for (size_t i = 0; i < components.size() && vectors.cols() > 0; ++i)
     {
@@ -198,12 +199,12 @@ Directions felt_directions(const Span& span, const std::vector<int>& components)
 static void check_span(const Mesh& mesh, const Interface& interface, const std::vector<int>& moved,
                        const std::string& name)
 {
-    const Eigen::SelfAdjointEigenSolver<Eigen::Matrix<double, 6, 6>> motions(span_of(mesh, interface, moved).sum);
+    const zel_dense::Eigenpairs motions = zel_dense::eigenpairs(span_of(mesh, interface, moved).sum);
     bool lost = false;
     for (Eigen::Index k = 0; k < 6; ++k)
         for (int c : interface.components())
-            lost = lost || (motions.eigenvalues()[k] < Span::zero(motions.eigenvalues()[5]) &&
-                            std::abs(motions.eigenvectors()(c, k)) > kUndetermined);
+            lost = lost || (motions.values[k] < Span::zero(motions.values[5]) &&
+                            std::abs(motions.vectors(c, k)) > kUndetermined);
     if (lost && interface.tied.size() == 1)
         throw std::runtime_error(
             name + ": its only node " + std::to_string(mesh.nodes[size_t(interface.tied[0])].id) +

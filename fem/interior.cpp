@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "dense/dense.h"
 #include "fem/interfaces.h"
 #include "fem/sparse_modes.h"
 
@@ -134,12 +135,12 @@ void Interior::add_mean(const Model& model, const std::vector<int>& moved, size_
     const Interface& interface = interfaces_[j];
     const std::vector<Node>& nodes = model.moved_mesh().nodes;
     const Span span = span_of(model.moved_mesh(), interface, moved);
-    const Eigen::SelfAdjointEigenSolver<Matrix6> motions(span.sum);
-    Vector6 inverse = motions.eigenvalues();
+    const zel_dense::Eigenpairs motions = zel_dense::eigenpairs(span.sum);
+    Vector6 inverse = motions.values;
     for (double& value : inverse)
         value = value > Span::zero(span.sum.trace()) ? 1.0 / value : 0.0;
     const Matrix6 fit =
-        motions.eigenvectors() * inverse.asDiagonal() * motions.eigenvectors().transpose() * span.scale().asDiagonal();
+        motions.vectors * inverse.asDiagonal() * motions.vectors.transpose() * span.scale().asDiagonal();
     std::vector<double> weight(nodes.size());
     for (size_t i = 0; i < interface.tied.size(); ++i)
         weight[size_t(interface.tied[i])] = interface.weights[i];
@@ -159,9 +160,9 @@ static MatrixXd null_space(const MatrixXd& rows)
 {
     if (rows.rows() == 0)
         return Matrix6::Identity();
-    const Eigen::SelfAdjointEigenSolver<Matrix6> pairs(rows.transpose() * rows);
-    const Index count = (pairs.eigenvalues().array() < kNotFelt * pairs.eigenvalues()[5]).count();
-    return pairs.eigenvectors().leftCols(count);
+    const zel_dense::Eigenpairs pairs = zel_dense::eigenpairs(rows.transpose() * rows);
+    const Index count = (pairs.values.array() < kNotFelt * pairs.values[5]).count();
+    return pairs.vectors.leftCols(count);
 }
 
 void Interior::find_rigid(const Model& model)
@@ -196,10 +197,10 @@ void Interior::find_rigid(const Model& model)
     rigid = motions * rigid_ones;
     if (rigid.cols() == 0)
         return;
-    const Eigen::LLT<MatrixXd> normal(rigid.transpose() * times(mass.inside, rigid));
-    if (normal.info() != Eigen::Success)
+    const std::optional<MatrixXd> normal = zel_dense::normalised(rigid, rigid.transpose() * times(mass.inside, rigid));
+    if (!normal)
         throw std::runtime_error("the interfaces leave a motion free in which the body has no mass");
-    rigid = normal.matrixU().solve<Eigen::OnTheRight>(rigid).eval();
+    rigid = *normal;
 }
 
 Interior::Interior(const Model& model, const std::vector<Interface>& interfaces)
@@ -299,9 +300,8 @@ static std::vector<Index> rows_to_hold(const MatrixXd& loose)
     std::vector<Index> rows;
     if (loose.cols() == 0)
         return rows;
-    const Eigen::ColPivHouseholderQR<MatrixXd> best(loose.transpose());
-    for (Index k = 0; k < loose.cols(); ++k)
-        rows.push_back(best.colsPermutation().indices()[k]);
+    rows = zel_dense::independent_columns(loose.transpose());
+    rows.resize(size_t(loose.cols()));
     return rows;
 }
 
@@ -335,8 +335,8 @@ HeldSolver::HeldSolver(const Interior& interior, Progress& progress)
     MatrixXd products = sides_.transpose() * answers_;
     products.bottomRightCorner(springs, springs) -= MatrixXd::Identity(springs, springs);
     scale_ = products.cwiseAbs().rowwise().maxCoeff().cwiseSqrt().cwiseInverse();
-    small_.compute(scale_.asDiagonal() * products * scale_.asDiagonal());
-    if (!small_.isInvertible())
+    small_ = zel_dense::Equations(scale_.asDiagonal() * products * scale_.asDiagonal());
+    if (!small_.solvable())
         throw std::runtime_error("the freedoms of the interfaces depend on each other");
 }
 

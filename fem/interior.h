@@ -5,6 +5,7 @@
 #include <Eigen/Dense>
 #include <vector>
 
+#include "dense/dense.h"
 #include "fem/model.h"
 
 namespace zel_fem
@@ -81,7 +82,7 @@ private:
     Cholesky factor_;
     Eigen::MatrixXd sides_, answers_; // constraints and springs, and what the factor makes of them
     Eigen::VectorXd scale_;
-    Eigen::FullPivLU<Eigen::MatrixXd> small_; // scaled from both sides
+    zel_dense::Equations small_; // scaled from both sides
 };
 
 // What the reference node at `at` does in six rigid motions about `center`.

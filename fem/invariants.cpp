@@ -12,6 +12,7 @@
 #include <map>
 #include <optional>
 
+#include "dense/dense.h"
 #include "fem/nodal_mass.h"
 #include "fem/sparse_modes.h"
 
@@ -322,7 +323,7 @@ static std::pair<Momenta, Products> by_elements(const Mesh& mesh, const MatrixXd
         found.momenta.row(3 + c) = (products.b[last].col(next) - products.b[next].col(last)).transpose() -
                                    center[next] * linear.row(last) + center[last] * linear.row(next);
     }
-    found.rigid = own.rigid_mass(center).ldlt().solve(found.momenta);
+    found.rigid = zel_dense::solve_symmetric(own.rigid_mass(center), found.momenta);
     return {std::move(found), std::move(products)};
 }
 
@@ -330,7 +331,7 @@ static Momenta momenta_of(const Model& model, const MatrixXd& rows, const Vector
 {
     const MatrixXd rigid = rigid_motions(model, center), inertia = times(model.matrices->mass, rigid);
     Momenta found{inertia.transpose() * rows, {}};
-    found.rigid = (rigid.transpose() * inertia).ldlt().solve(found.momenta);
+    found.rigid = zel_dense::solve_symmetric(rigid.transpose() * inertia, found.momenta);
     return found;
 }
 

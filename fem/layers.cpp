@@ -2,6 +2,8 @@
 
 #include <utility>
 
+#include "dense/dense.h"
+
 namespace zel_fem
 {
 
@@ -21,9 +23,7 @@ LayeredNode::LayeredNode(int own, std::vector<int> every, std::vector<int> telli
         arms.col(Index(i)) = r;
         span += r.squaredNorm() * Eigen::Matrix3d::Identity() - r * r.transpose();
     }
-    Eigen::CompleteOrthogonalDecomposition<Eigen::Matrix3d> decomposition;
-    decomposition.setThreshold(1e-8);
-    turn = decomposition.compute(span).pseudoInverse();
+    turn = zel_dense::pseudo_inverse(span, 1e-8);
     rest = Eigen::Matrix3d::Identity() - turn * span;
 }
 

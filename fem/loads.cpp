@@ -12,6 +12,7 @@
 #include <cctype>
 #include <utility>
 
+#include "dense/dense.h"
 #include "fem/interfaces.h"
 #include "fem/sparse_modes.h"
 #include "fem/text.h"
@@ -150,7 +151,7 @@ static void add_resultant(const Mesh& mesh, const std::vector<int>& nodes, const
     const Eigen::SelfAdjointEigenSolver<Matrix3d> solver(span);
     if (!moment.isZero(0.0) && !(solver.eigenvalues()[0] > kSpan * solver.eigenvalues()[2]))
         throw InputError({}, "load " + label + ": its nodes lie on one line, about which they carry no moment");
-    const Vector3d turn = moment.isZero(0.0) ? Vector3d::Zero() : Vector3d(span.ldlt().solve(moment));
+    const Vector3d turn = moment.isZero(0.0) ? Vector3d::Zero() : Vector3d(zel_dense::solve_symmetric(span, moment));
     for (size_t i = 0; i < nodes.size(); ++i)
         load.force.col(nodes[i]) +=
             weights[Index(i)] * (force + turn.cross(Vector3d(mesh.nodes[size_t(nodes[i])].at - center)));
@@ -193,7 +194,7 @@ static VectorXd weight(const Model& model, const Vector3d& acceleration, const M
     const MatrixXd rigid = rigid_motions(model, center), inertia = times(model.matrices->mass, rigid);
     const Eigen::Matrix<double, 6, 6> own = rigid.transpose() * inertia;
     const Eigen::Matrix<double, 6, 1> momentum = target.rigid_mass(center).leftCols<3>() * acceleration;
-    return inertia * own.ldlt().solve(momentum);
+    return inertia * zel_dense::solve_symmetric(own, momentum);
 }
 
 static std::vector<int> all_elements(const Mesh& mesh)

@@ -7,6 +7,8 @@
 
 #include <Eigen/Dense>
 
+#include "dense/dense.h"
+
 namespace zel_fem
 {
 
@@ -158,7 +160,7 @@ bool Matching::solve(const Vector10& goal, Vector10& x) const
     Vector10 residual = missing(goal, x);
     for (int step = 0; step < kNewtonSteps && residual.lpNorm<Eigen::Infinity>() > kMatched; ++step)
     {
-        const Vector10 full = gram(x).completeOrthogonalDecomposition().solve(residual);
+        const Vector10 full = zel_dense::shortest_least_squares(gram(x), residual);
         double part = 1.0; // halved until it helps
         Vector10 next = missing(goal, x + full);
         while (next.norm() > residual.norm() && part > 1e-3)
@@ -172,9 +174,9 @@ bool Matching::solve(const Vector10& goal, Vector10& x) const
 // Combinations of the functions, one a row, that are all but zero at every node.
 Eigen::MatrixXd Matching::dependent(double limit) const
 {
-    const Eigen::SelfAdjointEigenSolver<Matrix10> solver(gram(Vector10::Zero()));
-    const Index count = (solver.eigenvalues().array() < limit * solver.eigenvalues()[9]).count();
-    return solver.eigenvectors().leftCols(count).transpose();
+    const zel_dense::Eigenpairs pairs = zel_dense::eigenpairs(gram(Vector10::Zero()));
+    const Index count = (pairs.values.array() < limit * pairs.values[9]).count();
+    return pairs.vectors.leftCols(count).transpose();
 }
 
 // The least moments of which the combinations are those of `vector`: second ones, and first ones as far as `first` makes them
@@ -185,8 +187,7 @@ static Vector10 least_moments(const Eigen::MatrixXd& combinations, const Vector1
     price.head<4>() << 0, first, first, first;
     if (combinations.rows() > 0)
         least = price.asDiagonal() *
-                Vector10(
-                    (combinations * price.asDiagonal()).completeOrthogonalDecomposition().solve(combinations * vector));
+                Vector10(zel_dense::shortest_least_squares(combinations * price.asDiagonal(), combinations * vector));
     return least;
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "dense/dense.h"
 #include "fem/attachment.h"
 #include "fem/completeness.h"
 #include "fem/interior.h"
@@ -21,10 +22,10 @@ constexpr double kIndependent = 1e-9; // of the rigid motions of a boundary
 
 VectorXd generalized_eigenvalues(const MatrixXd& stiffness, const MatrixXd& mass)
 {
-    const Eigen::GeneralizedSelfAdjointEigenSolver<MatrixXd> solver(stiffness, mass, Eigen::EigenvaluesOnly);
-    if (solver.info() != Eigen::Success)
+    const zel_dense::Eigenpairs pairs = zel_dense::eigenvalues(stiffness, mass);
+    if (!pairs.found)
         throw std::runtime_error("the generalized mass matrix is not positive definite");
-    return solver.eigenvalues();
+    return pairs.values;
 }
 
 // ---- Reductions --------------------------------------------------------------------------------------------------------
@@ -52,11 +53,8 @@ static MatrixXd rigid_boundary(const std::vector<Interface>& interfaces, Index c
         for (int c : interface.components())
             rigid.row(row++) = motion.row(c);
     }
-    Eigen::ColPivHouseholderQR<MatrixXd> independent(rigid);
-    independent.setThreshold(kIndependent);
-    if (independent.rank() < 6)
-        return MatrixXd(independent.householderQ() * MatrixXd::Identity(count, independent.rank()));
-    return rigid.householderQr().householderQ() * MatrixXd::Identity(count, 6);
+    const MatrixXd independent = zel_dense::orthonormal(rigid, kIndependent);
+    return independent.cols() < 6 ? independent : zel_dense::orthonormal(rigid);
 }
 
 double repair_rigid_motions(const std::vector<Interface>& interfaces, MatrixXd& stiffness, const MatrixXd& mass)
@@ -190,10 +188,10 @@ Reduction reduce_free(const Model& model, const ModeChoice& choice, Progress& pr
     const SparseMatrix &k = model.matrices->stiffness, &m = model.matrices->mass;
     MatrixXd rigid = rigid_motions(model, middle_of(model.moved_mesh()));
     const MatrixXd rigid_mass = symmetric(rigid.transpose() * times(m, rigid));
-    const Eigen::LLT<MatrixXd> normal(rigid_mass);
-    if (normal.info() != Eigen::Success)
+    const std::optional<MatrixXd> normal = zel_dense::normalised(rigid, rigid_mass);
+    if (!normal)
         throw std::runtime_error("the body has no mass to vibrate with");
-    rigid = normal.matrixU().solve<Eigen::OnTheRight>(rigid).eval();
+    rigid = *normal;
     const double shift = -bending_scale(model, rigid);
     if (!(shift < 0.0))
         throw std::runtime_error(

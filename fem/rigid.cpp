@@ -4,6 +4,8 @@
 
 #include <map>
 
+#include "dense/dense.h"
+
 namespace zel_fem
 {
 
@@ -28,7 +30,7 @@ RigidFit fit_rigid_motions(const Mesh& mesh, const Vector3d& center, const Matri
             row += 3;
         }
     RigidFit fit;
-    fit.coefficients = moved.colPivHouseholderQr().solve(rigid);
+    fit.coefficients = zel_dense::least_squares(moved, rigid);
     const MatrixXd rest = rigid - moved * fit.coefficients;
     fit.residual = (rest.colwise().norm().array() / rigid.colwise().norm().array().max(1e-300)).maxCoeff();
     return fit;
@@ -40,7 +42,7 @@ static MatrixXd space_gradient(const Eigen::Matrix3Xd& at, Shape shape, int k)
     Eigen::VectorXd value;
     MatrixXd gradient;
     shape_functions(shape, node_positions(shape).col(k), value, gradient);
-    return gradient * (at * gradient).completeOrthogonalDecomposition().pseudoInverse();
+    return gradient * zel_dense::pseudo_inverse(at * gradient);
 }
 
 // Half the curl of the displacement; in a shell its normal part, and the turn of the normal that the slope of the
@@ -49,7 +51,7 @@ static MatrixXd element_rotation(const MatrixXd& slopes, const Eigen::Matrix3Xd&
                                  const MatrixXd& motion)
 {
     const bool shell = is_shell(element.type->shape);
-    const Eigen::Matrix3d triangle = slopes.householderQr().matrixQR().topRows<3>().triangularView<Eigen::Upper>();
+    const Eigen::Matrix3d triangle = zel_dense::triangle(slopes);
     const Eigen::JacobiSVD<Eigen::Matrix3d> tangents(triangle, Eigen::ComputeFullV);
     const Vector3d normal = Vector3d(tangents.matrixV().col(0)).cross(Vector3d(tangents.matrixV().col(1)));
     MatrixXd rotation = MatrixXd::Zero(3, motion.cols());
@@ -89,10 +91,8 @@ static void add_line_rotations(const Mesh& mesh, const MatrixXd& motion, const s
             }
     for (const auto& [node, all] : span)
     {
-        Eigen::CompleteOrthogonalDecomposition<Eigen::Matrix3d> solver;
-        solver.setThreshold(kCollapsed);
-        solver.compute(all);
-        sum.middleRows<3>(3 * Index(node)) = solver.solve(sum.middleRows<3>(3 * Index(node))).eval();
+        sum.middleRows<3>(3 * Index(node)) =
+            zel_dense::shortest_least_squares(all, sum.middleRows<3>(3 * Index(node)), kCollapsed);
     }
 }
 
@@ -123,18 +123,26 @@ MatrixXd node_rotations(const Mesh& mesh, const MatrixXd& motion)
     return sum;
 }
 
+MatrixXd of_unit_mass(const MatrixXd& motions, const MatrixXd& mass)
+{
+    const std::optional<MatrixXd> result = zel_dense::normalised(motions, mass);
+    if (!result)
+        throw std::runtime_error("the body has no inertia against one of its rigid motions");
+    return *result;
+}
+
 void set_rigid_mass(Body& body, const MassMoments& target, const MatrixXd& rigid, MatrixXd* rows)
 {
     const Matrix6 own = rigid.transpose() * body.mass * rigid, lacking = target.rigid_mass(target.center()) - own;
-    const MatrixXd w = body.mass * rigid * own.inverse();
+    const MatrixXd w = body.mass * rigid * zel_dense::inverse(own);
     body.mass += w * lacking * w.transpose();
     body.mass = 0.5 * (body.mass + body.mass.transpose()).eval();
     if (body.reference_motion.rows() > 0)
         return;
-    const Eigen::LLT<MatrixXd> unit(body.mass.topLeftCorner<6, 6>());
+    const MatrixXd own_mass = body.mass.topLeftCorner<6, 6>();
     for (MatrixXd* values : {&body.motion, &body.rotation, rows})
         if (values && values->size() > 0)
-            values->leftCols(6) = unit.matrixU().solve<Eigen::OnTheRight>(values->leftCols(6)).eval();
+            values->leftCols(6) = of_unit_mass(values->leftCols(6), own_mass);
     body.mass.setIdentity();
 }
 

@@ -22,6 +22,9 @@ RigidFit fit_rigid_motions(const Mesh& mesh, const Eigen::Vector3d& center, cons
 // matrices, unless it is null.
 void set_rigid_mass(Body& body, const MassMoments& target, const Eigen::MatrixXd& rigid, Eigen::MatrixXd* rows);
 
+// The motions in such combinations that their mass, `mass` now, is the identity. Throws std::runtime_error where one has none.
+Eigen::MatrixXd of_unit_mass(const Eigen::MatrixXd& motions, const Eigen::MatrixXd& mass);
+
 // Rotations of the nodes as their elements turn there, averaged; in a shell the normal stays normal. Three rows a node, zero
 // where no element tells one.
 Eigen::MatrixXd node_rotations(const Mesh& mesh, const Eigen::MatrixXd& motion);

@@ -13,6 +13,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "dense/dense.h"
+
 namespace zel_fem
 {
 
@@ -189,12 +191,12 @@ Index Lanczos::append(MatrixXd block)
             multiply('N', basis_.leftCols(columns), inner_products(mass_basis_.leftCols(columns), block), -1.0, 1.0,
                      block);
         const MatrixXd mass_block = times(inverse_.pencil.mass, block);
-        const Eigen::SelfAdjointEigenSolver<MatrixXd> lengths(inner_products(block, mass_block));
-        const VectorXd& squares = lengths.eigenvalues();
+        const zel_dense::Eigenpairs lengths = zel_dense::eigenpairs(inner_products(block, mass_block));
+        const VectorXd& squares = lengths.values;
         const double least = pass == 0 ? std::max(kIndependent * squares.tail(1).value(), kNoise * length) : kUnit;
         const Index independent = (squares.array() > least).count();
-        const MatrixXd directions = lengths.eigenvectors().rightCols(independent) *
-                                    squares.tail(independent).cwiseSqrt().cwiseInverse().asDiagonal();
+        const MatrixXd directions =
+            lengths.vectors.rightCols(independent) * squares.tail(independent).cwiseSqrt().cwiseInverse().asDiagonal();
         block = combination(block, directions);
         mass_basis_.middleCols(columns, independent) = combination(mass_block, directions);
     }
@@ -241,9 +243,9 @@ void Lanczos::step(Index wanted)
     const Index next = append(image);
     expanded_ = size;
     block_ = next;
-    const Eigen::SelfAdjointEigenSolver<MatrixXd> pairs(projected_.topLeftCorner(size, size));
-    ritz_values_ = pairs.eigenvalues();
-    ritz_ = pairs.eigenvectors();
+    zel_dense::Eigenpairs pairs = zel_dense::eigenpairs(projected_.topLeftCorner(size, size));
+    ritz_values_ = std::move(pairs.values);
+    ritz_ = std::move(pairs.vectors);
     VectorXd residuals = VectorXd::Zero(size);
     if (block_ > 0)
         residuals = (inner_products(mass_basis_.middleCols(rigid_ + size, block_), image) * ritz_.bottomRows(newest))
@@ -296,11 +298,10 @@ static Eigenmodes rayleigh_ritz(const Pencil& pencil, const MatrixXd& basis)
 {
     const MatrixXd k = inner_products(basis, times(pencil.stiffness, basis)),
                    m = inner_products(basis, times(pencil.mass, basis));
-    const Eigen::GeneralizedSelfAdjointEigenSolver<MatrixXd> solver(0.5 * (k + k.transpose()),
-                                                                    0.5 * (m + m.transpose()));
-    if (solver.info() != Eigen::Success)
+    const zel_dense::Eigenpairs pairs = zel_dense::eigenpairs(0.5 * (k + k.transpose()), 0.5 * (m + m.transpose()));
+    if (!pairs.found)
         throw std::runtime_error("the modes are not independent: ask for fewer");
-    return {solver.eigenvalues(), combination(basis, solver.eigenvectors())};
+    return {pairs.values, combination(basis, pairs.vectors)};
 }
 
 // The largest component of every shape is positive, so that signs do not depend on rounding.
@@ -323,10 +324,15 @@ static MatrixXd root_of_inverse(const Inverse& inverse)
     const Index order = inverse.pencil.mass.rows();
     const MatrixXd w = inverse.shifted.solve(MatrixXd::Identity(order, order));
     if (!inverse.pencil.constraints)
-        return w.llt().matrixL();
-    const Eigen::SelfAdjointEigenSolver<MatrixXd> pairs(0.5 * (w + w.transpose()));
+    {
+        const std::optional<MatrixXd> root = zel_dense::cholesky(w);
+        if (!root)
+            throw std::runtime_error("the stiffness matrix is not positive definite");
+        return *root;
+    }
+    const zel_dense::Eigenpairs pairs = zel_dense::eigenpairs(0.5 * (w + w.transpose()));
     const Index rank = freedoms_of(inverse.pencil);
-    return pairs.eigenvectors().rightCols(rank) * pairs.eigenvalues().tail(rank).cwiseMax(0.0).cwiseSqrt().asDiagonal();
+    return pairs.vectors.rightCols(rank) * pairs.values.tail(rank).cwiseMax(0.0).cwiseSqrt().asDiagonal();
 }
 
 // By dense algebra: the operator is similar to L^T M L. Few freedoms have few distinct eigenvalues.
@@ -337,15 +343,14 @@ static Eigenmodes modes_of_few(const Inverse& inverse, Index count)
     MatrixXd projected = MatrixXd::Identity(order, order); // off the modes to leave out
     if (rigid > 0)
     {
-        const MatrixXd basis =
-            inner_products(l, inverse.mass_rigid).householderQr().householderQ() * MatrixXd::Identity(order, rigid);
+        const MatrixXd basis = zel_dense::orthonormal(inner_products(l, inverse.mass_rigid));
         multiply('N', basis, basis.transpose(), -1.0, 1.0, projected);
     }
     const MatrixXd kept = combination(l, projected), similar = inner_products(kept, times(inverse.pencil.mass, kept));
-    const Eigen::SelfAdjointEigenSolver<MatrixXd> solver(0.5 * (similar + similar.transpose()));
-    const double next = solver.eigenvalues()[order - count - 1];
+    const zel_dense::Eigenpairs pairs = zel_dense::eigenpairs(0.5 * (similar + similar.transpose()));
+    const double next = pairs.values[order - count - 1];
     return {{},
-            combination(kept, solver.eigenvectors().rightCols(count)),
+            combination(kept, pairs.vectors.rightCols(count)),
             next > 0.0 ? inverse.pencil.shift + 1.0 / next : std::numeric_limits<double>::infinity()};
 }
 

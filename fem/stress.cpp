@@ -7,6 +7,8 @@
 #include <optional>
 #include <tuple>
 
+#include "dense/dense.h"
+
 namespace zel_fem
 {
 
@@ -49,7 +51,7 @@ static MatrixXd make_extrapolation(const ElementType& type)
         shape_functions(carrier, nodes.col(i), value, gradient);
         at_nodes.row(i) = value;
     }
-    return at_nodes * at_points.completeOrthogonalDecomposition().pseudoInverse();
+    return at_nodes * zel_dense::pseudo_inverse(at_points);
 }
 
 static const MatrixXd& extrapolation(const ElementType& type)

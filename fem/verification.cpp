@@ -4,8 +4,10 @@
 
 #include <algorithm>
 
+#include "dense/dense.h"
 #include "fem/interfaces.h"
 #include "fem/interior.h"
+#include "fem/rigid.h"
 
 namespace zel_fem
 {
@@ -117,8 +119,7 @@ Verification verify(const Model& model, const std::vector<Interface>& interfaces
     const SparseMatrix k = projected(model.matrices->stiffness, unknowns.rows),
                        m = projected(model.matrices->mass, unknowns.rows);
     const MatrixXd rigid_mass = unknowns.rigid.transpose() * times(m, unknowns.rigid);
-    const Eigen::LLT<MatrixXd> normal(0.5 * (rigid_mass + rigid_mass.transpose()));
-    const MatrixXd rigid = normal.matrixU().solve<Eigen::OnTheRight>(unknowns.rigid);
+    const MatrixXd rigid = of_unit_mass(unknowns.rigid, 0.5 * (rigid_mass + rigid_mass.transpose()));
     const double shift = -reduced[kRigid];
     progress.begin("factor the full model");
     const Cholesky factor(SparseMatrix(k - shift * m));

@@ -6,6 +6,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "dense/dense.h"
 #include "fem/model.h"
 #include "fem/sources/ccx/deck.h"
 #include "fem/sources/ccx/shells.h"
@@ -255,11 +256,10 @@ void Elimination::solve_coupled()
         for (const auto& [row, factor] : known[i])
             b(Index(i), masters.at(row)) = -factor;
     }
-    Eigen::FullPivLU<MatrixXd> solver(a);
-    solver.setThreshold(kIndependent);
-    if (!solver.isInvertible())
+    const zel_dense::Equations equations(a, kIndependent);
+    if (!equations.solvable())
         throw undetermined;
-    const MatrixXd x = solver.solve(b);
+    const MatrixXd x = equations.solve(b);
     std::vector<size_t> ready;
     const Place place = left[0]->place;
     for (const auto& [freedom, i] : unknowns)

@@ -6,6 +6,7 @@
 #include <iterator>
 #include <numbers>
 
+#include "dense/dense.h"
 #include "fem/text.h"
 
 namespace zel_fem::ccx
@@ -73,10 +74,9 @@ static Matrix6d from_constants(const std::array<double, 3>& young, const std::ar
         compliance(i, j) = compliance(j, i) = -poisson[p] / young[size_t(i)];
         compliance(int(p) + 3, int(p) + 3) = 1.0 / shear[p];
     }
-    const Eigen::LLT<Matrix6d> factor(compliance);
-    if (factor.info() != Eigen::Success || !compliance.allFinite())
+    if (!compliance.allFinite() || !zel_dense::cholesky(compliance))
         throw std::runtime_error("its elastic constants are not those of a stable material");
-    return factor.solve(Matrix6d::Identity());
+    return zel_dense::inverse(compliance);
 }
 
 // The tensor of a vector of stresses: columns are those of unit stresses along the axes, in the global ones.

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <optional>
 
+#include "dense/dense.h"
 #include "fem/sources/ccx/deck.h"
 
 namespace zel_fem::ccx
@@ -58,7 +59,8 @@ static std::optional<VectorXd> weights_at(const Matrix3Xd& corners, Shape shape,
         shape_functions(shape, local, value, gradient);
         const Vector3d rest = point - corners * value;
         const Eigen::Matrix<double, 3, 2> tangents = corners * gradient.leftCols<2>();
-        const Eigen::Vector2d move = (tangents.transpose() * tangents).ldlt().solve(tangents.transpose() * rest);
+        const Eigen::Vector2d move =
+            zel_dense::solve_symmetric(tangents.transpose() * tangents, tangents.transpose() * rest);
         if (!move.allFinite() || move.norm() > 1e3)
             return std::nullopt;
         local.head<2>() += move;

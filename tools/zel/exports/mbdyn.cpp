@@ -3,6 +3,7 @@
 // The modal joint sums masses times mode shapes over the nodes of the .fem file for the coupling of its reference frame with
 // the modes. Mass, centre and inertia of the frame, modal mass and stiffness it takes as they are given.
 #include "mbdyn.h"
+#include "dense/dense.h"
 
 #include "checks/report.h"
 #include "tools/zel/report.h"
@@ -125,11 +126,11 @@ static void take_modes(ZELDATA* db, const std::vector<Mode>& chosen, ModalData& 
         throw std::runtime_error("the body has no flexible modes");
     tidy(data.mass, "mass");
     tidy(data.stiffness, "stiffness");
-    if (!data.mass.allFinite() || Eigen::LLT<MatrixXd>(data.mass).info() != Eigen::Success)
+    if (!data.mass.allFinite() || !zel_dense::cholesky(data.mass))
         throw std::runtime_error("the generalized mass of the modes is not positive definite");
-    const Eigen::GeneralizedSelfAdjointEigenSolver<MatrixXd> solver(data.stiffness, data.mass, Eigen::EigenvaluesOnly);
-    data.eigenvalues.assign(solver.eigenvalues().begin(), solver.eigenvalues().end());
-    const double largest = solver.eigenvalues().cwiseAbs().maxCoeff();
+    const Eigen::VectorXd values = zel_dense::eigenvalues(data.stiffness, data.mass).values;
+    data.eigenvalues.assign(values.begin(), values.end());
+    const double largest = values.cwiseAbs().maxCoeff();
     const auto still = std::count_if(data.eigenvalues.begin(), data.eigenvalues.end(),
                                      [&](double value) { return std::fabs(value) <= kRounding * largest; });
     if (still > 0)

@@ -6,6 +6,7 @@
 // invariants that can hardly be had, as the inertia of a slender body from nodes of its skin, would ruin the masses.
 // A is never held: it is made of the mode shapes of some nodes at a time.
 #include "mbdyn_masses.h"
+#include "dense/dense.h"
 
 #include <Eigen/Dense>
 
@@ -220,7 +221,7 @@ VectorXd Momenta::climb(VectorXd x, double share) const
         if (gradient.lpNorm<Eigen::Infinity>() <= kClimbed)
             break;
         here.curvature.diagonal().array() += share;
-        const VectorXd way = here.curvature.selfadjointView<Eigen::Lower>().ldlt().solve(gradient);
+        const VectorXd way = zel_dense::solve_symmetric(here.curvature, gradient);
         const double from = height(here, x), rise = gradient.dot(way);
         double part = 1.0; // halved until it climbs
         const auto climbs = [&] {
