@@ -75,6 +75,7 @@ public:
     Eigen::MatrixXd solve(const Eigen::MatrixXd& right) const override;
     // The same where the constraints are not zero but `given`.
     Eigen::MatrixXd solve(const Eigen::MatrixXd& right, const Eigen::MatrixXd& given) const;
+    bool reads_disk() const override { return factor_.reads_disk(); }
     double factor_bytes() const { return factor_.factor_bytes(); }
 
 private:

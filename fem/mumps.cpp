@@ -170,7 +170,8 @@ int Mumps::factor()
     }
     all_.irn = all_.jcn = nullptr; // only the factor is used from here on
     all_.a = nullptr;
-    rows_ = columns_ = {};
+    for (std::vector<int>* places : {&rows_, &columns_})
+        std::vector<int>().swap(*places);
     return state;
 }
 

@@ -100,6 +100,8 @@ Cholesky::Cholesky(const SparseMatrix& upper, double most_bytes, const Eliminati
     const bool to_file = goes_to_file(needs, FactorRoom::now(), most_bytes);
     if (progress && needs.memory > kUsualMemory)
         progress->begin(phase_of(needs, to_file));
+    constexpr double kCached = 0.5; // of free memory, which keeps a file so large
+    reads_disk_ = to_file && needs.file > kCached * FactorRoom::now().memory;
     if (to_file)
         mumps.leave_memory();
     const int state = mumps.factor();

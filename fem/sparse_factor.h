@@ -22,6 +22,8 @@ class LinearSolver
 public:
     virtual ~LinearSolver() = default;
     virtual Eigen::MatrixXd solve(const Eigen::MatrixXd& right) const = 0;
+    // Whether each solution waits for a disk, however many sides it has.
+    virtual bool reads_disk() const { return false; }
 };
 
 // What a factor takes, in bytes, as the analysis of its matrix says; and what is free.
@@ -69,6 +71,7 @@ public:
     Cholesky& operator=(const Cholesky&) = delete;
     // Bound by memory, not by arithmetic, up to some ten columns: solve for many at once.
     Eigen::MatrixXd solve(const Eigen::MatrixXd& right) const override;
+    bool reads_disk() const override { return reads_disk_; }
     double factor_bytes() const;
 
     static constexpr double kUsualMemory = 256e6; // of a factor that stays in memory
@@ -76,6 +79,7 @@ public:
 private:
     struct State;
     std::unique_ptr<State> state_;
+    bool reads_disk_ = false;
 };
 
 // How many eigenvalues of a symmetric matrix are negative. Nothing when some are too near zero for their signs to be known.

@@ -138,6 +138,9 @@ public:
         return combination(basis_.middleCols(rigid_, expanded_), ritz_.rightCols(count));
     }
 
+    // Frees what is not needed for the lowest modes, nor to go on from them.
+    void shrink();
+
 private:
     void reserve(Index columns);
     Index append(MatrixXd block);
@@ -158,10 +161,16 @@ private:
 };
 } // namespace
 
+// Small blocks need fewer solutions in all, large ones fewer steps.
+static Index block_size(const LinearSolver& solver, Index count)
+{
+    return solver.reads_disk() ? kLargestBlock : std::clamp<Index>(count / 5, kSmallestBlock, kLargestBlock);
+}
+
 Lanczos::Lanczos(const Inverse& inverse, Index count, Progress& progress)
     : inverse_(inverse), progress_(progress), rigid_(inverse.pencil.rigid.cols()), free_(freedoms_of(inverse.pencil)),
-      start_(std::min(free_, std::clamp<Index>(count / 5, kSmallestBlock, kLargestBlock))),
-      basis_(inverse.pencil.rigid), mass_basis_(inverse.mass_rigid)
+      start_(std::min(free_, block_size(inverse.shifted, count))), basis_(inverse.pencil.rigid),
+      mass_basis_(inverse.mass_rigid)
 {
     add_directions();
 }
@@ -227,6 +236,17 @@ void Lanczos::restart(Index kept)
     projected_.setZero();
     projected_.diagonal().head(kept) = ritz_values_.tail(kept);
     expanded_ = kept;
+}
+
+void Lanczos::shrink()
+{
+    const Index kept = std::min(expanded_, converged_ + start_);
+    restart(kept);
+    ritz_values_ = ritz_values_.tail(kept).eval();
+    ritz_ = MatrixXd::Identity(kept, kept);
+    for (MatrixXd* basis : {&basis_, &mass_basis_})
+        basis->conservativeResize(Eigen::NoChange, rigid_ + kept + block_);
+    projected_.conservativeResize(kept + block_, kept + block_);
 }
 
 // Expands the newest block. The basis may hold three times the wanted modes, unless it is whole with fewer.
@@ -318,20 +338,16 @@ static void fix_signs(MatrixXd& shapes)
     }
 }
 
-// L of W = L L^T, the inverse of K - shift M; with constraints W has their rank less.
+// L of W = L L^T, the inverse of K - shift M; with constraints W has their rank less. Rounding can make it indefinite.
 static MatrixXd root_of_inverse(const Inverse& inverse)
 {
     const Index order = inverse.pencil.mass.rows();
     const MatrixXd w = inverse.shifted.solve(MatrixXd::Identity(order, order));
     if (!inverse.pencil.constraints)
-    {
-        const std::optional<MatrixXd> root = zel_dense::cholesky(w);
-        if (!root)
-            throw std::runtime_error("the stiffness matrix is not positive definite");
-        return *root;
-    }
+        if (const std::optional<MatrixXd> root = zel_dense::cholesky(w))
+            return *root;
     const zel_dense::Eigenpairs pairs = zel_dense::eigenpairs(0.5 * (w + w.transpose()));
-    const Index rank = freedoms_of(inverse.pencil);
+    const Index rank = inverse.pencil.constraints ? freedoms_of(inverse.pencil) : order;
     return pairs.vectors.rightCols(rank) * pairs.values.tail(rank).cwiseMax(0.0).cwiseSqrt().asDiagonal();
 }
 
@@ -401,6 +417,7 @@ static Eigenmodes proved_modes(const Inverse& inverse, Index count, Progress& pr
         for (double share : {0.5, 0.25, 0.75})
         {
             const double sigma = last + share * width;
+            lanczos.shrink(); // the count needs as much memory as the factor
             const std::optional<Index> below = count_below(pencil, sigma);
             const Index expected = below ? *below - pencil.rigid.cols() : 0;
             if (expected < modes) // the shift is nearly an eigenvalue, or rounding moves them
