@@ -86,7 +86,7 @@ components_of(const SparseMatrix& upper, const std::vector<Triple>& points, cons
         for (const Index row : points[i])
             point[size_t(row)] = Index(i);
     const Eigen::VectorXd size = upper.diagonal().cwiseAbs().cwiseSqrt();
-    std::array<std::vector<Eigen::Triplet<double, int64_t>>, 3> entries;
+    std::array<std::vector<Eigen::Triplet<double>>, 3> entries;
     for (Index column = 0; column < upper.cols(); ++column)
         for (SparseMatrix::InnerIterator entry(upper, column); entry; ++entry)
         {

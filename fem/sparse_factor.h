@@ -5,6 +5,7 @@
 #include <Eigen/Dense>
 #include <Eigen/SparseCore>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -14,7 +15,9 @@
 namespace zel_fem
 {
 
-using SparseMatrix = Eigen::SparseMatrix<double, Eigen::ColMajor, int64_t>;
+// By 12 bytes an entry: one of more than kMostEntries has a factor that no machine holds.
+using SparseMatrix = Eigen::SparseMatrix<double, Eigen::ColMajor, int>;
+constexpr int64_t kMostEntries = std::numeric_limits<int>::max();
 
 // What solves with a symmetric matrix, many right sides at once.
 class LinearSolver

@@ -240,7 +240,8 @@ void Lanczos::restart(Index kept)
 
 void Lanczos::shrink()
 {
-    const Index kept = std::min(expanded_, converged_ + start_);
+    constexpr Index kSpare = 4;
+    const Index kept = std::min(expanded_, converged_ + kSpare);
     restart(kept);
     ritz_values_ = ritz_values_.tail(kept).eval();
     ritz_ = MatrixXd::Identity(kept, kept);

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <optional>
+#include <stdexcept>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -18,13 +20,17 @@ namespace zel_fem
 template <typename Each, typename Twice>
 SparseMatrix sorted_triangle(int64_t order, const Each& each, const Twice& twice)
 {
+    if (order > kMostEntries)
+        throw std::runtime_error("a matrix of " + std::to_string(order) + " rows is too large");
     std::vector<int64_t> next(size_t(order) + 1, 0);
     each([&next](int64_t, int64_t column, double) { ++next[size_t(column) + 1]; });
     for (size_t column = 1; column < next.size(); ++column)
         next[column] += next[column - 1];
-    std::vector<std::pair<int64_t, double>> entries(static_cast<size_t>(next.back()));
+    if (next.back() > kMostEntries - order)
+        throw std::runtime_error("a matrix of " + std::to_string(next.back()) + " entries is too large");
+    std::vector<std::pair<int, double>> entries(static_cast<size_t>(next.back()));
     std::vector<int64_t> ends(next.begin(), next.end() - 1);
-    each([&](int64_t row, int64_t column, double value) { entries[size_t(ends[size_t(column)]++)] = {row, value}; });
+    each([&](int64_t row, int64_t column, double value) { entries[size_t(ends[size_t(column)]++)] = {int(row), value}; });
 
     SparseMatrix sorted(order, order);
     sorted.reserve(int64_t(entries.size()) + order);
@@ -36,7 +42,7 @@ SparseMatrix sorted_triangle(int64_t order, const Each& each, const Twice& twice
         double diagonal = 0.0;
         for (auto entry = begin; entry != end;)
         {
-            const int64_t row = entry->first;
+            const int row = entry->first;
             double sum = (entry++)->second;
             for (; entry != end && entry->first == row; ++entry)
             {

@@ -68,7 +68,7 @@ static SparseMatrix read_matrix(const std::string& path, int64_t order, const st
 {
     LineReader reader(path);
     SparseMatrix matrix(order, order);
-    matrix.reserve(std::min(reader.file_bytes() / kShortestLine, order * (order + 1) / 2));
+    matrix.reserve(std::min({reader.file_bytes() / kShortestLine, order * (order + 1) / 2, kMostEntries}));
     std::string_view line;
     Entry entry{};
     int64_t column = 1, last_row = 0;
