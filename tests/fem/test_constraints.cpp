@@ -307,16 +307,21 @@ TEST(JoinedBodies, AreRefusedWhereAConstraintIsNotProved)
     const ReducedBody hinge = free_body("hinge");
     EXPECT_FALSE(hinge.report.all_hold());
     EXPECT_NE(told(hinge).find("7 motions, not six, meet hardly any stiffness"), std::string::npos) << told(hinge);
-    // what nodes with axes of their own carry: radially by 2 at (60, 7) from the axis z
-    const Model turned = read_model(
-        folder.path(std::filesystem::path(copy("sprung", "*STEP",
-                                               "*NSET, NSET=END\n28\n*TRANSFORM, NSET=END, TYPE=C\n0, 0, 0, 0, 0, 1\n"
-                                               "*STEP\n*STATIC\n*CLOAD\n28, 1, 2.\n*END STEP\n*STEP"))
-                        .stem()));
+    // what nodes with axes of their own carry: by 2 away from the axis z, by 3 around it, at (60, 7)
+    const auto turned = [&](const char* axis) {
+        return read_model(folder.path(
+            std::filesystem::path(copy("sprung", "*STEP",
+                                       "*NSET, NSET=END\n28\n*TRANSFORM, NSET=END, TYPE=C\n" + std::string(axis) +
+                                           "\n*STEP\n*STATIC\n*CLOAD\n28, 1, 2.\n28, 2, 3.\n"
+                                           "*END STEP\n*STEP"))
+                .stem()));
+    };
+    const Model model = turned("0, 0, 0, 0, 0, 1");
     Vector3d force = Vector3d::Zero();
-    for (const LoadCase::Nodal& one : turned.load_cases.at(0).nodal)
-        force[one.component] += turned.mesh.nodes[size_t(one.node)].id == 28 ? one.value : NAN;
-    EXPECT_LE((force - 2 * Vector3d(60, 7, 0).normalized()).norm(), 1e-14);
+    for (const LoadCase::Nodal& one : model.load_cases.at(0).nodal)
+        force[one.component] += model.mesh.nodes[size_t(one.node)].id == 28 ? one.value : NAN;
+    EXPECT_LE((force - (2 * Vector3d(60, 7, 0) + 3 * Vector3d(-7, 60, 0)) / std::hypot(60, 7)).norm(), 1e-14);
+    EXPECT_NE(complaint(folder, [&] { turned("60, 7, 0, 60, 7, 1"); }).find("lies on the axis"), std::string::npos);
     const std::string nothing = "*HEADING";
     EXPECT_NE(refusal("hanging", nothing, nothing, {"ids=101,102,103,110"}).find("node 101 of the interface"),
               std::string::npos);

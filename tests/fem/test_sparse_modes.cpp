@@ -119,6 +119,10 @@ TEST(Modes, OfEqualPartsComeOnceForEachPart)
     for (int n : {1, 4, 5, 8, 9, 10, 17, 18, 19, 40, 449})
     {
         const Eigenmodes modes = lowest_modes({stiffness, mass, MatrixXd(mass.rows(), 0), 0.0}, factor, n, silent);
+        EXPECT_TRUE((modes.shapes.colwise().maxCoeff().array() >
+                     (1 - 1e-5) * modes.shapes.cwiseAbs().colwise().maxCoeff().array())
+                        .all())
+            << n << ": the largest component is positive";
         ASSERT_EQ(modes.values.size(), n);
         for (int i = 0; i < n; ++i)
             ASSERT_NEAR(modes.values[i], chain_eigenvalue(i / kCopies + 1, kLength), 1e-11) << i << " of " << n;
