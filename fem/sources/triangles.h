@@ -30,7 +30,9 @@ SparseMatrix sorted_triangle(int64_t order, const Each& each, const Twice& twice
         throw std::runtime_error("a matrix of " + std::to_string(next.back()) + " entries is too large");
     std::vector<std::pair<int, double>> entries(static_cast<size_t>(next.back()));
     std::vector<int64_t> ends(next.begin(), next.end() - 1);
-    each([&](int64_t row, int64_t column, double value) { entries[size_t(ends[size_t(column)]++)] = {int(row), value}; });
+    each([&](int64_t row, int64_t column, double value) {
+        entries[size_t(ends[size_t(column)]++)] = {int(row), value};
+    });
 
     SparseMatrix sorted(order, order);
     sorted.reserve(int64_t(entries.size()) + order);
