@@ -298,6 +298,9 @@ TEST(JoinedBodies, AreRefusedWhereAConstraintIsNotProved)
         {"stiffened", "16.", "0.", "the area of truss 3 is not positive"},
         {"stiffened", "8, 7, 13", "8, 8, 13", "node 8 of a truss has other"},
         {"laminate", "1.6e-9", "1.7e-9", "the plies of a composite shell differ in density"},
+        {"hung", "*ELEMENT, TYPE=B31, ELSET=STUB",
+         "*ELEMENT, TYPE=B31, ELSET=BEAM\n99, 39, 50\n*ELEMENT, TYPE=B31, ELSET=STUB",
+         "or of one without middle nodes"},
         {"tied_faces", "2, S4", "1, S4", "node 101 has no freedoms in the matrices"}, // far from the nodes
     };
     for (const auto& [job, old, put, expected] : faults)

@@ -32,6 +32,8 @@ bool has_expanded(const Mesh& mesh)
 
 static int corner_count(Shape shape)
 {
+    if (shape == Shape::line2 || shape == Shape::line3)
+        return 2;
     return shape == Shape::tri3 || shape == Shape::tri6 ? 3 : 4;
 }
 
@@ -64,6 +66,12 @@ static Vector3d normal_at(const Mesh& mesh, const Element& element, int k)
 
 namespace
 {
+enum class NodeKind
+{
+    corner, // of an element that has middle nodes
+    middle,
+    of_linear // a corner of one that has none
+};
 // Elements at a node that share the nodes of one section, as they meet smoothly there.
 struct Group
 {
@@ -71,7 +79,7 @@ struct Group
     std::optional<CrossSection> section; // of beams; else of shells:
     std::vector<Vector3d> normals;
     double thickness = 0.0;
-    bool corner = false;
+    NodeKind kind;
     std::vector<int> all; // the nodes, in the solver's order
 
     std::vector<Vector3d> places() const;
@@ -89,7 +97,8 @@ std::vector<Vector3d> Group::places() const
     for (const Vector3d& normal : normals)
         sum += normal;
     const Vector3d half = 0.5 * thickness * sum.normalized();
-    return corner ? std::vector<Vector3d>{-half, Vector3d::Zero(), half} : std::vector<Vector3d>{-half, half};
+    return kind == NodeKind::corner ? std::vector<Vector3d>{-half, Vector3d::Zero(), half}
+                                    : std::vector<Vector3d>{-half, half};
 }
 
 [[noreturn]] static void refuse(const Mesh& mesh, const Element& element, int node, const std::string& why)
@@ -100,13 +109,16 @@ std::vector<Vector3d> Group::places() const
 static void join(const Mesh& mesh, int index, int k, Meeting& meeting)
 {
     const Element& element = mesh.elements[size_t(index)];
+    const bool quadratic = has_mid_sides(element.type->shape);
     Group own;
+    own.kind = !quadratic                              ? NodeKind::of_linear
+               : k < corner_count(element.type->shape) ? NodeKind::corner
+                                                       : NodeKind::middle;
     if (is_beam(*element.type))
         own.section = section_at(mesh, element, k);
     else
         own.normals.push_back(normal_at(mesh, element, k));
     own.thickness = element.thickness;
-    own.corner = k < corner_count(element.type->shape) && has_mid_sides(element.type->shape);
     const auto same = std::find_if(meeting.begin(), meeting.end(), [&](const Group& other) {
         if (own.section || other.section)
             return own.section && other.section && *own.section == *other.section;
@@ -118,7 +130,11 @@ static void join(const Mesh& mesh, int index, int k, Meeting& meeting)
     else
         same->normals.insert(same->normals.end(), own.normals.begin(), own.normals.end());
     Group& joined = fresh ? meeting.back() : *same;
-    joined.corner = own.corner;
+    if (joined.kind != own.kind)
+        refuse(mesh, element, element.nodes[size_t(k)],
+               "is a corner of one shell or beam and a middle node of another, or of one without middle nodes: the "
+               "matrices of such a "
+               "mesh are not proved");
     joined.elements.push_back(index);
 }
 
