@@ -83,6 +83,9 @@ Mumps::Mumps(int symmetry, int serial) : serial_(serial)
     all_.comm_fortran = kAllProcesses;
     if (run(kBegin) < 0)
         refuse(result(1));
+    for (int stream : {1, 2, 3}) // nothing is printed: without memory Fortran cannot, and ends up in itself
+        control(stream) = -1;
+    control(4) = 0;
 }
 
 static std::vector<int> places_by(const Elimination& order, const SparseMatrix& upper)
@@ -107,9 +110,6 @@ Mumps::Mumps(const SparseMatrix& upper, Symmetry symmetry, const Elimination& or
             rows_.push_back(int(entry.row()) + 1);
             columns_.push_back(int(column) + 1);
         }
-    for (int stream : {1, 2, 3})
-        control(stream) = -1;
-    control(4) = 0;
     control(28) = 1; // the first process analyses
     if (!places_.empty())
     {
