@@ -100,8 +100,8 @@ Cholesky::Cholesky(const SparseMatrix& upper, double most_bytes, const Eliminati
     const bool to_file = goes_to_file(needs, FactorRoom::now(), most_bytes);
     if (progress && needs.memory > kUsualMemory)
         progress->begin(phase_of(needs, to_file));
-    constexpr double kCached = 0.5; // of free memory, which keeps a file so large
-    reads_disk_ = to_file && needs.file > kCached * FactorRoom::now().memory;
+    constexpr double kCached = 8e9; // bytes of a file that memory keeps; no result may depend on what is free now
+    reads_disk_ = needs.file > kCached;
     if (to_file)
         mumps.leave_memory();
     const int state = mumps.factor();

@@ -25,7 +25,7 @@ class LinearSolver
 public:
     virtual ~LinearSolver() = default;
     virtual Eigen::MatrixXd solve(const Eigen::MatrixXd& right) const = 0;
-    // Whether each solution waits for a disk, however many sides it has.
+    // Whether each solution is likely to wait for a disk, however many sides it has.
     virtual bool reads_disk() const { return false; }
 };
 
