@@ -1,5 +1,5 @@
-// The four QZ stages against LAPACK's dgghrd, dhgeqz and dtgevc (with the vectors taken back to the original coordinates)
-// on dense symmetric-definite pairs. LAPACK is handed a triangular B, which the QZ stages make themselves.
+// The four QZ stages against LAPACK's dgeqrf and dormqr, which make B triangular, dgghrd, dhgeqz and dtgevc (with the vectors
+// taken back to the original coordinates) on dense symmetric-definite pairs. One thread each: OPENBLAS_NUM_THREADS=1.
 //   build/.../bench/qz [orders]   by default those that take a second or less
 #include "harness.h"
 #include "zel.h"
@@ -71,12 +71,12 @@ void run_lapack(benchmark::State& state, int n, Values a, Values b)
     const int first = 1, one = 1, work_size = 64 * n;
     int info = 0, found = 0;
     Values z(a.size()), real(size_t(n), 0.0), imaginary = real, beta = real, tau = real, work(size_t(work_size), 0.0);
-    dgeqrf_(&n, &n, b.data(), &n, tau.data(), work.data(), &work_size, &info);
-    dormqr_("L", "T", &n, &n, &n, b.data(), &n, tau.data(), a.data(), &n, work.data(), &work_size, &info);
-    for (int j = 0; j < n; ++j)
-        std::fill(b.begin() + j * n + j + 1, b.begin() + j * n + n, 0.0);
     for (auto _ : state)
     {
+        dgeqrf_(&n, &n, b.data(), &n, tau.data(), work.data(), &work_size, &info);
+        dormqr_("L", "T", &n, &n, &n, b.data(), &n, tau.data(), a.data(), &n, work.data(), &work_size, &info);
+        for (int j = 0; j < n; ++j)
+            std::fill(b.begin() + j * n + j + 1, b.begin() + j * n + n, 0.0);
         dgghrd_("N", "I", &n, &first, &n, a.data(), &n, b.data(), &n, nullptr, &one, z.data(), &n, &info);
         dhgeqz_("S", "N", "V", &n, &first, &n, a.data(), &n, b.data(), &n, real.data(), imaginary.data(), beta.data(),
                 nullptr, &one, z.data(), &n, work.data(), &work_size, &info);
@@ -104,7 +104,7 @@ int main(int argc, char** argv)
         const std::string order = "order " + std::to_string(n);
         bench::add(order, passes, [=](benchmark::State& state) { run_qz(state, n, a, b); });
         bench::add(order + ", LAPACK", passes, [=](benchmark::State& state) { run_lapack(state, n, a, b); });
-        bench::at_most(order + ", time over LAPACK", 1.5, bench::ratio(order, order + ", LAPACK"));
+        bench::at_most(order + ", time over LAPACK", 1.0, bench::ratio(order, order + ", LAPACK"));
     }
     return bench::run();
 }

@@ -1,5 +1,6 @@
 // The QZ stages: pairs with known eigenvalues, residuals, Eigen as a second opinion.
 #include "dense.h"
+#include "eigen/eigen.h"
 #include "fixtures.h"
 
 #include <Eigen/Eigenvalues>
@@ -234,6 +235,31 @@ TEST(Qz, ReportsTheEigenvalueThatDidNotConverge)
     for (unsigned seed = 1; seed < 40; ++seed)
         given_up += solve(random_matrix(4, 4, seed), random_matrix(4, 4, seed + 1), true, 1e-300).ierr != 0;
     EXPECT_GE(given_up, 3);
+}
+
+// Reflectors that wait, of two rows and three, upwards, downwards and with gaps, against each of them at once.
+TEST(Qz, ReflectorsThatWaitGiveTheSameBits)
+{
+    using namespace zel::qz;
+    constexpr int kRows = 90;
+    std::mt19937 random(3);
+    for (int round = 0; round < 200; ++round)
+    {
+        const int columns = round % 41, leading = kRows + round % 3, step = round % 7 == 0 ? 3 : 1;
+        MatrixXd at_once = random_matrix(leading, columns + 1, unsigned(round)), waiting = at_once;
+        RowQueue queue;
+        while (!queue.full())
+        {
+            const int i = int(random() % 40), at = round % 2 == 0 ? i : kRows - 3 - i;
+            const Index row = round % 5 == 0 ? at : (at * step) % (kRows - 2);
+            const Reflector h =
+                random() % 3 == 0 ? reflector(double(random()), -1e9) : reflector(1.0, -2.0, double(random()));
+            queue.push(row, h);
+            reflect_rows(h, {at_once.data(), leading}, row, 1, columns + 1);
+        }
+        queue.apply({waiting.data(), leading}, 1, columns + 1);
+        EXPECT_TRUE(same_bits(at_once, waiting)) << round;
+    }
 }
 
 TEST(Qz, FindsTheSameVectorsWhenMemoryIsShort)

@@ -9,8 +9,12 @@
 #ifndef ZEL_EIGEN_EIGEN_H
 #define ZEL_EIGEN_EIGEN_H
 
+#include "base/base.h"
+
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <type_traits>
 
 namespace zel::qz
@@ -99,16 +103,19 @@ inline void reflect_rows(const Reflector& h, Matrix m, Index row, Index first, I
 // The reflector on the columns last, last - 1 (and last - 2), in this order, of rows first to before end.
 inline void reflect_columns(const Reflector& h, Matrix m, Index last, Index first, Index end)
 {
-    double* __restrict x1 = m.column(last), * __restrict x2 = m.column(last - 1);
-    if (h.size == 3)
-    {
-        double* __restrict x3 = m.column(last - 2);
+    zel::run_wide([=]() ZEL_ALWAYS_INLINE {
+        const Reflector with = h;
+        double* __restrict x1 = m.column(last), * __restrict x2 = m.column(last - 1);
+        if (with.size == 3)
+        {
+            double* __restrict x3 = m.column(last - 2);
+            for (Index i = first; i < end; ++i)
+                reflect(with, x1[i], x2[i], x3[i]);
+            return;
+        }
         for (Index i = first; i < end; ++i)
-            reflect(h, x1[i], x2[i], x3[i]);
-        return;
-    }
-    for (Index i = first; i < end; ++i)
-        reflect(h, x1[i], x2[i]);
+            reflect(with, x1[i], x2[i]);
+    });
 }
 
 // Reflectors of rows that most columns have yet to see.
@@ -119,16 +126,34 @@ public:
 
     bool full() const { return count_ == kCapacity; }
     void clear() { count_ = 0; }
-    void push(Index row, const Reflector& h) { waiting_[count_++] = {row, h}; }
+    void push(Index row, const Reflector& h)
+    {
+        first_row_ = count_ == 0 || row < first_row_ ? row : first_row_;
+        end_row_ = count_ == 0 || row + h.size > end_row_ ? row + h.size : end_row_;
+        waiting_[count_++] = {row, h};
+    }
 
     // All waiting reflectors, in the order in which they came, on columns first to before end.
     void apply(Matrix m, Index first, Index end) const
     {
-        if (count_ > 0)
-            in_groups<8>(first, end, [&](Index j, auto width) { run_down<width()>(m, j); });
+        if (count_ == 0)
+            return;
+        if (end_row_ - first_row_ > kPackedRows)
+            return in_groups<8>(first, end, [&](Index j, auto width) { run_down<width()>(m, j); });
+        for (; end - first >= 16; first += 16)
+            run_down_packed<16>(m, first, 16);
+        for (; end - first > 4; first += 8)
+            run_down_packed<8>(m, first, std::min<Index>(end - first, 8));
+        if (end - first > 1)
+            run_down_packed<4>(m, first, end - first);
+        else if (end - first == 1)
+            run_down<1>(m, first);
     }
 
 private:
+    static constexpr int kPackedWidth = 4; // of a register
+    static constexpr Index kPackedRows = 2 * kCapacity;
+
     struct Waiting
     {
         Index row;
@@ -150,7 +175,71 @@ private:
         }
     }
 
+    // The same on a copy, in which neighbours of a row lie side by side and fill registers: of up to Width columns.
+    template <int Width> void run_down_packed(Matrix m, Index j, Index columns) const
+    {
+        alignas(32) double packed[kPackedRows][Width];
+        const Index rows = end_row_ - first_row_;
+        double* const x = &m(first_row_, j);
+        if (columns < Width)
+            std::fill_n(&packed[0][0], rows * Width, 0.0);
+        zel::run_wide([this, &packed, rows, columns, x, m]() ZEL_ALWAYS_INLINE {
+            for (Index c = 0; c < columns; c += kPackedWidth)
+                exchange<false>(x + c * m.leading, m.leading, &packed[0][c], Width, rows, columns - c);
+            for (int i = 0; i < count_; ++i)
+            {
+                const Reflector h = waiting_[i].reflector;
+                double(*const at)[Width] = packed + (waiting_[i].row - first_row_);
+                if (h.size == 3)
+                    for (int c = 0; c < Width; ++c)
+                        reflect(h, at[0][c], at[1][c], at[2][c]);
+                else
+                    for (int c = 0; c < Width; ++c)
+                        reflect(h, at[0][c], at[1][c]);
+            }
+            for (Index c = 0; c < columns; c += kPackedWidth)
+                exchange<true>(x + c * m.leading, m.leading, &packed[0][c], Width, rows, columns - c);
+        });
+    }
+
+    // Copies `rows` rows of the next four columns, or fewer when there are not so many, to where rows lie `width` apart, or
+    // back; squares of four by four go through registers.
+    template <bool back> [[gnu::always_inline]] static void exchange(double* columns, Index leading, double* packed,
+                                                                     Index width, Index rows, Index count)
+    {
+        using Four [[gnu::vector_size(4 * sizeof(double))]] = double;
+        Index i = 0;
+        for (; count >= kPackedWidth && i + kPackedWidth <= rows; i += kPackedWidth)
+        {
+            double* const from = back ? packed + i * width : columns + i;
+            double* const to = back ? columns + i : packed + i * width;
+            const Index from_next = back ? width : leading, to_next = back ? leading : width;
+            Four a, b, c, d;
+            std::memcpy(&a, from, sizeof a);
+            std::memcpy(&b, from + from_next, sizeof b);
+            std::memcpy(&c, from + 2 * from_next, sizeof c);
+            std::memcpy(&d, from + 3 * from_next, sizeof d);
+            const Four ab = __builtin_shufflevector(a, b, 0, 4, 2, 6), ba = __builtin_shufflevector(a, b, 1, 5, 3, 7);
+            const Four cd = __builtin_shufflevector(c, d, 0, 4, 2, 6), dc = __builtin_shufflevector(c, d, 1, 5, 3, 7);
+            a = __builtin_shufflevector(ab, cd, 0, 1, 4, 5);
+            b = __builtin_shufflevector(ba, dc, 0, 1, 4, 5);
+            c = __builtin_shufflevector(ab, cd, 2, 3, 6, 7);
+            d = __builtin_shufflevector(ba, dc, 2, 3, 6, 7);
+            std::memcpy(to, &a, sizeof a);
+            std::memcpy(to + to_next, &b, sizeof b);
+            std::memcpy(to + 2 * to_next, &c, sizeof c);
+            std::memcpy(to + 3 * to_next, &d, sizeof d);
+        }
+        for (; i < rows; ++i)
+            for (Index c = 0; c < std::min<Index>(count, kPackedWidth); ++c)
+            {
+                double &in_column = columns[i + c * leading], &in_row = packed[i * width + c];
+                (back ? in_column : in_row) = back ? in_row : in_column;
+            }
+    }
+
     int count_ = 0;
+    Index first_row_ = 0, end_row_ = 0; // that the waiting reflectors touch
     Waiting waiting_[kCapacity];
 };
 

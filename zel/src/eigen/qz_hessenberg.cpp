@@ -26,19 +26,22 @@ struct Panel
 };
 
 // x + t·u with t = -(u'x)/rho for Width columns x of `rows` elements.
-template <int Width> void transform(const double* __restrict u, double rho, Index rows, double* x, Index leading)
+template <int Width> void transform(const double* vector, double rho, Index rows, double* x, Index leading)
 {
-    double t[Width] = {};
-    for (Index i = 0; i < rows; ++i)
-        for (int c = 0; c < Width; ++c)
-            t[c] = t[c] + u[i] * x[i + c * leading];
-    for (int c = 0; c < Width; ++c)
-    {
-        double* __restrict target = x + c * leading;
-        const double factor = -t[c] / rho;
+    zel::run_wide([=]() ZEL_ALWAYS_INLINE {
+        const double* __restrict u = vector;
+        double t[Width] = {};
         for (Index i = 0; i < rows; ++i)
-            target[i] = target[i] + factor * u[i];
-    }
+            for (int c = 0; c < Width; ++c)
+                t[c] = t[c] + u[i] * x[i + c * leading];
+        for (int c = 0; c < Width; ++c)
+        {
+            double* __restrict target = x + c * leading;
+            const double factor = -t[c] / rho;
+            for (Index i = 0; i < rows; ++i)
+                target[i] = target[i] + factor * u[i];
+        }
+    });
 }
 
 // Columns first to before end of m through the panel's transformations of columns up to before `done`.
