@@ -369,6 +369,7 @@ void add_write(const Peer& peer, const Body& body, const char* operation)
 {
     bench::add(peer.at(operation), 1, [&peer, &body, operation](benchmark::State& state) {
         std::filesystem::remove(peer.path);
+        ::sync(); // what others have left to be written is not waited for by this one
         for (auto _ : state)
         {
             peer.format->write(body, peer.path);

@@ -79,7 +79,7 @@ static void add_cases(Values<Item>& values, const std::string& items, xdrproc_t 
             return (writing ? put_reals(stream, reals, count) : get_reals(stream, reals, count)) != 0;
         });
         bench::at_least(what + ", speed over xdr_vector", 8, bench::ratio(what + ", xdr_vector", what));
-        bench::at_least(what + ", speed over stdio", 0.7, bench::ratio(what + ", stdio", what));
+        bench::at_least(what + ", speed over stdio", 0.95, bench::ratio(what + ", stdio", what));
     }
 }
 

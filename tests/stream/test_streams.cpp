@@ -157,6 +157,29 @@ TEST(Streams, LongRunsPassThroughAStreamOverMemory)
         ASSERT_EQ(std::bit_cast<uint64_t>(back[i]), std::bit_cast<uint64_t>(reals[i])) << i;
 }
 
+// Numbers of modes in front of vectors, between what the stream itself writes.
+TEST(Streams, RunsThatAreWrittenBehindHaveTheBytesOfOthers)
+{
+    const std::vector<double> reals = awkward_reals(size_t(kSharedRun));
+    for (const bool xdr : {false, true})
+        for (const bool double_precision : {false, true})
+            for (const int records : {1, 12}) // a short run, and more blocks than wait at a time
+            {
+                OpenStream plain(xdr, double_precision, true), behind(xdr, double_precision, true);
+                RunWriter writer((put_int(behind.stream, 5), behind.stream),
+                                 records > 1 ? records * kSharedRun * 8 : 8);
+                put_int(plain.stream, 5);
+                for (int record = 0; record < records; ++record)
+                {
+                    const int64_t length = kSharedRun - 7 * record;
+                    ASSERT_TRUE(put_int(plain.stream, record) && put_reals(plain.stream, reals.data(), length));
+                    ASSERT_TRUE(writer.integer(record) && writer.reals(reals.data(), length));
+                }
+                ASSERT_TRUE(writer.finish() && put_int(behind.stream, 6) && put_int(plain.stream, 6));
+                EXPECT_TRUE(behind.bytes() == plain.bytes());
+            }
+}
+
 // The process itself as a file: where a page is missing a read fails, and behind it goes on.
 TEST(Streams, LongRunsFailWhenOnlyTheirFirstHalfDoes)
 {
@@ -223,6 +246,16 @@ TEST(Streams, LongRunsFailOnAFullDeviceOrACutFile)
         }
         full.stream.file = std::freopen("/dev/full", "wb", full.stream.file);
         EXPECT_FALSE(put_reals(full.stream, reals.data(), kSharedRun));
+        for (const int64_t length : {int64_t(9), 5 * kSharedRun}) // shows at the end, or before
+        {
+            RunWriter behind(full.stream, 8 * 5 * kSharedRun);
+            int done = behind.integer(1);
+            for (int64_t at = 0; at < length && done; at += kSharedRun)
+                done = behind.reals(reals.data(), std::min(length, kSharedRun));
+            errno = 0;
+            EXPECT_FALSE(done && behind.finish());
+            EXPECT_EQ(errno, done ? ENOSPC : 0);
+        }
     }
 }
 

@@ -1,10 +1,9 @@
 // Single integers and texts go through libtirpc. Runs of integers and reals are encoded block by block: one pass over a
 // block in memory and one fread or fwrite of it, which gives the same bytes as an XDR vector many times faster.
-#include "stream.h"
+#include "encoding.h"
 
 #include <rpc/xdr.h>
 
-#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,15 +14,16 @@
 #include <exception>
 #include <mutex>
 #include <thread>
-#include <type_traits>
 
 static_assert(sizeof(int) == 4 && sizeof(float) == 4 && sizeof(double) == 8, "item widths of a file");
 static_assert(std::endian::native == std::endian::little, "XDR items are swapped, native items are little-endian");
 
+using namespace zel;
+
 namespace
 {
-constexpr int64_t kBlockBytes = 1024 * 1024;      // written at once: two threads get in each other's way less often
-constexpr int64_t kReadBlockBytes = 256 * 1024;   // read at once: still in the cache when the items are converted
+constexpr int64_t kReadBlockBytes = 512 * 1024;   // read at once: still in the cache when the items are converted
+constexpr int64_t kWidenedBytes = 128 * 1024;     // the same of floats, beside the doubles that they become
 constexpr int64_t kSmallBytes = 4096;             // a run of so many takes no block
 constexpr int64_t kSharedBytes = 4 * 1024 * 1024; // a run of so many takes two threads
 } // namespace
@@ -57,16 +57,6 @@ private:
 };
 } // namespace
 
-static uint32_t swapped(uint32_t word)
-{
-    return __builtin_bswap32(word);
-}
-
-static uint64_t swapped(uint64_t word)
-{
-    return __builtin_bswap64(word);
-}
-
 // Reverses the bytes of `count` words in place; `bytes` has no alignment.
 template <typename Word> static void swap_words(unsigned char* bytes, int64_t count)
 {
@@ -79,25 +69,6 @@ template <typename Word> static void swap_words(unsigned char* bytes, int64_t co
             std::memcpy(&word, at + i * int64_t(sizeof word), sizeof word);
             word = swapped(word);
             std::memcpy(at + i * int64_t(sizeof word), &word, sizeof word);
-        }
-    });
-}
-
-template <typename Item> using WordOf = std::conditional_t<sizeof(Item) == 8, uint64_t, uint32_t>;
-
-// Puts `count` values into a block as items of type Item.
-template <typename Item, bool swap, typename Value>
-static void fill_block(unsigned char* block, const Value* values, int64_t count)
-{
-    zel::run_wide([=]() ZEL_ALWAYS_INLINE {
-        unsigned char* const to = block;
-        const Value* const from = values;
-        const int64_t items = count;
-        for (int64_t i = 0; i < items; ++i)
-        {
-            WordOf<Item> word = std::bit_cast<WordOf<Item>>(static_cast<Item>(from[i]));
-            word = swap ? swapped(word) : word;
-            std::memcpy(to + i * int64_t(sizeof word), &word, sizeof word);
         }
     });
 }
@@ -160,32 +131,6 @@ template <typename At, typename Move> static bool move_blocks(At place, unsigned
             return false;
     return true;
 }
-
-namespace
-{
-// Blocks every signal of the thread in its scope, so that a thread that is started there never runs a handler.
-class SignalsBlocked
-{
-public:
-    SignalsBlocked()
-    {
-        sigset_t all;
-        sigfillset(&all);
-        blocked_ = pthread_sigmask(SIG_BLOCK, &all, &before_) == 0;
-    }
-    ~SignalsBlocked()
-    {
-        if (blocked_)
-            pthread_sigmask(SIG_SETMASK, &before_, nullptr);
-    }
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
-private:
-    sigset_t before_;
-    bool blocked_;
-};
-} // namespace
 
 // Moves a run by one thread.
 template <typename At, typename Move>
@@ -277,7 +222,7 @@ static int get_run_in_place(ZELSTREAM& in, Value* values, int64_t count, int64_t
 static int get_widened(ZELSTREAM& in, double* values, int64_t count, int64_t position = kOwnPosition)
 {
     const auto widen = in.xdr ? widen_block<true> : widen_block<false>;
-    return move_run(in.file, position, count, sizeof(float), kReadBlockBytes,
+    return move_run(in.file, position, count, sizeof(float), kWidenedBytes,
                     [=](auto& place, unsigned char* block, int64_t first, int64_t items) {
                         if (!place.read(block, items * int64_t(sizeof(float))))
                             return false;

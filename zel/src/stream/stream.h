@@ -10,10 +10,11 @@
 #include <sys/types.h>
 
 #include <algorithm>
-#include <array>
 #include <bit>
 #include <cerrno>
 #include <cstring>
+#include <memory>
+#include <type_traits>
 #include <utility>
 
 namespace zel
@@ -52,6 +53,17 @@ inline int character_bytes(const ZELSTREAM& stream)
 }
 constexpr int kIntBytes = 4;
 
+// Words of items, in whose order of bytes XDR and this machine differ.
+inline uint32_t swapped(uint32_t word)
+{
+    return __builtin_bswap32(word);
+}
+inline uint64_t swapped(uint64_t word)
+{
+    return __builtin_bswap64(word);
+}
+template <typename Item> using WordOf = std::conditional_t<sizeof(Item) == 8, uint64_t, uint32_t>;
+
 // Absolute move within the stream's file.
 inline bool seek_to(ZELSTREAM& stream, int64_t position)
 {
@@ -69,11 +81,22 @@ public:
     int32_t integer() { return item<int32_t>(); }
     double real() { return in_.double_precision ? item<double>() : double(item<float>()); }
     char character() { return in_.xdr ? char(item<int32_t>() & 0xFF) : char(*take(1)); }
+    // An integer and the reals behind it; all of them are 0 when the stretch ends before the last one.
+    template <int n> int32_t integer_and_reals(double (&reals)[n])
+    {
+        const int width = real_bytes(in_);
+        const unsigned char* const bytes = take(kIntBytes + n * width);
+        static_assert(kIntBytes + n * 8 <= sizeof kZeros);
+        for (int i = 0; i < n; ++i)
+            reals[i] = width == 8 ? decoded<double>(bytes + kIntBytes + 8 * i)
+                                  : double(decoded<float>(bytes + kIntBytes + 4 * i));
+        return decoded<int32_t>(bytes);
+    }
     bool failed() const { return failed_; }
 
 private:
     static constexpr int kRoom = 32 * 1024;
-    static constexpr unsigned char kZeros[8] = {};
+    static constexpr unsigned char kZeros[32] = {};
     bool refill(int width);
     // The next `width` bytes, zeros after a failure.
     const unsigned char* take(int width)
@@ -82,14 +105,13 @@ private:
             return kZeros;
         return room_ + std::exchange(next_, next_ + width);
     }
-    template <typename Item> Item item()
+    template <typename Item> Item decoded(const unsigned char* bytes) const
     {
-        std::array<unsigned char, sizeof(Item)> bytes;
-        std::memcpy(bytes.data(), take(sizeof(Item)), sizeof(Item));
-        if (in_.xdr)
-            std::reverse(bytes.begin(), bytes.end());
-        return std::bit_cast<Item>(bytes);
+        WordOf<Item> word;
+        std::memcpy(&word, bytes, sizeof word);
+        return std::bit_cast<Item>(in_.xdr ? swapped(word) : word);
     }
+    template <typename Item> Item item() { return decoded<Item>(take(sizeof(Item))); }
     ZELSTREAM& in_;
     int64_t unread_; // bytes of the stretch that are still in the file
     int next_ = 0, end_ = 0;
@@ -117,6 +139,28 @@ private:
     int end_ = 0;
     bool failed_ = false;
     unsigned char room_[kRoom];
+};
+
+// Writes a long run of items from the stream's place on, through blocks that a thread of its own brings to the file while the
+// next block is filled. A short run, a stream without a descriptor or without places, and a process without memory or threads
+// to spare go through the stream itself. Items, results and errno are those of put_int and put_reals; only that a failure may
+// show later, at the latest in finish(). Between the first item and finish() nobody else uses the stream.
+class RunWriter
+{
+public:
+    RunWriter(ZELSTREAM& out, int64_t bytes); // about so many
+    ~RunWriter();                             // what finish() has not seen may be lost
+    RunWriter(const RunWriter&) = delete;
+    RunWriter& operator=(const RunWriter&) = delete;
+    int integer(int32_t value);
+    int reals(const double* values, int64_t count);
+    int finish(); // returns when all is in the file; the stream goes on behind it
+
+private:
+    struct Behind;
+    template <typename Item> int items(const double* values, int64_t count);
+    ZELSTREAM& out_;
+    std::unique_ptr<Behind> behind_; // null: the stream itself
 };
 
 // Seeks a file back to where it was when the scope began.

@@ -251,7 +251,7 @@ static void record_peaks(Writer& out, int kind, int mode, const Peak peaks[2])
 }
 
 // Copies the vector of an exported mode to the file.
-static int write_vector(Writer& out, int kind, int mode, VectorSource& source)
+static int write_vector(Writer& out, int kind, int mode, VectorSource& source, RunWriter& vectors)
 {
     const VectorKind& row = kVectorKinds[kind];
     Peak peaks[2];
@@ -265,7 +265,7 @@ static int write_vector(Writer& out, int kind, int mode, VectorSource& source)
         zero = zero && all_zero(slice, kComponents * nodes);
         for (int i = 0; i < 2 && row.finders[i]; ++i)
             row.finders[i](slice, first, nodes, peaks[i]);
-        if (!put_reals(out.file, slice, int64_t(kComponents) * nodes))
+        if (!vectors.reals(slice, int64_t(kComponents) * nodes))
             return 0;
     }
     record_peaks(out, kind, mode, peaks);
@@ -286,14 +286,15 @@ static int write_mode_vectors(Writer& out, const Block& row)
         return no_memory(module_word::writing);
     if (!put_int(out.file, out.count) || !put_int(out.file, nodes.count) || !put_ints(out.file, nodes.ids, nodes.count))
         return 0;
+    RunWriter vectors(out.file, int64_t(out.count) * nodes.count * kComponents * real_bytes(out.file));
     for (int mode = 0; mode < out.count; ++mode)
     {
-        if (out.format() != kVersion10 && !put_int(out.file, mode + 1))
+        if (out.format() != kVersion10 && !vectors.integer(mode + 1))
             return 0;
-        if (!write_vector(out, kind, mode, source) || !out.progress->step())
+        if (!write_vector(out, kind, mode, source, vectors) || !out.progress->step())
             return 0;
     }
-    return 1;
+    return vectors.finish();
 }
 
 // ---- Pre-stress and pre-strain -----------------------------------------------------------------------------------------------------
