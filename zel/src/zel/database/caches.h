@@ -11,8 +11,8 @@ namespace zel
 // Lookups of nodes. The arrays have room for node_capacity nodes.
 struct NodeCache
 {
-    ZELIDPAIR* slots; // owned hash table of (node id, node index + 1), 0: free slot; 1 << slot_bits slots
-    int slot_bits;
+    ZELIDPAIR* slots; // owned hash table of (node id, node index + 1), 0: free slot; null: no lookup so far
+    int slot_bits; // 1 << slot_bits slots
     int hashed;   // so many nodes, from the first, are in slots
     int searches; // of ids in the sorted index, before they were worth a hash table
     int highest_id;

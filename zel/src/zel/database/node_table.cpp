@@ -57,9 +57,26 @@ static ZELIDPAIR& slot_of(const NodeCache& cache, int node_id)
     return cache.slots[at];
 }
 
-// Enters the nodes that were added since the last lookup. The first of several nodes with one id is the one that counts.
-static void hash_new_nodes(const ZELDATA* db, NodeCache& cache)
+static int bits_for(int64_t slots)
 {
+    int bits = 1;
+    while ((int64_t(1) << bits) < slots)
+        ++bits;
+    return bits;
+}
+
+// Enters the nodes that were added since the last lookup, into a table that the first lookup makes. The first of several nodes
+// with one id is the one that counts. False when there is no memory for the table.
+static bool hash_new_nodes(const ZELDATA* db, NodeCache& cache)
+{
+    if (!cache.slots)
+    {
+        cache.slot_bits = bits_for(2 * int64_t(db->node_capacity));
+        cache.slots = allocate<ZELIDPAIR>(int64_t(1) << cache.slot_bits);
+        cache.hashed = 0;
+    }
+    if (!cache.slots)
+        return false;
     for (; cache.hashed < db->node_count; ++cache.hashed)
     {
         const int node_id = db->nodes[cache.hashed].id;
@@ -67,6 +84,15 @@ static void hash_new_nodes(const ZELDATA* db, NodeCache& cache)
         if (slot.index == 0)
             slot = {node_id, cache.hashed + 1};
     }
+    return true;
+}
+
+static int search_nodes(const ZELDATA* db, int node_id)
+{
+    int node = 0;
+    while (node < db->node_count && db->nodes[node].id != node_id)
+        ++node;
+    return node < db->node_count ? node : -1;
 }
 
 // A few ids are found in the index that is sorted anyway, where the hash table would have to be made for them: true, with the
@@ -95,10 +121,7 @@ int find_node(const ZELDATA* db, int node_id)
         return -1;
     int node = -1;
     if (!search_index(db, cache, node_id, node))
-    {
-        hash_new_nodes(db, cache);
-        node = slot_of(cache, node_id).index - 1;
-    }
+        node = hash_new_nodes(db, cache) ? slot_of(cache, node_id).index - 1 : search_nodes(db, node_id);
     if (node >= 0)
         cache.last = node;
     return node;
@@ -120,14 +143,6 @@ static void copy_mode_nodes(Scratch<ZELNODE*>& to, const ZELDATA* db, int kind, 
         to[position] = nodes + (db->mode_nodes[kind][position] - db->nodes);
 }
 
-static int bits_for(int64_t slots)
-{
-    int bits = 1;
-    while ((int64_t(1) << bits) < slots)
-        ++bits;
-    return bits;
-}
-
 int reserve_nodes(ZELDATA* db, int64_t count)
 {
     if (count <= db->node_capacity)
@@ -138,17 +153,15 @@ int reserve_nodes(ZELDATA* db, int64_t count)
     if (room < count)
         return 0;
     NodeCache& cache = cache_of(db);
-    const int slot_bits = bits_for(2 * room);
     Scratch<ZELNODE> nodes(room);
     Scratch<ZELNODE*> mode_nodes[] = {Scratch<ZELNODE*>(room), Scratch<ZELNODE*>(room), Scratch<ZELNODE*>(room)};
     Scratch<ZELIDPAIR> pairs[] = {Scratch<ZELIDPAIR>(room), Scratch<ZELIDPAIR>(room), Scratch<ZELIDPAIR>(room)};
     Scratch<int> stress_position(room), strain_position(room);
     Scratch<char> is_interface(room);
-    Scratch<ZELIDPAIR> slots(int64_t(1) << slot_bits);
     for (int kind = 0; kind < ZEL_MODE_KINDS; ++kind)
         if (!mode_nodes[kind].data || !pairs[kind].data)
             return 0;
-    if (!nodes.data || !stress_position.data || !strain_position.data || !is_interface.data || !slots.data)
+    if (!nodes.data || !stress_position.data || !strain_position.data || !is_interface.data)
         return 0;
 
     copy_into(nodes, db->nodes, db->node_count);
@@ -168,8 +181,7 @@ int reserve_nodes(ZELDATA* db, int64_t count)
     replace(cache.mode_position[ZEL_MODAL_STRESS], stress_position);
     replace(cache.mode_position[ZEL_MODAL_STRAIN], strain_position);
     replace(cache.is_interface, is_interface);
-    replace(cache.slots, slots);
-    cache.slot_bits = slot_bits;
+    discard(cache.slots);
     cache.hashed = 0;
     db->node_capacity = int(room);
     return 1;
@@ -299,7 +311,7 @@ void node_table_rewritten(ZELDATA* db)
     if (!db->nodes)
         return;
     NodeCache& cache = cache_of(db);
-    std::memset(static_cast<void*>(cache.slots), 0, sizeof(ZELIDPAIR) << cache.slot_bits);
+    discard(cache.slots);
     cache.hashed = cache.last = cache.marked_interface_nodes = 0;
     std::memset(cache.is_interface, 0, size_t(db->node_capacity));
     for (int node = 0; node < db->node_count; ++node)
@@ -388,9 +400,11 @@ void swap_nodes(ZELDATA* db, int a, int b)
 {
     const int id_a = db->nodes[a].id, id_b = db->nodes[b].id;
     NodeCache& cache = cache_of(db);
-    hash_new_nodes(db, cache);
-    slot_of(cache, id_a).index = b + 1;
-    slot_of(cache, id_b).index = a + 1;
+    if (hash_new_nodes(db, cache))
+    {
+        slot_of(cache, id_a).index = b + 1;
+        slot_of(cache, id_b).index = a + 1;
+    }
     sort_pairs(db, ZEL_MODE_SHAPE, db->node_count);
     for (ZELIDPAIR pair : {ZELIDPAIR{id_a, b}, ZELIDPAIR{id_b, a}})
     {

@@ -66,10 +66,11 @@ static int read_nodes(Reader& in, const Block& row)
         if (!reads_on(in, row, node, count))
             return 0;
         ZELNODE& record = db->nodes[node];
-        record.id = items.integer();
-        record.x = items.real();
-        record.y = items.real();
-        record.z = items.real();
+        double place[3];
+        record.id = items.integer_and_reals(place);
+        record.x = place[0];
+        record.y = place[1];
+        record.z = place[2];
         if (node > 0 && record.id == db->nodes[node - 1].id) // in a hole of the file all are 0
             return unreadable(row);
     }
@@ -89,6 +90,23 @@ static int read_body_properties(Reader& in, const Block& row)
     return 1;
 }
 
+// The node's id and the mean of its masses.
+static int next_mass(ItemReader& items, int values, double& mass)
+{
+    if (double only[1]; values == 1)
+    {
+        const int node_id = items.integer_and_reals(only);
+        mass = only[0];
+        return node_id;
+    }
+    const int node_id = items.integer();
+    double sum = 0.0;
+    for (int k = 0; k < values; ++k)
+        sum += items.real();
+    mass = sum / values;
+    return node_id;
+}
+
 static int read_masses(Reader& in, const Block& row)
 {
     ZELDATA* db = in.db;
@@ -105,18 +123,16 @@ static int read_masses(Reader& in, const Block& row)
     {
         if (!reads_on(in, row, i, count))
             return 0;
-        const int node_id = items.integer();
-        double sum = 0.0;
-        for (int k = 0; k < values; ++k)
-            sum += items.real();
+        double mass = 0.0;
+        const int node_id = next_mass(items, values, mass);
         if (items.failed())
             return unreadable(row);
-        const int node = find_node(db, node_id);
+        const int node = i < db->node_count && db->nodes[i].id == node_id ? i : find_node(db, node_id);
         if (node < 0)
             continue;
         if (db->nodes[node].mass != 0.0)
             ZEL_Warning("Redefining mass of Node %d", node_id);
-        db->nodes[node].mass = sum / values;
+        db->nodes[node].mass = mass;
     }
     return 1;
 }

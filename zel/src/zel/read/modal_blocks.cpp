@@ -188,11 +188,11 @@ static int read_mode_shapes(Reader& in, const Block& row)
         const int node_id = items.integer();
         if (items.failed())
             return unreadable(row);
+        if (node_id == db->nodes[position].id)
+            continue;
         const int found = find_node(db, node_id);
         if (found < position) // unknown, or listed before
             return unreadable(row);
-        if (found == position)
-            continue;
         swap_nodes(db, position, found);
     }
     db->mode_node_count[ZEL_MODE_SHAPE] = nodes;
