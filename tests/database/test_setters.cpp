@@ -249,6 +249,30 @@ TEST_F(Setters, OfMatricesLeaveTheModesAsTheyAreWithoutMemory)
     }
 }
 
+// So many that their room grows more than once.
+TEST_F(Setters, OfManyNodesAddAllOrNoneWithoutMemory)
+{
+    std::vector<int> ids(5000);
+    std::iota(ids.begin(), ids.end(), 7);
+    const std::vector<double> values(3 * ids.size(), 0.5);
+    for (const auto set : {ZEL_SetNodes, ZEL_SetNodalMasses})
+    {
+        ZELDATA* db = nullptr;
+        int done = 0;
+        const auto check = [&](bool failed, const std::string&) {
+            EXPECT_EQ(done, int(!failed));
+            EXPECT_EQ(ZEL_NodeCount(db), failed ? 1 : 5001);
+        };
+        const auto make = [&] {
+            db = ZEL_Create(1, 0);
+            ZEL_LookupOrAddNode(db, 3);
+        };
+        EXPECT_GT(for_each_failing_allocation(
+                      make, [&] { done = set(db, int(ids.size()), ids.data(), values.data()); }, check),
+                  0);
+    }
+}
+
 TEST_F(Setters, TakeTheRecordsOwnTexts)
 {
     ZEL_SetModalLoadLabel(db_, 0, "gravity");

@@ -61,6 +61,16 @@ TEST(Interfaces, AreChosenInOneGrammar)
     }
 }
 
+// Faces of different lengths along x: the mean is that of the area, whatever nodes stand close together.
+TEST(Interfaces, OfAnAverageStandAtTheMeanOfTheirFaces)
+{
+    Model model = read_model(kSmall + "small");
+    for (Node& node : model.mesh.nodes)
+        node.at[0] = node.at[0] < 20 ? node.at[0] / 4 : 5 + (node.at[0] - 20) * 55 / 40;
+    const Interface side = choose_interfaces(model, in_millimetres(0, {"plane=0,10,0/0,1,0:average"}))[0];
+    EXPECT_LT((side.at - Vector3d(30, 10, 0)).norm(), 1e-9) << side.at.transpose();
+}
+
 TEST(Interfaces, AreChosenFromTheListOfSets)
 {
     const std::vector<NodeSet> sets = list_sets(*ccx::make_source({.deck = kSmall + "small_tied"}), silent);

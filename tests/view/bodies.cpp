@@ -91,7 +91,7 @@ private:
                 value *= sign;
             shape[4] = shape_number == 8 && id == id_of(0, 0, 0) ? slab_.turned : 0.0;
             ZEL_SetModeVec(db_, mode, id, ZEL_MODE_SHAPE, shape.data());
-            const Vector stress = {1e6 * x, 0, 0, 0, shape_number == 8 ? 3e6 : 0.0, 0};
+            const Vector stress = {sign * 1e6 * x, 0, 0, 0, shape_number == 8 ? sign * 3e6 : 0.0, 0};
             if (slab_.stress && z > 0.0)
                 ZEL_SetModeVec(db_, mode, id, ZEL_MODAL_STRESS, stress.data());
         });
@@ -115,7 +115,7 @@ int main(int argc, char** argv)
         const char* name;
         Slab slab;
     } bodies[] = {{"slab", {.nx = 20, .ny = 10, .modes = 3, .stress = true, .turned = 0.25}},
-                  {"other", {.nx = 20, .ny = 10, .modes = 3, .raised = 1.01, .exchanged = true}},
+                  {"other", {.nx = 20, .ny = 10, .modes = 3, .stress = true, .raised = 1.01, .exchanged = true}},
                   {"points", {.nx = 20, .ny = 10, .modes = 2, .units = false, .faces = false}},
                   {"bare", {.nx = 4, .ny = 2, .modes = 0}},
                   {"large", {.nx = 157, .ny = 157, .modes = 14}}};
