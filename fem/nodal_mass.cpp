@@ -126,7 +126,7 @@ public:
             residual -= shares_[i] * factor(i, x) * functions_[i];
         return residual;
     }
-    bool solve(const Vector10& goal, Vector10& x) const;
+    bool solve(const Vector10& goal, Vector10& x, Index functions = 10) const;
     Eigen::MatrixXd dependent(double limit) const;
     // Second moments out of their share of the goal.
     Matrix3d second(const Vector10& rest, double mass) const
@@ -154,17 +154,20 @@ private:
 };
 } // namespace
 
-bool Matching::solve(const Vector10& goal, Vector10& x) const
+// The multipliers of the first `functions` of them, the others being 0, with which the masses have these moments of `goal`.
+bool Matching::solve(const Vector10& goal, Vector10& x, Index functions) const
 {
+    const auto lacking = [&](const Vector10& at) { return Eigen::VectorXd(missing(goal, at).head(functions)); };
     x.setZero();
-    Vector10 residual = missing(goal, x);
+    Eigen::VectorXd residual = lacking(x);
     for (int step = 0; step < kNewtonSteps && residual.lpNorm<Eigen::Infinity>() > kMatched; ++step)
     {
-        const Vector10 full = zel_dense::shortest_least_squares(gram(x), residual);
+        Vector10 full = Vector10::Zero();
+        full.head(functions) = zel_dense::shortest_least_squares(gram(x).topLeftCorner(functions, functions), residual);
         double part = 1.0; // halved until it helps
-        Vector10 next = missing(goal, x + full);
+        Eigen::VectorXd next = lacking(x + full);
         while (next.norm() > residual.norm() && part > 1e-3)
-            next = missing(goal, x + (part *= 0.5) * full);
+            next = lacking(x + (part *= 0.5) * full);
         x += part * full;
         residual = next;
     }
@@ -191,26 +194,20 @@ static Vector10 least_moments(const Eigen::MatrixXd& combinations, const Vector1
     return least;
 }
 
-// As far from the scaled masses towards the target as positive masses go: multipliers and what is left of the second moments;
-// false when not even mass and centre can be had.
+// Mass and centre of the target, and from there towards its second moments as far as positive masses go: multipliers, and what
+// is left of the second moments; false when not even mass and centre can be had.
 static bool approach(const Matching& matching, Vector10& best, Vector10& left)
 {
-    const Eigen::MatrixXd zero = matching.dependent(kDependent[0]);
-    const Vector10 lacking = matching.missing(matching.wanted, Vector10::Zero()),
-                   never = least_moments(zero, lacking, 0.0);
-    Vector10 center = lacking, gap = lacking - never;
-    center.tail<6>().setZero();
-    gap.head<4>().setZero();
-    gap += least_moments(zero, center, 0.0); // the second moments that come with mass and centre
-    const auto reaches = [&](double share, Vector10& x) {
-        return matching.solve(matching.wanted - never - (1 - share) * gap, x);
-    };
+    constexpr Index kMassAndCenter = 4;
+    if (!matching.solve(matching.wanted, best, kMassAndCenter))
+        return false;
+    Vector10 lacking = matching.missing(matching.wanted, best);
+    lacking.head<kMassAndCenter>().setZero();
+    const Vector10 never = least_moments(matching.dependent(kDependent[0]), lacking, 0.0), gap = lacking - never;
     double closed = 0.0, step = 1.0; // share of the gap that masses close
     Vector10 x;
-    if (!reaches(0.0, best))
-        return false;
     for (int k = 0; k < kHalvings; ++k, step *= 0.5)
-        if (closed + step <= 1.0 && reaches(closed + step, x))
+        if (closed + step <= 1.0 && matching.solve(matching.wanted - never - (1 - closed - step) * gap, x))
         {
             closed += step;
             best = x;

@@ -127,6 +127,51 @@ TEST(NodalMasses, AreCorrectedToTheInertiaOfTheBody)
     EXPECT_NEAR(inertia(MassMethod::row_sum)(0, 0), target(0, 0), 1e-10 * target(0, 0));
 }
 
+// A part of a tube in S8R, with coordinates of so many digits.
+static std::string panel(int along, int around, double angle, int digits)
+{
+    std::ostringstream nodes, elements;
+    nodes << std::fixed << std::setprecision(digits) << "*NODE\n";
+    const auto id = [&](int i, int j) { return 1 + i + (2 * along + 1) * j; };
+    for (int j = 0; j <= 2 * around; ++j)
+        for (int i = 0; i <= 2 * along; ++i)
+            if (const double phi = angle * j / (2 * around); i % 2 == 0 || j % 2 == 0)
+                nodes << id(i, j) << "," << 30.0 * i / along << "," << 30 * std::sin(phi) << "," << 30 * std::cos(phi)
+                      << "\n";
+    elements << "*ELEMENT,TYPE=S8R,ELSET=E\n";
+    for (int j = 0; j < 2 * around; j += 2)
+        for (int i = 0; i < 2 * along; i += 2)
+        {
+            elements << 1 + i + 1000 * j;
+            for (const auto& [a, b] : {std::pair(0, 0), {2, 0}, {2, 2}, {0, 2}, {1, 0}, {2, 1}, {1, 2}, {0, 1}})
+                elements << "," << id(i + a, j + b);
+            elements << "\n";
+        }
+    return nodes.str() + elements.str() +
+           "*MATERIAL,NAME=M\n*DENSITY\n7.85e-9\n*SHELL SECTION,ELSET=E,MATERIAL=M\n1.5\n";
+}
+
+// Nodes on a cylinder, or all but on one, have some moments whatever their masses are; the rest goes to nodal inertias.
+TEST(NodalMasses, OfPanelsHaveTheMomentsOfTheBody)
+{
+    const TemporaryFolder folder;
+    for (const auto& [along, around, angle] :
+         {std::tuple(5, 3, 1.2), {4, 2, 2.0}, {5, 3, 0.3}, {2, 6, 5.0}, {8, 3, 0.02}})
+        for (const int digits : {2, 3, 5, 12})
+        {
+            const Mesh mesh = read_deck(write_file(folder, "panel.inp", panel(along, around, angle, digits))).mesh;
+            const MeshMass mass = mesh_mass(mesh);
+            const NodalMasses nodes = nodal_masses(mesh, mass, MassMethod::matched, mass.moments);
+            const MassMoments found = moments_of(mesh, nodes);
+            SCOPED_TRACE(testing::Message() << along << " x " << around << ", " << angle << ", " << digits);
+            EXPECT_GT(*std::min_element(nodes.masses.begin(), nodes.masses.end()), 0.0);
+            EXPECT_NEAR(found.mass / mass.moments.mass, 1.0, 1e-9);
+            EXPECT_LT((found.center() - mass.moments.center()).norm(), 1e-8);
+            EXPECT_LT((found.second - mass.moments.second).norm(), 1e-8 * mass.moments.second.norm());
+            EXPECT_LT(nodes.left, 0.05);
+        }
+}
+
 // ---- Decks -------------------------------------------------------------------------------------------------------------
 
 static const std::string kTet = "*NODE\n1,0,0,0\n2,1,0,0\n3,0,1,0\n4,0,0,1\n*ELEMENT,TYPE=C3D4,ELSET=E\n9,1,2,3,4\n";
