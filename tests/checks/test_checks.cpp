@@ -77,6 +77,14 @@ TEST_F(Checks, HoldForASoundBody)
     EXPECT_EQ(number_of(report, "six rigid-body modes in front", "rigid_modes"), 6.0);
     EXPECT_NEAR(number_of(report, "generalized mass symmetric, positive", "lowest_eigenvalue"), 1.0, 1e-9);
     EXPECT_EQ(number_of(report, "units consistent", "factor"), 1.0);
+    for (const zel_checks::Frequency& frequency : zel_checks::facts_of(ZEL_CreateFromZEL(path.c_str())).frequencies)
+        EXPECT_EQ(frequency.rigid, frequency.mode <= 6);
+    const auto add_reference = [](ZELDATA* db) { // a node without mass where another one is
+        ZEL_SetNodeCoordinates(db, 9, 2.0, 1.0, 1.0);
+        ZEL_SetInterfaceNode(db, 9);
+    };
+    EXPECT_EQ(failed(check_body(open_box({.checks = {}, .built = add_reference}))),
+              Names{"interface nodes on the body"}); // at rest
 }
 
 TEST_F(Checks, FindTheFaultOfABody)
