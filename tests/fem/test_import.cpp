@@ -2,6 +2,7 @@
 // and results that are damaged in every way.
 #include <numbers>
 
+#include "fem/figures.h"
 #include "fem/rigid.h"
 #include "fem/sources/ccx/dat.h"
 #include "fem/sources/ccx/element_types.h"
@@ -170,6 +171,23 @@ TEST(NodalMasses, OfPanelsHaveTheMomentsOfTheBody)
             EXPECT_LT((found.second - mass.moments.second).norm(), 1e-8 * mass.moments.second.norm());
             EXPECT_LT(nodes.left, 0.05);
         }
+}
+
+// The few points of the solver move the centre of a coarse panel: no fault of its matrices, unlike another centre.
+TEST(NodalMasses, HaveTheCentreOfTheBodyWhereTheSolverMovesIt)
+{
+    const TemporaryFolder folder;
+    const Mesh mesh = read_deck(write_file(folder, "panel.inp", panel(4, 2, 2.0, 12))).mesh;
+    const MassMoments solver = solver_moments(mesh);
+    for (const double wrong : {0.0, 1e-3})
+    {
+        Report report;
+        MassMoments given = solver;
+        given.first[2] += wrong * given.first.norm();
+        report_mass(report, Units(), mesh_mass(mesh), given, solver, MassRule::of_types);
+        EXPECT_EQ(report.all_hold(), wrong == 0.0);
+        EXPECT_EQ(report.rows().back().kind, zel_checks::RowKind::note);
+    }
 }
 
 // ---- Decks -------------------------------------------------------------------------------------------------------------
