@@ -92,10 +92,11 @@ static MassProperties invariant_properties(ZELDATA* db)
     return body;
 }
 
-// Sums of rows have not quite the inertia of the matrix that the invariants may come from.
+// Sums of rows have not quite the inertia of the matrix that the invariants may come from; nor do nodes that lie in a plane but for
+// the digits of their coordinates have a centre off it.
 void check_mass(ZELDATA* db, Phases&, Report& report)
 {
-    constexpr double kLumpedInertia = 1e-3;
+    constexpr double kLumpedInertia = 1e-3, kLumpedCentre = 1e-6;
     std::vector<std::pair<std::string, MassProperties>> sources;
     if (ZEL_Exists(db, ZEL_BLOCK_BODY - 1))
         sources.emplace_back("stored", stored_properties(db));
@@ -120,7 +121,8 @@ void check_mass(ZELDATA* db, Phases&, Report& report)
                      tensor =
                          relative_difference(body.tensor.data(), base.tensor.data(), 9, largest(base.tensor.data(), 9));
         const bool lumps = name == std::string("nodes") && ZEL_Exists(db, ZEL_BLOCK_INVAR7 - 1);
-        agree = agree && rigid <= rounding(db) && tensor <= (lumps ? kLumpedInertia : rounding(db));
+        agree = agree && rigid <= (lumps ? std::max(kLumpedCentre, rounding(db)) : rounding(db)) &&
+                tensor <= (lumps ? kLumpedInertia : rounding(db));
         difference = std::max({difference, rigid, tensor});
     }
     numbers.push_back({"difference", difference});

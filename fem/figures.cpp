@@ -135,9 +135,13 @@ void report_matrix_mass(Report& report, const Units& units, const MassMoments& m
         report.note("the mass matrix is diagonal: the inertias are those of masses at the nodes");
 }
 
-void report_lost_inertia(Report& report, double lost)
+void report_lost_inertia(Report& report, double lost, bool by_solids)
 {
-    if (lost >= kMassTolerance)
+    if (lost >= kMassTolerance && by_solids)
+        report.note(format("the solver computes shells as solids, whose inertias differ by up to %.1f %%: the body has "
+                           "those of volume x density",
+                           100.0 * lost));
+    else if (lost >= kMassTolerance)
         report.note(format("the solver integrates the mass at few points and makes inertias up to %.1f %% low: the "
                            "body has those of volume x density",
                            100 * lost));

@@ -41,8 +41,8 @@ void report_mass(Report& report, const Units& units, const MeshMass& elements, c
 // Of a body whose mesh has no mass: what the mass matrix says alone.
 void report_matrix_mass(Report& report, const Units& units, const MassMoments& moments, bool lumped);
 
-// That elements of few points have lost so much of the inertia, where it is much.
-void report_lost_inertia(Report& report, double lost);
+// That elements of few points, or the solids that stand for shells, have lost so much of the inertia, where it is much.
+void report_lost_inertia(Report& report, double lost, bool by_solids = false);
 
 void report_nodal_masses(Report& report, const Body& body, const MassMoments& target, MassMethod method);
 

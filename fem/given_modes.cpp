@@ -43,7 +43,7 @@ static double difference_from_identity(const MatrixXd& mass)
 }
 
 // Six exact rigid motions of unit mass in place of as many modes near zero, where these are a mixture of them.
-static void replace_rigid_modes(const Mesh& mesh, ModalBasis& basis)
+static void replace_rigid_modes(const Mesh& mesh, const MassMoments& program_mass, ModalBasis& basis)
 {
     const VectorXd values = basis.stiffness.diagonal();
     const MassMoments moments = mesh_mass(mesh).moments;
@@ -57,8 +57,7 @@ static void replace_rigid_modes(const Mesh& mesh, ModalBasis& basis)
         return;
     basis.rigid_before = rigid;
     const MatrixXd inverse = zel_dense::inverse(fit.coefficients);
-    basis.rigid_error =
-        difference_from_identity(inverse.transpose() * solver_moments(mesh).rigid_mass(center) * inverse);
+    basis.rigid_error = difference_from_identity(inverse.transpose() * program_mass.rigid_mass(center) * inverse);
     MatrixXd exact(basis.motion.rows(), 6);
     for (size_t i = 0; i < mesh.nodes.size(); ++i)
         exact.middleRows<3>(3 * Index(i)) = rigid_motion(mesh.nodes[i].at, center);
@@ -113,7 +112,7 @@ ModalBasis basis_of(const Mesh& mesh, GivenModes modes)
         modes.mass_is_in_the_mesh && own > 0 && basis.mass_error < kModeMassTolerance && has_all_motions(mesh);
     if (boundary == 0)
     {
-        replace_rigid_modes(mesh, basis);
+        replace_rigid_modes(mesh, modes.program_mass ? *modes.program_mass : solver_moments(mesh), basis);
         if (basis.mass_is_proved && basis.rigid_count > 0)
             take_out_rigid_parts(mesh, basis);
         basis.mass.setIdentity();

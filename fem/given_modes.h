@@ -3,6 +3,7 @@
 #define FEM_GIVEN_MODES_H
 
 #include <Eigen/Dense>
+#include <optional>
 
 #include "fem/elements.h"
 
@@ -20,6 +21,8 @@ struct GivenModes
     Eigen::MatrixXd boundary_forces; // on the reference nodes, one column a constraint mode; may be empty
     Eigen::VectorXd eigenvalues;     // of the other modes
     bool mass_is_in_the_mesh = true; // false: parts of the mass matrix belong to freedoms that the mesh does not have
+    std::optional<MassMoments> program_mass =
+        {}; // of what the program computes in place of the mesh, by its quadrature
 };
 
 // What follows from them and the consistent mass of the mesh.

@@ -22,6 +22,7 @@ constexpr double kSmallestShare = 0.02; // of its scaled mass that a node keeps 
 constexpr double kMatched = 1e-10;      // of the moments, in the body's own size and mass
 constexpr double kSmallRest = 1e-4;     // of dependent functions that may be left to the nodal inertias
 constexpr double kSmallOffset = 1e-7;   // of the centre, where nodes all but lie in a plane
+constexpr double kNoOffset = 1e-9;
 constexpr double kCheapFirst = 1e-3;
 constexpr double kDependent[] = {1e-12, 1e-8, 1e-5}; // squared length of a combination that hardly differs from none
 constexpr int kNewtonSteps = 60;
@@ -232,8 +233,17 @@ static bool match(const Mesh& mesh, const MassMoments& target, std::vector<doubl
         if (found)
             break;
     }
-    if (!found && !approach(matching, best, left))
-        return false;
+    if (Vector10 nearer, rest_there; !found || left.head<4>().norm() > kNoOffset)
+    {
+        const bool reached = approach(matching, nearer, rest_there);
+        if (!found && !reached)
+            return false;
+        if (!found || (reached && rest_there.norm() < kSmallRest))
+        {
+            best = nearer;
+            left = rest_there;
+        }
+    }
     for (size_t i = 0; i < masses.size(); ++i)
         masses[i] *= matching.factor(i, best);
     rest = matching.second(left, target.mass);

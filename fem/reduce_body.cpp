@@ -361,10 +361,12 @@ static void take_modes(Model& model, const MeshMass& own, const ReductionOptions
     check_interfaces(model, body.interfaces);
     progress.begin("shapes and nodal masses");
     const bool mass_is_in_the_mesh = model.modes->mass_is_in_the_mesh;
+    const std::optional<MassMoments> program_mass = model.modes->program_mass;
     const FullLoads loads = full_loads(model, body.interfaces, options.loads, {});
     ModalBasis basis = basis_of(model.moved_mesh(), std::move(*model.modes));
     const MeshMass elements = model.layers ? mesh_mass(model.moved_mesh()) : own;
-    const double lost = inertia_error(solver_moments(model.moved_mesh()), elements.moments);
+    const double lost =
+        inertia_error(program_mass ? *program_mass : solver_moments(model.moved_mesh()), elements.moments);
     body.nodes = nodal_masses(body.mesh, own, options.mass, elements.moments);
     const bool free = basis.boundary_count == 0;
     double before = basis.rigid_before;
@@ -401,7 +403,7 @@ static void take_modes(Model& model, const MeshMass& own, const ReductionOptions
                                 : format("%d constraint, %d fixed-interface", basis.boundary_count, modes));
     report.figure("modal stress", body.stress.size() > 0 ? "yes" : "no");
     report_mass(report, body.units, elements, elements.moments, elements.moments, MassRule::of_types);
-    report_lost_inertia(report, lost);
+    report_lost_inertia(report, lost, program_mass.has_value());
     report_nodal_masses(report, body, elements.moments, options.mass);
     report_invariants(report, body, invariants);
     report_mode_masses(report, basis, mass_is_in_the_mesh, has_shells(body.mesh));

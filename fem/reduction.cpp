@@ -182,20 +182,10 @@ static double rigid_eigenvalue(const Pencil& pencil, const Cholesky& shifted)
                          symmetric(x.transpose() * times(pencil.mass, x)));
 }
 
-Reduction reduce_free(const Model& model, const ModeChoice& choice, Progress& progress, const MatrixXd& pulls,
-                      const MatrixXd& loads)
+static Reduction free_modes(const Model& model, const MatrixXd& rigid, double shift, const ModeChoice& choice,
+                            Progress& progress, const MatrixXd& pulls, const MatrixXd& loads)
 {
     const SparseMatrix &k = model.matrices->stiffness, &m = model.matrices->mass;
-    MatrixXd rigid = rigid_motions(model, middle_of(model.moved_mesh()));
-    const MatrixXd rigid_mass = symmetric(rigid.transpose() * times(m, rigid));
-    const std::optional<MatrixXd> normal = zel_dense::normalised(rigid, rigid_mass);
-    if (!normal)
-        throw std::runtime_error("the body has no mass to vibrate with");
-    rigid = *normal;
-    const double shift = -bending_scale(model, rigid);
-    if (!(shift < 0.0))
-        throw std::runtime_error(
-            "the stiffness matrix does not resist bending: the model is a mechanism, or no elastic solid");
     progress.begin("factor the shifted stiffness matrix");
     const SparseMatrix shifted = k - shift * m;
     std::vector<int> nodes;
@@ -219,6 +209,34 @@ Reduction reduce_free(const Model& model, const ModeChoice& choice, Progress& pr
     reduction.rigid_before = rigid_eigenvalue(pencil, factor);
     reduction.completeness = static_completeness(pencil, factor, flexible, pulls);
     return reduction;
+}
+
+Reduction reduce_free(const Model& model, const ModeChoice& choice, Progress& progress, const MatrixXd& pulls,
+                      const MatrixXd& loads)
+{
+    constexpr int kMostShifts = 4;
+    const SparseMatrix& m = model.matrices->mass;
+    MatrixXd rigid = rigid_motions(model, middle_of(model.moved_mesh()));
+    const MatrixXd rigid_mass = symmetric(rigid.transpose() * times(m, rigid));
+    const std::optional<MatrixXd> normal = zel_dense::normalised(rigid, rigid_mass);
+    if (!normal)
+        throw std::runtime_error("the body has no mass to vibrate with");
+    rigid = *normal;
+    double shift = -bending_scale(model, rigid);
+    if (!(shift < 0.0))
+        throw std::runtime_error(
+            "the stiffness matrix does not resist bending: the model is a mechanism, or no elastic solid");
+    for (int tried = 1;; ++tried)
+        try
+        {
+            return free_modes(model, rigid, shift, choice, progress, pulls, loads);
+        }
+        catch (const FarShift& far) // a smooth bend stretches a thin shell that is curved
+        {
+            if (tried == kMostShifts)
+                throw std::runtime_error("no mode converges");
+            shift = -std::max(far.lowest, 1e-8 * -shift);
+        }
 }
 
 // ---- Back to the nodes -------------------------------------------------------------------------------------------------

@@ -29,6 +29,8 @@ constexpr double kUnit = 0.5;          // squared length that a unit vector keep
 constexpr double kGap = 1e-6; // between eigenvalues that a count divides, relative to the distance from the shift
 constexpr Index kFewFreedoms = 300, kSmallestBlock = 8, kLargestBlock = 16;
 constexpr int kIdleSteps = 100; // without another mode
+constexpr int kFirstSteps = 12; // until a mode is found, where the shift is not far from them
+constexpr double kFar = 1e-2;   // of its distance from zero, to the lowest mode
 constexpr int kGapsTried = 3;
 constexpr const char* kNotProved = "it cannot be proved that no mode is missing: ask for some more or fewer";
 
@@ -288,6 +290,8 @@ template <typename Found> void Lanczos::expand(Index wanted, Found found)
         progress_.advance(std::min(1.0, double(converged_) / double(wanted)));
         if (found() > most)
             idle = 0;
+        else if (converged_ == 0 && idle >= kFirstSteps && value(0) < kFar * -inverse_.pencil.shift)
+            throw FarShift{value(0)};
         most = std::max(most, found());
     }
 }

@@ -32,6 +32,12 @@ struct Pencil
     Elimination order = {};                       // of K and of K - sigma M
 };
 
+// Thrown where the shift lies so far below all modes that none is found: one at -`lowest`, about the lowest of them, is not.
+struct FarShift
+{
+    double lowest;
+};
+
 // Which of the modes above the shift: so many, or all with eigenvalues in a range.
 struct ModeChoice
 {

@@ -17,7 +17,7 @@ using Eigen::MatrixXd;
 using Eigen::Vector3d;
 using Eigen::VectorXd;
 
-constexpr double kSmooth = 0.9962; // cosine of five degrees: shells at less are one to the solver
+constexpr double kSmooth = 0.939693; // cosine of twenty degrees: shells at less are one to the solver
 constexpr double kParallel = 1e-9; // sine
 
 bool is_expanded(const Element& element)
@@ -352,7 +352,7 @@ void Expansion::name_knots(std::vector<Freedom>& freedoms)
         throw InputError({deck.mesh.files[0], 0},
                          "shells and beams meet at an angle in " + std::to_string(knots.size()) +
                              " nodes, and the matrices have " + std::to_string(knot) +
-                             " knots: supports, angles of about five degrees, and beams of other "
+                             " knots: supports, angles of about twenty degrees, and beams of other "
                              "sections in one line make others");
 }
 

@@ -225,6 +225,19 @@ static bool has_layers(const Deck& deck, const FrdFile& frd)
            std::any_of(frd.node_ids.begin(), frd.node_ids.end(), [&deck](int id) { return deck.find_node(id) < 0; });
 }
 
+// The mass of the solids that the solver computes for shells; none where it is not known which they are.
+static std::optional<MassMoments> mass_of_layers(const Deck& deck)
+{
+    try
+    {
+        if (has_expanded(deck.mesh))
+            return solver_moments(expand_shells(deck).deck.mesh);
+    }
+    catch (const InputError&)
+    {}
+    return {};
+}
+
 void CcxSource::read_results_into(Model& model, const std::vector<Interface>& interfaces, Progress& progress) const
 {
     progress.begin("read the results");
@@ -237,6 +250,7 @@ void CcxSource::read_results_into(Model& model, const std::vector<Interface>& in
                                  "results of beams are taken with *NODE FILE, OUTPUT=3D alone: without it "
                                  "nothing is known of their torsion");
         model.modes = modes_from_results(deck_, interfaces, frd, job_, step_);
+        model.modes->program_mass = mass_of_layers(deck_);
         return;
     }
     Expansion expansion = expand_shells(deck_);
