@@ -194,6 +194,16 @@ bool Resistance::is_of_rounded_nodes(const MatrixXd& rigid) const
     return true;
 }
 
+// A cause that lies in the elements: what keeps bricks of one point from collapsing may resist turns unless they are cuboids.
+static std::string hint_of(const Mesh& mesh)
+{
+    for (const Element& element : mesh.elements)
+        if (element.type->shape == Shape::hex8 && element.type->gauss_points == 1)
+            return "; elements of one point (" + std::string(element.type->name) +
+                   ") resist turns by themselves where they are no cuboids";
+    return "";
+}
+
 // No rigid motion strains a free body. A support, or a matrix of another model, shows here.
 static void check_stiffness(const Model& model, const MatrixXd& rigid)
 {
@@ -208,7 +218,8 @@ static void check_stiffness(const Model& model, const MatrixXd& rigid)
                                              std::to_string(model.moved_mesh().nodes[size_t(node)].id);
     throw std::runtime_error(
         "the stiffness matrix resists rigid motion, most " + where +
-        ": the model must be free of supports, and the matrices must belong to this mesh, row by row");
+        ": the model must be free of supports, and the matrices must belong to this mesh, row by row" +
+        hint_of(model.moved_mesh()));
 }
 
 // A spring p at row i makes K R = p R there. Smaller ones show when larger ones are gone, and digits of the diagonal that a penalty
