@@ -96,7 +96,7 @@ static MassProperties invariant_properties(ZELDATA* db)
 // the digits of their coordinates have a centre off it.
 void check_mass(ZELDATA* db, Phases&, Report& report)
 {
-    constexpr double kLumpedInertia = 1e-3, kLumpedCentre = 1e-6;
+    constexpr double kLumpedInertia = 1e-3, kLumpedCentre = 1e-4;
     std::vector<std::pair<std::string, MassProperties>> sources;
     if (ZEL_Exists(db, ZEL_BLOCK_BODY - 1))
         sources.emplace_back("stored", stored_properties(db));

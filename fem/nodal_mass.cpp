@@ -23,6 +23,7 @@ constexpr double kMatched = 1e-10;      // of the moments, in the body's own siz
 constexpr double kSmallRest = 1e-4;     // of dependent functions that may be left to the nodal inertias
 constexpr double kSmallOffset = 1e-7;   // of the centre, where nodes all but lie in a plane
 constexpr double kNoOffset = 1e-9;
+constexpr double kFlat = 1e-9; // squared distance of nodes from a plane
 constexpr double kCheapFirst = 1e-3;
 constexpr double kDependent[] = {1e-12, 1e-8, 1e-5}; // squared length of a combination that hardly differs from none
 constexpr int kNewtonSteps = 60;
@@ -129,6 +130,7 @@ public:
     }
     bool solve(const Vector10& goal, Vector10& x, Index functions = 10) const;
     Eigen::MatrixXd dependent(double limit) const;
+    Vector10 out_of_reach(const Vector10& lacking, Index functions) const;
     // Second moments out of their share of the goal.
     Matrix3d second(const Vector10& rest, double mass) const
     {
@@ -183,6 +185,19 @@ Eigen::MatrixXd Matching::dependent(double limit) const
     return pairs.vectors.leftCols(count).transpose();
 }
 
+// What is lacking of the first moments where some of the functions hardly differ from none at the nodes: nodes in a plane, or in a line,
+// have no centre off it.
+Vector10 Matching::out_of_reach(const Vector10& lacking, Index functions) const
+{
+    const zel_dense::Eigenpairs pairs =
+        zel_dense::eigenpairs(gram(Vector10::Zero()).topLeftCorner(functions, functions));
+    const Index count = (pairs.values.array() < kFlat * pairs.values[functions - 1]).count();
+    const Eigen::MatrixXd none = pairs.vectors.leftCols(count);
+    Vector10 apart = Vector10::Zero();
+    apart.head(functions) = none * (none.transpose() * lacking.head(functions));
+    return apart;
+}
+
 // The least moments of which the combinations are those of `vector`: second ones, and first ones as far as `first` makes them
 // cheap.
 static Vector10 least_moments(const Eigen::MatrixXd& combinations, const Vector10& vector, double first)
@@ -200,7 +215,8 @@ static Vector10 least_moments(const Eigen::MatrixXd& combinations, const Vector1
 static bool approach(const Matching& matching, Vector10& best, Vector10& left)
 {
     constexpr Index kMassAndCenter = 4;
-    if (!matching.solve(matching.wanted, best, kMassAndCenter))
+    const Vector10 apart = matching.out_of_reach(matching.missing(matching.wanted, Vector10::Zero()), kMassAndCenter);
+    if (!matching.solve(matching.wanted - apart, best, kMassAndCenter))
         return false;
     Vector10 lacking = matching.missing(matching.wanted, best);
     lacking.head<kMassAndCenter>().setZero();
@@ -208,7 +224,7 @@ static bool approach(const Matching& matching, Vector10& best, Vector10& left)
     double closed = 0.0, step = 1.0; // share of the gap that masses close
     Vector10 x;
     for (int k = 0; k < kHalvings; ++k, step *= 0.5)
-        if (closed + step <= 1.0 && matching.solve(matching.wanted - never - (1 - closed - step) * gap, x))
+        if (closed + step <= 1.0 && matching.solve(matching.wanted - apart - never - (1 - closed - step) * gap, x))
         {
             closed += step;
             best = x;
@@ -219,7 +235,8 @@ static bool approach(const Matching& matching, Vector10& best, Vector10& left)
 
 // Corrects `masses` to the moments of the target, less the second moments `rest`; false, with the masses as they were, when
 // not even mass and centre can be had.
-static bool match(const Mesh& mesh, const MassMoments& target, std::vector<double>& masses, Matrix3d& rest)
+static bool match(const Mesh& mesh, const MassMoments& target, std::vector<double>& masses, Matrix3d& rest,
+                  double& apart)
 {
     const Matching matching(mesh, target, masses);
     const Vector10 lacking = matching.missing(matching.wanted, Vector10::Zero());
@@ -247,6 +264,7 @@ static bool match(const Mesh& mesh, const MassMoments& target, std::vector<doubl
     for (size_t i = 0; i < masses.size(); ++i)
         masses[i] *= matching.factor(i, best);
     rest = matching.second(left, target.mass);
+    apart = matching.missing(matching.wanted, best).segment<3>(1).norm();
     return true;
 }
 
@@ -264,7 +282,7 @@ NodalMasses nodal_masses(const Mesh& mesh, const MeshMass& mass, MassMethod meth
             spread.second -= across;
         Matrix3d rest = Matrix3d::Zero();
         if (spread.mass > 0.0)
-            match(mesh, spread, nodes.masses, rest);
+            match(mesh, spread, nodes.masses, rest, nodes.apart);
         for (size_t i = 0; i < nodes.masses.size() && !rest.isZero(0.0); ++i)
             nodes.second[i] += nodes.masses[i] / spread.mass * rest;
         nodes.left = rest.cwiseAbs().maxCoeff() / target.inertia(target.center()).trace();

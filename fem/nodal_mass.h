@@ -33,6 +33,8 @@ struct NodalMasses
     std::vector<Eigen::Matrix3d>
         second;        // second moments of each node about itself: of shells, and of what is left over
     double left = 0.0; // largest component of what is left over, as a share of the trace of the inertia
+    double apart =
+        0.0; // how far the centre stays from that of the target, where nodes lie in a plane, in radii of gyration
 };
 
 // Point masses are part of them. For all methods nodes of shells have the inertia of their thickness.

@@ -133,7 +133,7 @@ TEST_P(Joined, BodiesMoveAllNodesAsTheSolverDoes)
 
 INSTANTIATE_TEST_SUITE_P(, Joined,
                          testing::Values("sprung", "hanging", "tied_faces", "skew_beam", "frame", "fold", "stiffened",
-                                         "hung", "laminate", "facets"));
+                                         "hung", "laminate", "facets", "hook"));
 
 // A force on a node without rows does the work of its own displacement, and a dashpot that of the speed between its nodes.
 TEST(JoinedBodies, HaveLoadsAndDampingByTheMotionOfTheirNodes)

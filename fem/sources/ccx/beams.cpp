@@ -25,6 +25,29 @@ bool CrossSection::operator==(const CrossSection& other) const
            (axes[1] - other.axes[1]).norm() < kSameDirection;
 }
 
+bool CrossSection::meets_smoothly(const CrossSection& other, double cosine) const
+{
+    return thickness == other.thickness && width == other.width && end == other.end && given == other.given &&
+           along().dot(other.along()) > cosine;
+}
+
+CrossSection mean_of(const std::vector<CrossSection>& sections)
+{
+    CrossSection mean = sections.front();
+    if (sections.size() == 1)
+        return mean;
+    Vector3d along = Vector3d::Zero(), second = Vector3d::Zero();
+    for (const CrossSection& section : sections)
+    {
+        along += section.along();
+        second += section.axes[1];
+    }
+    along.normalize();
+    mean.axes[0] = second.cross(along).normalized();
+    mean.axes[1] = along.cross(mean.axes[0]);
+    return mean;
+}
+
 std::vector<Vector3d> CrossSection::places() const
 {
     std::vector<Vector3d> places;
@@ -48,7 +71,8 @@ CrossSection section_at(const Mesh& mesh, const Element& element, int k)
     return {{first.normalized(), along.cross(first.normalized())},
             element.thickness,
             element.width,
-            element.type->shape == Shape::line3 && k < 2};
+            element.type->shape == Shape::line3 && k < 2,
+            element.axis};
 }
 
 // Nodes of a line are its two ends and what lies between them, in a solid those of one end, of the other, and the edges' middles: of

@@ -16,14 +16,21 @@ struct CrossSection
 {
     std::array<Eigen::Vector3d, 2> axes; // unit, along `thickness` and `width`
     double thickness, width;
-    bool end = false; // of a quadratic element: mid-sides move, too
+    bool end = false;      // of a quadratic element: mid-sides move, too
+    Eigen::Vector3d given; // what `axes[0]` was made from
 
+    Eigen::Vector3d along() const { return axes[0].cross(axes[1]); }
     bool operator==(const CrossSection& other) const;
+    // Whether it is of the same kind, and of a beam that meets this one at a slight angle.
+    bool meets_smoothly(const CrossSection& other, double cosine) const;
     // Places of the solver's nodes about the beam's, the corners first.
     std::vector<Eigen::Vector3d> places() const;
 };
 
 bool is_beam(const ElementType& type);
+
+// The one section of beams that meet smoothly: across the mean of their directions, with the mean of their second axes.
+CrossSection mean_of(const std::vector<CrossSection>& sections);
 
 // At node `k` of a beam; InputError for an axis along the beam.
 CrossSection section_at(const Mesh& mesh, const Element& element, int k);

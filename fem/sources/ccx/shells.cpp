@@ -18,7 +18,7 @@ using Eigen::Vector3d;
 using Eigen::VectorXd;
 
 constexpr double kSmooth = 0.939693; // cosine of twenty degrees: shells at less are one to the solver
-constexpr double kParallel = 1e-9; // sine
+constexpr double kParallel = 1e-9;   // sine
 
 bool is_expanded(const Element& element)
 {
@@ -75,8 +75,8 @@ enum class NodeKind
 // Elements at a node that share the nodes of one section, as they meet smoothly there.
 struct Group
 {
-    std::vector<int> elements;           // indexes
-    std::optional<CrossSection> section; // of beams; else of shells:
+    std::vector<int> elements;          // indexes
+    std::vector<CrossSection> sections; // of beams; else of shells:
     std::vector<Vector3d> normals;
     double thickness = 0.0;
     NodeKind kind;
@@ -91,8 +91,8 @@ using Meeting = std::vector<Group>;
 // From the node of the shell or beam.
 std::vector<Vector3d> Group::places() const
 {
-    if (section)
-        return section->places();
+    if (!sections.empty())
+        return mean_of(sections).places();
     Vector3d sum = Vector3d::Zero();
     for (const Vector3d& normal : normals)
         sum += normal;
@@ -115,20 +115,24 @@ static void join(const Mesh& mesh, int index, int k, Meeting& meeting)
                : k < corner_count(element.type->shape) ? NodeKind::corner
                                                        : NodeKind::middle;
     if (is_beam(*element.type))
-        own.section = section_at(mesh, element, k);
+        own.sections.push_back(section_at(mesh, element, k));
     else
         own.normals.push_back(normal_at(mesh, element, k));
     own.thickness = element.thickness;
     const auto same = std::find_if(meeting.begin(), meeting.end(), [&](const Group& other) {
-        if (own.section || other.section)
-            return own.section && other.section && *own.section == *other.section;
+        if (!own.sections.empty() || !other.sections.empty())
+            return !own.sections.empty() && !other.sections.empty() &&
+                   (own.sections[0] == other.sections[0] || own.sections[0].meets_smoothly(other.sections[0], kSmooth));
         return own.thickness == other.thickness && own.normals[0].dot(other.normals[0]) > kSmooth;
     });
     const bool fresh = same == meeting.end();
     if (fresh)
         meeting.push_back(own);
     else
+    {
         same->normals.insert(same->normals.end(), own.normals.begin(), own.normals.end());
+        same->sections.insert(same->sections.end(), own.sections.begin(), own.sections.end());
+    }
     Group& joined = fresh ? meeting.back() : *same;
     if (joined.kind != own.kind)
         refuse(mesh, element, element.nodes[size_t(k)],
@@ -204,8 +208,8 @@ static std::vector<const Element*> others_at_nodes(const Mesh& mesh)
 static void hang_node(const Place& place, int node_id, const Group& group, const std::vector<int>& layer_ids,
                       Deck& deck)
 {
-    const std::vector<int> outer = group.section ? std::vector<int>(layer_ids.begin(), layer_ids.begin() + 4)
-                                                 : std::vector<int>{layer_ids.front(), layer_ids.back()};
+    const std::vector<int> outer = !group.sections.empty() ? std::vector<int>(layer_ids.begin(), layer_ids.begin() + 4)
+                                                           : std::vector<int>{layer_ids.front(), layer_ids.back()};
     for (int c = 0; c < 3; ++c)
     {
         Equation equation{place, {{node_id, c, 1.0}}};
@@ -219,13 +223,14 @@ static void hang_node(const Place& place, int node_id, const Group& group, const
 static int common_axis(const Mesh& mesh, int node, const Meeting& meeting)
 {
     const Element& element = mesh.elements[size_t(meeting.back().elements[0])];
-    const Vector3d line = meeting[0].section ? Vector3d::Zero() : meeting[0].normals[0];
+    const Vector3d line = !meeting[0].sections.empty() ? Vector3d::Zero() : meeting[0].normals[0];
     bool alike = true;
     for (const Group& group : meeting)
         for (size_t i = 0; i < std::max<size_t>(group.normals.size(), 1); ++i)
         {
-            const bool parallel = !group.section && !line.isZero() && group.normals[i].cross(line).norm() < kParallel;
-            if (!parallel && !group.section && &group != &meeting[0] && group.normals[i].dot(line) > kSmooth)
+            const bool parallel =
+                group.sections.empty() && !line.isZero() && group.normals[i].cross(line).norm() < kParallel;
+            if (!parallel && group.sections.empty() && &group != &meeting[0] && group.normals[i].dot(line) > kSmooth)
                 refuse(mesh, element, node, "joins shells of different thickness at a slight angle");
             alike = alike && parallel;
         }
@@ -263,7 +268,7 @@ Expansion expand_shells(const Deck& deck)
                 knot.layer_ids.push_back(next_id);
             }
             all.insert(all.end(), group.all.begin(), group.all.end());
-            if (group.section)
+            if (!group.sections.empty())
                 outer.insert(outer.end(), group.all.begin(), group.all.begin() + 4);
             else
                 outer.insert(outer.end(), {group.all.front(), group.all.back()});
