@@ -28,7 +28,7 @@ bool CrossSection::operator==(const CrossSection& other) const
 bool CrossSection::meets_smoothly(const CrossSection& other, double cosine) const
 {
     return thickness == other.thickness && width == other.width && end == other.end && given == other.given &&
-           along().dot(other.along()) > cosine;
+           along().dot(other.along()) > cosine && axes[1].dot(other.axes[1]) > cosine;
 }
 
 CrossSection mean_of(const std::vector<CrossSection>& sections)
