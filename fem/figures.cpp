@@ -111,8 +111,7 @@ void report_mass(Report& report, const Units& units, const MeshMass& elements, c
                  inertias_of(principal));
     if (const double moved = center_error(expected, own); known && moved >= kMassTolerance)
         report.note(format("the solver integrates the mass at few points, which moves its centre by %.1e of the radius "
-                           "of gyration: the "
-                           "body has that of volume x density",
+                           "of gyration: the body has that of volume x density",
                            moved));
     if (known)
         return;

@@ -18,6 +18,7 @@ using Eigen::Vector3d;
 using Eigen::VectorXd;
 
 constexpr double kSmooth = 0.939693; // cosine of twenty degrees: shells at less are one to the solver
+constexpr double kSlight = 0.9962;   // cosine of five degrees
 constexpr double kParallel = 1e-9;   // sine
 
 bool is_expanded(const Element& element)
@@ -230,7 +231,7 @@ static int common_axis(const Mesh& mesh, int node, const Meeting& meeting)
         {
             const bool parallel =
                 group.sections.empty() && !line.isZero() && group.normals[i].cross(line).norm() < kParallel;
-            if (!parallel && group.sections.empty() && &group != &meeting[0] && group.normals[i].dot(line) > kSmooth)
+            if (!parallel && group.sections.empty() && &group != &meeting[0] && group.normals[i].dot(line) > kSlight)
                 refuse(mesh, element, node, "joins shells of different thickness at a slight angle");
             alike = alike && parallel;
         }
