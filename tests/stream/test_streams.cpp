@@ -218,6 +218,20 @@ TEST(Streams, HelpersTakeNoSignals)
     ASSERT_EQ(sigaction(SIGALRM, &action, &before), 0);
     const itimerval often = {{0, 300}, {0, 300}}, never = {};
     OpenStream out(true, true, true);
+    {
+        const RunWriter writer(out.stream, 8 * kSharedRun);
+        int helpers = 0;
+        for (const auto& task : std::filesystem::directory_iterator("/proc/self/task"))
+            if (const pid_t id = std::stoi(task.path().filename());
+                std::find(older_threads.begin(), older_threads.end(), id) == older_threads.end())
+            {
+                const std::string status = bytes_of(task.path() / "status");
+                const uint64_t blocked = std::stoull(status.substr(status.find("SigBlk:") + 7), nullptr, 16);
+                EXPECT_TRUE(blocked >> (SIGALRM - 1) & 1) << status;
+                ++helpers;
+            }
+        EXPECT_EQ(helpers, 1);
+    }
     setitimer(ITIMER_REAL, &often, nullptr);
     for (int round = 0; round < 1000 && (round < 40 || signals_here < 40); ++round)
         EXPECT_TRUE(seek_to(out.stream, 0) && put_reals(out.stream, reals.data(), kSharedRun));
