@@ -12,9 +12,9 @@ namespace zel
 struct NodeCache
 {
     ZELIDPAIR* slots; // owned hash table of (node id, node index + 1), 0: free slot; null: no lookup so far
-    int slot_bits; // 1 << slot_bits slots
-    int hashed;   // so many nodes, from the first, are in slots
-    int searches; // of ids in the sorted index, before they were worth a hash table
+    int slot_bits;    // 1 << slot_bits slots
+    int hashed;       // so many nodes, from the first, are in slots
+    int searches;     // of ids in the sorted index, before they were worth a hash table
     int highest_id;
     int last;                           // that a lookup has found; it or the next one is the likely answer
     int sorted_pairs[ZEL_MODE_KINDS];   // so many pairs at the front of each id index are in order
