@@ -189,6 +189,27 @@ TEST_F(Checks, KnowTheSidesOfASlitFromAWrongCoordinate)
     }
 }
 
+// Masses at nodes in a plane have no centre beside it, where the invariants of a matrix may have theirs.
+TEST_F(Checks, LetTheCentreLieBesideNodesInAPlane)
+{
+    for (const auto& [along, flat, holds] : {std::tuple(0, true, false), {2, true, true}, {2, false, false}})
+    {
+        const auto flatten = [flat = flat](ZELDATA* db) {
+            for (int node = 0; flat && node < db->node_count; ++node)
+                db->nodes[node].z = 0.5;
+        };
+        const auto shift = [along = along](ZELDATA* db) {
+            for (int node = 0; node < db->node_count; ++node)
+                (along == 0 ? db->nodes[node].x : db->nodes[node].z) += 1e-6;
+        };
+        ZELDATA* db = open_box({.checks = {}, .built = flatten, .opened = shift});
+        Names names;
+        errors_of([&] { names = failed(check_body(db)); });
+        EXPECT_EQ(std::count(names.begin(), names.end(), "mass, centre and inertia agree"), holds ? 0 : 1)
+            << along << flat;
+    }
+}
+
 TEST_F(Checks, TellHowFarTheyAreAndStopWhenTold)
 {
     ZELDATA* db = open_box();
