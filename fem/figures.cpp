@@ -167,11 +167,13 @@ void report_nodal_masses(Report& report, const Body& body, const MassMoments& ta
             format("masses at nodes in a plane cannot have the centre of the body, which lies %.1e of the radius of "
                    "gyration beside it",
                    apart));
-    const double worst = std::max({relative(own.mass, target.mass), inertia_error(own, target) - apart,
-                                   center_error(own, target) - 2.0 * apart, 0.0});
+    const double center = center_error(own, target),
+                 rest = std::max(relative(own.mass, target.mass), inertia_error(own, target));
+    const double worst = std::max(rest, center);
+    const bool matched = rest < kMatchTolerance && center - apart < kMatchTolerance;
     const std::string value = format("differ by %.1e in mass, centre or inertia", worst);
     if (method == MassMethod::matched)
-        report.check("nodal masses", value, worst < kMatchTolerance, {{"difference", worst}});
+        report.check("nodal masses", value, matched, {{"difference", worst}});
     else
         report.figure("nodal masses", value, {{"difference", worst}});
 }

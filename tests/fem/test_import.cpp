@@ -173,6 +173,28 @@ TEST(NodalMasses, OfPanelsHaveTheMomentsOfTheBody)
         }
 }
 
+// What masses in a plane cannot have is no fault of theirs, but it is in the figure.
+TEST(NodalMasses, TellHowFarTheCentreLiesBesideThePlane)
+{
+    const TemporaryFolder folder;
+    Body body;
+    body.mesh = read_deck(write_file(folder, "panel.inp", panel(4, 2, 2.0, 12))).mesh;
+    const MeshMass mass = mesh_mass(body.mesh);
+    body.nodes = nodal_masses(body.mesh, mass, MassMethod::matched, mass.moments);
+    MassMoments target = mass.moments;
+    const Vector3d center = target.center(), beside(0, 0, 1e-3); // some 3e-5 of the radius of gyration
+    target.first += target.mass * beside;
+    target.second += target.mass * (beside * center.transpose() + center * beside.transpose());
+    for (const double apart : {0.0, 3e-5})
+    {
+        Report report;
+        body.nodes.apart = apart;
+        report_nodal_masses(report, body, target, MassMethod::matched);
+        EXPECT_EQ(report.all_hold(), apart > 0.0);
+        EXPECT_GT(report.rows().back().numbers.at(0).value, 1e-5);
+    }
+}
+
 // The few points of the solver move the centre of a coarse panel: no fault of its matrices, unlike another centre.
 TEST(NodalMasses, HaveTheCentreOfTheBodyWhereTheSolverMovesIt)
 {
