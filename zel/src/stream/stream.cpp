@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <bit>
 #include <cstdio>
 #include <cstdlib>
@@ -25,7 +26,9 @@ namespace
 constexpr int64_t kReadBlockBytes = 512 * 1024;   // read at once: still in the cache when the items are converted
 constexpr int64_t kWidenedBytes = 128 * 1024;     // the same of floats, beside the doubles that they become
 constexpr int64_t kSmallBytes = 4096;             // a run of so many takes no block
+constexpr int64_t kStackBytes = 32 * 1024;        // records at once without a block
 constexpr int64_t kSharedBytes = 4 * 1024 * 1024; // a run of so many takes two threads
+constexpr int64_t kSharedRecords = 512 * 1024;    // the same of records, which take more work a byte
 } // namespace
 
 namespace
@@ -142,30 +145,57 @@ static int move_alone(At place, int64_t count, int64_t item_bytes, int64_t block
     return move_blocks(place, blocks[0], 0, count, block_bytes / item_bytes, move);
 }
 
-// Moves a run from a position on in two halves, each by a thread of its own: while one waits for the file or for memory the
-// other converts.
+namespace
+{
+// One half of a run, in blocks: its thread takes them from the front, the other one, when it is done with its own, from the end.
+class Half
+{
+public:
+    Half(int64_t first, int64_t blocks) : first_(first), blocks_(blocks) {}
+    // The next block to move, -1: there are no more. Each of the two calls belongs to one thread.
+    int64_t front() { return is_left() ? first_ + fronts_++ : -1; }
+    int64_t back() { return is_left() ? first_ + blocks_ - ++backs_ : -1; }
+
+private:
+    bool is_left() { return taken_.fetch_add(1) < blocks_; }
+    const int64_t first_, blocks_;
+    std::atomic<int64_t> taken_{0};
+    int64_t fronts_ = 0, backs_ = 0;
+};
+} // namespace
+
+// Moves a run from a position on by two threads: while one waits for the file or for memory the other converts.
 template <typename Move> static int move_shared(FILE* file, int64_t start, int64_t count, int64_t item_bytes,
                                                 int64_t block_bytes, const Move& move)
 {
-    const int64_t half = count / 2, per_block = block_bytes / item_bytes;
+    const int64_t per_block = block_bytes / item_bytes, all = (count + per_block - 1) / per_block;
+    Half halves[] = {{0, all / 2}, {all / 2, all - all / 2}};
     Blocks blocks;
-    bool moved = false;
-    const auto move_half = [&] { moved = move_blocks(Place(file, start), blocks[0], 0, half, per_block, move); };
+    std::atomic<bool> moved = true;
+    const auto move_half = [&](int which) {
+        const auto move_block = [&](int64_t block) {
+            const int64_t first = block * per_block;
+            Place place(file, start + first * item_bytes);
+            if (!move(place, blocks[which], first, std::min(per_block, count - first)))
+                moved = false;
+        };
+        for (int64_t block; moved && (block = halves[which].front()) >= 0;)
+            move_block(block);
+        for (int64_t block; moved && (block = halves[1 - which].back()) >= 0;)
+            move_block(block);
+    };
     std::thread helper;
     try
     {
         const SignalsBlocked blocked;
-        helper = std::thread(move_half);
+        helper = std::thread(move_half, 0);
     }
     catch (const std::exception&)
-    {
-        move_half(); // no thread to be had
-    }
-    const Place middle(file, start + half * item_bytes);
-    const bool rest = move_blocks(middle, blocks[1], half, count - half, per_block, move);
+    {} // no thread to be had: this one takes both halves
+    move_half(1);
     if (helper.joinable())
         helper.join();
-    return moved && rest;
+    return moved;
 }
 
 constexpr int64_t kOwnPosition = -1; // of the stream, which moves on
@@ -173,9 +203,9 @@ constexpr int64_t kOwnPosition = -1; // of the stream, which moves on
 // Moves a whole run, by two threads where it is long. A stream without a descriptor, such as one over memory, has one place
 // only.
 template <typename Move> static int move_run(FILE* file, int64_t position, int64_t count, int64_t item_bytes,
-                                             int64_t block_bytes, const Move& move)
+                                             int64_t block_bytes, const Move& move, int64_t shared_bytes = kSharedBytes)
 {
-    const bool is_long = count * item_bytes >= kSharedBytes;
+    const bool is_long = count * item_bytes >= shared_bytes;
     if (position != kOwnPosition)
         return is_long ? move_shared(file, position, count, item_bytes, block_bytes, move)
                        : move_alone(Place(file, position), count, item_bytes, block_bytes, move);
@@ -316,6 +346,35 @@ int get_reals_at(ZELSTREAM& in, int64_t position, double* values, int64_t count)
         return 1;
     return in.double_precision ? get_run_in_place<uint64_t>(in, values, count, position)
                                : get_widened(in, values, count, position);
+}
+
+int get_int_at(ZELSTREAM& in, int64_t position, int32_t& value)
+{
+    if (fileno(in.file) < 0)
+        return seek_to(in, position) && get_int(in, value);
+    return get_run_in_place<uint32_t>(in, &value, 1, position);
+}
+
+int get_records(ZELSTREAM& in, int64_t count, int record_bytes, RecordTaker& taker)
+{
+    return count <= 0 || move_run(
+                             in.file, kOwnPosition, count, record_bytes, kWidenedBytes,
+                             [&taker, record_bytes](auto& place, unsigned char* block, int64_t first, int64_t records) {
+                                 return place.read(block, records * record_bytes) && taker.take(first, records, block);
+                             },
+                             kSharedRecords);
+}
+
+int get_records_at(ZELSTREAM& in, int64_t position, int64_t first, int64_t count, int record_bytes, RecordTaker& taker)
+{
+    unsigned char bytes[kStackBytes];
+    const int64_t most = kStackBytes / record_bytes;
+    Place place(in.file, position + first * record_bytes);
+    for (int64_t end = first + count; first < end; first += most)
+        if (const int64_t part = std::min(most, end - first);
+            !place.read(bytes, part * record_bytes) || !taker.take(first, part, bytes))
+            return 0;
+    return 1;
 }
 
 ItemReader::ItemReader(ZELSTREAM& in, int64_t bytes) : in_(in), unread_(bytes) {}

@@ -41,6 +41,7 @@ int get_text(ZELSTREAM& in, char* text, int count); // exactly `count` character
 // As get_reals from a position of the file, past the stream's buffer: no seek empties and fills it. The current position may
 // stay as it is.
 int get_reals_at(ZELSTREAM& in, int64_t position, double* values, int64_t count);
+int get_int_at(ZELSTREAM& in, int64_t position, int32_t& value);
 
 // Bytes that an item takes in the file.
 inline int real_bytes(const ZELSTREAM& stream)
@@ -70,6 +71,50 @@ inline bool seek_to(ZELSTREAM& stream, int64_t position)
     return FileSeek_Win32(stream.file, position, 0) == 0;
 }
 
+// Items of one encoding, decoded from bytes in memory.
+template <bool xdr, typename Real> struct Items
+{
+    static constexpr int kRealBytes = sizeof(Real);
+    static int32_t integer(const unsigned char* bytes) { return decoded<int32_t>(bytes); }
+    static double real(const unsigned char* bytes) { return double(decoded<Real>(bytes)); }
+
+private:
+    template <typename Item> static Item decoded(const unsigned char* bytes)
+    {
+        WordOf<Item> word;
+        std::memcpy(&word, bytes, sizeof word);
+        return std::bit_cast<Item>(xdr ? swapped(word) : word);
+    }
+};
+
+// Calls use(Items<...>()) of the stream's encoding, and returns what it does.
+template <typename Use> auto with_items_of(const ZELSTREAM& stream, const Use& use)
+{
+    if (stream.xdr)
+        return stream.double_precision ? use(Items<true, double>()) : use(Items<true, float>());
+    return stream.double_precision ? use(Items<false, double>()) : use(Items<false, float>());
+}
+
+// Takes records of one length from a file.
+class RecordTaker
+{
+public:
+    // Records [first, first + count), whose bytes these are. False ends the reading.
+    virtual bool take(int64_t first, int64_t count, const unsigned char* bytes) = 0;
+
+protected:
+    ~RecordTaker() = default;
+};
+
+// Hands `count` records from the stream's place on to a taker, hundreds at once; the stream is behind them then. Two threads share
+// a long run: take() may run in both at a time, and gets the parts in any order. 0 when the taker ended it, or the records
+// could not be read.
+int get_records(ZELSTREAM& in, int64_t count, int record_bytes, RecordTaker& taker);
+
+// Hands over records [first, first + count) of a run that starts at a position of the file, past the stream's buffer, by this
+// thread alone. 0 also for a stream without a descriptor.
+int get_records_at(ZELSTREAM& in, int64_t position, int64_t first, int64_t count, int record_bytes, RecordTaker& taker);
+
 // Hands out the mixed items of a stretch of a file one by one, read ahead in blocks: thousands of small records cost no
 // call to the file each. Beyond the stretch or a failed read every item is 0 and failed() is true.
 class ItemReader
@@ -81,17 +126,6 @@ public:
     int32_t integer() { return item<int32_t>(); }
     double real() { return in_.double_precision ? item<double>() : double(item<float>()); }
     char character() { return in_.xdr ? char(item<int32_t>() & 0xFF) : char(*take(1)); }
-    // An integer and the reals behind it; all of them are 0 when the stretch ends before the last one.
-    template <int n> int32_t integer_and_reals(double (&reals)[n])
-    {
-        const int width = real_bytes(in_);
-        const unsigned char* const bytes = take(kIntBytes + n * width);
-        static_assert(kIntBytes + n * 8 <= sizeof kZeros);
-        for (int i = 0; i < n; ++i)
-            reals[i] = width == 8 ? decoded<double>(bytes + kIntBytes + 8 * i)
-                                  : double(decoded<float>(bytes + kIntBytes + 4 * i));
-        return decoded<int32_t>(bytes);
-    }
     bool failed() const { return failed_; }
 
 private:

@@ -28,21 +28,40 @@ template <typename T> T* allocate(int64_t count)
     return static_cast<T*>(std::calloc(size_t(count > 0 ? count : 1), sizeof(T)));
 }
 
-// The same for an array that is going to be filled: a large one lies on huge pages where the system has them, since the
-// page faults of small ones can cost more than what is done with the memory.
+// From so many bytes on, an array lies on huge pages where the system has them: the page faults of small ones can cost more than
+// what is done with the memory.
+constexpr int64_t kHugePage = int64_t(1) << 21;
+
+template <typename T> T* allocate_on_huge_pages(int64_t count)
+{
+    const size_t bytes = size_t(count) * sizeof(T), huge = size_t(kHugePage);
+    void* array = std::aligned_alloc(huge, (bytes + huge - 1) / huge * huge);
+    if (array)
+        madvise(array, bytes, MADV_HUGEPAGE);
+    return static_cast<T*>(array);
+}
+
+template <typename T> bool takes_huge_pages(int64_t count)
+{
+    return count >= (kHugePage + int64_t(sizeof(T)) - 1) / int64_t(sizeof(T));
+}
+
+// As allocate(), for an array that is going to be filled.
 template <typename T> T* allocate_to_fill(int64_t count)
 {
-    constexpr size_t kHuge = size_t(1) << 21;
+    if (!allocation_allowed(count, sizeof(T)) || !takes_huge_pages<T>(count))
+        return allocate<T>(count);
+    T* const array = allocate_on_huge_pages<T>(count);
+    return array ? static_cast<T*>(std::memset(static_cast<void*>(array), 0, size_t(count) * sizeof(T))) : nullptr;
+}
+
+// The same with anything in it, where nothing is read before it is written.
+template <typename T> T* allocate_unfilled(int64_t count)
+{
     if (!allocation_allowed(count, sizeof(T)))
         return nullptr;
-    const size_t bytes = size_t(count > 0 ? count : 1) * sizeof(T);
-    if (bytes < kHuge)
-        return static_cast<T*>(std::calloc(bytes, 1));
-    void* array = std::aligned_alloc(kHuge, (bytes + kHuge - 1) / kHuge * kHuge);
-    if (!array)
-        return nullptr;
-    madvise(array, bytes, MADV_HUGEPAGE);
-    return static_cast<T*>(std::memset(array, 0, bytes));
+    return takes_huge_pages<T>(count) ? allocate_on_huge_pages<T>(count)
+                                      : static_cast<T*>(std::malloc(size_t(count > 0 ? count : 1) * sizeof(T)));
 }
 
 // realloc to `count` elements (at least one). On null the old array is as it was.
@@ -60,11 +79,15 @@ template <typename T> void discard(T*& array)
     array = nullptr;
 }
 
-// Zeroed array that is freed on every way out of its scope, unless release() hands it on.
+struct Unfilled
+{};
+
+// Zeroed array, or one with anything in it, that is freed on every way out of its scope, unless release() hands it on.
 template <typename T> struct Scratch
 {
     T* data;
     explicit Scratch(int64_t count) : data(allocate_to_fill<T>(count)) {}
+    Scratch(int64_t count, Unfilled) : data(allocate_unfilled<T>(count)) {}
     ~Scratch() { std::free(static_cast<void*>(data)); }
     Scratch(const Scratch&) = delete;
     Scratch& operator=(const Scratch&) = delete;

@@ -153,9 +153,12 @@ int reserve_nodes(ZELDATA* db, int64_t count)
     if (room < count)
         return 0;
     NodeCache& cache = cache_of(db);
-    Scratch<ZELNODE> nodes(room);
-    Scratch<ZELNODE*> mode_nodes[] = {Scratch<ZELNODE*>(room), Scratch<ZELNODE*>(room), Scratch<ZELNODE*>(room)};
-    Scratch<ZELIDPAIR> pairs[] = {Scratch<ZELIDPAIR>(room), Scratch<ZELIDPAIR>(room), Scratch<ZELIDPAIR>(room)};
+    // Where zeros are not wanted, nobody reads what belongs to a node before append_node or enter_nodes has written it.
+    using Pointers = Scratch<ZELNODE*>;
+    using Pairs = Scratch<ZELIDPAIR>;
+    Scratch<ZELNODE> nodes(room, Unfilled{});
+    Pointers mode_nodes[] = {Pointers(room, Unfilled{}), Pointers(room, Unfilled{}), Pointers(room, Unfilled{})};
+    Pairs pairs[] = {Pairs(room, Unfilled{}), Pairs(room, Unfilled{}), Pairs(room, Unfilled{})};
     Scratch<int> stress_position(room), strain_position(room);
     Scratch<char> is_interface(room);
     for (int kind = 0; kind < ZEL_MODE_KINDS; ++kind)
@@ -258,19 +261,34 @@ int append_node(ZELDATA* db, int node_id)
     return node;
 }
 
+void enter_nodes(ZELDATA* db, int first, int count)
+{
+    ZELNODE* const nodes = db->nodes; // locals: a store through a pointer might change the record
+    ZELNODE** const mode_nodes = db->mode_nodes[ZEL_MODE_SHAPE];
+    ZELIDPAIR* const pairs = db->node_id_index;
+    for (int node = first; node < first + count; ++node)
+    {
+        mode_nodes[node] = nodes + node;
+        pairs[node] = {nodes[node].id, node};
+    }
+}
+
 bool adopt_nodes(ZELDATA* db, int count)
 {
     NodeCache& cache = cache_of(db);
-    const ZELIDPAIR* pairs = db->node_id_index;
-    for (int node = 0; node < count; ++node)
-    {
-        db->mode_nodes[ZEL_MODE_SHAPE][node] = db->nodes + node;
-        append_pair(db, ZEL_MODE_SHAPE, node, {db->nodes[node].id, node});
-    }
-    sort_pairs(db, ZEL_MODE_SHAPE, count);
+    const ZELIDPAIR* const pairs = db->node_id_index;
+    int& sorted = cache.sorted_pairs[ZEL_MODE_SHAPE];
+    int falls = 0;
     for (int i = 1; i < count; ++i)
-        if (pairs[i].id == pairs[i - 1].id)
-            return false;
+        falls += pairs[i - 1].id >= pairs[i].id;
+    sorted = falls == 0 ? count : 0;
+    if (falls > 0)
+    {
+        sort_pairs(db, ZEL_MODE_SHAPE, count);
+        for (int i = 1; i < count; ++i)
+            if (pairs[i].id == pairs[i - 1].id)
+                return false;
+    }
     cache.highest_id = count > 0 ? pairs[count - 1].id : 0;
     db->node_count = db->mode_node_count[ZEL_MODE_SHAPE] = count;
     nodes_changed(db);

@@ -93,8 +93,12 @@ int reserve_nodes(ZELDATA* db, int64_t count);
 // Appends a node with zero coordinates and no mass, whether or not its id is new; its index, or -1 with a message.
 int append_node(ZELDATA* db, int node_id);
 
-// Makes the first `count` records of the node table, which are filled and for which reserve_nodes() has made room, the
-// nodes of a database that had none. False, with some of them taken, when an id occurs twice.
+// Enters records [first, first + count) of the node table, which are filled and for which reserve_nodes() has made room, into
+// its lookups. Several threads may enter a part each.
+void enter_nodes(ZELDATA* db, int first, int count);
+
+// Makes the first `count` records, all of which have been entered, the nodes of a database that had none. False when an id
+// occurs twice.
 bool adopt_nodes(ZELDATA* db, int count);
 
 // Index of a node id, -1 for an unknown one; silent. Takes constant time in every order of calls.

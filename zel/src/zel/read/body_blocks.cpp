@@ -2,7 +2,10 @@
 // by their ids.
 #include "reader.h"
 
+#include <pthread.h>
+
 #include <algorithm>
+#include <atomic>
 
 namespace zel
 {
@@ -50,33 +53,135 @@ static int read_header(Reader& in, const Block& row)
 
 // ---- Nodes and masses ------------------------------------------------------------------------------------------------
 
+namespace
+{
+// A block with a record for each node which, as a rule, is in the order of the node table. It is read together with the nodes,
+// part by part while these are in the cache. Where that is not so, the block is left to its own turn.
+class BesideNodes : public RecordTaker
+{
+public:
+    bool is_whole() const { return whole_; }
+    void take_part(int64_t first, int64_t count)
+    {
+        if (whole_ && !get_records_at(in_.file, start_, first, count, record_bytes_, *this))
+            whole_ = false;
+    }
+
+protected:
+    // The block begins with two integers, which are to be these.
+    BesideNodes(Reader& in, int block, int first, int second, int record_bytes)
+        : in_(in), record_bytes_(record_bytes), start_(block_start(in.db, block_row(block)) + 2 * kIntBytes)
+    {
+        int32_t head[2];
+        whole_ = block_in_file(in.db, block) && seek_to(in.file, start_ - int(sizeof head)) &&
+                 get_ints(in.file, head, 2) && head[0] == first && head[1] == second;
+    }
+    Reader& in_;
+
+private:
+    int record_bytes_;
+    int64_t start_;
+    std::atomic<bool> whole_;
+};
+
+// The masses: an id and a mass each.
+class Masses final : public BesideNodes
+{
+public:
+    Masses(Reader& in, int nodes) : BesideNodes(in, ZEL_BLOCK_MASSES, nodes, 1, kIntBytes + real_bytes(in.file)) {}
+    bool take(int64_t first, int64_t count, const unsigned char* bytes) override
+    {
+        ZELNODE* const nodes = in_.db->nodes + first;
+        return with_items_of(in_.file, [=](auto items) {
+            const unsigned char* at = bytes;
+            int64_t i = 0;
+            for (; i < count && nodes[i].id == items.integer(at); ++i, at += kIntBytes + items.kRealBytes)
+                nodes[i].mass = items.real(at + kIntBytes);
+            return i == count;
+        });
+    }
+};
+
+// The ids of the nodes of the mode shapes.
+class ShapeNodes final : public BesideNodes
+{
+public:
+    ShapeNodes(Reader& in, int nodes) : BesideNodes(in, ZEL_BLOCK_MODES, in.db->mode_count, nodes, kIntBytes) {}
+    bool take(int64_t first, int64_t count, const unsigned char* bytes) override
+    {
+        const ZELNODE* const nodes = in_.db->nodes + first;
+        return with_items_of(in_.file, [=](auto items) {
+            int64_t i = 0;
+            while (i < count && nodes[i].id == items.integer(bytes + kIntBytes * i))
+                ++i;
+            return i == count;
+        });
+    }
+};
+
+// The nodes: an id and three coordinates each.
+class Nodes final : public RecordTaker
+{
+public:
+    Nodes(Reader& in, const Block& row, int count)
+        : in_(in), row_(row), count_(count), masses_(in, count), shapes_(in, count), caller_(pthread_self())
+    {}
+    bool take(int64_t first, int64_t count, const unsigned char* bytes) override
+    {
+        if (pthread_equal(pthread_self(), caller_) && !tell_progress(in_, row_, first, count_))
+            return false;
+        ZELNODE* const nodes = in_.db->nodes + first;
+        with_items_of(in_.file, [=](auto items) {
+            constexpr int kReal = items.kRealBytes;
+            const unsigned char* at = bytes;
+            for (int64_t i = 0; i < count; ++i, at += kIntBytes + 3 * kReal)
+                nodes[i] = {items.integer(at),
+                            items.real(at + kIntBytes),
+                            items.real(at + kIntBytes + kReal),
+                            items.real(at + kIntBytes + 2 * kReal),
+                            0.0,
+                            nullptr};
+        });
+        if (count > 1 && nodes[0].id == nodes[1].id) // in a hole of the file all are 0
+            return false;
+        enter_nodes(in_.db, int(first), int(count));
+        masses_.take_part(first, count);
+        shapes_.take_part(first, count);
+        return true;
+    }
+    void finish()
+    {
+        in_.has_masses = masses_.is_whole();
+        in_.shapes_in_order = shapes_.is_whole();
+    }
+
+private:
+    Reader& in_;
+    const Block& row_;
+    int count_;
+    Masses masses_;
+    ShapeNodes shapes_;
+    pthread_t caller_; // progress is told by that thread alone
+};
+} // namespace
+
 static int read_nodes(Reader& in, const Block& row)
 {
     ZELDATA* db = in.db;
-    ItemReader items = items_of(db, row);
-    const int count = items.integer(), coordinates = items.integer();
-    if (items.failed())
+    int32_t head[2]; // nodes, coordinates of each
+    if (!seek_to(in.file, block_start(db, row)) || !get_ints(in.file, head, 2))
         return unreadable(row);
+    const auto [count, coordinates] = head;
     if (coordinates != 3)
         return fail("Node location should only be specified with 3 coordinates, not %ld", long(coordinates));
     if (!reserve_nodes(db, count))
         return no_room(row);
-    for (int node = 0; node < count; ++node)
-    {
-        if (!reads_on(in, row, node, count))
-            return 0;
-        ZELNODE& record = db->nodes[node];
-        double place[3];
-        record.id = items.integer_and_reals(place);
-        record.x = place[0];
-        record.y = place[1];
-        record.z = place[2];
-        if (node > 0 && record.id == db->nodes[node - 1].id) // in a hole of the file all are 0
-            return unreadable(row);
-    }
-    if (items.failed() || !adopt_nodes(db, count)) // an id stands for one node only
-        return unreadable(row);
-    return 1;
+    Nodes nodes(in, row, count);
+    if (!seek_to(in.file, block_start(db, row) + int(sizeof head)) ||
+        !get_records(in.file, count, kIntBytes + 3 * real_bytes(in.file), nodes))
+        return is_ended() ? 0 : int(unreadable(row));
+    nodes.finish();
+    return adopt_nodes(db, count) ? 1 : int(unreadable(row)); // an id stands for one node only
 }
 
 static int read_body_properties(Reader& in, const Block& row)
@@ -93,12 +198,6 @@ static int read_body_properties(Reader& in, const Block& row)
 // The node's id and the mean of its masses.
 static int next_mass(ItemReader& items, int values, double& mass)
 {
-    if (double only[1]; values == 1)
-    {
-        const int node_id = items.integer_and_reals(only);
-        mass = only[0];
-        return node_id;
-    }
     const int node_id = items.integer();
     double sum = 0.0;
     for (int k = 0; k < values; ++k)
@@ -107,8 +206,11 @@ static int next_mass(ItemReader& items, int values, double& mass)
     return node_id;
 }
 
+// In any order, of nodes that may be unknown, and several to average for each.
 static int read_masses(Reader& in, const Block& row)
 {
+    if (in.has_masses)
+        return 1;
     ZELDATA* db = in.db;
     ItemReader items = items_of(db, row);
     const int count = items.integer(), values = items.integer();
@@ -119,6 +221,8 @@ static int read_masses(Reader& in, const Block& row)
         ZEL_Warning("Each node must possess a single scalar mass");
         ZEL_Warning("Generating scalar by averaging %d values", values);
     }
+    for (int node = 0; node < db->node_count; ++node)
+        db->nodes[node].mass = 0.0; // some may have come with the nodes
     for (int i = 0; i < count; ++i)
     {
         if (!reads_on(in, row, i, count))

@@ -122,8 +122,10 @@ static int read_generalized(Reader& in, const Block& row)
 
 // ---- Mode vectors ---------------------------------------------------------------------------------------------------
 
-// Where each record's reals start, and the mode number in front of them, into arrays of one entry a mode.
-static int locate_records(Reader& in, const Block& row, int modes, int nodes, int64_t* positions, int* numbers)
+// Where each record's reals start, and the mode number in front of them, into arrays of one entry a mode. Where nobody asks for
+// the numbers that of the last record alone is read, so that a file which ends before it is found out.
+static int locate_records(Reader& in, const Block& row, int modes, int nodes, int64_t* positions, int* numbers,
+                          bool numbers_wanted)
 {
     const int64_t first = block_start(in.db, row) + 2 * kIntBytes + int64_t(nodes) * kIntBytes;
     const int64_t step = in.widths.mode_number + 6 * int64_t(nodes) * in.widths.real;
@@ -131,7 +133,8 @@ static int locate_records(Reader& in, const Block& row, int modes, int nodes, in
     {
         const int64_t record = first + mode * step;
         positions[mode] = record + in.widths.mode_number;
-        if (in.widths.mode_number && !(seek_to(in.file, record) && get_int(in.file, numbers[mode])))
+        if (in.widths.mode_number && (numbers_wanted || mode == modes - 1) &&
+            !get_int_at(in.file, record, numbers[mode]))
             return 0;
     }
     return 1;
@@ -153,9 +156,12 @@ static int keep_positions(Reader& in, const Block& row, int kind, int modes, int
     Scratch<int> numbers(modes);
     if (!positions.data || !numbers.data)
         return no_room(row);
-    if (!locate_records(in, row, modes, nodes, positions.data, numbers.data))
+    const bool compared =
+        kind != ZEL_MODE_SHAPE || block_in_file(db, ZEL_BLOCK_STRESS) || block_in_file(db, ZEL_BLOCK_STRAIN);
+    const bool wanted = compared || !in.modes_numbered;
+    if (!locate_records(in, row, modes, nodes, positions.data, numbers.data, wanted))
         return unreadable(row);
-    const bool numbered = in.widths.mode_number > 0;
+    const bool numbered = in.widths.mode_number > 0 && wanted;
     const size_t bytes = size_t(modes) * sizeof(int);
     const int* order = numbered && kind != ZEL_MODE_SHAPE ? first_order(in) : nullptr;
     if (order && std::memcmp(order, numbers.data, bytes) != 0)
@@ -172,15 +178,13 @@ static int keep_positions(Reader& in, const Block& row, int kind, int modes, int
     return 1;
 }
 
-static int read_mode_shapes(Reader& in, const Block& row)
+// Puts the nodes of the table into the order of the mode shapes.
+static int follow_order(Reader& in, const Block& row, int nodes)
 {
     ZELDATA* db = in.db;
     ItemReader items = items_of(db, row);
-    const int modes = items.integer(), nodes = items.integer();
-    if (items.failed() || nodes > db->node_count)
-        return unreadable(row);
-    if (modes != db->mode_count)
-        return fail("%s", row.mismatch);
+    items.integer(); // modes
+    items.integer(); // nodes
     for (int position = 0; position < nodes; ++position)
     {
         if (!reads_on(in, row, position, nodes))
@@ -195,6 +199,22 @@ static int read_mode_shapes(Reader& in, const Block& row)
             return unreadable(row);
         swap_nodes(db, position, found);
     }
+    return 1;
+}
+
+static int read_mode_shapes(Reader& in, const Block& row)
+{
+    ZELDATA* db = in.db;
+    int32_t head[2]; // modes, nodes of each
+    if (!seek_to(in.file, block_start(db, row)) || !get_ints(in.file, head, 2))
+        return unreadable(row);
+    const auto [modes, nodes] = head;
+    if (nodes > db->node_count)
+        return unreadable(row);
+    if (modes != db->mode_count)
+        return fail("%s", row.mismatch);
+    if (!in.shapes_in_order && !follow_order(in, row, nodes))
+        return 0;
     db->mode_node_count[ZEL_MODE_SHAPE] = nodes;
     return keep_positions(in, row, ZEL_MODE_SHAPE, modes, nodes);
 }

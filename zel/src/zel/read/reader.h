@@ -20,6 +20,9 @@ struct Reader
     bool modes_numbered = false;  // mode numbers come from the file, not from counting
     int* shape_numbers = nullptr; // owned: the number in front of each record of the mode shapes; null: there are none
 
+    bool has_masses = false;      // of all nodes: they came with the nodes
+    bool shapes_in_order = false; // the nodes of the mode shapes are those of the node table, in its order
+
     Progress progress; // by bytes of the file
 
     explicit Reader(ZELDATA* database)
@@ -40,14 +43,19 @@ inline int64_t block_size(const ZELDATA* db, const Block& row)
     return db->block_offset[row.number] - db->block_offset[row.number - 1];
 }
 
-// Tells the progress, before item i of `count` in a block, now and then. False when the operation is ended. Damaged blocks have
-// items without a count.
+// Tells the progress before item i of `count` in a block. False when the operation is ended. Damaged blocks have items without a
+// count.
+inline bool tell_progress(Reader& in, const Block& row, int64_t i, int64_t count)
+{
+    const double share = double(i) / double(std::max<int64_t>(count, 1));
+    return in.progress.reach(block_start(in.db, row) + int64_t(double(block_size(in.db, row)) * share));
+}
+
+// The same now and then, for readers that call it before each item.
 inline bool reads_on(Reader& in, const Block& row, int64_t i, int64_t count)
 {
     constexpr int64_t kItems = 16384;
-    return i % kItems != 0 ||
-           in.progress.reach(block_start(in.db, row) +
-                             int64_t(double(block_size(in.db, row)) * double(i) / double(std::max<int64_t>(count, 1))));
+    return i % kItems != 0 || tell_progress(in, row, i, count);
 }
 
 // The items of a block from its start to its end. A file that cannot be positioned fails at the first item.
