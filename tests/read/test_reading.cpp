@@ -6,6 +6,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <climits>
 
 namespace
@@ -276,6 +277,53 @@ TEST_F(Reading, TakesFacesFromOldElementBlocks)
         const std::vector<int> edge = {2, 0, 1};
         EXPECT_EQ(listed(db->face_list, db->face_list_length), edge);
     }
+}
+
+// So many nodes that two threads read them. The masses and the mode shapes have these in the order of the node table, or leave it
+// towards the end.
+TEST_F(Reading, FindsWhatBelongsToANodeInLargeTablesOfAnyOrder)
+{
+    std::vector<int> ids;
+    for (int i = 0; i < 40000; ++i)
+        ids.push_back(1 + i * 7919 % 40009); // 40009 is a prime: all are different, and they do not ascend
+    std::vector<int> late = ids, fewer(ids.begin() + 1, ids.end());
+    std::rotate(late.end() - 100, late.end() - 30, late.end());
+    const std::pair<std::vector<int>, std::vector<int>> orders[] = {
+        {ids, ids}, {late, ids}, {ids, late}, {fewer, fewer}};
+    for (const auto& [of_masses, of_shapes] : orders)
+        for (FileFormat format : {FileFormat{60, true, false}, FileFormat{60, false, true}})
+        {
+            SampleFile file = sample_file(format), large = {format, {}, {}};
+            for (int block : {2, 11, 16})
+                large.blocks[block] = file.blocks[block];
+            large.blocks[ZEL_BLOCK_NODES] = nodes_block(file, ids);
+            large.blocks[ZEL_BLOCK_MODES] = vectors_block(file, 0, of_shapes, sample::mode_numbers);
+            FileBuilder masses = file.build().integers({int(of_masses.size()), 1});
+            for (int id : of_masses)
+                masses.integer(id).real(sample::mass(id));
+            large.blocks[ZEL_BLOCK_MASSES] = masses.bytes;
+            ZELDATA* db = nullptr;
+            EXPECT_EQ(errors_of([&] { db = open(large); }), "");
+            ASSERT_TRUE(db);
+            ASSERT_EQ(db->node_count, 40000);
+            ASSERT_EQ(db->mode_node_count[ZEL_MODE_SHAPE], int(of_shapes.size()));
+            int wrong = 0;
+            for (size_t i = 0; i < of_shapes.size(); ++i)
+                wrong += db->nodes[i].id != of_shapes[i] || db->mode_nodes[ZEL_MODE_SHAPE][i] != db->nodes + i;
+            EXPECT_EQ(wrong, 0);
+            for (int id : ids)
+            {
+                const int index = ZEL_NodeIndex(db, id);
+                ASSERT_TRUE(index >= 0 && db->nodes[index].id == id);
+                const ZELNODE& node = db->nodes[index];
+                const bool weighs = of_masses.size() == ids.size() || id != ids[0];
+                wrong += node.x != sample::coordinate(id, 0) || node.y != sample::coordinate(id, 1) ||
+                         node.z != sample::coordinate(id, 2) || node.inertia ||
+                         node.mass != (weighs ? sample::mass(id) : 0.0);
+            }
+            EXPECT_EQ(wrong, 0);
+            EXPECT_EQ(ZEL_NodeIndex(db, 40010), -1);
+        }
 }
 
 TEST_F(Reading, AveragesMassesAndWarnsOfRepeats)
