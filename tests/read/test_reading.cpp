@@ -303,7 +303,7 @@ TEST_F(Reading, FindsWhatBelongsToANodeInLargeTablesOfAnyOrder)
                 masses.integer(id).real(sample::mass(id));
             large.blocks[ZEL_BLOCK_MASSES] = masses.bytes;
             ZELDATA* db = nullptr;
-            EXPECT_EQ(errors_of([&] { db = open(large); }), "");
+            EXPECT_TRUE(errors_of([&] { db = open(large); }).empty()); // thousands of lines else
             ASSERT_TRUE(db);
             ASSERT_EQ(db->node_count, 40000);
             ASSERT_EQ(db->mode_node_count[ZEL_MODE_SHAPE], int(of_shapes.size()));
