@@ -38,7 +38,7 @@ int get_ints(ZELSTREAM& in, int32_t* values, int64_t count);
 int get_reals(ZELSTREAM& in, double* values, int64_t count);
 int get_text(ZELSTREAM& in, char* text, int count); // exactly `count` characters, not terminated
 
-// As get_reals from a position of the file, past the stream's buffer: no seek empties and fills it. The current position may
+// As get_reals and get_int from a position of the file, past the stream's buffer: no seek empties and fills it. The current position may
 // stay as it is.
 int get_reals_at(ZELSTREAM& in, int64_t position, double* values, int64_t count);
 int get_int_at(ZELSTREAM& in, int64_t position, int32_t& value);
@@ -71,20 +71,20 @@ inline bool seek_to(ZELSTREAM& stream, int64_t position)
     return FileSeek_Win32(stream.file, position, 0) == 0;
 }
 
-// Items of one encoding, decoded from bytes in memory.
+// An item, decoded from bytes in memory.
+template <typename Item> Item decoded(const unsigned char* bytes, bool xdr)
+{
+    WordOf<Item> word;
+    std::memcpy(&word, bytes, sizeof word);
+    return std::bit_cast<Item>(xdr ? swapped(word) : word);
+}
+
+// The items of one encoding.
 template <bool xdr, typename Real> struct Items
 {
     static constexpr int kRealBytes = sizeof(Real);
-    static int32_t integer(const unsigned char* bytes) { return decoded<int32_t>(bytes); }
-    static double real(const unsigned char* bytes) { return double(decoded<Real>(bytes)); }
-
-private:
-    template <typename Item> static Item decoded(const unsigned char* bytes)
-    {
-        WordOf<Item> word;
-        std::memcpy(&word, bytes, sizeof word);
-        return std::bit_cast<Item>(xdr ? swapped(word) : word);
-    }
+    static int32_t integer(const unsigned char* bytes) { return decoded<int32_t>(bytes, xdr); }
+    static double real(const unsigned char* bytes) { return double(decoded<Real>(bytes, xdr)); }
 };
 
 // Calls use(Items<...>()) of the stream's encoding, and returns what it does.
@@ -130,7 +130,7 @@ public:
 
 private:
     static constexpr int kRoom = 32 * 1024;
-    static constexpr unsigned char kZeros[32] = {};
+    static constexpr unsigned char kZeros[8] = {}; // the widest item
     bool refill(int width);
     // The next `width` bytes, zeros after a failure.
     const unsigned char* take(int width)
@@ -139,13 +139,7 @@ private:
             return kZeros;
         return room_ + std::exchange(next_, next_ + width);
     }
-    template <typename Item> Item decoded(const unsigned char* bytes) const
-    {
-        WordOf<Item> word;
-        std::memcpy(&word, bytes, sizeof word);
-        return std::bit_cast<Item>(in_.xdr ? swapped(word) : word);
-    }
-    template <typename Item> Item item() { return decoded<Item>(take(sizeof(Item))); }
+    template <typename Item> Item item() { return decoded<Item>(take(sizeof(Item)), in_.xdr); }
     ZELSTREAM& in_;
     int64_t unread_; // bytes of the stretch that are still in the file
     int next_ = 0, end_ = 0;

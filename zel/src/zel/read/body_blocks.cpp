@@ -206,7 +206,7 @@ static int next_mass(ItemReader& items, int values, double& mass)
     return node_id;
 }
 
-// In any order, of nodes that may be unknown, and several to average for each.
+// The masses come in any order. A node may be unknown. Several masses of one node are averaged.
 static int read_masses(Reader& in, const Block& row)
 {
     if (in.has_masses)
