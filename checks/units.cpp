@@ -15,10 +15,10 @@ std::array<std::string, 4> units_of(const ZELDATA* db)
 
 void check_units(ZELDATA* db, Phases&, Report& report)
 {
-    constexpr double kConsistent = 1e-4; // what the printed factors of units that belong together differ by
+    constexpr double kSameFactor = 1e-4; // what the printed factors of units that belong together differ by
     const double factor = ZEL_UCF(db);
     const auto units = units_of(db);
-    const bool consistent = std::fabs(factor - 1.0) <= kConsistent;
+    const bool consistent = std::fabs(factor - 1.0) <= kSameFactor;
     const std::string meaning =
         consistent ? "" : format(": eigenvalues are multiplied by %.6g to give squared frequencies", factor);
     report.check("units consistent", units[0] + ", " + units[1] + ", " + units[2] + ", " + units[3] + meaning,

@@ -49,19 +49,19 @@ static VectorXd by_interface(const VectorXd& by_column)
 static VectorXd residual_flexibilities(const Pencil& pencil, const Cholesky& shifted, const MatrixXd& known,
                                        const MatrixXd& pulls)
 {
-    constexpr int kMostSteps = 500;
-    constexpr double kConverged = 1e-10;
+    constexpr int kMostTurns = 500;
+    constexpr double kSettled = 1e-10;
     const MatrixXd inertia = times(pencil.mass, known), rest = pulls - inertia * (known.transpose() * pulls);
     MatrixXd x = MatrixXd::Zero(rest.rows(), rest.cols());
     VectorXd flexibility = VectorXd::Zero(rest.cols());
-    for (int step = 0; step < kMostSteps; ++step)
+    for (int step = 0; step < kMostTurns; ++step)
     {
         x = shifted.solve(rest - pencil.shift * times(pencil.mass, x));
         x -= known * (inertia.transpose() * x);
         const VectorXd now = rest.cwiseProduct(x).colwise().sum();
         const double change = (now - flexibility).cwiseAbs().maxCoeff();
         flexibility = now;
-        if (change <= kConverged * now.cwiseAbs().maxCoeff())
+        if (change <= kSettled * now.cwiseAbs().maxCoeff())
             return flexibility;
     }
     throw std::runtime_error("the flexibility of the interfaces has not been found");

@@ -13,7 +13,6 @@ namespace zel_fem
 using Eigen::Vector3d;
 
 constexpr double kUndetermined = 1e-6; // share of a freedom in a motion that no node feels
-constexpr int kTranslations = 7;       // bits of moved_components
 
 // ---- What a user names -------------------------------------------------------------------------------------------------
 

@@ -19,8 +19,7 @@ constexpr double kRoundedTolerance = 1e-3; // the same for rotations about nodes
 constexpr double kRoundedEnergy = 1e-3;    // of K R: its work, relative to what all forces would do with one sign
 constexpr double kFollowTolerance =
     1e-5; // of rigid motions of nodes without rows; rotations relative to the size of the model
-constexpr double kMassTolerance = 1e-5; // of R^T M R, relative to its diagonal
-constexpr int kTranslations = 7;        // bits of moved_components
+constexpr double kRigidMassTolerance = 1e-5; // of R^T M R, relative to its diagonal
 
 Eigen::Matrix<double, 3, 6> rigid_motion(const Vector3d& at, const Vector3d& center)
 {
@@ -279,7 +278,7 @@ static void check_mass(const Matrix6& m, const Vector3d& center)
     const double length = size.tail<3>().maxCoeff() / size[0];
     Eigen::Matrix<double, 6, 1> scale;
     scale << size.head<3>(), Vector3d::Constant(size[0] * length);
-    if (!((m - expected).array().abs() <= kMassTolerance * (scale * scale.transpose()).array()).all())
+    if (!((m - expected).array().abs() <= kRigidMassTolerance * (scale * scale.transpose()).array()).all())
         throw std::runtime_error("the mass matrix is not that of a body, whose mass is the same along x, y and z: the "
                                  "matrices must belong to this mesh");
 }

@@ -20,7 +20,7 @@ using Matrix10 = Eigen::Matrix<double, 10, 10>;
 
 constexpr double kSmallestShare = 0.02; // of its scaled mass that a node keeps at least
 constexpr double kMatched = 1e-10;      // of the moments, in the body's own size and mass
-constexpr double kSmallRest = 1e-4;     // of dependent functions that may be left to the nodal inertias
+constexpr double kSmallResidue = 1e-4;  // of dependent functions that may be left to the nodal inertias
 constexpr double kSmallOffset = 1e-7;   // of the centre, where nodes all but lie in a plane
 constexpr double kNoOffset = 1e-9;
 constexpr double kFlat = 1e-9; // squared distance of nodes from a plane
@@ -245,7 +245,7 @@ static bool match(const Mesh& mesh, const MassMoments& target, std::vector<doubl
     for (double limit : kDependent)
     {
         left = least_moments(matching.dependent(limit), lacking, kCheapFirst);
-        found = left.norm() < kSmallRest && left.head<4>().norm() < kSmallOffset &&
+        found = left.norm() < kSmallResidue && left.head<4>().norm() < kSmallOffset &&
                 matching.solve(matching.wanted - left, best);
         if (found)
             break;
@@ -255,7 +255,7 @@ static bool match(const Mesh& mesh, const MassMoments& target, std::vector<doubl
         const bool reached = approach(matching, nearer, rest_there);
         if (!found && !reached)
             return false;
-        if (!found || (reached && rest_there.norm() < kSmallRest))
+        if (!found || (reached && rest_there.norm() < kSmallResidue))
         {
             best = nearer;
             left = rest_there;

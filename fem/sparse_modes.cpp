@@ -22,10 +22,10 @@ using Eigen::Index;
 using Eigen::MatrixXd;
 using Eigen::VectorXd;
 
-constexpr double kResidual = 1e-8;     // of a converged mode; the Rayleigh-Ritz step squares what is left of it
-constexpr double kIndependent = 1e-14; // squared lengths in a block, against the longest
-constexpr double kNoise = 1e-24;       // squared length of what orthogonalisation leaves, against what it was
-constexpr double kUnit = 0.5;          // squared length that a unit vector keeps when it is orthogonal already
+constexpr double kResidual = 1e-8;            // of a converged mode; the Rayleigh-Ritz step squares what is left of it
+constexpr double kIndependentSquared = 1e-14; // squared lengths in a block, against the longest
+constexpr double kNoise = 1e-24;              // squared length of what orthogonalisation leaves, against what it was
+constexpr double kUnit = 0.5;                 // squared length that a unit vector keeps when it is orthogonal already
 constexpr double kGap = 1e-6; // between eigenvalues that a count divides, relative to the distance from the shift
 constexpr Index kFewFreedoms = 300, kSmallestBlock = 8, kLargestBlock = 16;
 constexpr int kIdleSteps = 100; // without another mode
@@ -204,7 +204,8 @@ Index Lanczos::append(MatrixXd block)
         const MatrixXd mass_block = times(inverse_.pencil.mass, block);
         const zel_dense::Eigenpairs lengths = zel_dense::eigenpairs(inner_products(block, mass_block));
         const VectorXd& squares = lengths.values;
-        const double least = pass == 0 ? std::max(kIndependent * squares.tail(1).value(), kNoise * length) : kUnit;
+        const double least =
+            pass == 0 ? std::max(kIndependentSquared * squares.tail(1).value(), kNoise * length) : kUnit;
         const Index independent = (squares.array() > least).count();
         const MatrixXd directions =
             lengths.vectors.rightCols(independent) * squares.tail(independent).cwiseSqrt().cwiseInverse().asDiagonal();

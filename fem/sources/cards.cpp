@@ -15,12 +15,13 @@ std::string squeeze(std::string_view text)
     return result;
 }
 
-std::string capitals(std::string text)
+std::string capitals(std::string_view text)
 {
-    for (char& c : text)
+    std::string result(text);
+    for (char& c : result)
         if (c >= 'a' && c <= 'z')
             c = char(c - 'a' + 'A');
-    return text;
+    return result;
 }
 
 std::vector<std::string_view> split(std::string_view text)

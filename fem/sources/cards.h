@@ -42,7 +42,7 @@ struct Range
 
 // Text without blanks, and in capitals.
 std::string squeeze(std::string_view text);
-std::string capitals(std::string text);
+std::string capitals(std::string_view text);
 
 // Fields between commas, without blanks around them.
 std::vector<std::string_view> split(std::string_view text);

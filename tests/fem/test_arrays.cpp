@@ -2,18 +2,20 @@
 // together. By way of files they give the same body: see test_matrices.cpp.
 #include "models.h"
 
-using arrays::Input, arrays::Matrix;
+using ArrayInput = arrays::Input;
+using arrays::Matrix;
 
 // ---- Beams with six rows a node ---------------------------------------------------------------------------------------------
 
 constexpr int kBeams = 40;
-constexpr double kLength = 1000, kSide = 20, kElastic = 210000, kDensity = 7.85e-9; // a square section
+constexpr double kBeamLength = 1000, kSide = 20, kElastic = 210000, kDensity = 7.85e-9; // a square section
 
 // Of a slender beam along x (Przemieniecki, Theory of Matrix Structural Analysis, 1968): u, w, rotation about y for the plane x-z,
 // and so on by symmetry; rotary inertia of the section about x alone.
 static void beam_matrices(MatrixXd& stiffness, MatrixXd& mass)
 {
-    const double l = kLength / kBeams, area = kSide * kSide, inertia = std::pow(kSide, 4) / 12, m = kDensity * area * l;
+    const double l = kBeamLength / kBeams, area = kSide * kSide, inertia = std::pow(kSide, 4) / 12,
+                 m = kDensity * area * l;
     const double shear = kElastic / 2.6, torsion = 0.1406 * std::pow(kSide, 4);
     stiffness = mass = MatrixXd::Zero(12, 12);
     const auto couple = [](MatrixXd& a, int i, double own, double other) {
@@ -42,14 +44,14 @@ static void beam_matrices(MatrixXd& stiffness, MatrixXd& mass)
     }
 }
 
-static Input beam_of_lines()
+static ArrayInput beam_of_lines()
 {
     MatrixXd k, m, stiffness = MatrixXd::Zero(6 * (kBeams + 1), 6 * (kBeams + 1)), mass = stiffness;
     beam_matrices(k, m);
-    Input input;
+    ArrayInput input;
     input.cells = {{"line", 2, {}}};
     for (int i = 0; i <= kBeams; ++i)
-        input.points.insert(input.points.end(), {kLength / kBeams * i, 0.0, 0.0});
+        input.points.insert(input.points.end(), {kBeamLength / kBeams * i, 0.0, 0.0});
     for (int i = 0; i < kBeams; ++i)
     {
         stiffness.block<12, 12>(6 * i, 6 * i) += k;
@@ -63,7 +65,7 @@ static Input beam_of_lines()
 
 static double euler(double root)
 {
-    return root * root * std::sqrt(kElastic * kSide * kSide / 12 / kDensity) / (kLength * kLength);
+    return root * root * std::sqrt(kElastic * kSide * kSide / 12 / kDensity) / (kBeamLength * kBeamLength);
 }
 
 TEST(Arrays, OfBeamsCarryTheRotationsOfTheirNodes)
@@ -76,10 +78,10 @@ TEST(Arrays, OfBeamsCarryTheRotationsOfTheirNodes)
         EXPECT_NEAR(std::sqrt(values[k]), euler(4.730041), 1e-5 * euler(4.730041));
     // a slope of 0.982502 x 4.730041 / L at the end for a unit deflection there
     const VectorXd u = free.body->motion.col(6).head<3>(), turn = free.body->rotation.col(6).head<3>();
-    EXPECT_NEAR(turn.norm() / u.norm(), 0.982502 * 4.730041 / kLength, 1e-6);
+    EXPECT_NEAR(turn.norm() / u.norm(), 0.982502 * 4.730041 / kBeamLength, 1e-6);
     EXPECT_NEAR(u.dot(turn), 0.0, 1e-9 * u.norm() * turn.norm());
 
-    options.interfaces = {{{"root", {1}}}, {{"tip", {kBeams + 1}}, {{kLength, 0, 50}}}}; // one of them with an arm
+    options.interfaces = {{{"root", {1}}}, {{"tip", {kBeams + 1}}, {{kBeamLength, 0, 50}}}}; // one of them with an arm
     const ReducedBody held = reduce(*arrays::make_source(beam_of_lines()), options, silent);
     EXPECT_TRUE(held.report.all_hold());
     const MatrixXd& constraint = held.body->motion;
@@ -92,8 +94,8 @@ TEST(Arrays, OfBeamsCarryTheRotationsOfTheirNodes)
     // half way along a cubic: 1/2 of a unit shift, slope 3/2 / L; 1/8 L of a unit turn
     const Index middle = 3 * (kBeams / 2);
     EXPECT_NEAR(constraint(middle + 1, 7), 0.5, 1e-9);
-    EXPECT_NEAR(held.body->rotation(middle + 2, 7), 1.5 / kLength, 1e-12);
-    EXPECT_NEAR(constraint(middle + 1, 11), -kLength / 8, 1e-7);
+    EXPECT_NEAR(held.body->rotation(middle + 2, 7), 1.5 / kBeamLength, 1e-12);
+    EXPECT_NEAR(constraint(middle + 1, 11), -kBeamLength / 8, 1e-7);
 
     ZELDATA* db = fill_database(held);
     double shape[3];
@@ -109,7 +111,7 @@ TEST(Arrays, LoseTheirSupportsOnRequest)
     ReductionOptions options = in_millimetres(4);
     options.release_supports = true;
     const ReducedBody free = reduce(*arrays::make_source(beam_of_lines()), options, silent);
-    Input held = beam_of_lines(), eliminated = held;
+    ArrayInput held = beam_of_lines(), eliminated = held;
     const auto each_of_row = [](Matrix& matrix, int64_t row, const auto& act) {
         for (size_t column = 0; column + 1 < matrix.starts.size(); ++column)
             for (int64_t k = matrix.starts[column]; k < matrix.starts[column + 1]; ++k)
@@ -144,44 +146,48 @@ struct StopAt : Progress
 
 TEST(Arrays, ThatDoNotBelongTogetherAreRefused)
 {
-    const std::pair<void (*)(Input&), const char*> faults[] = {
-        {[](Input& in) { in.points.pop_back(); }, "points have three coordinates each"},
-        {[](Input& in) { in.points[4] = NAN; }, "point 1 has a coordinate that is no finite number"},
-        {[](Input& in) { in.cells[0].nodes[1] = 41; }, "a cell of type line names point 41 of 41"},
-        {[](Input& in) { in.cells[0].nodes[1] = -1; }, "a cell of type line names point -1 of 41"},
-        {[](Input& in) { in.cells[0].nodes_per_cell = 3; }, "cells of type line have 2 nodes, not 3"},
-        {[](Input& in) { in.node_sets["a"] = {41}; }, "the node set a names point 41 of 41"},
-        {[](Input& in) { in.mass.order = 5; }, "the stiffness matrix has 246 rows, the mass matrix 5"},
-        {[](Input& in) { in.points.resize(120), in.cells.clear(); }, "neither three nor six for each of 40 points"},
-        {[](Input& in) {
+    const std::pair<void (*)(ArrayInput&), const char*> faults[] = {
+        {[](ArrayInput& in) { in.points.pop_back(); }, "points have three coordinates each"},
+        {[](ArrayInput& in) { in.points[4] = NAN; }, "point 1 has a coordinate that is no finite number"},
+        {[](ArrayInput& in) { in.cells[0].nodes[1] = 41; }, "a cell of type line names point 41 of 41"},
+        {[](ArrayInput& in) { in.cells[0].nodes[1] = -1; }, "a cell of type line names point -1 of 41"},
+        {[](ArrayInput& in) { in.cells[0].nodes_per_cell = 3; }, "cells of type line have 2 nodes, not 3"},
+        {[](ArrayInput& in) { in.node_sets["a"] = {41}; }, "the node set a names point 41 of 41"},
+        {[](ArrayInput& in) { in.mass.order = 5; }, "the stiffness matrix has 246 rows, the mass matrix 5"},
+        {[](ArrayInput& in) { in.points.resize(120), in.cells.clear(); },
+         "neither three nor six for each of 40 points"},
+        {[](ArrayInput& in) {
              in.dofs = {{0, 0}};
          },
          "dofs has 1 rows, the matrices have 246"},
-        {[](Input& in) {
+        {[](ArrayInput& in) {
              in.dofs.assign(246, {0, 6});
          },
          "row 0 of dofs names component 6 of point 0"},
-        {[](Input& in) {
+        {[](ArrayInput& in) {
              in.dofs.assign(246, {0, 1});
          },
          "two rows move component 1 of point 0"},
-        {[](Input& in) { in.stiffness.starts[3] = 1000000; }, "the stiffness matrix is no compressed square matrix"},
-        {[](Input& in) { in.stiffness.indices[3] = 246; }, "the stiffness matrix has an entry in row 246 of 246"},
-        {[](Input& in) { in.mass.values[2] = INFINITY; }, "the mass matrix has an entry that is no finite number at ("},
-        {[](Input& in) { in.stiffness.values[0] *= 1.001; }, "the stiffness matrix is not symmetric: its entries at ("},
-        {[](Input& in) { in.stiffness.values[1] *= 1.001; }, "the stiffness matrix resists rigid motion"},
-        {[](Input& in) { // a soft spring against torsion alone
+        {[](ArrayInput& in) { in.stiffness.starts[3] = 1000000; },
+         "the stiffness matrix is no compressed square matrix"},
+        {[](ArrayInput& in) { in.stiffness.indices[3] = 246; }, "the stiffness matrix has an entry in row 246 of 246"},
+        {[](ArrayInput& in) { in.mass.values[2] = INFINITY; },
+         "the mass matrix has an entry that is no finite number at ("},
+        {[](ArrayInput& in) { in.stiffness.values[0] *= 1.001; },
+         "the stiffness matrix is not symmetric: its entries at ("},
+        {[](ArrayInput& in) { in.stiffness.values[1] *= 1.001; }, "the stiffness matrix resists rigid motion"},
+        {[](ArrayInput& in) { // a soft spring against torsion alone
              for (int64_t k = in.stiffness.starts[3]; k < in.stiffness.starts[4]; ++k)
                  in.stiffness.values[size_t(k)] *= in.stiffness.indices[size_t(k)] == 3 ? 1.0001 : 1.0;
          },
          "the stiffness matrix resists rigid motion, most at component 4 of node 1:"},
-        {[](Input& in) { in.mass.values[1] = -1; }, "the mass matrix has a negative entry on its diagonal"},
-        {[](Input& in) { in.mass.values[0] *= 0.5; }, "the mass matrix is not that of a body"},
+        {[](ArrayInput& in) { in.mass.values[1] = -1; }, "the mass matrix has a negative entry on its diagonal"},
+        {[](ArrayInput& in) { in.mass.values[0] *= 0.5; }, "the mass matrix is not that of a body"},
     };
     TemporaryFolder folder;
     for (const auto& [spoil, expected] : faults)
     {
-        Input input = beam_of_lines();
+        ArrayInput input = beam_of_lines();
         spoil(input);
         const std::string said = complaint([&] { reduce(*arrays::make_source(input), in_millimetres(2), silent); });
         EXPECT_NE(said.find(expected), std::string::npos) << expected << "\nnot in " << said;

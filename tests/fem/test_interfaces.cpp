@@ -180,7 +180,7 @@ VectorXd Full::answer(const VectorXd& forces) const
 // Static answers at the interfaces, fixed-interface modes and all shapes, beside an independent dense solution.
 TEST(Interfaces, AnswerAsTheFullModelDoes)
 {
-    constexpr int kModes = 5;
+    constexpr int kCompared = 5;
     const std::tuple<const char*, std::vector<std::string>, int, int> cases[] = {
         {"small", {"ROOT@0,0,0", "TIP@70,4,20:average"}, 12, 0},
         {"small", {"ROOT:average", "TIP:average"}, 12, 0},
@@ -203,7 +203,7 @@ TEST(Interfaces, AnswerAsTheFullModelDoes)
         check_interfaces(model, interfaces);
         const MatrixXd load = VectorXd::Unit(Index(model.matrices->rows.size()), 40),
                        moments = MatrixXd::Ones(6 * Index(interfaces.size()), 1);
-        const Reduction body = reduce_craig_bampton(model, interfaces, kModes, silent, load, moments);
+        const Reduction body = reduce_craig_bampton(model, interfaces, kCompared, silent, load, moments);
         ASSERT_EQ(body.boundary_count, constraint);
         ASSERT_EQ(body.rigid_count, rigid);
         const Full full(model, interfaces);
@@ -213,10 +213,11 @@ TEST(Interfaces, AnswerAsTheFullModelDoes)
         const double rounding =
             1e-12 * (moved.transpose() * full.k.cwiseAbs() * moved).maxCoeff(); // where all of it is zero
         EXPECT_LT((own - expected).cwiseAbs().maxCoeff(), 1e-8 * expected.cwiseAbs().maxCoeff() + rounding);
-        const double shift = body.stiffness(constraint + kModes, constraint + kModes); // as the mass matrix is singular
+        const double shift =
+            body.stiffness(constraint + kCompared, constraint + kCompared); // as the mass matrix is singular
         const MatrixXd mass = z.transpose() * full.m * z;
         const VectorXd inverse = generalized_eigenvalues(mass, z.transpose() * full.k * z + shift * mass);
-        for (Index i = 0; i < rigid + kModes; ++i)
+        for (Index i = 0; i < rigid + kCompared; ++i)
             EXPECT_NEAR(body.stiffness(constraint + i, constraint + i), 1 / inverse[inverse.size() - 1 - i] - shift,
                         1e-8 * shift);
         MatrixXd shapes(full.a.cols(), body.motion.cols());
@@ -226,7 +227,7 @@ TEST(Interfaces, AnswerAsTheFullModelDoes)
         EXPECT_TRUE((full.joined * shapes).isIdentity(1e-12)) << full.joined * shapes;
         VectorXd forces(shapes.rows());
         forces << load, moments;
-        const Index fixed = kModes + body.attachment_count;
+        const Index fixed = kCompared + body.attachment_count;
         const VectorXd answer = full.answer(forces),
                        amplitudes = body.stiffness.diagonal().tail(fixed).cwiseInverse().cwiseProduct(
                            shapes.rightCols(fixed).transpose() * forces);

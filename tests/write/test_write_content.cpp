@@ -9,7 +9,7 @@
 
 using WriteContent = FileTest;
 
-constexpr int kModes = 4, kNodes = 6;
+constexpr int kModes = 4, kBodyNodes = 6;
 constexpr int kFirstNumber = 11; // of the modes
 
 static double shape(int mode, int id, int component)
@@ -30,10 +30,10 @@ static double stiffness_of(double hertz)
 // Six nodes in a row, four modes of unit mass at 10, 20, 30 and 40 Hz, loads; metres, kilograms, seconds, newtons.
 static ZELDATA* bar()
 {
-    ZELDATA* db = ZEL_Create(kNodes, kModes + 1);
+    ZELDATA* db = ZEL_Create(kBodyNodes, kModes + 1);
     output_of([&] {
         ZEL_SetUnits(db, "kg", "m", "s", "N");
-        for (int id = 1; id <= kNodes; ++id)
+        for (int id = 1; id <= kBodyNodes; ++id)
         {
             ZEL_SetNodeCoordinates(db, id, id, 0.5 * id, -1.0);
             ZEL_SetNodalMass(db, id, 0.25 * id);
@@ -41,7 +41,7 @@ static ZELDATA* bar()
         for (int mode = 0; mode < kModes; ++mode)
         {
             const int number = kFirstNumber + mode;
-            for (int id = 1; id <= kNodes; ++id)
+            for (int id = 1; id <= kBodyNodes; ++id)
                 for (int i = 0; i < 6; ++i)
                     ZEL_SetModeEntry(db, number, id, 0, i, shape(mode, id, i));
             ZEL_SetGeneralizedStiffness(db, number, number, stiffness_of(10.0 * (mode + 1)));
@@ -58,7 +58,7 @@ using Range = std::pair<int, int>;
 
 static Range range_of(ZELDATA* read)
 {
-    std::vector<double> values(6 * kNodes);
+    std::vector<double> values(6 * kBodyNodes);
     Range range = {0, ZEL_ModeCount(read)};
     for (int mode = 0; mode < range.second; ++mode)
     {
@@ -595,7 +595,7 @@ TEST_F(WriteContent, UnitsBecomeSi)
     ZELDATA* read = rewrite(db, "no_ortho MKS fast_invar");
     EXPECT_TRUE(told("\nUnits:\n   Mass:   KILOGRAM\n   Length: METER\n   Time:   SECOND\n   Force:  NEWTON\n"));
     ZELDATA* same = rewrite(bar(), "no_ortho fast_invar");
-    std::vector<double> values(6 * kNodes), expected(6 * kNodes);
+    std::vector<double> values(6 * kBodyNodes), expected(6 * kBodyNodes);
     for (int mode = 1; mode <= kModes; ++mode)
     {
         ASSERT_TRUE(ZEL_Read_Mode_Double(read, mode, 0, values.data()) &&
@@ -623,7 +623,7 @@ TEST_F(WriteContent, TheOriginIsShiftedTwice)
     ZELDATA* read = rewrite(db, "no_ortho lbrf2cm");
     const double x = 91.0 / 21.0;
     EXPECT_EQ(output.find("Shifting LBRF to CM at (4.333e+00,2.167e+00,-1.000e+00)\n\nShifting LBRF to CM at ("), 0u);
-    for (int node = 0; node < kNodes; ++node)
+    for (int node = 0; node < kBodyNodes; ++node)
     {
         EXPECT_NEAR(read->nodes[node].x, node + 1 - x, 1e-14);
         EXPECT_NEAR(read->nodes[node].z, 0.0, 1e-14);

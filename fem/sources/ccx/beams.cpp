@@ -10,7 +10,7 @@ using Eigen::Vector3d;
 constexpr double kSameDirection = 1e-6;
 
 // In the solver's order: the four corners, then the four mid-sides, in halves of thickness and width.
-constexpr std::array<std::array<int, 2>, 8> kPlaces = {
+constexpr std::array<std::array<int, 2>, 8> kSectionPlaces = {
     {{-1, 1}, {-1, -1}, {1, -1}, {1, 1}, {-1, 0}, {0, -1}, {1, 0}, {0, 1}}};
 constexpr size_t kCorners = 4;
 
@@ -51,8 +51,8 @@ CrossSection mean_of(const std::vector<CrossSection>& sections)
 std::vector<Vector3d> CrossSection::places() const
 {
     std::vector<Vector3d> places;
-    for (size_t i = 0; i < (end ? kPlaces.size() : kCorners); ++i)
-        places.push_back(0.5 * (kPlaces[i][0] * thickness * axes[0] + kPlaces[i][1] * width * axes[1]));
+    for (size_t i = 0; i < (end ? kSectionPlaces.size() : kCorners); ++i)
+        places.push_back(0.5 * (kSectionPlaces[i][0] * thickness * axes[0] + kSectionPlaces[i][1] * width * axes[1]));
     return places;
 }
 

@@ -106,7 +106,7 @@ namespace
 using Combination = std::map<int64_t, double>; // of rows
 
 // Three displacements, three rotations and the stretch of a node.
-using Freedom = int64_t;
+using FreedomNumber = int64_t;
 constexpr int kFreedoms = 7, kStretch = 6;
 
 class Elimination
@@ -125,10 +125,10 @@ private:
         int unknown = 0;
         bool solved = false; // for one of them
     };
-    bool is_known(Freedom freedom) const { return row_of_[size_t(freedom)] >= 0 || solved_.count(freedom) > 0; }
-    void add_to(Combination& sum, Freedom freedom, double factor) const;
+    bool is_known(FreedomNumber freedom) const { return row_of_[size_t(freedom)] >= 0 || solved_.count(freedom) > 0; }
+    void add_to(Combination& sum, FreedomNumber freedom, double factor) const;
     void settle(size_t index);
-    void store(Freedom freedom, Combination value, const Place& place, std::vector<size_t>& ready);
+    void store(FreedomNumber freedom, Combination value, const Place& place, std::vector<size_t>& ready);
     void solve_coupled();
     void check_rest() const;
 
@@ -136,8 +136,8 @@ private:
     std::vector<int64_t> row_of_; // by freedom; -1: none
     int64_t row_count_;
     std::vector<Pending> equations_;
-    std::unordered_map<Freedom, std::vector<size_t>> used_by_;
-    std::map<Freedom, Combination> solved_;
+    std::unordered_map<FreedomNumber, std::vector<size_t>> used_by_;
+    std::map<FreedomNumber, Combination> solved_;
     std::map<int, Place> from_;
 };
 } // namespace
@@ -160,7 +160,7 @@ void Elimination::add(const Equation& equation)
         const int node = deck_.find_node(id);
         if (node < 0)
             throw InputError(equation.place, "node " + std::to_string(id) + " is not defined");
-        pending.terms[kFreedoms * Freedom(node) + component] += coefficient;
+        pending.terms[kFreedoms * FreedomNumber(node) + component] += coefficient;
     }
     std::erase_if(pending.terms, [](const auto& term) { return term.second == 0.0; });
     for (const auto& [freedom, coefficient] : pending.terms)
@@ -172,7 +172,7 @@ void Elimination::add(const Equation& equation)
     equations_.push_back(std::move(pending));
 }
 
-void Elimination::add_to(Combination& sum, Freedom freedom, double factor) const
+void Elimination::add_to(Combination& sum, FreedomNumber freedom, double factor) const
 {
     if (const int64_t row = row_of_[size_t(freedom)]; row >= 0)
         sum[row] += factor;
@@ -181,7 +181,7 @@ void Elimination::add_to(Combination& sum, Freedom freedom, double factor) const
             sum[master] += factor * share;
 }
 
-void Elimination::store(Freedom freedom, Combination value, const Place& place, std::vector<size_t>& ready)
+void Elimination::store(FreedomNumber freedom, Combination value, const Place& place, std::vector<size_t>& ready)
 {
     std::erase_if(value, [](const auto& term) { return term.second == 0.0; });
     solved_[freedom] = std::move(value);
@@ -204,7 +204,7 @@ void Elimination::settle(size_t index)
             continue;
         equation.solved = true;
         Combination sum;
-        std::pair<Freedom, double> unknown{-1, 1.0};
+        std::pair<FreedomNumber, double> unknown{-1, 1.0};
         for (const auto& [freedom, coefficient] : equation.terms)
             if (is_known(freedom))
                 add_to(sum, freedom, coefficient);
@@ -219,7 +219,7 @@ void Elimination::settle(size_t index)
 void Elimination::solve_coupled()
 {
     std::vector<Pending*> left;
-    std::map<Freedom, Index> unknowns;
+    std::map<FreedomNumber, Index> unknowns;
     std::map<int64_t, Index> masters;
     for (Pending& equation : equations_)
     {

@@ -16,7 +16,7 @@ using Eigen::Matrix3d;
 using Eigen::Vector3d;
 using Matrix6d = Eigen::Matrix<double, 6, 6>;
 
-constexpr double kParallel = 1e-10; // sine of the angle between the vectors of an orientation
+constexpr double kParallelAxes = 1e-10; // sine of the angle between the vectors of an orientation
 
 bool is_nonlinear(const std::string& keyword)
 {
@@ -82,15 +82,16 @@ static Matrix6d from_constants(const std::array<double, 3>& young, const std::ar
 // The tensor of a vector of stresses: columns are those of unit stresses along the axes, in the global ones.
 static Matrix6d stress_turned(const Matrix3d& axes)
 {
-    constexpr int kPlaces[6][2] = {{0, 0}, {1, 1}, {2, 2}, {0, 1}, {0, 2}, {1, 2}};
+    constexpr int kTensorPlaces[6][2] = {{0, 0}, {1, 1}, {2, 2}, {0, 1}, {0, 2}, {1, 2}};
     Matrix6d turned;
     for (int column = 0; column < 6; ++column)
     {
         Matrix3d unit = Matrix3d::Zero();
-        unit(kPlaces[column][0], kPlaces[column][1]) = unit(kPlaces[column][1], kPlaces[column][0]) = 1.0;
+        unit(kTensorPlaces[column][0], kTensorPlaces[column][1]) =
+            unit(kTensorPlaces[column][1], kTensorPlaces[column][0]) = 1.0;
         const Matrix3d global = axes * unit * axes.transpose();
         for (int row = 0; row < 6; ++row)
-            turned(row, column) = global(kPlaces[row][0], kPlaces[row][1]);
+            turned(row, column) = global(kTensorPlaces[row][0], kTensorPlaces[row][1]);
     }
     return turned;
 }
@@ -109,7 +110,7 @@ Matrix3d Materials::axes(const std::string& name) const
     if (points.size() != 6 || card.lines.size() > 2 || card.has("DISTRIBUTION"))
         throw std::runtime_error("its *ORIENTATION has not two points");
     const Vector3d a(points[0], points[1], points[2]), b(points[3], points[4], points[5]);
-    if (!(a.cross(b).norm() > kParallel * a.norm() * b.norm()))
+    if (!(a.cross(b).norm() > kParallelAxes * a.norm() * b.norm()))
         throw std::runtime_error("the points of its *ORIENTATION lie on one line");
     Matrix3d axes;
     axes.col(0) = a.normalized();

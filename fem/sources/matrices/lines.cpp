@@ -5,8 +5,6 @@
 namespace zel_fem::matrices
 {
 
-constexpr int64_t kShortestLine = 12; // of many entries
-
 namespace
 {
 struct Line

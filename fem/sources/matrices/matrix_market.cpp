@@ -8,7 +8,6 @@ namespace zel_fem::matrices
 {
 
 constexpr std::string_view kBanner = "%%matrixmarket";
-constexpr int64_t kShortestLine = 12; // of many entries
 
 std::vector<std::string> matrix_market_header(std::string_view line)
 {

@@ -12,7 +12,7 @@ namespace zel_fem::matrices
 {
 
 constexpr size_t kName = 8; // width of the field with the name of a card
-constexpr int64_t kShortestLine = 24;
+constexpr int64_t kShortestCard = 24;
 constexpr int kSquare = 1, kSymmetric = 6;                 // forms
 constexpr int kRealSingle = 1, kRealDouble = 2, kMost = 4; // types
 
@@ -118,7 +118,7 @@ double Punch::real(std::string_view field) const
 void Punch::read()
 {
     constexpr size_t kGroup = 4;
-    gatherer_.reserve(kShortestLine);
+    gatherer_.reserve(kShortestCard);
     Pace pace(reader_, advance_);
     for (std::string_view line; reader_.next(line); pace.line())
     {

@@ -34,6 +34,8 @@ private:
 // A blank line, or one that begins with a sign of comments: # % $ ! or **.
 bool is_comment(std::string_view line);
 
+constexpr int64_t kShortestLine = 12; // in a file of many lines, each with an entry
+
 // Gathers the entries of a file; refuses indexes that no row can have.
 class Gatherer
 {

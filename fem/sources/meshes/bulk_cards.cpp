@@ -6,23 +6,16 @@
 #include <algorithm>
 #include <utility>
 
+#include "fem/sources/cards.h"
+
 namespace zel_fem::meshes
 {
 
 constexpr size_t kSmall = 8, kLarge = 16, kFieldsOfLine = 8;
 
-static std::string capitals_of(std::string_view text)
-{
-    std::string result(text);
-    for (char& c : result)
-        if (c >= 'a' && c <= 'z')
-            c = char(c - 'a' + 'A');
-    return result;
-}
-
 std::string BulkCard::word(size_t field) const
 {
-    return field < fields.size() ? capitals_of(fields[field]) : "";
+    return field < fields.size() ? capitals(fields[field]) : "";
 }
 
 int BulkCard::integer(size_t field) const
@@ -84,7 +77,7 @@ bool BulkReader::start(BulkCard& card)
         card.file = files_.file();
         card.text = trim(line_);
         const std::string_view word = trim(std::string_view(line_).substr(0, line_.find(',')));
-        card.name = capitals_of(word.substr(0, word.find_first_of(" *=")));
+        card.name = capitals(word.substr(0, word.find_first_of(" *=")));
         if (card.name != "INCLUDE")
             return true;
         include(card);

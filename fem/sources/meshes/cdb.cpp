@@ -7,6 +7,7 @@
 #include <limits>
 #include <optional>
 
+#include "fem/sources/cards.h"
 #include "fem/sources/meshes/builder.h"
 #include "fem/sources/meshes/readers.h"
 #include "fem/sources/text_file.h"
@@ -68,9 +69,9 @@ static const std::vector<Form>& forms()
 }
 
 // These define or move nodes, or read other files.
-constexpr std::string_view kRefused[] = {"N",      "NGEN",   "NMODIF",   "NROTAT", "NANG",   "NSCALE", "NSYM",
-                                         "NUMMRG", "NUMCMP", "TRANSFER", "CDREAD", "/INPUT", "*USE"};
-constexpr std::string_view kHeavy[] = {"E", "EN", "EGEN"};
+constexpr std::string_view kRefusedCommands[] = {"N",      "NGEN",   "NMODIF",   "NROTAT", "NANG",   "NSCALE", "NSYM",
+                                                 "NUMMRG", "NUMCMP", "TRANSFER", "CDREAD", "/INPUT", "*USE"};
+constexpr std::string_view kHeavyCommands[] = {"E", "EN", "EGEN"};
 constexpr size_t kHeadOfElement = 11, kNodesOnFirstLine = 8;
 
 namespace
@@ -135,18 +136,9 @@ const CdbReader::Row CdbReader::kRows[] = {
     {"MP", &CdbReader::material_property},  {"MPDATA", &CdbReader::material_table},
 };
 
-static std::string capitals_of(std::string_view text)
-{
-    std::string result(text);
-    for (char& c : result)
-        if (c >= 'a' && c <= 'z')
-            c = char(c - 'a' + 'A');
-    return result;
-}
-
 bool is_cdb(std::string_view line)
 {
-    const std::string name = capitals_of(line.substr(0, line.find_first_of(", ")));
+    const std::string name = capitals(line.substr(0, line.find_first_of(", ")));
     for (std::string_view known :
          {"/COM", "/PREP7", "/NOPR", "/BATCH", "/TITLE", "NBLOCK", "ETBLOCK", "*IF", "*SET", "*GET"})
         if (name == known)
@@ -174,7 +166,7 @@ void CdbReader::expect_line()
 
 std::string CdbReader::argument(size_t i) const
 {
-    return i < arguments_.size() ? capitals_of(arguments_[i]) : "";
+    return i < arguments_.size() ? capitals(arguments_[i]) : "";
 }
 
 // "(3i9,6e21.13e3)": three integers of nine columns, then reals of 21.
@@ -188,7 +180,7 @@ Columns CdbReader::columns()
         file_.fail("the format of a block is expected here");
     for (rest = rest.substr(1, rest.size() - 2); !rest.empty();)
     {
-        const std::string field = capitals_of(trim(rest.substr(0, rest.find(','))));
+        const std::string field = capitals(trim(rest.substr(0, rest.find(','))));
         rest.remove_prefix(std::min(rest.find(','), rest.size() - 1) + 1);
         const size_t letter = field.find_first_of("IEFGA");
         if (letter == std::string::npos || letter == 0)
@@ -254,7 +246,7 @@ void CdbReader::nodes()
         file_.fail("the format of a block of nodes has reals");
     const size_t head = form.integers * form.integer_width;
     int64_t count = 0;
-    for (expect_line(); capitals_of(line_.substr(0, 2)) != "N," && line_ != "-1"; expect_line(), ++count)
+    for (expect_line(); capitals(line_.substr(0, 2)) != "N," && line_ != "-1"; expect_line(), ++count)
     {
         const std::vector<int> numbers = integers(form, form.integers);
         if (numbers.size() < form.integers)
@@ -430,9 +422,9 @@ double CdbReader::density(size_t i) const
 
 void CdbReader::skip(const std::string& name)
 {
-    if (std::find(std::begin(kRefused), std::end(kRefused), name) != std::end(kRefused))
+    if (std::find(std::begin(kRefusedCommands), std::end(kRefusedCommands), name) != std::end(kRefusedCommands))
         file_.fail(name + " cannot be read: nodes are read from blocks only");
-    if (std::find(std::begin(kHeavy), std::end(kHeavy), name) != std::end(kHeavy))
+    if (std::find(std::begin(kHeavyCommands), std::end(kHeavyCommands), name) != std::end(kHeavyCommands))
         builder_.leave_density("elements outside of blocks are not read");
     builder_.skip(name);
 }

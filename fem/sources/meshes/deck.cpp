@@ -14,7 +14,7 @@ namespace zel_fem::meshes
 {
 
 // Letters behind these names choose integration, hybrid or modified formulations of the same geometry.
-constexpr ElementType kTypes[] = {
+constexpr ElementType kDeckTypes[] = {
     {"C3D4", Shape::tet4, 0, 4},   {"C3D6", Shape::wedge6, 0, 4},   {"C3D8", Shape::hex8, 0, 4},
     {"C3D10", Shape::tet10, 0, 4}, {"C3D15", Shape::wedge15, 0, 4}, {"C3D20", Shape::hex20, 0, 4},
     {"SC6", Shape::wedge6, 0, 4},  {"SC8", Shape::hex8, 0, 4},      {"S3", Shape::tri3, 0, 4},
@@ -29,25 +29,25 @@ constexpr ElementType kTypes[] = {
 };
 constexpr std::string_view kMassless[] = {"SPRING", "DASHPOT", "CONN", "GAP", "DGAP", "ITS", "DCOUP", "SFM3D", "R3D"};
 // These make or move nodes by rules of their own, turn the directions of rows, or put the material of shells elsewhere.
-constexpr std::string_view kRefused[] = {"SYSTEM",
-                                         "NGEN",
-                                         "NFILL",
-                                         "NCOPY",
-                                         "NMAP",
-                                         "ELGEN",
-                                         "ELCOPY",
-                                         "PARAMETER",
-                                         "TRANSFORM",
-                                         "NODALTHICKNESS",
-                                         "IMPERFECTION",
-                                         "IMPORT",
-                                         "SYMMETRICMODELGENERATION"};
+constexpr std::string_view kRefusedKeywords[] = {"SYSTEM",
+                                                 "NGEN",
+                                                 "NFILL",
+                                                 "NCOPY",
+                                                 "NMAP",
+                                                 "ELGEN",
+                                                 "ELCOPY",
+                                                 "PARAMETER",
+                                                 "TRANSFORM",
+                                                 "NODALTHICKNESS",
+                                                 "IMPERFECTION",
+                                                 "IMPORT",
+                                                 "SYMMETRICMODELGENERATION"};
 // So do these parameters of cards that are read.
 constexpr std::string_view kRefusedParameters[] = {"INPUT",  "SYSTEM",         "LIBRARY",
                                                    "OFFSET", "NODALTHICKNESS", "SHELLTHICKNESS"};
 // These give mass beside that of the elements.
-constexpr std::string_view kHeavy[] = {"ROTARYINERTIA", "NONSTRUCTURALMASS", "SHELLGENERALSECTION",
-                                       "BEAMGENERALSECTION"};
+constexpr std::string_view kHeavyKeywords[] = {"ROTARYINERTIA", "NONSTRUCTURALMASS", "SHELLGENERALSECTION",
+                                               "BEAMGENERALSECTION"};
 
 constexpr size_t kManyMembers = 1000;
 
@@ -171,9 +171,9 @@ void MeshDeckReader::check_parameters(const Card& card) const
 
 void MeshDeckReader::skip(const Card& card)
 {
-    if (is_among(kRefused, card.keyword))
+    if (is_among(kRefusedKeywords, card.keyword))
         cards_.fail(card, card.shown + " cannot be read");
-    if (is_among(kHeavy, card.keyword))
+    if (is_among(kHeavyKeywords, card.keyword))
         builder_.leave_density(card.shown + " gives mass beside the elements");
     builder_.skip(capitals(card.shown));
 }
@@ -210,12 +210,12 @@ void MeshDeckReader::node(const Card& card)
 
 static const ElementType* find_type(const std::string& name)
 {
-    const auto* found = std::find_if(std::begin(kTypes), std::end(kTypes), [&name](const ElementType& type) {
+    const auto* found = std::find_if(std::begin(kDeckTypes), std::end(kDeckTypes), [&name](const ElementType& type) {
         const size_t letters = type.name.size();
         return name.starts_with(type.name) &&
                (name.find_first_of("0123456789", letters) == std::string::npos || name.substr(letters) == "R5");
     });
-    return found == std::end(kTypes) ? nullptr : found;
+    return found == std::end(kDeckTypes) ? nullptr : found;
 }
 
 // Elements that draw nothing. Those of springs, contacts and the like have no mass; others may have.

@@ -21,7 +21,7 @@ struct GmshType
 };
 
 // Point and pyramids are no elements of ours.
-constexpr GmshType kTypes[] = {
+constexpr GmshType kGmshTypes[] = {
     {{"line", Shape::line2, 0, 4}, 1, 1, 2, {}},
     {{"triangle", Shape::tri3, 0, 4}, 2, 2, 3, {}},
     {{"quadrangle", Shape::quad4, 0, 4}, 3, 2, 4, {}},
@@ -238,9 +238,9 @@ void GmshReader::read_node_blocks()
 const GmshType& GmshReader::type_of(size_t field) const
 {
     const int wanted = number(field);
-    const auto* found = std::find_if(std::begin(kTypes), std::end(kTypes),
+    const auto* found = std::find_if(std::begin(kGmshTypes), std::end(kGmshTypes),
                                      [wanted](const GmshType& type) { return type.number == wanted; });
-    if (found == std::end(kTypes))
+    if (found == std::end(kGmshTypes))
         file_.fail("elements of Gmsh's type " + std::to_string(wanted) + " cannot be read");
     return *found;
 }

@@ -48,9 +48,9 @@ struct MaterialCard
 constexpr MaterialCard kMaterials[] = {{"MAT1", 4}, {"MAT2", 7}, {"MAT8", 7}, {"MAT9", 22}};
 
 // Cards that give mass and are not read.
-constexpr std::string_view kHeavy[] = {"CPYRAM", "CBAR",    "CBEAM",   "CBEND",   "CROD",   "CONROD", "CTUBE", "CSHEAR",
-                                       "CONM1",  "CMASS1",  "CMASS2",  "CMASS3",  "CMASS4", "NSM",    "NSM1",  "NSML",
-                                       "NSML1",  "CTRIAX6", "CQUADX4", "CQUADX8", "CTRAX3", "CTRAX6"};
+constexpr std::string_view kHeavyCards[] = {
+    "CPYRAM", "CBAR",   "CBEAM", "CBEND", "CROD", "CONROD", "CTUBE",   "CSHEAR",  "CONM1",   "CMASS1", "CMASS2",
+    "CMASS3", "CMASS4", "NSM",   "NSM1",  "NSML", "NSML1",  "CTRIAX6", "CQUADX4", "CQUADX8", "CTRAX3", "CTRAX6"};
 
 constexpr int kBlank = std::numeric_limits<int>::min(); // the system of GRDSET, wherever that stands
 
@@ -303,7 +303,7 @@ void NastranReader::skip(const BulkCard& card)
         unread_systems_[card.integer(0)] = card.name;
     if (card.name.starts_with("CORD1") && !card.is_blank(4)) // a second one on the card
         unread_systems_[card.integer(4)] = card.name;
-    if (std::find(std::begin(kHeavy), std::end(kHeavy), card.name) != std::end(kHeavy))
+    if (std::find(std::begin(kHeavyCards), std::end(kHeavyCards), card.name) != std::end(kHeavyCards))
         builder_.leave_density(card.name + " is not read, which has mass");
     ++skipped_[card.name];
 }

@@ -17,7 +17,7 @@ constexpr std::string_view kSpace = " \t";
 // A word for the type counts by its first letters, as in "Hex20" and "wedge"; without one, the first type of so many
 // nodes is taken.
 constexpr size_t kLetters = 3;
-constexpr ElementType kTypes[] = {
+constexpr ElementType kTableTypes[] = {
     {"tet4", Shape::tet4, 0, 4},       {"tet10", Shape::tet10, 0, 4},   {"wedge6", Shape::wedge6, 0, 4},
     {"wedge15", Shape::wedge15, 0, 4}, {"prism6", Shape::wedge6, 0, 4}, {"prism15", Shape::wedge15, 0, 4},
     {"hex8", Shape::hex8, 0, 4},       {"hex20", Shape::hex20, 0, 4},   {"tri3", Shape::tri3, 0, 4},
@@ -173,10 +173,10 @@ void Table::read_elements()
         nodes.clear();
         for (size_t i = word.empty() ? 1 : 2; i < fields.size(); ++i)
             nodes.push_back(parse_int(fields[i], file_.place()));
-        const auto* type = std::find_if(std::begin(kTypes), std::end(kTypes), [&](const ElementType& row) {
+        const auto* type = std::find_if(std::begin(kTableTypes), std::end(kTableTypes), [&](const ElementType& row) {
             return node_count(row.shape) == int(nodes.size()) && (word.empty() || is_named(row, word));
         });
-        if (type == std::end(kTypes))
+        if (type == std::end(kTableTypes))
             file_.fail((word.empty() ? "an element" : "an element of type " + in_quotes(word)) + " with " +
                        std::to_string(nodes.size()) + " nodes is not known");
         builder_.add_element(parse_int(fields[0], file_.place()), *type, nodes, file, file_.place().line);

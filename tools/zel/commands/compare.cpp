@@ -72,7 +72,7 @@ using namespace zel_command;
 
 namespace
 {
-struct Options
+struct CompareOptions
 {
     std::string base, fresh, match = "id", tolerance_file, summary;
     double tolerance = 1e-6;
@@ -88,7 +88,7 @@ static bool has_nothing_to_compare(ZELDATA* base, ZELDATA* fresh)
 }
 
 // The report of the library.
-static int print_blocks(const Options& options)
+static int print_blocks(const CompareOptions& options)
 {
     ProgressBar bar("open the files");
     const Body base(options.base), fresh(options.fresh);
@@ -127,7 +127,7 @@ static zel_checks::Tolerances tolerances_of(const std::string& path)
     }
 }
 
-static zel_checks::BodyComparison body_comparison(const Options& options)
+static zel_checks::BodyComparison body_comparison(const CompareOptions& options)
 {
     const zel_checks::Tolerances tolerances = tolerances_of(options.tolerance_file);
     ProgressBar bar("open the files");
@@ -145,7 +145,7 @@ static zel_checks::BodyComparison body_comparison(const Options& options)
     return comparison;
 }
 
-static int compare_blocks(const Options& options)
+static int compare_blocks(const CompareOptions& options)
 {
     if (!options.json && options.tolerance_file.empty() && options.summary.empty())
         return print_blocks(options);
@@ -159,7 +159,7 @@ static int compare_blocks(const Options& options)
     return comparison.equal ? kFine : kDifferences;
 }
 
-static zel_checks::ModalComparison modal_comparison(const Options& options)
+static zel_checks::ModalComparison modal_comparison(const CompareOptions& options)
 {
     ProgressBar bar("open the files");
     const Body base(options.base), fresh(options.fresh);
@@ -172,7 +172,7 @@ static zel_checks::ModalComparison modal_comparison(const Options& options)
     });
 }
 
-static int compare_the_modes(const Options& options)
+static int compare_the_modes(const CompareOptions& options)
 {
     const zel_checks::ModalComparison comparison = modal_comparison(options);
     (options.json ? print_modal_comparison_as_json : print_modal_comparison)(comparison, options.modal);
@@ -208,7 +208,7 @@ static std::string take_match(const std::string& text, zel_checks::ModalOptions&
 }
 
 // Limits that only the comparison of modes has.
-static CLI::Option* add_modal_options(CLI::App& command, Options& options)
+static CLI::Option* add_modal_options(CLI::App& command, CompareOptions& options)
 {
     CLI::Option* const modes =
         command.add_flag("--modes", options.modes, "match the modes, whatever their order, signs and basis");
@@ -239,7 +239,7 @@ static CLI::Option* add_modal_options(CLI::App& command, Options& options)
 
 void add_compare_command(CLI::App& app, int& status)
 {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<CompareOptions>();
     CLI::App* command =
         app.add_subcommand("compare", "Compare a file with a base file, block by block or by its modes");
     command->add_option("BASE", options->base, "file to compare with")->required();

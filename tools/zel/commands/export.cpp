@@ -26,14 +26,14 @@ struct Kind
 };
 constexpr Kind kKinds[] = {{".vtu", export_vtu}, {".pvd", export_pvd}, {".json", export_json}, {".fem", export_mbdyn}};
 
-struct Options
+struct ExportOptions
 {
     std::string file, out, modes, units, nodes;
     double scale = 0.0;
 };
 } // namespace
 
-static const Kind& kind_of(const Options& options)
+static const Kind& kind_of(const ExportOptions& options)
 {
     const std::string ending = CLI::detail::to_lower(std::filesystem::path(options.out).extension().string());
     for (const Kind& kind : kKinds)
@@ -46,7 +46,7 @@ static const Kind& kind_of(const Options& options)
     throw std::runtime_error("-o takes a file name that ends in .vtu, .pvd, .json or .fem");
 }
 
-static void change_units(ZELDATA* db, const Options& options)
+static void change_units(ZELDATA* db, const ExportOptions& options)
 {
     if (options.units.empty())
         return;
@@ -57,7 +57,7 @@ static void change_units(ZELDATA* db, const Options& options)
 
 void add_export_command(CLI::App& app, int& status)
 {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<ExportOptions>();
     CLI::App* command = app.add_subcommand("export", "Write a body for ParaView, for scripts or for MBDyn");
     command->add_option("FILE", options->file, "ZEL file")->required();
     command->add_option("-o,--output", options->out, "OUT.vtu, OUT.pvd, OUT.json or OUT.fem")->required();

@@ -16,7 +16,11 @@
 #include "tools/zel/report.h"
 #include "tools/zel/write_options.h"
 
-using namespace zel_fem;
+using zel_fem::Damping, zel_fem::InputError, zel_fem::MassMethod, zel_fem::NodeSet, zel_fem::Progress,
+    zel_fem::ReducedBody, zel_fem::ReductionOptions, zel_fem::Source, zel_fem::Units;
+using zel_fem::parse_interface, zel_fem::parse_load, zel_fem::text_of;
+namespace ccx = zel_fem::ccx;
+namespace matrices = zel_fem::matrices;
 
 // Shows the phases as they go, on a terminal. When asked it also names each one on standard error as it ends, with the seconds that
 // it took.

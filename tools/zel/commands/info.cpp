@@ -25,7 +25,7 @@ static const char* precision_of(const Facts& facts)
     return facts.double_precision ? "double" : "single";
 }
 
-static void print_as_json(const Facts& facts)
+static void print_facts_as_json(const Facts& facts)
 {
     const auto& [mass, length, time, force] = facts.units;
     nlohmann::ordered_json json = {
@@ -112,7 +112,7 @@ void add_info_command(CLI::App& app, int& status)
         const Body body(options->file);
         const Facts facts = zel_checks::facts_of(body);
         if (options->json)
-            print_as_json(facts);
+            print_facts_as_json(facts);
         else
             print(options->file, facts);
         status = kFine;

@@ -53,7 +53,7 @@ static Json json_of(const ModeFacts& facts, const std::vector<int>& interface_id
     return json;
 }
 
-static void print_as_json(const ModeTable& table, const ZELDATA* db)
+static void print_modes_as_json(const ModeTable& table, const ZELDATA* db)
 {
     const auto& [mass, length, time, force] = zel_checks::units_of(db);
     Json json = {{"units", {{"mass", mass}, {"length", length}, {"time", time}, {"force", force}}},
@@ -185,7 +185,7 @@ void add_modes_command(CLI::App& app, int& status)
         const Body body(options->file);
         const ModeTable table = zel_checks::mode_table_of(body);
         if (options->json)
-            print_as_json(table, body);
+            print_modes_as_json(table, body);
         else
             print(options->file, table);
         status = kFine;

@@ -16,7 +16,7 @@ using namespace zel_command;
 
 namespace
 {
-struct Options
+struct StressOptions
 {
     std::string file, out, load, amplitudes;
     std::vector<int> held;
@@ -51,7 +51,7 @@ static std::string solution_of(const zel_checks::StaticAnswer& answer)
     return zel_checks::format("held at interface %s, by %d motions of its modes", nodes.c_str(), answer.flexible);
 }
 
-static States states_of(ZELDATA* db, const Options& options)
+static States states_of(ZELDATA* db, const StressOptions& options)
 {
     if (!options.amplitudes.empty())
         return {"amplitudes " + options.amplitudes, "amplitudes as given", read_amplitudes(db, options.amplitudes)};
@@ -92,7 +92,7 @@ static Peak combine(ZELDATA* db, const States& states, StressOutput* out, Progre
     return peak;
 }
 
-static void print(const ZELDATA* db, const Options& options, const States& states, const Peak& peak)
+static void print(const ZELDATA* db, const StressOptions& options, const States& states, const Peak& peak)
 {
     const auto units = zel_checks::units_of(db);
     const size_t count = states.amplitudes.times.size();
@@ -109,7 +109,7 @@ static void print(const ZELDATA* db, const Options& options, const States& state
 
 void add_stress_command(CLI::App& app, int& status)
 {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<StressOptions>();
     CLI::App* command =
         app.add_subcommand("stress", "Stress at the nodes under a load, or for amplitudes that a solver has found");
     command->add_option("FILE", options->file, "ZEL file with modal stress")->required();

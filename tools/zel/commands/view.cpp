@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 namespace
 {
-struct Options
+struct ViewOptions
 {
     std::vector<std::string> files;
     std::string out, png;
@@ -50,7 +50,7 @@ static bool take_units_of(ZELDATA* first, ZELDATA* second)
     return true;
 }
 
-static std::vector<std::string> write_page_of(const Options& options, const std::string& path)
+static std::vector<std::string> write_page_of(const ViewOptions& options, const std::string& path)
 {
     ProgressBar bar("open the file");
     std::list<Body> opened;
@@ -66,7 +66,7 @@ static std::vector<std::string> write_page_of(const Options& options, const std:
     return notes;
 }
 
-static void view(Options& options)
+static void view(ViewOptions& options)
 {
     options.page.limit = options.megabytes * 1e6;
     options.page.picture = !options.png.empty();
@@ -92,7 +92,7 @@ static void view(Options& options)
 
 void add_view_command(CLI::App& app, int& status)
 {
-    const auto options = std::make_shared<Options>();
+    const auto options = std::make_shared<ViewOptions>();
     const auto size = std::make_shared<std::string>();
     CLI::App* command = app.add_subcommand("view", "Show a body and its modes, or two beside each other, in a browser");
     command->add_option("FILE", options->files, "ZEL file, or two")->required()->expected(1, 2);

@@ -36,7 +36,7 @@ const char* temporary_folder()
     return path ? path : P_tmpdir;
 }
 
-static FILE* stream_of(int descriptor)
+FILE* stream_of(int descriptor)
 {
     if (descriptor < 0)
         return nullptr;

@@ -33,6 +33,9 @@ NamedFile create_temporary_file();
 // another process's. Anything else there is kept, and so is a file that cannot be removed; then `file` is null.
 NamedFile create_temporary_file(const char* path);
 
+// A stream over what open() returned, to read and to write. Null, with errno, when there is none: then the file is closed.
+FILE* stream_of(int descriptor);
+
 // Moves all bytes at a position of a file, with pread or pwrite. False at its end, or on a full disk.
 template <typename Move, typename Byte> bool move_all(Move move, int file, Byte* bytes, int64_t count, int64_t at)
 {

@@ -84,14 +84,6 @@ bool OutputFile::next_name()
 
 // ---- Opening -------------------------------------------------------------------------------------------------------
 
-static FILE* stream_of(int file)
-{
-    FILE* stream = file >= 0 ? fdopen(file, "w+b") : nullptr;
-    if (!stream && file >= 0)
-        close(file);
-    return stream;
-}
-
 // A file of a new name.
 FILE* OutputFile::open_named(int flags)
 {

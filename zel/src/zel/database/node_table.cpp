@@ -18,7 +18,7 @@
 namespace zel
 {
 
-static NodeCache& cache_of(const ZELDATA* db)
+static NodeCache& node_cache_of(const ZELDATA* db)
 {
     return caches(db).nodes;
 }
@@ -112,7 +112,7 @@ static bool search_index(const ZELDATA* db, NodeCache& cache, int node_id, int& 
 
 int find_node(const ZELDATA* db, int node_id)
 {
-    NodeCache& cache = cache_of(db);
+    NodeCache& cache = node_cache_of(db);
     const int guess = cache.last;
     for (int node : {guess + 1, guess, 0}) // lists that follow the table begin with its first node again
         if (node < db->node_count && db->nodes[node].id == node_id)
@@ -152,7 +152,7 @@ int reserve_nodes(ZELDATA* db, int64_t count)
     room = std::min(room, int64_t(INT32_MAX) / 2);
     if (room < count)
         return 0;
-    NodeCache& cache = cache_of(db);
+    NodeCache& cache = node_cache_of(db);
     // Where zeros are not wanted, nobody reads what belongs to a node before append_node or enter_nodes has written it.
     using Pointers = Scratch<ZELNODE*>;
     using Pairs = Scratch<ZELIDPAIR>;
@@ -201,7 +201,7 @@ static bool by_id(const ZELIDPAIR& a, const ZELIDPAIR& b)
 static void append_pair(ZELDATA* db, int kind, int count, ZELIDPAIR pair)
 {
     ZELIDPAIR* pairs = db->mode_node_id_index[kind];
-    int& sorted = cache_of(db).sorted_pairs[kind];
+    int& sorted = node_cache_of(db).sorted_pairs[kind];
     pairs[count] = pair;
     if (sorted == count && (count == 0 || pairs[count - 1].id <= pair.id))
         sorted = count + 1;
@@ -214,7 +214,7 @@ static void sort_pairs(ZELDATA* db, int kind, int count)
     constexpr int kFew = 64;
     ZELIDPAIR few[kFew];
     ZELIDPAIR* const pairs = db->mode_node_id_index[kind];
-    const int sorted = cache_of(db).sorted_pairs[kind], added = count - sorted;
+    const int sorted = node_cache_of(db).sorted_pairs[kind], added = count - sorted;
     if (added <= 0)
         return;
     std::sort(pairs + sorted, pairs + count, by_id);
@@ -231,7 +231,7 @@ static void sort_pairs(ZELDATA* db, int kind, int count)
             end = behind;
         }
     }
-    cache_of(db).sorted_pairs[kind] = count;
+    node_cache_of(db).sorted_pairs[kind] = count;
 }
 
 // ---- Adding nodes --------------------------------------------------------------------------------------------------------
@@ -243,7 +243,7 @@ int append_node(ZELDATA* db, int node_id)
         no_memory(module_word::tools);
         return -1;
     }
-    NodeCache& cache = cache_of(db);
+    NodeCache& cache = node_cache_of(db);
     const int node = db->node_count;
     db->nodes[node] = {};
     db->nodes[node].id = node_id;
@@ -275,7 +275,7 @@ void enter_nodes(ZELDATA* db, int first, int count)
 
 bool adopt_nodes(ZELDATA* db, int count)
 {
-    NodeCache& cache = cache_of(db);
+    NodeCache& cache = node_cache_of(db);
     const ZELIDPAIR* const pairs = db->node_id_index;
     int& sorted = cache.sorted_pairs[ZEL_MODE_SHAPE];
     int falls = 0;
@@ -302,7 +302,7 @@ int append_mode_node(ZELDATA* db, int kind, int node)
         return -1;
     db->mode_nodes[kind][position] = db->nodes + node;
     append_pair(db, kind, position, {db->nodes[node].id, position});
-    int& known = cache_of(db).mode_position[kind][node];
+    int& known = node_cache_of(db).mode_position[kind][node];
     if (known == 0)
         known = position + 1;
     db->mode_node_count[kind] = position + 1;
@@ -311,7 +311,7 @@ int append_mode_node(ZELDATA* db, int kind, int node)
 
 bool is_interface_node(const ZELDATA* db, int node)
 {
-    NodeCache& cache = cache_of(db);
+    NodeCache& cache = node_cache_of(db);
     for (; cache.marked_interface_nodes < db->interface_count; ++cache.marked_interface_nodes)
         cache.is_interface[db->interface_nodes[cache.marked_interface_nodes]] = 1;
     return cache.is_interface[node];
@@ -321,14 +321,14 @@ int mode_node_position(const ZELDATA* db, int kind, int node)
 {
     if (kind == ZEL_MODE_SHAPE)
         return node < db->mode_node_count[kind] ? node : -1;
-    return cache_of(db).mode_position[kind][node] - 1;
+    return node_cache_of(db).mode_position[kind][node] - 1;
 }
 
 void node_table_rewritten(ZELDATA* db)
 {
     if (!db->nodes)
         return;
-    NodeCache& cache = cache_of(db);
+    NodeCache& cache = node_cache_of(db);
     discard(cache.slots);
     cache.hashed = cache.last = cache.marked_interface_nodes = 0;
     std::memset(cache.is_interface, 0, size_t(db->node_capacity));
@@ -357,7 +357,7 @@ void node_table_rewritten(ZELDATA* db)
 
 void free_node_lookups(ZELDATA* db)
 {
-    NodeCache& cache = cache_of(db);
+    NodeCache& cache = node_cache_of(db);
     discard(cache.slots);
     for (int*& positions : cache.mode_position)
         discard(positions);
@@ -407,7 +407,7 @@ static void exchange_in_faces(ZELDATA* db, int a, int b)
 // The node lists of kind 1 or 2 keep naming the same ids.
 static void exchange_in_mode_nodes(ZELDATA* db, int kind, int a, int b)
 {
-    int* positions = cache_of(db).mode_position[kind];
+    int* positions = node_cache_of(db).mode_position[kind];
     std::swap(positions[a], positions[b]);
     for (int node : {a, b})
         if (positions[node] > 0)
@@ -417,7 +417,7 @@ static void exchange_in_mode_nodes(ZELDATA* db, int kind, int a, int b)
 void swap_nodes(ZELDATA* db, int a, int b)
 {
     const int id_a = db->nodes[a].id, id_b = db->nodes[b].id;
-    NodeCache& cache = cache_of(db);
+    NodeCache& cache = node_cache_of(db);
     if (hash_new_nodes(db, cache))
     {
         slot_of(cache, id_a).index = b + 1;

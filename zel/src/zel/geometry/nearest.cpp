@@ -26,11 +26,6 @@ constexpr int kWorthATree = 1000; // fewer candidates are scanned
 constexpr int kQueriesPerBuild = 64; // a build costs about so many scans
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 
-struct Box
-{
-    double low[3], high[3];
-};
-
 // A candidate by its distance to the point in question.
 struct Candidate
 {
@@ -51,10 +46,16 @@ struct Candidates
     int node(int position) const { return subset ? subset[position] : position; }
 };
 } // namespace
+
 struct Point
 {
     double xyz[3];
     int position; // in the order of the candidates
+};
+
+struct Box
+{
+    double low[3], high[3];
 };
 
 // A cube of the octree: a run of points and, unless they are few, a run of smaller cubes.

@@ -212,19 +212,20 @@ static int compare_interface_nodes(Comparison& c, const Block& row)
 
 // ---- The table ---------------------------------------------------------------------------------------------------------
 
-static constexpr BlockComparer kComparers[] = {
+static constexpr BlockComparer kBodyComparers[] = {
     {ZEL_BLOCK_VERSION, compare_version},   {ZEL_BLOCK_HEADER, compare_header},
     {ZEL_BLOCK_SUMMARY, compare_presence},  {ZEL_BLOCK_NODES, compare_nodes},
     {ZEL_BLOCK_BODY, compare_body},         {ZEL_BLOCK_MASSES, compare_masses},
     {ZEL_BLOCK_INERTIAS, compare_inertias}, {ZEL_BLOCK_UNITS, compare_units},
     {ZEL_BLOCK_FACES, compare_faces},       {ZEL_BLOCK_INTERFACE, compare_interface_nodes},
 };
-static_assert(rows_are_complete(kComparers, [](const Block& row) { return is_compared(row) && !is_modal_block(row); }),
+static_assert(rows_are_complete(kBodyComparers,
+                                [](const Block& row) { return is_compared(row) && !is_modal_block(row); }),
               "each block without modes is compared");
 
 int compare_body_block(Comparison& c, const Block& row)
 {
-    return row_of(kComparers, row.number).compare(c, row);
+    return row_of(kBodyComparers, row.number).compare(c, row);
 }
 
 } // namespace zel

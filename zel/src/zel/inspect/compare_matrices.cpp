@@ -93,7 +93,7 @@ struct Entries
 };
 } // namespace
 
-static const MatrixTexts& texts_of(int block)
+static const MatrixTexts& matrix_texts_of(int block)
 {
     const MatrixTexts& texts = kTexts[block == ZEL_BLOCK_STIFFNESS ? 0 : 1];
     assert(texts.block == block);
@@ -135,7 +135,7 @@ static int compare_indexes(const Comparison& c, const MatrixTexts& texts, const 
 
 int compare_matrix(Comparison& c, const Block& row)
 {
-    const MatrixTexts& texts = texts_of(row.number);
+    const MatrixTexts& texts = matrix_texts_of(row.number);
     if (!both_have(c, {texts.values, row.number}))
         return 0;
     const MatrixRow& matrix = matrix_row(row.number);

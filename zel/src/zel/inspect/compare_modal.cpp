@@ -261,7 +261,7 @@ static int compare_statistics(Comparison& c, const Block& row)
 
 // ---- The table ---------------------------------------------------------------------------------------------------------
 
-static constexpr BlockComparer kComparers[] = {
+static constexpr BlockComparer kModalComparers[] = {
     {ZEL_BLOCK_EIGENVALUES, compare_eigenvalues},
     {ZEL_BLOCK_MODES, compare_mode_shapes},
     {ZEL_BLOCK_STIFFNESS, compare_matrix},
@@ -284,11 +284,11 @@ static constexpr BlockComparer kComparers[] = {
     {ZEL_BLOCK_PRE_STRESS, compare_pre_tensors},
     {ZEL_BLOCK_PRE_STRAIN, compare_pre_tensors},
 };
-static_assert(rows_are_complete(kComparers, is_modal_block), "each block of modes and each invariant is compared");
+static_assert(rows_are_complete(kModalComparers, is_modal_block), "each block of modes and each invariant is compared");
 
 int compare_modal_block(Comparison& c, const Block& row)
 {
-    return row_of(kComparers, row.number).compare(c, row);
+    return row_of(kModalComparers, row.number).compare(c, row);
 }
 
 } // namespace zel

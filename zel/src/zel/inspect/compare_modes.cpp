@@ -285,7 +285,7 @@ struct StressTexts
 static constexpr StressTexts kStress = {"Stress", "stress", "modal stress", "pre-stress", "Pre-Stresses"};
 static constexpr StressTexts kStrain = {"Strain", "strain", "modal strain", "pre-strain", "Pre-Strains"};
 
-static const StressTexts& texts_of(int kind)
+static const StressTexts& stress_texts_of(int kind)
 {
     return kind == ZEL_MODAL_STRESS ? kStress : kStrain;
 }
@@ -315,7 +315,7 @@ static void compare_node_counts(const Comparison& c, const Block& row, const Str
 int compare_stress_or_strain(Comparison& c, const Block& row)
 {
     const int kind = kind_of_block(row.number).kind;
-    const StressTexts& texts = texts_of(kind);
+    const StressTexts& texts = stress_texts_of(kind);
     if (!both_have_kind(c, texts.check, row))
         return 0;
     compare_node_counts(c, row, texts, ZEL_ModeNodeCount(c.fresh, kind), ZEL_ModeNodeCount(c.base, kind));
@@ -344,7 +344,7 @@ int compare_stress_or_strain(Comparison& c, const Block& row)
 int compare_pre_tensors(Comparison& c, const Block& row)
 {
     const int kind = kind_of_block(row.number).kind;
-    const StressTexts& texts = texts_of(kind);
+    const StressTexts& texts = stress_texts_of(kind);
     if (!both_have_kind(c, texts.pre_check, row))
         return 0;
     const int fresh_count = ZEL_ModeNodeCount(c.fresh, kind), base_count = ZEL_ModeNodeCount(c.base, kind);

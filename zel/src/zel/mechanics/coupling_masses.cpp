@@ -9,8 +9,8 @@
 namespace zel
 {
 
-static constexpr int64_t kBlockBytes = 16 << 20; // of the vectors of a block of nodes, both groups together
-static constexpr int kFewestNodes = 64;
+static constexpr int64_t kBothGroupsBytes = 16 << 20; // of the vectors of a block of nodes, both groups together
+static constexpr int kFewestInBlock = 64;
 
 namespace
 {
@@ -63,7 +63,7 @@ static int sum_coupling(ZELDATA* db, int count1, int count2, double* coupling)
     const int covered = std::min(db->mode_node_count[ZEL_MODE_SHAPE], db->node_count);
     const int64_t node_bytes = int64_t(kComponents) * int64_t(sizeof(double)) * (int64_t(count1) + count2);
     const int nodes_in_block =
-        int(std::clamp<int64_t>(kBlockBytes / node_bytes, kFewestNodes, std::max(covered, kFewestNodes)));
+        int(std::clamp<int64_t>(kBothGroupsBytes / node_bytes, kFewestInBlock, std::max(covered, kFewestInBlock)));
     ModeBlock one(0, count1, nodes_in_block), two(count1, count2, nodes_in_block);
     Scratch<char> unreadable(count2);
     if (!one.values.data || !two.values.data || !unreadable.data)

@@ -423,7 +423,7 @@ static int read_interface_nodes(Reader& in, const Block& row)
 
 // ---- The table -------------------------------------------------------------------------------------------------------
 
-static constexpr BlockReader kReaders[] = {
+static constexpr BlockReader kBodyReaders[] = {
     {ZEL_BLOCK_HEADER, read_header},
     {ZEL_BLOCK_NODES, read_nodes},
     {ZEL_BLOCK_TOPOLOGY, read_topology},
@@ -434,13 +434,13 @@ static constexpr BlockReader kReaders[] = {
     {ZEL_BLOCK_FACES, read_faces},
     {ZEL_BLOCK_INTERFACE, read_interface_nodes},
 };
-static_assert(rows_are_complete(kReaders,
+static_assert(rows_are_complete(kBodyReaders,
                                 [](const Block& row) { return is_read_in_turn(row) && !hangs_on_modes(row); }),
               "each block without modes that is read in its turn has a reader");
 
 int read_body_block(Reader& in, const Block& row)
 {
-    return row_of(kReaders, row.number).read(in, row);
+    return row_of(kBodyReaders, row.number).read(in, row);
 }
 
 } // namespace zel

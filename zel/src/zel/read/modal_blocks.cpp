@@ -346,7 +346,7 @@ static int read_pre_stress_or_strain(Reader& in, const Block& row)
 
 // ---- The table -------------------------------------------------------------------------------------------------------
 
-static constexpr BlockReader kReaders[] = {
+static constexpr BlockReader kModalReaders[] = {
     {ZEL_BLOCK_EIGENVALUES, read_eigenvalues},
     {ZEL_BLOCK_MODES, read_mode_shapes},
     {ZEL_BLOCK_STIFFNESS, read_generalized},
@@ -361,12 +361,13 @@ static constexpr BlockReader kReaders[] = {
     {ZEL_BLOCK_PRE_STRESS, read_pre_stress_or_strain},
     {ZEL_BLOCK_PRE_STRAIN, read_pre_stress_or_strain},
 };
-static_assert(rows_are_complete(kReaders, [](const Block& row) { return is_read_in_turn(row) && hangs_on_modes(row); }),
+static_assert(rows_are_complete(kModalReaders,
+                                [](const Block& row) { return is_read_in_turn(row) && hangs_on_modes(row); }),
               "each block that hangs on modes and is read in its turn has a reader");
 
 int read_modal_block(Reader& in, const Block& row)
 {
-    return row_of(kReaders, row.number).read(in, row);
+    return row_of(kModalReaders, row.number).read(in, row);
 }
 
 // ---- Exported -------------------------------------------------------------------------------------------------------

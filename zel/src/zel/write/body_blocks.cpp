@@ -250,7 +250,7 @@ static int write_units(Writer& out, const Block&)
 
 // ---- The table ---------------------------------------------------------------------------------------------------------------
 
-static constexpr BlockWriter kWriters[] = {
+static constexpr BlockWriter kBodyWriters[] = {
     {ZEL_BLOCK_VERSION, write_version},
     {ZEL_BLOCK_HEADER, write_header},
     {ZEL_BLOCK_SUMMARY, write_summary},
@@ -263,12 +263,12 @@ static constexpr BlockWriter kWriters[] = {
     {ZEL_BLOCK_FACES, write_faces},
     {ZEL_BLOCK_INTERFACE, write_interface_nodes},
 };
-static_assert(rows_are_complete(kWriters, [](const Block& row) { return !is_modal_block(row); }),
+static_assert(rows_are_complete(kBodyWriters, [](const Block& row) { return !is_modal_block(row); }),
               "each block without modes has a writer");
 
 int write_body_block(Writer& out, const Block& row)
 {
-    return row_of(kWriters, row.number).write(out, row);
+    return row_of(kBodyWriters, row.number).write(out, row);
 }
 
 } // namespace zel

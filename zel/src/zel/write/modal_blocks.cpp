@@ -483,7 +483,7 @@ static int write_invariant(Writer& out, const Block& row)
 
 // ---- The table ---------------------------------------------------------------------------------------------------------------
 
-static constexpr BlockWriter kWriters[] = {
+static constexpr BlockWriter kModalWriters[] = {
     {ZEL_BLOCK_EIGENVALUES, write_eigenvalues},
     {ZEL_BLOCK_MODES, write_mode_vectors},
     {ZEL_BLOCK_STIFFNESS, write_generalized},
@@ -506,12 +506,12 @@ static constexpr BlockWriter kWriters[] = {
     {ZEL_BLOCK_PRE_STRESS, write_pre_stress_or_strain},
     {ZEL_BLOCK_PRE_STRAIN, write_pre_stress_or_strain},
 };
-static_assert(rows_are_complete(kWriters, is_modal_block),
+static_assert(rows_are_complete(kModalWriters, is_modal_block),
               "each block that hangs on modes and each invariant has a writer");
 
 int write_modal_block(Writer& out, const Block& row)
 {
-    return row_of(kWriters, row.number).write(out, row);
+    return row_of(kModalWriters, row.number).write(out, row);
 }
 
 } // namespace zel
