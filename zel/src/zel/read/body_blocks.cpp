@@ -132,15 +132,18 @@ public:
             return false;
         ZELNODE* const nodes = in_.db->nodes + first;
         with_items_of(in_.file, [=](auto items) {
-            constexpr int kReal = items.kRealBytes;
-            const unsigned char* at = bytes;
-            for (int64_t i = 0; i < count; ++i, at += kIntBytes + 3 * kReal)
-                nodes[i] = {items.integer(at),
-                            items.real(at + kIntBytes),
-                            items.real(at + kIntBytes + kReal),
-                            items.real(at + kIntBytes + 2 * kReal),
-                            0.0,
-                            nullptr};
+            run_wide([=]() ZEL_ALWAYS_INLINE {
+                constexpr int kReal = items.kRealBytes;
+                const unsigned char* at = bytes;
+                ZELNODE* const to = nodes;
+                for (int64_t i = 0; i < count; ++i, at += kIntBytes + 3 * kReal)
+                    to[i] = {items.integer(at),
+                             items.real(at + kIntBytes),
+                             items.real(at + kIntBytes + kReal),
+                             items.real(at + kIntBytes + 2 * kReal),
+                             0.0,
+                             nullptr};
+            });
         });
         if (count > 1 && nodes[0].id == nodes[1].id) // in a hole of the file all are 0
             return false;
