@@ -18,7 +18,7 @@
 
 using zel_fem::Damping, zel_fem::InputError, zel_fem::MassMethod, zel_fem::NodeSet, zel_fem::Progress,
     zel_fem::ReducedBody, zel_fem::ReductionOptions, zel_fem::Source, zel_fem::Units;
-using zel_fem::parse_interface, zel_fem::parse_load, zel_fem::text_of;
+using zel_fem::parse_interface, zel_fem::parse_load, zel_fem::parse_units, zel_fem::text_of;
 namespace ccx = zel_fem::ccx;
 namespace matrices = zel_fem::matrices;
 
