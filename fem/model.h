@@ -145,8 +145,8 @@ Eigen::MatrixXd rigid_motions(const Model& model, const Eigen::Vector3d& center)
 Eigen::Vector3d middle_of(const Mesh& mesh);
 
 // By node of moved_mesh(): bit c is set where a row moves component c.
-constexpr int kTranslations = 7; // the bits of all three
 std::vector<int> moved_components(const Model& model);
+constexpr int kTranslations = 7; // its bits 0 to 2
 
 // By node of moved_mesh(): 1 at the reference nodes of ties.
 std::vector<char> references_of_ties(const Model& model);
