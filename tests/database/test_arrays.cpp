@@ -196,6 +196,33 @@ TEST_F(Arrays, AreSetWholeOrNotAtAll)
         EXPECT_EQ(refused(set), "");
 }
 
+// A long vector is written while it is checked: of one that turns out bad at its end the mode has nothing later on either.
+TEST_F(Arrays, LeaveZerosOfAVectorThatIsBadAtItsEnd)
+{
+    constexpr int kNodes = 40000;
+    for (bool mapped : {true, false})
+    {
+        zel::refuse_mapping = !mapped;
+        ZELDATA* db = ZEL_Create(kNodes, 2);
+        std::vector<int> ids(kNodes);
+        std::iota(ids.rbegin(), ids.rend(), 1);
+        const std::vector<double> v(6 * kNodes, 2.0);
+        quietly([&] {
+            ZEL_SetNodes(db, kNodes, ids.data(), v.data()), ZEL_SetModeArray(db, 1, 0, kNodes, ids.data(), v.data(), 6);
+        });
+        std::vector<double> bad = v, out(6 * kNodes), one(6 * kNodes, 0.0);
+        bad[6 * 39998 + 4] = std::nan("");
+        EXPECT_EQ(errors_alone_of([&] { EXPECT_EQ(ZEL_SetModeArray(db, 5, 0, kNodes, ids.data(), bad.data(), 6), 0); }),
+                  "ERROR:  Value 5 of node 2 in mode 5 is not finite: nan.\n");
+        EXPECT_EQ(ZEL_ModeCount(db), 1);
+        EXPECT_EQ(ZEL_SetModeArray(db, 5, 0, 1, &ids[7], v.data(), 6), 1);
+        std::fill_n(&one[6 * 7], 6, 2.0);
+        EXPECT_EQ(ZEL_Read_Mode_Double(db, 5, 0, out.data()), 1);
+        EXPECT_EQ(out, one);
+    }
+    zel::refuse_mapping = false;
+}
+
 // A body that nobody knew the size of grows by nodes and modes, and is in the end what one of the right size is.
 TEST_F(Arrays, GrowWithTheBody)
 {

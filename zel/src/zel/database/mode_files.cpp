@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cmath>
 
 namespace zel
 {
@@ -365,6 +366,45 @@ int write_mode_run(ZELDATA* db, int kind, int mode, int position, int count, con
             return 0;
     }
     return 1;
+}
+
+// Without a branch for each value: several sums that are not numbers where some value is not finite.
+bool run_is_finite(const double* values, int64_t count)
+{
+    constexpr int kSums = 2 * kComponents; // values are six a node
+    double sums[kSums] = {};
+    for (; count >= kSums; values += kSums, count -= kSums)
+        for (int k = 0; k < kSums; ++k)
+            sums[k] += values[k] * 0.0;
+    for (int k = 0; k < count; ++k)
+        sums[k] += values[k] * 0.0;
+    return std::none_of(sums, sums + kSums, [](double sum) { return std::isnan(sum); });
+}
+
+// A run of zeros. False when it cannot be written.
+static bool erase_run(ZELDATA* db, int kind, int mode, int count)
+{
+    constexpr int kNodesAtOnce = 256;
+    const double zeros[kNodesAtOnce * kComponents] = {};
+    for (int first = 0; first < count; first += kNodesAtOnce)
+        if (!write_mode_run(db, kind, mode, first, std::min(count - first, kNodesAtOnce), zeros, kComponents))
+            return false;
+    return true;
+}
+
+NewRun write_finite_run(ZELDATA* db, int kind, int mode, int count, const double* values)
+{
+    constexpr int kNodesAtOnce = 16 * 1024;
+    for (int first = 0; first < count; first += kNodesAtOnce)
+    {
+        const int nodes = std::min(count - first, kNodesAtOnce);
+        const double* const part = values + kComponents * int64_t(first);
+        if (!run_is_finite(part, kComponents * int64_t(nodes)))
+            return erase_run(db, kind, mode, first) ? NewRun::kNotFinite : NewRun::kNotWritten;
+        if (!write_mode_run(db, kind, mode, first, nodes, part, kComponents))
+            return NewRun::kNotWritten;
+    }
+    return NewRun::kWritten;
 }
 
 VectorBefore::VectorBefore(ZELDATA* db, int kind, int mode, int first, int count)

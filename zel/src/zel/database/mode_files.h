@@ -44,6 +44,19 @@ int write_mode_values(ZELDATA* db, int kind, int mode, int position, int dof, in
 // doubles away. Otherwise the same.
 int write_mode_run(ZELDATA* db, int kind, int mode, int position, int count, const double* values, int64_t stride);
 
+// Writes a record from its front, six values in current units a node. Each part is written as soon as it is known to be finite,
+// while the processor has it at hand. Of a run that is not finite zeros are left. The run ends within the record.
+enum class NewRun
+{
+    kWritten,
+    kNotFinite,
+    kNotWritten
+};
+NewRun write_finite_run(ZELDATA* db, int kind, int mode, int count, const double* values);
+
+// Whether all of them are, of however many.
+bool run_is_finite(const double* values, int64_t count);
+
 // The stored values of some nodes in one mode, put back at the end of the scope unless keep() was called. Those of several nodes
 // are not read where the file is mapped, since writing cannot fail there.
 class VectorBefore

@@ -190,19 +190,6 @@ struct Positions
 };
 } // namespace
 
-// Without a branch for each value: several sums that are not numbers where some value is not finite.
-static bool run_is_finite(const double* values, int64_t count)
-{
-    constexpr int kSums = 2 * kComponents; // values are six a node
-    double sums[kSums] = {};
-    for (; count >= kSums; values += kSums, count -= kSums)
-        for (int k = 0; k < kSums; ++k)
-            sums[k] += values[k] * 0.0;
-    for (int k = 0; k < count; ++k)
-        sums[k] += values[k] * 0.0;
-    return std::none_of(sums, sums + kSums, [](double sum) { return std::isnan(sum); });
-}
-
 static bool all_finite(const ZELDATA* db, const Array& set)
 {
     if (set.stride == kComponents && run_is_finite(set.values, kComponents * int64_t(set.count)))
@@ -213,11 +200,22 @@ static bool all_finite(const ZELDATA* db, const Array& set)
     return true;
 }
 
+// Whether ids are those of the first nodes, by the index: where it follows the table it says so in a sixth of the memory.
+static bool begins_with(const ZELIDPAIR* index, const int* ids, int count)
+{
+    int different = 0;
+    for (int i = 0; i < count; ++i)
+        different |= (index[i].id ^ ids[i]) | (index[i].index ^ i);
+    return different == 0;
+}
+
 // Whether the nodes are the first of the list of their kind, in its order: then their values are one run.
 static bool leads_the_list(const ZELDATA* db, const Array& set)
 {
     if (set.kind != ZEL_MODE_SHAPE || set.count > db->mode_node_count[set.kind])
         return false;
+    if (!set.node_ids || begins_with(db->node_id_index, set.node_ids, set.count))
+        return true;
     int i = 0;
     while (i < set.count && set.node_id(db, i) == db->nodes[i].id)
         ++i;
@@ -272,7 +270,7 @@ static int set_pre_tensors(ZELDATA* db, const Array& set)
 {
     const KindRow& kind = kKinds[set.kind];
     Positions positions(set.count);
-    if (!find(positions, db, set))
+    if (!all_finite(db, set) || !find(positions, db, set))
         return 0;
     const int64_t nodes = db->mode_node_count[set.kind] + positions.missing;
     if (!reserve_nodes(db, db->node_count + positions.unknown)) // before there are records: these count as values
@@ -298,16 +296,26 @@ static int end_of_run(const int* positions, int first, int count)
     return end;
 }
 
-// Nodes that stand one behind the other in the vectors go together.
+// Nodes that stand one behind the other in the vectors go together. Null positions: the first ones.
 static int write_array(ZELDATA* db, int mode, const Array& set, const int* positions)
 {
     for (int first = 0, end = 0; first < set.count; first = end)
     {
-        end = end_of_run(positions, first, set.count);
-        if (!write_mode_run(db, set.kind, mode, positions[first], end - first, set.at(first), set.stride))
-            return 0;
+        end = positions ? end_of_run(positions, first, set.count) : set.count;
+        if (!write_mode_run(db, set.kind, mode, positions ? positions[first] : 0, end - first, set.at(first),
+                            set.stride))
+            return not_written(set.kind, set.mode_number);
     }
     return 1;
+}
+
+// A mode that is new has nothing that a value which is not finite could spoil, so that it is written as it is checked.
+static int write_new_array(ZELDATA* db, int mode, const Array& set)
+{
+    const NewRun run = write_finite_run(db, set.kind, mode, set.count, set.values);
+    if (run == NewRun::kNotFinite)
+        return all_finite(db, set);
+    return run == NewRun::kWritten ? 1 : not_written(set.kind, set.mode_number);
 }
 
 static int set_mode_array(ZELDATA* db, const Array& set)
@@ -318,7 +326,10 @@ static int set_mode_array(ZELDATA* db, const Array& set)
     ModeFileToSet file(db, set.kind);
     if (!file.open())
         return 0;
-    const bool one_run = leads_the_list(db, set);
+    const bool one_run = leads_the_list(db, set),
+               checked_in_passing = one_run && mode.is_new() && set.stride == kComponents;
+    if (!checked_in_passing && !all_finite(db, set))
+        return 0;
     Positions positions(one_run ? 0 : set.count);
     if (!one_run && !find(positions, db, set))
         return 0;
@@ -329,9 +340,9 @@ static int set_mode_array(ZELDATA* db, const Array& set)
     VectorBefore before(db, set.kind, mode.index(), 0, int(db->mode_node_count[set.kind] + positions.missing));
     if (!before.read() || !list_missing(db, set, positions))
         return 0;
-    if (one_run ? !write_mode_run(db, set.kind, mode.index(), 0, set.count, set.values, set.stride)
-                : !write_array(db, mode.index(), set, positions.of.data))
-        return not_written(set.kind, set.mode_number);
+    if (checked_in_passing ? !write_new_array(db, mode.index(), set)
+                           : !write_array(db, mode.index(), set, one_run ? nullptr : positions.of.data))
+        return 0;
     before.keep();
     if (db->cached_mode[set.kind] == mode.index())
         db->cached_mode[set.kind] = -1;
@@ -474,8 +485,6 @@ int ZEL_SetModeArray(ZELDATA* db, int mode_number, int kind, int node_count, con
     if (!node_ids && node_count > db->node_count)
         return fail("Values are given for %d nodes, and there are %d.", node_count, db->node_count);
     const Array set = {mode_number, kind, node_count, node_ids, values, stride};
-    if (!all_finite(db, set))
-        return 0;
     return is_pre_tensor(mode_number, kind) ? set_pre_tensors(db, set) : set_mode_array(db, set);
 }
 

@@ -149,6 +149,7 @@ public:
     ModeToSet(const ModeToSet&) = delete;
     ModeToSet& operator=(const ModeToSet&) = delete;
     int index() const { return index_; } // -1, after a message: there is no room for it
+    bool is_new() const { return fresh_; }
     void keep();
 
 private:
