@@ -1,6 +1,6 @@
-# zel_join_rooms(target): sources of one folder are compiled together, some at once, so that headers and templates cost the
-# compiler once a folder and not once a source. ZEL_UNITY=OFF compiles each by itself.
-set(ZEL_SOURCES_AT_ONCE 15)
+# zel_join_rooms(target [WHOLE]): sources of one folder, or with WHOLE of all folders, are compiled together, some at once, so that
+# headers and templates cost the compiler once for all of them and not once a source. ZEL_UNITY=OFF compiles each by itself.
+set(ZEL_SOURCES_AT_ONCE 18)
 function(zel_join_rooms target)
   if(NOT ZEL_UNITY)
     return()
@@ -9,6 +9,9 @@ function(zel_join_rooms target)
   list(FILTER sources INCLUDE REGEX "^[^$]*[.]cpp$")
   foreach(source ${sources})
     cmake_path(GET source PARENT_PATH folder)
+    if("WHOLE" IN_LIST ARGN)
+      set(folder whole)
+    endif()
     string(MAKE_C_IDENTIFIER "room_${folder}" room)
     if(NOT DEFINED count_${room})
       set(count_${room} 0)

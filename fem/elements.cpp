@@ -275,6 +275,13 @@ const std::vector<QuadraturePoint>& quadrature(const ElementType& type, Rule rul
     return points;
 }
 
+int find_node(const Mesh& mesh, int id)
+{
+    const auto at = std::lower_bound(mesh.nodes.begin(), mesh.nodes.end(), id,
+                                     [](const Node& node, int wanted) { return node.id < wanted; });
+    return at != mesh.nodes.end() && at->id == id ? int(at - mesh.nodes.begin()) : -1;
+}
+
 void MassMoments::add(double m, const Vector3d& at)
 {
     mass += m;

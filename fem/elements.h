@@ -88,6 +88,9 @@ struct Mesh
     Place place(const Element& element) const { return {files[size_t(element.file)], element.line}; }
 };
 
+// The index of a node by its number; -1 if the mesh does not have it.
+int find_node(const Mesh& mesh, int id);
+
 // Mass, first moment and second moments of a body about the origin: sums of m, m x and m x x^T.
 struct MassMoments
 {

@@ -26,7 +26,7 @@ using Eigen::MatrixXd;
 using Eigen::Vector3d;
 
 constexpr double kScalar = 1e-6; // of the diagonal: matrices are stored with eight digits at least
-constexpr Index kBlockBytes = Index(4) << 20;
+constexpr Index kSliceBytes = Index(4) << 20;
 
 namespace
 {
@@ -190,7 +190,7 @@ static Products no_products(Index modes)
 static Products products_of(const ScalarMass& scalar, const MatrixXd& rows)
 {
     const Index modes = rows.cols(), points = Index(scalar.points.size());
-    const Index block = std::clamp<Index>(kBlockBytes / (6 * 8 * std::max<Index>(modes, 1)), 16, 4096);
+    const Index block = std::clamp<Index>(kSliceBytes / (6 * 8 * std::max<Index>(modes, 1)), 16, 4096);
     Products products = no_products(modes);
     for (Index first = 0; first < points; first += block)
     {

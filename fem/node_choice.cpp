@@ -174,13 +174,6 @@ InterfaceChoice parse_interface(const std::string& text)
 
 // ---- What it names in a model ------------------------------------------------------------------------------------------
 
-static int find_node(const Mesh& mesh, int id)
-{
-    const auto at = std::lower_bound(mesh.nodes.begin(), mesh.nodes.end(), id,
-                                     [](const Node& node, int wanted) { return node.id < wanted; });
-    return at != mesh.nodes.end() && at->id == id ? int(at - mesh.nodes.begin()) : -1;
-}
-
 static std::string capitals(std::string text)
 {
     for (char& c : text)

@@ -11,13 +11,6 @@ namespace zel_fem::matrices
 
 using zel_checks::format;
 
-int find_node(const Mesh& mesh, int id)
-{
-    const auto at = std::lower_bound(mesh.nodes.begin(), mesh.nodes.end(), id,
-                                     [](const Node& node, int wanted) { return node.id < wanted; });
-    return at != mesh.nodes.end() && at->id == id ? int(at - mesh.nodes.begin()) : -1;
-}
-
 namespace
 {
 // Rows as a file names them, one after another.

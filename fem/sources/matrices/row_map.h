@@ -26,9 +26,6 @@ RowMap read_row_map(const std::string& path, const Mesh& mesh);
 // nor six for each of them.
 RowMap default_rows(const Mesh& mesh, int64_t order);
 
-// The index of a node by its number; -1 if the mesh does not have it.
-int find_node(const Mesh& mesh, int id);
-
 } // namespace zel_fem::matrices
 
 #endif

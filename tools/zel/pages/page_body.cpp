@@ -245,18 +245,18 @@ constexpr int16_t kNothing = -32768; // where there is no value
 
 static Quantised quantised(const std::vector<double>& values, int16_t instead)
 {
-    constexpr double kSteps = 32767.0;
+    constexpr double kLargest = 32767.0;
     Quantised result;
     double size = 0.0;
     for (const double value : values)
         size = std::isfinite(value) ? std::max(size, std::fabs(value)) : size;
-    result.step = size / kSteps;
+    result.step = size / kLargest;
     result.values.reserve(values.size());
     for (const double value : values)
     {
         result.complete = result.complete && std::isfinite(value);
         result.values.push_back(!std::isfinite(value) ? instead
-                                : size > 0.0          ? int16_t(std::lround(value / size * kSteps))
+                                : size > 0.0          ? int16_t(std::lround(value / size * kLargest))
                                                       : int16_t(0));
     }
     return result;
