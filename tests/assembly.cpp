@@ -143,33 +143,31 @@ std::vector<double> defined_invariant(const Assembly& body, int number)
 
 // ---- From the library -----------------------------------------------------------------------------------------------
 
-static void take(std::vector<double>& values, double* copy, size_t count)
-{
-    ASSERT_NE(copy, nullptr);
-    values.insert(values.end(), copy, copy + count);
-    std::free(copy);
-}
-
 std::vector<double> library_invariant(ZELDATA* db, int number)
 {
     const int modes = ZEL_ModeCount(db);
     std::vector<double> values;
+    const auto take = [&](double* copy, int count) {
+        ASSERT_NE(copy, nullptr);
+        values.insert(values.end(), copy, copy + count);
+        std::free(copy);
+    };
     switch (number)
     {
     case 1: values.push_back(ZEL_Invar1(db)); break;
-    case 2: take(values, ZEL_Invar2(db), 3); break;
-    case 3: take(values, ZEL_Invar3(db), size_t(3 * modes)); break;
-    case 4: take(values, ZEL_Invar4(db), size_t(3 * modes)); break;
-    case 7: take(values, ZEL_Invar7(db), 9); break;
+    case 2: take(ZEL_Invar2(db), 3); break;
+    case 3: take(ZEL_Invar3(db), 3 * modes); break;
+    case 4: take(ZEL_Invar4(db), 3 * modes); break;
+    case 7: take(ZEL_Invar7(db), 9); break;
     default:
         for (int i = 0; i < modes; ++i)
             if (number == 5)
-                take(values, ZEL_Invar5(db, i), size_t(3 * modes));
+                take(ZEL_Invar5(db, i), 3 * modes);
             else if (number == 8)
-                take(values, ZEL_Invar8(db, i), 9);
+                take(ZEL_Invar8(db, i), 9);
             else
                 for (int j = 0; j < modes; ++j)
-                    take(values, ZEL_Invar9(db, i, j), 9);
+                    take(ZEL_Invar9(db, i, j), 9);
     }
     return values;
 }
@@ -201,8 +199,7 @@ double largest(const std::vector<double>& values)
 void expect_near(const std::vector<double>& values, const std::vector<double>& expected, double tolerance)
 {
     ASSERT_EQ(values.size(), expected.size());
-    double difference = 0.0;
+    const double most = tolerance * largest(expected);
     for (size_t i = 0; i < values.size(); ++i)
-        difference = std::max(difference, std::fabs(values[i] - expected[i]));
-    EXPECT_LE(difference, tolerance * largest(expected));
+        EXPECT_NEAR(values[i], expected[i], most) << i;
 }

@@ -245,14 +245,10 @@ SampleFile sample_file(FileFormat format)
         blocks.erase(ZEL_BLOCK_STATISTICS);
         return file;
     }
-    blocks[19] = out().reals(reals(19, 1)).bytes;
-    blocks[20] = out().reals(reals(20, 3)).bytes;
-    blocks[21] = out().integer(m).reals(reals(21, 3 * m)).bytes;
-    blocks[22] = out().integer(m).reals(reals(22, 3 * m)).bytes;
-    blocks[23] = out().integer(m).reals(reals(23, 3 * m * m)).bytes;
-    blocks[24] = out().reals(reals(24, 9)).bytes;
-    blocks[25] = out().integer(m).reals(reals(25, 9 * m)).bytes;
-    blocks[26] = out().integer(m).reals(reals(26, 9 * m * m)).bytes;
+    for (const auto& [block, count] : {std::pair(19, 1), {20, 3}, {24, 9}})
+        blocks[block] = out().reals(reals(block, count)).bytes;
+    for (const auto& [block, count] : {std::pair(21, 3), {22, 3}, {23, 3 * m}, {25, 9}, {26, 9 * m}})
+        blocks[block] = out().integer(m).reals(reals(block, count * m)).bytes;
     blocks[27] = out().integers({m, 1}).reals(reals(27, m)).bytes;
     blocks[28] = loads_block(file);
     blocks[29] = vectors_block(file, 2, sample::strain_node_ids, sample::mode_numbers);

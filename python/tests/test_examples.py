@@ -1,19 +1,20 @@
 """The examples and the guide, as a reader runs them."""
 
 import csv
-import re
 import runpy
 import sys
 from pathlib import Path
+from typing import Any
 
 import from_scikit_fem as bracket
 import numpy as np
 import pytest
 import scipy.io
+from skfem import MeshHex
 from skfem.io.meshio import to_meshio
 
 import zel
-from conftest import SOURCE, command
+from conftest import SOURCE, command, run_page
 
 EXAMPLES = SOURCE / "examples" / "python"
 
@@ -27,11 +28,7 @@ def run(monkeypatch: pytest.MonkeyPatch, folder: Path, name: str, *arguments: ob
 
 def test_the_guide_runs_from_install_to_a_body(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
     monkeypatch.chdir(tmp_path)
-    guide = (SOURCE / "docs" / "python.md").read_text()
-    names: dict[str, object] = {}
-    for match in re.finditer(r"^```python\n(.*?)^```", guide, re.M | re.S):
-        lines_before = guide.count("\n", 0, match.start(1))
-        exec(compile("\n" * lines_before + match[1], "docs/python.md", "exec"), names)
+    run_page("python.md")
 
 
 def test_modes_are_drawn(rod: Path, tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:
@@ -45,15 +42,28 @@ def test_a_bracket_of_scikit_fem_becomes_a_body(tmp_path: Path, monkeypatch: pyt
         assert len(body.interface_nodes) == 2 and len(body.modes) == 24
 
 
+def bracket_in(folder: Path, **how: Any) -> tuple[MeshHex, list[np.ndarray], list[object], zel.Body]:
+    """A bracket whose matrices are written into a folder: its mesh, ends, the arguments of an import, and its body."""
+    mesh = bracket.mesh_bracket(6.0, 10.0)
+    stiffness, mass, _ = bracket.assemble(mesh)
+    for name, matrix in {"K": stiffness, "M": mass}.items():
+        scipy.io.mmwrite(folder / f"{name}.mtx", matrix, **how)
+    ends = bracket.ends_of(mesh)
+    body = zel.reduce(stiffness, mass, to_meshio(mesh), interfaces=ends, modes=12, units="mm,t,s,N")
+    return mesh, ends, ["--units", "mm,t,s,N", "--modes", 12, "-o", folder / "part.zel"], body
+
+
+def expect_frequencies(folder: Path, body: zel.Body) -> None:
+    with zel.open(folder / "part.zel") as written:
+        np.testing.assert_allclose(written.modes.frequencies[6:], body.free_frequencies()[6:], rtol=1e-9)
+
+
 @pytest.mark.parametrize("suffix", ["vtu", "med"])
 def test_matrices_and_a_mesh_in_files_become_a_body(
     suffix: str, tmp_path: Path, monkeypatch: pytest.MonkeyPatch
 ) -> None:
-    mesh = bracket.mesh_bracket(6.0, 10.0)
-    stiffness, mass, _ = bracket.assemble(mesh)
-    for name, matrix in {"K": stiffness, "M": mass}.items():
-        scipy.io.mmwrite(tmp_path / f"{name}.mtx", matrix, symmetry="symmetric", precision=17)
-    part, ends = to_meshio(mesh), bracket.ends_of(mesh)
+    mesh, ends, arguments, body = bracket_in(tmp_path, symmetry="symmetric", precision=17)
+    part = to_meshio(mesh)
     tags = np.zeros(len(part.points), np.int64)
     for tag, nodes in enumerate(ends, 2):
         tags[nodes - 1] = tag
@@ -62,28 +72,19 @@ def test_matrices_and_a_mesh_in_files_become_a_body(
     else:
         part.point_data = {"FLOOR": (tags == 2).astype(np.int8), "WALL": (tags == 3).astype(np.int8)}
     part.write(tmp_path / f"part.{suffix}")
-    files = (f"part.{suffix}", "K.mtx", "M.mtx", "--units", "mm,t,s,N", "--interface", "FLOOR", "--interface", "WALL")
-    run(monkeypatch, tmp_path, "from_meshio.py", *files, "--modes", 12, "-o", "part.zel")
-    body = zel.reduce(stiffness, mass, to_meshio(mesh), interfaces=ends, modes=12, units="mm,t,s,N")
-    with zel.open(tmp_path / "part.zel") as written:
-        np.testing.assert_allclose(written.modes.frequencies[6:], body.free_frequencies()[6:], rtol=1e-9)
+    files = (f"part.{suffix}", "K.mtx", "M.mtx", "--interface", "FLOOR", "--interface", "WALL")
+    run(monkeypatch, tmp_path, "from_meshio.py", *files, *arguments)
+    expect_frequencies(tmp_path, body)
 
 
 @pytest.mark.parametrize("kind", ["gmsh", "gmsh22", "nastran", "abaqus"])
 def test_the_command_reads_matrices_and_meshes_that_others_wrote(kind: str, tmp_path: Path) -> None:
-    mesh = bracket.mesh_bracket(6.0, 10.0)
-    stiffness, mass, _ = bracket.assemble(mesh)
-    for name, matrix in {"K": stiffness, "M": mass}.items():
-        scipy.io.mmwrite(tmp_path / f"{name}.mtx", matrix)
-    options = {"binary": False} if kind.startswith("gmsh") else {}
-    to_meshio(mesh).write(tmp_path / "part", file_format=kind, **options)
-    ends = bracket.ends_of(mesh)
+    mesh, ends, arguments, body = bracket_in(tmp_path)
+    to_meshio(mesh).write(tmp_path / "part", file_format=kind, **({"binary": False} if kind.startswith("gmsh") else {}))
     interfaces = [f"--interface=ids={','.join(map(str, end))}" for end in ends]
     files = ("--stiffness", tmp_path / "K.mtx", "--mass", tmp_path / "M.mtx", "--mesh", tmp_path / "part")
-    command("import", "matrices", *files, "--units", "mm,t,s,N", *interfaces, "--modes", 12, "-o", tmp_path / "part.zel")
-    body = zel.reduce(stiffness, mass, to_meshio(mesh), interfaces=ends, modes=12, units="mm,t,s,N")
-    with zel.open(tmp_path / "part.zel") as written:
-        np.testing.assert_allclose(written.modes.frequencies[6:], body.free_frequencies()[6:], rtol=1e-9)
+    command("import", "matrices", *files, *interfaces, *arguments)
+    expect_frequencies(tmp_path, body)
 
 
 def test_a_study_runs_on_two_workers_and_shows_what_failed(tmp_path: Path, monkeypatch: pytest.MonkeyPatch) -> None:

@@ -6,7 +6,6 @@
 #include <Eigen/Eigenvalues>
 
 #include <complex>
-#include <limits>
 
 namespace
 {
@@ -97,16 +96,12 @@ void expect_eigenpairs(const MatrixXd& a, const MatrixXd& b, int padding = 0)
     EXPECT_GE(s.beta.minCoeff(), 0.0);
     const VectorXcd values = s.eigenvalues();
     for (int j = 0; j < s.n; ++j)
-    {
-        if (s.imaginary[j] > 0.0)
+        if (const double size = s.imaginary[j]; size != 0.0)
         {
-            ASSERT_LT(j + 1, s.n);
-            EXPECT_LE(std::abs(values[j] - std::conj(values[j + 1])), 1e-11 * std::abs(values[j]));
-            ++j;
+            const int partner = size > 0.0 ? j + 1 : j - 1;
+            ASSERT_TRUE(partner >= 0 && partner < s.n);
+            EXPECT_LE(std::abs(values[j] - std::conj(values[partner])), 1e-11 * std::abs(values[j]));
         }
-        else
-            EXPECT_EQ(s.imaginary[j], 0.0);
-    }
 }
 
 // Every value has a partner in `expected`, the worst distance relative to the largest.
@@ -151,12 +146,14 @@ TEST(Qz, SolvesRandomPairsOfEveryKindOfOrder)
         }
 }
 
+// Also where no vectors are asked for, and z is null.
 TEST(Qz, FindsWhatAnotherSolverFinds)
 {
     for (const int n : {2, 10, 40, 90})
     {
         const MatrixXd a = random_matrix(n, n, 70), b = positive_definite(n, 71), stiffness = positive_definite(n, 72);
-        EXPECT_LT(distance_of_spectra(solve(a, b), values_of_eigen(a, b)), 1e-12) << n;
+        for (const bool vectors : {true, false})
+            EXPECT_LT(distance_of_spectra(solve(a, b, vectors), values_of_eigen(a, b)), 1e-12) << n;
         const Solution s = solve(stiffness, b);
         EXPECT_LT(distance_of_spectra(s, values_of_eigen(stiffness, b)), 1e-12) << n;
         EXPECT_TRUE(s.imaginary.isZero(0.0) && s.real.minCoeff() > 0.0) << n;
@@ -180,14 +177,6 @@ TEST(Qz, FindsTheRootsOfUnity)
         EXPECT_EQ(s.ierr, 0) << n;
         EXPECT_LT(distance_of_spectra(s, expected), 1e-13) << n;
     }
-}
-
-TEST(Qz, WorksWithoutVectorsAndWithoutZ)
-{
-    const MatrixXd a = random_matrix(40, 40, 5), b = random_matrix(40, 40, 6);
-    const Solution without = solve(a, b, false), with = solve(a, b);
-    EXPECT_EQ(without.ierr, 0);
-    EXPECT_LT(distance_of_spectra(without, with.eigenvalues()), 1e-11);
 }
 
 // Massless degrees of freedom: det(A - lambda B) has as many roots fewer as B lacks in rank. For order 2 the place of the
@@ -228,7 +217,7 @@ TEST(Qz, PassesTheThresholdOfBToTheNextStages)
 TEST(Qz, ReportsTheEigenvalueThatDidNotConverge)
 {
     MatrixXd a = random_matrix(6, 6, 1);
-    a(2, 3) = std::numeric_limits<double>::quiet_NaN();
+    a(2, 3) = NAN;
     EXPECT_EQ(solve(a, positive_definite(6, 2)).ierr, 6);
     // With a precision out of reach some pairs use up their 30 sweeps a row; ten times as many would do.
     int given_up = 0;
@@ -276,28 +265,23 @@ TEST(Qz, FindsTheSameVectorsWhenMemoryIsShort)
 
 TEST(Qz, DoesNothingForAnOrderBelowOne)
 {
-    const int nm = 1, n = 0, accumulate = 1;
-    const double eps1 = 0.0;
-    int ierr = 5;
-    ZEL_QZHESS(&nm, &n, nullptr, nullptr, &accumulate, nullptr);
-    ZEL_QZITT(&nm, &n, nullptr, nullptr, &eps1, &accumulate, nullptr, &ierr);
-    ZEL_QZVALL(&nm, &n, nullptr, nullptr, nullptr, nullptr, nullptr, &accumulate, nullptr);
-    ZEL_QZVECC(&nm, &n, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr);
-    EXPECT_EQ(ierr, 0);
+    Solution s = solve(MatrixXd(0, 0), MatrixXd(0, 0), true, 0.0, 1); // in arrays that are null
+    find_vectors(s);
+    EXPECT_EQ(s.a.data(), nullptr);
+    EXPECT_EQ(s.ierr, 0);
 }
 
 TEST(Eigpsn, HalvesItsArgumentToTheUnitRoundoff)
 {
-    const double infinite = std::numeric_limits<double>::infinity();
     double x = 1.0;
     EXPECT_EQ(EIGPSN(&x), std::ldexp(1.0, -53));
     EXPECT_EQ(x, std::ldexp(1.0, -53));
-    for (const double small : {0.0, 1e-300, std::ldexp(1.0, -53), -1e-20, infinite})
+    for (const double small : {0.0, 1e-300, std::ldexp(1.0, -53), -1e-20, HUGE_VAL})
     {
         x = small;
         EXPECT_EQ(EIGPSN(&x), small);
         EXPECT_EQ(x, small);
     }
-    x = std::numeric_limits<double>::quiet_NaN();
+    x = NAN;
     EXPECT_TRUE(std::isnan(EIGPSN(&x)));
 }

@@ -1,6 +1,5 @@
-// One mesh in memory and writers of it in the dialects of other programs. Where a program orders mid-side nodes in its
-// own way, its manual's order stands here as edges between corners, so that no permutation of the readers is used
-// twice.
+// One mesh in memory and writers of it in the dialects of other programs. Where a program orders mid-side nodes in its own
+// way, its manual's order stands here as edges between corners, so that no permutation of the readers is used twice.
 #ifndef TEST_MESH_DIALECTS_H
 #define TEST_MESH_DIALECTS_H
 
@@ -14,7 +13,7 @@ namespace dialects
 using namespace zel_fem;
 using zel_checks::format;
 using zel_fem::meshes::MeshFile;
-using Edges = std::vector<std::pair<int, int>>; // corners from 0
+using Edges = std::map<Shape, std::vector<std::pair<int, int>>>; // in whose middles nodes lie, by their corners from 0
 
 constexpr double kDensity = 7.85e-9, kThickness = 0.25;
 
@@ -55,12 +54,8 @@ inline std::pair<int, int> edge_of(Shape shape, int i)
 // Coordinates have few digits, for formats with narrow columns.
 inline MeshFile pair_of(Shape shape)
 {
-    static const std::vector<ElementType> kTypes = [] {
-        std::vector<ElementType> types;
-        for (int s = 0; s < int(std::size(kNames)); ++s)
-            types.push_back({"pair", Shape(s), 0, 4});
-        return types;
-    }();
+    static ElementType types[std::size(kNames)];
+    ElementType& type = types[size_t(shape)] = {"pair", shape, 0, 4};
     MeshFile file{"", "a pair", {}, true, {}, {}};
     const auto& at = node_positions(shape);
     const int nodes = int(at.cols());
@@ -75,8 +70,7 @@ inline MeshFile pair_of(Shape shape)
     file.node_sets["ONE"] = {1};
     for (int last : {nodes - 1, 2 * nodes - 1})
     {
-        Element element{
-            .id = 100 - 3 * int(file.mesh.elements.size()), .type = &kTypes[size_t(shape)], .density = kDensity};
+        Element element{.id = 100 - 3 * int(file.mesh.elements.size()), .type = &type, .density = kDensity};
         element.thickness = is_shell(shape) ? kThickness : 0.0;
         for (int i = 0; i < nodes; ++i)
             element.nodes[size_t(i)] = last - i;
@@ -92,15 +86,13 @@ inline MeshFile pair_of(Shape shape)
 inline std::vector<Node> shuffled(const Mesh& mesh)
 {
     std::vector<Node> nodes;
-    const size_t count = mesh.nodes.size();
-    for (size_t first : {size_t(1), size_t(0)})
-        for (size_t i = first; i < count; i += 2)
+    for (size_t first : {1u, 0u})
+        for (size_t i = first; i < mesh.nodes.size(); i += 2)
             nodes.push_back(mesh.nodes[i]);
     return nodes;
 }
 
-// Ids of the nodes of an element: corners, then the middles of `edges`, or all in the order of the library when there
-// are none.
+// Ids of the nodes of an element: corners, then the middles of `edges`; in the library's order without edges of its shape.
 inline std::vector<int> ids_of(const Mesh& mesh, const Element& element, const Edges& edges = {})
 {
     const Shape shape = element.type->shape;
@@ -109,9 +101,9 @@ inline std::vector<int> ids_of(const Mesh& mesh, const Element& element, const E
     for (int i = 0; i < count; ++i)
     {
         int from = i;
-        if (i >= corners && !edges.empty())
+        if (i >= corners && edges.count(shape))
         {
-            const auto [a, b] = edges.at(size_t(i - corners));
+            const auto [a, b] = edges.at(shape).at(size_t(i - corners));
             for (from = corners; edge_of(shape, from) != std::pair(std::min(a, b), std::max(a, b));)
                 ++from;
         }
@@ -185,17 +177,13 @@ inline std::string flat_deck(const MeshFile& file)
            "*Boundary\nROOT, 1, 3\n*Step\n*Frequency, solver=matrixstorage\n*End Step";
 }
 
-// The mesh in the part or, as preprocessors write independent instances, in the instance; turned by a right angle about
-// an axis along z through (1, 2, 0) after a translation.
-inline std::string abaqus_deck(const MeshFile& file, bool in_instance)
+// The mesh in the part or, as preprocessors write independent instances, in the instance, which a translation and a right
+// angle about an axis along z through (1, 2, 0) bring to its place.
+template <bool in_instance> std::string abaqus_deck(const MeshFile& file)
 {
     std::vector<Node> nodes = shuffled(file.mesh);
-    for (Node& node : nodes)
-    {
-        const Eigen::Vector3d turned = node.at - Eigen::Vector3d(1, 2, 0);
-        node.at =
-            Eigen::Vector3d(turned[1], -turned[0], turned[2]) + Eigen::Vector3d(1, 2, 0) - Eigen::Vector3d(8, 0, -4);
-    }
+    for (auto& [id, at] : nodes) // where they come from, by hand
+        at = Eigen::Vector3d(at[1] - 9, 3 - at[0], at[2] + 4);
     const std::string mesh =
         deck_mesh(file, nodes) + "*Nset, nset=_Picked2, internal, generate\n 1, 9999, 1\n" + deck_section(file);
     return "*Heading\n" + file.title + "\n*Preprint, echo=NO\n**\n** PARTS\n**\n*Part, name=block\n" +
@@ -212,37 +200,28 @@ inline std::string abaqus_deck(const MeshFile& file, bool in_instance)
 
 // ---- Gmsh -----------------------------------------------------------------------------------------------------------
 
-inline const Edges& gmsh_edges(Shape shape)
-{
-    static const std::map<Shape, Edges> kEdges = {
-        {Shape::tet10, {{0, 1}, {1, 2}, {2, 0}, {0, 3}, {2, 3}, {1, 3}}},
-        {Shape::wedge15, {{0, 1}, {0, 2}, {0, 3}, {1, 2}, {1, 4}, {2, 5}, {3, 4}, {3, 5}, {4, 5}}},
-        {Shape::hex20,
-         {{0, 1}, {0, 3}, {0, 4}, {1, 2}, {1, 5}, {2, 3}, {2, 6}, {3, 7}, {4, 5}, {4, 7}, {5, 6}, {6, 7}}},
-    };
-    static const Edges kNone;
-    return kEdges.count(shape) ? kEdges.at(shape) : kNone;
-}
-
-inline std::string gmsh_names(const MeshFile& file)
-{
-    std::string result = format("$PhysicalNames\n%zu\n", file.node_sets.size());
-    int group = 1;
-    for (const auto& [name, nodes] : file.node_sets)
-        result += format("0 %d \"%s\"\n", group++, name.c_str());
-    return result + "$EndPhysicalNames\n";
-}
+inline const Edges kGmshEdges = {
+    {Shape::tet10, {{0, 1}, {1, 2}, {2, 0}, {0, 3}, {2, 3}, {1, 3}}},
+    {Shape::wedge15, {{0, 1}, {0, 2}, {0, 3}, {1, 2}, {1, 4}, {2, 5}, {3, 4}, {3, 5}, {4, 5}}},
+    {Shape::hex20, {{0, 1}, {0, 3}, {0, 4}, {1, 2}, {1, 5}, {2, 3}, {2, 6}, {3, 7}, {4, 5}, {4, 7}, {5, 6}, {6, 7}}}};
 
 // A point entity for each set, and one volume; a node set is the points of its entity.
 inline std::string gmsh_4(const MeshFile& file)
 {
-    const size_t sets = file.node_sets.size(), count = file.mesh.nodes.size();
-    const Shape shape = file.mesh.elements[0].type->shape;
-    std::string result =
-        "$MeshFormat\n4.1 0 8\n$EndMeshFormat\n" + gmsh_names(file) + format("$Entities\n%zu 0 0 1\n", sets);
-    for (size_t set = 1; set <= sets; ++set)
-        result += format("%zu 0 0 0 1 %zu \n", set, set);
-    result += format("1 0 0 0 1 1 1 0 0 \n$EndEntities\n$Nodes\n2 %zu 1 1000\n", count);
+    std::string names, entities, points;
+    int set = 0, point = 1000;
+    for (const auto& [name, members] : file.node_sets)
+    {
+        names += format("0 %d \"%s\"\n", ++set, name.c_str());
+        entities += format("%d 0 0 0 1 %d \n", set, set);
+        points += format("0 %d 15 %zu\n", set, members.size());
+        for (int node : set_ids(file, name))
+            points += format("%d %d \n", ++point, node);
+    }
+    const size_t count = file.mesh.nodes.size();
+    std::string result = format("$MeshFormat\n4.1 0 8\n$EndMeshFormat\n$PhysicalNames\n%d\n", set) + names +
+                         format("$EndPhysicalNames\n$Entities\n%d 0 0 1\n", set) + entities +
+                         format("1 0 0 0 1 1 1 0 0 \n$EndEntities\n$Nodes\n2 %zu 1 1000\n", count);
     const std::vector<Node> nodes = shuffled(file.mesh);
     for (const auto& [first, last] : {std::pair<size_t, size_t>{0, 3}, {3, count}})
     {
@@ -253,31 +232,26 @@ inline std::string gmsh_4(const MeshFile& file)
             result += format("%.16g %.16g %.16g%s\n", nodes[i].at[0], nodes[i].at[1], nodes[i].at[2],
                              first == 0 ? " 0.5 0.5 0.5" : "");
     }
-    result += format("$EndNodes\n$Elements\n%zu 0 1 1\n", sets + 1);
-    int set = 1, id = 1000;
-    for (const auto& [name, members] : file.node_sets)
-    {
-        result += format("0 %d 15 %zu\n", set++, members.size());
-        for (int node : set_ids(file, name))
-            result += format("%d %d \n", ++id, node);
-    }
-    result += format("3 1 %d %zu\n", names_of(shape).gmsh, file.mesh.elements.size());
+    result += format("$EndNodes\n$Elements\n%d 0 1 1\n", set + 1) + points +
+              format("3 1 %d %zu\n", names_of(file.mesh.elements[0].type->shape).gmsh, file.mesh.elements.size());
     for (const Element& element : file.mesh.elements)
-        result += format("%d ", element.id) + list(ids_of(file.mesh, element, gmsh_edges(shape)), " ", 100, "");
+        result += format("%d ", element.id) + list(ids_of(file.mesh, element, kGmshEdges), " ", 100, "");
     return result + "$EndElements\n";
 }
 
 // ---- Nastran --------------------------------------------------------------------------------------------------------
 
-enum class Fields
+struct Fields
 {
-    small,
-    large,
-    free
+    int width; // 0: as long as they are, behind commas
+    size_t a_line;
+    const char *mark, *next_line; // behind the name of a card; continuations are bare, or named in free fields
 };
+constexpr Fields kSmallFields = {8, 8, "", "+\n+       "}, kLargeFields = {16, 4, "*", "*\n*       "},
+                 kFreeFields = {0, 8, "", ",+E85\n+E85"};
 
 // 7.85-09 and the like: as many digits as fit.
-inline std::string nastran_real(double value, Fields form)
+inline std::string nastran_real(double value, const Fields& form)
 {
     for (int digits = 16;; --digits)
     {
@@ -287,66 +261,48 @@ inline std::string nastran_real(double value, Fields form)
             result.erase(exponent, 1);
         if (result.find('.') == std::string::npos)
             result.insert(std::min(exponent, result.size()), ".");
-        if (form == Fields::free || result.size() <= (form == Fields::small ? 8u : 16u))
+        if (form.width == 0 || result.size() <= size_t(form.width))
             return result;
     }
 }
 
-// Continuations are named in free fields, bare + and * in small and large ones.
-inline std::string bulk_card(const std::string& name, const std::vector<std::string>& data, Fields form)
+// With numbers behind the data.
+inline std::string bulk_card(const Fields& form, const std::string& name, std::vector<std::string> data,
+                             const std::vector<int>& more = {})
 {
-    if (form == Fields::free)
-    {
-        std::string result = name;
-        for (size_t i = 0; i < data.size(); ++i)
-            result += (i > 0 && i % 8 == 0 ? ",+E85\n+E85," : ",") + data[i];
-        return result + "\n";
-    }
-    const size_t a_line = form == Fields::small ? 8 : 4;
-    std::string result = format("%-8s", (name + (form == Fields::large ? "*" : "")).c_str());
+    for (int number : more)
+        data.push_back(std::to_string(number));
+    std::string result = form.width > 0 ? format("%-8s", (name + form.mark).c_str()) : name;
     for (size_t i = 0; i < data.size() || i % 8 != 0; ++i)
     {
-        if (i > 0 && i % a_line == 0)
-            result += form == Fields::small ? "+\n+       " : "*\n*       ";
-        const char* field = i < data.size() ? data[i].c_str() : "";
-        result += form == Fields::small ? format("%8s", field) : format("%16s", field);
+        const std::string field = i < data.size() ? data[i] : "";
+        result += i > 0 && i % form.a_line == 0 ? form.next_line : "";
+        result += form.width > 0 ? format("%*s", form.width, field.c_str()) : "," + field;
     }
     return result + "\n";
 }
 
-// The same with numbers behind the data.
-inline std::string bulk_card(const std::string& name, std::vector<std::string> data, const std::vector<int>& more,
-                             Fields form)
+template <const Fields& form> std::string nastran(const MeshFile& file)
 {
-    for (int number : more)
-        data.push_back(std::to_string(number));
-    return bulk_card(name, data, form);
-}
-
-inline std::string nastran(const MeshFile& file, Fields form)
-{
-    static const std::map<Shape, Edges> kEdges = {
+    static const Edges kEdges = {
         {Shape::wedge15, {{0, 1}, {1, 2}, {2, 0}, {0, 3}, {1, 4}, {2, 5}, {3, 4}, {4, 5}, {5, 3}}},
         {Shape::hex20,
          {{0, 1}, {1, 2}, {2, 3}, {3, 0}, {0, 4}, {1, 5}, {2, 6}, {3, 7}, {4, 5}, {5, 6}, {6, 7}, {7, 4}}}};
-    const Shape shape = file.mesh.elements[0].type->shape;
-    const bool shell = is_shell(shape);
+    const Element& first = file.mesh.elements[0];
+    const auto real = [](double value) { return nastran_real(value, form); };
     std::string result =
         "$ made by hand\nID A,B\nSOL 103\nCEND\nTITLE = " + file.title + "\nSET 1 = 1,2,3\nBEGIN BULK\n";
-    for (const Node& node : shuffled(file.mesh))
-        result += bulk_card("GRID",
-                            {std::to_string(node.id), "", nastran_real(node.at[0], form),
-                             nastran_real(node.at[1], form), nastran_real(node.at[2], form)},
-                            form);
+    for (const auto& [id, at] : shuffled(file.mesh))
+        result += bulk_card(form, "GRID", {std::to_string(id), "", real(at[0]), real(at[1]), real(at[2])});
     for (const Element& element : file.mesh.elements)
-        result += bulk_card(names_of(shape).nastran, {std::to_string(element.id), "3"},
-                            ids_of(file.mesh, element, kEdges.count(shape) ? kEdges.at(shape) : Edges()), form);
-    result += shell ? bulk_card("PSHELL", {"3", "4", nastran_real(file.mesh.elements[0].thickness, form), "4"}, form)
-                    : bulk_card("PSOLID", {"3", "4"}, form);
-    result += bulk_card("MAT1", {"4", "210000.", "", ".3", nastran_real(file.mesh.elements[0].density, form)}, form);
+        result += bulk_card(form, names_of(first.type->shape).nastran, {std::to_string(element.id), "3"},
+                            ids_of(file.mesh, element, kEdges));
+    result += is_shell(first.type->shape) ? bulk_card(form, "PSHELL", {"3", "4", real(first.thickness), "4"})
+                                          : bulk_card(form, "PSOLID", {"3", "4"});
+    result += bulk_card(form, "MAT1", {"4", "210000.", "", ".3", real(first.density)});
     int set = 1; // in the order of names
     for (const auto& [name, nodes] : file.node_sets)
-        result += bulk_card("SET1", {std::to_string(set++)}, set_ids(file, name), form);
+        result += bulk_card(form, "SET1", {std::to_string(set++)}, set_ids(file, name));
     return result + "ENDDATA\nnothing of this is read\n";
 }
 
@@ -380,27 +336,24 @@ inline std::string cdb_reals(std::vector<double> values)
     return result;
 }
 
-// All 20 nodes of a solid, of which degenerated shapes name some several times.
+// Nodes of a brick or a quadrilateral, of which degenerated shapes name some several times. SOLID187 alone has ten.
 inline std::vector<int> solid_nodes(const Mesh& mesh, const Element& element, bool brick)
 {
-    const Shape shape = element.type->shape;
-    const std::vector<int> n = ids_of(mesh, element);
-    switch (shape)
-    {
-    case Shape::tet4: return {n[0], n[1], n[2], n[2], n[3], n[3], n[3], n[3]};
-    case Shape::tet10:
-        if (brick)
-            return {n[0], n[1], n[2], n[2], n[3], n[3], n[3], n[3], n[4], n[5],
-                    n[2], n[6], n[3], n[3], n[3], n[3], n[7], n[8], n[9], n[9]};
-        return n;
-    case Shape::wedge6: return {n[0], n[1], n[2], n[2], n[3], n[4], n[5], n[5]};
-    case Shape::wedge15:
-        return {n[0], n[1], n[2], n[2],  n[3], n[4],  n[5],  n[5],  n[6],  n[7],
-                n[2], n[8], n[9], n[10], n[5], n[11], n[12], n[13], n[14], n[14]};
-    case Shape::tri3: return {n[0], n[1], n[2], n[2]};
-    case Shape::tri6: return {n[0], n[1], n[2], n[2], n[3], n[4], n[2], n[5]};
-    default: return n;
-    }
+    static const std::map<Shape, std::vector<size_t>> kDegenerated = {
+        {Shape::tet4, {0, 1, 2, 2, 3, 3, 3, 3}},
+        {Shape::tet10, {0, 1, 2, 2, 3, 3, 3, 3, 4, 5, 2, 6, 3, 3, 3, 3, 7, 8, 9, 9}},
+        {Shape::wedge6, {0, 1, 2, 2, 3, 4, 5, 5}},
+        {Shape::wedge15, {0, 1, 2, 2, 3, 4, 5, 5, 6, 7, 2, 8, 9, 10, 5, 11, 12, 13, 14, 14}},
+        {Shape::tri3, {0, 1, 2, 2}},
+        {Shape::tri6, {0, 1, 2, 2, 3, 4, 2, 5}}};
+    const std::vector<int> own = ids_of(mesh, element);
+    const auto found = kDegenerated.find(element.type->shape);
+    if (found == kDegenerated.end() || (element.type->shape == Shape::tet10 && !brick))
+        return own;
+    std::vector<int> ids;
+    for (size_t i : found->second)
+        ids.push_back(own[i]);
+    return ids;
 }
 
 inline std::string cdb(const MeshFile& file)
@@ -454,14 +407,11 @@ inline const std::vector<Dialect>& all()
 {
     static const std::vector<Dialect> kAll = {
         {"flat deck", flat_deck, true, true, 1e-14},
-        {"part", [](const MeshFile& file) { return abaqus_deck(file, false); }, true, true, 1e-14},
-        {"instance", [](const MeshFile& file) { return abaqus_deck(file, true); }, true, true, 1e-14},
-        {"Nastran, small fields", [](const MeshFile& file) { return nastran(file, Fields::small); }, true, true, 0,
-         is_nastran_shape},
-        {"Nastran, large fields", [](const MeshFile& file) { return nastran(file, Fields::large); }, true, true, 0,
-         is_nastran_shape},
-        {"Nastran, free fields", [](const MeshFile& file) { return nastran(file, Fields::free); }, true, true, 0,
-         is_nastran_shape},
+        {"part", abaqus_deck<false>, true, true, 1e-14},
+        {"instance", abaqus_deck<true>, true, true, 1e-14},
+        {"Nastran, small fields", nastran<kSmallFields>, true, true, 0, is_nastran_shape},
+        {"Nastran, large fields", nastran<kLargeFields>, true, true, 0, is_nastran_shape},
+        {"Nastran, free fields", nastran<kFreeFields>, true, true, 0, is_nastran_shape},
         {"Ansys", cdb, true, false, 0},
         {"Gmsh 4.1", gmsh_4, false, false, 1e-14},
     };

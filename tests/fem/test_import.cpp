@@ -1,7 +1,7 @@
-// Import of CalculiX jobs: elements against closed forms, shells against beam theory, the two routes against each other, and decks
-// and results that are damaged in every way.
+// Import of CalculiX jobs: elements and bodies against closed forms, the two routes against each other, damage of all kinds.
 #include <numbers>
 
+#include "checks/checks.h"
 #include "fem/figures.h"
 #include "fem/rigid.h"
 #include "fem/sources/ccx/dat.h"
@@ -12,8 +12,7 @@
 #include "models.h"
 
 using namespace zel_fem::ccx;
-
-// ---- Elements ----------------------------------------------------------------------------------------------------------
+using zel_checks::format;
 
 constexpr Shape kShapes[] = {Shape::tet4,  Shape::tet10, Shape::wedge6, Shape::wedge15, Shape::hex8,
                              Shape::hex20, Shape::tri3,  Shape::tri6,   Shape::quad4,   Shape::quad8};
@@ -43,11 +42,9 @@ TEST(Elements, TurnAtEveryNodeWithARigidRotation)
     for (size_t which = 0; which < std::size(kNames); ++which)
     {
         const Mesh mesh = mapped_element(which);
-        const Index nodes = Index(mesh.nodes.size());
-        VectorXd motion(3 * nodes);
-        for (Index i = 0; i < nodes; ++i)
-            motion.segment<3>(3 * i) = turn.cross(mesh.nodes[size_t(i)].at);
-        EXPECT_LT((node_rotations(mesh, motion) - turn.replicate(nodes, 1)).norm(), 1e-12) << kNames[which];
+        const Eigen::Matrix3Xd motion = places(mesh).colwise().cross(-turn);
+        EXPECT_LT((node_rotations(mesh, motion.reshaped()) - turn.replicate(motion.cols(), 1)).norm(), 1e-12)
+            << kNames[which];
     }
 }
 
@@ -62,31 +59,19 @@ TEST(Elements, HaveTheMassOfTheirVolumeAndAClosedSkin)
         EXPECT_NEAR(mass.consistent.sum(), 2 * volume[which], 1e-10);
         EXPECT_NEAR((mass.consistent - mass.consistent.transpose()).norm(), 0.0, 1e-12);
         // second moments once by quadrature of x x^T, once as X M X^T
-        Eigen::Matrix3Xd at(3, Index(mesh.nodes.size()));
-        for (Index i = 0; i < at.cols(); ++i)
-            at.col(i) = mesh.nodes[size_t(i)].at;
+        const Eigen::Matrix3Xd at = places(mesh);
         EXPECT_NEAR((at * mass.consistent * at.transpose() - mass.moments.second).norm(), 0.0, 1e-9);
-        // Gauss: the volume is a third of the flux of x through the skin, outward
-        double flux = 0.0;
+        double enclosed = 0.0; // tetrahedra from the origin to the triangles of the skin, outward
         for (const Face& face : skin(mesh))
             for (size_t i = 1; i + 1 < face.size(); ++i)
-            {
-                const Vector3d a = mesh.nodes[size_t(face[0])].at, b = mesh.nodes[size_t(face[i])].at,
-                               c = mesh.nodes[size_t(face[i + 1])].at;
-                flux += a.dot((b - a).cross(c - a)) / 2;
-            }
-        EXPECT_NEAR(flux / 3, volume[which], 1e-10) << kNames[which];
+                enclosed += at.col(face[0]).dot(Vector3d(at.col(face[i])).cross(Vector3d(at.col(face[i + 1])))) / 6;
+        EXPECT_NEAR(enclosed, volume[which], 1e-10) << kNames[which];
     }
     // of a tetrahedron: V/20 (sum x x^T + (sum x)(sum x)^T)
     const Mesh tet = mapped_element(0);
-    Eigen::Matrix3d second = Eigen::Matrix3d::Zero();
-    Vector3d sum = Vector3d::Zero();
-    for (const Node& node : tet.nodes)
-    {
-        second += node.at * node.at.transpose();
-        sum += node.at;
-    }
-    const Eigen::Matrix3d expected = 2.0 * 4.0 / 20.0 * (second + sum * sum.transpose());
+    const Eigen::Matrix3Xd at = places(tet);
+    const Vector3d sum = at.rowwise().sum();
+    const Eigen::Matrix3d expected = 2.0 * 4.0 / 20.0 * (at * at.transpose() + sum * sum.transpose());
     EXPECT_NEAR((element_mass(tet, tet.elements[0]).moments.second - expected).norm(), 0.0, 1e-9);
 }
 
@@ -100,8 +85,6 @@ TEST(Elements, ThatAreInsideOutNameTheirLine)
     std::swap(tet.elements[0].nodes[8], tet.elements[0].nodes[9]);
     EXPECT_PRED2(contains, complaint([&] { element_mass(tet, tet.elements[0]); }), "mid-side nodes are exchanged");
 }
-
-// ---- Nodal masses ------------------------------------------------------------------------------------------------------
 
 TEST(NodalMasses, AreCorrectedToTheInertiaOfTheBody)
 {
@@ -129,38 +112,38 @@ TEST(NodalMasses, AreCorrectedToTheInertiaOfTheBody)
 }
 
 // A part of a tube in S8R, with coordinates of so many digits.
-static std::string panel(int along, int around, double angle, int digits)
+static Mesh panel(int along, int around, double angle, int digits)
 {
-    std::ostringstream nodes, elements;
-    nodes << std::fixed << std::setprecision(digits) << "*NODE\n";
+    std::ostringstream deck;
+    deck << std::fixed << std::setprecision(digits) << "*NODE\n";
     const auto id = [&](int i, int j) { return 1 + i + (2 * along + 1) * j; };
     for (int j = 0; j <= 2 * around; ++j)
         for (int i = 0; i <= 2 * along; ++i)
             if (const double phi = angle * j / (2 * around); i % 2 == 0 || j % 2 == 0)
-                nodes << id(i, j) << "," << 30.0 * i / along << "," << 30 * std::sin(phi) << "," << 30 * std::cos(phi)
-                      << "\n";
-    elements << "*ELEMENT,TYPE=S8R,ELSET=E\n";
+                deck << id(i, j) << "," << 30.0 * i / along << "," << 30 * std::sin(phi) << "," << 30 * std::cos(phi)
+                     << "\n";
+    deck << "*ELEMENT,TYPE=S8R,ELSET=E\n";
     for (int j = 0; j < 2 * around; j += 2)
         for (int i = 0; i < 2 * along; i += 2)
         {
-            elements << 1 + i + 1000 * j;
+            deck << 1 + i + 1000 * j;
             for (const auto& [a, b] : {std::pair(0, 0), {2, 0}, {2, 2}, {0, 2}, {1, 0}, {2, 1}, {1, 2}, {0, 1}})
-                elements << "," << id(i + a, j + b);
-            elements << "\n";
+                deck << "," << id(i + a, j + b);
+            deck << "\n";
         }
-    return nodes.str() + elements.str() +
-           "*MATERIAL,NAME=M\n*DENSITY\n7.85e-9\n*SHELL SECTION,ELSET=E,MATERIAL=M\n1.5\n";
+    deck << "*MATERIAL,NAME=M\n*DENSITY\n7.85e-9\n*SHELL SECTION,ELSET=E,MATERIAL=M\n1.5\n";
+    const TemporaryFolder folder;
+    return read_deck(write_file(folder, "panel.inp", deck.str())).mesh;
 }
 
 // Nodes on a cylinder, or all but on one, have some moments whatever their masses are; the rest goes to nodal inertias.
 TEST(NodalMasses, OfPanelsHaveTheMomentsOfTheBody)
 {
-    const TemporaryFolder folder;
     for (const auto& [along, around, angle] :
          {std::tuple(5, 3, 1.2), {4, 2, 2.0}, {5, 3, 0.3}, {2, 6, 5.0}, {8, 3, 0.02}})
         for (const int digits : {2, 3, 5, 12})
         {
-            const Mesh mesh = read_deck(write_file(folder, "panel.inp", panel(along, around, angle, digits))).mesh;
+            const Mesh mesh = panel(along, around, angle, digits);
             const MeshMass mass = mesh_mass(mesh);
             const NodalMasses nodes = nodal_masses(mesh, mass, MassMethod::matched, mass.moments);
             const MassMoments found = moments_of(mesh, nodes);
@@ -176,9 +159,8 @@ TEST(NodalMasses, OfPanelsHaveTheMomentsOfTheBody)
 // What masses in a plane cannot have is no fault of theirs, but it is in the figure.
 TEST(NodalMasses, TellHowFarTheCentreLiesBesideThePlane)
 {
-    const TemporaryFolder folder;
     Body body;
-    body.mesh = read_deck(write_file(folder, "panel.inp", panel(4, 2, 2.0, 12))).mesh;
+    body.mesh = panel(4, 2, 2.0, 12);
     const MeshMass mass = mesh_mass(body.mesh);
     body.nodes = nodal_masses(body.mesh, mass, MassMethod::matched, mass.moments);
     MassMoments target = mass.moments;
@@ -198,8 +180,7 @@ TEST(NodalMasses, TellHowFarTheCentreLiesBesideThePlane)
 // The few points of the solver move the centre of a coarse panel: no fault of its matrices, unlike another centre.
 TEST(NodalMasses, HaveTheCentreOfTheBodyWhereTheSolverMovesIt)
 {
-    const TemporaryFolder folder;
-    const Mesh mesh = read_deck(write_file(folder, "panel.inp", panel(4, 2, 2.0, 12))).mesh;
+    const Mesh mesh = panel(4, 2, 2.0, 12);
     const MassMoments solver = solver_moments(mesh);
     for (const double wrong : {0.0, 1e-3})
     {
@@ -212,8 +193,6 @@ TEST(NodalMasses, HaveTheCentreOfTheBodyWhereTheSolverMovesIt)
     }
 }
 
-// ---- Decks -------------------------------------------------------------------------------------------------------------
-
 static const std::string kTet = "*NODE\n1,0,0,0\n2,1,0,0\n3,0,1,0\n4,0,0,1\n*ELEMENT,TYPE=C3D4,ELSET=E\n9,1,2,3,4\n";
 static const std::string kSteel = "*MATERIAL,NAME=M\n*DENSITY\n2.\n*SOLID SECTION,ELSET=E,MATERIAL=M\n";
 
@@ -221,16 +200,15 @@ TEST(Decks, AreReadAsTheSolverDoes)
 {
     TemporaryFolder folder;
     write_file(folder, "nodes.inc", "4, 0., 0., 1.D+0\r\n** a comment\n 3, ,1,\n");
-    const std::string path =
-        write_file(folder, "job.inp",
-                   "*heading\nA tetrahedron\n*Node, nset = all\n1\n2, 1.\n*INCLUDE, INPUT=nodes.inc\n"
-                   "5, 5,5,5\n6, 6,6,6\n*ELEMENT, TYPE=C3D4,\n ELSET=E\n9, 1, 2,\n3, 4\n"
-                   "*NSET, NSET=odd, GENERATE\n1, 2000000000, 2\n*NSET,NSET=mixed\nODD, 4,\n"
-                   "*Surface, name=base\nE, S1\n*SURFACE, NAME=TOP, TYPE=NODE\n4\n"
-                   "*COUPLING, REF NODE=5, SURFACE=BASE, CONSTRAINT NAME=C\n*KINEMATIC\n1, 3\n"
-                   "*RIGID BODY, NSET=MIXED, REF NODE=5, ROT NODE=6\n" +
-                       kSteel + "*STEP\n*FREQUENCY, SOLVER = matrixstorage\n*END STEP\n");
-    const Deck deck = read_deck(path);
+    const Deck deck =
+        read_deck(write_file(folder, "job.inp",
+                             "*heading\nA tetrahedron\n*Node, nset = all\n1\n2, 1.\n*INCLUDE, INPUT=nodes.inc\n"
+                             "5, 5,5,5\n6, 6,6,6\n*ELEMENT, TYPE=C3D4,\n ELSET=E\n9, 1, 2,\n3, 4\n"
+                             "*NSET, NSET=odd, GENERATE\n1, 2000000000, 2\n*NSET,NSET=mixed\nODD, 4,\n"
+                             "*Surface, name=base\nE, S1\n*SURFACE, NAME=TOP, TYPE=NODE\n4\n"
+                             "*COUPLING, REF NODE=5, SURFACE=BASE, CONSTRAINT NAME=C\n*KINEMATIC\n1, 3\n"
+                             "*RIGID BODY, NSET=MIXED, REF NODE=5, ROT NODE=6\n" +
+                                 kSteel + "*STEP\n*FREQUENCY, SOLVER = matrixstorage\n*END STEP\n"));
     EXPECT_EQ(deck.heading, "A tetrahedron");
     EXPECT_EQ(deck.mesh.nodes[3].at, Vector3d(0, 0, 1));
     EXPECT_EQ(deck.node_sets.at("ALL"), (std::vector<int>{1, 2, 3, 4, 5, 6}));
@@ -241,8 +219,7 @@ TEST(Decks, AreReadAsTheSolverDoes)
     EXPECT_EQ(deck.ties[1].rotation_id, 6);
     EXPECT_TRUE(deck.steps.at(0).stores_matrices);
     EXPECT_NEAR(mesh_mass(deck.mesh).moments.mass, 2.0 / 6, 1e-15);
-    const Mesh& mesh = deck.mesh;
-    EXPECT_EQ(mesh.place(mesh.elements[0]).line, 11);
+    EXPECT_EQ(deck.mesh.place(deck.mesh.elements[0]).line, 11);
 }
 
 TEST(Decks, PassOverWhatTheSolverPassesOver)
@@ -299,13 +276,11 @@ TEST(Decks, ThatCannotBeImportedNameFileAndLine)
          "job.inp:10: *COUPLING without *KINEMATIC"},
         {"*INCLUDE,INPUT=none.inc\n", "job.inp:1: the included file none.inc does not exist"},
         {"*INCLUDE,INPUT=job.inp\n", "job.inp:1: files include each other too deeply"},
+        {"*INCLUDE,INPUT=part.inc\n", "part.inc:2: \"?\" is not a number"},
     };
     TemporaryFolder folder;
-    for (const auto& [text, expected] : faults)
-    {
-        const std::string path = write_file(folder, "job.inp", text);
-        EXPECT_EQ(complaint([&] { read_deck(path); }).substr(0, expected.size()), expected) << text;
-    }
+    write_file(folder, "part.inc", "*NODE\n1, ?\n");
+    expect_refused(faults, [&](const std::string& text) { read_deck(write_file(folder, "job.inp", text)); });
     for (int i = 14; i >= 0; --i) // 16384 times the last one
     {
         const std::string next = i < 14 ? "*INCLUDE,INPUT=job" + std::to_string(i + 1) + "\n" : "**\n";
@@ -318,18 +293,12 @@ TEST(Decks, ThatCannotBeImportedNameFileAndLine)
             folder, "job.inp", kTet + kSteel + "*SURFACE,NAME=A\nE,S1\n*COUPLING,SURFACE=A,REF NODE=4\n" + card);
         EXPECT_EQ(read_deck(path).results_only.size(), 1u) << card;
     }
-    write_file(folder, "part.inc", "*NODE\n1, ?\n");
-    const std::string path = write_file(folder, "job.inp", "*INCLUDE, INPUT=part.inc\n");
-    EXPECT_EQ(complaint([&] { read_deck(path); }), "part.inc:2: \"?\" is not a number");
 }
-
-// ---- Matrices ----------------------------------------------------------------------------------------------------------
 
 TEST(Matrices, ThatAreDamagedNameFileAndLine)
 {
     const std::string dof = "1.1\n1.2\n", good = "1 1  1.0e+00\n1 2  0.5\n2 2  1.5\n";
     const std::tuple<std::string, std::string, std::string> faults[] = {
-        {dof, good, ""},
         {"1.1\nx\n", good, "m.dof:2: expected node.component, found \"x\""},
         {"1.1\n1.4\n", good, "m.dof:2: \"1.4\" names no displacement of a node"},
         {"", good, "m.dof: has no freedoms"},
@@ -348,31 +317,12 @@ TEST(Matrices, ThatAreDamagedNameFileAndLine)
     {
         write_file(folder, "m.dof", freedoms);
         write_file(folder, "m.sti", stiffness);
-        EXPECT_EQ(complaint([&] { read_matrices(folder.path("m"), silent); }).substr(0, expected.size()), expected);
+        EXPECT_PRED2(contains, complaint([&] { read_matrices(folder.path("m"), silent); }), expected);
     }
     std::filesystem::copy(kSmall + "small.sti.gz", folder.path("m.sti.gz"));
     std::filesystem::resize_file(folder.path("m.sti.gz"), 9000);
     std::filesystem::remove(folder.path("m.sti"));
     EXPECT_PRED2(contains, complaint([&] { read_matrices(folder.path("m"), silent); }), "m.sti.gz:");
-}
-
-// ---- Reductions --------------------------------------------------------------------------------------------------------
-
-static std::vector<int> nodes_at(const Mesh& mesh, double x)
-{
-    const std::vector<char> used = used_nodes(mesh);
-    std::vector<int> nodes;
-    for (size_t i = 0; i < used.size(); ++i)
-        if (used[i] && std::abs(mesh.nodes[i].at[0] - x) < 1e-9)
-            nodes.push_back(int(i));
-    return nodes;
-}
-
-// Interfaces at both ends of the beam of length `length`, their reference nodes 1001 and 1002 on the axis.
-static std::vector<Interface> both_ends(const Mesh& mesh, double length)
-{
-    return {{1001, -1, Vector3d::Zero(), nodes_at(mesh, 0.0)},
-            {1002, -1, Vector3d(length, 0, 0), nodes_at(mesh, length)}};
 }
 
 // The short beam of the test data, as it is and with its ends tied by the solver.
@@ -385,15 +335,15 @@ TEST(CraigBampton, DoesNotMindWhoTiesTheNodes)
         const Node& reference = tied.mesh.nodes[size_t(tie.reference)];
         ties.push_back({reference.id, tie.reference, reference.at, tie.nodes});
     }
-    const Reduction ours = reduce_craig_bampton(model, both_ends(model.mesh, 60.0), 6, silent),
+    const std::vector<Interface> ends = {end_at(model.mesh, 0.0, 1001), end_at(model.mesh, 60.0, 1002)};
+    const Reduction ours = reduce_craig_bampton(model, ends, 6, silent),
                     solvers = reduce_craig_bampton(tied, ties, 6, silent);
     const VectorXd values = generalized_eigenvalues(ours.stiffness, ours.mass);
     EXPECT_LT(values.head(6).cwiseAbs().maxCoeff(), std::min(1e-9 * values[6], 0.1 * ours.rigid_before));
-    EXPECT_LT((ours.stiffness - solvers.stiffness).cwiseAbs().maxCoeff(), 1e-9 * ours.stiffness.maxCoeff());
-    EXPECT_LT((ours.mass.cwiseAbs() - solvers.mass.cwiseAbs()).cwiseAbs().maxCoeff(), 1e-9 * ours.mass.maxCoeff());
-    const MatrixXd a = node_motion(model, ours).displacement,
-                   b = node_motion(tied, solvers).displacement.topRows(a.rows());
-    EXPECT_LT((a - b).leftCols(12).cwiseAbs().maxCoeff(), 1e-9 * a.leftCols(12).cwiseAbs().maxCoeff());
+    EXPECT_LT(relative(solvers.stiffness, ours.stiffness), 1e-9);
+    EXPECT_LT(relative(solvers.mass.cwiseAbs(), ours.mass.cwiseAbs()), 1e-9);
+    const MatrixXd a = node_motion(model, ours).displacement.leftCols(12);
+    EXPECT_LT(relative(node_motion(tied, solvers).displacement.topLeftCorner(a.rows(), 12), a), 1e-9);
     const MassMoments mass = matrix_moments(model), same = matrix_moments(tied);
     EXPECT_LT((mass.second - same.second).norm(), 1e-9 * mass.second.norm());
     EXPECT_LT((mass.second - mesh_mass(model.mesh).moments.second).norm(), 1e-9 * mass.second.norm());
@@ -409,40 +359,34 @@ TEST(Models, ThatAreHeldOrOfAnotherMeshAreRefused)
         {[](Model& m) { m.matrices->mass.coeffRef(40, 40) *= 1.5; }, "whose mass is the same along x, y and z"},
         {[](Model& m) { m.matrices->mass *= 0.0; }, "the mass matrix has no mass"},
     };
-    for (const auto& [spoil, expected] : faults)
-    {
+    expect_refused(faults, [&good](const auto& spoil) {
         Model model = good;
         spoil(model);
-        const std::string said = complaint([&model] { check_equations(model); });
-        EXPECT_NE(said.find(expected), std::string::npos) << expected << " not in " << said;
-    }
+        check_equations(model);
+    });
     const Deck deck = read_deck(kSmall + "small.inp");
     StoredMatrices stored = read_matrices(kSmall + "small", silent);
     stored.freedoms[3].node_id = 5000;
     EXPECT_PRED2(contains, complaint([&] { rows_of(deck, stored); }), "freedoms of node 5000");
 }
 
-// ---- The two routes against each other ----------------------------------------------------------------------------------
-
 TEST(Results, GiveTheSameBodyAsTheMatrices)
 {
     const Deck deck = read_deck(kExamples + "tied_beam.inp");
-    std::vector<Interface> ends = both_ends(deck.mesh, 1000.0);
-    ends[0].reference_id = 622;
-    ends[1].reference_id = 624;
+    const std::vector<Interface> ends = {end_at(deck.mesh, 0.0, 622), end_at(deck.mesh, 1000.0, 624)};
     const ModalBasis results = basis_of(
         deck.mesh, modes_from_results(deck, ends, read_frd(kExamples + "tied_beam.frd"), kExamples + "tied_beam"));
-    const Model free_model = read_model(kExamples + "cantilever");
-    const Reduction body = reduce_craig_bampton(free_model, both_ends(free_model.mesh, 1000.0), 10, silent);
+    const Model free_model = read_model(kExamples + "cantilever"); // without the four nodes of the ties
+    const std::vector<Interface> own_ends = {end_at(free_model.mesh, 0.0, 1001), end_at(free_model.mesh, 1000.0, 1002)};
+    const Reduction body = reduce_craig_bampton(free_model, own_ends, 10, silent);
     // forces are printed with seven digits, displacements stored with six
-    const auto scale = body.stiffness.diagonal().head(12).cwiseSqrt();
+    const VectorXd scale = body.stiffness.diagonal().head(12).cwiseSqrt();
     const MatrixXd difference = (results.stiffness - body.stiffness).topLeftCorner(12, 12);
-    EXPECT_LT((scale.asDiagonal().inverse() * difference * scale.asDiagonal().inverse()).cwiseAbs().maxCoeff(), 1e-5);
+    EXPECT_LT(difference.cwiseQuotient(scale * scale.transpose()).cwiseAbs().maxCoeff(), 1e-5);
     EXPECT_LT((results.mass - body.mass).topLeftCorner(12, 12).norm(), 1e-5 * body.mass.norm());
     for (int i = 12; i < 22; ++i)
         EXPECT_NEAR(results.stiffness(i, i), body.stiffness(i, i), 1e-6 * body.stiffness(i, i));
-    const MatrixXd motion =
-        node_motion(free_model, body).displacement.leftCols(12); // without the four nodes of the ties
+    const MatrixXd motion = node_motion(free_model, body).displacement.leftCols(12);
     EXPECT_LT((results.motion.topLeftCorner(motion.rows(), 12) - motion).cwiseAbs().maxCoeff(), 1e-2);
     EXPECT_LT(results.mass_error, 1e-4);
 }
@@ -450,39 +394,29 @@ TEST(Results, GiveTheSameBodyAsTheMatrices)
 // The same two nodes and their results in the forms that the solver writes.
 static std::string result_file(bool binary)
 {
-    auto node = [&](int id, std::vector<double> values, bool floats) {
-        std::string text;
-        char field[32];
+    const auto node = [&](int id, const std::vector<double>& values, bool floats) {
+        std::string text = format(" -1%10d", id);
+        for (double v : values)
+            text += format("%12.5E", v);
         if (!binary)
-        {
-            std::snprintf(field, sizeof(field), " -1%10d", id);
-            text = field;
-            for (double v : values)
-            {
-                std::snprintf(field, sizeof(field), "%12.5E", v);
-                text += field;
-            }
             return text + "\n";
-        }
-        text.append(reinterpret_cast<const char*>(&id), 4);
+        text.assign(reinterpret_cast<const char*>(&id), 4);
         for (double v : values)
         {
             const float single = float(v);
-            text.append(floats ? reinterpret_cast<const char*>(&single) : reinterpret_cast<const char*>(&v),
-                        floats ? 4 : 8);
+            text.append(reinterpret_cast<const char*>(floats ? static_cast<const void*>(&single) : &v), floats ? 4 : 8);
         }
         return text;
     };
-    const std::string end = binary ? "" : " -3\n";
-    const std::string blanks(37, ' ');
+    const std::string end = binary ? "" : " -3\n", blanks(37, ' '),
+                      head = std::string("  100CL  101 107.2685930           2                     2   13MODAL      ") +
+                             (binary ? "2" : "1");
     return "    1C\n    2C" + std::string(29, ' ') + "2" + blanks + (binary ? "3\n" : "1\n") +
            node(4, {-100.25, -2.5, 3}, false) + node(7, {-1e6, 0, 0.5}, false) + end + "    1PSTEP" +
-           std::string(25, ' ') + "1           1           9\n    1PMODE                         3\n" +
-           "  100CL  101 107.2685930           2                     2   13MODAL      " + (binary ? "2" : "1") +
+           std::string(25, ' ') + "1           1           9\n    1PMODE                         3\n" + head +
            "\n -4  DISP        4    1\n -5  D1          1    2    1    0\n -5  D2          1    2    2    0\n"
            " -5  D3          1    2    3    0\n -5  ALL         1    2    0    0    1ALL\n" +
-           node(4, {-0.5, -0.25, -8}, true) + node(7, {1, 2, 3}, true) + end +
-           "  100CL  101 107.2685930           2                     2   13MODAL      " + (binary ? "2" : "1") +
+           node(4, {-0.5, -0.25, -8}, true) + node(7, {1, 2, 3}, true) + end + head +
            "\n -4  STRESS      6    1\n -5  SXX         1    4    1    1\n -5  SYY         1    4    2    2\n"
            " -5  SZZ         1    4    3    3\n -5  SXY         1    4    1    2\n -5  SYZ         1    4    2    3\n"
            " -5  SZX         1    4    3    1\n" +
@@ -513,87 +447,51 @@ TEST(Results, AreReadFromTextAndBinaryAndRefusedWhenCutAnywhere)
               "r.dat:8: \"x\" is not a number");
 }
 
-// ---- The whole import ---------------------------------------------------------------------------------------------------
-
-// What `zel import ccx` is told, as texts.
-struct ImportOptions : ReductionOptions
-{
-    std::string deck, units;
-    std::vector<std::string> interfaces;
-    Route route = Route::automatic;
-    int step = 0;
-};
+struct ImportOptions : ReductionOptions, Job
+{};
 
 class Import : public ZelTest
 {
 protected:
     TemporaryFolder folder;
-    ImportOptions options;
+    ImportOptions options = {in_millimetres(10), {}};
     std::string printed, messages; // rows of the report; warnings and errors of the library, or the exception
 
-    void SetUp() override
-    {
-        options.output = folder.path("body.zel");
-        options.units = "mm,t,s,N";
-        options.modes = 10;
-    }
-    static void take(void* self, int severity, const char* text)
-    {
-        if (severity != ZEL_MESSAGE_INFO)
-            static_cast<Import*>(self)->messages.append(text).append("\n");
-    }
+    Import() { options.output = folder.path("body.zel"); }
     // 0: all is well, 1: a check does not hold, 2: no body
     int run()
     {
         printed = messages = "";
+        const auto take = [](void* self, int severity, const char* text) {
+            if (severity != ZEL_MESSAGE_INFO)
+                static_cast<Import*>(self)->messages.append(text).append("\n");
+        };
         ZEL_SetMessageHandler(take, this);
         int status = 2;
-        try
-        {
-            ReductionOptions reduction = options;
-            reduction.units = parse_units(options.units);
-            for (const std::string& text : options.interfaces)
-                reduction.interfaces.push_back(parse_interface(text));
-            const ReducedBody body =
-                reduce(*make_source({options.deck, options.route, options.step}), reduction, silent);
+        const std::string refusal = complaint([&] {
+            const ReducedBody body = reduce(*make_source(options), options, silent);
             write_body(body, options.output, "full_invar", silent);
             printed = told(body);
             status = body.report.all_hold() ? 0 : 1;
-        }
-        catch (const std::exception& error)
-        {
-            messages += error.what();
-        }
+        });
+        messages += refusal;
         ZEL_SetMessageHandler(nullptr, nullptr);
         return status;
     }
-    // A body of the test data that passes all checks.
+    // A body of the test data that passes all checks, without the one before it.
     ZELDATA* imported(const std::string& job)
     {
+        ZEL_Terminate();
         options.deck = kSmall + job;
         EXPECT_EQ(run(), 0) << job << messages << printed;
         return ZEL_CreateFromZEL(options.output.c_str());
     }
 };
 
-struct MassProperties
-{
-    double mass = 0.0, inertia[9], center[3];
-    explicit MassProperties(ZELDATA* db) { EXPECT_TRUE(ZEL_TotalMassInertia(db, &mass, inertia, center)); }
-    double about_x() const { return inertia[0] - mass * (center[1] * center[1] + center[2] * center[2]); }
-};
-
-static double hertz(ZELDATA* db, int mode)
-{
-    double value = NAN;
-    EXPECT_TRUE(ZEL_Eigenvalue(db, mode, nullptr, &value, nullptr, nullptr, nullptr));
-    return value;
-}
-
 TEST_F(Import, WritesABodyThatReadsBack)
 {
     options.deck = kExamples + "rod";
-    options.interfaces = {"LARGE@0,0,0", "small@150,0,0"};
+    options.interfaces = {parse_interface("LARGE@0,0,0"), parse_interface("small@150,0,0")};
     std::filesystem::create_symlink("real.zel", options.output);
     ASSERT_EQ(run(), 0) << messages << printed;
     EXPECT_EQ(printed.find("CHECK!"), std::string::npos) << printed;
@@ -605,26 +503,17 @@ TEST_F(Import, WritesABodyThatReadsBack)
     EXPECT_EQ(ZEL_ModeCount(db), 22);
     EXPECT_EQ(ZEL_NodeCount(db), 4288 + 2);
     int count = 0;
-    int* references = ZEL_InterfaceNodeIDs(db, &count);
+    int* const references = ZEL_InterfaceNodeIDs(db, &count);
+    const std::vector<int> ids = taken(references, count);
     ASSERT_EQ(count, 2);
-    EXPECT_EQ(references[1] - references[0], 1);
+    EXPECT_EQ(ids[1] - ids[0], 1);
     // bores of 24 and 11 mm, 20 and 18 mm deep, in a body of steel
-    const MassProperties of_body(db);
+    const zel_checks::MassProperties of_body = zel_checks::mass_properties(db);
     EXPECT_NEAR(of_body.mass, 7.85e-9 * 76746, 1e-4 * of_body.mass);
     EXPECT_NEAR(of_body.center[1], 0.0, 1e-3);
-    free(references);
 }
 
 // A strip of 200 x 20 x 4, whose nodes 1 to 5 are one end.
-struct StripMotion
-{
-    double u[3], theta[3];
-    StripMotion(ZELDATA* db, int mode, int node)
-    {
-        EXPECT_TRUE(ZEL_ModeByNode(db, mode, 0, node, u, 0) && ZEL_ModeByNode(db, mode, 0, node, theta, 1));
-    }
-};
-
 TEST_F(Import, GivesShellsTheirRotationsByBothRoutes)
 {
     const double root = 4.730041,
@@ -634,19 +523,22 @@ TEST_F(Import, GivesShellsTheirRotationsByBothRoutes)
         options.modes = 6;
         ZELDATA* db = imported(job);
         ASSERT_TRUE(db);
-        EXPECT_NEAR(hertz(db, 7), euler, 3e-3 * euler);
+        const auto motion = [db](int mode, int node, int part) {
+            Vector3d value;
+            EXPECT_TRUE(ZEL_ModeByNode(db, mode, 0, node, value.data(), part));
+            return value;
+        };
+        EXPECT_NEAR(*zel_checks::modes_of(db).at(6).hertz, euler, 3e-3 * euler);
         for (int mode = 1; mode <= 6; ++mode) // rigid; shells do not tell a rotation about their normal
         {
-            const StripMotion at(db, mode, 1), other(db, mode, 69);
-            const Vector3d r(200, 20, 0), theta(at.theta);
-            EXPECT_LT((Vector3d(other.theta) - theta).norm(), 1e-9 * theta.norm() + 1e-9);
-            EXPECT_NEAR(other.u[2] - at.u[2], theta.cross(r)[2], 1e-9 * Vector3d(at.u).norm() + 1e-9);
+            const Vector3d u = motion(mode, 1, 0), theta = motion(mode, 1, 1);
+            EXPECT_LT((motion(mode, 69, 1) - theta).norm(), 1e-9 * theta.norm() + 1e-9);
+            EXPECT_NEAR(motion(mode, 69, 0)[2] - u[2], theta.cross(Vector3d(200, 20, 0))[2], 1e-9 * u.norm() + 1e-9);
         }
         // Euler's free beam slopes by 0.982502 x 4.730041 / L at its end for a unit deflection
-        const StripMotion end(db, 7, 3);
-        EXPECT_NEAR(end.theta[1] / end.u[2], 0.982502 * root / 200, 0.01 * 0.0232);
-        EXPECT_LT(std::abs(end.theta[0]) + std::abs(end.theta[2]), 1e-4 * std::abs(end.theta[1]));
-        ZEL_UnLink(db);
+        const Vector3d u = motion(7, 3, 0), theta = motion(7, 3, 1);
+        EXPECT_NEAR(theta[1] / u[2], 0.982502 * root / 200, 0.01 * 0.0232);
+        EXPECT_LT(std::abs(theta[0]) + std::abs(theta[2]), 1e-4 * std::abs(theta[1]));
     }
 }
 
@@ -671,10 +563,9 @@ TEST_F(Import, KeepsTheInertiaOfVolumeTimesDensity)
         EXPECT_EQ(messages, "") << job; // none on rigid modes without stress
         const bool all_on_the_skin = job == std::string("half_tube") || job == std::string("incompatible");
         EXPECT_EQ(printed.find("masses at the nodes cannot") != std::string::npos, all_on_the_skin) << printed;
-        const MassProperties own(db);
+        const zel_checks::MassProperties own = zel_checks::mass_properties(db);
         EXPECT_NEAR(own.mass, mass, tolerance * mass) << job;
-        EXPECT_NEAR(own.about_x(), own.mass * gyration, tolerance * own.about_x()) << job;
-        ZEL_UnLink(db);
+        EXPECT_NEAR(zel_checks::tensor_about(own, own.center)[0] / mass, gyration, tolerance * gyration) << job;
     }
     // one point a brick leaves 8/9 of the three sides across and 3/4 of the two
     const Deck deck = read_deck(kSmall + "one_point.inp");
@@ -700,8 +591,7 @@ TEST_F(Import, TakesTheModesOfOneStepOfSeveral)
         ZELDATA* db = imported("two_steps");
         ASSERT_TRUE(db);
         EXPECT_EQ(ZEL_ModeCount(db), 8);
-        lowest[step] = hertz(db, 1);
-        ZEL_UnLink(db);
+        lowest[step] = *zel_checks::modes_of(db).at(0).hertz;
     }
     EXPECT_PRED2(contains, printed, "it has no rigid-body modes");
     EXPECT_NEAR(lowest[1], 0.0, 1e-6);
@@ -715,29 +605,26 @@ TEST_F(Import, RefusesShellsThatMeetOtherwise)
     const std::string nodes = "*NODE\n1, 0, 0\n2, 1, 0\n3, 1, 1\n4, 0, 1\n5, 2, 0\n6, 2, 1\n7, 2, 0, 1\n8, 2, 1, 1\n",
                       steel = "*MATERIAL, NAME=M\n*ELASTIC\n1, 0\n*DENSITY\n1\n",
                       one = "*ELEMENT, TYPE=S4R, ELSET=A\n1, 1, 2, 3, 4\n",
-                      section = "*SHELL SECTION, ELSET=A, MATERIAL=M\n0.1\n";
-    const auto refusal = [&](const std::string& deck) {
-        const std::string path = write_file(folder, "s.inp", nodes + deck + steel);
-        return complaint([&] {
-            std::vector<Freedom> freedoms;
-            expand_shells(read_deck(path)).name_layers(freedoms);
-        });
+                      section = "*SHELL SECTION, ELSET=A, MATERIAL=M\n0.1\n",
+                      far = "*ELEMENT, TYPE=S4R, ELSET=B\n2, 2, 5, 6, 3\n" + section +
+                            "*SHELL SECTION, ELSET=B, MATERIAL=M\n0.2\n";
+    const std::pair<std::string, std::string> faults[] = {
+        {"*NODE\n5, 2, 0, 0.01\n6, 2, 1, 0.01\n" + one + far,
+         "s.inp:16: node 2 joins shells of different thickness at a slight angle"},
+        {"*NODE\n1, 0, 0, -0.5\n4, 0, 1, -0.5\n5, 2, 0, 0.5\n6, 2, 1, 0.5\n" + one + far,
+         "s.inp:18: node 2 joins shells of different thickness, and their normal lies along none of the axes"},
+        {one + "*ELEMENT, TYPE=T3D2, ELSET=B\n2, 3, 7\n" + section + "*SOLID SECTION, ELSET=B, MATERIAL=M\n1\n",
+         "s.inp:13: node 3 of a truss belongs to a shell or beam as well: matrices of such a knot are not proved"},
+        {one + "*NSET, NSET=E\n1, 2, 3\n*RIGID BODY, NSET=E, REF NODE=7\n" + section,
+         "s.inp:14: matrices of tied shells cannot be imported: leave the tie out of the deck and name its nodes with "
+         "--interface"},
+        {one + section,
+         "s.inp:11: node 1 has other freedoms in the matrices than shells or beams without supports and ties"},
     };
-    const std::string far =
-        "*ELEMENT, TYPE=S4R, ELSET=B\n2, 2, 5, 6, 3\n" + section + "*SHELL SECTION, ELSET=B, MATERIAL=M\n0.2\n";
-    EXPECT_EQ(refusal("*NODE\n5, 2, 0, 0.01\n6, 2, 1, 0.01\n" + one + far),
-              "s.inp:16: node 2 joins shells of different thickness at a slight angle");
-    EXPECT_EQ(refusal("*NODE\n1, 0, 0, -0.5\n4, 0, 1, -0.5\n5, 2, 0, 0.5\n6, 2, 1, 0.5\n" + one + far),
-              "s.inp:18: node 2 joins shells of different thickness, and their normal lies along none of the axes");
-    EXPECT_EQ(
-        refusal(one + "*ELEMENT, TYPE=T3D2, ELSET=B\n2, 3, 7\n" + section + "*SOLID SECTION, ELSET=B, MATERIAL=M\n1\n"),
-        "s.inp:13: node 3 of a truss belongs to a shell or beam as well: matrices of such a knot are not proved");
-    EXPECT_EQ(
-        refusal(one + "*NSET, NSET=E\n1, 2, 3\n*RIGID BODY, NSET=E, REF NODE=7\n" + section),
-        "s.inp:14: matrices of tied shells cannot be imported: leave the tie out of the deck and name its nodes with "
-        "--interface");
-    EXPECT_EQ(refusal(one + section),
-              "s.inp:11: node 1 has other freedoms in the matrices than shells or beams without supports and ties");
+    expect_refused(faults, [&](const std::string& deck) {
+        std::vector<Freedom> freedoms;
+        expand_shells(read_deck(write_file(folder, "s.inp", nodes + deck + steel))).name_layers(freedoms);
+    });
 }
 
 TEST_F(Import, GivesTheSameBytesTwice)
@@ -758,14 +645,12 @@ TEST_F(Import, GivesTheSameBytesTwice)
 TEST_F(Import, NeverWritesOverWhatItReads)
 {
     options.deck = folder.path("job");
-    for (const char* suffix : {".inp.gz", ".sti.gz", ".mas.gz", ".dof.gz"})
-    {
-        std::filesystem::copy(kSmall + "small" + suffix, options.deck + suffix);
-        std::filesystem::create_symlink(options.deck + suffix, folder.path(std::string("link") + suffix));
-    }
+    copy_matrices("small", options.deck);
+    std::filesystem::copy(kSmall + "small.inp.gz", options.deck + ".inp.gz");
     for (const char* suffix : {".inp.gz", ".sti.gz", ".mas.gz", ".dof.gz"})
     {
         options.output = folder.path(std::string("link") + suffix);
+        std::filesystem::create_symlink(options.deck + suffix, options.output);
         EXPECT_EQ(run(), 2);
         EXPECT_PRED2(contains, messages, "the output is " + options.deck + suffix + ", which is read");
         EXPECT_EQ(bytes_of(options.deck + suffix), bytes_of(kSmall + "small" + suffix));
@@ -776,23 +661,21 @@ TEST_F(Import, RefusesWhatItCannotUseAndLeavesNoFile)
 {
     options.deck = kSmall + "small";
     const std::pair<void (*)(ImportOptions&), const char*> faults[] = {
-        {[](ImportOptions& o) { o.units = "mm,t,s"; }, "the units must name one each of mass, length, time and force"},
-        {[](ImportOptions& o) { o.units = "mm,t,s,stone"; }, "\"stone\" is not a unit"},
-        {[](ImportOptions& o) { o.units = "mm,m,s,N"; }, "the units name both MILLIMETER and METER"},
-        {[](ImportOptions& o) { o.units = "mm,kg,s,N"; }, "the units do not belong together: 1 NEWTON is 1000"},
-        {[](ImportOptions& o) { o.interfaces = {"ALL"}; }, "all nodes of the body are tied"},
+        {[](ImportOptions& o) { o.units = parse_units("mm,kg,s,N"); },
+         "the units do not belong together: 1 NEWTON is 1000"},
+        {[](ImportOptions& o) { o.interfaces = {parse_interface("ALL")}; }, "all nodes of the body are tied"},
         {[](ImportOptions& o) { o.modes = 100000; }, "ask for fewer modes"},
         {[](ImportOptions& o) { o.deck = "nowhere/job"; }, "nowhere/job.inp: no such file"},
         {[](ImportOptions& o) { o.route = Route::results; }, "small.frd: no such file"},
-        {[](ImportOptions& o) { o.deck = kExamples + "free_beam", o.interfaces = {"ROOT"}; },
+        {[](ImportOptions& o) { o.deck = kExamples + "free_beam", o.interfaces = {parse_interface("ROOT")}; },
          "computed modes have the interfaces of the deck's"},
-        {[](ImportOptions& o) { o.interfaces = {"ids=1,2"}; }, "tied nodes lie on one line"},
+        {[](ImportOptions& o) { o.interfaces = {parse_interface("ids=1,2")}; }, "tied nodes lie on one line"},
         {[](ImportOptions& o) { o.deck = kSmall + "two_steps"; },
          "two_steps.frd: the steps 1, 2 have modes: name the one to import with --step"},
         {[](ImportOptions& o) { o.deck = kSmall + "two_steps", o.step = 3; },
          "step 3 has no modes; those with modes: 1, 2"},
         {[](ImportOptions& o) { o.deck = kSmall + "some_nodes"; }, "some_nodes.frd: has no displacement of node 2"},
-        {[](ImportOptions& o) { o.deck = kSmall + "small_tied", o.interfaces = {"ROOT"}; },
+        {[](ImportOptions& o) { o.deck = kSmall + "small_tied", o.interfaces = {parse_interface("ROOT")}; },
          "the nodes of ROOT follow node 45 already"},
         {[](ImportOptions& o) { o.output = "/nowhere/body.zel"; },
          "/nowhere/body.zel cannot be written: No such file or directory"},
@@ -808,4 +691,10 @@ TEST_F(Import, RefusesWhatItCannotUseAndLeavesNoFile)
         EXPECT_EQ(printed, "");
         EXPECT_TRUE(folder.files().empty());
     }
+    const std::pair<const char*, const char*> units[] = {
+        {"mm,t,s", "the units must name one each of mass, length, time and force"},
+        {"mm,t,s,stone", "\"stone\" is not a unit"},
+        {"mm,m,s,N", "the units name both MILLIMETER and METER"},
+    };
+    expect_refused(units, parse_units);
 }

@@ -3,45 +3,32 @@
 #include "fem/rigid.h"
 #include "models.h"
 
-static ReducedBody body_of(Source& source, int modes, const std::vector<std::string>& interfaces = {},
-                           bool lumped = false)
-{
-    ReductionOptions options = in_millimetres(modes, interfaces);
-    options.lumped_invariants = lumped;
-    return reduce(source, options, silent);
-}
-
-// With m = V diag(a) V^T, products of two fields over the matrix are sums over points of mass a, whose coordinates and shapes are V^T
-// times those of the nodes. Invariants 1, 2 and 3 have the constant for one of the two.
+// With m = V diag(a) V^T, products of two fields over the matrix are sums over points of mass a, whose coordinates and
+// shapes are V^T times those of the nodes. Invariants 1, 2 and 3 have the constant for one of the two.
 static std::vector<double> defined(const Body& body, const MatrixXd& mass, int number)
 {
     const Index nodes = mass.rows() / 3, modes = body.motion.cols();
-    const MatrixXd m = mass(Eigen::seqN(0, nodes, 3), Eigen::seqN(0, nodes, 3));
-    MatrixXd at(nodes, 3);
-    for (Index p = 0; p < nodes; ++p)
-        at.row(p) = body.mesh.nodes[size_t(p)].at;
-    const auto component = [&](int c) -> MatrixXd { return body.motion(Eigen::seqN(c, nodes, 3), Eigen::all); };
-    std::vector<double> values;
-    for (int c = 0; c < 3 && number == 3; ++c)
-        for (Index k = 0; k < modes; ++k)
-            values.push_back((m * component(c).col(k)).sum());
+    const MatrixXd m = mass(Eigen::seqN(0, nodes, 3), Eigen::seqN(0, nodes, 3)), at = places(body.mesh).transpose();
+    MatrixXd shapes(nodes, 3 * modes); // by component, then by mode
+    for (Index c = 0; c < 3; ++c)
+        shapes.middleCols(c * modes, modes) = body.motion(Eigen::seqN(c, nodes, 3), Eigen::all);
     if (number < 4)
-        return number == 1   ? std::vector<double>{m.sum()}
-               : number == 3 ? values
-                             : std::vector<double>{(m * at.col(0)).sum(), (m * at.col(1)).sum(), (m * at.col(2)).sum()};
+    {
+        const MatrixXd fields = number == 1 ? MatrixXd(MatrixXd::Ones(nodes, 1)) : number == 2 ? at : shapes;
+        const VectorXd sums = fields.transpose() * m.rowwise().sum();
+        return {sums.begin(), sums.end()};
+    }
     const Eigen::SelfAdjointEigenSolver<MatrixXd> solver(m);
-    const MatrixXd turned = solver.eigenvectors().transpose() * at;
+    const MatrixXd turned = solver.eigenvectors().transpose() * at, moved = solver.eigenvectors().transpose() * shapes;
     Assembly points;
     for (Index r = 0; r < nodes; ++r)
         points.points.push_back({solver.eigenvalues()[r], {turned(r, 0), turned(r, 1), turned(r, 2)}, {}});
     for (Index k = 0; k < modes; ++k)
-        points.add_mode();
-    for (int c = 0; c < 3; ++c)
     {
-        const MatrixXd shapes = solver.eigenvectors().transpose() * component(c);
-        for (Index k = 0; k < modes; ++k)
-            for (Index r = 0; r < nodes; ++r)
-                points.modes[size_t(k)][size_t(r)][size_t(c)] = shapes(r, k);
+        points.add_mode();
+        for (Index r = 0; r < nodes; ++r)
+            for (Index c = 0; c < 3; ++c)
+                points.modes[size_t(k)][size_t(r)][size_t(c)] = moved(r, c * modes + k);
     }
     return defined_invariant(points, number);
 }
@@ -54,7 +41,7 @@ TEST_F(Invariants, AreThoseOfTheMassMatrix)
     const MatrixXd mass = by_node(*model.matrices, model.matrices->mass);
     for (const std::vector<std::string>& interfaces : {std::vector<std::string>{}, {"ROOT@0,0,0", "TIP@60,0,0"}})
     {
-        const ReducedBody body = body_of(*ccx::make_source({.deck = kSmall + "small"}), 7, interfaces);
+        const ReducedBody body = reduce_job(kSmall + "small", in_millimetres(7, interfaces));
         ZELDATA* db = fill_database(body);
         for (int number : kInvariantNumbers)
             expect_near(library_invariant(db, number), defined(*body.body, mass, number), 1e-12);
@@ -62,57 +49,36 @@ TEST_F(Invariants, AreThoseOfTheMassMatrix)
     }
 }
 
-// A model whose mass matrix something has been done to. Its mesh has no mass of its own.
-class Changed : public Source
-{
-public:
-    explicit Changed(void (*change)(Model& model)) : change_(change) {}
-    Model read_model(Progress& progress) override { return source_->read_model(progress); }
-    void read_solution(Model& model, const std::vector<Interface>& interfaces, Progress& progress) override
-    {
-        source_->read_solution(model, interfaces, progress);
-        model.mesh_has_mass = false;
-        change_(model);
-    }
-
-private:
-    void (*change_)(Model& model);
-    std::unique_ptr<Source> source_ = ccx::make_source({.deck = kSmall + "small"});
-};
-
-// Adds the square of a shape that no rigid motion has a part of: along x alone, or along (1, 1, 1), which couples directions that are
-// alike. The body stays, the matrix is no scalar.
-static void add_square(Model& model, bool along_x)
-{
-    const std::vector<Row>& rows = model.matrices->rows;
-    MatrixXd affine = MatrixXd::Zero(Index(rows.size()), 4);
-    VectorXd shape = VectorXd::Zero(affine.rows());
-    for (size_t i = 0; i < rows.size(); ++i)
-        if (!along_x || rows[i].component == 0)
-        {
-            affine.row(Index(i)) << 1.0, model.mesh.nodes[size_t(rows[i].node)].at.transpose();
-            shape[Index(i)] = std::sin(rows[i].node);
-        }
-    shape -= affine * affine.completeOrthogonalDecomposition().solve(shape);
-    const MatrixXd mass = dense(model.matrices->mass) + 1e-7 * shape * shape.transpose();
-    model.matrices->mass = MatrixXd(mass.triangularView<Eigen::Upper>()).sparseView();
-}
-
+// The mass matrix gets the square of a shape that no rigid motion has a part of: along x alone, or along (1, 1, 1), which
+// couples directions that are alike. The body stays, the matrix is no scalar.
 TEST_F(Invariants, AreLeftToTheNodesWhereTheMatrixKnowsDirections)
 {
-    void (*const changes[])(Model&) = {[](Model&) {}, [](Model& m) { add_square(m, true); },
-                                       [](Model& m) { add_square(m, false); }};
-    for (const auto& change : changes)
+    const Model model = read_model(kSmall + "small");
+    const MatrixXd stiffness = by_node(*model.matrices, model.matrices->stiffness),
+                   mass = by_node(*model.matrices, model.matrices->mass);
+    for (Index directions : {0, 1, 3})
     {
-        Changed source(change);
-        const ReducedBody body = body_of(source, 4);
+        MatrixXd affine = MatrixXd::Zero(mass.rows(), 4);
+        VectorXd shape = VectorXd::Zero(mass.rows());
+        for (Index i = 0; i < mass.rows(); ++i)
+            if (i % 3 < directions)
+            {
+                affine.row(i) << 1.0, model.mesh.nodes[size_t(i / 3)].at.transpose();
+                shape[i] = std::sin(double(i / 3));
+            }
+        shape -= affine * affine.completeOrthogonalDecomposition().solve(shape);
+        const MatrixXd changed = mass + 1e-7 * shape * shape.transpose();
+        const auto source = arrays::make_source(in_memory(model.mesh, stiffness, changed, kWhole));
+        const ReducedBody body = reduce(*source, in_millimetres(4), silent);
         EXPECT_PRED2(contains, told(body),
-                     change == changes[0] ? "inertia invariants of the mass matrix" : "couples directions");
-        EXPECT_EQ(body.body->invariants[0].empty(), change != changes[0]);
+                     directions == 0 ? "inertia invariants of the mass matrix" : "couples directions");
+        EXPECT_EQ(body.body->invariants[0].empty(), directions > 0);
     }
     // rows that rotate the nodes of ties: 5, 8 and 9 alone
-    const ReducedBody tied = body_of(*ccx::make_source({.deck = kSmall + "small_tied"}), 4),
-                      lumped = body_of(*ccx::make_source({.deck = kSmall + "small_tied"}), 4, {}, true);
+    ReductionOptions options = in_millimetres(4);
+    const ReducedBody tied = reduce_job(kSmall + "small_tied", options);
+    options.lumped_invariants = true;
+    const ReducedBody lumped = reduce_job(kSmall + "small_tied", options);
     EXPECT_PRED2(contains, told(tied), "5, 8 and 9 of masses at the nodes");
     EXPECT_PRED2(contains, told(lumped), "inertia invariants of the masses at the nodes");
     ZELDATA *own = fill_database(tied), *of_nodes = fill_database(lumped);
@@ -126,7 +92,7 @@ TEST_F(Invariants, KeepTheirLawsWhereTheMatrixHasLostInertia)
     for (const char* job : {"one_point", "strip"}) // the other of layers, whose nodes are not the body's
     {
         SCOPED_TRACE(job);
-        const ReducedBody body = body_of(*ccx::make_source({.deck = kSmall + job}), 5);
+        const ReducedBody body = reduce_job(kSmall + job, in_millimetres(5));
         ZELDATA* db = fill_database(body);
         const MassMoments mass = mesh_mass(body.body->mesh).moments;
         const size_t modes = 11;
@@ -148,10 +114,8 @@ TEST_F(Invariants, KeepTheirLawsWhereTheMatrixHasLostInertia)
             for (size_t j = 0; j < modes; ++j)
                 for (size_t c = 0; c < 3; ++c)
                     turned[c] += rigid(Index(j), 5) * cross[(3 * j + c) * modes + k];
-            // (-y, x, 0) x phi = (x phi_z, y phi_z, -x phi_x - y phi_y)
-            const double expected[3] = {b[6], b[7], b[8]};
-            for (size_t c = 0; c < 3; ++c)
-                EXPECT_NEAR(turned[c], expected[c], 1e-9 * largest(cross)) << k << c;
+            for (size_t c = 0; c < 3; ++c) // (-y, x, 0) x phi = (x phi_z, y phi_z, -x phi_x - y phi_y)
+                EXPECT_NEAR(turned[c], b[6 + c], 1e-9 * largest(cross)) << k << c;
         }
     }
 }

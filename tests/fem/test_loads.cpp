@@ -8,38 +8,12 @@
 // A job of the short beam with more steps, and the matrices that belong to it.
 static std::string job_with(const TemporaryFolder& folder, const std::string& steps)
 {
-    for (const char* suffix : {".sti.gz", ".mas.gz", ".dof.gz"})
-        std::filesystem::copy_file(kSmall + "small" + suffix, folder.path(std::string("job") + suffix),
-                                   std::filesystem::copy_options::overwrite_existing);
+    copy_matrices("small", folder.path("job"));
     write_file(folder, "job.inp", "*INCLUDE, INPUT=" + kSmall + "small.inp\n" + steps);
     return folder.path("job");
 }
 
-static ReductionOptions options_with(const std::vector<std::string>& loads, int modes)
-{
-    ReductionOptions options = in_millimetres(modes);
-    for (const std::string& text : loads)
-        options.loads.push_back(parse_load(text));
-    return options;
-}
-
-static ReducedBody reduced(const std::string& job, const ReductionOptions& options)
-{
-    return reduce(*ccx::make_source({job, ccx::Route::matrices}), options, silent);
-}
-
-// The displacements of the nodes under load `which` with the first `held` coordinates at rest.
-static VectorXd answer(const Body& body, Index held, size_t which)
-{
-    const Index rest = body.stiffness.rows() - held;
-    return body.motion.rightCols(rest) *
-           body.stiffness.bottomRightCorner(rest, rest).ldlt().solve(body.loads[which].values.tail(rest));
-}
-
-// ---- Against the solver --------------------------------------------------------------------------------------------------
-
-// Loads of one step add up; those of the next replace them one by one, until OP=NEW. Frequency steps neither begin nor
-// end any.
+// Loads of one step add up; those of the next replace them one by one, until OP=NEW. Frequency steps change none.
 TEST(Loads, OfStaticStepsDeformTheBodyAsTheSolverSays)
 {
     TemporaryFolder folder;
@@ -50,10 +24,9 @@ TEST(Loads, OfStaticStepsDeformTheBodyAsTheSolverSays)
                 "*STEP\n*STATIC\n*CLOAD\n34,2,1\n*DLOAD\n3,P4,1\n2,P6,3\nLUMP,GRAV,9810,0,-1,0\nBEAM,GRAV,500,0,0,-1\n"
                 "*STEP\n*STATIC\n*CLOAD,OP=NEW\n*DLOAD,OP=NEW\nBEAM,CENTRIF,1e6,5,6,7,1,2,3\n"
                 "LUMP,CENTRIF,1e6,5,6,7,1,2,3\n");
-    ReductionOptions options = options_with({}, 4);
-    options.interfaces = {parse_interface("ROOT")};
+    ReductionOptions options = in_millimetres(4, {"ROOT"});
     options.attachment = true;
-    const ReducedBody body = reduced(job, options);
+    const ReducedBody body = reduce_job(job, options);
     ASSERT_EQ(body.body->loads.size(), 3u);
     EXPECT_EQ(body.body->loads[0].label, "Step 2: pull");
     EXPECT_EQ(body.body->loads[2].label, "Step 5");
@@ -70,7 +43,7 @@ TEST(Loads, OfStaticStepsDeformTheBodyAsTheSolverSays)
                                             {0.004875681, -0.01250121, -0.05615165}}};
     for (size_t step = 0; step < 3; ++step)
     {
-        const VectorXd u = answer(*body.body, 6, step);
+        const VectorXd u = static_answer(*body.body, 6, step);
         for (size_t n = 0; n < 3; ++n)
             for (Index c = 0; c < 3; ++c)
                 EXPECT_NEAR(u[3 * Index(std::array{12, 32, 43}[n]) + c], kExpected[step][n][size_t(c)], // node less 1
@@ -97,18 +70,16 @@ TEST(Loads, OfStepsThatCannotBeTakenAreTold)
     };
     for (const auto& [steps, expected, label] : cases)
     {
-        const ReducedBody body = reduced(job_with(folder, steps), options_with({}, 2));
-        EXPECT_NE(told(body).find(expected), std::string::npos) << expected << " not in " << told(body);
+        const ReducedBody body = reduce_job(job_with(folder, steps), in_millimetres(2));
+        EXPECT_PRED2(contains, told(body), expected);
         ASSERT_EQ(body.body->loads.size(), label.empty() ? 0u : 1u) << steps;
         EXPECT_EQ(label.empty() ? "" : body.body->loads[0].label, label);
     }
 }
 
-// ---- Resultants ----------------------------------------------------------------------------------------------------------
-
 TEST(Loads, HaveTheResultantsThatWereAskedFor)
 {
-    const ReductionOptions options = options_with({"T=TIP:1,2,3,40,50,60", "G=gravity:1,2,3", "P=all:7"}, 4);
+    const ReductionOptions options = in_millimetres(4, {}, {"T=TIP:1,2,3,40,50,60", "G=gravity:1,2,3", "P=all:7"});
     const Model model = read_model(kSmall + "small");
     const MassMoments mass = matrix_moments(model);
     const FullLoads full = full_loads(model, {}, options.loads, mass);
@@ -118,14 +89,13 @@ TEST(Loads, HaveTheResultantsThatWereAskedFor)
         mass.center().cross(weight), Vector3d::Zero();
     EXPECT_LT((full.resultants - expected).norm(), 1e-9 * expected.norm());
     // a uniform traction on a serendipity face: corners -1/12, mid-sides 1/3
-    const FullLoads pull = full_loads(model, {}, options_with({"X=TIP:12,0,0"}, 0).loads, mass);
+    const FullLoads pull = full_loads(model, {}, in_millimetres(0, {}, {"X=TIP:12,0,0"}).loads, mass);
     EXPECT_NEAR(pull.forces.maxCoeff(), 4.0, 1e-12);
     EXPECT_NEAR(pull.forces.minCoeff(), -1.0, 1e-12);
     // both routes and both kinds of basis have the weight, as its work on a motion of one metre says
-    for (const char* job : {"tests/data/ccx/small", "examples/ccx/tied_beam", "examples/ccx/free_beam"})
+    for (const std::string& job : {kSmall + "small", kExamples + "tied_beam", kExamples + "free_beam"})
     {
-        const ReducedBody body = reduce(*ccx::make_source({std::string(ZEL_SOURCE "/") + job}),
-                                        options_with({"G=gravity:1,2,3"}, 4), silent);
+        const ReducedBody body = reduce_job(job, in_millimetres(4, {}, {"G=gravity:1,2,3"}));
         const MatrixXd rigid = fit_rigid_motions(body.body->mesh, Vector3d::Zero(), body.body->motion).coefficients;
         const Vector3d work = rigid.leftCols<3>().transpose() * body.body->loads[0].values;
         EXPECT_LT((work - moments_of(body.body->mesh, body.body->nodes).mass * force).norm(), 1e-6 * work.norm())
@@ -154,11 +124,9 @@ TEST(Loads, OfPressureOnAClosedSurfaceHaveNoResultant)
         {
             const FaceIntegrals integrals = face_integrals(mesh, face);
             area += integrals.area.sum();
+            force += integrals.normal.rowwise().sum();
             for (size_t i = 0; i < face.size(); ++i)
-            {
-                force += integrals.normal.col(Index(i));
                 moment += mesh.nodes[size_t(face[i])].at.cross(Vector3d(integrals.normal.col(Index(i))));
-            }
         }
         EXPECT_GT(area, 1.0);
         EXPECT_LT(force.norm() + moment.norm(), 1e-12 * area) << name;
@@ -177,9 +145,5 @@ TEST(Loads, ThatNothingCanCarryAreRefused)
         {"A=ids=13,14:5", "holds no whole face"},
         {"A=NOWHERE:1,2,3", "NOWHERE"},
     };
-    for (const auto& fault : faults)
-    {
-        const std::string said = complaint([&] { reduced(kSmall + "small", options_with({fault.first}, 2)); });
-        EXPECT_NE(said.find(fault.second), std::string::npos) << fault.first << ": " << said;
-    }
+    expect_refused(faults, [](const char* load) { reduce_job(kSmall + "small", in_millimetres(2, {}, {load})); });
 }

@@ -1,5 +1,4 @@
-// Matrix files and meshes of other programs: one model in every dialect against the same by CalculiX's route, the traps of each
-// format, and files that are damaged.
+// Matrix files and meshes of other programs: one model in every dialect, the traps of each format, and files that are damaged.
 #include "exercise.h"
 #include "fem/rigid.h"
 #include "fem/sources/matrices/matrix_file.h"
@@ -9,13 +8,12 @@
 using namespace zel_fem::matrices;
 using zel_checks::format;
 
-// ---- One model in every dialect ------------------------------------------------------------------------------------------
-
 namespace
 {
 // The short beam of the test data, of three bricks, without the lump at its node 13; matrices with rows ascending by node.
 struct DialectBeam
 {
+    TemporaryFolder folder;
     Model model = read_model(kSmall + "small");
     MatrixXd stiffness = by_node(*model.matrices, model.matrices->stiffness),
              mass = by_node(*model.matrices, model.matrices->mass);
@@ -26,6 +24,29 @@ struct DialectBeam
         mass.diagonal().segment<3>(3 * 12).array() -= 2e-5;
     }
     int id_of(Index row) const { return model.mesh.nodes[size_t(row / 3)].id; }
+    std::string write(const char* name, const std::string& text) const { return write_file(folder, name, text); }
+    // Tables of nodes and elements.
+    std::string mesh() const
+    {
+        std::string nodes, elements;
+        for (const auto& [id, at] : model.mesh.nodes)
+            nodes += format("%d %.17g %.17g %.17g\n", id, at[0], at[1], at[2]);
+        for (const Element& element : model.mesh.elements)
+            elements +=
+                format("%d hex20 ", element.id) + dialects::list(dialects::ids_of(model.mesh, element), " ", 99, "");
+        return write("nodes.txt", nodes) + "," + write("elements.txt", elements);
+    }
+    // As the writers of meshes take it.
+    meshes::MeshFile mesh_file() const
+    {
+        const auto& sets = model.node_sets;
+        return {"", model.title, model.mesh, true, {{"ROOT", sets.at("ROOT")}, {"TIP", sets.at("TIP")}}, {}};
+    }
+    // Both matrices by one function.
+    template <typename Text> Input both(const Text& text) const
+    {
+        return {write("k.mtx", text(stiffness)), write("m.mtx", text(mass)), mesh(), ""};
+    }
 };
 } // namespace
 
@@ -40,12 +61,6 @@ template <typename Line> static std::string lines(const MatrixXd& matrix, const 
     return text;
 }
 
-// Both matrices by one function; the mesh is set by others.
-template <typename Text> static Input both(const DialectBeam& beam, const TemporaryFolder& folder, const Text& text)
-{
-    return {write_file(folder, "k.mtx", text(beam.stiffness)), write_file(folder, "m.mtx", text(beam.mass)), "", ""};
-}
-
 static std::string market(const MatrixXd& matrix, const char* kind, bool whole)
 {
     const std::string entries = lines(matrix, [whole](Index i, Index j, double value) {
@@ -56,13 +71,13 @@ static std::string market(const MatrixXd& matrix, const char* kind, bool whole)
            entries;
 }
 
-static Input lower_market(const DialectBeam& beam, const TemporaryFolder& folder)
+static Input lower_market(const DialectBeam& beam)
 {
-    return both(beam, folder, [](const MatrixXd& matrix) { return market(matrix, "Symmetric", false); });
+    return beam.both([](const MatrixXd& matrix) { return market(matrix, "Symmetric", false); });
 }
 
 // The mapping vector of a program that numbers its rows by nodes in an order of its own.
-static Input market_with_vector(const DialectBeam& beam, const TemporaryFolder& folder)
+static Input market_with_vector(const DialectBeam& beam)
 {
     const Index nodes = beam.mass.rows() / 3;
     Eigen::VectorXi order(beam.mass.rows());
@@ -73,16 +88,15 @@ static Input market_with_vector(const DialectBeam& beam, const TemporaryFolder& 
         vector += format("%d\n", beam.id_of(3 * node));
         order.segment<3>(3 * k) << 3 * node, 3 * node + 1, 3 * node + 2;
     }
-    Input input =
-        both(beam, folder, [&](const MatrixXd& matrix) { return market(matrix(order, order), "symmetric", false); });
-    input.dofs = write_file(folder, "map.mtx", vector);
+    Input input = beam.both([&](const MatrixXd& matrix) { return market(matrix(order, order), "symmetric", false); });
+    input.dofs = beam.write("map.mtx", vector);
     return input;
 }
 
 // Rows from the last to the first, with commas and a list of freedoms.
-static Input reversed(const DialectBeam& beam, const TemporaryFolder& folder)
+static Input reversed(const DialectBeam& beam)
 {
-    Input input = both(beam, folder, [](const MatrixXd& matrix) {
+    Input input = beam.both([](const MatrixXd& matrix) {
         return "** no blanks\n" + lines(matrix.reverse(), [](Index i, Index j, double value) {
                    return i <= j ? format("%td,%td,%.17g\n", i + 1, j + 1, value) : "";
                });
@@ -90,25 +104,24 @@ static Input reversed(const DialectBeam& beam, const TemporaryFolder& folder)
     std::string map;
     for (Index row = beam.mass.rows(); row-- > 0;)
         map += format("%d  %td\n", beam.id_of(row), row % 3 + 1);
-    input.dofs = write_file(folder, "map.txt", map);
+    input.dofs = beam.write("map.txt", map);
     return input;
 }
 
-static Input labelled(const DialectBeam& beam, const TemporaryFolder& folder)
+static Input labelled(const DialectBeam& beam)
 {
-    return both(beam, folder, [&](const MatrixXd& matrix) {
-        return lines(matrix, [&](Index i, Index j, double value) {
-            return i < j ? ""
-                         : format("  %d,    %td,   %d,    %td,  %.15e\n", beam.id_of(i), i % 3 + 1, beam.id_of(j),
-                                  j % 3 + 1, value);
-        });
-    });
+    const auto line = [&](Index i, Index j, double value) {
+        return i < j ? ""
+                     : format("  %d,    %td,   %d,    %td,  %.15e\n", beam.id_of(i), i % 3 + 1, beam.id_of(j),
+                              j % 3 + 1, value);
+    };
+    return beam.both([&](const MatrixXd& matrix) { return lines(matrix, line); });
 }
 
 // All six components a node, of which the rotations do nothing.
-static Input six_a_node(const DialectBeam& beam, const TemporaryFolder& folder)
+static Input six_a_node(const DialectBeam& beam)
 {
-    return both(beam, folder, [](const MatrixXd& matrix) {
+    return beam.both([](const MatrixXd& matrix) {
         MatrixXd all = MatrixXd::Zero(2 * matrix.rows(), 2 * matrix.rows());
         for (Index i = 0; i < matrix.rows(); ++i)
             for (Index j = 0; j < matrix.cols(); ++j)
@@ -117,45 +130,19 @@ static Input six_a_node(const DialectBeam& beam, const TemporaryFolder& folder)
     });
 }
 
-static std::string tables(const DialectBeam& beam, const TemporaryFolder& folder)
-{
-    std::string nodes, elements;
-    for (const Node& node : beam.model.mesh.nodes)
-        nodes += format("%d %.17g %.17g %.17g\n", node.id, node.at[0], node.at[1], node.at[2]);
-    for (const Element& element : beam.model.mesh.elements)
-        elements +=
-            format("%d hex20 ", element.id) + dialects::list(dialects::ids_of(beam.model.mesh, element), " ", 99, "");
-    return write_file(folder, "nodes.txt", nodes) + "," + write_file(folder, "elements.txt", elements);
-}
-
-constexpr std::pair<const char*, Input (*)(const DialectBeam& beam, const TemporaryFolder& folder)> kMatrixDialects[] =
-    {
-        {"Matrix Market, lower triangle", lower_market},
-        {"Matrix Market with a mapping vector", market_with_vector},
-        {"lines and a map", reversed},
-        {"node, dof, node, dof, value", labelled},
-        {"six rows a node", six_a_node},
+constexpr std::pair<const char*, Input (*)(const DialectBeam&)> kMatrixDialects[] = {
+    {"Matrix Market, lower triangle", lower_market},
+    {"Matrix Market with a mapping vector", market_with_vector},
+    {"lines and a map", reversed},
+    {"node, dof, node, dof, value", labelled},
+    {"six rows a node", six_a_node},
 };
 
-// The beam as the writers of meshes take it.
-static meshes::MeshFile mesh_file(const DialectBeam& beam)
+static void expect_the_same_body(const ReducedBody& own, const ReducedBody& other, bool nodal_masses)
 {
-    meshes::MeshFile file;
-    file.title = beam.model.title;
-    file.mesh = beam.model.mesh;
-    file.node_sets = {{"ROOT", beam.model.node_sets.at("ROOT")}, {"TIP", beam.model.node_sets.at("TIP")}};
-    return file;
-}
-
-static double relative(const MatrixXd& a, const MatrixXd& b)
-{
-    return a.rows() == b.rows() && a.cols() == b.cols() ? (a - b).cwiseAbs().maxCoeff() / b.cwiseAbs().maxCoeff() : 1.0;
-}
-
-static void expect_the_same_body(const ReducedBody& own, const ReducedBody& other, double digits, bool nodal_masses)
-{
+    constexpr double digits = 1e-10;
     EXPECT_TRUE(own.report.all_hold());
-    const Eigen::VectorXd a = eigenvalues_of(own), b = eigenvalues_of(other);
+    const VectorXd a = eigenvalues_of(own), b = eigenvalues_of(other);
     ASSERT_EQ(a.size(), b.size());
     EXPECT_LT((a.tail(a.size() - 6).array() / b.tail(a.size() - 6).array() - 1).abs().maxCoeff(), 2 * digits);
     for (Index k = own.body->interfaces.empty() ? 6 : 0; k < b.size(); ++k) // signs of modes are free
@@ -163,47 +150,21 @@ static void expect_the_same_body(const ReducedBody& own, const ReducedBody& othe
         const auto &x = own.body->motion.col(k), &y = other.body->motion.col(k);
         EXPECT_LT(std::min((x - y).norm(), (x + y).norm()), digits * y.norm()) << "mode " << k;
     }
-    const auto rigid_mass = [](const ReducedBody& body) {
-        return moments_of(body.body->mesh, body.body->nodes).rigid_mass(Eigen::Vector3d::Zero());
-    };
-    EXPECT_LT(relative(rigid_mass(own), rigid_mass(other)), digits);
-    for (size_t node = 0; nodal_masses && node < own.body->nodes.masses.size(); ++node)
-        EXPECT_NEAR(own.body->nodes.masses[node], other.body->nodes.masses[node],
-                    digits * other.body->nodes.masses[node]);
-}
-
-// In memory, rows from the last to the first.
-static arrays::Input in_memory(const DialectBeam& beam, Part part)
-{
-    arrays::Input input;
-    for (const Node& node : beam.model.mesh.nodes)
-        input.points.insert(input.points.end(), node.at.begin(), node.at.end());
-    arrays::Cells bricks{"hexahedron20", 20, {}}, ends{"quad8", 8, {}};
-    for (const Element& element : beam.model.mesh.elements)
-    {
-        bricks.nodes.insert(bricks.nodes.end(), element.nodes.begin(), element.nodes.end());
-        const Face end = element_face(element, 1);
-        ends.nodes.insert(ends.nodes.end(), end.begin(), end.end()); // of the boundary: not drawn twice
-    }
-    input.cells = {ends, bricks};
-    input.stiffness = compressed(beam.stiffness.reverse(), part);
-    input.mass = compressed(beam.mass.reverse(), part);
-    for (Index row = beam.mass.rows(); row-- > 0;)
-        input.dofs.push_back({row / 3, row % 3});
-    return input;
+    const auto rigid_mass = [](const Body& body) { return moments_of(body.mesh, body.nodes).rigid_mass({0, 0, 0}); };
+    EXPECT_LT(relative(rigid_mass(*own.body), rigid_mass(*other.body)), digits);
+    const std::vector<double>&masses = own.body->nodes.masses, &expected = other.body->nodes.masses;
+    for (size_t node = 0; nodal_masses && node < masses.size(); ++node)
+        EXPECT_NEAR(masses[node], expected[node], digits * expected[node]);
 }
 
 TEST(MatrixFiles, OfOneModelAreTheSameInEveryDialectAndInMemory)
 {
-    const DialectBeam beam;
-    const TemporaryFolder of_reference;
-    Input reference = lower_market(beam, of_reference);
-    reference.mesh = write_file(of_reference, "deck", dialects::flat_deck(mesh_file(beam)));
+    const DialectBeam beam, other;
+    Input reference = lower_market(other);
+    reference.mesh = other.write("deck", dialects::flat_deck(other.mesh_file()));
     using Make = std::function<std::unique_ptr<Source>()>;
     const auto judge = [&](const Make& make, bool has_density) {
-        const auto source = make();
-        Model model = source->read_model(silent);
-        source->read_solution(model, {}, silent);
+        const Model model = model_of(*make());
         ASSERT_EQ(model.matrices->rows.size(), size_t(beam.mass.rows()));
         EXPECT_EQ(model.mesh_has_mass, has_density);
         EXPECT_EQ(skin(model.mesh), skin(beam.model.mesh));
@@ -213,59 +174,52 @@ TEST(MatrixFiles, OfOneModelAreTheSameInEveryDialectAndInMemory)
              {std::vector<std::string>{}, {"ids=1,4,5,8,12,16,17,20", "ids=33,34,35,36@60,0,0"}})
         {
             const ReductionOptions options = in_millimetres(8, interfaces);
-            expect_the_same_body(reduce(*make(), options, silent), reduce(*make_source(reference), options, silent),
-                                 1e-10, has_density);
+            expect_the_same_body(reduce(*make(), options, silent), reduced(reference, options), has_density);
         }
     };
     for (const auto& [name, write] : kMatrixDialects)
     {
         SCOPED_TRACE(name);
-        const TemporaryFolder folder;
-        Input input = write(beam, folder);
-        input.mesh = tables(beam, folder);
+        const Input input = write(beam);
         judge([&] { return make_source(input); }, false);
     }
     for (const dialects::Dialect& dialect : dialects::all())
     {
         SCOPED_TRACE(dialect.name);
-        const TemporaryFolder folder;
-        Input input = lower_market(beam, folder);
-        input.mesh = write_file(folder, "mesh", dialect.write(mesh_file(beam)));
+        Input input = lower_market(beam);
+        input.mesh = beam.write("mesh", dialect.write(beam.mesh_file()));
         judge([&] { return make_source(input); }, dialect.density);
     }
-    for (const Part part : {Part::whole, Part::upper, Part::lower})
-        judge([&] { return arrays::make_source(in_memory(beam, part)); }, false);
+    for (const int triangles : {kWhole, int(Eigen::Upper), int(Eigen::Lower)})
+        judge([&] { return arrays::make_source(in_memory(beam.model.mesh, beam.stiffness, beam.mass, triangles)); },
+              false);
 }
 
-// Lumps as programs make them: the diagonal, scaled to the mass. The body of 60 x 20 x 10 has them where the mesh has no density, and
-// else the inertia of a box; flexible eigenvalues are those of the lumps in both.
+// Lumps as programs make them: the diagonal, scaled to the mass. The body of 60 x 20 x 10 has them where the mesh has no
+// density, and else the inertia of a box; flexible eigenvalues are those of the lumps in both.
 TEST(MatrixFiles, OfLumpsGiveWayToADensity)
 {
     const DialectBeam beam;
-    const TemporaryFolder folder;
     const double total = 7.85e-9 * 60 * 20 * 10, square[3] = {3600, 400, 100};
     MatrixXd lumps = beam.mass.diagonal().asDiagonal();
     lumps *= 3 * total / lumps.trace();
-    const auto market_of = [](const MatrixXd& matrix) { return market(matrix, "symmetric", false); };
-    const Input with_density{write_file(folder, "k", market_of(beam.stiffness)),
-                             write_file(folder, "m", market_of(lumps)),
-                             write_file(folder, "deck", dialects::flat_deck(mesh_file(beam))), ""};
-    Input without = with_density, heavier = with_density;
-    without.mesh = tables(beam, folder);
-    heavier.mass = write_file(folder, "heavier", market_of(1.01 * lumps));
-    const Eigen::VectorXd exact = generalized_eigenvalues(beam.stiffness, lumps);
+    Input without = lower_market(beam), with_density = without;
+    with_density.mass = without.mass = beam.write("lumps", market(lumps, "symmetric", false));
+    with_density.mesh = beam.write("deck", dialects::flat_deck(beam.mesh_file()));
+    Input heavier = with_density;
+    heavier.mass = beam.write("heavier", market(1.01 * lumps, "symmetric", false));
+    const VectorXd exact = generalized_eigenvalues(beam.stiffness, lumps);
     double of_points = 0.0;
     for (Index row = 0; row < lumps.rows(); row += 3)
         of_points += lumps(row, row) * beam.model.mesh.nodes[size_t(row / 3)].at.tail<2>().squaredNorm();
     for (const Input& input : {with_density, without, heavier})
     {
-        const ReducedBody body = reduce(*make_source(input), in_millimetres(6), silent);
+        const ReducedBody body = reduced(input, in_millimetres(6));
         const bool has_density = input.mesh != without.mesh, is_right = input.mass != heavier.mass;
         const std::string text = told(body);
         EXPECT_EQ(body.report.all_hold(), is_right) << text;
-        EXPECT_EQ(text.find("mass matrix lumped, differs from volume x density by ") != std::string::npos, has_density);
-        EXPECT_EQ(text.find("the mass matrix is diagonal: the inertias are those of masses") != std::string::npos,
-                  !has_density);
+        EXPECT_EQ(contains(text, "mass matrix lumped, differs from volume x density by "), has_density);
+        EXPECT_EQ(contains(text, "the mass matrix is diagonal: the inertias are those of masses"), !has_density);
         const MassMoments moments = moments_of(body.body->mesh, body.body->nodes);
         const Eigen::Matrix3d inertia = moments.inertia(moments.center());
         if (has_density)
@@ -275,7 +229,7 @@ TEST(MatrixFiles, OfLumpsGiveWayToADensity)
             EXPECT_NEAR(inertia(0, 0), of_points, 1e-9 * of_points);
         const MatrixXd rigid = fit_rigid_motions(body.body->mesh, moments.center(), body.body->motion).coefficients;
         EXPECT_LT(relative(rigid.transpose() * body.body->mass * rigid, moments.rigid_mass(moments.center())), 1e-8);
-        const Eigen::VectorXd own = eigenvalues_of(body);
+        const VectorXd own = eigenvalues_of(body);
         for (Index k = 6; k < own.size() && is_right; ++k)
             EXPECT_NEAR(own[k], exact[k], 1e-8 * exact[k]);
     }
@@ -284,24 +238,23 @@ TEST(MatrixFiles, OfLumpsGiveWayToADensity)
 // CalculiX integrates the mass of C3D8R at one point, which the deck tells; to a mesh of any program the matrix tells it.
 TEST(MatrixFiles, OfFewPointsGiveWayToADensity)
 {
-    const std::string job = ZEL_SOURCE "/tests/data/ccx/one_point";
+    const std::string job = kSmall + "one_point";
     const Input input{job + ".sti", job + ".mas", job + ".inp", job + ".dof"};
-    const ReducedBody body = reduce(*make_source(input), in_millimetres(6), silent);
+    const ReducedBody body = reduced(input, in_millimetres(6));
     ReductionOptions free = in_millimetres(6);
     free.free = true;
-    expect_the_same_body(body, reduce(*ccx::make_source({.deck = job}), free, silent), 1e-10, true);
+    expect_the_same_body(body, reduce_job(job, free), true);
     EXPECT_PRED2(contains, told(body), "mass matrix differs from volume x density by ");
 }
 
-// Nodes of few digits change the forces of rotations by far more than what comes of them; two nodes that are exchanged, a spring to
-// the ground and a node without rotations to hold by are refused.
+// Nodes of few digits change the forces of rotations by far more than what comes of them; two nodes that are exchanged, a
+// spring to the ground and a node without rotations to hold by are refused.
 TEST(MatrixFiles, StandRoundedNodesAndNoOthers)
 {
     const DialectBeam beam;
-    const TemporaryFolder folder;
-    Input input = lower_market(beam, folder);
-    std::string nodes, exchanged, elements = tables(beam, folder);
-    elements = elements.substr(elements.find(',') + 1);
+    Input input = lower_market(beam), mixed = input, held = input;
+    std::string nodes, exchanged;
+    const std::string elements = input.mesh.substr(input.mesh.find(','));
     for (size_t i = 0; i < beam.model.mesh.nodes.size(); ++i)
     {
         const auto& [id, at] = beam.model.mesh.nodes[i];
@@ -309,31 +262,33 @@ TEST(MatrixFiles, StandRoundedNodesAndNoOthers)
         nodes += format("%d %.5f %.5f %.5f\n", id, at[0] + rounding, at[1] - rounding, at[2] + rounding);
         exchanged += format("%d %g %g %g\n", id == 9 ? 13 : id == 13 ? 9 : id, at[0], at[1], at[2]);
     }
-    input.mesh = write_file(folder, "rounded", nodes) + "," + elements;
-    const ReducedBody body = reduce(*make_source(input), in_millimetres(6), silent);
+    input.mesh = held.mesh = beam.write("rounded", nodes) + elements;
+    mixed.mesh = beam.write("exchanged", exchanged) + elements;
+    const ReducedBody body = reduced(input, in_millimetres(6));
     EXPECT_TRUE(body.report.all_hold()) << told(body);
-    const Eigen::VectorXd exact = generalized_eigenvalues(beam.stiffness, beam.mass);
+    const VectorXd exact = generalized_eigenvalues(beam.stiffness, beam.mass);
     for (Index k = 6; k < 12; ++k)
         EXPECT_NEAR(body.body->stiffness(k, k), exact[k], 1e-9 * exact[k]);
 
-    Input held = input, mixed = input;
-    mixed.mesh = write_file(folder, "exchanged", exchanged) + "," + elements;
     DialectBeam spring;
     spring.stiffness(40, 40) *= 1 + 1e-5;
-    const TemporaryFolder other;
-    held.stiffness = lower_market(spring, other).stiffness;
-    for (const Input& wrong : {mixed, held})
-        EXPECT_EQ(complaint([&] { reduce(*make_source(wrong), in_millimetres(1), silent); }).substr(0, 42),
-                  "the stiffness matrix resists rigid motion,");
-    ReductionOptions single = in_millimetres(1);
-    single.interfaces = {parse_interface("ids=33")};
-    EXPECT_EQ(
-        complaint([&] { reduce(*make_source(input), single, silent); }),
-        "interface with reference node 45: its only node 33 has no rotation of its own, and an interface has all six "
-        "motions: tie several nodes, or join its translations alone (:xyz, at the node)");
+    held.stiffness = lower_market(spring).stiffness;
+    const std::string resists = "the stiffness matrix resists rigid motion,";
+    const std::tuple<Input, std::vector<std::string>, std::string> faults[] = {
+        {mixed, {}, resists},
+        {held, {}, resists},
+        {input,
+         {"ids=33"},
+         "interface with reference node 45: its only node 33 has no rotation of its own, and an interface has all six "
+         "motions: tie several nodes, or join its translations alone (:xyz, at the node)"}};
+    for (const auto& [wrong, interfaces, message] : faults)
+    {
+        const auto refusal = [&, &wrong = wrong, &interfaces = interfaces] {
+            reduced(wrong, in_millimetres(1, interfaces));
+        };
+        EXPECT_PRED2(contains, complaint(refusal), message);
+    }
 }
-
-// ---- Traps and damage ----------------------------------------------------------------------------------------------------
 
 static MatrixXd read_dense(const std::string& path, Role role = Role::stiffness)
 {
@@ -423,62 +378,50 @@ TEST(MatrixFiles, ThatAreDamagedNameFileAndLineInEveryFormat)
         {"DMIG,KAA,0,6,1\n", "k: has no entries"},
     };
     const TemporaryFolder folder;
-    for (const auto& [text, expected] : faults)
-    {
-        const std::string path = write_file(folder, "k", text);
-        EXPECT_EQ(complaint([&] { read_dense(path); }).substr(0, expected.size()), expected) << text;
-    }
+    expect_refused(faults, [&](const std::string& text) { read_dense(write_file(folder, "k", text)); });
 }
 
 // What makes no body of matrices that are sound by themselves.
 TEST(MatrixFiles, ThatDoNotFitTheirMeshOrMapAreRefused)
 {
     const DialectBeam beam;
-    const TemporaryFolder folder;
-    Input good = lower_market(beam, folder);
-    good.mesh = tables(beam, folder);
-    const TemporaryFolder of_vector, of_labels;
-    Input with_vector = market_with_vector(beam, of_vector), with_labels = labelled(beam, of_labels);
-    with_vector.mesh = with_labels.mesh = good.mesh;
-    const std::string three = "1.1\n1.2\n1.3\n";
-    const std::string some = write_file(folder, "some.txt", "1 0 0 0\n2 1 0 0\n");
     using Change = std::function<void(Input&)>;
-    const auto map = [&folder](const std::string& text) {
-        return [&folder, text](Input& input) { input.dofs = write_file(folder, "map", text); };
+    const auto map = [&](const std::string& text) -> Change {
+        return [&beam, text](Input& in) { in.dofs = beam.write("map", text); };
     };
-    const std::tuple<Input, Change, std::string> faults[] = {
-        {good, [&](Input& in) { in.mass = folder.path("none"); }, "none: no such file"},
-        {good, [&](Input& in) { in.mesh = some; },
+    const auto mass = [&](const std::string& text) -> Change {
+        return [&beam, text](Input& in) { in.mass = beam.write("m", text); };
+    };
+    const std::string vector = "%%MatrixMarket matrix array integer general\n", three = "1.1\n1.2\n1.3\n",
+                      some = beam.write("some.txt", "1 0 0 0\n2 1 0 0\n");
+    const std::pair<Change, std::string> faults[] = {
+        {[&](Input& in) { in.mass = beam.folder.path("none"); }, "none: no such file"},
+        {[&](Input& in) { in.mesh = some; },
          "the matrices have 132 rows, neither three nor six for each of the 2 nodes"},
-        {good, map(three), "map: has 3 rows, and the matrices have 132"},
-        {good, map("1.1\n1.7\n"), "map:2: component 7 of node 1 is none of 1 to 6"},
-        {good, map("1 1\n1 1\n"), "map:2: two rows move component 1 of node 1"},
-        {good, map("1 1\n45 1\n"), "map:2: a row moves node 45, which the mesh does not have"},
-        {good, map("1 1\nx\n"), "map:2: expected \"node.component\""},
-        {good, map("%%MatrixMarket matrix array integer general\n2 1\n1\n"), "map:3: ends behind 1 of 2 entries"},
-        {good, map("%%MatrixMarket matrix array integer general\n1 1\n1\n"),
-         "map: names 1 nodes, and the matrices have 132 rows, not three for each: rows of constrained and coupled "
-         "freedoms"},
-        {with_labels, map(three), "map: the matrices say themselves what their rows move"},
-        {with_labels, [&](Input& in) { in.mesh = some; },
+        {map(three), "map: has 3 rows, and the matrices have 132"},
+        {map("1.1\n1.7\n"), "map:2: component 7 of node 1 is none of 1 to 6"},
+        {map("1 1\n1 1\n"), "map:2: two rows move component 1 of node 1"},
+        {map("1 1\n45 1\n"), "map:2: a row moves node 45, which the mesh does not have"},
+        {map("1 1\nx\n"), "map:2: expected \"node.component\""},
+        {map(vector + "2 1\n1\n"), "map:3: ends behind 1 of 2 entries"},
+        {map(vector + "1 1\n1\n"), "map: names 1 nodes, and the matrices have 132 rows, not three for each: rows of "
+                                   "constrained and coupled freedoms"},
+        {[&](Input& in) { in = labelled(beam), map(three)(in); },
+         "map: the matrices say themselves what their rows move"},
+        {[&](Input& in) { in = labelled(beam), in.mesh = some; },
          "k.mtx: the matrices move node 3, which the mesh does not have"},
-        {with_labels, [&](Input& in) { in.mass = good.mass; },
-         "m.mtx: one of the matrices names the nodes of its rows"},
-        {good,
-         [&](Input& in) {
-             in.mass = write_file(folder, "m", "%%MatrixMarket matrix coordinate real symmetric\n1 1 1\n1 1 1\n");
-         },
-         "m: has 1 rows, and "},
-        {good, [&](Input& in) { in.mass = write_file(folder, "m", "1 1 1\n2 2 1\n3 3 1\n"); },
+        {[&](Input& in) { in = labelled(beam), mass("1 1 1\n")(in); },
+         "m: one of the matrices names the nodes of its rows"},
+        {mass("%%MatrixMarket matrix coordinate real symmetric\n1 1 1\n1 1 1\n"), "m: has 1 rows, and "},
+        {mass("1 1 1\n2 2 1\n3 3 1\n"),
          "m: has no entry on the diagonal for component 1 of node 2: the file is cut off"},
-        {with_vector, [](Input& in) { in.dofs.clear(); }, "the stiffness matrix resists rigid motion"},
-        {good, [](Input& in) { std::swap(in.stiffness, in.mass); }, "the stiffness matrix resists rigid motion"},
+        {[&](Input& in) { in = market_with_vector(beam), in.dofs.clear(); },
+         "the stiffness matrix resists rigid motion"},
+        {[](Input& in) { std::swap(in.stiffness, in.mass); }, "the stiffness matrix resists rigid motion"},
     };
-    for (const auto& [input, change, expected] : faults)
-    {
-        Input spoilt = input;
+    expect_refused(faults, [&](const Change& change) {
+        Input spoilt = lower_market(beam);
         change(spoilt);
-        const std::string said = complaint([&] { reduce(*make_source(spoilt), in_millimetres(1), silent); });
-        EXPECT_NE(said.find(expected), std::string::npos) << expected << "\nnot in: " << said;
-    }
+        reduced(spoilt, in_millimetres(1));
+    });
 }

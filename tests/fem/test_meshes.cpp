@@ -11,22 +11,12 @@ static MeshFile read_text(const std::string& text)
     return read_mesh_file(write_file(folder, "mesh", text), silent);
 }
 
-static std::string complaint_of(const std::string& text)
-{
-    const TemporaryFolder folder;
-    return complaint([&] { read_mesh_file(write_file(folder, "mesh", text), silent); });
-}
-
-// ---- One mesh in every dialect --------------------------------------------------------------------------------------
-
 static void expect_same(const MeshFile& got, const MeshFile& want, double tolerance)
 {
     ASSERT_EQ(got.mesh.nodes.size(), want.mesh.nodes.size());
     for (size_t i = 0; i < want.mesh.nodes.size(); ++i)
-    {
         EXPECT_EQ(got.mesh.nodes[i].id, want.mesh.nodes[i].id);
-        EXPECT_LE((got.mesh.nodes[i].at - want.mesh.nodes[i].at).norm(), tolerance) << want.mesh.nodes[i].id;
-    }
+    EXPECT_LE((places(got.mesh) - places(want.mesh)).cwiseAbs().maxCoeff(), tolerance);
     ASSERT_EQ(got.mesh.elements.size(), want.mesh.elements.size());
     for (size_t i = 0; i < want.mesh.elements.size(); ++i)
     {
@@ -47,31 +37,31 @@ static void expect_same(const MeshFile& got, const MeshFile& want, double tolera
 
 TEST(MeshDialects, GiveOneMesh)
 {
-    for (Shape shape : {Shape::tet4, Shape::tet10, Shape::wedge6, Shape::wedge15, Shape::hex8, Shape::hex20,
-                        Shape::tri3, Shape::tri6, Shape::quad4, Shape::quad8})
+    for (size_t i = 0; i < std::size(dialects::kNames); ++i)
         for (const dialects::Dialect& dialect : dialects::all())
         {
+            const Shape shape = Shape(i);
             const MeshFile want = dialects::pair_of(shape);
             if (!dialect.has_shape(shape))
                 continue;
-            SCOPED_TRACE(std::string(dialect.name) + ", shape " + std::to_string(int(shape)));
+            SCOPED_TRACE(dialect.name + (", shape " + std::to_string(i)));
             const MeshFile got = read_text(dialect.write(want));
             expect_same(got, want, dialect.tolerance);
             EXPECT_EQ(got.has_density, is_shell(shape) ? dialect.thickness : dialect.density);
         }
 }
 
-// ---- Decks ----------------------------------------------------------------------------------------------------------
-
-static std::vector<int> set_of(const MeshFile& file, const std::string& name)
+static void expect_sets(const MeshFile& file, const std::map<std::string, std::vector<int>>& expected)
 {
-    return file.node_sets.count(name) ? dialects::set_ids(file, name) : std::vector<int>();
+    for (const auto& [name, ids] : expected)
+        EXPECT_EQ(file.node_sets.count(name) ? dialects::set_ids(file, name) : std::vector<int>(), ids) << name;
 }
 
-static bool has_note(const MeshFile& file, const std::string& part)
+static void expect_notes(const MeshFile& file, const std::vector<std::string>& expected)
 {
-    return std::any_of(file.notes.begin(), file.notes.end(),
-                       [&part](const std::string& note) { return note.find(part) != std::string::npos; });
+    const std::string notes = std::accumulate(file.notes.begin(), file.notes.end(), std::string());
+    for (const std::string& note : expected)
+        EXPECT_PRED2(contains, notes, note);
 }
 
 static std::string tet_part(const std::string& more = "")
@@ -96,21 +86,20 @@ TEST(Decks, NumberTheirInstancesOneAfterTheOther)
     EXPECT_EQ(file.mesh.nodes[3].at, Vector3d(0, 0, 1)); // ids of an instance ascend
     EXPECT_EQ(file.mesh.nodes[7].at, Vector3d(0, 0, 6));
     EXPECT_EQ(file.mesh.nodes[8].at, Vector3d(8, 8, 8));
-    EXPECT_EQ(set_of(file, "RP"), std::vector({9}));
-    EXPECT_EQ(set_of(file, "MIX"), std::vector({1, 2, 3, 4, 5, 6, 7}));
-    EXPECT_EQ(set_of(file, "DOT"), std::vector({4, 5, 6, 7}));
-    EXPECT_EQ(set_of(file, "BY_ELEMENTS"), std::vector({5, 6, 7, 8}));
-    EXPECT_EQ(set_of(file, "TWO.BASE"), std::vector({5, 6, 7}));
-    EXPECT_EQ(set_of(file, "BASE"), std::vector<int>()); // of both instances
-    EXPECT_TRUE(has_note(file, "the nodes of instance TWO are renumbered in the order of their ids, 5 to 8"));
-    EXPECT_TRUE(has_note(file, "1 elements of type CONN3D2"));
+    expect_sets(file, {{"RP", {9}},
+                       {"MIX", {1, 2, 3, 4, 5, 6, 7}},
+                       {"DOT", {4, 5, 6, 7}},
+                       {"BY_ELEMENTS", {5, 6, 7, 8}},
+                       {"TWO.BASE", {5, 6, 7}},
+                       {"BASE", {}}}); // of both instances
+    expect_notes(file, {"the nodes of instance TWO are renumbered in the order of their ids, 5 to 8",
+                        "1 elements of type CONN3D2"});
     EXPECT_EQ(file.mesh.elements[1].nodes[0], 6);
     EXPECT_TRUE(file.has_density);
     EXPECT_NEAR(mesh_mass(file.mesh).moments.mass, 2 * 2. / 6, 1e-15);
 }
 
-// What generators write: faces of physical surfaces as plane elements, sets of nodes and elements of one name, shouted
-// comments.
+// What generators write: faces of surfaces as plane elements, sets of nodes and elements of one name, shouted comments.
 TEST(Decks, TakeWhatIsNoElementOfTheBodyForSets)
 {
     const MeshFile file = read_text(
@@ -120,17 +109,14 @@ TEST(Decks, TakeWhatIsNoElementOfTheBodyForSets)
         ".2");
     EXPECT_EQ(file.mesh.elements.size(), 1u);
     EXPECT_FALSE(file.has_density);
-    EXPECT_EQ(set_of(file, "BOTTOM"), std::vector({1, 2, 3}));
-    EXPECT_EQ(set_of(file, "TOP"), std::vector({4}));
-    EXPECT_TRUE(has_note(file, "1 face or edge of others is no element"));
-    EXPECT_TRUE(has_note(file, "skipped: 2 *ELASTIC, 1 *TRANSPORT"));
+    expect_sets(file, {{"BOTTOM", {1, 2, 3}}, {"TOP", {4}}});
+    expect_notes(file, {"1 face or edge of others is no element", "skipped: 2 *ELASTIC, 1 *TRANSPORT"});
 }
 
 TEST(Decks, LeaveDensitiesAsideWhereTheyAreNotAllMass)
 {
     const std::string begin = "*Node\n1,0,0,0\n2,1,0,0\n3,0,1,0\n4,0,0,1\n*Element, type=C3D4, elset=E\n1,1,2,3,4\n"
                               "*Solid Section, elset=E, material=M\n*Material, name=M\n*Density\n2.\n";
-    EXPECT_TRUE(read_text(begin).has_density);
     const MeshFile with_mass = read_text(begin + "*Element, type=MASS, elset=P\n2, 4\n*Mass, elset=P\n3.\n");
     EXPECT_TRUE(with_mass.has_density);
     EXPECT_NEAR(mesh_mass(with_mass.mesh).moments.mass, 3 + 2. / 6, 1e-14);
@@ -140,8 +126,6 @@ TEST(Decks, LeaveDensitiesAsideWhereTheyAreNotAllMass)
           "*Element, type=C3D4\n2, 1, 2, 3, 4\n", "*Nonstructural mass, elset=E\n"})
         EXPECT_FALSE(read_text(begin + more).has_density) << more;
 }
-
-// ---- Gmsh -----------------------------------------------------------------------------------------------------------
 
 static std::string gmsh_2(const std::string& elements, const std::string& more = "")
 {
@@ -160,15 +144,11 @@ TEST(GmshMeshes, MakeSetsOfPhysicalGroups)
                          "$NodeData\n1\n$EndNodeData\n"));
     EXPECT_EQ(file.format, "Gmsh 2.2");
     EXPECT_EQ(file.mesh.elements.size(), 1u);
-    EXPECT_EQ(set_of(file, "low side"), std::vector({2, 3, 9}));
-    EXPECT_EQ(set_of(file, "body"), std::vector({2, 3, 4, 9}));
-    EXPECT_EQ(set_of(file, "7"), std::vector({5}));
-    EXPECT_EQ(set_of(file, "6-curve"), std::vector({2, 9}));
-    EXPECT_EQ(set_of(file, "6-surface"), std::vector({2, 4, 9}));
-    EXPECT_TRUE(has_note(file, "skipped: 1 $NodeData, 1 elements of type pyramid, 1 repeated elements"));
+    expect_sets(
+        file,
+        {{"low side", {2, 3, 9}}, {"body", {2, 3, 4, 9}}, {"7", {5}}, {"6-curve", {2, 9}}, {"6-surface", {2, 4, 9}}});
+    expect_notes(file, {"skipped: 1 $NodeData, 1 elements of type pyramid, 1 repeated elements"});
 }
-
-// ---- Nastran --------------------------------------------------------------------------------------------------------
 
 TEST(NastranMeshes, PlaceGridPointsByNestedCoordinateSystems)
 {
@@ -179,12 +159,9 @@ TEST(NastranMeshes, PlaceGridPointsByNestedCoordinateSystems)
                   "CORD2S,3,2,1.,0.,5.,1.,0.,6.,+S\n+S,2.,0.,5.\n"
                   "CORD2C,2,1,0.,0.,0.,1.,0.,0.\n,0.,1.,0.\n"
                   "CORD2R,1,0,10.,0.,0.,10.,0.,1.\n,10.,1.,0.\nCORD1R,20,1,2,3,21,2,3,4\nGRDSET,,2\nENDDATA");
-    // worked out by hand: x, y, z of system 2 lie along -x, z and y of the basic one, those of system 1 along y, -x and
-    // z
-    const Vector3d expected[] = {{10, 3, 2}, {1, 2, 3}, {9, 5, 1}, {8, 1, 3}};
-    ASSERT_EQ(file.mesh.nodes.size(), 4u);
-    for (size_t i = 0; i < 4; ++i)
-        EXPECT_LT((file.mesh.nodes[i].at - expected[i]).norm(), 1e-14) << file.mesh.nodes[i].at.transpose();
+    // by hand: x, y, z of system 2 lie along -x, z and y of the basic one, those of system 1 along y, -x and z
+    const MatrixXd expected = (MatrixXd(4, 3) << 10, 3, 2, 1, 2, 3, 9, 5, 1, 8, 1, 3).finished();
+    EXPECT_LT(relative(places(file.mesh).transpose(), expected), 1e-15);
 }
 
 static std::string bulk_tet(const std::string& more)
@@ -199,9 +176,8 @@ TEST(NastranMeshes, TellWhatTheyLeaveAside)
     const MeshFile sets = read_text(bulk_tet("SET1,12,1,THRU,3,99\nCTRIA6,2,9,1,2,3\nRBE2,3,1,123,2\nPARAM,WTMASS,.5\n"
                                              "DMIG*   KAAX                           1               1\n"
                                              "*                      2               3 1.0D+00\nCONM2,4,4,,3.\n"));
-    EXPECT_EQ(set_of(sets, "12"), std::vector({1, 2, 3}));
-    EXPECT_TRUE(has_note(sets, "set 12: 1 of its nodes are not defined and left out"));
-    EXPECT_TRUE(has_note(sets, "skipped: 1 CTRIA6, 1 DMIG, 1 RBE2"));
+    expect_sets(sets, {{"12", {1, 2, 3}}});
+    expect_notes(sets, {"set 12: 1 of its nodes are not defined and left out", "skipped: 1 CTRIA6, 1 DMIG, 1 RBE2"});
     EXPECT_TRUE(sets.has_density);
     EXPECT_NEAR(mesh_mass(sets.mesh).moments.mass, 0.5 * (3 + 2. / 6), 1e-15);
     for (const char* more :
@@ -211,8 +187,6 @@ TEST(NastranMeshes, TellWhatTheyLeaveAside)
         EXPECT_FALSE(read_text(bulk_tet(more)).has_density) << more;
     EXPECT_TRUE(read_text(bulk_tet("PSHELL,9,3,.1\nCTRIA3,2,9,1,2,3\n")).has_density);
 }
-
-// ---- Ansys ----------------------------------------------------------------------------------------------------------
 
 // A tetrahedron and what follows it, in the columns of older releases.
 static std::string cdb_tet(const std::string& more, const std::string& elements = "")
@@ -227,10 +201,10 @@ static std::string cdb_tet(const std::string& more, const std::string& elements 
            "     -1\nMP,DENS,3,2.\n" + more;
 }
 
-static std::string cdb_element(int type, const std::vector<int>& nodes)
+static std::string cdb_element(int type, std::vector<int> nodes)
 {
-    return dialects::columns({3, type, 1, 1, 0, 0, 0, 0, int(nodes.size()), 0, 10}, 7) + dialects::columns(nodes, 7) +
-           "\n";
+    nodes.insert(nodes.begin(), {3, type, 1, 1, 0, 0, 0, 0, int(nodes.size()), 0, 10});
+    return dialects::columns(nodes, 7) + "\n";
 }
 
 TEST(AnsysMeshes, TellWhatTheyLeaveAside)
@@ -239,20 +213,16 @@ TEST(AnsysMeshes, TellWhatTheyLeaveAside)
         read_text(cdb_tet("CMBLOCK,ends,NODE,      4  ! ranges\n(8i10)\n         1        -3         4       900\n"
                           "CMBLOCK,e,ELEM,      1\n(8i10)\n         9\nRLBLOCK,1,2,3\n(2i8,6g16.9)\n       1       2\n",
                           cdb_element(2, {1, 2, 3, 3})));
-    EXPECT_EQ(set_of(file, "ends"), std::vector({1, 2, 3, 4}));
-    EXPECT_TRUE(has_note(file, "1 RLBLOCK"));
-    EXPECT_TRUE(has_note(file, "1 components of elements, 1 elements of type 174"));
-    EXPECT_TRUE(has_note(file, "set ends: 1 of its nodes are not defined"));
+    expect_sets(file, {{"ends", {1, 2, 3, 4}}});
+    expect_notes(file, {"1 RLBLOCK", "1 components of elements, 1 elements of type 174",
+                        "set ends: 1 of its nodes are not defined"});
     EXPECT_TRUE(file.has_density);
     EXPECT_NEAR(mesh_mass(file.mesh).moments.mass, 2. / 6, 1e-15);
     EXPECT_TRUE(read_text(cdb_tet("MP,DENS,3,2.,0\nMPDATA,R5.0,2,DENS,3,1,2.,2.\n")).has_density);
-    EXPECT_FALSE(read_text(cdb_tet("MP,DENS,3,2.,.1\n")).has_density);
-    EXPECT_FALSE(read_text(cdb_tet("MPDATA,DENS,3,1,1.,2.\n")).has_density);
     EXPECT_FALSE(read_text(cdb_tet("", cdb_element(1, {1, 2, 3, 4, 4, 4, 4, 4}))).has_density); // a pyramid
-    EXPECT_FALSE(read_text(cdb_tet("E,1,2,3,4\n")).has_density);
+    for (const char* more : {"MP,DENS,3,2.,.1\n", "MPDATA,DENS,3,1,1.,2.\n", "E,1,2,3,4\n"})
+        EXPECT_FALSE(read_text(cdb_tet(more)).has_density) << more;
 }
-
-// ---- Plain tables ---------------------------------------------------------------------------------------------------
 
 TEST(NodeTables, AreReadWhateverSeparatesTheirColumns)
 {
@@ -262,16 +232,12 @@ TEST(NodeTables, AreReadWhateverSeparatesTheirColumns)
           "31 ; 0,1; 0,; -0,0025;\n3;0;0;7\n", "31 0,1 0, -0,0025\n3 0 0 7\n"})
     {
         const MeshFile file = read_text(text);
-        ASSERT_EQ(file.mesh.nodes.size(), 2u) << text;
+        ASSERT_EQ(relative(places(file.mesh), (MatrixXd(3, 2) << 0, 0.1, 0, 0, 7, -0.0025).finished()), 0.0) << text;
         EXPECT_EQ(file.mesh.nodes[0].id, 3);
-        EXPECT_EQ(file.mesh.nodes[0].at, Vector3d(0, 0, 7));
         EXPECT_EQ(file.mesh.nodes[1].id, 31);
-        EXPECT_EQ(file.mesh.nodes[1].at, Vector3d(0.1, 0, -0.0025)) << text;
         EXPECT_FALSE(file.has_density);
     }
 }
-
-// ---- Damage ---------------------------------------------------------------------------------------------------------
 
 TEST(DamagedMeshes, AreRefusedByLine)
 {
@@ -343,30 +309,7 @@ TEST(DamagedMeshes, AreRefusedByLine)
         {"1\t0,5\t0,\t0,\n2\t1.234\t0\t0\n", "mesh:2: decimal points and decimal commas in one table: \"1.234\""},
         {"nothing\nof the kind\n", "mesh: no mesh of a known format"},
     };
-    for (const auto& [text, expected] : cases)
-        EXPECT_EQ(complaint_of(text), expected);
-}
-
-// Whether a text is a mesh in order or refused by name; anything else is thrown or crashes.
-static bool is_read(const TemporaryFolder& folder, const std::string& text)
-{
-    try
-    {
-        const MeshFile file = read_mesh_file(write_file(folder, "mesh", text), silent);
-        for (const Element& element : file.mesh.elements)
-            for (int i = 0; i < node_count(element.type->shape); ++i)
-                EXPECT_LT(size_t(element.nodes[size_t(i)]), file.mesh.nodes.size());
-        for (size_t i = 1; i < file.mesh.nodes.size(); ++i)
-            EXPECT_LT(file.mesh.nodes[i - 1].id, file.mesh.nodes[i].id);
-        for (const auto& [name, nodes] : file.node_sets)
-            EXPECT_TRUE(std::is_sorted(nodes.begin(), nodes.end()) && size_t(nodes.back()) < file.mesh.nodes.size());
-        return true;
-    }
-    catch (const InputError& error)
-    {
-        EXPECT_EQ(std::string(error.what()).rfind(folder.folder(), 0), 0u) << error.what();
-        return false;
-    }
+    expect_refused(cases, read_text);
 }
 
 // Cut at many places, and with one to three bytes exchanged for others that mean something somewhere.
@@ -381,17 +324,34 @@ TEST(DamagedMeshes, AreReadOrRefused)
     for (const std::string& text : texts)
     {
         SCOPED_TRACE(text.substr(0, 40));
-        ASSERT_TRUE(is_read(folder, text));
-        int refused = 0;
+        std::vector<std::string> damaged;
         for (size_t end = 0; end < text.size(); end += text.size() / 31)
-            refused += is_read(folder, text.substr(0, end)) ? 0 : 1;
+            damaged.push_back(text.substr(0, end));
         for (int round = 0; round < 60; ++round)
         {
-            std::string damaged = text;
+            damaged.push_back(text);
             for (int k = 0; k <= round % 3; ++k)
-                damaged[random() % damaged.size()] = letters[random() % letters.size()];
-            refused += is_read(folder, damaged) ? 0 : 1;
+                damaged.back()[random() % text.size()] = letters[random() % letters.size()];
         }
+        int refused = 0;
+        for (const std::string& bytes : damaged)
+            try // what is not a mesh in order is refused by name
+            {
+                const MeshFile file = read_mesh_file(write_file(folder, "mesh", bytes), silent);
+                for (const Element& element : file.mesh.elements)
+                    for (int i = 0; i < node_count(element.type->shape); ++i)
+                        EXPECT_LT(size_t(element.nodes[size_t(i)]), file.mesh.nodes.size());
+                for (size_t i = 1; i < file.mesh.nodes.size(); ++i)
+                    EXPECT_LT(file.mesh.nodes[i - 1].id, file.mesh.nodes[i].id);
+                for (const auto& [name, nodes] : file.node_sets)
+                    EXPECT_TRUE(std::is_sorted(nodes.begin(), nodes.end()) &&
+                                size_t(nodes.back()) < file.mesh.nodes.size());
+            }
+            catch (const InputError& error)
+            {
+                EXPECT_EQ(std::string(error.what()).rfind(folder.folder(), 0), 0u) << error.what();
+                ++refused;
+            }
         EXPECT_GT(refused, 40);
     }
 }

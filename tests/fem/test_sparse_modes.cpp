@@ -16,55 +16,41 @@ struct Lattice
     Model model;
     MatrixXd stiffness, mass;
 
-    Lattice(int nx, int ny, int nz);
-    Interface end(int id, double x) const;
+    Lattice(int nx, int ny, int nz)
+    {
+        arrays::Input input;
+        for (int i = 0; i <= nx; ++i)
+            for (int j = 0; j <= ny; ++j)
+                for (int k = 0; k <= nz; ++k)
+                    input.points.insert(input.points.end(), {kEdge * i, kEdge * j, kEdge * k});
+        const Index order = Index(input.points.size());
+        const Eigen::Matrix3Xd at = Eigen::Matrix3Xd::Map(input.points.data(), 3, order / 3);
+        mass = MatrixXd::Identity(order, order);
+        stiffness = MatrixXd::Zero(order, order);
+        for (Index a = 0; a < at.cols(); ++a)
+            for (Index b = 0; b < a; ++b)
+                if (const Vector3d along = at.col(a) - at.col(b); along.norm() < 1.5 * kEdge)
+                {
+                    const Eigen::Matrix3d spring = 1e6 * along.normalized() * along.normalized().transpose();
+                    stiffness.block<3, 3>(3 * a, 3 * a) += spring;
+                    stiffness.block<3, 3>(3 * b, 3 * b) += spring;
+                    stiffness.block<3, 3>(3 * a, 3 * b) = stiffness.block<3, 3>(3 * b, 3 * a) = -spring;
+                }
+        input.stiffness = compressed(stiffness, kWhole);
+        input.mass = compressed(mass, kWhole);
+        model = model_of(*arrays::make_source(input));
+    }
 };
-
-Lattice::Lattice(int nx, int ny, int nz)
-{
-    arrays::Input input;
-    for (int i = 0; i <= nx; ++i)
-        for (int j = 0; j <= ny; ++j)
-            for (int k = 0; k <= nz; ++k)
-                input.points.insert(input.points.end(), {kEdge * i, kEdge * j, kEdge * k});
-    const Index order = Index(input.points.size());
-    const Eigen::Matrix3Xd at = Eigen::Matrix3Xd::Map(input.points.data(), 3, order / 3);
-    mass = MatrixXd::Identity(order, order);
-    stiffness = MatrixXd::Zero(order, order);
-    for (Index a = 0; a < at.cols(); ++a)
-        for (Index b = 0; b < a; ++b)
-            if (const Vector3d along = at.col(a) - at.col(b); along.norm() < 1.5 * kEdge)
-            {
-                const Eigen::Matrix3d spring = 1e6 * along.normalized() * along.normalized().transpose();
-                stiffness.block<3, 3>(3 * a, 3 * a) += spring;
-                stiffness.block<3, 3>(3 * b, 3 * b) += spring;
-                stiffness.block<3, 3>(3 * a, 3 * b) = stiffness.block<3, 3>(3 * b, 3 * a) = -spring;
-            }
-    input.stiffness = compressed(stiffness, Part::whole);
-    input.mass = compressed(mass, Part::whole);
-    const auto source = arrays::make_source(input);
-    model = source->read_model(silent);
-    source->read_solution(model, {}, silent);
-    check_equations(model);
-}
-
-Interface Lattice::end(int id, double x) const
-{
-    Interface end{id, -1, Vector3d(x, 0, 0), {}};
-    for (size_t i = 0; i < model.mesh.nodes.size(); ++i)
-        if (std::abs(model.mesh.nodes[i].at[0] - x) < 1e-9)
-            end.tied.push_back(int(i));
-    return end;
-}
 
 // The first values are the expected ones, and none of those below `complete_to` is missing.
 static void expect_modes(const VectorXd& values, const VectorXd& expected, double complete_to, const char* what)
 {
     const Index count = values.size();
+    SCOPED_TRACE(testing::Message() << what << ", " << count);
     for (Index i = 0; i < count; ++i)
-        ASSERT_NEAR(values[i], expected[i], 1e-8 * expected[i]) << what << ": mode " << i + 1 << " of " << count;
-    EXPECT_LE((expected.array() < (1 - 1e-8) * complete_to).count(), count) << what << ", " << count;
-    EXPECT_GT(complete_to, (1 - 1e-8) * expected[count - 1]) << what << ", " << count;
+        ASSERT_NEAR(values[i], expected[i], 1e-8 * expected[i]) << "mode " << i + 1;
+    EXPECT_LE((expected.array() < (1 - 1e-8) * complete_to).count(), count);
+    EXPECT_GT(complete_to, (1 - 1e-8) * expected[count - 1]);
 }
 
 // Every bending mode of a square section comes twice, every second number cuts a pair.
@@ -78,7 +64,8 @@ TEST(Modes, OfASquareBeamAreComplete)
                                                    beam.mass.block(face, face, interior, interior));
     ASSERT_GT(interior, 300);
     EXPECT_NEAR(all[7], all[6], 1e-9 * all[6]);
-    const std::vector<Interface> ends = {beam.end(1001, 0.0), beam.end(1002, kEdge * kLength)};
+    const Mesh& mesh = beam.model.mesh;
+    const std::vector<Interface> ends = {end_at(mesh, 0.0, 1001), end_at(mesh, kEdge * kLength, 1002)};
     for (int n = 1; n <= 30; ++n)
     {
         const Reduction modes = reduce_free(beam.model, n, silent),
@@ -87,8 +74,6 @@ TEST(Modes, OfASquareBeamAreComplete)
         expect_modes(craig_bampton.stiffness.diagonal().tail(n), fixed, craig_bampton.complete_to, "Craig-Bampton");
     }
 }
-
-// ---- Chains, of which everything is known ------------------------------------------------------------------------------
 
 // Equal chains of unit masses and springs, not coupled; both ends of each are held.
 static SparseMatrix chains(int copies, int length)
@@ -119,10 +104,8 @@ TEST(Modes, OfEqualPartsComeOnceForEachPart)
     for (int n : {1, 4, 5, 8, 9, 10, 17, 18, 19, 40, 449})
     {
         const Eigenmodes modes = lowest_modes({stiffness, mass, MatrixXd(mass.rows(), 0), 0.0}, factor, n, silent);
-        EXPECT_TRUE((modes.shapes.colwise().maxCoeff().array() >
-                     (1 - 1e-5) * modes.shapes.cwiseAbs().colwise().maxCoeff().array())
-                        .all())
-            << n << ": the largest component is positive";
+        const Eigen::ArrayXd largest = modes.shapes.cwiseAbs().colwise().maxCoeff();
+        EXPECT_TRUE((modes.shapes.colwise().maxCoeff().transpose().array() > (1 - 1e-5) * largest).all()) << n;
         ASSERT_EQ(modes.values.size(), n);
         for (int i = 0; i < n; ++i)
             ASSERT_NEAR(modes.values[i], chain_eigenvalue(i / kCopies + 1, kLength), 1e-11) << i << " of " << n;
@@ -148,8 +131,6 @@ TEST(Inertia, CountsTheEigenvaluesBelowAShift)
         EXPECT_EQ(count_negative(stiffness - sigma * identity), std::nullopt) << sigma - 2.0;
 }
 
-// ---- The factor --------------------------------------------------------------------------------------------------------
-
 class Factor : public ::testing::Test
 {
 protected:
@@ -169,9 +150,7 @@ TEST_F(Factor, OfABodyThatIsNotHeldIsRefused)
         {
             SparseMatrix loose = stiffness;
             loose.coeffRef(300, 300) = loose.coeffRef(599, 599) = end;
-            EXPECT_EQ(refusal(loose, most),
-                      "the stiffness matrix is not positive definite: a part of the body is not held")
-                << end;
+            EXPECT_PRED2(contains, refusal(loose, most), "is not positive definite: a part of the body is not held");
             EXPECT_TRUE(folder.files().empty());
         }
     // the last pivot of a free chain of unequal springs is rounding alone, of either sign

@@ -11,8 +11,8 @@ subroutine free_body(failures)
   implicit none
   integer(c_int), intent(out) :: failures
   integer(c_int), parameter :: m = 3
-  integer(c_int) :: i, j, k, n, count, ierr
-  real(c_double) :: last, v(9), s(6), ones(m), v3(m, 3), v5(m, 3, m), v8(3, 3, m), v9(3, 3, m, m), a(6, 11:18)
+  integer(c_int) :: i, k, n, ierr
+  real(c_double) :: last, v(9), s(6), v3(m, 3), a(6, 11:18)
   character(len=80) :: title = 'Cube of eight nodes', comment = 'built by Fortran'
   character(len=20) :: unit = 'mm'
 
@@ -32,20 +32,17 @@ subroutine free_body(failures)
       call zel_set_node_coordinates_vec(n, v(1:3), ierr)
     end if
     call tally
-    v(1:1) = next(1)
     if (n == 12) then
-      call zel_set_nodal_masses(1, [n], v(1:1), ierr)
+      call zel_set_nodal_masses(1, [n], next(1), ierr)
     else
-      call zel_set_nodal_mass(n, v(1), ierr)
+      call zel_set_nodal_mass(n, value(), ierr)
     end if
     call tally
   end do
   s = next(6)
   call zel_set_nodal_inertia(11, s(1), s(2), s(3), s(4), s(5), s(6), ierr); call tally
-  s = next(6)
-  call zel_set_nodal_inertia_vec(12, s, ierr); call tally
-  s(1:1) = next(1)
-  call zel_set_nodal_inertia_entry(13, 4, 6, s(1), ierr); call tally
+  call zel_set_nodal_inertia_vec(12, next(6), ierr); call tally
+  call zel_set_nodal_inertia_entry(13, 4, 6, value(), ierr); call tally
   v = next(9)
   v(4) = v(2); v(7) = v(3); v(8) = v(6)
   call zel_set_nodal_inertia_mat(14, v, ierr); call tally
@@ -71,68 +68,45 @@ subroutine free_body(failures)
       end if
       call tally
     end do
-    s(1:1) = next(1)
-    call zel_set_mode_shape_entry(i, 18, 6, s(1), ierr); call tally
+    call zel_set_mode_shape_entry(i, 18, 6, value(), ierr); call tally
     s = next(6)
     call zel_set_modal_stress(i, 17, s(1), s(2), s(3), s(4), s(5), s(6), ierr); call tally
     call zel_get_modal_stress(i, 17, v(1), v(2), v(3), v(4), v(5), v(6), ierr); call tally
-    failures = failures + count_different(v(1:6), s)
-    s = next(6)
-    call zel_set_modal_stress_vec(i, 12, s, ierr); call tally
+    failures = failures + count(abs(v(1:6) - s) > 0)
+    call zel_set_modal_stress_vec(i, 12, next(6), ierr); call tally
     s = next(6)
     call zel_set_modal_strain(i, 13, s(1), s(2), s(3), s(4), s(5), s(6), ierr); call tally
     s = next(6)
     call zel_set_modal_strain_vec(i, 14, s, ierr); call tally
     call zel_get_modal_strain(i, 14, v(1), v(2), v(3), v(4), v(5), v(6), ierr); call tally
-    failures = failures + count_different(v(1:6), s)
+    failures = failures + count(abs(v(1:6) - s) > 0)
   end do
-  s = next(6)
-  call zel_set_modal_stress_vec(0, 17, s, ierr); call tally
-  s = next(6)
-  call zel_set_modal_strain_vec(0, 14, s, ierr); call tally
-  call zel_get_mode_count(count, ierr); call tally
-  if (count /= m) failures = failures + 1
+  call zel_set_modal_stress_vec(0, 17, next(6), ierr); call tally
+  call zel_set_modal_strain_vec(0, 14, next(6), ierr); call tally
+  call zel_get_mode_count(k, ierr); call tally
+  if (k /= m) failures = failures + 1
   do i = 1, m
-    v(1:5) = next(5)
-    call zel_set_generalized_stiffness(i, i, v(1), ierr); call tally
-    call zel_set_generalized_damping(i, 1, v(2), ierr); call tally
-    call zel_set_modal_preload(i, v(3), ierr); call tally
-    call zel_set_modal_load(1, i, v(4), ierr); call tally
-    call zel_set_modal_load(3, i, v(5), ierr); call tally
+    call zel_set_generalized_stiffness(i, i, value(), ierr); call tally
+    call zel_set_generalized_damping(i, 1, value(), ierr); call tally
+    call zel_set_modal_preload(i, value(), ierr); call tally
+    call zel_set_modal_load(1, i, value(), ierr); call tally
+    call zel_set_modal_load(3, i, value(), ierr); call tally
   end do
   call zel_set_loadcase_label(1, title, ierr); call tally
   call zel_set_loadcase_label(2, '   ', ierr); call tally
-  s(1:1) = next(1)
-  call zel_set_invar1(s(1), ierr); call tally
-  s(1:3) = next(3)
-  call zel_set_invar2(s(1:3), ierr); call tally
+  call zel_set_invar1(value(), ierr); call tally
+  call zel_set_invar2(next(3), ierr); call tally
   v3 = reshape(next(3 * m), shape(v3))
   call zel_set_invar3(v3, ierr); call tally
   call zel_set_invar4(v3, ierr); call tally
-  do i = 1, m
-    do k = 1, 3
-      v5(:, k, i) = next(m)
-    end do
-  end do
-  call zel_set_invar5(v5, ierr); call tally
-  ones = 1
-  call zel_set_invar6(ones, ierr); call tally
-  v = next(9)
-  call zel_set_invar7(v, ierr); call tally
-  do i = 1, m
-    v8(:, :, i) = reshape(next(9), [3, 3])
-  end do
-  call zel_set_invar8(v8, ierr); call tally
-  do i = 1, m
-    do j = 1, m
-      v9(:, :, j, i) = reshape(next(9), [3, 3])
-    end do
-  end do
-  call zel_set_invar9(v9, ierr); call tally
+  call zel_set_invar5(reshape(next(3 * m * m), [m, 3, m]), ierr); call tally
+  call zel_set_invar6(spread(1.0_c_double, 1, m), ierr); call tally
+  call zel_set_invar7(next(9), ierr); call tally
+  call zel_set_invar8(reshape(next(9 * m), [3, 3, m]), ierr); call tally
+  call zel_set_invar9(reshape(next(9 * m * m), [3, 3, m, m]), ierr); call tally
   call zel_set_generalized_mass(1, 1, 1.0_c_double, ierr); call tally
   s(1:4) = next(4)
-  v = next(9)
-  call zel_set_global_mass(s(1), s(2:4), v, ierr); call tally
+  call zel_set_global_mass(s(1), s(2:4), next(9), ierr); call tally
 
 contains
 
@@ -145,19 +119,12 @@ contains
     integer(c_int), intent(in) :: length
     real(c_double) :: values(length)
     integer(c_int) :: at
-    do at = 1, length
-      last = last + 0.125_c_double
-      values(at) = last
-    end do
+    values = [(last + at * 0.125_c_double, at = 1, length)]
+    last = last + length * 0.125_c_double
   end function
 
-  integer(c_int) function count_different(a, b)
-    real(c_double), intent(in) :: a(6), b(6)
-    integer(c_int) :: at
-    count_different = 0
-    do at = 1, 6
-      if (abs(a(at) - b(at)) > 0) count_different = count_different + 1
-    end do
+  real(c_double) function value()
+    value = sum(next(1))
   end function
 
 end subroutine

@@ -3,12 +3,7 @@ program free_program
   use, intrinsic :: iso_c_binding, only: c_int
   use zel, only: zel_terminate, zel_write_zel
   implicit none
-  interface
-    subroutine free_body(failures)
-      import :: c_int
-      integer(c_int), intent(out) :: failures
-    end subroutine
-  end interface
+  external :: free_body
   character(len=200) :: name
   integer(c_int) :: failures, ierr
   call get_command_argument(1, name)

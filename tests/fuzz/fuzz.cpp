@@ -3,19 +3,12 @@
 // An input may take 5 s of processor time, and memory of 64 MiB and 20 times its length at once.
 #include "fuzz.h"
 
-#include "zel.h"
+#include "fixtures.h"
 
-#include <sys/mman.h>
 #include <sys/time.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
-#include <csignal>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
 
 extern "C" size_t LLVMFuzzerMutate(uint8_t* bytes, size_t count, size_t room);
 
@@ -30,17 +23,12 @@ namespace fuzz
 constexpr int kSeconds = 5;
 constexpr int64_t kLeastMemory = 64 << 20, kMemoryOfByte = 20;
 
-namespace
-{
-struct Target
+static constexpr struct Target
 {
     const char* name;
     const char* kinds; // of its files, one letter each: z ZEL, t text; what is behind the last is text
     void (*run)(const Files& files);
-};
-} // namespace
-
-constexpr Target kTargets[] = {
+} kTargets[] = {
     {"read", "z", run_read},        {"check", "z", run_check},   {"compare", "zz", run_compare},
     {"write", "zt", run_write},     {"deck", "t", run_deck},     {"results", "ttt", run_results},
     {"stored", "tttt", run_stored}, {"meshes", "t", run_meshes}, {"matrices", "ttt", run_matrices},
@@ -74,47 +62,11 @@ static void begin_seconds(int seconds)
     setitimer(ITIMER_PROF, &time, nullptr);
 }
 
-Files split(const std::string& input)
-{
-    Files files;
-    for (size_t start = 0; start != std::string::npos;)
-    {
-        const size_t end = input.find(kNextFile, start);
-        files.push_back(input.substr(start, end - start));
-        start = end == std::string::npos ? end : end + std::strlen(kNextFile);
-    }
-    return files;
-}
-
-MemoryFile::MemoryFile(const std::string& bytes) : file_(memfd_create("input", 0))
-{
-    if (file_ < 0 || ::write(file_, bytes.data(), bytes.size()) != ssize_t(bytes.size()))
-        std::abort();
-}
-
-MemoryFile::~MemoryFile()
-{
-    close(file_);
-}
-
-std::string MemoryFile::path() const
-{
-    return "/proc/self/fd/" + std::to_string(file_);
-}
-
 const std::string& folder()
 {
-    static const struct Folder
-    {
-        std::string path = std::string(access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp") + "/zel-fuzz-XXXXXX";
-        Folder()
-        {
-            if (!mkdtemp(path.data()))
-                std::abort();
-        }
-        ~Folder() { std::filesystem::remove_all(path); }
-    } kFolder;
-    return kFolder.path;
+    static const Environment kPlace("TMPDIR", access("/dev/shm", W_OK) == 0 ? "/dev/shm" : "/tmp");
+    static const TemporaryFolder kFolder;
+    return kFolder.folder();
 }
 
 static bool is_zel(size_t file)

@@ -2,8 +2,14 @@
 #ifndef FUZZ_H
 #define FUZZ_H
 
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdlib>
 #include <random>
+#include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace fuzz
@@ -12,7 +18,14 @@ namespace fuzz
 // An input is one file, or several with kNextFile between them.
 constexpr char kNextFile[] = "\n#### next file ####\n";
 using Files = std::vector<std::string>;
-Files split(const std::string& input);
+inline Files split(std::string_view text, std::string_view between = kNextFile)
+{
+    Files parts;
+    for (size_t end; (end = text.find(between)) != text.npos; text.remove_prefix(end + between.size()))
+        parts.emplace_back(text.substr(0, end));
+    parts.emplace_back(text);
+    return parts;
+}
 inline std::string joined(const Files& files)
 {
     std::string input = files[0];
@@ -21,7 +34,7 @@ inline std::string joined(const Files& files)
     return input;
 }
 
-// Whatever a file brings about, these come back without a fault: errors that have a message are none.
+// Whatever a file brings about, these come back without a fault.
 void run_read(const Files& files);
 void run_check(const Files& files);
 void run_compare(const Files& files);
@@ -45,11 +58,15 @@ std::string spliced_text(const std::string& file, const std::string& other, std:
 class MemoryFile
 {
 public:
-    explicit MemoryFile(const std::string& bytes);
-    ~MemoryFile();
+    explicit MemoryFile(const std::string& bytes) : file_(memfd_create("input", 0))
+    {
+        if (file_ < 0 || ::write(file_, bytes.data(), bytes.size()) != ssize_t(bytes.size()))
+            std::abort();
+    }
+    ~MemoryFile() { close(file_); }
     MemoryFile(const MemoryFile&) = delete;
     MemoryFile& operator=(const MemoryFile&) = delete;
-    std::string path() const;
+    std::string path() const { return "/proc/self/fd/" + std::to_string(file_); }
 
 private:
     int file_;
@@ -60,6 +77,17 @@ const std::string& folder();
 
 // Ends the process as a finding.
 [[noreturn]] void found(const char* what);
+
+// An error that has a message is no fault.
+template <typename Work> void attempt(Work work)
+{
+    try
+    {
+        work();
+    }
+    catch (const std::runtime_error&)
+    {}
+}
 
 template <typename List> const auto& any(const List& list, std::mt19937& random)
 {

@@ -2,20 +2,15 @@
 #include "fuzz.h"
 
 #include <algorithm>
-#include <cctype>
-#include <string_view>
 #include <utility>
 
 namespace fuzz
 {
 
-namespace
-{
 struct Range
 {
     size_t start, count;
 };
-} // namespace
 
 static size_t below(size_t end, std::mt19937& random)
 {
@@ -36,145 +31,41 @@ static Range lines(const std::string& text, std::mt19937& random)
 // The token at a place or behind it: a number, or a word.
 static Range token(const std::string& text, std::mt19937& random)
 {
-    const auto is_part = [&](size_t at) {
-        return std::isalnum(uint8_t(text[at])) || std::string_view("+-._*").find(text[at]) != std::string_view::npos;
-    };
-    size_t start = below(text.size(), random);
-    while (start < text.size() && !is_part(start))
-        ++start;
-    while (start > 0 && start < text.size() && is_part(start - 1))
-        --start;
-    size_t end = start;
-    while (end < text.size() && is_part(end))
-        ++end;
-    return {start, end - start};
+    constexpr char kParts[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+-._*";
+    const size_t at = text.find_first_of(kParts, below(text.size(), random));
+    const size_t start = text.find_last_not_of(kParts, at) + 1; // of none: the end
+    return {start, std::min(text.find_first_not_of(kParts, start), text.size()) - start};
 }
 
 static std::string number(std::mt19937& random)
 {
-    constexpr const char* kNumbers[] = {"0",
-                                        "1",
-                                        "2",
-                                        "-1",
-                                        "3",
-                                        "7",
-                                        "8",
-                                        "20",
-                                        "99",
-                                        "4096",
-                                        "65536",
-                                        "-0",
-                                        "2147483647",
-                                        "2147483648",
-                                        "-2147483648",
-                                        "4294967297",
-                                        "9223372036854775807",
-                                        "18446744073709551616",
-                                        "1e9",
-                                        "0.5",
-                                        "1.",
-                                        ".",
-                                        "1e-320",
-                                        "1e308",
-                                        "-1e308",
-                                        "1e309",
-                                        "1.5d+3",
-                                        "1.5+3",
-                                        "nan",
-                                        "inf",
-                                        "0x10",
-                                        "+",
-                                        "1e",
-                                        "000000000000000000000001"};
+    static const Files kNumbers =
+        split("0 1 2 -1 3 7 8 20 99 4096 65536 -0 2147483647 2147483648 -2147483648 4294967297 "
+              "9223372036854775807 18446744073709551616 1e9 0.5 1. . 1e-320 1e308 -1e308 "
+              "1e309 1.5d+3 1.5+3 nan inf 0x10 + 1e 000000000000000000000001",
+              " ");
     return random() % 4 ? any(kNumbers, random) : std::to_string(int(random() % 64) - 4);
 }
 
 // A word of the formats, so that one can come into a file that has none of its kind.
 static std::string word(std::mt19937& random)
 {
-    constexpr const char* kWords[] = {"*NODE",
-                                      "*ELEMENT",
-                                      "TYPE=",
-                                      "C3D8",
-                                      "S4",
-                                      "B31",
-                                      "*INCLUDE, INPUT=",
-                                      "*NSET",
-                                      "GENERATE",
-                                      "*TRANSFORM",
-                                      "*EQUATION",
-                                      "*RIGID BODY",
-                                      "*BOUNDARY",
-                                      "*STEP",
-                                      "*FREQUENCY",
-                                      "*DLOAD",
-                                      "GRAV",
-                                      "GRID",
-                                      "CORD2R",
-                                      "INCLUDE",
-                                      "CTETRA",
-                                      "RBE2",
-                                      "DMIG",
-                                      "$Nodes",
-                                      "$Elements",
-                                      "$Entities",
-                                      "2.2 0 8",
-                                      "NBLOCK",
-                                      "EBLOCK",
-                                      "ET",
-                                      "CMBLOCK",
-                                      "%%MatrixMarket matrix coordinate real symmetric",
-                                      "general",
-                                      "array",
-                                      "integer",
-                                      "pattern",
-                                      "-1",
-                                      "-2",
-                                      "-3",
-                                      "no_ortho",
-                                      "lowpass(100)",
-                                      "highpass(1)",
-                                      "full_invar",
-                                      "fast_invar",
-                                      "lbrf2cm",
-                                      "strip_face",
-                                      "sketch(\"@\")",
-                                      "coarsen(20,5)",
-                                      "preserve_str",
-                                      "sparse_str",
-                                      "full_str",
-                                      "MKS",
-                                      "empty",
-                                      "single",
-                                      "no_xdr",
-                                      "82_comp",
-                                      "81_comp",
-                                      "mm",
-                                      "t",
-                                      "s",
-                                      "N",
-                                      "slinch",
-                                      "kip",
-                                      "Hz",
-                                      "gravity:",
-                                      "cylinder=",
-                                      "plane=",
-                                      "box=",
-                                      "ids=",
-                                      ":average",
-                                      ":dofs",
-                                      "@",
-                                      "q7",
-                                      "time",
-                                      "relative",
-                                      "floor"};
+    static const Files kWords = split("*NODE|*ELEMENT|TYPE=|C3D8|S4|B31|*INCLUDE, INPUT=|*NSET|GENERATE|"
+                                      "*TRANSFORM|*EQUATION|*RIGID BODY|*BOUNDARY|*STEP|*FREQUENCY|*DLOAD|GRAV|"
+                                      "GRID|CORD2R|INCLUDE|CTETRA|RBE2|DMIG|$Nodes|$Elements|$Entities|2.2 0 8|"
+                                      "NBLOCK|EBLOCK|ET|CMBLOCK|%%MatrixMarket matrix coordinate real symmetric|"
+                                      "general|array|integer|pattern|-1|-2|-3|no_ortho|lowpass(100)|highpass(1)|"
+                                      "full_invar|fast_invar|lbrf2cm|strip_face|sketch(\"@\")|coarsen(20,5)|"
+                                      "preserve_str|sparse_str|full_str|MKS|empty|single|no_xdr|82_comp|81_comp|"
+                                      "mm|t|s|N|slinch|kip|Hz|gravity:|cylinder=|plane=|box=|ids=|:average|:dofs|"
+                                      "@|q7|time|relative|floor",
+                                      "|");
     return any(kWords, random);
 }
 
 static void change(std::string& text, std::mt19937& random)
 {
-    constexpr char kSigns[] = {' ', ',', '\n', '\t', '=', '*', '$',  '-',  '+',
-                               '.', '(', ')',  '"',  ':', '/', '\r', '\0', '\xff'};
+    constexpr char kSigns[] = " ,\n\t=*$-+.()\":/\r\xff"; // and the NUL behind them
     const Range one = lines(text, random), part = token(text, random);
     const auto copied = [&](Range range) { return text.substr(range.start, range.count); };
     switch (random() % 12)

@@ -14,8 +14,6 @@
 #include "tools/zel/write_options.h"
 #include "zel.h"
 
-#include <unistd.h>
-
 #include <fstream>
 #include <numeric>
 
@@ -25,16 +23,6 @@ namespace fuzz
 using namespace zel_fem;
 
 static Progress silent;
-
-template <typename Work> static void attempt(Work work)
-{
-    try
-    {
-        work();
-    }
-    catch (const std::runtime_error&)
-    {}
-}
 
 // A body with all that can be asked for, or the other half of it, by the length of the input.
 static void reduce_to_body(Source& source, size_t choice)

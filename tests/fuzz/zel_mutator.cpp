@@ -5,14 +5,14 @@
 #include "../sample_file.h"
 
 #include <algorithm>
+#include <cfloat>
+#include <cmath>
 #include <cstring>
-#include <limits>
+#include <optional>
 
 namespace fuzz
 {
 
-namespace
-{
 enum class Kind
 {
     integer,
@@ -51,7 +51,23 @@ public:
     Items items;
 
 private:
-    bool take(Kind kind, int64_t count);
+    bool take(Kind kind, int64_t count)
+    {
+        const size_t width = kind == Kind::integer ? 4
+                             : kind == Kind::real  ? (format_.single ? 4 : 8)
+                             : format_.xdr         ? 4
+                                                   : 1;
+        good = good && count >= 0 && size_t(count) <= (bytes_.size() - at) / width;
+        for (; good && count > 0; --count, at += width)
+        {
+            const std::string item = bytes_.substr(at, width);
+            items.push_back({kind, width == 1           ? value_of<char>(item)
+                                   : width == 8         ? value_of<double>(item)
+                                   : kind == Kind::real ? value_of<float>(item)
+                                                        : value_of<int32_t>(item)});
+        }
+        return good;
+    }
     template <typename Value> double value_of(std::string item) const
     {
         if (format_.xdr)
@@ -73,51 +89,19 @@ struct Parsed
     std::map<int, int> flags;    // those that the blocks do not explain
     std::string rest;            // what is behind the last block, or damaged
 };
-} // namespace
 
-bool Scanner::take(Kind kind, int64_t count)
+static std::optional<FileFormat> format_of(const std::string& bytes)
 {
-    const size_t width = kind == Kind::integer ? 4
-                         : kind == Kind::real  ? (format_.single ? 4 : 8)
-                         : format_.xdr         ? 4
-                                               : 1;
-    good = good && count >= 0 && size_t(count) <= (bytes_.size() - at) / width;
-    for (; good && count > 0; --count, at += width)
-    {
-        const std::string item = bytes_.substr(at, width);
-        items.push_back({kind, width == 1           ? value_of<char>(item)
-                               : width == 8         ? value_of<double>(item)
-                               : kind == Kind::real ? value_of<float>(item)
-                                                    : value_of<int32_t>(item)});
-    }
-    return good;
-}
-
-static bool find_format(const std::string& bytes, FileFormat& format)
-{
-    const Scanner none(bytes, format);
-    for (const bool xdr : {false, true})
-    {
-        Scanner scanner(bytes, {60, xdr, false});
-        const int64_t code = scanner.integer(), version = code & 0xFF;
-        if (!scanner.good || code < 0 || code > 0x3FF)
-            continue;
-        format = version < 60 ? format_of_version(int(version))
-                              : FileFormat{int(version), (code & 0x100) != 0, (code & 0x200) != 0};
-        if (format.xdr == xdr)
-            return true;
-    }
-    return false;
+    static const std::vector<FileFormat> kFormats = all_formats();
+    for (const FileFormat& format : kFormats)
+        if (bytes.starts_with(FileBuilder(format).integer(format.code()).bytes))
+            return format;
+    return {};
 }
 
 static void scan_block(Scanner& in, int number, int version)
 {
     int64_t n = 0, k = 0;
-    const auto vectors = [&] {
-        n = in.integer(), k = in.integer();
-        in.integers(k);
-        in.repeat(n, [&] { in.integers(version != 10), in.reals(6 * k); });
-    };
     switch (number)
     {
     case 2: return in.characters(544);
@@ -134,7 +118,9 @@ static void scan_block(Scanner& in, int number, int version)
     case 7: n = in.integer(); return in.repeat(n, [&] { in.integers(1), in.reals(5); });
     case 8:
     case 18:
-    case 29: return vectors();
+    case 29:
+        n = in.integer(), k = in.integer(), in.integers(k);
+        return in.repeat(n, [&] { in.integers(version != 10), in.reals(6 * k); });
     case 10: n = in.integer(); return in.repeat(n, [&] { in.integers(1), in.characters(2), in.reals(1); });
     case 11: return in.characters(64);
     case 12:
@@ -165,8 +151,10 @@ static void scan_block(Scanner& in, int number, int version)
 static Parsed parsed(const std::string& bytes)
 {
     Parsed file;
-    if (!find_format(bytes, file.format))
+    const std::optional<FileFormat> format = format_of(bytes);
+    if (!format)
         return file;
+    file.format = *format;
     auto scan = [&, at = size_t(4)](auto scan_part) mutable {
         Scanner scanner(bytes, file.format);
         scanner.at = at;
@@ -249,21 +237,8 @@ static void change_records(Items& items, std::mt19937& random)
 
 static void change_reals(Items& items, std::mt19937& random)
 {
-    using Limits = std::numeric_limits<double>;
-    constexpr double kReals[] = {0,
-                                 -0.0,
-                                 1,
-                                 -1,
-                                 1e-30,
-                                 1e30,
-                                 1e-300,
-                                 1e300,
-                                 Limits::denorm_min(),
-                                 Limits::max(),
-                                 Limits::infinity(),
-                                 -Limits::infinity(),
-                                 Limits::quiet_NaN(),
-                                 1.2345e20};
+    constexpr double kReals[] = {0,     -0.0,   1,       -1,       1e-30,     1e30, 1e-300,
+                                 1e300, 5e-324, DBL_MAX, HUGE_VAL, -HUGE_VAL, NAN,  1.2345e20};
     const double value = any(kReals, random);
     const bool all = random() % 8 == 0;
     for (Item& item : items)

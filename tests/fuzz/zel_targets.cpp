@@ -8,33 +8,12 @@
 #include "checks/stress.h"
 #include "zel.h"
 
-#include <unistd.h>
-
-#include <cstring>
 #include <memory>
-#include <stdexcept>
 
 namespace fuzz
 {
 
-namespace
-{
-struct Unlink
-{
-    void operator()(ZELDATA* db) const { ZEL_UnLink(db); }
-};
-using Body = std::unique_ptr<ZELDATA, Unlink>;
-} // namespace
-
-template <typename Work> static void attempt(Work work)
-{
-    try
-    {
-        work();
-    }
-    catch (const std::runtime_error&)
-    {}
-}
+using Body = std::unique_ptr<ZELDATA, decltype([](ZELDATA* db) { ZEL_UnLink(db); })>;
 
 static Body opened(const MemoryFile& file)
 {
@@ -81,8 +60,7 @@ void run_compare(const Files& files)
 {
     const MemoryFile first(files[0]), second(files.back());
     const Body base = opened(first), fresh = opened(second);
-    constexpr int kMostModes = 100;
-    if (!is_quick(base, kMostModes) || !is_quick(fresh, kMostModes))
+    if (!is_quick(base, 100) || !is_quick(fresh, 100))
         return;
     const auto modes = zel_checks::modes_of(base.get()), others = zel_checks::modes_of(fresh.get());
     attempt([&] { zel_checks::compare_modes(base.get(), fresh.get()); });
@@ -100,9 +78,7 @@ void run_write(const Files& files)
     std::string options = files.size() > 1 ? files[1] : "";
     options.resize(std::min(options.find('\0'), options.size()));
     const size_t blank = std::min(options.find(' '), options.size());
-    Files units(1);
-    for (const char c : options.substr(0, blank))
-        c == ',' ? units.emplace_back() : units.back() += c;
+    const Files units = split(options.substr(0, blank), ",");
     options.erase(0, blank);
     for (size_t at = 0; (at = options.find('@', at)) != std::string::npos;)
         options.replace(at, 1, sketch.path());

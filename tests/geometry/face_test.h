@@ -60,10 +60,17 @@ protected:
     Faces faces() const
     {
         Faces all;
-        for (int at = 0; at < db->face_list_length; at += 1 + (db->face_list[at] & ZEL_FACE_VERTICES))
-            all.emplace_back(db->face_list + at + 1, db->face_list + at + 1 + (db->face_list[at] & ZEL_FACE_VERTICES));
+        for (const int* at = db->face_list; at < db->face_list + db->face_list_length; at += 1 + all.back().size())
+            all.emplace_back(at + 1, at + 1 + (*at & ZEL_FACE_VERTICES));
         EXPECT_EQ(int(all.size()), db->face_count);
         return all;
+    }
+    std::set<int> face_nodes() const
+    {
+        std::set<int> nodes;
+        for (const Face& face : faces())
+            nodes.insert(face.begin(), face.end());
+        return nodes;
     }
     // Whether every directed edge is used as often as its opposite, and no face visits a node twice.
     bool is_closed() const

@@ -48,12 +48,10 @@ TEST_F(FaceTools, StripRandomFacesLikeASortOfAll)
             const unsigned flags = random(4) == 0 ? unsigned(random(4)) : 0;
             add_face(face, flags);
             std::rotate(face.begin(), std::max_element(face.begin(), face.end()), face.end());
-            Record record = {{int(unsigned(face.size()) | flags << 30)}, face.back() < face[1], {}};
-            record.words = record.key;
-            record.words.insert(record.words.end(), face.begin(), face.end());
+            face.insert(face.begin(), int(unsigned(face.size()) | flags << 30));
+            Record record = {face, face.back() < face[2], face};
             if (!record.turned)
-                std::reverse(face.begin() + 1, face.end());
-            record.key.insert(record.key.end(), face.begin(), face.end());
+                std::reverse(record.key.begin() + 2, record.key.end());
             records.push_back(record);
         }
         std::stable_sort(records.begin(), records.end(),

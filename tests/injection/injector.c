@@ -4,6 +4,7 @@
 #include <errno.h>
 #include <execinfo.h>
 #include <fcntl.h>
+#include <inttypes.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
 #include <signal.h>
@@ -147,17 +148,11 @@ static void record(const struct Row* row, const greg_t* registers, long result)
     counts = 1;
 }
 
-static const struct Row* row_of(long number)
+static long system_call(const greg_t* registers, long number)
 {
     const struct Row* row = kRows;
     while (row->number != number)
         ++row;
-    return row;
-}
-
-static long system_call(const greg_t* registers, long number)
-{
-    const struct Row* row = row_of(number);
     const int file = (int)registers[REG_RDI];
     const long third = registers[REG_RDX];
     const int aside = (number == SYS_mmap && (int)registers[REG_R8] < 0) || (row->moves_bytes && file == STDERR_FILENO);
@@ -196,23 +191,15 @@ static void handle(int signal, siginfo_t* info, void* opaque)
 // The addresses of the C library's code.
 static int find_library(uint64_t* start, uint64_t* end)
 {
-    Dl_info library;
-    char line[512];
-    FILE* maps = dladdr(dlsym(RTLD_DEFAULT, "fsync"), &library) ? fopen("/proc/self/maps", "r") : NULL;
-    *start = *end = 0;
-    while (maps && fgets(line, sizeof line, maps))
-    {
-        unsigned long from, to;
-        char rights[8];
-        if (sscanf(line, "%lx-%lx %7s", &from, &to, rights) == 3 && rights[2] == 'x' && strstr(line, "/libc.so.6"))
-        {
-            *start = from;
-            *end = to;
-        }
-    }
+    char line[512], rights[8];
+    FILE* maps = fopen("/proc/self/maps", "r");
+    int found = 0;
+    while (maps && !found && fgets(line, sizeof line, maps))
+        found = sscanf(line, "%" SCNx64 "-%" SCNx64 " %7s", start, end, rights) == 3 && rights[2] == 'x' &&
+                strstr(line, "/libc.so.6");
     if (maps)
         fclose(maps);
-    return *end != 0 && *start >> 32 == *end >> 32;
+    return found && *start >> 32 == *end >> 32;
 }
 
 static int install_filter(uint64_t start, uint64_t end)
@@ -291,38 +278,15 @@ int injection_stacks(const struct InjectedStack** stacks)
     return shared->count;
 }
 
-static const char* name_of_library(void* address, uintptr_t* offset)
-{
-    Dl_info library;
-    if (!dladdr(address, &library) || !library.dli_fname)
-        return "?";
-    *offset = (uintptr_t)address - (uintptr_t)library.dli_fbase;
-    const char* slash = strrchr(library.dli_fname, '/');
-    return slash ? slash + 1 : library.dli_fname;
-}
-
-int injection_is_foreign(const struct InjectedStack* stack)
-{
-    static const char* const kForeign[] = {"libopenblas", "liblapack", "libblas",  "libdmumps",  "libmumps",
-                                           "libpord",     "libmpiseq", "libmetis", "libgfortran"};
-    for (int i = 0; i < stack->frame_count; ++i)
-    {
-        uintptr_t offset;
-        const char* name = name_of_library(stack->frames[i], &offset);
-        for (size_t k = 0; k < sizeof kForeign / sizeof *kForeign; ++k)
-            if (strncmp(name, kForeign[k], strlen(kForeign[k])) == 0)
-                return 1;
-    }
-    return 0;
-}
-
 void injection_describe(const struct InjectedStack* stack, int file)
 {
     for (int i = 0; i < stack->frame_count; ++i)
     {
-        uintptr_t offset = 0;
-        const char* name = name_of_library(stack->frames[i], &offset);
-        dprintf(file, " %s+0x%lx", name, (unsigned long)offset);
+        Dl_info library = {"?", stack->frames[i], NULL, NULL};
+        dladdr(stack->frames[i], &library);
+        const char* slash = strrchr(library.dli_fname, '/');
+        dprintf(file, " %s+0x%lx", slash ? slash + 1 : library.dli_fname,
+                (unsigned long)((uintptr_t)stack->frames[i] - (uintptr_t)library.dli_fbase));
     }
     dprintf(file, "\n");
 }

@@ -58,9 +58,6 @@ int64_t injection_calls(void);
 // Of INJECT_COUNT; the count of stacks. They lie in memory that child processes share.
 int injection_stacks(const struct InjectedStack** stacks);
 
-// Whether a library that may end the process when memory fails stands between the call and the program.
-int injection_is_foreign(const struct InjectedStack* stack);
-
 // "library+offset" of each frame, in a line.
 void injection_describe(const struct InjectedStack* stack, int file);
 

@@ -20,7 +20,6 @@
 #include <sys/wait.h>
 
 #include <chrono>
-#include <cstdarg>
 #include <filesystem>
 
 // The date of headers stands still.
@@ -31,6 +30,7 @@ extern "C" time_t time(time_t* now)
 
 using Parts = std::vector<std::string>;
 using Files = std::map<std::string, std::string>;
+using Outcome = std::tuple<long, std::vector<double>, std::string>; // of a call: result, numbers that it gives, report
 
 static Files files_of(const TemporaryFolder& folder)
 {
@@ -58,15 +58,13 @@ static Parts parts_of(const Stage& stage, const Scenario& scenario)
     return parts;
 }
 
-// What an undisturbed run finds: before each call, and at the end, the databases and files; of each call the result.
+// What an undisturbed run finds: before each call, and at the end, the databases and files; of each call the outcome.
 struct Reference
 {
     std::vector<Parts> parts;
     std::vector<Files> files;
     std::vector<std::vector<Parts>> milestones;
-    std::vector<long> results;
-    std::vector<std::vector<double>> found;
-    std::vector<std::string> reports;
+    std::vector<Outcome> outcomes;
     // At the end, and at the end of runs in which some steps of a write were done before.
     std::vector<Parts> last_parts;
     std::vector<Files> last_files;
@@ -113,7 +111,7 @@ static void tear_down(Stage& stage)
     std::fclose(stage.report);
 }
 
-static long act(Stage& stage, const Call& call)
+static Outcome act(Stage& stage, const Call& call, const TemporaryFolder& folder)
 {
     stage.used = 0;
     std::rewind(stage.report);
@@ -123,12 +121,8 @@ static long act(Stage& stage, const Call& call)
     injection_pause(0);
     const long result = call.act(stage);
     injection_pause(1);
-    return result;
-}
-
-static std::vector<double> found_by(const Stage& stage)
-{
-    return {stage.found.begin(), stage.found.begin() + long(std::min<size_t>(stage.used, 1000))};
+    const auto first = stage.found.begin();
+    return {result, {first, first + long(std::min<size_t>(stage.used, 1000))}, bytes_of(folder.path("report"))};
 }
 
 static Reference undisturbed(const Scenario& scenario, const TemporaryFolder& folder, size_t repeated = SIZE_MAX,
@@ -139,14 +133,12 @@ static Reference undisturbed(const Scenario& scenario, const TemporaryFolder& fo
     set_up(stage, folder);
     for (const Call& call : scenario.calls)
     {
-        if (repeated == reference.results.size())
-            options ? void(write(stage, options)) : void(act(stage, call));
+        if (repeated == reference.outcomes.size())
+            options ? void(write(stage, options)) : void(act(stage, call, folder));
         reference.parts.push_back(parts_of(stage, scenario));
         reference.files.push_back(files_of(folder));
-        reference.results.push_back(act(stage, call));
-        reference.found.push_back(found_by(stage));
-        reference.reports.push_back(bytes_of(folder.path("report")));
-        if (reference.results.back() == call.failure)
+        reference.outcomes.push_back(act(stage, call, folder));
+        if (std::get<long>(reference.outcomes.back()) == call.failure)
         {
             std::fprintf(stderr, "%s fails by itself: %s\n", call.name, last_message);
             std::exit(1);
@@ -168,16 +160,8 @@ static Reference undisturbed(const Scenario& scenario, const TemporaryFolder& fo
             const Reference again = undisturbed(scenario, folder, i, done);
             reference.last_parts.push_back(again.parts.back());
             reference.last_files.push_back(again.files.back());
-        }
-        for (const char* done : scenario.calls[i].milestones)
-        {
-            Stage aside;
-            set_up(aside, folder);
-            for (size_t k = 0; k < i; ++k)
-                act(aside, scenario.calls[k]);
-            write(aside, done);
-            reference.milestones.back().push_back(parts_of(aside, scenario));
-            tear_down(aside);
+            if (done)
+                reference.milestones.back().push_back(again.parts[i]);
         }
     }
     return reference;
@@ -189,7 +173,8 @@ static std::string wrong(const Stage& stage, const Case& what, const Reference& 
 {
     const Call& call = what.scenario->calls[i];
     if (result != call.failure)
-        return result == reference.results[i] ? "success with other values" : "returns " + std::to_string(result);
+        return result == std::get<long>(reference.outcomes[i]) ? "success with other values"
+                                                               : "returns " + std::to_string(result);
     if (!stage.spoke && !call.silent)
         return "no message";
     const Files files = files_of(folder);
@@ -203,16 +188,16 @@ static std::string wrong(const Stage& stage, const Case& what, const Reference& 
     return parts.size() == reference.parts[i].size() ? "" : "a database is there";
 }
 
-template <typename Found> static bool is_one_of(const Found& found, const std::vector<Found>& known, size_t count)
+static long open_descriptors()
 {
-    return std::find(known.begin(), known.begin() + long(count), found) != known.begin() + long(count);
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
 // Runs a case in this process. What is wrong.
 static std::string run_here(const Case& what, const Reference& reference, const TemporaryFolder& folder)
 {
     Stage stage;
-    const size_t files_before = size_t(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
+    const long files_before = open_descriptors();
     set_up(stage, folder);
     injection_begin(what.way, what.stack.call);
     injection_pause(1);
@@ -220,36 +205,31 @@ static std::string run_here(const Case& what, const Reference& reference, const 
     for (size_t i = 0; i < what.scenario->calls.size(); ++i)
     {
         const Call& call = what.scenario->calls[i];
-        long result = act(stage, call);
-        const auto as_known = [&] {
-            return result == reference.results[i] && found_by(stage) == reference.found[i] &&
-                   bytes_of(folder.path("report")) == reference.reports[i];
-        };
-        if (as_known())
+        const Outcome outcome = act(stage, call, folder);
+        if (outcome == reference.outcomes[i])
             continue;
         happened = happened || injection_happened();
         injection_begin(INJECT_NOTHING, 0);
         has_failed = true;
+        const long result = std::get<long>(outcome);
         std::string problem = happened ? wrong(stage, what, reference, i, result, folder) : "fails for no reason";
-        if (problem.empty())
-        {
-            result = act(stage, call);
-            if (!as_known())
-                problem = "fails when it is called again, or gives something else";
-        }
+        if (problem.empty() && act(stage, call, folder) != reference.outcomes[i])
+            problem = "fails when it is called again, or gives something else";
         if (!problem.empty())
             return call.name + (": " + problem) + (stage.spoke ? std::string(" (") + last_message + ")" : "");
     }
     happened = happened || injection_happened();
     injection_begin(INJECT_NOTHING, 0);
     std::string problem;
-    const size_t known = has_failed ? reference.last_parts.size() : 1;
-    if (!is_one_of(parts_of(stage, *what.scenario), reference.last_parts, known))
+    const auto is_one_of = [&](const auto& found, const auto& known) {
+        return std::count(known.begin(), has_failed ? known.end() : known.begin() + 1, found) != 0;
+    };
+    if (!is_one_of(parts_of(stage, *what.scenario), reference.last_parts))
         problem = "another database at the end";
-    if (!is_one_of(files_of(folder), reference.last_files, known))
+    if (!is_one_of(files_of(folder), reference.last_files))
         problem = "other files at the end";
     tear_down(stage);
-    if (size_t(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {})) != files_before)
+    if (open_descriptors() != files_before)
         problem = "a descriptor is left open";
     return problem.empty() || happened ? problem : problem + ", without a fault";
 }
@@ -263,28 +243,26 @@ static std::string run_without_leaks(const Case& what, const Reference& referenc
     return may_leak && __lsan_do_recoverable_leak_check() ? "a leak" : problem;
 }
 
-struct Told
+// Runs something in a process of its own. How it ended, or what it returns.
+template <typename Action> static std::string run_apart(Action action)
 {
-    char text[100000];
-};
-
-// Runs something in a process of its own, which tells `told`. How it ended.
-template <typename Action> static std::string run_apart(Told* told, Action action)
-{
-    told->text[0] = '\0';
+    constexpr size_t kRoom = 100000;
+    static char* const told =
+        static_cast<char*>(mmap(nullptr, kRoom, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+    told[0] = '\0';
     std::fflush(nullptr);
     const pid_t child = fork();
     if (child == 0)
     {
         alarm(60);
-        std::snprintf(told->text, sizeof told->text, "%s", action().c_str());
+        std::snprintf(told, kRoom, "%s", action().c_str());
         _exit(0);
     }
     int status = 0;
     waitpid(child, &status, 0);
     if (WIFSIGNALED(status))
         return "signal " + std::to_string(WTERMSIG(status));
-    return WEXITSTATUS(status) ? "status " + std::to_string(WEXITSTATUS(status)) : told->text;
+    return WEXITSTATUS(status) ? "status " + std::to_string(WEXITSTATUS(status)) : told;
 }
 
 static std::string place_of(const InjectedStack& stack)
@@ -301,16 +279,16 @@ static std::string place_of(const InjectedStack& stack)
     return text;
 }
 
-static std::vector<Case> cases_of(const Scenario& scenario, std::set<std::vector<void*>>& seen, Told* told,
+static std::vector<Case> cases_of(const Scenario& scenario, std::set<std::vector<void*>>& seen,
                                   const TemporaryFolder& folder)
 {
-    const std::string ended = run_apart(told, [&] {
+    const std::string ended = run_apart([&] {
         Stage stage;
         set_up(stage, folder);
         injection_begin(INJECT_COUNT, 0);
         injection_pause(1);
         for (const Call& call : scenario.calls)
-            act(stage, call);
+            act(stage, call, folder);
         injection_begin(INJECT_NOTHING, 0);
         return std::string();
     });
@@ -341,19 +319,15 @@ static std::vector<Case> cases_of(const Scenario& scenario, std::set<std::vector
 
 int main(int argc, char** argv)
 {
-    size_t most = SIZE_MAX;
-    unsigned seed = 1;
-    double minutes = 1e9;
+    std::map<std::string, double> settings = {{"--cases", 1e9}, {"--seed", 1}, {"--minutes", 1e9}};
     std::set<std::string> names;
     for (int i = 1; i < argc; ++i)
-        if (const std::string word = argv[i]; i + 1 < argc && word == "--cases")
-            most = std::stoul(argv[++i]);
-        else if (i + 1 < argc && word == "--seed")
-            seed = unsigned(std::stoul(argv[++i]));
-        else if (i + 1 < argc && word == "--minutes")
-            minutes = std::stod(argv[++i]);
+        if (const auto setting = settings.find(argv[i]); setting != settings.end() && i + 1 < argc)
+            setting->second = std::stod(argv[++i]);
         else
-            names.insert(word);
+            names.insert(argv[i]);
+    const double minutes = settings["--minutes"];
+    const auto most = size_t(settings["--cases"]);
     setenv("TZ", "UTC0", 1);
     FILE* out = fdopen(dup(STDOUT_FILENO), "w");
     setvbuf(out, nullptr, _IOLBF, 1 << 12);
@@ -361,8 +335,6 @@ int main(int argc, char** argv)
         return 1;
     const TemporaryFolder folder;
     const Environment temporary("TMP", folder.path("tmp").c_str());
-    Told* told =
-        static_cast<Told*>(mmap(nullptr, sizeof(Told), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
     write_bytes(folder.path("in.zel"), sample_file({60, true, false}).bytes());
     write_bytes(folder.path("copy.zel"), sample_file({60, false, false}).bytes());
     write_bytes(folder.path("faces"), "2  3 10 20 30  4 20 40 60 50");
@@ -383,11 +355,11 @@ int main(int argc, char** argv)
         if (!names.empty() && !names.count(scenario.name))
             continue;
         references[&scenario] = undisturbed(scenario, folder);
-        const std::vector<Case> more = cases_of(scenario, seen, told, folder);
+        const std::vector<Case> more = cases_of(scenario, seen, folder);
         cases.insert(cases.end(), more.begin(), more.end());
     }
     if (most < cases.size() || minutes < 1e9)
-        std::shuffle(cases.begin(), cases.end(), std::mt19937(seed));
+        std::shuffle(cases.begin(), cases.end(), std::mt19937(unsigned(settings["--seed"])));
     cases.resize(std::min(most, cases.size()));
     const auto end = std::chrono::steady_clock::now() + std::chrono::duration<double>(60.0 * minutes);
     size_t done = 0, bad = 0;
@@ -396,8 +368,8 @@ int main(int argc, char** argv)
         if (std::chrono::steady_clock::now() > end)
             break;
         ++done;
-        const std::string problem =
-            run_apart(told, [&] { return run_without_leaks(what, references[what.scenario], folder); });
+        const auto run = [&] { return run_without_leaks(what, references[what.scenario], folder); };
+        const std::string problem = run_apart(run);
         if (problem.empty())
             continue;
         ++bad;

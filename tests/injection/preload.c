@@ -1,6 +1,6 @@
 // The injector for a program as it is installed: a library for LD_PRELOAD, told by the environment what to do.
-//   ZEL_INJECT="count 0 LOG" writes a line for every distinct stack into LOG: the call, its kind, whether it lies in a library
-//   that may end the process, and the stack. ZEL_INJECT="once 17", "on 17", "short 17", "eintr 17", "eagain 17" and "kill 17" treat call 17.
+//   ZEL_INJECT="count 0 LOG" writes a line for every distinct stack into LOG: the call, its kind and the stack.
+//   ZEL_INJECT="once 17", "on 17", "short 17", "eintr 17", "eagain 17" and "kill 17" treat call 17.
 //   ZEL_INJECT="record 0 LOG" writes a line for every call that changes files or names. Without the variable only time stands still.
 #include "injector.h"
 
@@ -39,7 +39,7 @@ static void write_log(void)
     dprintf(file, "%ld calls\n", (long)calls);
     for (int i = 0; i < count; ++i)
     {
-        dprintf(file, "%ld %s %d", (long)stacks[i].call, stacks[i].kind, injection_is_foreign(&stacks[i]));
+        dprintf(file, "%ld %s", (long)stacks[i].call, stacks[i].kind);
         injection_describe(&stacks[i], file);
     }
     close(file);

@@ -44,8 +44,7 @@ struct Call
     Act act;
     long failure = 0;
     bool silent = false;
-    std::vector<const char*> milestones =
-        {}; // options of writes that end, or are refused, where a step of this one does
+    std::vector<const char*> milestones = {}; // options of writes that end, or are refused, at a step of this one
 };
 
 struct Scenario

@@ -1,31 +1,21 @@
 // What the library tells of the running system: its name, local time and processor time.
 #include "fixtures.h"
 
-#include <cctype>
 #include <ctime>
+#include <regex>
 #include <sys/utsname.h>
 
-static std::string system_text(int kind)
+static std::string text_of(int (*tell)(int, char*), int kind)
 {
     char text[256] = "";
-    EXPECT_EQ(ZEL_uname(kind, text), 0);
-    return text;
-}
-
-static std::string time_text(int kind)
-{
-    char text[64] = "";
-    EXPECT_EQ(ZEL_localtime_ISO8601(kind, text), 0);
+    EXPECT_EQ(tell(kind, text), 0);
     return text;
 }
 
 // A text with every digit as 9.
-static std::string shape_of(std::string text)
+static std::string shape_of(const std::string& text)
 {
-    for (char& c : text)
-        if (std::isdigit(static_cast<unsigned char>(c)))
-            c = '9';
-    return text;
+    return std::regex_replace(text, std::regex("[0-9]"), "9");
 }
 
 TEST(System, IsNamedWithItsVersion)
@@ -34,14 +24,14 @@ TEST(System, IsNamedWithItsVersion)
     ASSERT_EQ(uname(&system), 0);
     const std::string name = std::string(system.sysname) + "_";
     for (int kind : {1, 11, 0, -5, 99})
-        EXPECT_EQ(system_text(kind), name);
+        EXPECT_EQ(text_of(ZEL_uname, kind), name);
     int major = -1, minor = -1, build = -1;
-    ASSERT_EQ(std::sscanf(system_text(3).c_str(), (name + " %d_%d %d").c_str(), &major, &minor, &build), 3);
+    ASSERT_EQ(std::sscanf(text_of(ZEL_uname, 3).c_str(), (name + " %d_%d %d").c_str(), &major, &minor, &build), 3);
     const std::string version = std::to_string(major) + "_" + std::to_string(minor);
     EXPECT_EQ(std::string(system.release).rfind(std::to_string(major) + "." + std::to_string(minor), 0), 0u);
-    EXPECT_EQ(system_text(2), name + " " + version);
-    EXPECT_EQ(system_text(12), name + "_" + version);
-    EXPECT_EQ(system_text(13), name + "_" + version + "_" + std::to_string(build));
+    EXPECT_EQ(text_of(ZEL_uname, 2), name + " " + version);
+    EXPECT_EQ(text_of(ZEL_uname, 12), name + "_" + version);
+    EXPECT_EQ(text_of(ZEL_uname, 13), name + "_" + version + "_" + std::to_string(build));
     EXPECT_EQ(ZEL_uname(1, nullptr), 0);
 }
 
@@ -54,15 +44,15 @@ TEST(LocalTime, CarriesItsOffsetFromUniversalTime)
                                               {"CCC0:30", "+0030", "-1800"}})
     {
         Environment local("TZ", zone);
-        const std::string both = time_text(11), seconds = "tz_value(" + shift + ")";
+        const std::string both = text_of(ZEL_localtime_ISO8601, 11), seconds = "tz_value(" + shift + ")";
         EXPECT_EQ(shape_of(both), "9999-99-99 99:99 " + shape_of(offset));
         EXPECT_TRUE(both.ends_with(offset)) << both;
-        const std::string printed = output_of([] { time_text(-2); });
+        const std::string printed = output_of([] { text_of(ZEL_localtime_ISO8601, -2); });
         EXPECT_EQ(shape_of(printed), shape_of("%utl_23-v-val, GMT = 0000-00-00 00:00, " + seconds +
                                               "\n%utl_23-v-val, Loc = 0000-00-00 00:00 " + offset + "\n"));
         EXPECT_TRUE(printed.find(seconds) != printed.npos && printed.ends_with(" " + offset + "\n")) << printed;
-        EXPECT_EQ(time_text(1).size(), 10u);
-        EXPECT_EQ(time_text(2).size(), 11u);
+        EXPECT_EQ(text_of(ZEL_localtime_ISO8601, 1).size(), 10u);
+        EXPECT_EQ(text_of(ZEL_localtime_ISO8601, 2).size(), 11u);
     }
     EXPECT_EQ(ZEL_localtime_ISO8601(1, nullptr), 0);
 }

@@ -12,13 +12,14 @@ namespace
 class Fortran : public FileTest
 {
 protected:
-    int ierr = -1;
-
-    void create(int nodes, int modes)
+    // What an entry point makes of its last argument; what it prints is in `errors`.
+    template <typename... F, typename... A> int call(void (*entry)(F...), A... arguments)
     {
-        ZEL_CREATE(&nodes, &modes, &ierr);
-        ASSERT_EQ(ierr, 0);
+        int ierr = -1;
+        errors = errors_of([&] { entry(arguments..., &ierr); });
+        return ierr;
     }
+    void create(int nodes, int modes) { ASSERT_EQ(call(ZEL_CREATE, &nodes, &modes), 0); }
     static ZELDATA* current() { return zel::current_database; }
 };
 
@@ -43,10 +44,7 @@ ZELDATA* body_in_c()
         ZEL_SetNodalMass(db, node, next(1)[0]);
     }
     for (int node : {11, 12})
-    {
-        const auto v = next(6);
-        ZEL_SetNodalInertia(db, node, v[0], v[1], v[2], v[3], v[4], v[5]);
-    }
+        ZEL_SetNodalInertias(db, 1, &node, next(6).data());
     ZEL_SetNodalInertiaEntry(db, 13, 1, 3, next(1)[0]);
     const auto m = next(9);
     ZEL_SetNodalInertia(db, 14, m[0], m[4], m[8], m[1], m[2], m[5]);
@@ -116,7 +114,7 @@ std::string without_date(const std::string& file)
 TEST_F(Fortran, ProgramsWriteTheBytesThatTheCInterfaceWrites)
 {
     const std::string in_c = folder.path("c.zel"), ansys = folder.path("ansys.zel"), by_name = folder.path("by name");
-    output_of([&] { errors_of([&] { EXPECT_EQ(ZEL_write_ZEL(body_in_c(), in_c.c_str()), 1); }); });
+    quietly([&] { EXPECT_EQ(ZEL_write_ZEL(body_in_c(), in_c.c_str()), 1); });
     for (const char* program : {FIXED_PROGRAM, FREE_PROGRAM})
     {
         const std::string file = folder.path("fortran.zel");
@@ -126,37 +124,35 @@ TEST_F(Fortran, ProgramsWriteTheBytesThatTheCInterfaceWrites)
 
     // The names in upper case strip padding from the one name and not from the other.
     const std::string padded = by_name + std::string(2000, ' '), odd = ansys + " ";
-    const int one = 1, two = 2;
-    const auto write_all = [&] {
-        zel::current_database = body_in_c();
-        ZEL_WRITE_ZEL(padded.c_str(), int(by_name.size()) + 60, &ierr);
-        EXPECT_EQ(ierr, 0);
-        zel::current_database = body_in_c();
-        ZEL_WRITE_ANSYS_ZEL(odd.c_str(), int(odd.size()), &one, &two, &ierr);
-        EXPECT_EQ(ierr, 0);
-        zel::current_database = body_in_c();
-        ZEL_WRITE_WITH_OPTIONS(padded.c_str(), int(by_name.size()) + 1, "no_xdr  ", 8, &ierr);
-        EXPECT_EQ(ierr, 0);
-        EXPECT_EQ(bytes_of(by_name)[0], 60); // native, in one byte order and the other
-        zel::current_database = body_in_c();
-        ZEL_WRITE_WITH_OPTIONS(by_name.c_str(), int(by_name.size()), "", 0, &ierr);
+    const int one = 1, two = 2, length = int(by_name.size());
+    const auto written = [&](auto... arguments) {
+        int result = -1;
+        output_of([&] {
+            errors_of([] { zel::current_database = body_in_c(); });
+            result = call(arguments...);
+        });
+        return result;
+    };
+    EXPECT_EQ(written(ZEL_WRITE_ZEL, padded.c_str(), length + 60), 0);
+    EXPECT_EQ(written(ZEL_WRITE_ANSYS_ZEL, odd.c_str(), int(odd.size()), &one, &two), 0);
+    EXPECT_EQ(written(ZEL_WRITE_WITH_OPTIONS, padded.c_str(), length + 1, "no_xdr  ", 8), 0);
+    EXPECT_EQ(bytes_of(by_name)[0], 60); // native, in one byte order and the other
+    EXPECT_EQ(written(ZEL_WRITE_WITH_OPTIONS, by_name.c_str(), length, "", 0), 0);
+    quietly([&] {
         ZELDATA* body = body_in_c();
         EXPECT_EQ(ZEL_AnsysAddGenMass(body, 1, 2), 1);
         EXPECT_EQ(ZEL_write_ZEL(body, ansys.c_str()), 1);
-    };
-    output_of([&] { errors_of(write_all); });
+    });
     EXPECT_TRUE(without_date(by_name) == without_date(in_c));
     EXPECT_TRUE(without_date(ansys) == without_date(odd));
     EXPECT_FALSE(without_date(ansys) == without_date(in_c)) << "the coupling masses are in it";
-    errors_of([&] { ZEL_WRITE_ZEL("/no/such/folder/file", 20, &ierr); });
-    EXPECT_EQ(ierr, 1);
+    EXPECT_EQ(call(ZEL_WRITE_ZEL, "/no/such/folder/file", 20), 1);
 }
 
 TEST_F(Fortran, ProgramsCallTheEigenSolver)
 {
     double lambda[2];
-    fixed_eigen_(lambda, &ierr);
-    EXPECT_EQ(ierr, 0);
+    EXPECT_EQ(call(fixed_eigen_, lambda), 0);
     std::sort(lambda, lambda + 2);
     EXPECT_NEAR(lambda[0], 1, 1e-14);
     EXPECT_NEAR(lambda[1], 3, 1e-14);
@@ -195,20 +191,17 @@ TEST_F(Fortran, SpaceFrameVibratesAsTheoryHasIt)
 
 TEST_F(Fortran, NeedsACurrentDatabase)
 {
-    const std::string message = "ERROR:  No ZELDATA object.  Call ZEL_CREATE first\n";
     ZEL_Create(1, 1); // is not the current one
     const int one = 1;
-    const double value = 1;
-    double vector[81] = {};
-    const auto refused = [&](auto call) {
-        ierr = -1;
-        EXPECT_EQ(errors_of(call), message);
-        EXPECT_EQ(ierr, 1);
-    };
-    refused([&] { ZEL_SET_NODAL_MASS(&one, &value, &ierr); });
-    refused([&] { ZEL_SET_INVAR9(vector, &ierr); });
+    const double value = 1, vector[81] = {};
     int count = 7;
-    refused([&] { ZEL_GET_MODE_COUNT(&count, &ierr); });
+    const auto expect_refused = [&](auto... arguments) {
+        EXPECT_EQ(call(arguments...), 1);
+        EXPECT_EQ(errors, "ERROR:  No ZELDATA object.  Call ZEL_CREATE first\n");
+    };
+    expect_refused(ZEL_SET_NODAL_MASS, &one, &value);
+    expect_refused(ZEL_SET_INVAR9, vector);
+    expect_refused(ZEL_GET_MODE_COUNT, &count);
     EXPECT_EQ(count, 7);
 }
 
@@ -225,12 +218,11 @@ TEST_F(Fortran, CurrentDatabaseComesAndGoes)
     ZEL_UnLink(current());
     EXPECT_EQ(current(), nullptr) << "also when it is freed from C";
     create(1, 1);
-    ZEL_TERMINATE(&ierr);
-    EXPECT_EQ(ierr, 0);
-    EXPECT_EQ(current(), nullptr);
-    ierr = -1;
-    ZEL_TERMINATE(&ierr);
-    EXPECT_EQ(ierr, 0) << "nothing to free";
+    for (const char* freed : {"a database", "nothing"})
+    {
+        EXPECT_EQ(call(ZEL_TERMINATE), 0) << freed;
+        EXPECT_EQ(current(), nullptr) << freed;
+    }
 }
 
 TEST_F(Fortran, ReadsAFileUnderItsExactName)
@@ -239,37 +231,30 @@ TEST_F(Fortran, ReadsAFileUnderItsExactName)
     ZEL_Terminate();
     create(1, 1);
     ZELDATA* const before = current();
-    ZEL_CREATE_FROM_ZEL(padded.c_str(), int(path.size()), &ierr);
-    EXPECT_EQ(ierr, 0);
+    EXPECT_EQ(call(ZEL_CREATE_FROM_ZEL, padded.c_str(), int(path.size())), 0);
     int modes = 0;
-    ZEL_GET_MODE_COUNT(&modes, &ierr);
+    EXPECT_EQ(call(ZEL_GET_MODE_COUNT, &modes), 0);
     EXPECT_EQ(modes, sample::modes);
     EXPECT_TRUE(CheckZEL(before)) << "the one before stays in the list";
-    ZEL_CREATE_FROM_ZEL(padded.c_str(), int(padded.size()), &ierr);
-    EXPECT_EQ(ierr, 1) << "blanks are part of the name";
+    EXPECT_EQ(call(ZEL_CREATE_FROM_ZEL, padded.c_str(), int(padded.size())), 1) << "blanks are part of the name";
     EXPECT_EQ(current(), nullptr);
-    ZEL_CREATE_FROM_ZEL(path.c_str(), -1, &ierr);
-    EXPECT_EQ(ierr, 1);
+    EXPECT_EQ(call(ZEL_CREATE_FROM_ZEL, path.c_str(), -1), 1);
 }
 
 TEST_F(Fortran, FacesOfAnOddNumberOfVerticesCountAsDone)
 {
     create(9, 1);
-    const int ids[9] = {1, 2, 3, 4, 5, 6, 7, 8, 9}, same[2] = {1, 1};
-    for (int vertices : {9, 1, 0, -3})
+    const int ids[9] = {1, 2, 3, 4, 5, 6, 7, 8, 9}, same[2] = {1, 1}, two = 2, eight = 8;
+    for (const int vertices : {9, 1, 0, -3})
     {
-        ierr = -1;
-        EXPECT_EQ(errors_of([&] { ZEL_SET_FACE(&vertices, ids, &ierr); }),
-                  "ERROR:  Unable to create a face with " + std::to_string(vertices) + " vertices\n");
-        EXPECT_EQ(ierr, 0);
+        EXPECT_EQ(call(ZEL_SET_FACE, &vertices, ids), 0);
+        EXPECT_EQ(errors, "ERROR:  Unable to create a face with " + std::to_string(vertices) + " vertices\n");
     }
-    const int two = 2, eight = 8;
-    EXPECT_NE(errors_of([&] { ZEL_SET_FACE(&two, same, &ierr); }), "");
-    EXPECT_EQ(ierr, 1) << "a face of one node fails";
-    EXPECT_NE(errors_of([&] { ZEL_SET_FACE_2(&same[0], &same[1], &ierr); }), "");
-    EXPECT_EQ(ierr, 1);
-    ZEL_SET_FACE(&eight, ids, &ierr);
-    EXPECT_EQ(ierr, 0);
+    EXPECT_EQ(call(ZEL_SET_FACE, &two, same), 1) << "a face of one node fails";
+    EXPECT_NE(errors, "");
+    EXPECT_EQ(call(ZEL_SET_FACE_2, &same[0], &same[1]), 1);
+    EXPECT_NE(errors, "");
+    EXPECT_EQ(call(ZEL_SET_FACE, &eight, ids), 0);
     int faces = 0, length = 0;
     ZEL_FaceListSize(current(), &faces, &length);
     EXPECT_EQ(faces, 1);
@@ -281,9 +266,8 @@ TEST_F(Fortran, AnUnsymmetricInertiaIsUsedByItsUpperTriangle)
     create(1, 1);
     const double matrix[9] = {1, 4, 5, -4, 2, 6, 5, -6, 3};
     const int node = 3;
-    EXPECT_EQ(errors_of([&] { ZEL_SET_NODAL_INERTIA_MAT(&node, matrix, &ierr); }),
-              "WARNING:  Unsymmetric Inertia Tensor supplied to ZEL_SET_NODAL_INERTIA_MAT\n");
-    EXPECT_EQ(ierr, 0);
+    EXPECT_EQ(call(ZEL_SET_NODAL_INERTIA_MAT, &node, matrix), 0);
+    EXPECT_EQ(errors, "WARNING:  Unsymmetric Inertia Tensor supplied to ZEL_SET_NODAL_INERTIA_MAT\n");
     double stored[9];
     EXPECT_EQ(ZEL_NodalInertia(current(), 0, stored), 1);
     EXPECT_EQ(std::vector<double>(stored, stored + 9), (std::vector<double>{1, 4, 5, 4, 2, 6, 5, 6, 3}));
@@ -292,31 +276,26 @@ TEST_F(Fortran, AnUnsymmetricInertiaIsUsedByItsUpperTriangle)
 TEST_F(Fortran, CountsFromOneAndStripsPadding)
 {
     create(1, 1);
-    const int one = 1;
+    const int one = 1, two = 2;
     const double value = 2;
-    for (int dof : {0, 7, -1})
+    for (const int dof : {0, 7, -1})
+        EXPECT_EQ(call(ZEL_SET_MODE_SHAPE_ENTRY, &one, &one, &dof, &value), 1);
+    for (const int load_case : {0, INT32_MIN})
     {
-        ZEL_SET_MODE_SHAPE_ENTRY(&one, &one, &dof, &value, &ierr);
-        EXPECT_EQ(ierr, 1);
+        EXPECT_EQ(call(ZEL_SET_MODAL_LOAD, &load_case, &one, &value), 1);
+        EXPECT_NE(errors, "");
     }
-    for (int load_case : {0, INT32_MIN})
+    const std::string blanks(500, ' ');
+    for (const std::string text : {"second", ""}) // without a text it is the number
     {
-        EXPECT_NE(errors_of([&] { ZEL_SET_MODAL_LOAD(&load_case, &one, &value, &ierr); }), "");
-        EXPECT_EQ(ierr, 1);
+        char label[256];
+        EXPECT_EQ(call(ZEL_SET_LOADCASE_LABEL, &two, (text + blanks).c_str(), int((text + blanks).size())), 0);
+        EXPECT_EQ(errors, "");
+        ZEL_GetModalLoadCaseLabel(current(), 1, label);
+        EXPECT_EQ(label, text.empty() ? "2" : text);
     }
-    const std::string padded = "second" + std::string(500, ' ');
-    const int two = 2;
-    EXPECT_EQ(errors_of([&] { ZEL_SET_LOADCASE_LABEL(&two, padded.c_str(), int(padded.size()), &ierr); }), "");
-    char label[256];
-    ZEL_GetModalLoadCaseLabel(current(), 1, label);
-    EXPECT_STREQ(label, "second");
-    ZEL_SET_LOADCASE_LABEL(&two, padded.c_str() + 6, 500, &ierr);
-    ZEL_GetModalLoadCaseLabel(current(), 1, label);
-    EXPECT_STREQ(label, "2");
-
     char newline[] = "two\nlines ";
-    output_of([&] { ZEL_SET_HEADER(newline, 10, "", 0, "", -1, "", 0, "", 0, "", 0, &ierr); });
-    EXPECT_EQ(ierr, 0);
+    output_of([&] { EXPECT_EQ(call(ZEL_SET_HEADER, newline, 10, "", 0, "", -1, "", 0, "", 0, "", 0), 0); });
     EXPECT_STREQ(newline, "two\nlines ") << "the program's text stays";
     EXPECT_STREQ(current()->title, "two lines");
 }
@@ -327,25 +306,20 @@ TEST_F(Fortran, TransformationToSelectedModesKeepsTheRowsOfNewModes)
     const int selected[3] = {30, 99, 10}, three = 3, two = 2, none = 0;
     double t[9];
     std::fill_n(t, 9, -1.0);
-    EXPECT_EQ(errors_of([&] { ZEL_GET_TRANSFORM_TO_SELMOD(nullptr, selected, &two, &ierr); }),
-              "ERROR:  NULL argument T passed into ZEL_GET_TRANSFORM_TO_SELMOD\nERROR:  \n");
-    EXPECT_EQ(ierr, 1);
-    errors = errors_of([&] { ZEL_GET_TRANSFORM_TO_SELMOD(t, selected, &two, &ierr); });
+    double* const nowhere = nullptr;
+    EXPECT_EQ(call(ZEL_GET_TRANSFORM_TO_SELMOD, nowhere, selected, &two), 1);
+    EXPECT_EQ(errors, "ERROR:  NULL argument T passed into ZEL_GET_TRANSFORM_TO_SELMOD\nERROR:  \n");
+    EXPECT_EQ(call(ZEL_GET_TRANSFORM_TO_SELMOD, t, selected, &two), 1);
     EXPECT_TRUE(reported("Invalid mode count found at line ")) << errors;
-    EXPECT_EQ(ierr, 1);
     for (int number : {10, 20, 30})
         ZEL_AddMode(current(), number);
-    ZEL_GET_TRANSFORM_TO_SELMOD(t, selected, &two, &ierr);
-    EXPECT_EQ(ierr, 1) << "no transformation";
+    EXPECT_EQ(call(ZEL_GET_TRANSFORM_TO_SELMOD, t, selected, &two), 1) << "no transformation";
     EXPECT_EQ(std::vector<double>(t, t + 9), std::vector<double>(9, -1.0));
 
     current()->transformation = zel::allocate<double>(9);
     current()->transformation_order = 3;
-    for (int i = 0; i < 9; ++i)
-        current()->transformation[i] = i;
-    ZEL_GET_TRANSFORM_TO_SELMOD(t, selected, &three, &ierr);
-    EXPECT_EQ(ierr, 1) << "99 is unknown";
+    std::iota(current()->transformation, current()->transformation + 9, 0.0);
+    EXPECT_EQ(call(ZEL_GET_TRANSFORM_TO_SELMOD, t, selected, &three), 1) << "99 is unknown";
     EXPECT_EQ(std::vector<double>(t, t + 9), (std::vector<double>{2, 0, 0, 5, 0, 3, 8, 0, 6}));
-    ZEL_GET_TRANSFORM_TO_SELMOD(t, selected, &none, &ierr);
-    EXPECT_EQ(ierr, 0);
+    EXPECT_EQ(call(ZEL_GET_TRANSFORM_TO_SELMOD, t, selected, &none), 0);
 }

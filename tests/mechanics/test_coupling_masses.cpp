@@ -48,20 +48,18 @@ TEST_F(CouplingMasses, NeedMatchingCountsAndNodes)
 {
     ZELDATA* db = database_of(random_assembly(3, 4, 1, false));
     for (int count : {-1, 0, 4, 5})
-    {
         EXPECT_EQ(ZEL_AnsysAddGenMass(db, count, 4 - count), 1);
-        EXPECT_EQ(db->mass.count, 0);
-    }
-    const char* mismatch = "ERROR:  Mode count mismatch while generating additional generalized masses.\n";
-    EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_AnsysAddGenMass(db, 1, 2), 0); }), mismatch);
-    EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_AnsysAddGenMass(db, 2147483647, 2147483647), 0); }), mismatch);
+    for (const auto& [count, other] : {std::pair(1, 2), {2147483647, 2147483647}})
+        EXPECT_EQ(errors_of([&, a = count, b = other] { EXPECT_EQ(ZEL_AnsysAddGenMass(db, a, b), 0); }),
+                  "ERROR:  Mode count mismatch while generating additional generalized masses.\n");
+    EXPECT_EQ(db->mass.count, 0);
     EXPECT_EQ(errors_of([] { EXPECT_EQ(ZEL_AnsysAddGenMass(nullptr, 1, 2), 0); }),
               "ERROR:  The database has not been initialized.\n");
     ZELDATA* nodeless = ZEL_Create(0, 2);
     ZEL_AddMode(nodeless, 1);
     ZEL_AddMode(nodeless, 2);
-    EXPECT_EQ(errors_of([&] { EXPECT_EQ(ZEL_AnsysAddGenMass(nodeless, 1, 1), 0); }).find("ERROR:  Failed to allocate"),
-              0u);
+    const std::string said = errors_of([&] { EXPECT_EQ(ZEL_AnsysAddGenMass(nodeless, 1, 1), 0); });
+    EXPECT_TRUE(said.starts_with("ERROR:  Failed to allocate")) << said;
     ZEL_SetNodalMass(nodeless, 1, 1.0); // a node, but no shapes: the first mode cannot be read
     EXPECT_EQ(ZEL_AnsysAddGenMass(nodeless, 1, 1), 0);
     EXPECT_EQ(nodeless->mass.count, 0);

@@ -56,11 +56,11 @@ TEST(LinearEquations, RefuseNothingToSolveAndSurviveFailingMemory)
 {
     Rows a = random_matrix(3, 3, 7);
     int perm[3], done = 0;
-    double b[3] = {1.0, 2.0, 3.0};
+    double b = 1.0;
     ASSERT_EQ(decompose(a, perm), 1);
     EXPECT_EQ(ZEL_LUPDecomposition(Pointers(a).data(), 0, perm), 1);
-    EXPECT_NE(errors_of([&] { EXPECT_EQ(ZEL_LUPSolve(Pointers(a).data(), 0, perm, b), 0); }), "");
-    EXPECT_EQ(b[0], 1.0);
+    EXPECT_NE(errors_of([&] { EXPECT_EQ(ZEL_LUPSolve(Pointers(a).data(), 0, perm, &b), 0); }), "");
+    EXPECT_EQ(b, 1.0);
     const Rows before = a;
     const auto invert = [&] { done = ZEL_LUPInvert(Pointers(a).data(), 3, perm); };
     for_each_failing_allocation([] {}, invert,

@@ -10,9 +10,9 @@ namespace
 MatrixXd translations(const Assembly& body)
 {
     MatrixXd rows(3 * body.points.size(), body.modes.size());
-    for (int mode = 0; mode < rows.cols(); ++mode)
-        for (int row = 0; row < rows.rows(); ++row)
-            rows(row, mode) = body.modes[size_t(mode)][size_t(row / 3)][size_t(row % 3)];
+    for (size_t mode = 0; mode < body.modes.size(); ++mode)
+        for (size_t row = 0; row < 3 * body.points.size(); ++row)
+            rows(long(row), long(mode)) = body.modes[mode][row / 3][row % 3];
     return rows;
 }
 
@@ -243,11 +243,10 @@ TEST_F(RigidBody, ProjectedForcesScaleAsForcesInEveryUnitOfTime)
         ZELDATA* db = body.db;
         ZEL_SetUnits(db, "kg", "mm", "s", "kN");
         for (int mode = 0; mode < 8; ++mode) // rigid modes of 0.05 Hz that the unit of the millisecond hides
-            db->stiffness.entries[mode].value = mode < 6 ? 0.0987 * (mode + 1) : 1e6;
-        for (int mode = 101; mode <= 108; ++mode)
         {
-            ZEL_SetModalLoad(db, 0, mode, mode - 97.0);
-            ZEL_SetModalPreload(db, mode, 2.0);
+            db->stiffness.entries[mode].value = mode < 6 ? 0.0987 * (mode + 1) : 1e6;
+            ZEL_SetModalLoad(db, 0, 101 + mode, mode + 4.0);
+            ZEL_SetModalPreload(db, 101 + mode, 2.0);
         }
         std::strcpy(db->units.force, "NEWTON"); // consistent: frequencies in hertz
         std::strcpy(db->units.length, "METER");
@@ -265,7 +264,6 @@ TEST_F(RigidBody, ProjectedForcesScaleAsForcesInEveryUnitOfTime)
             EXPECT_NEAR(db->load_cases[0].values[i], load[i] * factor, 1e-12 * std::fabs(load[i]));
             EXPECT_NEAR(db->modal_preload[i], preload[i] * factor, 1e-12 * std::fabs(preload[i]));
         }
-        ZEL_Terminate();
     }
 }
 
@@ -277,11 +275,9 @@ TEST_F(RigidBody, LoadsOfABodyWithoutMassStay)
         ZEL_SetGeneralizedStiffness(db, mode, mode, mode <= 6 ? 0.0 : 1e6);
         ZEL_SetModalLoad(db, 0, mode, mode);
     }
-    const std::string warnings = errors_of([&] { ZEL_RigidBodyForcesOnPrincipalAxes(db); });
-    EXPECT_PRED2(contains, warnings, "No mass data tells");
+    EXPECT_PRED2(contains, errors_of([&] { ZEL_RigidBodyForcesOnPrincipalAxes(db); }), "No mass data tells");
     EXPECT_FALSE(db->load_cases[0].processed);
-    for (int mode = 0; mode < 8; ++mode)
-        EXPECT_EQ(db->load_cases[0].values[mode], mode + 1.0);
+    EXPECT_EQ(load_of(db, 0), (std::vector<double>{1, 2, 3, 4, 5, 6, 7, 8}));
 }
 
 // Masses on a line, in any direction, do not resist turning about it.

@@ -4,7 +4,6 @@
 #include "stream/stream.h"
 
 #include <rpc/xdr.h>
-
 #include <sys/mman.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -76,6 +75,9 @@ std::vector<double> awkward_reals(size_t count)
 const size_t kLengths[] = {0,      1,      9,      131071, 131072,  131073,  262143,
                            262144, 262145, 524287, 524288, 1048575, 1048576, 1500001};
 constexpr int64_t kSharedRun = 1100003; // shared by two threads in every encoding
+
+constexpr std::pair<bool, bool> kEncodings[] = {
+    {false, false}, {false, true}, {true, false}, {true, true}}; // XDR; double
 } // namespace
 
 TEST(Streams, BulkEncodingGivesTheBytesOfLibtirpc)
@@ -89,8 +91,8 @@ TEST(Streams, BulkEncodingGivesTheBytesOfLibtirpc)
             ints.push_back(int32_t(std::bit_cast<uint64_t>(real) >> 13));
 
         OpenStream doubles_out(true, true, true), floats_out(true, false, true), ints_out(true, true, true);
-        ASSERT_TRUE(put_reals(doubles_out.stream, reals.data(), int64_t(length)));
-        ASSERT_TRUE(put_reals(floats_out.stream, reals.data(), int64_t(length)));
+        for (OpenStream* out : {&doubles_out, &floats_out})
+            ASSERT_TRUE(put_reals(out->stream, reals.data(), int64_t(length)));
         ASSERT_TRUE(put_ints(ints_out.stream, ints.data(), int64_t(length)));
         EXPECT_TRUE(doubles_out.bytes() == bytes_of_libtirpc(reals, reinterpret_cast<xdrproc_t>(xdr_double)));
         EXPECT_TRUE(floats_out.bytes() == bytes_of_libtirpc(floats, reinterpret_cast<xdrproc_t>(xdr_float)));
@@ -102,37 +104,36 @@ TEST(Streams, BulkEncodingGivesTheBytesOfLibtirpc)
 TEST(Streams, EveryEncodingGivesBackWhatWasPut)
 {
     const std::vector<double> reals = awkward_reals(size_t(kSharedRun));
+    const std::vector<int32_t> ints = {1, -2, INT32_MIN, INT32_MAX};
     const auto there_and_back = [&](bool xdr, bool double_precision, int64_t length) {
         OpenStream out(xdr, double_precision, true), in(xdr, double_precision, false);
-        const int32_t ints[] = {1, -2, INT32_MIN, INT32_MAX};
-        const char* const text = "A\0\xe9z"; // a constant: it is not written to
-        ASSERT_TRUE(put_int(out.stream, -77) && put_text(out.stream, text, 4));
-        ASSERT_TRUE(put_reals(out.stream, reals.data(), length) && put_ints(out.stream, ints, 4));
+        ASSERT_TRUE(put_int(out.stream, -77) && put_text(out.stream, "A\0\xe9z", 4));
+        ASSERT_TRUE(put_reals(out.stream, reals.data(), length) && put_ints(out.stream, ints.data(), 4));
         const std::string bytes = out.bytes();
         EXPECT_EQ(bytes.size(), 4u + 4u * (xdr ? 4 : 1) + uint64_t(length) * (double_precision ? 8 : 4) + 16u);
         in.fill(bytes);
 
-        int32_t value = 0, ints_back[4] = {};
-        char text_back[4] = {};
+        int32_t value = 0;
+        std::vector<int32_t> ints_back(4);
+        char text_back[5] = {};
         std::vector<double> back(reals.size());
         ASSERT_TRUE(get_int(in.stream, value) && get_text(in.stream, text_back, 4));
-        ASSERT_TRUE(get_reals(in.stream, back.data(), length) && get_ints(in.stream, ints_back, 4));
+        ASSERT_TRUE(get_reals(in.stream, back.data(), length) && get_ints(in.stream, ints_back.data(), 4));
         EXPECT_EQ(value, -77);
-        EXPECT_EQ(std::string(text_back, 4), std::string(text, 4));
-        EXPECT_EQ(std::vector<int32_t>(ints_back, ints_back + 4), std::vector<int32_t>(ints, ints + 4));
+        EXPECT_EQ(std::string(text_back, 5), std::string("A\0\xe9z", 5));
+        EXPECT_EQ(ints_back, ints);
         for (size_t i = 0; i < size_t(length); ++i)
         {
             const double kept = double_precision ? reals[i] : double(float(reals[i]));
             ASSERT_TRUE(kept == back[i] || (std::isnan(kept) && std::isnan(back[i]))) << i;
         }
         EXPECT_FALSE(get_int(in.stream, value)); // the end of the file
-        EXPECT_TRUE(get_ints(in.stream, ints_back, 0));
+        EXPECT_TRUE(get_ints(in.stream, ints_back.data(), 0));
         EXPECT_FALSE(get_reals(in.stream, back.data(), 1));
     };
-    for (const bool xdr : {false, true})
-        for (const bool double_precision : {false, true})
-            for (const int64_t length : {int64_t(32769), int64_t(300007), kSharedRun})
-                there_and_back(xdr, double_precision, length);
+    for (const auto& [xdr, double_precision] : kEncodings)
+        for (const int64_t length : {int64_t(32769), int64_t(300007), kSharedRun})
+            there_and_back(xdr, double_precision, length);
 }
 
 // A stream over memory has no descriptor; the positions of another are beyond it.
@@ -161,23 +162,21 @@ TEST(Streams, LongRunsPassThroughAStreamOverMemory)
 TEST(Streams, RunsThatAreWrittenBehindHaveTheBytesOfOthers)
 {
     const std::vector<double> reals = awkward_reals(size_t(kSharedRun));
-    for (const bool xdr : {false, true})
-        for (const bool double_precision : {false, true})
-            for (const int records : {1, 12}) // a short run, and more blocks than wait at a time
+    for (const auto& [xdr, double_precision] : kEncodings)
+        for (const int records : {1, 12}) // a short run, and more blocks than wait at a time
+        {
+            OpenStream plain(xdr, double_precision, true), behind(xdr, double_precision, true);
+            ASSERT_TRUE(put_int(plain.stream, 5) && put_int(behind.stream, 5));
+            RunWriter writer(behind.stream, records > 1 ? records * kSharedRun * 8 : 8);
+            for (int record = 0; record < records; ++record)
             {
-                OpenStream plain(xdr, double_precision, true), behind(xdr, double_precision, true);
-                RunWriter writer((put_int(behind.stream, 5), behind.stream),
-                                 records > 1 ? records * kSharedRun * 8 : 8);
-                put_int(plain.stream, 5);
-                for (int record = 0; record < records; ++record)
-                {
-                    const int64_t length = kSharedRun - 7 * record;
-                    ASSERT_TRUE(put_int(plain.stream, record) && put_reals(plain.stream, reals.data(), length));
-                    ASSERT_TRUE(writer.integer(record) && writer.reals(reals.data(), length));
-                }
-                ASSERT_TRUE(writer.finish() && put_int(behind.stream, 6) && put_int(plain.stream, 6));
-                EXPECT_TRUE(behind.bytes() == plain.bytes());
+                const int64_t length = kSharedRun - 7 * record;
+                ASSERT_TRUE(put_int(plain.stream, record) && put_reals(plain.stream, reals.data(), length));
+                ASSERT_TRUE(writer.integer(record) && writer.reals(reals.data(), length));
             }
+            ASSERT_TRUE(writer.finish() && put_int(behind.stream, 6) && put_int(plain.stream, 6));
+            EXPECT_TRUE(behind.bytes() == plain.bytes());
+        }
 }
 
 // The process itself as a file: where a page is missing a read fails, and behind it goes on.
@@ -199,38 +198,38 @@ TEST(Streams, LongRunsFailWhenOnlyTheirFirstHalfDoes)
 }
 
 static volatile sig_atomic_t signals_here, signals_elsewhere;
-static std::vector<pid_t> older_threads; // this one, and those of other libraries
+static std::set<pid_t> older_threads; // this one, and those of other libraries
+
+static std::set<pid_t> threads_of_this_process()
+{
+    std::set<pid_t> ids;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task"))
+        ids.insert(std::stoi(task.path().filename()));
+    return ids;
+}
 
 // Handlers of the host program run on its own thread, which may keep something to itself.
 TEST(Streams, HelpersTakeNoSignals)
 {
     const std::vector<double> reals = awkward_reals(size_t(kSharedRun));
-    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task"))
-        older_threads.push_back(std::stoi(task.path().filename()));
+    older_threads = threads_of_this_process();
     struct sigaction action = {}, before = {};
     action.sa_flags = SA_RESTART;
     action.sa_handler = [](int) {
-        if (std::find(older_threads.begin(), older_threads.end(), gettid()) != older_threads.end())
-            signals_here = signals_here + 1;
-        else
-            signals_elsewhere = signals_elsewhere + 1;
+        volatile sig_atomic_t& count = older_threads.count(gettid()) ? signals_here : signals_elsewhere;
+        count = count + 1;
     };
     ASSERT_EQ(sigaction(SIGALRM, &action, &before), 0);
     const itimerval often = {{0, 300}, {0, 300}}, never = {};
     OpenStream out(true, true, true);
     {
         const RunWriter writer(out.stream, 8 * kSharedRun);
-        int helpers = 0;
-        for (const auto& task : std::filesystem::directory_iterator("/proc/self/task"))
-            if (const pid_t id = std::stoi(task.path().filename());
-                std::find(older_threads.begin(), older_threads.end(), id) == older_threads.end())
-            {
-                const std::string status = bytes_of(task.path() / "status");
-                const uint64_t blocked = std::stoull(status.substr(status.find("SigBlk:") + 7), nullptr, 16);
-                EXPECT_TRUE(blocked >> (SIGALRM - 1) & 1) << status;
-                ++helpers;
-            }
-        EXPECT_EQ(helpers, 1);
+        std::set<pid_t> helpers = threads_of_this_process();
+        std::erase_if(helpers, [](pid_t id) { return older_threads.count(id) == 1; });
+        ASSERT_EQ(helpers.size(), 1u);
+        const std::string status = bytes_of("/proc/self/task/" + std::to_string(*helpers.begin()) + "/status");
+        const uint64_t blocked = std::stoull(status.substr(status.find("SigBlk:") + 7), nullptr, 16);
+        EXPECT_TRUE(blocked >> (SIGALRM - 1) & 1) << status;
     }
     setitimer(ITIMER_REAL, &often, nullptr);
     for (int round = 0; round < 1000 && (round < 40 || signals_here < 40); ++round)
@@ -276,15 +275,12 @@ TEST(Streams, LongRunsFailOnAFullDeviceOrACutFile)
 TEST(Streams, PortableCharactersAreSignExtendedWords)
 {
     OpenStream out(true, true, true), in(true, true, false);
-    const char text[] = {'A', char(0xE9)};
-    ASSERT_TRUE(put_text(out.stream, text, 2));
-    EXPECT_EQ(out.bytes(), std::string("\0\0\0A\xff\xff\xff\xe9", 8));
-    char back[2] = {};
-    in.fill(std::string("\x12\x34\x56"
-                        "B\0\0\0\xe9",
-                        8)); // the low byte of any word counts
+    ASSERT_TRUE(put_text(out.stream, "Z\xe9", 2));
+    EXPECT_EQ(out.bytes(), std::string("\0\0\0Z\xff\xff\xff\xe9", 8));
+    char back[3] = {};
+    in.fill(std::string("\x12\x34\x56Z\0\0\0\xe9", 8)); // the low byte of any word counts
     ASSERT_TRUE(get_text(in.stream, back, 2));
-    EXPECT_EQ(std::string(back, 2), "B\xe9");
+    EXPECT_STREQ(back, "Z\xe9");
 }
 
 TEST(Streams, PositionsReachBeyondFourGibibytes)

@@ -24,6 +24,14 @@ private:
     }
 };
 
+// Does something in so many threads at once.
+void at_once(int count, const std::function<void(int thread)>& act)
+{
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < count; ++i)
+        threads.emplace_back(act, i);
+}
+
 // A body with masses, faces, stress and generalized matrices, which its seed settles.
 ZELDATA* body_of(int seed)
 {
@@ -135,14 +143,10 @@ TEST(Threads, EachWithBodiesOfItsOwnFindWhatTheyFindAlone)
     std::vector<std::string> alone, together(kThreads);
     for (int seed = 0; seed < kThreads; ++seed)
         alone.push_back(life_of_a_body(folder, "alone" + std::to_string(seed), seed));
-    std::vector<std::thread> threads;
-    for (int seed = 0; seed < kThreads; ++seed)
-        threads.emplace_back([&, seed] {
-            for (int round = 0; round < 3; ++round)
-                together[size_t(seed)] = life_of_a_body(folder, "thread" + std::to_string(seed), seed);
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+    at_once(kThreads, [&](int seed) {
+        for (int round = 0; round < 3; ++round)
+            together[size_t(seed)] = life_of_a_body(folder, "thread" + std::to_string(seed), seed);
+    });
     for (size_t seed = 0; seed < kThreads; ++seed)
         EXPECT_EQ(alone[seed], together[seed]) << "body " << seed;
     EXPECT_NE(alone[0], alone[1]);
@@ -165,11 +169,7 @@ TEST(Threads, MayAskOneBodyTogether)
     EXPECT_GT(alone.size(), 150u);
     db = ZEL_CreateFromZEL(path.c_str()); // remembers no lookup yet
     std::vector<std::vector<double>> together(4);
-    std::vector<std::thread> threads;
-    for (std::vector<double>& found : together)
-        threads.emplace_back([&found, db] { found = reads_of(db); });
-    for (std::thread& thread : threads)
-        thread.join();
+    at_once(4, [&](int thread) { together[size_t(thread)] = reads_of(db); });
     for (const std::vector<double>& found : together)
         EXPECT_EQ(found, alone);
     ZEL_UnLink(db);
@@ -183,24 +183,19 @@ TEST(Threads, MayHaveHelpersOfTheLibrary)
     std::vector<int> ids(kNodes);
     std::iota(ids.begin(), ids.end(), 1);
     std::vector<double> values(6 * kNodes);
-    for (size_t i = 0; i < values.size(); ++i)
-        values[i] = 0.5 + double(i);
-    std::vector<std::thread> threads;
-    for (int body = 0; body < 3; ++body)
-        threads.emplace_back([&, body] {
-            const OwnMessages messages;
-            const std::string path = folder.path(std::to_string(body));
-            ZELDATA* made = ZEL_Create(kNodes, 1);
-            EXPECT_EQ(ZEL_SetNodes(made, kNodes, ids.data(), values.data()), 1);
-            EXPECT_EQ(ZEL_SetModeArray(made, 1, ZEL_MODE_SHAPE, kNodes, nullptr, values.data(), 6), 1);
-            EXPECT_EQ(ZEL_WriteWithOptions(made, path.c_str(), "no_ortho"), 1);
-            ZELDATA* read = ZEL_CreateFromZEL(path.c_str());
-            std::vector<double> vector(6 * kNodes);
-            EXPECT_EQ(ZEL_ModesOfNodes(read, ZEL_MODE_SHAPE, kNodes, nullptr, 1, nullptr, vector.data()), 1);
-            EXPECT_TRUE(vector == values);
-            ZEL_UnLink(made);
-            ZEL_UnLink(read);
-        });
-    for (std::thread& thread : threads)
-        thread.join();
+    std::iota(values.begin(), values.end(), 0.5);
+    at_once(3, [&](int body) {
+        const OwnMessages messages;
+        const std::string path = folder.path(std::to_string(body));
+        ZELDATA* made = ZEL_Create(kNodes, 1);
+        EXPECT_EQ(ZEL_SetNodes(made, kNodes, ids.data(), values.data()), 1);
+        EXPECT_EQ(ZEL_SetModeArray(made, 1, ZEL_MODE_SHAPE, kNodes, nullptr, values.data(), 6), 1);
+        EXPECT_EQ(ZEL_WriteWithOptions(made, path.c_str(), "no_ortho"), 1);
+        ZELDATA* read = ZEL_CreateFromZEL(path.c_str());
+        std::vector<double> vector(6 * kNodes);
+        EXPECT_EQ(ZEL_ModesOfNodes(read, ZEL_MODE_SHAPE, kNodes, nullptr, 1, nullptr, vector.data()), 1);
+        EXPECT_TRUE(vector == values);
+        ZEL_UnLink(made);
+        ZEL_UnLink(read);
+    });
 }

@@ -5,22 +5,15 @@ import json
 import os
 import pathlib
 import shutil
-import struct
 import subprocess
 import time
 import urllib.error
 import urllib.request
-import zlib
 
 FLAGS = ["--headless=new", "--use-angle=swiftshader", "--enable-unsafe-swiftshader", "--hide-scrollbars", "--no-first-run",
          "--force-device-scale-factor=1", "--disable-dev-shm-usage"]
 ELEMENT = "element-6066-11e4-a52e-4f735466cecf"
-KEYS = {"up": "\ue013", "down": "\ue015", "left": "\ue012", "right": "\ue014", "tab": "\ue004", "enter": "\ue007", "shift": "\ue008",
-        "home": "\ue011", "end": "\ue010"}
-
-
-def missing_programs():
-    return [name for name in ("chromium", "chromedriver") if not shutil.which(name)]
+KEYS = {"up": "\ue013", "left": "\ue012", "right": "\ue014", "tab": "\ue004", "shift": "\ue008", "end": "\ue010"}
 
 
 class Browser:
@@ -56,14 +49,13 @@ class Browser:
     def open(self, path):
         self.call("POST", "url", {"url": pathlib.Path(path).absolute().as_uri()})
 
-    def run(self, script, *arguments):
-        return self.call("POST", "execute/sync", {"script": script, "args": list(arguments)})
+    def run(self, script, *arguments, kind="sync"):
+        return self.call("POST", f"execute/{kind}", {"script": script, "args": list(arguments)})
 
     # Waits for frames that were asked for.
     def settle(self, seconds=0.0):
         time.sleep(seconds)
-        self.call("POST", "execute/async", {"script": "const done = arguments[0]; requestAnimationFrame(() => requestAnimationFrame(done));",
-                                            "args": []})
+        self.run("requestAnimationFrame(() => requestAnimationFrame(arguments[0]))", kind="async")
 
     def command(self, name, **parameters):
         return self.call("POST", "goog/cdp/execute", {"cmd": name, "params": parameters})
@@ -75,7 +67,7 @@ class Browser:
         return base64.b64decode(self.call("GET", "screenshot"))
 
     def pixels(self):
-        return Picture(self.screenshot())
+        return Picture(self, self.screenshot())
 
     def act(self, device, actions):
         self.call("POST", "actions", {"actions": [{"type": device, "id": device, "actions": actions}]})
@@ -101,43 +93,24 @@ class Browser:
 
 
 class Picture:
-    """Rows of a PNG of 8 bits a channel without interlacing (www.w3.org/TR/png)."""
+    """A PNG as a browser decodes it."""
 
-    def __init__(self, data):
-        assert data.startswith(b"\x89PNG"), data[:20]
-        self.width, self.height, depth, colour = struct.unpack(">IIBB", data[16:26])
-        assert depth == 8 and colour in (2, 6)
-        channels, compressed, at = {2: 3, 6: 4}[colour], b"", 8
-        while at < len(data):
-            length, kind = struct.unpack(">I4s", data[at:at + 8])
-            compressed += data[at + 8:at + 8 + length] if kind == b"IDAT" else b""
-            at += 12 + length
-        raw, stride = zlib.decompress(compressed), channels * self.width
-        self.rows, before = [], bytearray(stride)
-        for y in range(self.height):
-            line = bytearray(raw[y * (stride + 1) + 1:(y + 1) * (stride + 1)])
-            self.unfilter(raw[y * (stride + 1)], line, before, channels)
-            self.rows.append(line)
-            before = line
-        self.channels = channels
-
-    @staticmethod
-    def unfilter(kind, line, before, channels):
-        if kind == 2:
-            line[:] = bytes((one + other) & 255 for one, other in zip(line, before))
-            return
-        for i in range(len(line) if kind else 0):
-            left = line[i - channels] if i >= channels else 0
-            up, corner = before[i], before[i - channels] if i >= channels else 0
-            if kind == 4:
-                guess = left + up - corner
-                best = min((abs(guess - left), 0, left), (abs(guess - up), 1, up), (abs(guess - corner), 2, corner))[2]
-            else:
-                best = (0, left, up, (left + up) // 2)[kind]
-            line[i] = (line[i] + best) & 255
+    def __init__(self, browser, data):
+        script = """const [png, done] = arguments, reader = new FileReader();
+            const image = new Image(), canvas = document.createElement('canvas');
+            reader.onload = () => done([canvas.width, canvas.height, reader.result.split(',')[1]]);
+            image.onload = () => {
+                [canvas.width, canvas.height] = [image.width, image.height];
+                const context = canvas.getContext('2d');
+                context.drawImage(image, 0, 0);
+                reader.readAsDataURL(new Blob([context.getImageData(0, 0, image.width, image.height).data])); };
+            image.src = 'data:image/png;base64,' + png;"""
+        self.width, self.height, pixels = browser.run(script, base64.b64encode(data).decode(), kind="async")
+        self.data = base64.b64decode(pixels)
 
     def at(self, x, y):
-        return tuple(self.rows[int(y)][self.channels * int(x):self.channels * int(x) + 3])
+        place = 4 * (int(y) * self.width + int(x))
+        return tuple(self.data[place:place + 3])
 
     def differences(self, other, left, top, right, bottom):
         """Pixels that differ in a part of both."""
