@@ -409,19 +409,20 @@ NewRun write_finite_run(ZELDATA* db, int kind, int mode, int count, const double
 
 VectorBefore::VectorBefore(ZELDATA* db, int kind, int mode, int first, int count)
     : db_(db), kind_(kind), mode_(mode), at_(db->mode_positions[kind][mode] + kNodeBytes * first),
-      count_(count > 1 && maps_of(db).map[kind] ? 0 : kComponents * int64_t(count)), values_(count_)
+      count_(count > 1 && maps_of(db).map[kind] ? 0 : kComponents * int64_t(count)),
+      of_several_(count_ > kComponents ? count_ : 0), values_(count_ > kComponents ? of_several_.data : of_one_node_)
 {}
 
 int VectorBefore::read()
 {
-    if (!values_.data)
+    if (!values_)
         return no_memory(module_word::setting);
     FILE* const file = mode_stream(db_, kind_).file;
     const double* const map = maps_of(db_).map[kind_];
     const int64_t bytes = count_ * int64_t(sizeof(double));
     if (map)
-        std::memcpy(values_.data, map + at_ / int64_t(sizeof(double)), size_t(bytes));
-    else if (!move_all(pread, fileno(file), reinterpret_cast<char*>(values_.data), bytes, at_))
+        std::memcpy(values_, map + at_ / int64_t(sizeof(double)), size_t(bytes));
+    else if (!move_all(pread, fileno(file), reinterpret_cast<char*>(values_), bytes, at_))
         return not_read("The %s of mode %d cannot be read.", kKinds[kind_].name, ZEL_ModeNumber(db_, mode_));
     is_read_ = true;
     return 1;
@@ -430,7 +431,7 @@ int VectorBefore::read()
 VectorBefore::~VectorBefore()
 {
     if (is_read_)
-        write_values(mode_stream(db_, kind_).file, maps_of(db_).map[kind_], at_, values_.data, count_);
+        write_values(mode_stream(db_, kind_).file, maps_of(db_).map[kind_], at_, values_, count_);
 }
 
 // Whether vectors can be used where they are mapped.

@@ -73,7 +73,9 @@ private:
     ZELDATA* db_;
     int kind_, mode_;
     int64_t at_, count_;
-    Scratch<double> values_;
+    double of_one_node_[kComponents];
+    Scratch<double> of_several_;
+    double* values_;
     bool is_read_ = false;
 };
 
