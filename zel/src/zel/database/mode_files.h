@@ -54,7 +54,7 @@ enum class NewRun
 };
 NewRun write_finite_run(ZELDATA* db, int kind, int mode, int count, const double* values);
 
-// Whether all of them are, of however many.
+// Whether all of `count` values are finite.
 bool run_is_finite(const double* values, int64_t count);
 
 // The stored values of some nodes in one mode, put back at the end of the scope unless keep() was called. Those of several nodes
