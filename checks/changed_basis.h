@@ -5,7 +5,7 @@
 #include "checks/modal_comparison.h"
 #include "checks/parts.h"
 
-#include <Eigen/Dense>
+#include "dense/products.h"
 
 namespace zel_checks
 {

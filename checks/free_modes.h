@@ -4,7 +4,8 @@
 
 #include <zel.h>
 
-#include <Eigen/Dense>
+#include "dense/products.h"
+
 #include <Eigen/SparseCore>
 
 #include <vector>

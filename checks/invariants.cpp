@@ -5,6 +5,7 @@
 #include "checks/free_modes.h"
 #include "checks/lumping.h"
 #include "checks/parts.h"
+#include "dense/dense.h"
 
 #include <algorithm>
 #include <cmath>
@@ -30,9 +31,9 @@ public:
         const Matrix3d central =
             tensor - mass * (center_.squaredNorm() * Matrix3d::Identity() - center_ * center_.transpose());
         asymmetry_ = (tensor - tensor.transpose()).cwiseAbs().maxCoeff() / tensor.cwiseAbs().maxCoeff();
-        const Eigen::SelfAdjointEigenSolver<Matrix3d> axes(central);
-        inertia = axes.eigenvalues();
-        axes_ = axes.eigenvectors();
+        const zel_dense::Eigenpairs axes = zel_dense::eigenpairs(central);
+        inertia = axes.values;
+        axes_ = axes.vectors;
     }
     // Symmetric, and as masses about the centre have it: none negative, none larger than the two others together.
     bool is_body(double rounding) const

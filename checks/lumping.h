@@ -2,7 +2,7 @@
 #ifndef CHECKS_LUMPING_H
 #define CHECKS_LUMPING_H
 
-#include <Eigen/Dense>
+#include "dense/products.h"
 
 namespace zel_checks
 {

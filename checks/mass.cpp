@@ -1,7 +1,8 @@
 // Mass, centre and inertia by all that a body says of them.
 #include "checks/parts.h"
 
-#include <Eigen/Dense>
+#include "dense/dense.h"
+
 #include <algorithm>
 #include <cmath>
 #include <utility>
@@ -107,10 +108,10 @@ static double offset_within_reach(const ZELDATA* db, const MassProperties& nodes
         ZEL_NodalMassAndGeometry(db, node, &mass, at.data());
         scatter += mass * (at - center) * (at - center).transpose();
     }
-    const Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d> axes(scatter);
-    Eigen::Vector3d reach = axes.eigenvectors().transpose() * (center - away);
+    const zel_dense::Eigenpairs axes = zel_dense::eigenpairs(scatter);
+    Eigen::Vector3d reach = axes.vectors.transpose() * (center - away);
     for (int k = 0; k < 3; ++k)
-        reach[k] *= double(!(axes.eigenvalues()[k] < kFlat * axes.eigenvalues()[2]));
+        reach[k] *= double(!(axes.values[k] < kFlat * axes.values[2]));
     return reach.norm();
 }
 

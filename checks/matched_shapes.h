@@ -4,7 +4,7 @@
 
 #include "checks/parts.h"
 
-#include <Eigen/Dense>
+#include "dense/products.h"
 
 #include <functional>
 

@@ -2,7 +2,7 @@
 #ifndef CHECKS_MODE_GROUPS_H
 #define CHECKS_MODE_GROUPS_H
 
-#include <Eigen/Dense>
+#include "dense/products.h"
 
 #include <vector>
 

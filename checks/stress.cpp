@@ -3,7 +3,7 @@
 #include "checks/parts.h"
 #include "dense/dense.h"
 
-#include <Eigen/Dense>
+#include "dense/products.h"
 
 #include <algorithm>
 #include <cmath>

@@ -2,7 +2,7 @@
 #ifndef CHECKS_SUBSPACES_H
 #define CHECKS_SUBSPACES_H
 
-#include <Eigen/Dense>
+#include "dense/products.h"
 
 #include <vector>
 

@@ -1,11 +1,12 @@
-// Decompositions of dense matrices. They are functions, as each costs the compiler seconds in every source that spells out its
-// template.
+// Decompositions of dense matrices, by LAPACK.
 #ifndef DENSE_DENSE_H
 #define DENSE_DENSE_H
 
-#include <Eigen/Core>
 #include <memory>
 #include <optional>
+#include <vector>
+
+#include "dense/products.h"
 
 namespace zel_dense
 {
@@ -13,7 +14,8 @@ namespace zel_dense
 using Eigen::MatrixXd;
 using Eigen::VectorXd;
 
-// Values rise. Vectors are columns, of unit length, or of unit mass where there is a mass.
+// Values rise. Vectors are columns, of unit length, or of unit mass where there is a mass. Of one matrix that is not finite they are no
+// numbers.
 struct Eigenpairs
 {
     bool found = false; // the iteration converged, and the mass is positive definite
@@ -49,14 +51,19 @@ MatrixXd pseudo_inverse(const MatrixXd& a, std::optional<double> threshold = {})
 // Columns that are orthonormal and span those of `a`, which are independent.
 MatrixXd orthonormal(const MatrixXd& a);
 
-// R of a = Q R, square: `a` has no fewer rows than columns.
-MatrixXd triangle(const MatrixXd& a);
-
 // Fewer columns where those of `a` are dependent but for `threshold` of the largest.
 MatrixXd orthonormal(const MatrixXd& a, double threshold);
 
 // As many columns of `a` as they count, those that depend least on others first.
 std::vector<Eigen::Index> independent_columns(const MatrixXd& a);
+
+// S and V of a = U S V^T: values fall, vectors are columns, also those to no value.
+struct Singular
+{
+    VectorXd values;
+    MatrixXd vectors;
+};
+Singular singular(const MatrixXd& a);
 
 // Orthonormal motions x with a x = 0, where singular values up to `threshold` times the largest are zero.
 MatrixXd null_space(const MatrixXd& a, double threshold);

@@ -2,7 +2,8 @@
 #ifndef FEM_BODY_H
 #define FEM_BODY_H
 
-#include <Eigen/Dense>
+#include "dense/products.h"
+
 #include <array>
 #include <optional>
 #include <string>

@@ -2,7 +2,8 @@
 #ifndef FEM_ELEMENTS_H
 #define FEM_ELEMENTS_H
 
-#include <Eigen/Dense>
+#include "dense/products.h"
+
 #include <array>
 #include <string_view>
 #include <vector>

@@ -4,6 +4,7 @@
 #include <limits>
 #include <numbers>
 
+#include "dense/dense.h"
 #include "fem/reduction.h"
 #include "zel.h"
 
@@ -32,10 +33,9 @@ static double relative(double a, double b)
 double inertia_error(const MassMoments& a, const MassMoments& b)
 {
     const Vector3d center = b.center();
-    const Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d> axes(b.inertia(center));
-    const Vector3d size = axes.eigenvalues().cwiseMax(kSmallestInertia * axes.eigenvalues()[2]).cwiseSqrt();
-    const Eigen::Matrix3d turned =
-        axes.eigenvectors().transpose() * (a.inertia(center) - b.inertia(center)) * axes.eigenvectors();
+    const zel_dense::Eigenpairs axes = zel_dense::eigenpairs(b.inertia(center));
+    const Vector3d size = axes.values.cwiseMax(kSmallestInertia * axes.values[2]).cwiseSqrt();
+    const Eigen::Matrix3d turned = axes.vectors.transpose() * (a.inertia(center) - b.inertia(center)) * axes.vectors;
     return (turned.array() / (size * size.transpose()).array()).abs().maxCoeff();
 }
 
@@ -68,7 +68,7 @@ void report_mesh(Report& report, const Body& body, const std::vector<std::string
 
 static Vector3d principal_inertias(const MassMoments& moments)
 {
-    return Eigen::SelfAdjointEigenSolver<Eigen::Matrix3d>(moments.inertia(moments.center())).eigenvalues();
+    return zel_dense::eigenpairs(moments.inertia(moments.center())).values;
 }
 
 static std::string three(const Vector3d& v)

@@ -2,7 +2,8 @@
 #ifndef FEM_GIVEN_MODES_H
 #define FEM_GIVEN_MODES_H
 
-#include <Eigen/Dense>
+#include "dense/products.h"
+
 #include <optional>
 
 #include "fem/elements.h"

@@ -2,7 +2,8 @@
 #ifndef FEM_INTERIOR_H
 #define FEM_INTERIOR_H
 
-#include <Eigen/Dense>
+#include "dense/products.h"
+
 #include <vector>
 
 #include "dense/dense.h"

@@ -2,7 +2,8 @@
 #ifndef FEM_LAYERS_H
 #define FEM_LAYERS_H
 
-#include <Eigen/Dense>
+#include "dense/products.h"
+
 #include <vector>
 
 #include "fem/elements.h"

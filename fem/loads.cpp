@@ -148,8 +148,8 @@ static void add_resultant(const Mesh& mesh, const std::vector<int>& nodes, const
         const Vector3d r = mesh.nodes[size_t(nodes[i])].at - center;
         span += weights[Index(i)] * (r.squaredNorm() * Matrix3d::Identity() - r * r.transpose());
     }
-    const Eigen::SelfAdjointEigenSolver<Matrix3d> solver(span);
-    if (!moment.isZero(0.0) && !(solver.eigenvalues()[0] > kSpan * solver.eigenvalues()[2]))
+    const Vector3d sizes = zel_dense::eigenpairs(span).values;
+    if (!moment.isZero(0.0) && !(sizes[0] > kSpan * sizes[2]))
         throw InputError({}, "load " + label + ": its nodes lie on one line, about which they carry no moment");
     const Vector3d turn = moment.isZero(0.0) ? Vector3d::Zero() : Vector3d(zel_dense::solve_symmetric(span, moment));
     for (size_t i = 0; i < nodes.size(); ++i)

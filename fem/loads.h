@@ -2,7 +2,8 @@
 #ifndef FEM_LOADS_H
 #define FEM_LOADS_H
 
-#include <Eigen/Dense>
+#include "dense/products.h"
+
 #include <string>
 #include <vector>
 

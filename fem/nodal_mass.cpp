@@ -5,7 +5,7 @@
 // inertias take the rest.
 #include "fem/nodal_mass.h"
 
-#include <Eigen/Dense>
+#include "dense/products.h"
 
 #include "dense/dense.h"
 

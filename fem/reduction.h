@@ -3,7 +3,8 @@
 #ifndef FEM_REDUCTION_H
 #define FEM_REDUCTION_H
 
-#include <Eigen/Dense>
+#include "dense/products.h"
+
 #include <vector>
 
 #include "fem/model.h"

@@ -51,9 +51,7 @@ static MatrixXd element_rotation(const MatrixXd& slopes, const Eigen::Matrix3Xd&
                                  const MatrixXd& motion)
 {
     const bool shell = is_shell(element.type->shape);
-    const Eigen::Matrix3d triangle = zel_dense::triangle(slopes);
-    const Eigen::JacobiSVD<Eigen::Matrix3d> tangents(triangle, Eigen::ComputeFullV);
-    const Vector3d normal = Vector3d(tangents.matrixV().col(0)).cross(Vector3d(tangents.matrixV().col(1)));
+    const Vector3d normal = shell ? Vector3d(zel_dense::singular(slopes).vectors.col(2)) : Vector3d::Zero();
     MatrixXd rotation = MatrixXd::Zero(3, motion.cols());
     for (Index i = 0; i < at.cols(); ++i)
     {

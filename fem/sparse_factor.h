@@ -2,7 +2,8 @@
 #ifndef FEM_SPARSE_FACTOR_H
 #define FEM_SPARSE_FACTOR_H
 
-#include <Eigen/Dense>
+#include "dense/products.h"
+
 #include <Eigen/SparseCore>
 #include <cstdint>
 #include <limits>

@@ -34,11 +34,6 @@ constexpr double kFar = 1e-2;   // of its distance from zero, to the lowest mode
 constexpr int kGapsTried = 3;
 constexpr const char* kNotProved = "it cannot be proved that no mode is missing: ask for some more or fewer";
 
-extern "C" void dgemm_(const char* left_form, const char* right_form, const int* rows, const int* columns,
-                       const int* inner, const double* alpha, const double* left, const int* left_stride,
-                       const double* right, const int* right_stride, const double* beta, double* product,
-                       const int* product_stride);
-
 // ---- Products ----------------------------------------------------------------------------------------------------------
 
 MatrixXd times(const SparseMatrix& upper, const MatrixXd& x)
@@ -59,31 +54,6 @@ MatrixXd times(const SparseMatrix& upper, const MatrixXd& x)
                 add(entry.value(), right.data() + width * entry.row(), product.data() + width * column);
         }
     return product;
-}
-
-// The two products of tall blocks, by BLAS: it knows the processor, for which this file is not built.
-static void multiply(char left_form, const Eigen::Ref<const MatrixXd>& left, const Eigen::Ref<const MatrixXd>& right,
-                     double alpha, double beta, Eigen::Ref<MatrixXd> product)
-{
-    const int rows = int(product.rows()), columns = int(product.cols()), inner = int(right.rows()),
-              strides[3] = {int(left.outerStride()), int(right.outerStride()), int(product.outerStride())};
-    if (rows > 0 && columns > 0)
-        dgemm_(&left_form, "N", &rows, &columns, &inner, &alpha, left.data(), &strides[0], right.data(), &strides[1],
-               &beta, product.data(), &strides[2]);
-}
-
-static MatrixXd inner_products(const Eigen::Ref<const MatrixXd>& left, const Eigen::Ref<const MatrixXd>& right)
-{
-    MatrixXd products(left.cols(), right.cols());
-    multiply('T', left, right, 1.0, 0.0, products);
-    return products;
-}
-
-static MatrixXd combination(const Eigen::Ref<const MatrixXd>& columns, const MatrixXd& factors)
-{
-    MatrixXd result(columns.rows(), factors.cols());
-    multiply('N', columns, factors, 1.0, 0.0, result);
-    return result;
 }
 
 // ---- Modes -------------------------------------------------------------------------------------------------------------
@@ -111,7 +81,7 @@ struct Inverse
     {
         MatrixXd y = shifted.solve(x);
         if (pencil.rigid.cols() > 0)
-            multiply('N', pencil.rigid, inner_products(mass_rigid, y), -1.0, 1.0, y);
+            y.noalias() -= pencil.rigid * (mass_rigid.transpose() * y);
         return y;
     }
     MatrixXd times_block(const MatrixXd& x) const { return of_mass_times(times(pencil.mass, x)); }
@@ -135,10 +105,7 @@ public:
     {
         return ritz(mode) > 0.0 ? inverse_.pencil.shift + 1.0 / ritz(mode) : std::numeric_limits<double>::infinity();
     }
-    MatrixXd shapes(Index count) const
-    {
-        return combination(basis_.middleCols(rigid_, expanded_), ritz_.rightCols(count));
-    }
+    MatrixXd shapes(Index count) const { return basis_.middleCols(rigid_, expanded_) * ritz_.rightCols(count); }
 
     // Frees what is not needed for the lowest modes, nor to go on from them.
     void shrink();
@@ -195,22 +162,21 @@ void Lanczos::reserve(Index columns)
 Index Lanczos::append(MatrixXd block)
 {
     const Index columns = rigid_ + expanded_ + block_;
-    const double length = inner_products(block, times(inverse_.pencil.mass, block)).diagonal().maxCoeff();
+    const double length = MatrixXd(block.transpose() * times(inverse_.pencil.mass, block)).diagonal().maxCoeff();
     for (int pass = 0; pass < 2 && block.cols() > 0; ++pass)
     {
         if (columns > 0)
-            multiply('N', basis_.leftCols(columns), inner_products(mass_basis_.leftCols(columns), block), -1.0, 1.0,
-                     block);
+            block.noalias() -= basis_.leftCols(columns) * (mass_basis_.leftCols(columns).transpose() * block);
         const MatrixXd mass_block = times(inverse_.pencil.mass, block);
-        const zel_dense::Eigenpairs lengths = zel_dense::eigenpairs(inner_products(block, mass_block));
+        const zel_dense::Eigenpairs lengths = zel_dense::eigenpairs(block.transpose() * mass_block);
         const VectorXd& squares = lengths.values;
         const double least =
             pass == 0 ? std::max(kIndependentSquared * squares.tail(1).value(), kNoise * length) : kUnit;
         const Index independent = (squares.array() > least).count();
         const MatrixXd directions =
             lengths.vectors.rightCols(independent) * squares.tail(independent).cwiseSqrt().cwiseInverse().asDiagonal();
-        block = combination(block, directions);
-        mass_basis_.middleCols(columns, independent) = combination(mass_block, directions);
+        block = block * directions;
+        mass_basis_.middleCols(columns, independent) = mass_block * directions;
     }
     basis_.middleCols(columns, block.cols()) = block;
     return block.cols();
@@ -232,7 +198,7 @@ void Lanczos::restart(Index kept)
     const MatrixXd best = ritz_.rightCols(kept);
     for (MatrixXd* columns : {&basis_, &mass_basis_})
     {
-        const MatrixXd combined = combination(columns->middleCols(rigid_, expanded_), best),
+        const MatrixXd combined = columns->middleCols(rigid_, expanded_) * best,
                        newest = columns->middleCols(rigid_ + expanded_, block_);
         columns->middleCols(rigid_, kept + block_) << combined, newest;
     }
@@ -261,7 +227,7 @@ void Lanczos::step(Index wanted)
     reserve(expanded_ + 2 * block_);
     const Index newest = block_, size = expanded_ + block_;
     const MatrixXd image = inverse_.of_mass_times(mass_basis_.middleCols(rigid_ + expanded_, block_));
-    const MatrixXd products = inner_products(mass_basis_.middleCols(rigid_, size), image);
+    const MatrixXd products = mass_basis_.middleCols(rigid_, size).transpose() * image;
     projected_.block(expanded_, 0, newest, size) = products.transpose();
     projected_.block(0, expanded_, size, newest) = products;
     const Index next = append(image);
@@ -272,7 +238,7 @@ void Lanczos::step(Index wanted)
     ritz_ = std::move(pairs.vectors);
     VectorXd residuals = VectorXd::Zero(size);
     if (block_ > 0)
-        residuals = (inner_products(mass_basis_.middleCols(rigid_ + size, block_), image) * ritz_.bottomRows(newest))
+        residuals = (mass_basis_.middleCols(rigid_ + size, block_).transpose() * image * ritz_.bottomRows(newest))
                         .colwise()
                         .norm();
     converged_ = 0;
@@ -322,12 +288,12 @@ Index Lanczos::converge_below(double sigma, Index wanted)
 
 static Eigenmodes rayleigh_ritz(const Pencil& pencil, const MatrixXd& basis)
 {
-    const MatrixXd k = inner_products(basis, times(pencil.stiffness, basis)),
-                   m = inner_products(basis, times(pencil.mass, basis));
+    const MatrixXd k = basis.transpose() * times(pencil.stiffness, basis),
+                   m = basis.transpose() * times(pencil.mass, basis);
     const zel_dense::Eigenpairs pairs = zel_dense::eigenpairs(0.5 * (k + k.transpose()), 0.5 * (m + m.transpose()));
     if (!pairs.found)
         throw std::runtime_error("the modes are not independent: ask for fewer");
-    return {pairs.values, combination(basis, pairs.vectors)};
+    return {pairs.values, basis * pairs.vectors};
 }
 
 // The largest component of every shape is positive, so that signs do not depend on rounding.
@@ -365,14 +331,14 @@ static Eigenmodes modes_of_few(const Inverse& inverse, Index count)
     MatrixXd projected = MatrixXd::Identity(order, order); // off the modes to leave out
     if (rigid > 0)
     {
-        const MatrixXd basis = zel_dense::orthonormal(inner_products(l, inverse.mass_rigid));
-        multiply('N', basis, basis.transpose(), -1.0, 1.0, projected);
+        const MatrixXd basis = zel_dense::orthonormal(l.transpose() * inverse.mass_rigid);
+        projected.noalias() -= basis * basis.transpose();
     }
-    const MatrixXd kept = combination(l, projected), similar = inner_products(kept, times(inverse.pencil.mass, kept));
+    const MatrixXd kept = l * projected, similar = kept.transpose() * times(inverse.pencil.mass, kept);
     const zel_dense::Eigenpairs pairs = zel_dense::eigenpairs(0.5 * (similar + similar.transpose()));
     const double next = pairs.values[order - count - 1];
     return {{},
-            combination(kept, pairs.vectors.rightCols(count)),
+            kept * pairs.vectors.rightCols(count),
             next > 0.0 ? inverse.pencil.shift + 1.0 / next : std::numeric_limits<double>::infinity()};
 }
 

@@ -2,7 +2,8 @@
 #ifndef FEM_SPARSE_MODES_H
 #define FEM_SPARSE_MODES_H
 
-#include <Eigen/Dense>
+#include "dense/products.h"
+
 #include <optional>
 
 #include "fem/progress.h"

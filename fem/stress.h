@@ -2,7 +2,8 @@
 #ifndef FEM_STRESS_H
 #define FEM_STRESS_H
 
-#include <Eigen/Dense>
+#include "dense/products.h"
+
 #include <string>
 #include <vector>
 

@@ -1,7 +1,7 @@
 #include "assembly.h"
 #include "fixtures.h"
 
-#include <Eigen/Dense>
+#include "dense/products.h"
 
 void Assembly::add_combination(const Assembly& other, const double* factors)
 {

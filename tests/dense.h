@@ -1,8 +1,8 @@
-// Dense matrices for tests: Eigen's. To be included only where they are needed: they take their time to compile.
+// Dense matrices for tests.
 #ifndef DENSE_H
 #define DENSE_H
 
-#include <Eigen/Dense>
+#include "dense/products.h"
 
 #include <random>
 
@@ -21,7 +21,7 @@ inline double distance(const MatrixXd& a, const MatrixXd& b)
 {
     if (a.rows() != b.rows() || a.cols() != b.cols() || !(a - b).allFinite())
         return HUGE_VAL;
-    return (a - b).cwiseAbs().maxCoeff();
+    return a.size() == 0 ? 0.0 : (a - b).cwiseAbs().maxCoeff();
 }
 
 #endif

@@ -3,8 +3,9 @@
 
 #include "checks/body_comparison.h"
 #include "checks/modal_comparison.h"
+#include "dense/products.h"
 
-#include <Eigen/Dense>
+#include <Eigen/Cholesky>
 
 using Eigen::MatrixXd, Eigen::VectorXd, Eigen::Vector3d, Eigen::Index;
 using zel_checks::compare_modes, zel_checks::ModalComparison, zel_checks::ModalOptions, zel_checks::ModeGroup;

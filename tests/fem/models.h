@@ -1,4 +1,5 @@
-// What tests of reductions share: models of the test data, their matrices, options, what a report says.
+// What tests of reductions share: models of the test data, their matrices, options, what a report says. Eigen's decompositions are their
+// second opinion.
 #ifndef FEM_MODELS_H
 #define FEM_MODELS_H
 
@@ -6,6 +7,8 @@
 #include "fem/reduction.h"
 #include "fem/sources/text_file.h"
 #include "fixtures.h"
+
+#include <Eigen/Dense>
 
 using namespace zel_fem;
 using Eigen::Index, Eigen::MatrixXd, Eigen::Vector3d, Eigen::VectorXd;

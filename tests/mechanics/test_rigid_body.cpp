@@ -4,6 +4,8 @@
 #include "dense.h"
 #include "fixtures.h"
 
+#include <Eigen/Cholesky>
+
 namespace
 {
 // Translations of all points, three rows a point, in all modes. Forces at the points do the work translations' * forces.

@@ -3,7 +3,8 @@
 #ifndef FEM_CCX_CONSTRAINTS_H
 #define FEM_CCX_CONSTRAINTS_H
 
-#include <Eigen/Dense>
+#include "dense/products.h"
+
 #include <map>
 #include <string>
 #include <vector>

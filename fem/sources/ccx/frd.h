@@ -2,7 +2,8 @@
 #ifndef FEM_FRD_H
 #define FEM_FRD_H
 
-#include <Eigen/Dense>
+#include "dense/products.h"
+
 #include <string>
 #include <vector>
 

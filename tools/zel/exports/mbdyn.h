@@ -5,7 +5,7 @@
 #include "exports.h"
 #include "mbdyn_masses.h"
 
-#include <Eigen/Dense>
+#include "dense/products.h"
 
 #include <optional>
 #include <string>

@@ -8,7 +8,7 @@
 #include "mbdyn_masses.h"
 #include "dense/dense.h"
 
-#include <Eigen/Dense>
+#include "dense/products.h"
 
 #include <algorithm>
 #include <cmath>
