@@ -81,6 +81,7 @@ TEST_F(FailingWrites, RefusalsKeepTheFileThatIsThere)
 
 TEST_F(FailingWrites, WithoutDiskSpaceForNewModesNothingIsWrittenAndNothingReduced)
 {
+    unsetenv("TMPDIR");                 // which the advice would name
     ZELDATA* db = ZEL_Create(2000, 20); // each mode file takes 1.9 MB
     output_of([&] {
         ZEL_SetUnits(db, "kg", "mm", "s", "N");

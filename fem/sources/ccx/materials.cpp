@@ -16,6 +16,7 @@ using Eigen::Matrix3d;
 using Eigen::Vector3d;
 using Matrix6d = Eigen::Matrix<double, 6, 6>;
 
+constexpr double kStable = 1e-10;       // the least compliance without units; that of no change of volume is rounding
 constexpr double kParallelAxes = 1e-10; // sine of the angle between the vectors of an orientation
 
 bool is_nonlinear(const std::string& keyword)
@@ -74,7 +75,8 @@ static Matrix6d from_constants(const std::array<double, 3>& young, const std::ar
         compliance(i, j) = compliance(j, i) = -poisson[p] / young[size_t(i)];
         compliance(int(p) + 3, int(p) + 3) = 1.0 / shear[p];
     }
-    if (!compliance.allFinite() || !zel_dense::cholesky(compliance))
+    const Eigen::VectorXd scale = compliance.diagonal().cwiseAbs().cwiseSqrt().cwiseInverse(); // units apart
+    if (!(zel_dense::eigenpairs(scale.asDiagonal() * compliance * scale.asDiagonal()).values[0] > kStable))
         throw std::runtime_error("its elastic constants are not those of a stable material");
     return zel_dense::inverse(compliance);
 }
