@@ -43,8 +43,8 @@ MatrixXd inverse(const MatrixXd& a);
 // The x of least |a x - b|, by pivoted QR. Where columns of `a` depend on others these have no part.
 MatrixXd least_squares(const MatrixXd& a, const MatrixXd& b);
 
-// The shortest x of least |a x - b|, and the matrix that gives it. Singular values below the threshold times the largest are zero;
-// without one it is the rounding.
+// The shortest x of least |a x - b|, and the matrix that gives it, by pivoted QR. Diagonals of R up to the threshold times the largest
+// are zero; without one it is the rounding.
 MatrixXd shortest_least_squares(const MatrixXd& a, const MatrixXd& b, std::optional<double> threshold = {});
 MatrixXd pseudo_inverse(const MatrixXd& a, std::optional<double> threshold = {});
 

@@ -1,6 +1,7 @@
 #include "dense/products.h"
 
 #include <algorithm>
+#include <cassert>
 #include <utility>
 
 namespace zel_dense
@@ -70,6 +71,9 @@ void set_product(Index rows, Index columns, Index depth, double factor, Strided<
 {
     if (rows == 0 || columns == 0)
         return;
+    assert(a.down == 1 || a.right == 1 || rows == 1 || depth <= 1);
+    assert(b.down == 1 || b.right == 1 || depth <= 1 || columns == 1);
+    assert(c.down == 1 || c.right == 1 || rows == 1 || columns == 1);
     if (depth == 0)
     {
         if (kept == 0.0)

@@ -16,7 +16,7 @@ using Eigen::Matrix3d;
 using Eigen::Vector3d;
 using Matrix6d = Eigen::Matrix<double, 6, 6>;
 
-constexpr double kStable = 1e-10;       // the least compliance without units; that of no change of volume is rounding
+constexpr double kStable = 1e-10;       // least eigenvalue of the compliance, its diagonal made ones
 constexpr double kParallelAxes = 1e-10; // sine of the angle between the vectors of an orientation
 
 bool is_nonlinear(const std::string& keyword)
